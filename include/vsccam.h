@@ -1,0 +1,314 @@
+/*
+ * vsccam - driver library for the VSC family of USB astronomy cameras.
+ *
+ * One camera is open at a time. A program counts the cameras, opens one by its index, initialises
+ * it, sets format and controls, and then runs either video (startCapture, getImageData,
+ * stopCapture) or single exposures (startExposure, getExpStatus, getImageAfterExp).
+ *
+ * Threads: one host thread at a time may be inside the library. No function takes a lock of the
+ * host, and none throws or aborts.
+ *
+ * Errors are values: every function has a documented result for "no camera is open", and a false
+ * (0) result changes nothing unless it says so. Messages for humans appear on standard output
+ * after setDebugPrint(true), each behind the tag "<VSC SDK> ".
+ *
+ * How long a call may take: functions without a wait argument end within 2 s also when the camera
+ * is unplugged or does not answer, unless their description says otherwise.
+ */
+#ifndef VSCCAM_H
+#define VSCCAM_H
+
+#ifndef __cplusplus
+#if defined(__STDC_VERSION__) && __STDC_VERSION__ >= 199901L
+#include <stdbool.h>
+#else
+typedef unsigned char bool; /* one byte, 0 or 1, as in C99 and C++ */
+#endif
+#endif
+
+#if defined(__GNUC__)
+#define VSC_API __attribute__((visibility("default")))
+#else
+#define VSC_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** Boolean result: 1 true, 0 false. Arguments and output values use the one-byte bool. */
+typedef int VSC_BOOL;
+
+/** Controls of getValue, setValue, getMin, getMax, isAutoSupported and isAvailable. */
+typedef enum Control_TYPE {
+    CONTROL_GAIN = 0,          /**< sensor gain, in steps of the model (usually 0.1 dB) */
+    CONTROL_EXPOSURE = 1,      /**< exposure time, microseconds */
+    CONTROL_GAMMA = 2,         /**< 0 to 100; 50 is linear, larger is brighter */
+    CONTROL_WB_RED = 3,        /**< white balance of the red sites, 50 is unity; colour models */
+    CONTROL_WB_BLUE = 4,       /**< white balance of the blue sites, 50 is unity; colour models */
+    CONTROL_BRIGHTNESS = 5,    /**< black-level offset added by the sensor */
+    CONTROL_BANDWIDTH = 6,     /**< share of the USB bandwidth that frames may use, per cent */
+    CONTROL_OVERCLOCK = 7,     /**< over-clock, per cent; no model offers it */
+    CONTROL_TEMPERATURE = 8,   /**< sensor temperature, tenths of a degree Celsius; read only */
+    CONTROL_HARDWARE_BIN = 9,  /**< 1: binning is done by the sensor */
+    CONTROL_HIGH_SPEED = 10,   /**< 1: faster read-out with fewer bits */
+    CONTROL_COOLER_POWER = 11, /**< cooler power, per cent; read only; cooled models */
+    CONTROL_TARGET_TEMP = 12,  /**< target of the cooler, degrees Celsius; cooled models */
+    CONTROL_COOLER_ON = 13,    /**< 1: the cooler regulates; cooled models */
+    CONTROL_MONO_BIN = 14,     /**< 1: colour models bin without regard to colour */
+    CONTROL_FAN_ON = 15        /**< 1: the fan runs; cooled models */
+} Control_TYPE;
+
+/** Image formats of setImageFormat, getImgType and isImgTypeSupported. */
+typedef enum VSC_IMG_TYPE {
+    VSC_IMG_RAW8 = 0,  /**< one byte per pixel as the sensor has it (mosaic on colour models) */
+    VSC_IMG_RGB24 = 1, /**< three bytes per pixel, demosaiced, in the order blue, green, red */
+    VSC_IMG_RAW16 = 2, /**< 16 bits per pixel in host byte order, as the sensor has it */
+    VSC_IMG_Y8 = 3     /**< one byte luminance per pixel */
+} VSC_IMG_TYPE;
+
+/** Result of getExpStatus. */
+typedef enum VSC_EXP_STATUS {
+    VSC_EXP_IDLE = 0,    /**< no single exposure under way, or its frame was already taken */
+    VSC_EXP_WORKING = 1, /**< the exposure runs */
+    VSC_EXP_SUCCESS = 2, /**< a frame waits for getImageAfterExp */
+    VSC_EXP_FAILED = 3   /**< the exposure ended without a frame; also: no camera is open */
+} VSC_EXP_STATUS;
+
+/** The four lines of the guide port, in the order of the connector. Which of them moves the mount
+ *  in which direction depends on the mount; the names follow the usual wiring and were not
+ *  verified on hardware. */
+typedef enum GuideD { GUIDE_NORTH = 0, GUIDE_SOUTH = 1, GUIDE_EAST = 2, GUIDE_WEST = 3 } GuideD;
+
+/** Eight bytes of user identity that the camera keeps in its flash memory. */
+typedef struct _VSC_ID {
+    unsigned char id[8];
+} _VSC_ID;
+
+/* ------------------------------------------------------------------ the library and its cameras */
+
+/** Version of the library, such as "1.0.0". The text belongs to the library. */
+VSC_API const char *getSDKVersion(void);
+
+/** Switches the messages on standard output on or off; off at start. One line per event, no line
+ *  per good frame. */
+VSC_API void setDebugPrint(bool on);
+
+/** Counts the supported cameras on the USB bus and refreshes the list behind the indexes of
+ *  getCameraModel and openCamera.
+ *  @return number of cameras; 0 also when the bus cannot be read */
+VSC_API int getNumberOfConnectedCameras(void);
+
+/** Model name of a camera of the last count, such as "KYR VSC470MC".
+ *  @param iCamIndex  0 to count - 1
+ *  @return a text that the next call overwrites; "Error" when the entry holds no supported camera;
+ *          NULL when the index is negative or greater than the count */
+VSC_API char *getCameraModel(int iCamIndex);
+
+/** Opens the camera at an index of the last count (counting first if there was no count yet).
+ *  Opening the index that is open already does nothing and returns 1; another index closes the
+ *  camera that is open. Only the primary product ID of a model can be opened; its variants ("-A",
+ *  "-B") are counted but not opened by themselves.
+ *  @return 1 on success; 0 when there is no such camera, it is in use by another program, access
+ *          to it is not permitted, or memory ran out
+ *  @note Cameras whose firmware is refreshed take up to 10 s. */
+VSC_API VSC_BOOL openCamera(int iCamIndex);
+
+/** Programs sensor and camera and sets the full sensor size, bin 1, VSC_IMG_RAW8. To be called
+ *  once after openCamera.
+ *  @return 1 on success; 0 without an open camera */
+VSC_API VSC_BOOL initCamera(void);
+
+/** Stops whatever runs and closes the camera. Settings and cooling end with it. */
+VSC_API void closeCamera(void);
+
+/* -------------------------------------------------------------------------------------- controls */
+
+/** Present value of a control.
+ *  @param pbAuto  receives whether the control sets itself; false for controls without that mode.
+ *                 May be NULL.
+ *  @return the value in the unit given at Control_TYPE; 0 for an unknown control or no camera */
+VSC_API int getValue(Control_TYPE control, bool *pbAuto);
+
+/** Sets a control. Values beyond the range are clamped; read-only and unknown controls, and
+ *  cooler controls of models without a cooler, are ignored.
+ *  @param bAuto  true lets the control set itself (gain, exposure, white balance, bandwidth) */
+VSC_API void setValue(Control_TYPE control, int value, bool bAuto);
+
+/** Smallest value of a control; 0 for an unknown control or no camera. */
+VSC_API int getMin(Control_TYPE control);
+
+/** Largest value of a control; 0 for an unknown control or no camera. */
+VSC_API int getMax(Control_TYPE control);
+
+/** Whether a control can set itself; 0 for an unknown control or no camera. */
+VSC_API VSC_BOOL isAutoSupported(Control_TYPE control);
+
+/** Whether the open model has a control; 0 for an unknown control or no camera. */
+VSC_API VSC_BOOL isAvailable(Control_TYPE control);
+
+/** Limits of the automatic modes.
+ *  @param maxGain           gain that automatic gain never exceeds
+ *  @param maxExp            exposure that automatic exposure never exceeds, seconds
+ *  @param targetBrightness  mean brightness aimed at, 0 to 255 */
+VSC_API void setAutoPara(int maxGain, int maxExp, int targetBrightness);
+
+/** Reads what setAutoPara sets. Pointers may be NULL; nothing is written without a camera. */
+VSC_API void getAutoPara(int *maxGain, int *maxExp, int *targetBrightness);
+
+/* --------------------------------------------------------------------------- geometry and format */
+
+/** Sets size, binning and format of the frames, with the region centred on the sensor (setStartPos
+ *  moves it). A running video is stopped, programmed and started again: no frame of the old size is
+ *  delivered afterwards.
+ *  @param width    output pixels, a multiple of 8; width * bin at most getMaxWidth()
+ *  @param height   output pixels, even; height * bin at most getMaxHeight()
+ *  @param bin      binning factor, see isBinSupported
+ *  @param imgType  VSC_IMG_TYPE
+ *  @return 1 on success; 0 when the camera refuses, in which case the previous format stays */
+VSC_API VSC_BOOL setImageFormat(int width, int height, int bin, int imgType);
+
+/** Present format, VSC_IMG_TYPE; 3 without a camera. */
+VSC_API int getImgType(void);
+
+/** Whether the open model delivers a format; 0 without a camera. */
+VSC_API VSC_BOOL isImgTypeSupported(int imgType);
+
+/** Whether the open model has a binning factor; 0 without a camera. */
+VSC_API VSC_BOOL isBinSupported(int bin);
+
+/** Present binning factor; 1 without a camera. */
+VSC_API int getBin(void);
+
+/** Largest width in unbinned pixels; 0 without a camera. */
+VSC_API int getMaxWidth(void);
+
+/** Largest height in unbinned pixels; 0 without a camera. */
+VSC_API int getMaxHeight(void);
+
+/** Present width of delivered frames, pixels; 0 without a camera. */
+VSC_API int getWidth(void);
+
+/** Present height of delivered frames, pixels; 0 without a camera. */
+VSC_API int getHeight(void);
+
+/** Moves the region, also while video runs. Positions are aligned and clamped by the model.
+ *  @param x, y  top left corner in binned pixels */
+VSC_API void setStartPos(int x, int y);
+
+/** Left edge of the region in binned pixels; 0 without a camera. */
+VSC_API int getStartX(void);
+
+/** Top edge of the region in binned pixels; 0 without a camera. */
+VSC_API int getStartY(void);
+
+/** Whether the sensor has a colour mosaic; 0 without a camera. */
+VSC_API VSC_BOOL isColorCam(void);
+
+/** Edge of one unbinned pixel in micrometres; 0.0 without a camera. */
+VSC_API double getPixelSize(void);
+
+/** Mosaic of colour models, by its first row: 0 RG, 1 BG, 2 GR, 3 GB; 2 without a camera. */
+VSC_API int getColorBayer(void);
+
+/** Whether the camera hangs on a USB 3.0 port; 0 without a camera. Known after initCamera. */
+VSC_API VSC_BOOL isUSB3Host(void);
+
+/** Whether the model is a USB 3.0 camera; 0 without a camera. */
+VSC_API VSC_BOOL isUSB3Camera(void);
+
+/** Whether the model has a cooler; 0 without a camera. */
+VSC_API VSC_BOOL isCoolerCam(void);
+
+/** Electrons per ADU at the model's reference gain, 0.0 where it is not known or without a
+ *  camera. Source: the manufacturer's model table. */
+VSC_API float getElectronsPerADU(void);
+
+/** Recommended offset and gain figures of the model, -1 where there is none.
+ *  @param a  offset for highest dynamic range
+ *  @param b  offset for unity gain
+ *  @param c  gain for lowest read noise
+ *  @param d  offset for lowest read noise
+ *  Pointers may be NULL; nothing is written without a camera. */
+VSC_API void getGainOffset(int *a, int *b, int *c, int *d);
+
+/* ------------------------------------------------------------------------------------ video */
+
+/** Starts continuous video. Does nothing when capture runs already or no camera is open. */
+VSC_API void startCapture(void);
+
+/** Stops video, or aborts a single exposure. Ends within 2 s. */
+VSC_API void stopCapture(void);
+
+/** Copies the next video frame into the host's buffer.
+ *  @param buffer      width x height pixels in the current format, top row first, no row padding
+ *  @param bufferSize  bytes available; nothing is copied when the frame is larger
+ *  @param waitMs      longest wait in milliseconds, -1 for no limit
+ *  @return 1 when a frame was copied; 0 on time-out, small or NULL buffer, when capture stopped or
+ *          the camera was lost during the wait, or no open camera
+ *  @note Blocks the calling thread for at most waitMs + 100 ms. */
+VSC_API VSC_BOOL getImageData(unsigned char *buffer, int bufferSize, int waitMs);
+
+/** Frames lost since capture was started: refused by a full buffer, incomplete or damaged. A stop
+ *  resets the count; 0 without a camera. */
+VSC_API int getDroppedFrames(void);
+
+/* -------------------------------------------------------------------------- single exposures */
+
+/** Starts one exposure of CONTROL_EXPOSURE microseconds; getExpStatus tells how it goes. */
+VSC_API void startExposure(void);
+
+/** Aborts a running exposure; its frame is lost and the state goes back to VSC_EXP_IDLE. */
+VSC_API void stopExposure(void);
+
+/** State of the single exposure, VSC_EXP_STATUS; 3 without a camera. */
+VSC_API int getExpStatus(void);
+
+/** Copies the frame of a finished exposure and sets the state to VSC_EXP_IDLE.
+ *  @param buffer      as in getImageData
+ *  @param bufferSize  bytes available; when the frame is larger, nothing changes
+ *  @return 1 when a frame was copied; 0 when the state was not VSC_EXP_SUCCESS, for a small or
+ *          NULL buffer, or no open camera */
+VSC_API VSC_BOOL getImageAfterExp(unsigned char *buffer, int bufferSize);
+
+/* ------------------------------------------------------------------------------------- other */
+
+/** Sensor temperature in degrees Celsius, the last known one when the camera does not answer;
+ *  0.0 for models without a sensor thermometer or without a camera. */
+VSC_API float getSensorTemp(void);
+
+/** Mirrors delivered frames: left to right (x), top to bottom (y).
+ *  @return 1; 0 without a camera */
+VSC_API VSC_BOOL SetMisc(bool bFlipX, bool bFlipY);
+
+/** Reads what SetMisc sets. Pointers may be NULL; nothing is written without a camera. */
+VSC_API void GetMisc(bool *pbFlipX, bool *pbFlipY);
+
+/** Switches a line of the guide port on, waits, and switches it off again.
+ *  @param ms  length of the pulse in milliseconds; a negative length counts as 0
+ *  @note Blocks the calling thread for the length of the pulse. */
+VSC_API void pulseGuide(GuideD direction, int ms);
+
+/** Loads a dark frame from an 8-bit BMP file of the full sensor size and subtracts it from 8-bit
+ *  frames from then on.
+ *  @param bmpPath  file as the library or `vsccam dark` writes it
+ *  @return 1 when it was loaded; 0 otherwise, or without a camera */
+VSC_API VSC_BOOL EnableDarkSubtract(const char *bmpPath);
+
+/** Ends the subtraction of a dark frame and forgets it. */
+VSC_API void DisableDarkSubtract(void);
+
+/** Reads the identity that the camera keeps.
+ *  @return 1 when the camera holds one; 0 otherwise, *id is then untouched */
+VSC_API VSC_BOOL GetID(_VSC_ID *id);
+
+/** Writes the identity into the camera's flash memory, for good.
+ *  @return 1 when it was written and read back
+ *  @note Takes some 100 ms; 60 s at most when the flash stays busy. */
+VSC_API VSC_BOOL SetID(_VSC_ID id);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* VSCCAM_H */

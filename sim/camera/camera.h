@@ -1,0 +1,125 @@
+#pragma once
+
+#include "camera/fault_plan.h"
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// The simulated cameras. They know the wire (requests in, image bytes out), not the driver, and
+/// share no code with it: registers are decoded by names and rules of their own, so that a wrong
+/// constant in the driver shows as a wrong picture.
+namespace vscsim {
+
+/// Time of the camera, passed in by whoever drives it.
+using Time = std::chrono::nanoseconds;
+inline constexpr Time kNever = Time::max();
+
+/// One control transfer on endpoint 0, as a device sees it.
+struct ControlRequest {
+    uint8_t requestType = 0; // bmRequestType; the device-to-host bit is 0x80
+    uint8_t request = 0;
+    uint16_t value = 0;
+    uint16_t index = 0;
+    uint16_t length = 0;           // wLength
+    std::span<const uint8_t> data; // of a host-to-device data stage, `length` bytes
+
+    bool In() const { return (requestType & 0x80) != 0; }
+};
+
+/// How a transfer ended. The doors turn it into a libusb or kernel code.
+enum class Outcome { Ok, Stall, Timeout, IoError, Overflow, NoDevice };
+
+struct ControlReply {
+    Outcome outcome = Outcome::Ok;
+    std::vector<uint8_t> data; // of a device-to-host data stage; may be shorter than asked
+};
+
+/// What a bulk IN transfer at the head of the endpoint's queue gets.
+struct BulkReply {
+    bool complete = false;         // false: nothing decided yet, ask again at `readyAt`
+    Outcome outcome = Outcome::Ok; // once complete
+    size_t bytes = 0;              // written into the transfer's buffer so far
+    Time readyAt = kNever;         // when something can change without a request of the host
+};
+
+enum class Scene { Pattern, Sky };
+enum class LinkSpeed { High, Super };
+
+struct CameraOptions {
+    Scene scene = Scene::Pattern;
+    LinkSpeed link = LinkSpeed::Super;
+    uint64_t seed = 1;  // of the sky, its noise and the random faults
+    double speed = 1.0; // times real time; 0: a frame is ready as soon as one is asked for
+    bool readableDescriptor = true;
+    std::optional<uint64_t> frameLimit; // the camera falls silent after so many frames
+    FaultPlan faults;
+    std::string flashFile; // contents of the SPI flash, read at the start and written on changes
+};
+
+/// What `vscsim list` and the doors need to know of a model.
+struct ModelFacts {
+    const char *name; // "VSC470MM", as a user types it
+    uint16_t productId;
+    int sensorWidth;
+    int sensorHeight;
+    bool colour;
+    bool cooled;
+};
+
+/// All simulated models, in the order of their names.
+std::span<const ModelFacts> AllModels();
+
+/// Finds a model by name, case and a leading "KYR " ignored; nullptr when there is none.
+const ModelFacts *FindModel(std::string_view name);
+
+/// The vendor ID that all simulated cameras carry.
+uint16_t VendorId();
+
+/// One simulated camera. Not thread-safe: a door serialises its calls.
+class Camera {
+  public:
+    Camera(const ModelFacts &model, CameraOptions options);
+    ~Camera();
+    Camera(Camera &&) noexcept;
+    Camera &operator=(Camera &&) noexcept;
+
+    const ModelFacts &Model() const;
+    const CameraOptions &Options() const;
+
+    /// Answers a vendor request of endpoint 0.
+    ControlReply Control(const ControlRequest &request, Time now);
+
+    /// Serves the bulk IN transfer at the head of the queue of `endpoint`. `room` is its whole
+    /// buffer, `filled` what earlier calls for the same transfer wrote. A transfer is complete when
+    /// the buffer is full, when a frame ends with a packet shorter than the endpoint's packet size,
+    /// or on an error. When the host gives up, it takes the `bytes` written so far.
+    BulkReply Bulk(uint8_t endpoint, std::span<uint8_t> room, size_t filled, Time now);
+
+    /// What the standard requests of the USB core do to the camera.
+    void ClearHalt(uint8_t endpoint, Time now);
+    Outcome Reset(Time now); // NoDevice: the camera came back as another device
+
+    /// 1024 at SuperSpeed, 512 at high speed.
+    size_t BulkPacketSize() const;
+
+    /// Frames that the sensor has read out since it was plugged in, delivered or not.
+    uint64_t FramesProduced() const;
+
+    /// The values that the host programmed, for tests that look behind the wire.
+    uint8_t SonyRegister(uint16_t address) const;
+    uint16_t FpgaRegister(uint8_t number) const;
+    std::span<uint8_t> Flash(); // 1 MiB
+
+  private:
+    struct State;
+    std::unique_ptr<State> m_state;
+};
+
+} // namespace vscsim

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace vscsim {
+
+/// What can go wrong, and when. A rule hits frames or control requests, by number, or at random.
+enum class Fault {
+    // control requests
+    RefuseRequest,  // stalled
+    TimeOutRequest, // no answer
+    ShortAnswer,    // fewer bytes than asked, `amount` of them
+    // frames
+    ShortFrame,      // `amount` bytes are missing at the end (default 512)
+    EmptyFrame,      // nothing is sent
+    BadHead,         // wrong head mark
+    BadTail,         // wrong tail mark
+    UnequalCounters, // head and tail counters differ
+    IoErrorFrame,    // the transfer ends with an I/O error
+    StallFrame,      // the endpoint halts until it is cleared
+    // the device
+    Mute,   // neither requests nor frames are answered from now on
+    Unplug, // the device is gone
+};
+
+struct FaultRule {
+    Fault fault = Fault::EmptyFrame;
+    std::optional<uint8_t> request; // control faults: only this bRequest
+    uint64_t from = 0;              // number of the first frame or request that is hit, from 0
+    uint64_t count = 1;             // how many in a row; UINT64_MAX: for ever
+    double probability = 1.0;       // of each of them, drawn from the camera's seed
+    uint64_t amount = 0;            // of the fault, see above
+};
+
+using FaultPlan = std::vector<FaultRule>;
+
+/// Reads a plan: JSON (an array of objects with the members of FaultRule, `fault` as text) or the
+/// shorthand "short-frame@5,empty-frame@10x4,refuse-request:b6@3,unplug@100,bad-head%0.01", in
+/// which @N is `from`, xN is `count` ("x*" for ever), %P is `probability`, :HEX is `request`, and
+/// =N is `amount`. A path to a file with JSON is read, too.
+/// @return nothing and a message in `error` when the text is no plan
+std::optional<FaultPlan> ParseFaultPlan(std::string_view text, std::string *error);
+
+} // namespace vscsim

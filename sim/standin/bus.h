@@ -1,0 +1,86 @@
+#pragma once
+
+#include "camera/camera.h"
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace vscsim {
+
+/// The simulated bus behind the in-process libusb functions. Cameras are listed in the order in
+/// which they were plugged in. Thread-safe.
+class Bus {
+  public:
+    static Bus &Instance();
+
+    /// Unplugs everything and forgets traffic, faults and counts. Objects of libusb that the
+    /// program still holds are reported first (see LiveObjects).
+    void Reset(uint64_t seed = 1);
+
+    /// Plugs in a camera and returns its number on the bus, which names it from then on.
+    int Plug(std::string_view model, CameraOptions options = {});
+
+    /// Plugs in a device that is no camera.
+    int PlugForeign(uint16_t vendorId, uint16_t productId);
+
+    void Unplug(int device);
+    void Replug(int device); // the same camera, at a new address, its registers at power-on values
+
+    /// The simulated camera, under the bus lock for as long as `look` runs.
+    template <class Look> auto With(int device, Look look)
+    {
+        const auto guard = Guard();
+        return look(CameraOf(device));
+    }
+
+    /// What reached the device since the last call: control requests, endpoint halts, resets, in
+    /// order, one line each: "sony 3001=01", "sony 3009?", "sensor 301A=10D8", "sensor 3009?",
+    /// "fpga 01=01", "fpga 1D?", "cmd A9", "gpif32 off", "firmware?", "host?", "temp?",
+    /// "flash read 040000+2048", "flash write 070000+256", "flash erase 7", "flash status 7",
+    /// "guide on 2", "guide off 2", "cooler 255", "transfer count 43", "clear halt 81", "reset",
+    /// "configuration 1", "claim 0", "open", "close"; anything else "40 A3 0000 0000 len 0". Bulk
+    /// transfers do not appear.
+    std::vector<std::string> TakeTraffic(int device);
+
+    /// Calls of libusb functions so far; the next one has this number.
+    uint64_t Calls() const;
+
+    /// Makes libusb calls from number `from` on, `count` of them, fail with the libusb code
+    /// (negative). Functions without an error code are passed over. "function" narrows it to one
+    /// function by name, e.g. "libusb_submit_transfer"; then only its calls are numbered.
+    void FailCalls(uint64_t from, uint64_t count, int code, std::string_view function = {});
+
+    /// Unplugs the device when the libusb call with this number begins.
+    void UnplugAtCall(int device, uint64_t call);
+
+    /// Memory for transfers in flight as the kernel limits it, in bytes; 0: no limit (default).
+    void LimitUsbfsMemory(size_t bytes);
+
+    /// Cancelled transfers complete after this time (0 by default), or never (kNever).
+    void DelayCancel(Time delay);
+
+    /// libusb objects that the program holds.
+    struct Objects {
+        int contextReferences = 0;
+        int deviceLists = 0;
+        int handles = 0;
+        int claimedInterfaces = 0;
+        int transfers = 0;
+        int transfersInFlight = 0;
+    };
+    Objects LiveObjects() const;
+
+    /// Uses of libusb that the real one would refuse or crash on (a transfer freed in flight,
+    /// submitted twice, a claim without open, a device unreferenced too often), one line each.
+    std::vector<std::string> TakeMisuse();
+
+  private:
+    class Lock;
+    Bus();
+    Lock Guard();
+    Camera &CameraOf(int device);
+};
+
+} // namespace vscsim

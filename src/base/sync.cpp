@@ -1,0 +1,42 @@
+#include "base/sync.h"
+
+#include <system_error>
+
+namespace vsccam {
+
+bool Thread::Start(std::function<void()> body)
+{
+    Join();
+    m_finished = false;
+    TimeSource *source = CurrentTimeSource();
+    if (source)
+        source->ThreadStarts();
+    try {
+        m_thread = std::thread([this, source, body = std::move(body)] {
+            body();
+            m_finished = true;
+            if (source) {
+                source->Wake();
+                source->ThreadEnds();
+            }
+        });
+    } catch (const std::system_error &) {
+        if (source)
+            source->ThreadEnds();
+        return false;
+    }
+    return true;
+}
+
+void Thread::Join()
+{
+    if (!m_thread.joinable())
+        return;
+    if (TimeSource *source = CurrentTimeSource()) {
+        for (uint64_t seen = source->WakeCount(); !m_finished; seen = source->WakeCount())
+            source->WaitForWake(seen, TimeSource::kForever);
+    }
+    m_thread.join();
+}
+
+} // namespace vsccam

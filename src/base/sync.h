@@ -1,0 +1,173 @@
+#pragma once
+
+#include "base/clock.h"
+#include "base/time_source.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <thread>
+
+namespace vsccam {
+
+/// A plain value that several threads read and write, each access on its own. What must change
+/// together needs a CriticalSection instead.
+template <class T> class Shared {
+    static_assert(std::atomic<T>::is_always_lock_free, "would take a lock on 32-bit ARM");
+
+  public:
+    Shared() = default;
+    Shared(T value) : m_value(value) {} // NOLINT(google-explicit-constructor): reads like a T
+    Shared(const Shared &) = delete;
+    Shared &operator=(const Shared &) = delete;
+
+    operator T() const { return m_value.load(std::memory_order_relaxed); }
+    T operator=(T value) // NOLINT(misc-unconventional-assign-operator): as std::atomic does
+    {
+        m_value.store(value, std::memory_order_relaxed);
+        return value;
+    }
+    T operator+=(T value) { return m_value.fetch_add(value, std::memory_order_relaxed) + value; }
+    T operator++() { return *this += T{1}; }
+
+  private:
+    std::atomic<T> m_value{};
+};
+
+/// The library's mutex. Lock it with std::lock_guard or std::unique_lock.
+template <class Mutex> class BasicCriticalSection {
+  public:
+    void lock()
+    {
+        TimeSource *source = CurrentTimeSource();
+        if (!source) {
+            m_mutex.lock();
+            return;
+        }
+        if (m_mutex.try_lock())
+            return;
+        ++m_contenders;
+        for (;;) {
+            const uint64_t seen = source->WakeCount();
+            if (m_mutex.try_lock())
+                break;
+            source->WaitForWake(seen, TimeSource::kForever);
+        }
+        --m_contenders;
+    }
+
+    void unlock()
+    {
+        m_mutex.unlock();
+        TimeSource *source = CurrentTimeSource();
+        if (source && m_contenders.fetch_add(0) > 0)
+            source->Wake();
+    }
+
+  private:
+    Mutex m_mutex;
+    std::atomic<int> m_contenders{0}; // threads that wait on a TimeSource for the mutex
+};
+
+using CriticalSection = BasicCriticalSection<std::mutex>;
+using RecursiveCriticalSection = BasicCriticalSection<std::recursive_mutex>;
+
+/// Lets threads wait until something holds that a CriticalSection guards.
+class Condition {
+  public:
+    void NotifyAll()
+    {
+        m_condition.notify_all();
+        if (TimeSource *source = CurrentTimeSource())
+            source->Wake();
+    }
+
+    /// Waits with the lock released until `predicate` holds; false when `deadline` passed first.
+    template <class Lock, class Predicate>
+    bool WaitUntil(Lock &lock, Clock::time_point deadline, Predicate predicate)
+    {
+        TimeSource *source = CurrentTimeSource();
+        if (!source)
+            return WaitOnSystemClock(lock, deadline, predicate);
+        while (!predicate()) {
+            if (Clock::now() >= deadline)
+                return false;
+            const uint64_t seen = source->WakeCount();
+            lock.unlock();
+            source->WaitForWake(seen, deadline.time_since_epoch().count());
+            lock.lock();
+        }
+        return true;
+    }
+
+    template <class Lock, class Predicate> void Wait(Lock &lock, Predicate predicate)
+    {
+        (void)WaitUntil(lock, kNever, predicate); // never comes back without the predicate
+    }
+
+  private:
+    template <class Lock, class Predicate>
+    bool WaitOnSystemClock(Lock &lock, Clock::time_point deadline, Predicate predicate)
+    {
+        if (deadline == kNever) {
+            m_condition.wait(lock, predicate);
+            return true;
+        }
+        return m_condition.wait_until(
+            lock, std::chrono::steady_clock::time_point(deadline.time_since_epoch()), predicate);
+    }
+
+    std::condition_variable_any m_condition;
+};
+
+/// "Go on" between a thread and the one that ends it: the thread runs and sleeps as long as the
+/// flag is set; clearing it ends a sleep at once.
+class RunFlag {
+  public:
+    operator bool() const { return m_running.load(std::memory_order_acquire); }
+
+    void Set() { m_running.store(true, std::memory_order_release); }
+
+    void Clear()
+    {
+        {
+            const std::lock_guard lock(m_section);
+            m_running.store(false, std::memory_order_release);
+        }
+        m_cleared.NotifyAll();
+    }
+
+    /// Sleeps while the flag is set; false when it was cleared.
+    bool SleepFor(std::chrono::milliseconds time)
+    {
+        std::unique_lock lock(m_section);
+        return !m_cleared.WaitUntil(lock, Clock::now() + time, [this] { return !*this; });
+    }
+
+  private:
+    std::atomic<bool> m_running{false};
+    CriticalSection m_section;
+    Condition m_cleared;
+};
+
+/// A thread that can be started again after it was joined, and that a TimeSource knows of.
+class Thread {
+  public:
+    Thread() = default;
+    Thread(const Thread &) = delete;
+    Thread &operator=(const Thread &) = delete;
+    ~Thread() { Join(); }
+
+    /// Joins the previous run, then starts `body`; false when the system has no thread to give.
+    bool Start(std::function<void()> body);
+
+    /// Waits for the end of the thread. Does nothing when it was not started.
+    void Join();
+
+  private:
+    std::thread m_thread;
+    std::atomic<bool> m_finished{false};
+};
+
+} // namespace vsccam
