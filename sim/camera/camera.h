@@ -27,8 +27,8 @@ struct ControlRequest {
     uint8_t request = 0;
     uint16_t value = 0;
     uint16_t index = 0;
-    uint16_t length = 0;           // wLength
-    std::span<const uint8_t> data; // of a host-to-device data stage, `length` bytes
+    uint16_t length = 0;                // wLength
+    std::span<const uint8_t> data = {}; // of a host-to-device data stage, `length` bytes
 
     bool In() const { return (requestType & 0x80) != 0; }
 };
@@ -38,7 +38,7 @@ enum class Outcome { Ok, Stall, Timeout, IoError, Overflow, NoDevice };
 
 struct ControlReply {
     Outcome outcome = Outcome::Ok;
-    std::vector<uint8_t> data; // of a device-to-host data stage; may be shorter than asked
+    std::vector<uint8_t> data = {}; // of a device-to-host data stage; may be shorter than asked
 };
 
 /// What a bulk IN transfer at the head of the endpoint's queue gets.
@@ -58,9 +58,9 @@ struct CameraOptions {
     uint64_t seed = 1;  // of the sky, its noise and the random faults
     double speed = 1.0; // times real time; 0: a frame is ready as soon as one is asked for
     bool readableDescriptor = true;
-    std::optional<uint64_t> frameLimit; // the camera falls silent after so many frames
-    FaultPlan faults;
-    std::string flashFile; // contents of the SPI flash, read at the start and written on changes
+    std::optional<uint64_t> frameLimit = {}; // the camera falls silent after so many frames
+    FaultPlan faults = {};
+    std::string flashFile = {}; // keeps the SPI flash: read at the start, written on changes
 };
 
 /// What `vscsim list` and the doors need to know of a model.
@@ -102,7 +102,14 @@ class Camera {
     /// or on an error. When the host gives up, it takes the `bytes` written so far.
     BulkReply Bulk(uint8_t endpoint, std::span<uint8_t> room, size_t filled, Time now);
 
-    /// What the standard requests of the USB core do to the camera.
+    /// Tells that the host gave up the transfer at the head of the queue (cancelled, timed out).
+    /// A camera cannot see it; only an empty frame of the fault plan ends with it, so that one
+    /// empty frame is one empty read whatever the host's time-out is.
+    void GiveUp(uint8_t endpoint, Time now);
+
+    /// What the standard requests of the USB core do to the camera. Clearing the halt drops what is
+    /// left of the frame being sent; so do the requests that switch the data path. A reset also
+    /// switches the data path off; registers survive it.
     void ClearHalt(uint8_t endpoint, Time now);
     Outcome Reset(Time now); // NoDevice: the camera came back as another device
 

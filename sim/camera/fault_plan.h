@@ -16,7 +16,7 @@ enum class Fault {
     ShortAnswer,    // fewer bytes than asked, `amount` of them
     // frames
     ShortFrame,      // `amount` bytes are missing at the end (default 512)
-    EmptyFrame,      // nothing is sent
+    EmptyFrame,      // nothing is sent until the host gives up a transfer
     BadHead,         // wrong head mark
     BadTail,         // wrong tail mark
     UnequalCounters, // head and tail counters differ
@@ -27,16 +27,24 @@ enum class Fault {
     Unplug, // the device is gone
 };
 
+/// Requests are counted from plugging in, only those with the rule's code where it has one. Frames
+/// are counted as they are sent, those that were lost in the camera not among them. Device faults
+/// strike when the frame is about to be sent; with a request code, when the request arrives.
 struct FaultRule {
     Fault fault = Fault::EmptyFrame;
-    std::optional<uint8_t> request; // control faults: only this bRequest
-    uint64_t from = 0;              // number of the first frame or request that is hit, from 0
-    uint64_t count = 1;             // how many in a row; UINT64_MAX: for ever
-    double probability = 1.0;       // of each of them, drawn from the camera's seed
-    uint64_t amount = 0;            // of the fault, see above
+    std::optional<uint8_t> request = {}; // control faults: only this bRequest
+    uint64_t from = 0;                   // number of the first frame or request that is hit, from 0
+    uint64_t count = 1;                  // how many in a row; UINT64_MAX: for ever
+    double probability = 1.0;            // of each of them, drawn from the camera's seed
+    uint64_t amount = 0;                 // of the fault, see above
 };
 
 using FaultPlan = std::vector<FaultRule>;
+
+/// What a fault is counted by.
+enum class FaultTarget { Requests, Frames, Device };
+FaultTarget TargetOf(Fault fault);
+std::string_view NameOf(Fault fault); // "short-frame", as a plan spells it
 
 /// Reads a plan: JSON (an array of objects with the members of FaultRule, `fault` as text) or the
 /// shorthand "short-frame@5,empty-frame@10x4,refuse-request:b6@3,unplug@100,bad-head%0.01", in

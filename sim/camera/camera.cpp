@@ -1,0 +1,161 @@
+#include "camera/camera.h"
+
+#include "camera/board.h"
+#include "camera/fault_injector.h"
+#include "camera/frame_stream.h"
+#include "camera/fx3_controller.h"
+
+#include <utility>
+
+namespace vscsim {
+namespace {
+
+constexpr uint8_t kImageEndpoint = 0x81;
+
+constexpr size_t PacketSize(LinkSpeed link)
+{
+    return link == LinkSpeed::Super ? 1024 : 512;
+}
+
+std::unique_ptr<SceneSource> MakeSource(const ModelFacts &model, const CameraOptions &options)
+{
+    return options.scene == Scene::Sky ? MakeSkySource(model, options.seed) : MakePatternSource();
+}
+
+} // namespace
+
+struct Camera::State {
+    State(const ModelFacts &facts, CameraOptions chosen)
+        : model(facts), options(std::move(chosen)), board(facts, options),
+          scene(MakeSource(facts, options)), faults(options.faults, options.seed),
+          stream(board, *scene, faults, options, PacketSize(options.link)),
+          controller(board, stream)
+    {
+    }
+
+    /// What a request gets before the firmware sees it.
+    std::optional<Outcome> Preempted(const std::vector<FaultRule> &hits)
+    {
+        for (const FaultRule &hit : hits) {
+            if (hit.fault == Fault::Mute)
+                board.condition = Board::Condition::Mute;
+            if (hit.fault == Fault::Unplug)
+                board.condition = Board::Condition::Unplugged;
+        }
+        if (board.condition != Board::Condition::Working)
+            return board.condition == Board::Condition::Mute ? Outcome::Timeout : Outcome::NoDevice;
+        for (const FaultRule &hit : hits) {
+            if (hit.fault == Fault::RefuseRequest)
+                return Outcome::Stall;
+            if (hit.fault == Fault::TimeOutRequest)
+                return Outcome::Timeout;
+        }
+        return std::nullopt;
+    }
+
+    ModelFacts model;
+    CameraOptions options;
+    Board board;
+    std::unique_ptr<SceneSource> scene;
+    FaultInjector faults;
+    FrameStream stream;
+    Fx3Controller controller;
+};
+
+Camera::Camera(const ModelFacts &model, CameraOptions options)
+    : m_state(std::make_unique<State>(model, std::move(options)))
+{
+}
+
+Camera::~Camera() = default;
+Camera::Camera(Camera &&) noexcept = default;
+Camera &Camera::operator=(Camera &&) noexcept = default;
+
+const ModelFacts &Camera::Model() const
+{
+    return m_state->model;
+}
+
+const CameraOptions &Camera::Options() const
+{
+    return m_state->options;
+}
+
+ControlReply Camera::Control(const ControlRequest &request, Time now)
+{
+    const std::vector<FaultRule> hits = m_state->faults.ForRequest(request.request);
+    if (const auto outcome = m_state->Preempted(hits))
+        return {.outcome = *outcome};
+    m_state->stream.Advance(now);
+    ControlReply reply = m_state->controller.Answer(request, now);
+    m_state->stream.FollowBoard(now);
+    for (const FaultRule &hit : hits)
+        if (hit.fault == Fault::ShortAnswer && hit.amount < reply.data.size())
+            reply.data.resize(static_cast<size_t>(hit.amount));
+    return reply;
+}
+
+BulkReply Camera::Bulk(uint8_t endpoint, std::span<uint8_t> room, size_t filled, Time now)
+{
+    const Board &board = m_state->board;
+    BulkReply reply{.bytes = filled};
+    if (endpoint != kImageEndpoint)
+        return {.complete = true, .outcome = Outcome::Stall, .bytes = filled};
+    if (board.condition == Board::Condition::Working)
+        reply = m_state->stream.Serve(room, filled, now);
+    if (board.condition == Board::Condition::Unplugged)
+        return {.complete = true, .outcome = Outcome::NoDevice, .bytes = reply.bytes};
+    return reply;
+}
+
+void Camera::GiveUp(uint8_t endpoint, Time now)
+{
+    if (endpoint == kImageEndpoint)
+        m_state->stream.GiveUp(now);
+}
+
+void Camera::ClearHalt(uint8_t endpoint, Time now)
+{
+    if (endpoint != kImageEndpoint)
+        return;
+    m_state->stream.Advance(now);
+    m_state->stream.ClearHalt();
+}
+
+Outcome Camera::Reset(Time now)
+{
+    if (m_state->board.condition != Board::Condition::Working)
+        return Outcome::NoDevice;
+    m_state->stream.Advance(now);
+    m_state->board.dataPath = false;
+    m_state->stream.ClearHalt();
+    m_state->stream.FollowBoard(now);
+    return Outcome::Ok;
+}
+
+size_t Camera::BulkPacketSize() const
+{
+    return PacketSize(m_state->options.link);
+}
+
+uint64_t Camera::FramesProduced() const
+{
+    return m_state->stream.Produced();
+}
+
+uint8_t Camera::SonyRegister(uint16_t address) const
+{
+    return m_state->board.sensor->ReadByte(address);
+}
+
+uint16_t Camera::FpgaRegister(uint8_t number) const
+{
+    return m_state->board.fpga.Read(number);
+}
+
+std::span<uint8_t> Camera::Flash()
+{
+    return m_state->board.flash.Contents();
+}
+
+} // namespace vscsim

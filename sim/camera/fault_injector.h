@@ -1,0 +1,29 @@
+#pragma once
+
+#include "camera/fault_plan.h"
+
+#include <random>
+
+namespace vscsim {
+
+/// Counts requests and frames, and says which rules of the plan hit the one at hand.
+class FaultInjector {
+  public:
+    FaultInjector(const FaultPlan &plan, uint64_t seed);
+
+    std::vector<FaultRule> ForRequest(uint8_t request);
+    std::vector<FaultRule> ForFrame();
+
+  private:
+    struct Armed {
+        FaultRule rule;
+        uint64_t seen = 0;
+    };
+    bool Strikes(Armed &armed);
+
+    std::vector<Armed> m_onRequests;
+    std::vector<Armed> m_onFrames;
+    std::mt19937_64 m_random;
+};
+
+} // namespace vscsim

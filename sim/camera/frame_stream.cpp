@@ -1,0 +1,274 @@
+#include "camera/frame_stream.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace vscsim {
+namespace {
+
+using namespace std::chrono_literals;
+
+// An empty frame that nobody gives up ends by itself.
+constexpr Time kLongestSilence = 5s;
+
+// The transfers of one read are given up together; this is the same read.
+constexpr Time kSameRead = 1ms;
+
+constexpr uint64_t kDefaultMissingBytes = 512;
+
+} // namespace
+
+FrameStream::FrameStream(Board &board, SceneSource &scene, FaultInjector &faults,
+                         const CameraOptions &options, size_t packetSize)
+    : m_board(board), m_scene(scene), m_faults(faults), m_speed(options.speed),
+      m_limit(options.frameLimit.value_or(std::numeric_limits<uint64_t>::max())),
+      m_packetSize(packetSize)
+{
+}
+
+Time FrameStream::Paced(Time duration) const
+{
+    if (HostPaced())
+        return Time::zero();
+    return std::chrono::duration_cast<Time>(
+        std::chrono::duration<double, std::nano>(static_cast<double>(duration.count()) / m_speed));
+}
+
+std::optional<FrameStream::Frame> FrameStream::Expose(const FrameSettings &settings, Time begins,
+                                                      Time exposure)
+{
+    if (!settings.Possible() || m_produced >= m_limit)
+        return std::nullopt;
+    return Frame{.settings = settings,
+                 .exposure = {.frame = m_number++, .duration = exposure},
+                 .begins = begins,
+                 .ends = begins + Paced(settings.readout)};
+}
+
+std::optional<FrameStream::Frame> FrameStream::ExposeFree(Time starts)
+{
+    const FrameSettings settings = m_board.Settings();
+    return Expose(settings, starts + Paced(settings.period), settings.exposure);
+}
+
+void FrameStream::Advance(Time now)
+{
+    while (m_next) {
+        const Time begins = m_next->begins;
+        if (m_sending ? m_next->ends > now : begins > now)
+            return;
+        ++m_produced;
+        if (!m_sending)
+            m_sending = Sending{.frame = *m_next};
+        m_next = m_mode == Mode::Free && !HostPaced() ? ExposeFree(begins) : std::nullopt;
+    }
+}
+
+FrameStream::Mode FrameStream::BoardMode() const
+{
+    if (!m_board.Streaming())
+        return Mode::Stopped;
+    return m_board.fpga.LongExposure() ? Mode::Gated : Mode::Free;
+}
+
+void FrameStream::FollowBoard(Time now)
+{
+    const Mode mode = BoardMode();
+    if (mode != m_mode) {
+        // The FPGA begins anew: what was exposing, read out or held is gone.
+        if (m_mode == Mode::Stopped)
+            m_number = 0;
+        m_mode = mode;
+        m_gate.reset();
+        m_next.reset();
+        Flush();
+    }
+    if (m_mode == Mode::Free && !m_next && !HostPaced())
+        m_next = ExposeFree(now);
+    if (m_mode == Mode::Gated)
+        FollowGate(now);
+}
+
+void FrameStream::FollowGate(Time now)
+{
+    const bool open = m_board.fpga.GateOpen();
+    if (open && !m_gate) {
+        m_gate = Gate{.settings = m_board.Settings(), .opened = now};
+    } else if (!open && m_gate) {
+        m_next = Expose(m_gate->settings, now, now - m_gate->opened);
+        m_gate.reset();
+    }
+}
+
+void FrameStream::ClearHalt()
+{
+    m_halted = false;
+    Flush();
+}
+
+void FrameStream::GiveUp(Time now)
+{
+    const bool silent = m_sending && m_sending->prepared && m_sending->length == 0;
+    if (silent && now >= m_sending->frame.ends + kSameRead)
+        Flush();
+}
+
+void FrameStream::Apply(const FaultRule &fault, Sending &sending, FrameMarks &marks)
+{
+    switch (fault.fault) {
+    case Fault::ShortFrame:
+        sending.length -= static_cast<size_t>(std::min<uint64_t>(
+            sending.length, fault.amount != 0 ? fault.amount : kDefaultMissingBytes));
+        break;
+    case Fault::EmptyFrame:
+        sending.length = 0;
+        break;
+    case Fault::BadHead:
+        marks.head = static_cast<uint16_t>(~marks.head);
+        break;
+    case Fault::BadTail:
+        marks.tail = static_cast<uint16_t>(~marks.tail);
+        break;
+    case Fault::UnequalCounters:
+        ++marks.tailCounter;
+        break;
+    case Fault::IoErrorFrame:
+        sending.failure = Outcome::IoError;
+        break;
+    case Fault::StallFrame:
+        sending.failure = Outcome::Stall;
+        break;
+    case Fault::Mute:
+        m_board.condition = Board::Condition::Mute;
+        break;
+    case Fault::Unplug:
+        m_board.condition = Board::Condition::Unplugged;
+        break;
+    case Fault::RefuseRequest:
+    case Fault::TimeOutRequest:
+    case Fault::ShortAnswer:
+        break; // hit requests only
+    }
+}
+
+/// Makes the bytes of a frame, when the host first asks for them.
+void FrameStream::Prepare(Sending &sending, Time now)
+{
+    const Frame &frame = sending.frame;
+    const auto counter = static_cast<uint16_t>(frame.exposure.frame & 0xFFFFU);
+    FrameMarks marks{.headCounter = counter, .tailCounter = counter};
+    sending.prepared = true;
+    sending.length = frame.settings.Bytes();
+    for (const FaultRule &fault : m_faults.ForFrame())
+        Apply(fault, sending, marks);
+    if (sending.failure || sending.length == 0 || m_board.condition != Board::Condition::Working) {
+        sending.frame.ends = now; // the silence begins here
+        return;
+    }
+    Exposure exposure = frame.exposure;
+    exposure.celsius = m_board.climate.Celsius(now);
+    exposure.shift = m_board.guide.ShiftAt(now);
+    m_bytes.resize(frame.settings.Bytes());
+    RenderFrame(m_scene, frame.settings, exposure, m_bytes);
+    WriteMarks(marks, m_bytes);
+}
+
+/// Bytes that have come from the sensor: whole packets, and the rest when the frame is complete.
+size_t FrameStream::Arrived(const Sending &sending, Time now) const
+{
+    const Frame &frame = sending.frame;
+    if (now >= frame.ends)
+        return sending.length;
+    const double part = static_cast<double>((now - frame.begins).count()) /
+                        static_cast<double>((frame.ends - frame.begins).count());
+    const auto bytes =
+        static_cast<size_t>(part * static_cast<double>(frame.settings.Bytes())); // cut on purpose
+    return std::min(bytes - bytes % m_packetSize, sending.length - sending.length % m_packetSize);
+}
+
+Time FrameStream::ArrivalOf(const Sending &sending, size_t bytes) const
+{
+    const Frame &frame = sending.frame;
+    const double part = static_cast<double>(bytes) / static_cast<double>(frame.settings.Bytes());
+    const double span = static_cast<double>((frame.ends - frame.begins).count());
+    const Time arrival = frame.begins + Time(std::llround(std::ceil(part * span))) + 1us;
+    return bytes >= sending.length ? frame.ends : std::min(arrival, frame.ends);
+}
+
+/// Moves what has arrived and fits, in whole packets as the wire has them.
+size_t FrameStream::TakePackets(Sending &sending, std::span<uint8_t> room, Time now)
+{
+    size_t bytes = Arrived(sending, now) - sending.sent;
+    if (bytes > room.size())
+        bytes = room.size() - room.size() % m_packetSize;
+    const auto from = m_bytes.begin() + static_cast<std::ptrdiff_t>(sending.sent);
+    std::copy_n(from, bytes, room.begin());
+    sending.sent += bytes;
+    return bytes;
+}
+
+BulkReply FrameStream::Serve(std::span<uint8_t> room, size_t filled, Time now)
+{
+    BulkReply reply{.bytes = filled};
+    const auto complete = [&reply](Outcome outcome) {
+        reply.complete = true;
+        reply.outcome = outcome;
+        return reply;
+    };
+    const auto later = [&reply](Time at) {
+        reply.readyAt = at;
+        return reply;
+    };
+
+    while (!m_halted && reply.bytes < room.size()) {
+        if (HostPaced() && m_mode == Mode::Free && !m_sending)
+            m_next = ExposeFree(now);
+        Advance(now);
+        if (!m_sending)
+            return later(m_next ? m_next->begins : kNever);
+
+        Sending &sending = *m_sending;
+        if (!sending.prepared)
+            Prepare(sending, now);
+        if (m_board.condition != Board::Condition::Working)
+            return reply; // the camera decides
+        if (sending.failure) {
+            const Outcome outcome = *sending.failure;
+            m_halted = outcome == Outcome::Stall;
+            Flush();
+            return complete(outcome);
+        }
+        if (sending.length == 0) {
+            const Time silentUntil = sending.frame.ends + kLongestSilence;
+            if (now < silentUntil)
+                return later(silentUntil);
+            Flush();
+            continue;
+        }
+
+        const std::span<uint8_t> left = room.subspan(reply.bytes);
+        const size_t taken = TakePackets(sending, left, now);
+        reply.bytes += taken;
+        if (sending.sent == sending.length) {
+            const bool endsTransfer = sending.length % m_packetSize != 0;
+            Flush();
+            if (endsTransfer)
+                return complete(Outcome::Ok);
+        } else if (taken == left.size()) {
+            break;
+        } else if (sending.sent < Arrived(sending, now)) {
+            // The next packet is longer than what is left of the buffer: it is lost.
+            sending.sent = std::min(sending.sent + m_packetSize, sending.length);
+            if (sending.sent == sending.length)
+                Flush();
+            return complete(Outcome::Overflow);
+        } else {
+            return later(
+                ArrivalOf(sending, std::min(sending.length, sending.sent + left.size() - taken)));
+        }
+    }
+    return complete(m_halted ? Outcome::Stall : Outcome::Ok);
+}
+
+} // namespace vscsim

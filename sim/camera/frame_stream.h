@@ -1,0 +1,87 @@
+#pragma once
+
+#include "camera/board.h"
+#include "camera/fault_injector.h"
+#include "camera/scene_source.h"
+
+#include <optional>
+
+namespace vscsim {
+
+/// Frames from the sensor to the bulk endpoint.
+///
+/// A frame is exposed for one period and read out during the next; its bytes arrive evenly while it
+/// is read out. The camera holds one frame: while the host has not taken all of it, the next one
+/// may still be read out, but it is lost when it ends before the host has finished. Without pacing
+/// a frame is there whenever one is asked for, except that a long exposure needs its gate.
+class FrameStream {
+  public:
+    FrameStream(Board &board, SceneSource &scene, FaultInjector &faults,
+                const CameraOptions &options, size_t packetSize);
+
+    /// Brings the stream up to the present, before anything that changes registers.
+    void Advance(Time now);
+
+    /// Looks at the registers again: starts, stops, and the gate of long exposures.
+    void FollowBoard(Time now);
+
+    /// Drops the frame that is being sent.
+    void Flush() { m_sending.reset(); }
+    void ClearHalt();
+    void GiveUp(Time now);
+
+    BulkReply Serve(std::span<uint8_t> room, size_t filled, Time now);
+
+    uint64_t Produced() const { return m_produced; }
+
+  private:
+    enum class Mode { Stopped, Free, Gated };
+    struct Frame {
+        FrameSettings settings;
+        Exposure exposure;
+        Time begins{}; // of the read-out
+        Time ends{};
+    };
+    struct Sending {
+        Frame frame;
+        bool prepared = false;
+        std::optional<Outcome> failure = {}; // instead of bytes
+        size_t length = 0;                   // in bytes, after faults
+        size_t sent = 0;
+    };
+    struct Gate {
+        FrameSettings settings;
+        Time opened{};
+    };
+
+    bool HostPaced() const { return m_speed <= 0; }
+    Mode BoardMode() const;
+    Time Paced(Time duration) const;
+    std::optional<Frame> Expose(const FrameSettings &settings, Time begins, Time exposure);
+    std::optional<Frame> ExposeFree(Time starts);
+    void FollowGate(Time now);
+
+    void Prepare(Sending &sending, Time now);
+    void Apply(const FaultRule &fault, Sending &sending, FrameMarks &marks);
+    size_t Arrived(const Sending &sending, Time now) const;
+    Time ArrivalOf(const Sending &sending, size_t bytes) const;
+    size_t TakePackets(Sending &sending, std::span<uint8_t> room, Time now);
+
+    Board &m_board;
+    SceneSource &m_scene;
+    FaultInjector &m_faults;
+    double m_speed;
+    uint64_t m_limit;
+    size_t m_packetSize;
+
+    Mode m_mode = Mode::Stopped;
+    std::optional<Gate> m_gate;       // open
+    std::optional<Frame> m_next;      // exposing, or being read out
+    std::optional<Sending> m_sending; // held for the host
+    std::vector<uint8_t> m_bytes;     // of the frame being sent
+    bool m_halted = false;
+    uint32_t m_number = 0; // of the next exposure since the stream was started
+    uint64_t m_produced = 0;
+};
+
+} // namespace vscsim

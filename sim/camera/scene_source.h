@@ -1,0 +1,52 @@
+#pragma once
+
+#include "camera/camera.h"
+#include "camera/frame_settings.h"
+#include "camera/guide_port.h"
+
+#include <memory>
+#include <span>
+
+namespace vscsim {
+
+/// What one exposure saw, beyond the settings.
+struct Exposure {
+    uint32_t frame = 0; // since the stream was started
+    Time duration{};
+    double celsius = 20;
+    GuidePort::Shift shift = {};
+};
+
+/// Where the pixels come from.
+class SceneSource {
+  public:
+    SceneSource() = default;
+    SceneSource(const SceneSource &) = delete;
+    SceneSource &operator=(const SceneSource &) = delete;
+    virtual ~SceneSource() = default;
+
+    /// Rows of the same exposure follow, from the top.
+    virtual void Begin(const SensorReadout &sensor, const Exposure &exposure) = 0;
+
+    /// One row as the sensor sends it, left-aligned in 16 bits.
+    virtual void Row(int row, std::span<uint16_t> samples) = 0;
+};
+
+std::unique_ptr<SceneSource> MakePatternSource();
+std::unique_ptr<SceneSource> MakeSkySource(const ModelFacts &model, uint64_t seed);
+
+/// Makes the bytes of a frame: what the FPGA does with the rows of the sensor. Where the sensor
+/// sends less than the FPGA was told to expect, the frame shows garbage.
+void RenderFrame(SceneSource &scene, const FrameSettings &settings, const Exposure &exposure,
+                 std::span<uint8_t> frame);
+
+/// The marks that the FPGA sets over the first and last pixels of a frame.
+struct FrameMarks {
+    uint16_t head = 0x5A7E;
+    uint16_t headCounter = 0;
+    uint16_t tailCounter = 0;
+    uint16_t tail = 0x3CF0;
+};
+void WriteMarks(const FrameMarks &marks, std::span<uint8_t> frame);
+
+} // namespace vscsim

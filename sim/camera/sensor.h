@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+
+namespace vscsim {
+
+/// A rectangle of the sensor in unbinned pixels.
+struct Window {
+    int x = 0;
+    int y = 0;
+    int width = 0;
+    int height = 0;
+};
+
+/// What a sensor does with its clock and line pulses, as its registers say.
+struct SensorReadout {
+    bool streaming = false; // out of standby
+    Window window;
+    int bin = 1; // of the sensor itself; it sends window / bin
+    int bits = 12;
+    double clockHz = 0;        // of the line length that the FPGA counts
+    uint32_t shutterLines = 0; // lines at the start of a frame before the exposure begins
+    double gain = 1;           // against the lowest setting
+    int blackLevel = 0;        // of 4096
+
+    int Columns() const { return window.width / bin; }
+    int Rows() const { return window.height / bin; }
+};
+
+/// A sensor behind the controller's register requests. One class per way of programming; what
+/// differs between sensors of one way is data.
+class Sensor {
+  public:
+    Sensor() = default;
+    Sensor(const Sensor &) = delete;
+    Sensor &operator=(const Sensor &) = delete;
+    virtual ~Sensor() = default;
+
+    virtual void WriteByte(uint16_t address, uint8_t value) = 0;
+    virtual uint8_t ReadByte(uint16_t address) const = 0;
+    virtual void WriteWord(uint16_t address, uint16_t value) = 0;
+    virtual uint16_t ReadWord(uint16_t address) const = 0;
+
+    virtual SensorReadout Readout() const = 0;
+};
+
+} // namespace vscsim

@@ -1,0 +1,187 @@
+#pragma once
+
+#include "camera/camera.h"
+#include "camera/pattern.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+namespace vscsim {
+
+using namespace std::chrono_literals;
+
+/// A host program reduced to its traffic, with a clock of its own.
+class Host {
+  public:
+    static constexpr uint8_t kEndpoint = 0x81;
+    static constexpr size_t kTransferBytes = 1 << 20;
+
+    struct Format {
+        int x = 0;
+        int y = 0;
+        int width = 640;
+        int height = 480;
+        bool sixteenBit = false;
+        bool sensorBins = false;
+
+        int Columns() const { return sensorBins ? width / 2 : width; }
+        int Rows() const { return sensorBins ? height / 2 : height; }
+        size_t Bytes() const
+        {
+            return static_cast<size_t>(Columns()) * static_cast<size_t>(Rows()) *
+                   (sixteenBit ? 2 : 1);
+        }
+    };
+
+    explicit Host(CameraOptions options = {.speed = 0}, const char *model = "VSC470MM")
+        : camera(*FindModel(model), std::move(options))
+    {
+    }
+
+    Outcome Out(uint8_t request, int value = 0, int index = 0, std::vector<uint8_t> data = {})
+    {
+        return camera
+            .Control({.requestType = 0x40,
+                      .request = request,
+                      .value = static_cast<uint16_t>(value),
+                      .index = static_cast<uint16_t>(index),
+                      .length = static_cast<uint16_t>(data.size()),
+                      .data = data},
+                     now)
+            .outcome;
+    }
+    ControlReply In(uint8_t request, int value, int index, int length)
+    {
+        return camera.Control({.requestType = 0xC0,
+                               .request = request,
+                               .value = static_cast<uint16_t>(value),
+                               .index = static_cast<uint16_t>(index),
+                               .length = static_cast<uint16_t>(length)},
+                              now);
+    }
+    void Sony(int address, int value) { (void)Out(0xB6, address, value); }
+    void Fpga(int number, int value) { (void)Out(0xBD, number, value); }
+    void Sony(int address, int value, int bytes)
+    {
+        for (int i = 0; i < bytes; ++i)
+            Sony(address + i, value >> 8 * i & 0xFF);
+    }
+    void Fpga(int number, int value, int bytes)
+    {
+        for (int i = 0; i < bytes; ++i)
+            Fpga(number + i, value >> 8 * i & 0xFF);
+    }
+
+    /// Window, depth, 18.5625 MHz, lines of 203 clocks, the shortest frame, exposed throughout.
+    void Program(const Format &format)
+    {
+        Fpga(1, 1);
+        Sony(0x3006, format.sensorBins ? 0x22 : 0);
+        Sony(0x3007, 0x40);
+        Sony(0x3042, format.width, 2);
+        Sony(0x303E, format.height, 2);
+        Sony(0x3040, format.x, 2);
+        Sony(0x303C, format.y, 2);
+        Sony(0x3046, 0xF1);
+        Sony(0x3009, 0x01);
+        Sony(0x300A, 1, 2);
+        Fpga(8, format.Rows(), 2);
+        Fpga(4, format.Columns(), 2);
+        Fpga(10, format.sixteenBit ? 0x11 : 0x01);
+        Fpga(19, 203, 2);
+        Fpga(16, format.height + 18, 3);
+        Sony(0x3020, 1, 3);
+        Fpga(1, 0);
+    }
+    /// Exposure in lines of the format above, 10.94 us each.
+    void ExposeLines(int lines, int height)
+    {
+        Fpga(16, std::max(lines + 2, height + 18), 3);
+        Sony(0x3020, std::max(height + 16 - lines, 1), 3);
+    }
+    void Start(uint8_t run = 0x21)
+    {
+        (void)Out(0xA9);
+        Sony(0x3000, 0);
+        Fpga(0, run);
+        camera.ClearHalt(kEndpoint, now);
+    }
+    void Stop()
+    {
+        Fpga(0, 0x31);
+        Sony(0x3000, 1);
+        (void)Out(0xAA);
+    }
+
+    /// One transfer; gives up at the time-out with what has come.
+    BulkReply Transfer(std::span<uint8_t> room, Time timeout)
+    {
+        const Time deadline = now + timeout;
+        BulkReply reply = camera.Bulk(kEndpoint, room, 0, now);
+        while (!reply.complete && reply.readyAt <= deadline) {
+            EXPECT_GT(reply.readyAt, now) << "would ask for ever";
+            now = reply.readyAt;
+            reply = camera.Bulk(kEndpoint, room, reply.bytes, now);
+        }
+        if (!reply.complete) {
+            now = deadline;
+            reply = camera.Bulk(kEndpoint, room, reply.bytes, now);
+            reply.outcome = Outcome::Timeout;
+            camera.GiveUp(kEndpoint, now);
+        }
+        return reply;
+    }
+    /// One read as a driver does it: transfers of 1 MiB until one fails or all are done.
+    std::vector<uint8_t> Read(size_t bytes, Time timeout = 1s)
+    {
+        std::vector<uint8_t> frame(bytes);
+        size_t received = 0;
+        for (size_t start = 0; start < bytes; start += kTransferBytes) {
+            const BulkReply reply = Transfer(
+                std::span(frame).subspan(start, std::min(kTransferBytes, bytes - start)), timeout);
+            received += reply.bytes;
+            last = reply.outcome;
+            if (last != Outcome::Ok)
+                break;
+        }
+        frame.resize(received);
+        return frame;
+    }
+
+    Camera camera;
+    Time now = 1h;
+    Outcome last = Outcome::Ok;
+};
+
+inline int Word(std::span<const uint8_t> frame, size_t at)
+{
+    return frame[at] | frame[at + 1] << 8;
+}
+
+/// Whether the frame is whole, marked, and shows the test pattern of its own counter.
+inline ::testing::AssertionResult ShowsPattern(std::span<const uint8_t> frame,
+                                               const Host::Format &format, int number)
+{
+    if (frame.size() != format.Bytes())
+        return ::testing::AssertionFailure() << frame.size() << " bytes";
+    const size_t end = frame.size();
+    if (Word(frame, 0) != 0x5A7E || Word(frame, end - 2) != 0x3CF0 || Word(frame, 2) != number ||
+        Word(frame, end - 4) != number)
+        return ::testing::AssertionFailure()
+               << "marks, counters " << Word(frame, 2) << ", " << Word(frame, end - 4);
+    const size_t bytesPerSample = format.sixteenBit ? 2 : 1;
+    const int bin = format.sensorBins ? 2 : 1;
+    for (size_t at = 4; at < end - 4; at += bytesPerSample) {
+        const int sample = static_cast<int>(at / bytesPerSample);
+        const int expected =
+            PatternSample(static_cast<uint32_t>(number), format.x + sample % format.Columns() * bin,
+                          format.y + sample / format.Columns() * bin);
+        const int seen = format.sixteenBit ? Word(frame, at) : frame[at];
+        if (seen != (format.sixteenBit ? expected : expected >> 8))
+            return ::testing::AssertionFailure() << "sample " << sample << " is " << seen;
+    }
+    return ::testing::AssertionSuccess();
+}
+
+} // namespace vscsim

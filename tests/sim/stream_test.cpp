@@ -1,0 +1,285 @@
+#include "sim/host.h"
+
+namespace vscsim {
+namespace {
+
+TEST(Stream, FramesFollowTheProgrammedGeometryAndDepth)
+{
+    const Host::Format formats[] = {
+        {.width = 1936, .height = 1096},
+        {.width = 1280, .height = 960}, // a multiple of the packet: no transfer ends by itself
+        {.x = 4, .y = 2},
+        {.x = 1288, .y = 616, .width = 648, .height = 480, .sixteenBit = true},
+        {.width = 1936, .height = 1096, .sixteenBit = true},
+        {.x = 8, .y = 4, .width = 1280, .height = 960, .sensorBins = true},
+        {.width = 8, .height = 2},
+    };
+    for (const double speed : {0.0, 1.0})
+        for (const LinkSpeed link : {LinkSpeed::Super, LinkSpeed::High})
+            for (const Host::Format &format : formats) {
+                SCOPED_TRACE(testing::Message() << format.width << " x " << format.height << " at "
+                                                << format.x << ", speed " << speed);
+                Host host({.link = link, .speed = speed});
+                host.Program(format);
+                host.Start();
+                for (int number = 0; number < 3; ++number)
+                    EXPECT_TRUE(ShowsPattern(host.Read(format.Bytes()), format, number));
+            }
+}
+
+TEST(Stream, NothingComesUnlessEverySwitchIsOn)
+{
+    const struct {
+        const char *what;
+        void (*spoil)(Host &);
+    } cases[] = {
+        {"data path", [](Host &host) { host.Out(0xAA); }},
+        {"sensor standby", [](Host &host) { host.Sony(0x3000, 1); }},
+        {"sensor clock", [](Host &host) { host.Out(0xAE); }},
+        {"FPGA reset", [](Host &host) { host.Fpga(0, 0), host.Fpga(0, 0x21); }},
+        {"FPGA stopped", [](Host &host) { host.Fpga(0, 0x31); }},
+        {"FPGA waits", [](Host &host) { host.Fpga(0, 0x30); }},
+        {"no width", [](Host &host) { host.Fpga(4, 0, 2); }},
+        {"no line length", [](Host &host) { host.Fpga(19, 0, 2); }},
+        {"unknown rate", [](Host &host) { host.Sony(0x3009, 0x0F); }},
+        {"shut gate", [](Host &host) { host.Fpga(0, 0xE1); }},
+        {"reset", [](Host &host) { host.camera.Reset(host.now); }},
+    };
+    for (const double speed : {0.0, 1.0})
+        for (const auto &c : cases) {
+            SCOPED_TRACE(c.what);
+            Host host({.speed = speed});
+            host.Program({});
+            host.Start();
+            EXPECT_EQ(host.Read(640 * 480).size(), 640U * 480U);
+            c.spoil(host);
+            host.now += 1s; // a frame that was under way when the registers changed
+            host.camera.ClearHalt(Host::kEndpoint, host.now);
+            (void)host.Read(640 * 480);
+            EXPECT_TRUE(host.Read(640 * 480).empty());
+        }
+}
+
+TEST(Stream, AStoppedStreamLeavesNothingToTheNext)
+{
+    const Host::Format format;
+    const struct {
+        const char *what;
+        void (*between)(Host &);
+        int number; // of the frame that comes next
+    } cases[] = {
+        {"halt cleared", [](Host &host) { host.camera.ClearHalt(Host::kEndpoint, host.now); }, 1},
+        {"stopped and started", [](Host &host) { host.Stop(), host.Start(); }, 0},
+        {"data path off and on", [](Host &host) { host.Out(0xAA), host.Out(0xA9); }, 0},
+        {"reset", [](Host &host) { host.camera.Reset(host.now), host.Start(); }, 0},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.what);
+        Host host;
+        host.Program(format);
+        host.Start();
+        EXPECT_EQ(host.Read(4096).size(), 4096U); // the rest is left behind
+        c.between(host);
+        EXPECT_TRUE(ShowsPattern(host.Read(format.Bytes()), format, c.number));
+    }
+}
+
+TEST(Stream, PacketsDecideHowTransfersEnd)
+{
+    std::vector<uint8_t> room(1 << 20);
+    Host host;
+    host.Program({.width = 648, .height = 10}); // 6 packets and 336 bytes
+    host.Start();
+    const auto transfer = [&](size_t bytes) {
+        return host.Transfer(std::span(room).first(bytes), 1s);
+    };
+    EXPECT_EQ(transfer(room.size()).bytes, 6480U); // a short packet ends it
+
+    const BulkReply odd = transfer(1500); // one packet fits, the next does not
+    EXPECT_EQ(odd.outcome, Outcome::Overflow);
+    EXPECT_EQ(odd.bytes, 1024U);
+    EXPECT_EQ(transfer(room.size()).bytes, 6480U - 2048U); // that packet is lost
+
+    const BulkReply whole = transfer(6480);
+    EXPECT_EQ(whole.outcome, Outcome::Ok);
+    EXPECT_EQ(whole.bytes, 6480U);
+
+    host.Program({.width = 1280, .height = 4}); // 5 packets: frames flow into one another
+    EXPECT_EQ(transfer(7168).bytes, 7168U);
+    EXPECT_EQ(Word(room, 0), 0x5A7E);
+    EXPECT_EQ(Word(room, 5120), 0x5A7E);
+    EXPECT_EQ(transfer(3072).bytes, 3072U);
+    EXPECT_EQ(Word(room, 3070), 0x3CF0);
+
+    EXPECT_EQ(host.camera.Bulk(0x82, room, 0, host.now).outcome, Outcome::Stall);
+}
+
+/// Time from the end of one frame to the end of the next.
+Time Period(Host &host, size_t bytes)
+{
+    (void)host.Read(bytes, 100s);
+    const Time first = host.now;
+    (void)host.Read(bytes, 100s);
+    return host.now - first;
+}
+
+TEST(Stream, FramesComeAtTheProgrammedRate)
+{
+    const struct {
+        const char *what;
+        void (*program)(Host &);
+        double milliseconds;
+    } cases[] = {
+        {"shortest frame", [](Host &) {}, 498 * 203 / 18562.5},
+        {"frame pulse too early", [](Host &host) { host.Fpga(16, 5, 3); }, 497 * 203 / 18562.5},
+        {"longer lines", [](Host &host) { host.Fpga(19, 1000, 2); }, 498 * 1000 / 18562.5},
+        {"more lines", [](Host &host) { host.Fpga(16, 0x12345, 3); }, 0x12345 * 203 / 18562.5},
+        {"fast clock", [](Host &host) { host.Sony(0x3009, 0x10); }, 498 * 203 / 37125.0},
+        {"slow clock", [](Host &host) { host.Sony(0x3009, 0x12); }, 498 * 203 / 9281.25},
+    };
+    for (const double speed : {1.0, 4.0})
+        for (const auto &c : cases) {
+            SCOPED_TRACE(c.what);
+            Host host({.speed = speed});
+            host.Program({});
+            c.program(host);
+            host.Start();
+            const Time period = Period(host, 640 * 480);
+            EXPECT_NEAR(std::chrono::duration<double>(period).count() * 1e3, c.milliseconds / speed,
+                        0.01);
+        }
+}
+
+TEST(Stream, BytesArriveWhileAFrameIsReadOut)
+{
+    Host host({.speed = 1});
+    const Host::Format format{.width = 1936, .height = 1096};
+    host.Program(format);
+    host.Start();
+    std::vector<uint8_t> room(format.Bytes());
+    const Time period = std::chrono::nanoseconds(1114 * 203 * 10'000'000LL / 185'625);
+    host.now += period + period / 2;
+    const size_t half = host.camera.Bulk(Host::kEndpoint, room, 0, host.now).bytes;
+    EXPECT_EQ(half % 1024, 0U);
+    EXPECT_NEAR(static_cast<double>(half), static_cast<double>(format.Bytes()) / 2, 40'000);
+}
+
+TEST(Stream, ASlowHostLosesWholeFrames)
+{
+    Host host({.speed = 1});
+    const Host::Format format;
+    host.Program(format);
+    host.Start();
+    EXPECT_TRUE(ShowsPattern(host.Read(format.Bytes()), format, 0));
+    host.now += 54ms; // ten frames
+    EXPECT_TRUE(ShowsPattern(host.Read(format.Bytes()), format, 1));
+    const std::vector<uint8_t> frame = host.Read(format.Bytes());
+    EXPECT_GE(Word(frame, 2), 10);
+    EXPECT_TRUE(ShowsPattern(frame, format, Word(frame, 2)));
+    EXPECT_EQ(host.camera.FramesProduced(), static_cast<uint64_t>(Word(frame, 2)) + 1);
+}
+
+TEST(Stream, ALongExposureTakesOneFramePerGate)
+{
+    const Host::Format format;
+    for (const double speed : {0.0, 1.0}) {
+        Host host({.speed = speed});
+        host.Program(format);
+        host.Start(0xE1);
+        for (int number = 0; number < 2; ++number) {
+            host.Fpga(11, 1);
+            EXPECT_TRUE(host.Read(format.Bytes(), 5s).empty());
+            host.Fpga(11, 0);
+            EXPECT_TRUE(ShowsPattern(host.Read(format.Bytes(), 2s), format, number));
+            EXPECT_TRUE(host.Read(format.Bytes(), 5s).empty());
+        }
+        host.Fpga(0, 0x21); // back to a running stream, under the same count
+        EXPECT_TRUE(ShowsPattern(host.Read(format.Bytes()), format, 2));
+    }
+}
+
+TEST(Stream, EndsAtTheFrameLimit)
+{
+    for (const double speed : {0.0, 1.0}) {
+        Host host({.speed = speed, .frameLimit = 2});
+        host.Program({});
+        host.Start();
+        EXPECT_FALSE(host.Read(640 * 480).empty());
+        EXPECT_FALSE(host.Read(640 * 480).empty());
+        EXPECT_TRUE(host.Read(640 * 480).empty());
+        host.Stop();
+        host.Start();
+        EXPECT_TRUE(host.Read(640 * 480).empty());
+        EXPECT_EQ(host.camera.FramesProduced(), 2U);
+    }
+}
+
+TEST(Stream, HeldRegistersActTogetherOnRelease)
+{
+    Host host;
+    host.Program({});
+    host.Start();
+    host.Fpga(1, 1);
+    host.Fpga(4, 328, 2);
+    EXPECT_EQ(host.camera.FpgaRegister(4), 328 & 0xFF); // reads back at once
+    EXPECT_TRUE(ShowsPattern(host.Read(640 * 480), {}, 0));
+    host.Fpga(1, 0);
+    EXPECT_EQ(host.Read(1 << 20).size(), 328U * 480U);
+
+    host.Fpga(4, 640, 2);
+    host.Sony(0x3001, 1);
+    host.Sony(0x3040, 16, 2);
+    EXPECT_TRUE(ShowsPattern(host.Read(640 * 480), {}, 2));
+    host.Sony(0x3001, 0);
+    EXPECT_TRUE(ShowsPattern(host.Read(640 * 480), {.x = 16}, 3));
+}
+
+TEST(Stream, WrongRegistersMakeAWrongPicture)
+{
+    const struct {
+        const char *what;
+        void (*program)(Host &);
+        uint16_t expected; // sample at column 400, row 100
+    } cases[] = {
+        {"right", [](Host &) {}, PatternSample(0, 400, 100)},
+        {"no crop", [](Host &host) { host.Sony(0x3007, 0); }, PatternSample(0, 400, 100)},
+        {"sensor sends more bits", [](Host &host) { host.Fpga(10, 0x10); },
+         static_cast<uint16_t>(PatternSample(0, 400, 100) << 2)},
+        {"sensor sends fewer bits", [](Host &host) { host.Sony(0x3046, 0xF0); },
+         static_cast<uint16_t>(PatternSample(0, 400, 100) >> 2)},
+        {"sensor's origin", [](Host &host) { host.Sony(0x3040, 40, 2); },
+         PatternSample(0, 440, 100)},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.what);
+        Host host;
+        host.Program({.sixteenBit = true});
+        c.program(host);
+        host.Start();
+        EXPECT_EQ(Word(host.Read(640 * 480 * 2), 2 * (100 * 640 + 400)), c.expected);
+    }
+}
+
+TEST(Stream, AFrameLargerThanTheSensorsWindowEndsInGarbage)
+{
+    Host host;
+    host.Program({});
+    host.Sony(0x3042, 320, 2);
+    host.Sony(0x303E, 240, 2);
+    host.Start();
+    const std::vector<uint8_t> frame = host.Read(640 * 480);
+    ASSERT_EQ(frame.size(), 640U * 480U);
+    EXPECT_EQ(frame[200 * 640 + 319], PatternSample(0, 319, 200) >> 8);
+    const auto unlike = [&frame](int fromX, int fromY) {
+        int count = 0;
+        for (int y = fromY; y < fromY + 100; ++y)
+            for (int x = fromX; x < fromX + 100; ++x)
+                count += frame[static_cast<size_t>(y * 640 + x)] != PatternSample(0, x, y) >> 8;
+        return count;
+    };
+    EXPECT_GT(unlike(320, 100), 9000);
+    EXPECT_GT(unlike(100, 240), 9000);
+}
+
+} // namespace
+} // namespace vscsim
