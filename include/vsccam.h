@@ -40,7 +40,8 @@ extern "C" {
 typedef int VSC_BOOL;
 
 /** Controls of getValue, setValue, getMin, getMax, isAutoSupported and isAvailable. */
-typedef enum Control_TYPE {
+typedef int Control_TYPE;
+enum {
     CONTROL_GAIN = 0,          /**< sensor gain, in steps of the model (usually 0.1 dB) */
     CONTROL_EXPOSURE = 1,      /**< exposure time, microseconds */
     CONTROL_GAMMA = 2,         /**< 0 to 100; 50 is linear, larger is brighter */
@@ -57,28 +58,29 @@ typedef enum Control_TYPE {
     CONTROL_COOLER_ON = 13,    /**< 1: the cooler regulates; cooled models */
     CONTROL_MONO_BIN = 14,     /**< 1: colour models bin without regard to colour */
     CONTROL_FAN_ON = 15        /**< 1: the fan runs; cooled models */
-} Control_TYPE;
+};
 
 /** Image formats of setImageFormat, getImgType and isImgTypeSupported. */
-typedef enum VSC_IMG_TYPE {
+enum VSC_IMG_TYPE {
     VSC_IMG_RAW8 = 0,  /**< one byte per pixel as the sensor has it (mosaic on colour models) */
     VSC_IMG_RGB24 = 1, /**< three bytes per pixel, demosaiced, in the order blue, green, red */
     VSC_IMG_RAW16 = 2, /**< 16 bits per pixel in host byte order, as the sensor has it */
     VSC_IMG_Y8 = 3     /**< one byte luminance per pixel */
-} VSC_IMG_TYPE;
+};
 
 /** Result of getExpStatus. */
-typedef enum VSC_EXP_STATUS {
+enum VSC_EXP_STATUS {
     VSC_EXP_IDLE = 0,    /**< no single exposure under way, or its frame was already taken */
     VSC_EXP_WORKING = 1, /**< the exposure runs */
     VSC_EXP_SUCCESS = 2, /**< a frame waits for getImageAfterExp */
     VSC_EXP_FAILED = 3   /**< the exposure ended without a frame; also: no camera is open */
-} VSC_EXP_STATUS;
+};
 
 /** The four lines of the guide port, in the order of the connector. Which of them moves the mount
  *  in which direction depends on the mount; the names follow the usual wiring and were not
  *  verified on hardware. */
-typedef enum GuideD { GUIDE_NORTH = 0, GUIDE_SOUTH = 1, GUIDE_EAST = 2, GUIDE_WEST = 3 } GuideD;
+typedef int GuideD;
+enum { GUIDE_NORTH = 0, GUIDE_SOUTH = 1, GUIDE_EAST = 2, GUIDE_WEST = 3 };
 
 /** Eight bytes of user identity that the camera keeps in its flash memory. */
 typedef struct _VSC_ID {
@@ -130,8 +132,9 @@ VSC_API void closeCamera(void);
  *  @return the value in the unit given at Control_TYPE; 0 for an unknown control or no camera */
 VSC_API int getValue(Control_TYPE control, bool *pbAuto);
 
-/** Sets a control. Values beyond the range are clamped; read-only and unknown controls, and
- *  cooler controls of models without a cooler, are ignored.
+/** Sets a control. Gain, exposure, white balance, bandwidth and target temperature are clamped to
+ *  what the model can do; gamma and brightness are taken as they are (see getMin and getMax).
+ *  Read-only and unknown controls, and cooler controls of models without a cooler, are ignored.
  *  @param bAuto  true lets the control set itself (gain, exposure, white balance, bandwidth) */
 VSC_API void setValue(Control_TYPE control, int value, bool bAuto);
 

@@ -1,6 +1,6 @@
 #include "base/sync.h"
 
-#include <system_error>
+#include <exception>
 
 namespace vsccam {
 
@@ -20,7 +20,7 @@ bool Thread::Start(std::function<void()> body)
                 source->ThreadEnds();
             }
         });
-    } catch (const std::system_error &) {
+    } catch (const std::exception &) {
         if (source)
             source->ThreadEnds();
         return false;

@@ -1,0 +1,122 @@
+#include "api/product_table.h"
+#include "api/session.h"
+#include "base/config.h"
+#include "base/debug_print.h"
+#include "usb/device_list.h"
+
+#include <vsccam.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+
+using namespace vsccam;
+
+namespace {
+
+bool IsOurs(const libusb_device_descriptor &descriptor)
+{
+    return descriptor.idVendor == CAMERA_VID && FindProduct(descriptor.idProduct);
+}
+
+/// Which device of its group, counted from 1, the camera at an index is.
+int OrdinalOf(int index)
+{
+    const uint32_t *list = TheSession().ConnectedCameras;
+    const uint32_t productId = list[index];
+    return 1 + static_cast<int>(std::count_if(list, list + index, [productId](uint32_t other) {
+               return SameGroup(productId, other);
+           }));
+}
+
+std::unique_ptr<CCameraBase> CreateCamera(uint32_t productId)
+{
+    const Product *product = FindProduct(productId);
+    if (product && !product->create)
+        OutputDbgPrint("the driver %s is not built yet\n", product->className);
+    if (!product || !product->create)
+        return nullptr;
+    try {
+        return product->create();
+    } catch (const std::exception &) { // short of memory or threads
+        OutputDbgPrint("no memory for %s\n", product->modelName);
+        return nullptr;
+    }
+}
+
+} // namespace
+
+int getNumberOfConnectedCameras()
+{
+    if (libusb_init(nullptr) != 0)
+        return 0;
+    Session &session = TheSession();
+    int count = 0;
+    {
+        DeviceList devices(nullptr);
+        for (libusb_device *device : devices) {
+            libusb_device_descriptor descriptor{};
+            if (libusb_get_device_descriptor(device, &descriptor) < 0) {
+                // Quirk, kept: abrupt. The list and the context are left as they are.
+                (void)std::fputs("failed to get device descriptor", stderr);
+                devices.Abandon();
+                return 0;
+            }
+            OutputDbgPrint("%04x:%04x (bus %d, device %d)\n", descriptor.idVendor,
+                           descriptor.idProduct, libusb_get_bus_number(device),
+                           libusb_get_device_address(device));
+            if (IsOurs(descriptor) && count < Session::kMaxCameras)
+                session.ConnectedCameras[count++] = descriptor.idProduct;
+        }
+    }
+    libusb_exit(nullptr);
+    session.iConnectedCameras = count;
+    return count;
+}
+
+char *getCameraModel(int iCamIndex)
+{
+    static char name[64];
+    const Session &session = TheSession();
+    if (iCamIndex < 0 || iCamIndex > session.iConnectedCameras)
+        return nullptr;
+    const Product *product = FindProduct(session.ConnectedCameras[iCamIndex]);
+    (void)std::snprintf(name, sizeof name, "%s", product ? product->modelName : "Error");
+    return name;
+}
+
+VSC_BOOL openCamera(int iCamIndex)
+{
+    Session &session = TheSession();
+    if (session.iConnectedCameras == 0)
+        (void)getNumberOfConnectedCameras();
+    if (iCamIndex < 0 || iCamIndex > session.iConnectedCameras)
+        return false;
+    if (session.pCamera) {
+        if (iCamIndex == session.iCamIndex)
+            return true;
+        OutputDbgPrint("already open close and reopen\n");
+        session.CloseCamera();
+    }
+    session.pCamera = CreateCamera(session.ConnectedCameras[iCamIndex]);
+    if (!session.pCamera)
+        return false;
+    session.iCamIndex = iCamIndex;
+    session.data_lenth = 0;
+    // A failed open leaves the object: the next open of another index, or a close, destroys it.
+    return session.pCamera->OpenCamera(OrdinalOf(iCamIndex));
+}
+
+VSC_BOOL initCamera()
+{
+    CCameraBase *camera = TheSession().pCamera.get();
+    if (!camera || !camera->InitCamera())
+        return false;
+    return setImageFormat(camera->MaxSize().width, camera->MaxSize().height, 1, VSC_IMG_RAW8);
+}
+
+void closeCamera()
+{
+    TheSession().CloseCamera();
+}

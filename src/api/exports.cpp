@@ -1,0 +1,318 @@
+#include "api/session.h"
+#include "base/config.h"
+#include "base/debug_print.h"
+
+#include <vsccam.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <optional>
+
+using namespace vsccam;
+
+namespace {
+
+/// An exported image format and what stands behind it.
+struct ImageFormat {
+    IMAGE_TYPE type;
+    bool rawOutput;
+    int bytesPerPixel;
+};
+
+constexpr ImageFormat kFormats[] = {
+    // by VSC_IMG_TYPE
+    {kByteImage, true, 1},
+    {kRgb24, false, 3},
+    {kRaw16, true, 2},
+    {kByteImage, false, 1},
+};
+
+const ImageFormat *FormatOf(int imgType)
+{
+    return imgType >= 0 && imgType < static_cast<int>(std::size(kFormats)) ? &kFormats[imgType]
+                                                                           : nullptr;
+}
+
+/// What `ask` says of the open camera, `fallback` when there is none.
+template <class Result, class Ask> Result WithCamera(Result fallback, Ask ask)
+{
+    CCameraBase *camera = CurrentCamera();
+    return camera ? static_cast<Result>(ask(*camera)) : fallback;
+}
+
+template <class Value> void WriteTo(Value *target, Value value)
+{
+    if (target)
+        *target = value;
+}
+
+} // namespace
+
+const char *getSDKVersion()
+{
+    return kLibraryVersion;
+}
+
+void setDebugPrint(bool on)
+{
+    SetDebugPrint(on);
+}
+
+VSC_BOOL setImageFormat(int width, int height, int bin, int imgType)
+{
+    Session &session = TheSession();
+    CCameraBase *camera = session.pCamera.get();
+    if (!camera)
+        return false;
+    session.cur_img_type = imgType;
+    OutputDbgPrint("width:%d, height:%d, bin:%d, ImgType:%d\n", width, height, bin, imgType);
+    const ImageFormat *format = FormatOf(imgType);
+    if (!format)
+        return false;
+    const bool rawBefore = camera->RawOutput();
+    camera->SetRawOutput(format->rawOutput);
+    if (!camera->SetResolution(width, height, bin, format->type)) {
+        camera->SetRawOutput(rawBefore);
+        return false;
+    }
+    session.data_lenth = camera->Width() * camera->Height() * format->bytesPerPixel;
+    return true;
+}
+
+int getImgType()
+{
+    return WithCamera(VSC_IMG_Y8 + 0, [](CCameraBase &camera) {
+        const auto *format = std::ranges::find_if(kFormats, [&camera](const ImageFormat &f) {
+            return f.type == camera.ImageType() &&
+                   (f.type != kByteImage || f.rawOutput == camera.RawOutput());
+        });
+        return format == std::end(kFormats) ? VSC_IMG_Y8 + 0
+                                            : static_cast<int>(format - std::begin(kFormats));
+    });
+}
+
+VSC_BOOL isImgTypeSupported(int imgType)
+{
+    return CurrentCamera() && FormatOf(imgType); // every model delivers all of them
+}
+
+VSC_BOOL isBinSupported(int bin)
+{
+    return WithCamera(0, [bin](CCameraBase &camera) {
+        const auto &bins = camera.Model().bins;
+        const auto *end = std::ranges::find(bins, 0);
+        return std::find(bins.begin(), end, bin) != end;
+    });
+}
+
+int getBin()
+{
+    return WithCamera(1, [](CCameraBase &camera) { return camera.Bin(); });
+}
+
+int getMaxWidth()
+{
+    return WithCamera(0, [](CCameraBase &camera) { return camera.MaxSize().width; });
+}
+
+int getMaxHeight()
+{
+    return WithCamera(0, [](CCameraBase &camera) { return camera.MaxSize().height; });
+}
+
+int getWidth()
+{
+    return WithCamera(0, [](CCameraBase &camera) { return camera.Width(); });
+}
+
+int getHeight()
+{
+    return WithCamera(0, [](CCameraBase &camera) { return camera.Height(); });
+}
+
+void setStartPos(int x, int y)
+{
+    CCameraBase *camera = CurrentCamera();
+    if (!camera)
+        return;
+    const int64_t bin = camera->Bin();
+    int64_t unbinnedY = y * bin;
+    if (camera->StartCountsFromBottom())
+        unbinnedY = camera->MaxSize().height - unbinnedY - camera->Height() * bin;
+    const auto clamp = [](int64_t v) {
+        return static_cast<int>(std::clamp<int64_t>(v, INT32_MIN, INT32_MAX));
+    };
+    (void)camera->SetStartPos(clamp(x * bin), clamp(unbinnedY));
+}
+
+int getStartX()
+{
+    return WithCamera(0, [](CCameraBase &camera) { return camera.StartX() / camera.Bin(); });
+}
+
+int getStartY()
+{
+    return WithCamera(0, [](CCameraBase &camera) {
+        // Quirk, kept: counted from the bottom, binned and unbinned figures are mixed.
+        return camera.StartCountsFromBottom()
+                   ? camera.MaxSize().height / camera.Bin() - camera.StartY() - camera.Height()
+                   : camera.StartY() / camera.Bin();
+    });
+}
+
+VSC_BOOL isColorCam()
+{
+    return WithCamera(0, [](CCameraBase &camera) { return camera.Model().colour; });
+}
+
+double getPixelSize()
+{
+    return WithCamera(0.0, [](CCameraBase &camera) { return camera.Model().pixelSizeUm; });
+}
+
+int getColorBayer()
+{
+    return WithCamera(2, [](CCameraBase &camera) { return camera.Model().bayer; });
+}
+
+VSC_BOOL isUSB3Host()
+{
+    return WithCamera(0, [](CCameraBase &camera) { return camera.Usb3Host(); });
+}
+
+VSC_BOOL isUSB3Camera()
+{
+    return WithCamera(0, [](CCameraBase &camera) { return camera.Model().usb3Camera; });
+}
+
+VSC_BOOL isCoolerCam()
+{
+    return WithCamera(0, [](CCameraBase &camera) { return camera.Model().cooled; });
+}
+
+float getElectronsPerADU()
+{
+    return WithCamera(0.0F, [](CCameraBase &camera) { return camera.Model().electronsPerAdu; });
+}
+
+void getGainOffset(int *a, int *b, int *c, int *d)
+{
+    CCameraBase *camera = CurrentCamera();
+    if (!camera)
+        return;
+    const auto &figures = camera->Model().gainOffset;
+    WriteTo(a, figures[0]);
+    WriteTo(b, figures[1]);
+    WriteTo(c, figures[2]);
+    WriteTo(d, figures[3]);
+}
+
+void startCapture()
+{
+    if (CCameraBase *camera = CurrentCamera())
+        (void)camera->StartCapture(false); // false: the device is not open, and stays silent
+}
+
+void stopCapture()
+{
+    if (CCameraBase *camera = CurrentCamera())
+        (void)camera->StopCapture();
+}
+
+VSC_BOOL getImageData(unsigned char *buffer, int bufferSize, int waitMs)
+{
+    const int length = TheSession().data_lenth;
+    return WithCamera(0, [=](CCameraBase &camera) {
+        return length <= bufferSize && camera.GetImage(buffer, length, waitMs);
+    });
+}
+
+int getDroppedFrames()
+{
+    return WithCamera(0, [](CCameraBase &camera) { return camera.DroppedFrames(); });
+}
+
+void startExposure()
+{
+    if (CCameraBase *camera = CurrentCamera())
+        camera->StartExposure();
+}
+
+void stopExposure()
+{
+    if (CCameraBase *camera = CurrentCamera())
+        camera->StopExposure();
+}
+
+int getExpStatus()
+{
+    return WithCamera(VSC_EXP_FAILED + 0, [](CCameraBase &camera) { return camera.ExpStatus(); });
+}
+
+VSC_BOOL getImageAfterExp(unsigned char *buffer, int bufferSize)
+{
+    const int length = TheSession().data_lenth;
+    return WithCamera(0, [=](CCameraBase &camera) {
+        return buffer && length <= bufferSize && camera.GetImageAfterExp(buffer, length);
+    });
+}
+
+float getSensorTemp()
+{
+    return WithCamera(0.0F, [](CCameraBase &camera) { return camera.GetSensorTemp(); });
+}
+
+VSC_BOOL SetMisc(bool bFlipX, bool bFlipY)
+{
+    CCameraBase *camera = CurrentCamera();
+    if (camera)
+        camera->SetFlip(bFlipX, bFlipY);
+    return camera != nullptr;
+}
+
+void GetMisc(bool *pbFlipX, bool *pbFlipY)
+{
+    CCameraBase *camera = CurrentCamera();
+    if (!camera)
+        return;
+    WriteTo(pbFlipX, camera->FlipH());
+    WriteTo(pbFlipY, camera->FlipV());
+}
+
+void pulseGuide(GuideD direction, int ms)
+{
+    if (CCameraBase *camera = CurrentCamera())
+        (void)camera->pulseGuide(direction, ms);
+}
+
+VSC_BOOL EnableDarkSubtract(const char *bmpPath)
+{
+    return WithCamera(0, [bmpPath](CCameraBase &camera) {
+        return bmpPath && camera.LoadBMPFromFile(bmpPath) == 1;
+    });
+}
+
+void DisableDarkSubtract()
+{
+    if (CCameraBase *camera = CurrentCamera())
+        camera->UsingDark(false);
+}
+
+VSC_BOOL GetID(_VSC_ID *id)
+{
+    CCameraBase *camera = CurrentCamera();
+    CameraId stored{};
+    if (!camera || !id || !camera->ReadIDFromSPI(&stored))
+        return false;
+    std::ranges::copy(stored, id->id);
+    return true;
+}
+
+VSC_BOOL SetID(_VSC_ID id)
+{
+    CameraId stored{};
+    std::ranges::copy(id.id, stored.begin());
+    return WithCamera(0, [&stored](CCameraBase &camera) { return camera.WriteIDToSPI(stored); });
+}

@@ -1,0 +1,293 @@
+#include "core/camera_base.h"
+
+#include "base/debug_print.h"
+#include "usb/requests.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <mutex>
+#include <utility>
+
+namespace vsccam {
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr int kTransferBlock = 48 * 1024; // unit of SetTransferCount
+constexpr bool IsGuideLine(int direction)
+{
+    return direction >= 0 && direction <= 3;
+}
+
+constexpr Size SensorSize(const CameraModel &model)
+{
+    return {model.sensorWidth, model.sensorHeight};
+}
+
+// Room for a frame of 16 bits per pixel.
+constexpr size_t LargestFrame(const CameraModel &model)
+{
+    return size_t{2} * static_cast<size_t>(model.sensorWidth) *
+           static_cast<size_t>(model.sensorHeight);
+}
+
+} // namespace
+
+CCameraBase::CCameraBase(const CameraModel &model)
+    : m_model(model), m_maxSize(LargestAcceptedSize(SensorSize(model))), m_width(model.sensorWidth),
+      m_height(model.sensorHeight), m_exposureUs(static_cast<uint32_t>(model.exposureUs.initial)),
+      m_gain(model.gain.initial), m_gamma(model.gamma.initial),
+      m_brightness(model.brightness.initial), m_red(model.whiteBalance.red),
+      m_blue(model.whiteBalance.blue), m_bandwidth(model.bandwidth.initial),
+      m_gamma16(std::make_unique<GammaTable16>()),
+      m_work(LargestFrame(model)), m_raw{ZeroedBuffer(LargestFrame(model)),
+                                         ZeroedBuffer(LargestFrame(model))},
+      m_frames(LargestFrame(model))
+{
+    m_algorithm.RGBYUV_Init();
+    if (!m_frames.StartInstBufThr())
+        throw std::bad_alloc();
+}
+
+CCameraBase::~CCameraBase()
+{
+    OutputDbgPrint("~CCameraBase\n");
+    m_capturing.Clear();
+    m_worker.Join();
+    stopAutoControlThr();
+    m_frames.StopInstBufThr();
+}
+
+void CCameraBase::operator delete(CCameraBase *camera, std::destroying_delete_t)
+{
+    camera->~CCameraBase();
+    ::operator delete(camera);
+}
+
+bool CCameraBase::OpenCamera(int n)
+{
+    if (IsOpened())
+        return true;
+    m_ordinal = n;
+    if (OpenDevice(m_model.productId, n)) {
+        OutputDbgPrint("open camera success\n");
+        return true;
+    }
+    OutputDbgPrint("open camera fail\n");
+    return false;
+}
+
+bool CCameraBase::CloseCamera()
+{
+    (void)StopCapture(); // also ends the worker of a camera that was lost
+    if (!IsOpened())
+        return false;
+    CloseDevice();
+    OutputDbgPrint("camera closed\n");
+    return true;
+}
+
+bool CCameraBase::ReConnectCamera()
+{
+    OutputDbgPrint("reconnect camera\n");
+    if (!HasHandle())
+        return false;
+    CloseDevice();
+    (void)m_capturing.SleepFor(100ms); // a stop ends the waits, and the open below then fails fast
+    if (libusb_init(nullptr) != 0)
+        std::puts("init libusb fail");
+    OutputDbgPrint("camera closed\n");
+    (void)m_capturing.SleepFor(50ms);
+    if (OpenCamera(m_ordinal))
+        return true;
+    (void)m_capturing.SleepFor(1s);
+    return OpenCamera(m_ordinal);
+}
+
+bool CCameraBase::StartWorker(bool single, std::function<void()> body)
+{
+    if (!IsOpened() || m_capturing)
+        return IsOpened();
+    m_singleExposure = single;
+    m_expStatus = kExpWorking;
+    OutputDbgPrint("start capture create thread\n");
+    m_capturing.Set();
+    if (!m_worker.Start(std::move(body))) {
+        m_capturing.Clear();
+        m_expStatus = single ? kExpFailed : kExpIdle;
+    }
+    return IsOpened();
+}
+
+bool CCameraBase::StopCapture()
+{
+    if (!m_capturing) {
+        m_worker.Join(); // one that ended by itself
+        return true;
+    }
+    const bool open = IsOpened();
+    m_stopping = true;
+    OutputDbgPrint("stop capture\n");
+    m_capturing.Clear();
+    OutputDbgPrint(">> wait Working thread exit\n");
+    m_worker.Join();
+    m_stopping = false;
+    OutputDbgPrint("<< wait Working thread exit\n");
+    if (m_singleExposure && m_expStatus == kExpWorking)
+        m_expStatus = kExpIdle;
+    return open;
+}
+
+CCameraBase::CapturePause::CapturePause(CCameraBase &camera)
+    : m_camera(camera), m_ran(camera.m_capturing)
+{
+    if (m_ran)
+        (void)m_camera.StopCapture();
+}
+
+CCameraBase::CapturePause::~CapturePause()
+{
+    if (m_ran)
+        (void)m_camera.StartCapture(m_camera.m_singleExposure);
+}
+
+bool CCameraBase::IsHardBinRun()
+{
+    return m_hardwareBin && m_bin > 1;
+}
+
+int CCameraBase::GetGain(bool *pbAuto)
+{
+    *pbAuto = m_gainAuto;
+    return m_gain;
+}
+
+bool CCameraBase::SetGamma(int gamma)
+{
+    // Quirk, kept: the old gamma is tested, not the new one; hosts rely on it.
+    m_gamma = m_gamma > 100 ? 100 : gamma;
+    const std::lock_guard lock(m_gammaSection);
+    FillGammaTable(m_gamma, m_gamma8);
+    FillGammaTable(m_gamma, *m_gamma16);
+    return true;
+}
+
+int CCameraBase::GetGamma()
+{
+    return m_gamma;
+}
+
+// What only some families can do.
+bool CCameraBase::SetBrightness(int)
+{
+    return false;
+}
+bool CCameraBase::SetHighSpeedMode(bool)
+{
+    return false;
+}
+bool CCameraBase::SetHardwareBin(bool)
+{
+    return false;
+}
+bool CCameraBase::SetFPSPerc(int, bool)
+{
+    return false;
+}
+bool CCameraBase::GetFPSPerc(int *, bool *)
+{
+    return false;
+}
+bool CCameraBase::SetOverCLKPerc(int)
+{
+    return false;
+}
+float CCameraBase::GetSensorTemp()
+{
+    return 0.0F;
+}
+
+float CCameraBase::GetTemp()
+{
+    if (m_coolerRunning)
+        return m_temperatureC;
+    return GetSensorTemp();
+}
+
+bool CCameraBase::StartSensorCLK()
+{
+    const bool ok = SendCMD(request::kStartSensorClock);
+    if (ok)
+        m_sensorClockStopped = false;
+    return ok;
+}
+
+bool CCameraBase::StopSensorCLK()
+{
+    const bool ok = SendCMD(request::kStopSensorClock);
+    if (ok)
+        m_sensorClockStopped = true;
+    return ok;
+}
+
+bool CCameraBase::SetTransferCount(int bytes)
+{
+    const auto blocks =
+        static_cast<uint32_t>((int64_t{bytes} + kTransferBlock - 1) / kTransferBlock);
+    return SendCMD(request::kTransferCount, static_cast<uint16_t>(blocks >> 16),
+                   static_cast<uint16_t>(blocks), false, nullptr, 0);
+}
+
+void CCameraBase::SetAutoPara(int maxGain, int maxExpSeconds, int targetBrightness)
+{
+    m_autoMaxGain = maxGain;
+    m_autoMaxExpS = maxExpSeconds;
+    m_autoTarget = targetBrightness;
+}
+
+void CCameraBase::GetAutoPara(int *maxGain, int *maxExpSeconds, int *targetBrightness) const
+{
+    *maxGain = m_autoMaxGain;
+    *maxExpSeconds = m_autoMaxExpS;
+    *targetBrightness = m_autoTarget;
+}
+
+void CCameraBase::SetFlip(bool horizontal, bool vertical)
+{
+    m_flipH = horizontal;
+    m_flipV = vertical;
+}
+
+bool CCameraBase::pulseGuide(int direction, int ms)
+{
+    if (!IsGuideLine(direction))
+        return true;
+    OutputDbgPrint("PulseGuide Direction:%d time:%d\n", direction, ms);
+    const auto line = static_cast<uint16_t>(direction);
+    (void)SendCMD(request::kGuideOn, line, 0, false, nullptr, 0);
+    SleepFor(std::chrono::milliseconds(std::max(ms, 0)));
+    // Also when "on" seemed to fail: a line that stays on drives the mount away.
+    (void)SendCMD(request::kGuideOff, line, 0, false, nullptr, 0);
+    return true;
+}
+
+bool CCameraBase::pulseGuideOn(int direction)
+{
+    if (!IsGuideLine(direction))
+        return true;
+    OutputDbgPrint("PulseGuide Direction On:%d", direction);
+    (void)SendCMD(request::kGuideOn, static_cast<uint16_t>(direction), 0, false, nullptr, 0);
+    return true;
+}
+
+bool CCameraBase::pulseGuideOff(int direction)
+{
+    if (!IsGuideLine(direction))
+        return true;
+    OutputDbgPrint("PulseGuide Direction Off:%d", direction);
+    (void)SendCMD(request::kGuideOff, static_cast<uint16_t>(direction), 0, false, nullptr, 0);
+    return true;
+}
+
+} // namespace vsccam

@@ -1,0 +1,265 @@
+#pragma once
+
+#include "base/sync.h"
+#include "base/zeroed_buffer.h"
+#include "core/camera_model.h"
+#include "core/frame_geometry.h"
+#include "core/gamma.h"
+#include "image/algorithm.h"
+#include "image/cir_buf.h"
+#include "usb/camera_fx3.h"
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <new>
+
+namespace vsccam {
+
+/// Eight bytes of user identity, opaque to the library.
+using CameraId = std::array<uint8_t, 8>;
+
+/// State of a single exposure, as hosts see it.
+enum ExposureStatus { kExpIdle = 0, kExpWorking = 1, kExpSuccess = 2, kExpFailed = 3 };
+
+/// A camera: its settings, its frames, its threads. Sensor families derive from it and program
+/// their sensors in the virtual operations, whose order is fixed.
+///
+/// Threads. The host's thread calls the public operations. The capture worker reads the bulk
+/// endpoint and inserts frames; the auto-control thread and the worker set gain, exposure, balance
+/// and bandwidth through the same operations as the host. Single values are Shared; sequences that
+/// belong together (store, compute, write registers) hold m_settingsSection. StopCapture,
+/// CloseCamera and destruction leave no thread behind.
+///
+/// Destruction runs as CCameraBase, without a virtual destructor: whatever owns something is a
+/// member here, and derived classes have plain values only.
+class CCameraBase : public CCameraFX3 {
+  public:
+    explicit CCameraBase(const CameraModel &model);
+    ~CCameraBase();
+
+    /// Makes `delete` through the base well defined: destroys the base, then frees the whole
+    /// object.
+    void operator delete(CCameraBase *camera, std::destroying_delete_t);
+
+    virtual bool OpenCamera(int n);
+    virtual bool InitCamera() = 0;
+    virtual bool CloseCamera();
+    virtual bool SetResolution(int width, int height, int bin, IMAGE_TYPE type) = 0;
+    virtual bool SetStartPos(int x, int y) = 0; // unbinned sensor pixels
+    virtual bool SetGain(int gain, bool bAuto) = 0;
+    virtual int GetGain(bool *pbAuto);
+    virtual bool SetGamma(int gamma);
+    virtual int GetGamma();
+    virtual bool SetBrightness(int brightness);
+    virtual bool SetHighSpeedMode(bool on);
+    virtual bool SetHardwareBin(bool on);
+    virtual bool SetFPSPerc(int percent, bool bAuto);
+    virtual bool GetFPSPerc(int *percent, bool *pbAuto);
+    virtual bool SetOverCLKPerc(int percent);
+    virtual bool SetRGBBalance(int red, int blue, bool bAuto) = 0;
+    virtual bool SetExp(unsigned long long microseconds, bool bAuto) = 0;
+    virtual bool GetImage(unsigned char *buffer, int size, int waitMs);
+    virtual float GetSensorTemp();
+    virtual bool StartCapture(bool bSingleExposure) = 0;
+    virtual bool StopCapture();
+    virtual bool IsHardBinRun();
+
+    void StartExposure() { (void)StartCapture(true); } // the status tells how it went
+    void StopExposure() { (void)StopCapture(); }
+    bool GetImageAfterExp(unsigned char *buffer, int size);
+    bool ReConnectCamera();
+    bool StartSensorCLK();
+    bool StopSensorCLK();
+    bool SetTransferCount(int bytes);
+    void SetAutoPara(int maxGain, int maxExpSeconds, int targetBrightness);
+    void GetAutoPara(int *maxGain, int *maxExpSeconds, int *targetBrightness) const;
+    /// Temperature that the cooler thread read last while it runs, else a fresh reading.
+    float GetTemp();
+
+    bool pulseGuide(int direction, int ms);
+    bool pulseGuideOn(int direction);
+    bool pulseGuideOff(int direction);
+
+    /// User identity in the camera's flash. Reading leaves *id alone when there is none.
+    bool ReadIDFromSPI(CameraId *id);
+    bool WriteIDToSPI(const CameraId &id);
+
+    /// Hot-pixel correction by the table in the camera's flash.
+    void SetHPCStates(bool on);
+    /// Subtraction of a dark frame from a BMP file: 1 on success, other codes say what failed.
+    int LoadBMPFromFile(const char *path);
+    void UsingDark(bool on);
+
+    /// One step of automatic exposure and gain, and of automatic white balance, on a raw frame that
+    /// nobody writes.
+    void AutoExpGain(const uint8_t *frame);
+    void AutoWhiBal(const uint8_t *frame);
+    void startAutoControlThr();
+    void stopAutoControlThr();
+
+    // What the model is and what is set.
+    const CameraModel &Model() const { return m_model; }
+    Size MaxSize() const { return m_maxSize; }
+    int Width() const { return m_width; }
+    int Height() const { return m_height; }
+    int Bin() const { return m_bin; }
+    IMAGE_TYPE ImageType() const { return static_cast<IMAGE_TYPE>(static_cast<int>(m_imageType)); }
+    int StartX() const { return m_startX; }
+    int StartY() const { return m_startY; }
+    bool StartCountsFromBottom() const { return m_startFlip; }
+    uint32_t ExposureUs() const { return m_exposureUs; }
+    bool ExposureAuto() const { return m_exposureAuto; }
+    bool GainAuto() const { return m_gainAuto; }
+    int Red() const { return m_red; }
+    int Blue() const { return m_blue; }
+    bool WhiteBalanceAuto() const { return m_whiteBalanceAuto; }
+    int Brightness() const { return m_brightness; }
+    int OverClock() const { return m_overClock; }
+    bool HighSpeed() const { return m_highSpeed; }
+    bool HardwareBin() const { return m_hardwareBin; }
+    bool MonoBin() const { return m_monoBin; }
+    void SetMonoBin(bool on) { m_monoBin = on; }
+    bool RawOutput() const { return m_rawOutput; }
+    void SetRawOutput(bool on) { m_rawOutput = on; }
+    bool FlipH() const { return m_flipH; }
+    bool FlipV() const { return m_flipV; }
+    void SetFlip(bool horizontal, bool vertical);
+    bool Usb3Host() const { return m_usb3Host; }
+    float CoolerPower() const { return m_coolerPower; }
+    bool CoolerOn() const { return m_coolerOn; }
+    bool FanOn() const { return m_fanOn; }
+    int TargetTemp() const { return m_targetTempC; }
+
+    // What the capture worker and the host share.
+    RunFlag &Capturing() { return m_capturing; }
+    bool SingleExposure() const { return m_singleExposure; }
+    bool Stopping() const { return m_stopping; }
+    int ExpStatus() const { return m_expStatus; }
+    void SetExpStatus(ExposureStatus status) { m_expStatus = status; }
+    int DroppedFrames() const { return m_droppedFrames; }
+    void AddDroppedFrames(int count) { m_droppedFrames += count; }
+    void ClearDroppedFrames() { m_droppedFrames = 0; }
+    int FrameTimeUs() const { return m_frameTimeUs; }
+    bool LongExposure() const { return m_longExposure; }
+    bool BandwidthAuto() const { return m_bandwidthAuto; }
+    int Bandwidth() const { return m_bandwidth; }
+    int Ordinal() const { return m_ordinal; }
+    CirBuf &Frames() { return m_frames; }
+    uint8_t *RawBuffer(int index) { return m_raw[index].data(); }
+    /// Size of the frames that the camera sends, before software binning.
+    Size ReadoutSize();
+    int ReadoutBytes();
+
+  protected:
+    /// Starts the capture worker with `body`, unless one runs. @return whether the camera is open
+    bool StartWorker(bool single, std::function<void()> body);
+
+    /// Stops a running capture for as long as it lives, and starts it again the way it ran.
+    class CapturePause {
+      public:
+        explicit CapturePause(CCameraBase &camera);
+        ~CapturePause();
+        CapturePause(const CapturePause &) = delete;
+        CapturePause &operator=(const CapturePause &) = delete;
+
+      private:
+        CCameraBase &m_camera;
+        bool m_ran;
+    };
+
+    /// Called at the end of a successful InitCamera, and after a lost device was programmed again.
+    /// Cooled cameras have their own.
+    void OnInitialised() {}
+    void OnReconnected() {}
+
+    const CameraModel &m_model;
+
+    // Held while settings and registers that belong together change; taken again by operations
+    // that apply others.
+    RecursiveCriticalSection m_settingsSection;
+
+    Size m_maxSize;
+    Shared<int> m_width;
+    Shared<int> m_height;
+    Shared<int> m_bin{1};
+    Shared<int> m_imageType{kByteImage};
+    Shared<int> m_startX;
+    Shared<int> m_startY;
+    Shared<bool> m_output16Bits;
+    Shared<bool> m_hardwareBin;
+    Shared<bool> m_highSpeed;
+    Shared<bool> m_sensorClockStopped;
+    Shared<bool> m_usb3Host;
+
+    Shared<uint32_t> m_exposureUs;
+    Shared<bool> m_exposureAuto;
+    Shared<bool> m_longExposure;
+    Shared<int> m_frameTimeUs;
+    Shared<int> m_gain;
+    Shared<bool> m_gainAuto;
+    Shared<int> m_gamma{0};
+    Shared<int> m_brightness;
+    Shared<int> m_red;
+    Shared<int> m_blue;
+    Shared<bool> m_whiteBalanceAuto;
+    Shared<int> m_bandwidth; // per cent
+    Shared<bool> m_bandwidthAuto;
+    Shared<int> m_overClock;
+    bool m_hotPixelCorrection = false;
+
+    // Of cooled models; the thread is started and joined by CCameraCool.
+    Thread m_coolerThread;
+    RunFlag m_coolerRunning;
+    Shared<float> m_coolerPower;
+    Shared<bool> m_coolerOn;
+    Shared<bool> m_fanOn;
+    Shared<float> m_temperatureC;
+    Shared<int> m_targetTempC;
+
+  private:
+    void SetGainExpFunc();
+    bool LoadHPCTable();
+    void ProcessFrame(uint8_t *frame, Size readout);
+    void DeliverFrame(uint8_t *frame, uint8_t *buffer);
+    bool DeliveredAsRead();
+
+    // Host settings that only the image pipeline uses.
+    Shared<bool> m_rawOutput;
+    Shared<bool> m_flipH;
+    Shared<bool> m_flipV;
+    Shared<bool> m_monoBin;
+    bool m_startFlip = false; // Y of the start position counts from the bottom
+    int m_ordinal = 0;
+
+    Shared<int> m_autoMaxGain{50};
+    Shared<int> m_autoMaxExpS{30};
+    Shared<int> m_autoTarget{100};
+
+    // The pipeline, on the host's thread.
+    CAlgorithm m_algorithm;
+    int m_balanceInTable[2] = {-1, -1}; // red and blue that m_algorithm has its tables for
+    CriticalSection m_gammaSection;     // guards the tables: a reconnecting worker sets them too
+    GammaTable8 m_gamma8{};
+    std::unique_ptr<GammaTable16> m_gamma16;
+    ZeroedBuffer m_work; // the frame in process
+
+    // Started by StartCapture, ended by m_capturing, joined by StopCapture. Only reader of the bulk
+    // endpoint, only producer of m_frames. It alternates between the raw buffers, so that none is
+    // written by USB while it is copied or looked at.
+    Thread m_worker;
+    RunFlag m_capturing;
+    Shared<bool> m_stopping;
+    Shared<bool> m_singleExposure;
+    Shared<int> m_expStatus{kExpIdle};
+    Shared<int> m_droppedFrames;
+    ZeroedBuffer m_raw[2];
+    CirBuf m_frames;
+
+    // Started by the worker in video mode, joined by it.
+    Thread m_autoThread;
+    RunFlag m_autoRunning;
+};
+
+} // namespace vsccam

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+namespace vsccam {
+
+struct ControlRange {
+    int min = 0;
+    int max = 0;
+    int initial = 0;
+};
+
+struct WhiteBalanceRange {
+    int min = 1;
+    int max = 99;
+    int red = 52;
+    int blue = 95;
+};
+
+/// What a model is, apart from how its sensor is programmed: one row of the family's catalogue.
+struct CameraModel {
+    const char *name = "";
+    uint16_t productId = 0;
+    int sensorWidth = 0; // pixels
+    int sensorHeight = 0;
+    double pixelSizeUm = 0;
+    bool colour = false;
+    int bayer = 0; // BayerPhase of colour models
+    bool usb3Camera = true;
+    bool cooled = false;
+    std::array<uint8_t, 16> bins{1}; // zero-terminated unless full
+    float electronsPerAdu = 0;
+    std::array<int, 4> gainOffset{-1, -1, -1, -1};
+
+    ControlRange gain;
+    ControlRange exposureUs;
+    ControlRange gamma{1, 100, 50};
+    ControlRange brightness{0, 240, 1};
+    ControlRange bandwidth{40, 100, 40}; // per cent
+    WhiteBalanceRange whiteBalance{};
+
+    // What the older control interface reports beside gain, exposure, gamma and bandwidth.
+    bool hasBrightness = false;
+    bool hasTemperature = false;
+    bool hasHardwareBin = false;
+    bool hasHighSpeed = false;
+    bool hasAutoBandwidth = false;
+};
+
+} // namespace vsccam

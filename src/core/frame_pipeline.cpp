@@ -1,0 +1,123 @@
+#include "core/camera_base.h"
+#include "image/frame_marks.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <mutex>
+
+// From the raw frame to the host's buffer, on the thread of the host that asks for it.
+namespace vsccam {
+
+namespace {
+
+int64_t Area(Size size)
+{
+    return int64_t{size.width} * size.height;
+}
+
+bool Aligned16(const uint8_t *bytes)
+{
+    return reinterpret_cast<uintptr_t>(bytes) % 2 == 0;
+}
+
+int BytesPerPixel(IMAGE_TYPE type)
+{
+    switch (type) {
+    case kRgb24:
+        return 3;
+    case kYuv2:
+    case kReserved16:
+    case kRaw16:
+        return 2;
+    case kByteImage:
+        break;
+    }
+    return 1;
+}
+
+} // namespace
+
+Size CCameraBase::ReadoutSize()
+{
+    const int factor = m_hardwareBin ? 1 : Bin();
+    return {m_width * factor, m_height * factor};
+}
+
+int CCameraBase::ReadoutBytes()
+{
+    return static_cast<int>(Area(ReadoutSize()) * (m_output16Bits ? 2 : 1));
+}
+
+bool CCameraBase::GetImageAfterExp(unsigned char *buffer, int size)
+{
+    const bool taken = m_expStatus == kExpSuccess && GetImage(buffer, size, -1);
+    m_expStatus = kExpIdle;
+    return taken;
+}
+
+bool CCameraBase::GetImage(unsigned char *buffer, int size, int waitMs)
+{
+    if (!buffer || Area({m_width, m_height}) * BytesPerPixel(ImageType()) > size)
+        return false;
+    // The buffer of the host serves as the work buffer where the frame leaves as it came.
+    uint8_t *frame = DeliveredAsRead() && Aligned16(buffer) ? buffer : m_work.data();
+    if (!m_frames.ReadBuff(frame, ReadoutBytes(), waitMs))
+        return false;
+    ProcessFrame(frame, ReadoutSize());
+    DeliverFrame(frame, buffer);
+    return true;
+}
+
+/// Whether the delivered image has the bytes of the read-out, apart from their values.
+bool CCameraBase::DeliveredAsRead()
+{
+    const IMAGE_TYPE type = ImageType();
+    const bool raw = type == kRaw16 || (type == kByteImage && (m_rawOutput || !m_model.colour));
+    return raw && ReadoutSize() == Size{m_width, m_height};
+}
+
+void CCameraBase::ProcessFrame(uint8_t *frame, Size readout)
+{
+    const bool is16 = m_output16Bits;
+    auto *frame16 = reinterpret_cast<uint16_t *>(frame);
+    const auto rowBytes = static_cast<size_t>(readout.width) * (is16 ? 2 : 1);
+    HideFrameMarks({frame, rowBytes * static_cast<size_t>(readout.height)}, rowBytes);
+
+    if (m_gamma != kLinearGamma) {
+        const std::lock_guard lock(m_gammaSection);
+        if (is16)
+            CAlgorithm::Gamma(frame16, m_gamma16->data(), readout.width, readout.height);
+        else
+            CAlgorithm::Gamma(frame, m_gamma8.data(), readout.width, readout.height);
+    }
+    if (!m_hardwareBin && m_bin != 1) {
+        const auto bin =
+            m_model.colour && !m_monoBin ? &CAlgorithm::ColorRAWBin : &CAlgorithm::MonoBin;
+        bin(frame, frame16, m_width, m_height, m_bin, is16);
+    }
+    CAlgorithm::SoftMisc(frame, m_width, m_height, 1, is16, m_flipV, m_flipH);
+}
+
+void CCameraBase::DeliverFrame(uint8_t *frame, uint8_t *buffer)
+{
+    const IMAGE_TYPE type = ImageType();
+    const auto pixels = Area({m_width, m_height});
+    const bool demosaic =
+        m_model.colour && (type == kRgb24 || (type == kByteImage && !m_rawOutput));
+    if (demosaic) {
+        if (const int balance[2] = {m_red, m_blue};
+            !std::ranges::equal(balance, m_balanceInTable)) {
+            m_algorithm.SetRGBWB(balance[0], balance[1]);
+            std::ranges::copy(balance, m_balanceInTable);
+        }
+        const auto phase = FlippedPhase(static_cast<BayerPhase>(m_model.bayer), m_flipH, m_flipV);
+        m_algorithm.BayerConv(phase, frame, buffer, m_width, m_height, type);
+    } else if (type == kRgb24) {
+        for (int64_t i = 0; i < pixels; ++i)
+            std::fill_n(buffer + i * 3, 3, frame[i]);
+    } else if (frame != buffer && (type == kByteImage || type == kRaw16)) {
+        std::copy_n(frame, pixels * BytesPerPixel(type), buffer);
+    }
+}
+
+} // namespace vsccam

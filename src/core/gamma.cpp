@@ -1,0 +1,33 @@
+#include "core/gamma.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace vsccam {
+
+float GammaExponent(int gamma)
+{
+    const auto g = static_cast<float>(gamma);
+    return gamma <= kLinearGamma ? (200.0F - 2.0F * g) / 100.0F : (150.0F - g) / 100.0F;
+}
+
+void FillGammaTable(int gamma, GammaTable8 &table)
+{
+    const double exponent = GammaExponent(gamma);
+    for (size_t i = 0; i < table.size(); ++i)
+        table[i] = static_cast<uint8_t>(
+            std::min(255.0, std::pow(static_cast<double>(i) / 255.0, exponent) * 255.0));
+}
+
+void FillGammaTable(int gamma, GammaTable16 &table)
+{
+    const double exponent = GammaExponent(gamma);
+    for (size_t i = 0; i < table.size(); ++i) {
+        // The product is taken in single precision: some entries differ by one from double.
+        const float scaled =
+            static_cast<float>(std::pow(static_cast<double>(i) / 65535.0, exponent)) * 65535.0F;
+        table[i] = static_cast<uint16_t>(std::min(65535.0F, scaled));
+    }
+}
+
+} // namespace vsccam

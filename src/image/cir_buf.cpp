@@ -1,0 +1,158 @@
+#include "image/cir_buf.h"
+
+#include "base/debug_print.h"
+
+#include <algorithm>
+#include <cstring>
+#include <mutex>
+#include <utility>
+
+namespace vsccam {
+
+using namespace std::chrono_literals;
+
+CirBuf::CirBuf(size_t size)
+    : m_slotSize(size), m_slots{{ZeroedBuffer(size), 0}, {ZeroedBuffer(size), 0}}
+{
+}
+
+CirBuf::~CirBuf()
+{
+    StopInstBufThr();
+}
+
+bool CirBuf::StartInstBufThr()
+{
+    if (m_running)
+        return true;
+    m_running = true;
+    if (!m_insertThread.Start([this] { InsertBufThd(); }))
+        m_running = false;
+    return m_running;
+}
+
+void CirBuf::StopInstBufThr()
+{
+    if (!m_running)
+        return;
+    OutputDbgPrint(">> wait InsertBufThr exit\n");
+    OutputDbgPrint("StopInstBufThr 0\n");
+    {
+        const std::lock_guard lock(m_section);
+        m_running = false;
+    }
+    m_changed.NotifyAll();
+    OutputDbgPrint("StopInstBufThr 1\n");
+    m_insertThread.Join();
+    OutputDbgPrint("<< wait InsertBufThr exit\n");
+}
+
+void CirBuf::ResetCirBuff()
+{
+    std::unique_lock lock(m_section);
+    m_pending = {};
+    m_changed.Wait(lock, [this] { return !m_inserting && !m_reading; });
+    m_filled = m_readIndex = m_writeIndex = 0;
+}
+
+bool CirBuf::InsertBuff(const uint8_t *src, int len)
+{
+    if (!src || len <= 0 || static_cast<size_t>(len) > m_slotSize)
+        return false;
+    {
+        const std::lock_guard lock(m_section);
+        if (m_filled >= 2 || m_inserting || m_pending.source)
+            return false;
+        m_pending = {src, len};
+    }
+    m_changed.NotifyAll();
+    return true;
+}
+
+void CirBuf::InsertBufThd()
+{
+    OutputDbgPrint("InsertBufThr begin\n");
+    std::unique_lock lock(m_section);
+    for (;;) {
+        m_changed.Wait(lock, [this] { return m_pending.source || !m_running; });
+        if (!m_running)
+            break;
+        const Insertion insertion = std::exchange(m_pending, {});
+        Slot &slot = m_slots[m_writeIndex];
+        m_inserting = true;
+        lock.unlock();
+        std::memcpy(slot.bytes.data(), insertion.source, static_cast<size_t>(insertion.length));
+        lock.lock();
+        slot.length = insertion.length;
+        m_inserting = false;
+        m_writeIndex ^= 1;
+        ++m_filled;
+        m_changed.NotifyAll();
+    }
+    OutputDbgPrint("thread InsertBufThd Exit\n");
+}
+
+bool CirBuf::WaitForFrame(std::unique_lock<CriticalSection> &lock, Clock::time_point deadline)
+{
+    const bool endsWithProducer = m_producing || deadline == kNever;
+    (void)m_changed.WaitUntil(lock, deadline, [this, endsWithProducer] {
+        const bool onItsWay = m_pending.source || m_inserting;
+        return m_filled > 0 || (endsWithProducer && !m_producing && !onItsWay);
+    });
+    return m_filled > 0;
+}
+
+void CirBuf::DropOldest()
+{
+    m_readIndex ^= 1;
+    --m_filled;
+}
+
+bool CirBuf::ReadBuff(uint8_t *dst, int len, int timeoutMs)
+{
+    const auto deadline =
+        timeoutMs < 0 ? kNever : Clock::now() + std::chrono::milliseconds(timeoutMs);
+    std::unique_lock lock(m_section);
+    while (WaitForFrame(lock, deadline)) {
+        const Slot &slot = m_slots[m_readIndex];
+        if (slot.length != len) {
+            DropOldest();
+            continue;
+        }
+        m_reading = true;
+        lock.unlock();
+        std::memcpy(dst, slot.bytes.data(), static_cast<size_t>(len));
+        lock.lock();
+        m_reading = false;
+        DropOldest();
+        m_changed.NotifyAll();
+        return true;
+    }
+    return false;
+}
+
+bool CirBuf::IsBuffHeadCorrect(uint32_t mark, int timeoutMs)
+{
+    const auto deadline =
+        timeoutMs < 0 ? kNever : Clock::now() + 1s + std::chrono::seconds(timeoutMs / 1000);
+    std::unique_lock lock(m_section);
+    if (!WaitForFrame(lock, deadline)) {
+        OutputDbgPrint("[%s] Read time out wait %dms\n", "IsBuffHeadCorrect", timeoutMs);
+        return false;
+    }
+    uint32_t word = 0; // little-endian, like the hosts that the library runs on
+    std::memcpy(&word, m_slots[m_readIndex].bytes.data(),
+                std::min(sizeof word, static_cast<size_t>(m_slots[m_readIndex].length)));
+    return word == mark;
+}
+
+void CirBuf::SetProducing(bool producing)
+{
+    {
+        const std::lock_guard lock(m_section);
+        m_producing = producing;
+    }
+    m_changed.NotifyAll();
+}
+
+} // namespace vsccam

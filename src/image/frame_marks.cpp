@@ -1,0 +1,52 @@
+#include "image/frame_marks.h"
+
+#include <algorithm>
+#include <cstddef>
+
+namespace vsccam {
+
+namespace {
+
+constexpr size_t kMarkBytes = 4; // at each end: mark and counter
+
+uint16_t LittleEndian(const uint8_t *bytes)
+{
+    return static_cast<uint16_t>(bytes[0] | bytes[1] << 8);
+}
+
+size_t TailOffset(size_t frameBytes)
+{
+    return (frameBytes & ~size_t{1}) - kMarkBytes;
+}
+
+} // namespace
+
+FrameMarks ReadFrameMarks(std::span<const uint8_t> frame)
+{
+    if (frame.size() < 2 * kMarkBytes)
+        return {};
+    const uint8_t *tail = frame.data() + TailOffset(frame.size());
+    return {.head = LittleEndian(frame.data()),
+            .headCounter = LittleEndian(frame.data() + 2),
+            .tailCounter = LittleEndian(tail),
+            .tail = LittleEndian(tail + 2)};
+}
+
+void ZeroFrameMarks(std::span<uint8_t> frame)
+{
+    if (frame.size() < 2 * kMarkBytes)
+        return;
+    std::fill_n(frame.data(), kMarkBytes, uint8_t{0});
+    std::fill_n(frame.data() + TailOffset(frame.size()), kMarkBytes, uint8_t{0});
+}
+
+void HideFrameMarks(std::span<uint8_t> frame, size_t rowBytes)
+{
+    if (frame.size() < rowBytes + kMarkBytes)
+        return;
+    std::copy_n(frame.data() + rowBytes, kMarkBytes, frame.data());
+    uint8_t *last = frame.data() + frame.size() - kMarkBytes;
+    std::copy_n(last - rowBytes, kMarkBytes, last);
+}
+
+} // namespace vsccam

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+namespace vsccam {
+
+/// The marks that USB 3.0 cameras write over the first and last four bytes of every frame.
+struct FrameMarks {
+    static constexpr uint16_t kHead = 0x5A7E;
+    static constexpr uint16_t kTail = 0x3CF0;
+
+    uint16_t head = 0;
+    uint16_t headCounter = 0;
+    uint16_t tailCounter = 0;
+    uint16_t tail = 0;
+
+    /// Whether all of a frame, and only of one frame, lies between the marks.
+    bool Good() const { return head == kHead && tail == kTail && headCounter == tailCounter; }
+};
+
+/// Reads the marks. A frame of odd length ends, for its marks, one byte earlier; a frame too short
+/// for marks has none.
+FrameMarks ReadFrameMarks(std::span<const uint8_t> frame);
+
+/// Overwrites the marks with black.
+void ZeroFrameMarks(std::span<uint8_t> frame);
+
+/// Gives the first and the last four bytes the values one row away, so that neither marks nor black
+/// dots are seen.
+/// @param rowBytes  length of a row of the read-out
+void HideFrameMarks(std::span<uint8_t> frame, size_t rowBytes);
+
+} // namespace vsccam

@@ -1,0 +1,324 @@
+#include "models/capture_worker.h"
+
+#include "base/debug_print.h"
+#include "image/frame_marks.h"
+#include "usb/requests.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace vsccam {
+
+using namespace std::chrono_literals;
+using std::chrono::milliseconds;
+
+namespace {
+
+constexpr uint8_t kImageEndpoint = 0x81;
+constexpr int kTransferBytes = 0x100000;
+
+// A single exposure fails once its dropped frames have cost this much exposure time.
+constexpr uint64_t kSingleExposureLossUs = 1'000'000;
+constexpr int kAutoControlLimitUs = 100'000;
+constexpr int kEmptyReadsToReset = 4;
+constexpr int kSilentResetsToFail = 2;
+constexpr auto kRetryPause = 100ms; // after a read for which nothing could be queued
+constexpr auto kReopenInterval = 1s;
+
+constexpr int kDropsToLowerBandwidth = 2;
+constexpr int kDropsToComplain = 5;
+constexpr int kBandwidthStep = 4;
+constexpr uint32_t kAutoBandwidthPeriodMs = 19'999;
+constexpr uint32_t kBurstIntervalMs = 5'000;
+
+/// The auto-bandwidth flag as the workers of a model last saw it. It outlives the camera object:
+/// only a change from off to on starts a new auto-bandwidth period.
+bool &RememberedAutoBandwidth(const CCameraBase &camera)
+{
+    struct Memory {
+        uint16_t productId = 0; // 0: not in use
+        bool on = false;
+    };
+    static std::array<Memory, 64> memories; // one per model; only one worker runs at a time
+    const uint16_t productId = camera.Model().productId;
+    auto *memory = std::ranges::find_if(memories, [productId](const Memory &m) {
+        return m.productId == productId || m.productId == 0;
+    });
+    if (memory->productId == 0)
+        *memory = {productId, camera.BandwidthAuto()};
+    return memory->on;
+}
+
+} // namespace
+
+void Usb3CaptureWorker::Run()
+{
+    Turn turn = Prepare() ? Turn::GoOn : RecoverDevice();
+    while (turn == Turn::GoOn && m_running)
+        turn = CaptureOneFrame();
+    Leave();
+}
+
+bool Usb3CaptureWorker::Prepare()
+{
+    m_autoBandwidthSince = m_lastBurst = GetTickCount();
+    m_camera.SendCMD(request::kStopDataPath);
+    m_sensor.StopSensorStreaming();
+    OutputDbgPrint("working thread begin!\n");
+    m_frameBytes = m_camera.ReadoutBytes();
+    m_transferCount = (m_frameBytes + kTransferBytes - 1) / kTransferBytes;
+    m_camera.Frames().ResetCirBuff();
+    m_camera.Frames().SetProducing(true);
+    m_camera.ClearDroppedFrames();
+    if (!m_camera.SingleExposure())
+        m_camera.startAutoControlThr();
+    return StartStream();
+}
+
+bool Usb3CaptureWorker::StartStream()
+{
+    m_camera.SendCMD(request::kStartDataPath);
+    m_sensor.StartSensorStreaming();
+    m_camera.ResetEndPoint(kImageEndpoint);
+    m_drops = m_emptyReads = m_silentResets = 0;
+    return m_camera.initAsyncXfer(m_frameBytes, m_transferCount, kTransferBytes, kImageEndpoint);
+}
+
+std::span<uint8_t> Usb3CaptureWorker::Frame() const
+{
+    return {m_camera.RawBuffer(m_rawIndex), static_cast<size_t>(m_frameBytes)};
+}
+
+Usb3CaptureWorker::Turn Usb3CaptureWorker::CaptureOneFrame()
+{
+    const uint64_t lossUs = static_cast<uint64_t>(m_drops) * m_camera.ExposureUs();
+    if (m_camera.SingleExposure() && lossUs > kSingleExposureLossUs)
+        return Fail();
+
+    const BulkStream::Pass pass = m_camera.LongExposure() ? ExposeAndRead() : ReadFrame();
+    if (!m_camera.BandwidthAuto())
+        RememberedAutoBandwidth(m_camera) = false;
+    if (pass.deviceGone)
+        return RecoverDevice();
+    if (!m_running) // the read was cut short
+        return Turn::Leave;
+    if (pass.received > 0)
+        m_emptyReads = m_silentResets = 0;
+
+    if (pass.received != m_frameBytes) {
+        ++m_drops;
+        OutputDbgPrint("get len:0x%x drop:%d  frametime:%dus waittime:%ldms\n", pass.received,
+                       m_drops, m_camera.FrameTimeUs(), m_waitMs);
+        if (!pass.submitted) { // nobody to wait for: memory is short, or the bus in trouble
+            (void)m_running.SleepFor(kRetryPause);
+            HandleDrop();
+            return Turn::GoOn;
+        }
+        if (pass.received == 0)
+            return HandleEmptyRead();
+        HandleDrop();
+        return Turn::GoOn;
+    }
+    const FrameMarks marks = ReadFrameMarks(Frame());
+    if (!marks.Good()) {
+        ++m_drops;
+        OutputDbgPrint("head:0x%x COUNT:%d tail:0x%x count:%d\n", marks.head, marks.headCounter,
+                       marks.tail, marks.tailCounter);
+        HandleDrop();
+        return Turn::GoOn;
+    }
+    return HandleGoodFrame();
+}
+
+BulkStream::Timeouts Usb3CaptureWorker::FrameTimeouts() const
+{
+    const auto exposureUs = static_cast<int64_t>(m_camera.ExposureUs());
+    const int frameTimeUs = m_camera.FrameTimeUs();
+    BulkStream::Timeouts timeouts{};
+    if (exposureUs >= frameTimeUs)
+        timeouts.perTransfer =
+            milliseconds(exposureUs / 1000) + (exposureUs < 1'000'000 ? 1000ms : 2000ms);
+    else
+        timeouts.perTransfer = milliseconds(frameTimeUs / 500) + 50ms;
+    timeouts.nextEvent = milliseconds(frameTimeUs / 1000 / m_transferCount) + 100ms;
+    return timeouts;
+}
+
+BulkStream::Pass Usb3CaptureWorker::ReadFrame()
+{
+    const BulkStream::Timeouts timeouts = FrameTimeouts();
+    m_waitMs = static_cast<long>(timeouts.perTransfer.count());
+    return m_camera.startAsyncXfer(m_camera.RawBuffer(m_rawIndex), timeouts, m_running);
+}
+
+/// The host opens and closes the exposure gate; then the sensor reads out.
+BulkStream::Pass Usb3CaptureWorker::ExposeAndRead()
+{
+    const uint32_t exposureUs = m_camera.ExposureUs();
+    const auto exposureMs = static_cast<int>(exposureUs / 1000);
+    const LongExposurePlan plan = m_sensor.PlanLongExposure(exposureUs);
+    OutputDbgPrint("Begin long exp %d\n", exposureMs);
+    m_sensor.OpenExposureGate();
+    OutputDbgPrint("wait:%ld\n", plan.printedWaitMs);
+    for (int i = 0; i < plan.steps && m_camera.ExposureUs() == exposureUs; ++i) {
+        if (!m_running.SleepFor(plan.step))
+            break;
+    }
+    m_sensor.CloseExposureGate();
+    m_waitMs = plan.printedWaitMs;
+
+    uint8_t *buffer = m_camera.RawBuffer(m_rawIndex);
+    const BulkStream::Timeouts timeouts{plan.readTimeout, plan.readTimeout};
+    BulkStream::Pass pass = m_camera.ReadFrameOnce(buffer, timeouts, m_running);
+    if (pass.ioError && !pass.deviceGone && m_running) {
+        OutputDbgPrint("Xfer2#\n");
+        pass = m_camera.ReadFrameOnce(buffer, timeouts, m_running);
+    }
+    if (pass.error != 0)
+        OutputDbgPrint("transfer error:%d\n", pass.error);
+    OutputDbgPrint("Long exp:Get one Frame %d\n", exposureMs);
+    return pass;
+}
+
+Usb3CaptureWorker::Turn Usb3CaptureWorker::HandleEmptyRead()
+{
+    OutputDbgPrint("nothing get count:%d\n", ++m_emptyReads);
+    if (m_emptyReads < kEmptyReadsToReset)
+        return Turn::GoOn;
+    // Quirk, kept: four reads, whatever the message says.
+    OutputDbgPrint("no frame more than 5, reset!\n");
+    if (m_camera.SingleExposure() && ++m_silentResets >= kSilentResetsToFail)
+        return Fail(); // a silent camera must not leave the host waiting
+    if (!m_camera.ResetDevice())
+        return RecoverDevice();
+    ResetStream();
+    return Turn::GoOn;
+}
+
+void Usb3CaptureWorker::ResetStream()
+{
+    m_emptyReads = m_drops = 0;
+    (void)m_running.SleepFor(100ms);
+    m_sensor.StopSensorStreaming();
+    m_camera.SendCMD(request::kStopDataPath);
+    (void)m_running.SleepFor(10ms);
+    m_camera.SendCMD(request::kStartDataPath);
+    m_sensor.StartSensorStreaming();
+}
+
+Usb3CaptureWorker::Turn Usb3CaptureWorker::HandleGoodFrame()
+{
+    const std::span<uint8_t> frame = Frame();
+    ZeroFrameMarks(frame);
+    const bool inserted = m_camera.Frames().InsertBuff(frame.data(), m_frameBytes);
+    if (m_camera.SingleExposure()) {
+        if (!inserted)
+            return Fail();
+        OutputDbgPrint("snap: EXP_SUCCESS\n");
+        m_running.Clear();
+        m_camera.SetExpStatus(kExpSuccess);
+        return Turn::Leave;
+    }
+    if (inserted)
+        m_rawIndex ^= 1; // the other buffer is free: the insertion before this one is done
+    else
+        m_camera.AddDroppedFrames(1);
+
+    const bool longFrame = m_camera.ExposureUs() >= kAutoControlLimitUs ||
+                           m_camera.FrameTimeUs() >= kAutoControlLimitUs;
+    if (longFrame && (m_camera.GainAuto() || m_camera.ExposureAuto()))
+        m_camera.AutoExpGain(frame.data()); // the auto-control thread does it for short frames
+    return Turn::GoOn;
+}
+
+void Usb3CaptureWorker::HandleDrop()
+{
+    m_camera.AddDroppedFrames(1);
+    OutputDbgPrint("drop frames:%d\n", m_camera.DroppedFrames());
+    bool &remembered = RememberedAutoBandwidth(m_camera);
+    if (m_camera.BandwidthAuto() && !std::exchange(remembered, true))
+        m_autoBandwidthSince = GetTickCount();
+
+    const uint32_t sinceStart = GetTickCount() - m_autoBandwidthSince;
+    if (!m_camera.BandwidthAuto() || sinceStart > kAutoBandwidthPeriodMs) {
+        if (m_drops == kDropsToComplain)
+            OutputDbgPrint("try lowing pkg!!\n");
+    } else if (m_drops > kDropsToLowerBandwidth) {
+        LowerBandwidth();
+    }
+    m_camera.ResetEndPoint(kImageEndpoint);
+    m_emptyReads = 0;
+}
+
+/// Bursts of bad frames that follow each other closely mean that the link carries less.
+void Usb3CaptureWorker::LowerBandwidth()
+{
+    const uint32_t now = GetTickCount();
+    const uint32_t delta = now - std::exchange(m_lastBurst, now);
+    if (delta < kBurstIntervalMs) {
+        OutputDbgPrint("time from start:%d   time_delta:%d \n",
+                       static_cast<int>(now - m_autoBandwidthSince), static_cast<int>(delta));
+        (void)m_camera.SetFPSPerc(m_camera.Bandwidth() - kBandwidthStep, true);
+    }
+    OutputDbgPrint("BAD delta time:%d pkg:%x\n", static_cast<int>(delta),
+                   static_cast<unsigned int>(m_camera.Bandwidth()));
+    m_drops = 0;
+}
+
+/// The device is gone: opens it again once it is back, programs it as it was and goes on. A single
+/// exposure is lost with it.
+Usb3CaptureWorker::Turn Usb3CaptureWorker::RecoverDevice()
+{
+    m_camera.releaseAsyncXfer();
+    if (m_camera.SingleExposure()) {
+        const Turn failed = Fail();
+        if (m_camera.ReConnectCamera()) // for the next exposure, if the device is back already
+            (void)m_sensor.RestoreSettings();
+        return failed;
+    }
+    const auto lostAt = Clock::now();
+    m_camera.Frames().SetProducing(false); // nobody waits for a camera that is gone
+    bool open = m_camera.ReConnectCamera();
+    while (m_running) {
+        if (open && m_sensor.RestoreSettings() && StartStream()) {
+            m_camera.Frames().SetProducing(true);
+            const auto periodUs = std::max<int64_t>(
+                {m_camera.FrameTimeUs(), static_cast<int64_t>(m_camera.ExposureUs()), 1});
+            const auto missed = (Clock::now() - lostAt) / std::chrono::microseconds(periodUs);
+            m_camera.AddDroppedFrames(static_cast<int>(missed));
+            return Turn::GoOn;
+        }
+        if (!m_running.SleepFor(kReopenInterval))
+            break;
+        open = m_camera.OpenCamera(m_camera.Ordinal());
+    }
+    return Turn::Leave;
+}
+
+Usb3CaptureWorker::Turn Usb3CaptureWorker::Fail()
+{
+    OutputDbgPrint("snap Exp: EXP_FAILED:%d\n", m_drops);
+    m_running.Clear();
+    m_camera.SetExpStatus(kExpFailed);
+    return Turn::Leave;
+}
+
+void Usb3CaptureWorker::Leave()
+{
+    m_camera.Frames().SetProducing(false);
+    m_camera.ClearDroppedFrames();
+    m_sensor.StopSensorStreaming();
+    m_camera.SendCMD(request::kStopDataPath);
+    m_camera.ResetEndPoint(kImageEndpoint);
+    if (!m_camera.SingleExposure())
+        m_camera.Frames().ResetCirBuff();
+    m_camera.releaseAsyncXfer();
+    if (!m_camera.SingleExposure())
+        m_camera.stopAutoControlThr();
+    OutputDbgPrint("working thread exit!\n");
+    if (!m_camera.Stopping())
+        OutputDbgPrint("thread detached\n"); // it ended by itself; the next start or stop joins it
+}
+
+} // namespace vsccam

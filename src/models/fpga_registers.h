@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstdint>
+
+/// Registers of the FPGA of the USB 3.0 cameras. Those whose meaning is unknown carry their number.
+namespace vsccam::fpga {
+
+inline constexpr uint16_t kMode = 0;  // start and stop codes of the family
+inline constexpr uint16_t kHold = 1;  // 1 collects writes, 0 applies them together
+inline constexpr uint16_t kReg02 = 2; // with kReg03 the column offset of the large sensors
+inline constexpr uint16_t kOutputWidth = 4;
+inline constexpr uint16_t kReg06 = 6;
+inline constexpr uint16_t kOutputHeight = 8;
+inline constexpr uint16_t kBitDepth = 10;
+inline constexpr uint16_t kExposureGate = 11; // 1 opens, 0 closes and lets the sensor read out
+inline constexpr uint16_t kReg12 = 12;        // 12 to 15 are written together
+inline constexpr uint16_t kReg15 = 15;
+inline constexpr uint16_t kFrameLength = 16; // lines, three bytes
+inline constexpr uint16_t kLineLength = 19;  // clocks, two bytes
+inline constexpr uint16_t kFan = 25;
+
+} // namespace vsccam::fpga

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstdint>
+
+/// Registers of the Sony sensors. Those whose meaning is unknown carry their address.
+namespace vsccam::sony {
+
+inline constexpr uint16_t kStandby = 0x3000; // 1 standby, 0 running
+inline constexpr uint16_t kHold = 0x3001;    // 1 collects writes, 0 applies them on one frame
+inline constexpr uint16_t kReg3002 = 0x3002;
+inline constexpr uint16_t kAdcBits = 0x3005;
+inline constexpr uint16_t kWindowMode = 0x3006;
+inline constexpr uint16_t kReg3007 = 0x3007;
+inline constexpr uint16_t kReadoutMode = 0x3009; // low nibble: rate; bit 4: high conversion gain
+inline constexpr uint16_t kBlackLevel = 0x300A;  // two bytes
+inline constexpr uint16_t kGain = 0x3014;
+inline constexpr uint16_t kShutter = 0x3020; // SSH1, three bytes
+inline constexpr uint16_t kReg303A = 0x303A;
+inline constexpr uint16_t kWindowTop = 0x303C; // two bytes each
+inline constexpr uint16_t kWindowHeight = 0x303E;
+inline constexpr uint16_t kWindowLeft = 0x3040;
+inline constexpr uint16_t kWindowWidth = 0x3042;
+inline constexpr uint16_t kOutputBits = 0x3046;
+inline constexpr uint16_t kReg304B = 0x304B;
+inline constexpr uint16_t kInputClock = 0x305C; // four bytes of set-up for the input clock
+inline constexpr uint16_t kAdcReg3129 = 0x3129; // three registers that follow the ADC's bits
+inline constexpr uint16_t kAdcReg317C = 0x317C;
+inline constexpr uint16_t kAdcReg31EC = 0x31EC;
+
+inline constexpr uint8_t kHighConversionGain = 0x10; // of kReadoutMode
+inline constexpr uint8_t kBin2x2 = 0x22;             // of kWindowMode
+
+} // namespace vsccam::sony

@@ -1,0 +1,73 @@
+#include "models/sony/sony_timing.h"
+
+#include <algorithm>
+
+namespace vsccam {
+
+namespace {
+constexpr int kHighConversionAbove = 60;
+constexpr int kStepsPerCode = 3;
+constexpr uint32_t kLongestFrame = 0xFFFFFF; // lines, three registers
+constexpr float kLongestLine = 65535.0F;     // clocks, two registers
+} // namespace
+
+SonyGain SonyGainFor(int gain, ControlRange range)
+{
+    const int stored = std::clamp(gain, range.min, range.max);
+    const bool high = stored > kHighConversionAbove;
+    const int steps = high ? stored - kHighConversionAbove : stored;
+    return {stored, high, static_cast<uint8_t>(steps / kStepsPerCode)};
+}
+
+float SonyFrameRate(int budget, int percent, Size window, bool is16)
+{
+    return static_cast<float>(budget * percent * 10) / (is16 ? 2.0F : 1.0F) /
+           static_cast<float>(window.height) / static_cast<float>(window.width);
+}
+
+int SonyLineLength(float framesPerSecond, int clockKHz, int windowHeight, int shortest,
+                   SonyFrameOffsets offsets)
+{
+    const float lineTimeUs =
+        1'000'000.0F / framesPerSecond / static_cast<float>(windowHeight + offsets.frameLength);
+    const float length = static_cast<float>(clockKHz) * lineTimeUs / 1000.0F;
+    return static_cast<int>(std::clamp(length, static_cast<float>(shortest), kLongestLine));
+}
+
+SonyExposure SonyExposureFor(uint32_t exposureUs, SonyLine line, int windowHeight,
+                             SonyFrameOffsets offsets)
+{
+    const float lineTimeUs = line.TimeUs();
+    const int frameLines = windowHeight + offsets.frameTime;
+    const int frameTimeUs = static_cast<int>(static_cast<float>(frameLines) * lineTimeUs);
+    const auto lines = static_cast<uint32_t>(static_cast<float>(exposureUs) / lineTimeUs);
+    if (exposureUs > static_cast<uint32_t>(frameTimeUs))
+        return {std::min(lines + 1, kLongestFrame), 1, frameTimeUs};
+    const auto inFrame = static_cast<uint32_t>(frameLines);
+    const uint32_t shutter = lines < inFrame ? inFrame - lines : 1;
+    return {static_cast<uint32_t>(windowHeight + offsets.frameLength),
+            std::min(shutter, inFrame - 1), frameTimeUs};
+}
+
+LongExposurePlan SonyLongExposurePlan(uint32_t exposureUs)
+{
+    using namespace std::chrono_literals;
+    constexpr uint32_t kOneSleepUpToUs = 1'000'999;
+    constexpr uint32_t kStepUs = 200'000;
+    LongExposurePlan plan{.step = 200ms, .steps = 0, .readTimeout = 2000ms, .printedWaitMs = 1000};
+    if (exposureUs <= kOneSleepUpToUs) {
+        plan.step = std::chrono::milliseconds(exposureUs / 1000);
+        plan.steps = 1;
+    } else {
+        plan.steps = static_cast<int>(exposureUs / kStepUs);
+    }
+    return plan;
+}
+
+float SonyTemperature(uint8_t low, uint8_t high)
+{
+    const int raw = high * 16 + (low >> 4);
+    return static_cast<float>(raw < 2048 ? raw : raw - 4096) * 0.0625F;
+}
+
+} // namespace vsccam

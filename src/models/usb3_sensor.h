@@ -1,0 +1,34 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+
+namespace vsccam {
+
+/// How the host times a long exposure and how long it then waits for the frame.
+struct LongExposurePlan {
+    std::chrono::milliseconds step; // the exposure is slept in steps,
+    int steps;                      // so many
+    std::chrono::milliseconds readTimeout;
+    long printedWaitMs;
+};
+
+/// What the capture worker of the USB 3.0 cameras needs of a sensor family beside the operations of
+/// the camera.
+class Usb3Sensor {
+  public:
+    virtual void StartSensorStreaming() = 0;
+    virtual void StopSensorStreaming() = 0;
+
+    virtual LongExposurePlan PlanLongExposure(uint32_t exposureUs) const = 0;
+    virtual void OpenExposureGate() = 0;
+    virtual void CloseExposureGate() = 0;
+
+    /// Programs a camera that was lost and opened again with everything that is set.
+    virtual bool RestoreSettings() = 0;
+
+  protected:
+    ~Usb3Sensor() = default;
+};
+
+} // namespace vsccam

@@ -1,0 +1,238 @@
+#include "usb/bulk_stream.h"
+
+#include "base/debug_print.h"
+
+#include <algorithm>
+#include <atomic>
+#include <new>
+
+namespace vsccam {
+
+using namespace std::chrono_literals;
+
+namespace {
+
+// Transfers have no time-out of their own: whoever waits for them cancels them.
+constexpr unsigned int kNoTimeout = 0xFFFFFFFF;
+// A stop is noticed within this time, whatever the event time-out.
+constexpr auto kStopLatency = 50ms;
+// All cancelled transfers of a pass together get this long to come back.
+constexpr auto kReapBound = 500ms;
+
+void HandleEvents(std::chrono::milliseconds timeout, int *completed)
+{
+    timeval time{};
+    time.tv_sec = static_cast<decltype(time.tv_sec)>(timeout.count() / 1000);
+    time.tv_usec = static_cast<decltype(time.tv_usec)>(timeout.count() % 1000 * 1000);
+    if (libusb_handle_events_timeout_completed(nullptr, &time, completed) < 0)
+        SleepFor(10ms); // the event system is in trouble: do not spin
+}
+
+int ErrorOf(libusb_transfer_status status)
+{
+    switch (status) {
+    case LIBUSB_TRANSFER_COMPLETED:
+        return 0;
+    case LIBUSB_TRANSFER_ERROR:
+        return LIBUSB_ERROR_IO;
+    case LIBUSB_TRANSFER_STALL:
+        return LIBUSB_ERROR_PIPE;
+    case LIBUSB_TRANSFER_NO_DEVICE:
+        return LIBUSB_ERROR_NO_DEVICE;
+    case LIBUSB_TRANSFER_OVERFLOW:
+        return LIBUSB_ERROR_OVERFLOW;
+    case LIBUSB_TRANSFER_TIMED_OUT:
+    case LIBUSB_TRANSFER_CANCELLED: // by the one who waited long enough
+        break;
+    }
+    return LIBUSB_ERROR_TIMEOUT;
+}
+
+} // namespace
+
+/// A libusb transfer with the record of its completion.
+struct BulkStream::Transfer {
+    struct Free {
+        void operator()(libusb_transfer *transfer) const { libusb_free_transfer(transfer); }
+    };
+
+    std::unique_ptr<libusb_transfer, Free> usb{libusb_alloc_transfer(0)};
+    int offset = 0;
+    bool submitted = false; // handed to libusb, seen only by the worker
+    int completed = 0;      // libusb's flag, set on the event-handling thread
+
+    bool Completed() { return std::atomic_ref(completed).load(std::memory_order_acquire) != 0; }
+    bool InFlight() { return submitted && !Completed(); }
+};
+
+BulkStream::BulkStream() = default;
+
+BulkStream::~BulkStream() = default;
+
+void BulkStream::callbackUSBTransferComplete(libusb_transfer *transfer)
+{
+    if (transfer->status != LIBUSB_TRANSFER_COMPLETED)
+        OutputDbgPrint("Xfer err %d\n", transfer->status);
+    auto *record = static_cast<Transfer *>(transfer->user_data);
+    std::atomic_ref(record->completed).store(1, std::memory_order_release);
+}
+
+bool BulkStream::Init(libusb_device_handle *handle, int totalLen, int count, int chunkSize,
+                      uint8_t endpoint)
+{
+    if (!Reap())
+        return false;
+    m_transfers.clear();
+    m_frameBytes = totalLen;
+    m_memoryHelpPrinted = false;
+    try {
+        Allocate(handle, totalLen, count, chunkSize, endpoint);
+    } catch (const std::bad_alloc &) {
+        m_transfers.clear();
+    }
+    return Prepared();
+}
+
+void BulkStream::Allocate(libusb_device_handle *handle, int totalLen, int count, int chunkSize,
+                          uint8_t endpoint)
+{
+    for (int i = 0; i < count; ++i) {
+        auto transfer = std::make_unique<Transfer>();
+        if (!transfer->usb)
+            throw std::bad_alloc();
+        transfer->offset = i * chunkSize;
+        const int length = i + 1 < count ? chunkSize : totalLen - transfer->offset;
+        libusb_fill_bulk_transfer(transfer->usb.get(), handle, endpoint, nullptr, length,
+                                  callbackUSBTransferComplete, transfer.get(), kNoTimeout);
+        m_transfers.push_back(std::move(transfer));
+    }
+}
+
+BulkStream::Pass BulkStream::Run(uint8_t *buffer, Timeouts timeouts, const RunFlag &running)
+{
+    Pass pass;
+    if (!Reap()) {
+        pass.error = LIBUSB_ERROR_BUSY;
+        return pass;
+    }
+    for (auto &transfer : m_transfers)
+        transfer->submitted = false;
+    m_nextToSubmit = 0;
+    SubmitFrom(buffer, pass);
+
+    auto eventTimeout = timeouts.perTransfer;
+    bool mayWait = true; // until the first transfer that fails or stays away
+    for (auto &transfer : m_transfers) {
+        if (mayWait && transfer->submitted)
+            Wait(*transfer, timeouts.perTransfer, eventTimeout, running);
+        if (!transfer->submitted || !transfer->Completed() ||
+            transfer->usb->status != LIBUSB_TRANSFER_COMPLETED)
+            mayWait = false;
+        if (!mayWait)
+            break;
+        eventTimeout = timeouts.nextEvent;
+        SubmitFrom(buffer, pass); // those that found no memory before
+    }
+    (void)Reap(); // what stays away is reaped by the next pass, or freed when the device is closed
+    Collect(pass);
+    return pass;
+}
+
+void BulkStream::Collect(Pass &pass) const
+{
+    for (const auto &transfer : m_transfers) {
+        if (!transfer->submitted)
+            continue;
+        const auto status =
+            transfer->Completed() ? transfer->usb->status : LIBUSB_TRANSFER_CANCELLED;
+        if (status == LIBUSB_TRANSFER_COMPLETED)
+            pass.received += transfer->usb->actual_length;
+        else if (pass.error == 0)
+            pass.error = ErrorOf(status);
+        pass.ioError = pass.ioError || status == LIBUSB_TRANSFER_ERROR;
+        pass.deviceGone = pass.deviceGone || status == LIBUSB_TRANSFER_NO_DEVICE;
+    }
+}
+
+void BulkStream::Release()
+{
+    (void)Reap();
+    std::erase_if(m_transfers, [](auto &transfer) { return !transfer->InFlight(); });
+    OutputDbgPrint("free transfer!\n");
+}
+
+void BulkStream::DeviceClosed()
+{
+    m_transfers.clear();
+}
+
+/// Queues the transfers that are not queued yet. When the kernel's memory for transfers is used
+/// up, the rest has to wait until earlier ones are done.
+void BulkStream::SubmitFrom(uint8_t *buffer, Pass &pass)
+{
+    for (; m_nextToSubmit < m_transfers.size(); ++m_nextToSubmit) {
+        Transfer &transfer = *m_transfers[m_nextToSubmit];
+        transfer.usb->buffer = buffer + transfer.offset;
+        transfer.completed = 0;
+        const int result = libusb_submit_transfer(transfer.usb.get());
+        transfer.submitted = result == 0;
+        if (transfer.submitted) {
+            pass.submitted = true;
+            continue;
+        }
+        OutputDbgPrint("submit Xfer %d error: %d\n", static_cast<int>(m_nextToSubmit), result);
+        pass.error = pass.error ? pass.error : result;
+        if (result == LIBUSB_ERROR_NO_MEM) {
+            PrintMemoryHelp();
+            return;
+        }
+        if (result == LIBUSB_ERROR_NO_DEVICE) {
+            pass.deviceGone = true;
+            m_nextToSubmit = m_transfers.size();
+            return;
+        }
+    }
+}
+
+void BulkStream::Wait(Transfer &transfer, std::chrono::milliseconds bound,
+                      std::chrono::milliseconds eventTimeout, const RunFlag &running) const
+{
+    const auto deadline = Clock::now() + bound;
+    while (!transfer.Completed() && running) {
+        const auto left = deadline - Clock::now();
+        if (left <= 0ns)
+            return;
+        HandleEvents(std::min({eventTimeout, kStopLatency, ceil<std::chrono::milliseconds>(left)}),
+                     &transfer.completed);
+    }
+}
+
+/// Cancels everything in flight and waits until libusb has given it back.
+bool BulkStream::Reap()
+{
+    for (auto &transfer : m_transfers) {
+        if (transfer->InFlight())
+            (void)libusb_cancel_transfer(transfer->usb.get()); // may have completed meanwhile
+    }
+    const auto deadline = Clock::now() + kReapBound;
+    for (auto &transfer : m_transfers) {
+        while (transfer->InFlight()) {
+            if (Clock::now() >= deadline)
+                return false;
+            HandleEvents(kStopLatency, &transfer->completed);
+        }
+    }
+    return true;
+}
+
+void BulkStream::PrintMemoryHelp()
+{
+    if (m_memoryHelpPrinted)
+        return;
+    m_memoryHelpPrinted = true;
+    OutputDbgPrint("a frame needs %d MiB of usbfs memory, the kernel's default limit is 16\n",
+                   m_frameBytes / (1024 * 1024) + 1);
+    OutputDbgPrint("raise it: echo 256 > /sys/module/usbcore/parameters/usbfs_memory_mb\n");
+}
+
+} // namespace vsccam

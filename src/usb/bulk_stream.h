@@ -1,0 +1,80 @@
+#pragma once
+
+#include "base/sync.h"
+
+#include <libusb.h>
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace vsccam {
+
+/// One frame at a time from a bulk IN endpoint, read by a row of transfers that are all queued
+/// before the first wait, so that the host controller always has buffers ready.
+///
+/// Used by one thread, the capture worker. Completions arrive on whichever thread handles libusb
+/// events, often one that makes a control call: everything about a completion therefore belongs to
+/// its transfer. A transfer is reaped before it is submitted again or freed; one that never
+/// completes is kept until the device is closed.
+class BulkStream {
+  public:
+    /// How one pass over the transfers went.
+    struct Pass {
+        int received = 0;        // bytes of the frame, in order
+        int error = 0;           // libusb code of the first failure, LIBUSB_ERROR_TIMEOUT included
+        bool ioError = false;    // some transfer ended with LIBUSB_TRANSFER_ERROR
+        bool deviceGone = false; // some transfer or submission said so
+        bool submitted = false;  // at least one transfer was queued
+    };
+
+    struct Timeouts {
+        std::chrono::milliseconds perTransfer; // longest wait for any one transfer
+        std::chrono::milliseconds nextEvent;   // event time-out after the first transfer
+    };
+
+    BulkStream();
+    ~BulkStream(); // the device is closed before
+    BulkStream(const BulkStream &) = delete;
+    BulkStream &operator=(const BulkStream &) = delete;
+
+    /// Prepares `count` transfers of `chunkSize` bytes for frames of `totalLen` bytes; the last one
+    /// takes the rest.
+    /// @return false when memory is short or transfers of an earlier run never came back
+    bool Init(libusb_device_handle *handle, int totalLen, int count, int chunkSize,
+              uint8_t endpoint);
+
+    /// Reads one frame into `buffer`. Ends early when `running` is cleared. On return no transfer
+    /// is in flight, unless one could not be cancelled: then the next Run starts with reaping it.
+    Pass Run(uint8_t *buffer, Timeouts timeouts, const RunFlag &running);
+
+    /// Frees the transfers that came back, and keeps the others until DeviceClosed.
+    void Release();
+
+    /// The handle of the transfers is closed: nothing is in flight any more.
+    void DeviceClosed();
+
+  private:
+    struct Transfer;
+    using TransferRow = std::vector<std::unique_ptr<Transfer>>;
+
+    static void LIBUSB_CALL callbackUSBTransferComplete(libusb_transfer *transfer);
+
+    void Allocate(libusb_device_handle *handle, int totalLen, int count, int chunkSize,
+                  uint8_t endpoint);
+    bool Prepared() const { return !m_transfers.empty(); }
+    void SubmitFrom(uint8_t *buffer, Pass &pass);
+    void Collect(Pass &pass) const;
+    void Wait(Transfer &transfer, std::chrono::milliseconds bound,
+              std::chrono::milliseconds eventTimeout, const RunFlag &running) const;
+    bool Reap();
+    void PrintMemoryHelp();
+
+    TransferRow m_transfers;
+    size_t m_nextToSubmit = 0;
+    int m_frameBytes = 0;
+    bool m_memoryHelpPrinted = false;
+};
+
+} // namespace vsccam

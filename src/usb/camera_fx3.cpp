@@ -1,0 +1,339 @@
+#include "usb/camera_fx3.h"
+
+#include "base/config.h"
+#include "base/debug_print.h"
+#include "usb/device_list.h"
+#include "usb/requests.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <mutex>
+#include <utility>
+
+namespace vsccam {
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr uint8_t kVendorOut = 0x40;
+constexpr uint8_t kVendorIn = 0xC0;
+constexpr auto kCommandTimeout = 200ms;
+constexpr auto kRequestTimeout = 500ms;
+constexpr int kConfiguration = 1;
+constexpr int kInterface = 0;
+
+// A camera that does not answer must not hold the host for the sum of all time-outs: after so many
+// in a row, requests fail at once for a while.
+constexpr int kMuteAfterTimeouts = 3;
+constexpr auto kMuteTime = 1s;
+
+constexpr uint32_t kFlashPage = 256;
+constexpr auto kFlashEraseBound = 60s;
+constexpr auto kFlashPollInterval = 1ms;
+
+constexpr uint16_t kFpgaVersionMajor = 29; // two registers of nibbles follow
+
+constexpr uint16_t Low(uint32_t value)
+{
+    return static_cast<uint16_t>(value);
+}
+constexpr uint16_t High(uint32_t value)
+{
+    return static_cast<uint16_t>(value >> 16);
+}
+
+} // namespace
+
+CCameraFX3::CCameraFX3()
+{
+    // The reference stays: the context lives as long as the process.
+    if (libusb_init(nullptr) != 0)
+        std::puts("failed to initialise libusb");
+}
+
+CCameraFX3::~CCameraFX3()
+{
+    OutputDbgPrint("~CCameraFX3\n");
+    CloseDevice();
+}
+
+bool CCameraFX3::OpenDevice(uint16_t productId, int ordinal)
+{
+    const std::lock_guard lock(m_controlSection);
+    if (m_opened)
+        return false;
+    m_handle =
+        libusb_open_device_with_vid_pid_index(nullptr, CAMERA_VID, productId, ordinal & 0xFF);
+    if (m_handle && libusb_set_configuration(m_handle, kConfiguration) == 0 &&
+        libusb_claim_interface(m_handle, kInterface) == 0) {
+        m_timeoutsInRow = 0;
+        m_muteUntil = {};
+        m_opened = true;
+        return true;
+    }
+    if (m_handle) // another program has it
+        libusb_close(std::exchange(m_handle, nullptr));
+    return false;
+}
+
+void CCameraFX3::CloseDevice()
+{
+    const std::lock_guard lock(m_controlSection);
+    m_opened = false;
+    if (m_handle)
+        libusb_close(std::exchange(m_handle, nullptr));
+    m_stream.DeviceClosed();
+}
+
+bool CCameraFX3::HasHandle()
+{
+    const std::lock_guard lock(m_controlSection);
+    return m_handle != nullptr;
+}
+
+int CCameraFX3::Control(uint8_t requestType, uint8_t req, uint16_t value, uint16_t index,
+                        uint8_t *buf, uint16_t len, std::chrono::milliseconds timeout)
+{
+    const std::lock_guard lock(m_controlSection);
+    if (!m_opened || MuteLately())
+        return LIBUSB_ERROR_NO_DEVICE;
+    const int result = libusb_control_transfer(m_handle, requestType, req, value, index, buf, len,
+                                               static_cast<unsigned int>(timeout.count()));
+    NoteResult(result);
+    return result;
+}
+
+bool CCameraFX3::MuteLately() const
+{
+    return m_muteUntil > Clock::now();
+}
+
+void CCameraFX3::NoteResult(int result)
+{
+    m_timeoutsInRow = result == LIBUSB_ERROR_TIMEOUT ? m_timeoutsInRow + 1 : 0;
+    if (m_timeoutsInRow >= kMuteAfterTimeouts)
+        m_muteUntil = Clock::now() + kMuteTime;
+}
+
+bool CCameraFX3::SendCMD(uint8_t cmd)
+{
+    return Control(kVendorOut, cmd, 0, 0, nullptr, 0, kCommandTimeout) >= 0;
+}
+
+bool CCameraFX3::SendCMD(uint8_t req, uint16_t value, uint16_t index, bool read, uint8_t *buf,
+                         long len)
+{
+    if (len < 0 || (len > 0 && !buf))
+        return false;
+    const auto wireLength = static_cast<uint16_t>(len);
+    if (read)
+        std::fill_n(buf, wireLength, uint8_t{0});
+    return Control(read ? kVendorIn : kVendorOut, req, value, index, buf, wireLength,
+                   kRequestTimeout) >= 0;
+}
+
+bool CCameraFX3::WriteCameraRegister(uint16_t address, uint16_t value)
+{
+    return SendCMD(request::kWriteSensor, address, value, false, nullptr, 0);
+}
+
+bool CCameraFX3::ReadCameraRegister(uint16_t address, uint16_t *value)
+{
+    uint8_t bytes[2] = {};
+    const bool ok = SendCMD(request::kReadSensor, address, 0, true, bytes, sizeof bytes);
+    *value = static_cast<uint16_t>(bytes[0] * 256 + bytes[1]);
+    return ok;
+}
+
+bool CCameraFX3::WriteCameraRegisterByte(uint16_t address, uint8_t value)
+{
+    return SendCMD(request::kWriteSensorByte, address, value, false, nullptr, 0);
+}
+
+bool CCameraFX3::ReadCameraRegisterByte(uint16_t address, uint8_t *value)
+{
+    return SendCMD(request::kReadSensorByte, address, 0, true, value, 1);
+}
+
+bool CCameraFX3::WriteSONYREG(uint16_t address, uint8_t value)
+{
+    return WriteCameraRegisterByte(address, value);
+}
+
+bool CCameraFX3::ReadSONYREG(uint16_t address, uint8_t *value)
+{
+    return ReadCameraRegisterByte(address, value);
+}
+
+bool CCameraFX3::WriteCameraRegister_B(uint16_t address, int startBit, int endBit, uint16_t value)
+{
+    uint16_t old = 0;
+    (void)ReadCameraRegister(address, &old); // a failed read counts as 0; the write decides
+    return WriteCameraRegister(address, MergeBits(old, startBit, endBit + 1, value));
+}
+
+bool CCameraFX3::WriteCameraRegisterByte_B(uint16_t address, int startBit, int endBit,
+                                           uint8_t value)
+{
+    uint8_t old = 0;
+    (void)ReadCameraRegisterByte(address, &old); // as above
+    return WriteCameraRegisterByte(address,
+                                   static_cast<uint8_t>(MergeBits(old, startBit, endBit, value)));
+}
+
+bool CCameraFX3::WriteFPGAREG(uint16_t reg, uint16_t value)
+{
+    return SendCMD(request::kWriteFpga, reg, value, false, nullptr, 0);
+}
+
+bool CCameraFX3::ReadFPGAREG(uint16_t reg, uint8_t *value)
+{
+    return SendCMD(request::kReadFpga, reg, 0, true, value, 1);
+}
+
+bool CCameraFX3::EnableGPIF32DQ(bool on)
+{
+    return SendCMD(request::kGpif32, on ? 1 : 0, 0, false, nullptr, 0);
+}
+
+bool CCameraFX3::GetFirmwareVer(uint8_t *version)
+{
+    uint8_t answer[2] = {};
+    const bool ok = SendCMD(request::kFirmwareVersion, 0, 0, true, answer, sizeof answer);
+    *version = answer[0] == 'V' ? answer[1] : uint8_t{1};
+    OutputDbgPrint("Ver success %d\n", ok ? 1 : 0);
+    return ok;
+}
+
+bool CCameraFX3::GetFPGAVer(uint8_t *major, uint8_t sub[4])
+{
+    uint8_t nibbles[2] = {};
+    (void)ReadFPGAREG(kFpgaVersionMajor, major); // the last read decides
+    (void)ReadFPGAREG(kFpgaVersionMajor + 1, &nibbles[0]);
+    const bool ok = ReadFPGAREG(kFpgaVersionMajor + 2, &nibbles[1]);
+    m_fpgaMajor = *major;
+    m_fpgaSub = 0;
+    for (int i = 0; i < 4; ++i) {
+        const uint8_t both = nibbles[i / 2];
+        sub[i] = static_cast<uint8_t>(i % 2 == 0 ? both >> 4 : both & 0x0F);
+        m_fpgaSub = m_fpgaSub << 8 | sub[i];
+    }
+    return ok;
+}
+
+void CCameraFX3::GetFPGAVerVal(uint8_t *major, uint32_t *sub) const
+{
+    *major = m_fpgaMajor;
+    *sub = m_fpgaSub;
+}
+
+bool CCameraFX3::IsUSB3Host()
+{
+    uint8_t answer = 0;
+    return SendCMD(request::kUsb3Host, 0, 0, true, &answer, 1) && answer == 1;
+}
+
+bool CCameraFX3::IsBootLoaderRunning()
+{
+    uint8_t answer = 0;
+    return SendCMD(request::kRam, 0, 0, true, &answer, 1);
+}
+
+bool CCameraFX3::ReadFromSPIFlash(uint8_t *buf, int len, uint32_t address, uint8_t req)
+{
+    return SendCMD(req, 0, Low(address / kFlashPage), true, buf, len);
+}
+
+bool CCameraFX3::WriteToSPIFlash(const uint8_t *buf, int len, uint32_t address, uint8_t req)
+{
+    // libusb takes a pointer to non-const for both directions and only reads here.
+    return SendCMD(req, 0, Low(address / kFlashPage), false, const_cast<uint8_t *>(buf), len);
+}
+
+int CCameraFX3::EraseSectorOfSPIFlash(uint16_t sector, uint8_t req)
+{
+    if (!SendCMD(req, 1, sector, false, nullptr, 0))
+        return 1;
+    const auto deadline = Clock::now() + kFlashEraseBound;
+    while (Clock::now() < deadline) {
+        uint8_t status = 0;
+        if (!SendCMD(req, 0, sector, true, &status, 1))
+            return 1;
+        if (status == 0)
+            return 0;
+        SleepFor(kFlashPollInterval);
+    }
+    return 1;
+}
+
+bool CCameraFX3::DownloadBufferToDevice(uint32_t address, uint16_t len, const uint8_t *buf,
+                                        uint8_t req)
+{
+    return SendCMD(req, Low(address), High(address), false, const_cast<uint8_t *>(buf), len);
+}
+
+bool CCameraFX3::UploadBufferFromDevice(uint32_t address, uint16_t len, uint8_t *buf, uint8_t req)
+{
+    return SendCMD(req, Low(address), High(address), true, buf, len);
+}
+
+bool CCameraFX3::SetProgramEntry(uint8_t req, uint32_t address)
+{
+    return SendCMD(req, High(address), Low(address), false, nullptr, 0);
+}
+
+bool CCameraFX3::ResetEndPoint(uint8_t endpoint)
+{
+    const std::lock_guard lock(m_controlSection);
+    return m_opened && libusb_clear_halt(m_handle, endpoint) == 0;
+}
+
+bool CCameraFX3::ResetDevice()
+{
+    OutputDbgPrint("ResetDevice\n");
+    const std::lock_guard lock(m_controlSection);
+    return m_opened && libusb_reset_device(m_handle) == 0;
+}
+
+bool CCameraFX3::initAsyncXfer(int totalLen, int count, int chunkSize, uint8_t endpoint)
+{
+    libusb_device_handle *handle = nullptr;
+    {
+        const std::lock_guard lock(m_controlSection);
+        handle = m_opened ? m_handle : nullptr;
+    }
+    return handle && m_stream.Init(handle, totalLen, count, chunkSize, endpoint);
+}
+
+BulkStream::Pass CCameraFX3::startAsyncXfer(uint8_t *buffer, BulkStream::Timeouts timeouts,
+                                            const RunFlag &running)
+{
+    const BulkStream::Pass first = m_stream.Run(buffer, timeouts, running);
+    if (!first.ioError || first.deviceGone || !running)
+        return first;
+    OutputDbgPrint("repeat 2#\n");
+    return m_stream.Run(buffer, timeouts, running);
+}
+
+BulkStream::Pass CCameraFX3::ReadFrameOnce(uint8_t *buffer, BulkStream::Timeouts timeouts,
+                                           const RunFlag &running)
+{
+    return m_stream.Run(buffer, timeouts, running);
+}
+
+void CCameraFX3::releaseAsyncXfer()
+{
+    m_stream.Release();
+}
+
+uint16_t MergeBits(uint16_t old, int startBit, int endBit, uint16_t value)
+{
+    uint32_t mask = 0;
+    for (int bit = std::max(startBit, 0); bit < std::min(endBit, 32); ++bit)
+        mask |= uint32_t{1} << bit;
+    const uint32_t shifted = startBit >= 0 && startBit < 32 ? uint32_t{value} << startBit : 0;
+    return static_cast<uint16_t>((old & ~mask) | (shifted & mask));
+}
+
+} // namespace vsccam

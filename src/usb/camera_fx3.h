@@ -1,0 +1,125 @@
+#pragma once
+
+#include "base/sync.h"
+#include "usb/bulk_stream.h"
+
+#include <libusb.h>
+
+#include <chrono>
+#include <cstdint>
+#include <span>
+
+namespace vsccam {
+
+/// The way to the camera: every vendor request of its USB controller, and its bulk endpoint.
+///
+/// Requests return true on success and false on failure, also when no device is open; none repeats
+/// itself. Any thread may issue them: one critical section makes each control transfer atomic with
+/// respect to the others. Bytes that a short answer leaves out read as 0.
+class CCameraFX3 {
+  public:
+    CCameraFX3();
+    ~CCameraFX3();
+    CCameraFX3(const CCameraFX3 &) = delete;
+    CCameraFX3 &operator=(const CCameraFX3 &) = delete;
+
+    bool IsOpened() const { return m_opened; }
+
+    /// Vendor command without data, 200 ms time-out.
+    bool SendCMD(uint8_t cmd);
+    /// Vendor request, 500 ms time-out. A read clears `buf` first. The length on the wire is the
+    /// low 16 bits of `len`.
+    bool SendCMD(uint8_t req, uint16_t value, uint16_t index, bool read, uint8_t *buf, long len);
+
+    /// Sensor registers: 16-bit address with 16-bit or 8-bit values.
+    bool WriteCameraRegister(uint16_t address, uint16_t value);
+    bool ReadCameraRegister(uint16_t address, uint16_t *value);
+    bool WriteCameraRegisterByte(uint16_t address, uint8_t value);
+    bool ReadCameraRegisterByte(uint16_t address, uint8_t *value);
+    bool WriteSONYREG(uint16_t address, uint8_t value);
+    bool ReadSONYREG(uint16_t address, uint8_t *value);
+
+    /// Changes bits startBit to endBit, inclusive, of a 16-bit register.
+    bool WriteCameraRegister_B(uint16_t address, int startBit, int endBit, uint16_t value);
+    /// Changes bits startBit to endBit - 1 of an 8-bit register.
+    // Quirk, kept: the end bit is exclusive here and inclusive in the 16-bit form.
+    bool WriteCameraRegisterByte_B(uint16_t address, int startBit, int endBit, uint8_t value);
+
+    bool WriteFPGAREG(uint16_t reg, uint16_t value);
+    bool ReadFPGAREG(uint16_t reg, uint8_t *value);
+
+    /// The data bus of the controller is either 32 bits wide or shared with the SPI flash.
+    bool EnableGPIF32DQ(bool on);
+
+    /// Version number of the controller's firmware; 1 when the answer is no version.
+    bool GetFirmwareVer(uint8_t *version);
+    /// Version of the FPGA: major number and four nibbles. The result is that of the last read.
+    bool GetFPGAVer(uint8_t *major, uint8_t sub[4]);
+    /// The version as last read, without USB traffic.
+    void GetFPGAVerVal(uint8_t *major, uint32_t *sub) const;
+
+    /// Whether the camera is attached at SuperSpeed.
+    bool IsUSB3Host();
+    /// Whether the controller's boot loader answers.
+    bool IsBootLoaderRunning();
+
+    /// SPI flash: `address` is rounded down to a page of 256 bytes; at most 2048 bytes a request.
+    bool ReadFromSPIFlash(uint8_t *buf, int len, uint32_t address, uint8_t req);
+    bool WriteToSPIFlash(const uint8_t *buf, int len, uint32_t address, uint8_t req);
+    /// Erases a sector of 64 KiB and waits until the flash is idle, 60 s at most.
+    /// @return 0 on success, 1 on failure
+    // Quirk, kept: the only request with an inverted result.
+    int EraseSectorOfSPIFlash(uint16_t sector, uint8_t req);
+
+    /// Memory of the controller, through its boot loader or firmware.
+    bool DownloadBufferToDevice(uint32_t address, uint16_t len, const uint8_t *buf, uint8_t req);
+    bool UploadBufferFromDevice(uint32_t address, uint16_t len, uint8_t *buf, uint8_t req);
+    // Quirk, kept: the high half of the address comes first here, the low half in the two above.
+    bool SetProgramEntry(uint8_t req, uint32_t address);
+
+    /// Ends a stall of an endpoint.
+    bool ResetEndPoint(uint8_t endpoint);
+    /// Resets the device on its port.
+    bool ResetDevice();
+
+    /// Prepares the reading of frames of `totalLen` bytes, see BulkStream::Init.
+    bool initAsyncXfer(int totalLen, int count, int chunkSize, uint8_t endpoint);
+    /// Reads one frame, with one repetition after a transfer error.
+    BulkStream::Pass startAsyncXfer(uint8_t *buffer, BulkStream::Timeouts timeouts,
+                                    const RunFlag &running);
+    /// Reads one frame, without repetition.
+    BulkStream::Pass ReadFrameOnce(uint8_t *buffer, BulkStream::Timeouts timeouts,
+                                   const RunFlag &running);
+    void releaseAsyncXfer();
+
+  protected:
+    /// Opens the ordinal-th device (from 1, modulo 256) with this product ID, and claims it.
+    bool OpenDevice(uint16_t productId, int ordinal);
+    /// Closes the device if it is open, after which no request reaches it.
+    void CloseDevice();
+    /// Whether there is a device handle, open for requests or not.
+    bool HasHandle();
+
+    uint8_t m_fpgaMajor = 0;
+    uint32_t m_fpgaSub = 0;
+
+  private:
+    int Control(uint8_t requestType, uint8_t req, uint16_t value, uint16_t index, uint8_t *buf,
+                uint16_t len, std::chrono::milliseconds timeout);
+    bool MuteLately() const;
+    void NoteResult(int result);
+
+    std::atomic<bool> m_opened{false};
+    CriticalSection m_controlSection; // guards the members below and every control transfer
+    libusb_device_handle *m_handle = nullptr;
+    int m_timeoutsInRow = 0;
+    Clock::time_point m_muteUntil{};
+
+    BulkStream m_stream; // used by the capture worker
+};
+
+/// Merges `value`, shifted to `startBit`, into `old` under a mask of the bits startBit to
+/// endBit - 1. An empty range changes nothing.
+uint16_t MergeBits(uint16_t old, int startBit, int endBit, uint16_t value);
+
+} // namespace vsccam

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <libusb.h>
+
+#include <cstdint>
+
+namespace vsccam {
+
+/// Opens the index-th device, counted from 1 in the order of the bus, that has this vendor and
+/// product ID.
+/// @return nullptr when the list or a descriptor before it cannot be read, when there is no such
+///         device, or when it cannot be opened
+libusb_device_handle *libusb_open_device_with_vid_pid_index(libusb_context *ctx, uint16_t vid,
+                                                            uint16_t pid, int index);
+
+/// The bus's devices. Drops its references when it goes.
+class DeviceList {
+  public:
+    explicit DeviceList(libusb_context *ctx) : m_count(libusb_get_device_list(ctx, &m_list)) {}
+    ~DeviceList()
+    {
+        if (m_list)
+            libusb_free_device_list(m_list, 1);
+    }
+    DeviceList(const DeviceList &) = delete;
+    DeviceList &operator=(const DeviceList &) = delete;
+
+    libusb_device **begin() const { return m_list; }
+    libusb_device **end() const { return m_list + (m_count > 0 ? m_count : 0); }
+
+    /// Gives the list up without freeing it.
+    void Abandon() { m_list = nullptr; }
+
+  private:
+    libusb_device **m_list = nullptr;
+    ssize_t m_count = 0;
+};
+
+} // namespace vsccam

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstdint>
+
+/// Vendor requests of the camera's USB controller, on endpoint 0.
+namespace vsccam::request {
+
+inline constexpr uint8_t kRam = 0xA0; // boot loader: RAM write and read, FX2 CPUCS
+inline constexpr uint8_t kSensorClock24MHz = 0xA3;
+inline constexpr uint8_t kSensorClock48MHz = 0xA4;
+inline constexpr uint8_t kWriteSensor = 0xA6;
+inline constexpr uint8_t kReadSensor = 0xA7;
+inline constexpr uint8_t kStartDataPath = 0xA9;
+inline constexpr uint8_t kStopDataPath = 0xAA;
+inline constexpr uint8_t kOutput8Bits = 0xAB;
+inline constexpr uint8_t kOutput16Bits = 0xAC;
+inline constexpr uint8_t kFirmwareVersion = 0xAD;
+inline constexpr uint8_t kStopSensorClock = 0xAE;
+inline constexpr uint8_t kStartSensorClock = 0xAF;
+inline constexpr uint8_t kGuideOn = 0xB0;
+inline constexpr uint8_t kGuideOff = 0xB1;
+inline constexpr uint8_t kCoolerDrive = 0xB2;
+inline constexpr uint8_t kSensorTemperature = 0xB3;
+inline constexpr uint8_t kUsb3Host = 0xB4;
+inline constexpr uint8_t kTransferCount = 0xB5;
+inline constexpr uint8_t kWriteSensorByte = 0xB6;
+inline constexpr uint8_t kReadSensorByte = 0xB7;
+inline constexpr uint8_t kReadFpga = 0xBC;
+inline constexpr uint8_t kWriteFpga = 0xBD;
+inline constexpr uint8_t kGpif32 = 0xBE;
+inline constexpr uint8_t kWriteFlash = 0xC2;
+inline constexpr uint8_t kReadFlash = 0xC3;
+inline constexpr uint8_t kEraseFlash = 0xC4;
+inline constexpr uint8_t kThermistor = 0xC7;
+
+} // namespace vsccam::request
