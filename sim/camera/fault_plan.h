@@ -37,6 +37,8 @@ struct FaultRule {
     uint64_t count = 1;                  // how many in a row; UINT64_MAX: for ever
     double probability = 1.0;            // of each of them, drawn from the camera's seed
     uint64_t amount = 0;                 // of the fault, see above
+
+    bool operator==(const FaultRule &) const = default;
 };
 
 using FaultPlan = std::vector<FaultRule>;

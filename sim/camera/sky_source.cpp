@@ -9,10 +9,10 @@
 namespace vscsim {
 namespace {
 
-constexpr int kStars = 500;
+constexpr int kStars = 1200;
 constexpr int kHotPixels = 250;
-constexpr double kFaintestStar = 1.5e3; // electrons per second
-constexpr double kBrightestStar = 6e6;
+constexpr double kFaintestStar = 3e3; // electrons per second
+constexpr double kBrightestStar = 5e7;
 constexpr double kMoffatBeta = 2.5;
 constexpr double kMoffatWidthPx = 1.9;    // a full width at half maximum of 2.1 px
 constexpr double kFaintestWingPerS = 2.0; // electrons; a star is drawn as far as it shows
@@ -24,7 +24,7 @@ constexpr float kLargestStep = (1 << kConverterBits) - 1;
 /// Response in the order of the mosaic's sites: red, green, blue.
 using Colour = std::array<double, 3>;
 constexpr Colour kWhiteResponse = {0.75, 1.0, 0.70};
-constexpr Colour kSkyPerSecond = {430, 450, 340}; // of a town, in electrons
+constexpr Colour kSkyPerSecond = {280, 360, 250}; // above a village, in electrons
 constexpr Colour kNoColour = {1.0, 1.0, 1.0};
 
 /// Relative to green, what a black body shines at the middle of each pass band.
@@ -114,12 +114,12 @@ class SkySource final : public SceneSource {
 
 void SkySource::ScatterStars()
 {
-    // As many stars above a brightness as the brightness falls, about.
-    const double slope = 1.0 / 0.8;
-    const double faintest = std::pow(kFaintestStar, -1.0 / slope);
-    const double brightest = std::pow(kBrightestStar, -1.0 / slope);
+    // The number of stars above a brightness falls with this power of it.
+    constexpr double kPower = 0.7;
+    const double ofFaintest = std::pow(kFaintestStar, -kPower);
+    const double ofBrightest = std::pow(kBrightestStar, -kPower);
     for (int i = 0; i < kStars; ++i) {
-        const double perSecond = std::pow(Uniform(brightest, faintest), -slope);
+        const double perSecond = std::pow(Uniform(ofBrightest, ofFaintest), -1.0 / kPower);
         const double kelvin = 2800.0 * std::pow(Uniform(1.0, 2.6), 2);
         m_stars.push_back({.x = Uniform(0, m_model.sensorWidth),
                            .y = Uniform(0, m_model.sensorHeight),
@@ -203,7 +203,7 @@ void SkySource::ExposeRow(int y, std::span<float> steps)
         if (x >= left && x - left < steps.size())
             steps[x - left] += hot->perSecond * m_darkFactor * m_seconds;
     }
-    const auto black = static_cast<float>(m_sensor.blackLevel);
+    const float black = static_cast<float>(m_sensor.blackLevel) + 0.5F; // rounds
     const float *const noise = m_noise.data() + m_random() % (kNoiseValues - steps.size());
     for (size_t x = 0; x < steps.size(); ++x)
         steps[x] =
@@ -232,7 +232,7 @@ void SkySource::Row(int row, std::span<uint16_t> samples)
     const float mean = 1.0F / static_cast<float>(bin * bin);
     const int dropped = kConverterBits - m_sensor.bits;
     for (size_t x = 0; x < samples.size(); ++x) {
-        const int code = static_cast<int>(std::clamp(m_sum[x] * mean, 0.0F, kLargestStep) + 0.5F);
+        const int code = static_cast<int>(std::clamp(m_sum[x] * mean, 0.0F, kLargestStep));
         samples[x] = static_cast<uint16_t>(code >> dropped << (dropped + 16 - kConverterBits));
     }
 }

@@ -274,7 +274,8 @@ TEST(Stream, AFrameLargerThanTheSensorsWindowEndsInGarbage)
         int count = 0;
         for (int y = fromY; y < fromY + 100; ++y)
             for (int x = fromX; x < fromX + 100; ++x)
-                count += frame[static_cast<size_t>(y * 640 + x)] != PatternSample(0, x, y) >> 8;
+                count +=
+                    frame.at(static_cast<unsigned>(y * 640 + x)) != PatternSample(0, x, y) >> 8;
         return count;
     };
     EXPECT_GT(unlike(320, 100), 9000);

@@ -1,0 +1,216 @@
+#include "sim/host.h"
+
+#include <cmath>
+#include <cstdio>
+#include <fstream>
+
+namespace vscsim {
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+TEST(Models, AreFoundByNameAndOnlyByName)
+{
+    for (const ModelFacts &model : AllModels()) {
+        EXPECT_EQ(FindModel(model.name), &model);
+        EXPECT_EQ(FindModel("kyr " + std::string(model.name)), &model);
+    }
+    EXPECT_EQ(FindModel("vsc470mm-COOL")->productId, 0x470D);
+    for (const char *name : {"", "KYR", "KYR ", "VSC470", "VSC470MM ", "KYR KYR VSC470MM"})
+        EXPECT_EQ(FindModel(name), nullptr) << name;
+    EXPECT_TRUE(std::ranges::is_sorted(
+        AllModels(), {}, [](const ModelFacts &model) { return std::string_view(model.name); }));
+}
+
+TEST(Controller, AnswersEachReadOfTheProtocol)
+{
+    Host host;
+    host.Sony(0x3014, 0x5A);
+    host.Out(0xA6, 0x3200, 0x1234);
+    host.Fpga(19, 0xCB);
+    const struct {
+        const char *what;
+        uint8_t request;
+        int value;
+        int length;
+        Bytes expected;
+    } cases[] = {
+        {"sensor byte", 0xB7, 0x3014, 1, {0x5A}},
+        {"sensor byte, never written", 0xB7, 0x3015, 1, {0x00}},
+        {"sensor word", 0xA7, 0x3200, 2, {0x12, 0x34}},
+        {"lower byte of the word", 0xB7, 0x3201, 1, {0x34}},
+        {"word across the end", 0xA7, 0xFFFF, 2, {0x00, 0x00}},
+        {"FPGA register", 0xBC, 19, 1, {0xCB}},
+        {"FPGA version", 0xBC, 29, 1, {0x02}},
+        {"firmware version", 0xAD, 0, 2, {'V', 3}},
+        {"host speed", 0xB4, 0, 1, {1}},
+        {"temperature, 20 degrees", 0xB3, 0, 2, {0x00, 0x14}},
+        {"asked for less", 0xAD, 0, 1, {'V'}},
+        {"asked for more", 0xAD, 0, 64, {'V', 3}},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.what);
+        const ControlReply reply = host.In(c.request, c.value, 0, c.length);
+        EXPECT_EQ(reply.outcome, Outcome::Ok);
+        EXPECT_EQ(reply.data, c.expected);
+    }
+    EXPECT_EQ(Host({.link = LinkSpeed::High, .speed = 0}).In(0xB4, 0, 0, 1).data, Bytes{0});
+}
+
+TEST(Controller, StallsWhatItDoesNotKnow)
+{
+    Host host;
+    for (const int known : {0xA6, 0xA9, 0xAA, 0xAE, 0xAF, 0xB0, 0xB1, 0xB2, 0xB5, 0xB6, 0xBD, 0xBE})
+        EXPECT_EQ(host.Out(static_cast<uint8_t>(known)), Outcome::Ok) << known;
+    const struct {
+        const char *what;
+        Outcome outcome;
+    } cases[] = {
+        {"boot loader's answer", host.In(0xA0, 0, 0, 1).outcome},
+        {"EEPROM", host.Out(0xBA)},
+        {"clock of another controller", host.Out(0xA4)},
+        {"a read in the wrong direction", host.Out(0xB7)},
+        {"a write in the wrong direction", host.In(0xB6, 0, 0, 1).outcome},
+        {"FPGA register that is none", host.Out(0xBD, 256)},
+        {"guide line that is none", host.Out(0xB0, 4)},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(c.outcome, Outcome::Stall) << c.what;
+}
+
+TEST(Controller, KeepsTheVersionOfTheFpga)
+{
+    Host host;
+    host.Fpga(29, 0xFF);
+    EXPECT_EQ(host.In(0xBC, 29, 0, 1).data, Bytes{0x02});
+}
+
+/// Degrees as a host makes them of the two bytes.
+double Celsius(Host &host)
+{
+    const Bytes bytes = host.In(0xB3, 0, 0, 2).data;
+    const int raw = bytes[1] * 16 + (bytes[0] >> 4);
+    return (raw < 2048 ? raw : raw - 4096) / 16.0;
+}
+
+TEST(Climate, FollowsDriveAndFanInCooledModelsOnly)
+{
+    const struct {
+        const char *model;
+        int driveCode;
+        int fan; // register 25
+        double celsius;
+    } cases[] = {
+        {"VSC470MM", 40, 0x00, 20.0},         {"VSC470MM-Cool", 255, 0x00, 20.0},
+        {"VSC470MM-Cool", 40, 0x00, -18.0},   {"VSC470MM-Cool", 40, 0x80, 1.0},
+        {"VSC470MC-Cool", 0, 0x00, -18.0},    {"VSC470MC-Cool", 0xFFFF, 0x00, 20.0},
+        {"VSC470MM-Cool", 148, 0x00, 1.0885},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(testing::Message() << c.model << ", code " << c.driveCode);
+        Host host({.speed = 0}, c.model);
+        host.Fpga(25, c.fan);
+        host.Out(0xB2, c.driveCode);
+        double before = Celsius(host);
+        for (int second = 0; second < 600; ++second) {
+            host.now += 1s;
+            const double now = Celsius(host);
+            EXPECT_LT(std::abs(now - before), 1.5); // faster changes look like faults of the chip
+            before = now;
+        }
+        EXPECT_NEAR(before, c.celsius, 0.07);
+    }
+}
+
+TEST(Climate, ShowsAtTheThermistorToo)
+{
+    Host host;
+    const Bytes bytes = host.In(0xC7, 0, 0, 2).data;
+    const int reading = bytes[0] >> 4 | (bytes[1] & 0x0F) << 4;
+    EXPECT_NEAR(reading * 10.0 / (256 - reading), 12.5, 0.3); // kOhm, at 20 degrees
+}
+
+class Flash : public testing::Test {
+  protected:
+    Flash() { host.Out(0xBE, 0); }
+
+    Outcome Erase(int sector)
+    {
+        const Outcome outcome = host.Out(0xC4, 1, sector);
+        while (outcome == Outcome::Ok && host.In(0xC4, 0, sector, 1).data == Bytes{1})
+            ++polls;
+        return outcome;
+    }
+
+    Host host;
+    int polls = 0;
+};
+
+TEST_F(Flash, ErasesToOnesAndProgramsOnlyZeros)
+{
+    EXPECT_EQ(host.Out(0xC2, 0, 0x700, Bytes(256, 0x0F)), Outcome::Ok);
+    EXPECT_EQ(host.Out(0xC2, 0, 0x700, Bytes(2, 0xF1)), Outcome::Ok);
+    const Bytes expected = {0x01, 0x01, 0x0F, 0x0F};
+    EXPECT_EQ(host.In(0xC3, 0, 0x700, 4).data, expected);
+    EXPECT_EQ(host.camera.Flash()[0x70001], 0x01);
+
+    EXPECT_EQ(host.Out(0xC2, 0, 0x6FF, Bytes(256, 0x00)), Outcome::Ok); // the sector before
+    EXPECT_EQ(Erase(7), Outcome::Ok);
+    EXPECT_GT(polls, 0);
+    EXPECT_EQ(host.In(0xC3, 0, 0x700, 2048).data, Bytes(2048, 0xFF));
+    EXPECT_EQ(host.In(0xC3, 0, 0x6FF, 256).data, Bytes(256, 0x00));
+}
+
+TEST_F(Flash, IsOutOfReachWhileBusyBeyondItsEndOrBehindTheWideBus)
+{
+    const auto refused = [this](int page, int length) {
+        const bool read = host.In(0xC3, 0, page, length).outcome == Outcome::Stall;
+        const bool written =
+            host.Out(0xC2, 0, page, Bytes(static_cast<size_t>(length), 0)) == Outcome::Stall;
+        EXPECT_EQ(read, written);
+        return read;
+    };
+    EXPECT_FALSE(refused(0xFF8, 2048));
+    EXPECT_TRUE(refused(0xFF9, 2048));
+    EXPECT_TRUE(refused(0x1000, 1));
+    EXPECT_TRUE(refused(0xFFFF, 1));
+    EXPECT_TRUE(refused(0, 2049));
+    EXPECT_EQ(Erase(16), Outcome::Stall);
+
+    EXPECT_EQ(host.Out(0xC4, 1, 3), Outcome::Ok);
+    EXPECT_TRUE(refused(0, 1));
+    EXPECT_EQ(host.Out(0xC4, 1, 4), Outcome::Stall);
+    while (host.In(0xC4, 0, 3, 1).data == Bytes{1}) {
+    }
+    EXPECT_FALSE(refused(0, 1));
+
+    host.Out(0xBE, 1);
+    EXPECT_TRUE(refused(0, 1));
+    EXPECT_EQ(host.Out(0xC4, 1, 3), Outcome::Stall);
+}
+
+TEST_F(Flash, KeepsItsContentsInAFile)
+{
+    const std::string file = testing::TempDir() + "vscsim_flash.bin";
+    std::remove(file.c_str());
+    const CameraOptions options{.speed = 0, .flashFile = file};
+    {
+        Host first(options);
+        first.Out(0xBE, 0);
+        first.Out(0xC2, 0, 0x700, {1, 2, 3});
+    }
+    {
+        Host second(options);
+        EXPECT_EQ(second.camera.Flash()[0x70001], 2);
+        second.Out(0xBE, 0);
+        second.Out(0xC2, 0, 0x701, {7});
+        second.Out(0xC4, 1, 0);
+    }
+    EXPECT_EQ(Host(options).camera.Flash()[0x70100], 7);
+    std::ifstream kept(file, std::ios::binary | std::ios::ate);
+    EXPECT_EQ(kept.tellg(), 1 << 20);
+    std::remove(file.c_str());
+}
+
+} // namespace
+} // namespace vscsim

@@ -1,0 +1,189 @@
+#include "sim/host.h"
+
+#include <cmath>
+#include <numeric>
+
+namespace vscsim {
+namespace {
+
+/// A 16-bit frame of the sky, in steps of the 12-bit converter.
+struct Picture {
+    std::vector<int> steps;
+    int width = 0;
+
+    int At(int x, int y) const { return steps.at(static_cast<unsigned>(y * width + x)); }
+    double Mean() const
+    {
+        return std::accumulate(steps.begin(), steps.end(), 0.0) / static_cast<double>(steps.size());
+    }
+    double Median(int x0 = 0, int y0 = 0, int stride = 1) const
+    {
+        std::vector<int> chosen;
+        for (int y = y0; y < static_cast<int>(steps.size()) / width; y += stride)
+            for (int x = x0; x < width; x += stride)
+                chosen.push_back(At(x, y));
+        const auto middle = chosen.begin() + static_cast<std::ptrdiff_t>(chosen.size() / 2);
+        std::ranges::nth_element(chosen, middle);
+        return *middle;
+    }
+};
+
+class Sky : public testing::Test {
+  protected:
+    static constexpr Host::Format kWhole{.width = 1936, .height = 1096, .sixteenBit = true};
+    static constexpr int kLinesPerSecond = 91'441; // of 203 clocks
+
+    static Picture Take(Host &host, const Host::Format &format = kWhole)
+    {
+        const std::vector<uint8_t> frame = host.Read(format.Bytes(), 5s);
+        EXPECT_EQ(frame.size(), format.Bytes());
+        Picture picture{.steps = std::vector<int>(frame.size() / 2), .width = format.Columns()};
+        for (size_t i = 0; i < picture.steps.size(); ++i)
+            picture.steps[i] = Word(frame, 2 * i) >> 4;
+        return picture;
+    }
+
+    /// Gain 200 of a host: high conversion and 14 dB.
+    static Host Started(double seconds, const char *model = "VSC470MM", uint64_t seed = 1,
+                        const Host::Format &format = kWhole)
+    {
+        Host host({.scene = Scene::Sky, .seed = seed, .speed = 0}, model);
+        host.Program(format);
+        host.Sony(0x3009, 0x11);
+        host.Sony(0x3014, 46);
+        host.ExposeLines(static_cast<int>(seconds * kLinesPerSecond), format.height);
+        host.Start();
+        return host;
+    }
+};
+
+TEST_F(Sky, GrowsWithExposureAndGainAndStandsOnTheBlackLevel)
+{
+    Host host = Started(0.1);
+    const double sky = Take(host).Median() - 1;
+    EXPECT_GT(sky, 50);
+    const struct {
+        const char *what;
+        void (*program)(Host &);
+        double factor, black;
+    } cases[] = {
+        {"exposure", [](Host &h) { h.ExposeLines(kLinesPerSecond / 5, 1096); }, 2.0, 1},
+        {"gain", [](Host &h) { h.Sony(0x3014, 66); }, 2.0, 1}, // 6 dB more
+        {"conversion gain", [](Host &h) { h.Sony(0x3009, 0x01); }, 0.5, 1},
+        {"black level", [](Host &h) { h.Sony(0x300A, 240); }, 1.0, 240},
+        {"10 bits", [](Host &h) { h.Sony(0x3046, 0xF0), h.Fpga(10, 0x10); }, 1.0, 1},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.what);
+        Host changed = Started(0.1);
+        c.program(changed);
+        EXPECT_NEAR(Take(changed).Median() - c.black, sky * c.factor, sky * 0.03 + 2);
+    }
+}
+
+TEST_F(Sky, IsTheSameFromTheSameSeedAndAnotherFromAnother)
+{
+    const auto firstFrame = [](uint64_t seed) {
+        Host host = Started(0.2, "VSC470MM", seed);
+        return Take(host).steps;
+    };
+    const std::vector<int> first = firstFrame(1);
+    EXPECT_EQ(first, firstFrame(1));
+    EXPECT_NE(first, firstFrame(2));
+
+    Host host = Started(0.2);
+    EXPECT_EQ(Take(host).steps, first);
+    EXPECT_NE(Take(host).steps, first); // noise is never the same twice
+}
+
+TEST_F(Sky, ShowsStarsAndNoiseOfTheirLight)
+{
+    Host host = Started(0.2);
+    const Picture one = Take(host);
+    const Picture other = Take(host);
+    const double sky = one.Median();
+    int bright = 0;
+    double square = 0;
+    int dim = 0;
+    for (size_t i = 0; i < one.steps.size(); ++i) {
+        bright += one.steps[i] > 3 * sky && other.steps[i] > 3 * sky;
+        if (one.steps[i] < 2 * sky) {
+            const double difference = one.steps[i] - other.steps[i];
+            square += difference * difference / 2;
+            ++dim;
+        }
+    }
+    EXPECT_GT(bright, 1000);
+    EXPECT_LT(bright, 200'000);
+    // Each electron is 2.79 steps at this gain: shot noise of the sky, and 1.5 electrons of
+    // reading.
+    const double electrons = sky / 2.79;
+    EXPECT_NEAR(std::sqrt(square / dim), 2.79 * std::sqrt(electrons + 2.25), 2.0);
+}
+
+TEST_F(Sky, ColourModelsSeeThroughTheirMosaic)
+{
+    Host host = Started(0.2, "VSC470MC");
+    const Picture picture = Take(host);
+    const double red = picture.Median(0, 0, 2);
+    const double green = picture.Median(1, 0, 2);
+    const double blue = picture.Median(1, 1, 2);
+    EXPECT_NEAR(green, picture.Median(0, 1, 2), 3);
+    EXPECT_GT(green, red + 3);
+    EXPECT_GT(red, blue + 3);
+
+    const Host::Format binned{
+        .width = 1936, .height = 1096, .sixteenBit = true, .sensorBins = true};
+    Host small = Started(0.2, "VSC470MC", 1, binned);
+    const Picture half = Take(small, binned);
+    EXPECT_NEAR(half.Median(0, 0, 2), red, 4); // sites of one colour are binned
+    EXPECT_NEAR(half.Median(1, 1, 2), blue, 4);
+}
+
+TEST_F(Sky, ColdSensorsAreDarker)
+{
+    Host host = Started(5, "VSC470MM-Cool");
+    host.Sony(0x3009, 0x01);
+    host.Sony(0x3014, 0);
+    const Picture warm = Take(host);
+    host.Fpga(25, 0);
+    host.Out(0xB2, 40);
+    host.now += 10min;
+    const Picture cold = Take(host);
+    EXPECT_LT(cold.Mean(), warm.Mean());
+    int hot = 0; // pixels that lose much more than others
+    for (size_t i = 0; i < warm.steps.size(); ++i)
+        hot += warm.steps[i] - cold.steps[i] > 400;
+    EXPECT_GT(hot, 20);
+    EXPECT_LT(hot, 2000);
+}
+
+TEST_F(Sky, GuidePulsesMoveTheStars)
+{
+    const struct {
+        int line;
+        int dx, dy;
+    } cases[] = {{0, -10, 0}, {1, 10, 0}, {2, 0, -10}, {3, 0, 10}};
+    Host reference = Started(0.2);
+    const Picture before = Take(reference);
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.line);
+        Host host = Started(0.2);
+        host.Out(0xB0, c.line);
+        host.now += 2s;
+        host.Out(0xB1, c.line);
+        host.now += 2s;
+        const Picture after = Take(host);
+        int found = 0;
+        int lost = 0;
+        for (int y = 10; y < 1086; ++y)
+            for (int x = 10; x < 1926; ++x)
+                if (before.At(x, y) == 4095)
+                    ++(after.At(x + c.dx, y + c.dy) > 3000 ? found : lost);
+        EXPECT_GT(found, 100);
+        EXPECT_LT(lost, found / 10);
+    }
+}
+
+} // namespace
+} // namespace vscsim
