@@ -87,7 +87,7 @@ typedef struct _VSC_ID {
     unsigned char id[8];
 } _VSC_ID;
 
-/* ------------------------------------------------------------------ the library and its cameras */
+/* ---- the library and its cameras ---- */
 
 /** Version of the library, such as "1.0.0". The text belongs to the library. */
 VSC_API const char *getSDKVersion(void);
@@ -124,7 +124,7 @@ VSC_API VSC_BOOL initCamera(void);
 /** Stops whatever runs and closes the camera. Settings and cooling end with it. */
 VSC_API void closeCamera(void);
 
-/* -------------------------------------------------------------------------------------- controls */
+/* ---- controls ---- */
 
 /** Present value of a control.
  *  @param pbAuto  receives whether the control sets itself; false for controls without that mode.
@@ -159,7 +159,7 @@ VSC_API void setAutoPara(int maxGain, int maxExp, int targetBrightness);
 /** Reads what setAutoPara sets. Pointers may be NULL; nothing is written without a camera. */
 VSC_API void getAutoPara(int *maxGain, int *maxExp, int *targetBrightness);
 
-/* --------------------------------------------------------------------------- geometry and format */
+/* ---- geometry and format ---- */
 
 /** Sets size, binning and format of the frames, with the region centred on the sensor (setStartPos
  *  moves it). A running video is stopped, programmed and started again: no frame of the old size is
@@ -235,7 +235,7 @@ VSC_API float getElectronsPerADU(void);
  *  Pointers may be NULL; nothing is written without a camera. */
 VSC_API void getGainOffset(int *a, int *b, int *c, int *d);
 
-/* ------------------------------------------------------------------------------------ video */
+/* ---- video ---- */
 
 /** Starts continuous video. Does nothing when capture runs already or no camera is open. */
 VSC_API void startCapture(void);
@@ -256,7 +256,7 @@ VSC_API VSC_BOOL getImageData(unsigned char *buffer, int bufferSize, int waitMs)
  *  resets the count; 0 without a camera. */
 VSC_API int getDroppedFrames(void);
 
-/* -------------------------------------------------------------------------- single exposures */
+/* ---- single exposures ---- */
 
 /** Starts one exposure of CONTROL_EXPOSURE microseconds; getExpStatus tells how it goes. */
 VSC_API void startExposure(void);
@@ -274,7 +274,7 @@ VSC_API int getExpStatus(void);
  *          NULL buffer, or no open camera */
 VSC_API VSC_BOOL getImageAfterExp(unsigned char *buffer, int bufferSize);
 
-/* ------------------------------------------------------------------------------------- other */
+/* ---- other ---- */
 
 /** Sensor temperature in degrees Celsius, the last known one when the camera does not answer;
  *  0.0 for models without a sensor thermometer or without a camera. */

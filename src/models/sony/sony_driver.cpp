@@ -135,8 +135,9 @@ template <class Base> void SonyDriver<Base>::SendRegisterList(RegisterList list)
 template <class Base> void SonyDriver<Base>::SetUpClockAndFpga()
 {
     constexpr uint8_t kInputClock[] = {0x20, 0x00, 0x20, 0x00};
-    for (uint16_t i = 0; i < std::size(kInputClock); ++i)
-        WriteSONYREG(sony::kInputClock + i, kInputClock[i]);
+    uint16_t address = sony::kInputClock;
+    for (const uint8_t value : kInputClock)
+        WriteSONYREG(address++, value);
     WriteSONYREG(sony::kOutputBits, 0xF1);
     WriteSONYREG(sony::kAdcBits, 0x01);
     WriteSONYREG(sony::kReg303A, 0x08);

@@ -1,0 +1,558 @@
+#include "library/host_fixture.h"
+#include "library/wire.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <thread>
+
+namespace vsccam {
+namespace {
+
+using namespace std::chrono_literals;
+using vscsim::Fault;
+using vscsim::FaultRule;
+
+constexpr uint64_t kForEver = UINT64_MAX;
+
+uint32_t ElapsedMs(uint32_t since)
+{
+    return GetTickCount() - since;
+}
+
+class CaptureTest : public HostTest {
+  protected:
+    /// A monochrome camera with a small region, so that frames are cheap to make and to check.
+    int OpenSmall(vscsim::CameraOptions options = {}, int type = VSC_IMG_RAW8)
+    {
+        const int device = OpenOne("VSC470MM", std::move(options));
+        EXPECT_TRUE(setImageFormat(320, 240, 1, type));
+        setStartPos(64, 32);
+        (void)Bus().TakeTraffic(device);
+        return device;
+    }
+    static std::optional<int> Number(const Bytes &frame)
+    {
+        return frame.empty() ? std::nullopt : PatternNumber(frame, 320, 64, 32);
+    }
+    static void WaitWhileWorking()
+    {
+        while (getExpStatus() == VSC_EXP_WORKING)
+            SleepFor(5ms);
+    }
+};
+
+TEST_F(CaptureTest, StartsAndStopsTheStreamInItsOrder)
+{
+    const int device = OpenSmall();
+    startCapture();
+    ASSERT_FALSE(NextFrame(1000).empty());
+    stopCapture();
+    EXPECT_EQ(Bus().TakeTraffic(device),
+              Wire("cmd AA; fpga 00=31; sony 3000=01; cmd A9; sony 3000=00; fpga 00=21;"
+                   "clear halt 81;fpga 00=31; sony 3000=01; cmd AA; clear halt 81"));
+}
+
+TEST_F(CaptureTest, DeliversEveryFrameOnceToAFastReader)
+{
+    constexpr uint64_t kFrames = 10'000;
+    const int device = OpenSmall({.frameLimit = kFrames});
+    startCapture();
+    uint64_t delivered = 0;
+    int dropped = 0;
+    std::optional<int> previous;
+    for (Bytes frame = NextFrame(1000); !frame.empty(); frame = NextFrame(1000)) {
+        const std::optional<int> number = Number(frame);
+        ASSERT_TRUE(number) << "torn frame after " << delivered;
+        ASSERT_NE(number, previous) << "repeated frame after " << delivered;
+        previous = number;
+        ++delivered;
+        dropped = getDroppedFrames();
+    }
+    EXPECT_EQ(Bus().With(device, [](auto &camera) { return camera.FramesProduced(); }), kFrames);
+    EXPECT_EQ(delivered + static_cast<uint64_t>(dropped), kFrames);
+    EXPECT_EQ(dropped, 0);
+}
+
+TEST_F(CaptureTest, CountsWhatASlowReaderLeaves)
+{
+    constexpr uint64_t kFrames = 2'000;
+    const int device = OpenSmall({.frameLimit = kFrames});
+    startCapture();
+    uint64_t delivered = 0;
+    int dropped = 0;
+    for (Bytes frame = NextFrame(1000); !frame.empty(); frame = NextFrame(1000)) {
+        ASSERT_TRUE(Number(frame)) << "torn frame after " << delivered;
+        ++delivered;
+        dropped = getDroppedFrames();
+        SleepFor(std::chrono::milliseconds(7 + delivered % 50));
+    }
+    EXPECT_EQ(Bus().With(device, [](auto &camera) { return camera.FramesProduced(); }), kFrames);
+    EXPECT_GT(dropped, 500);
+    EXPECT_EQ(delivered + static_cast<uint64_t>(dropped), kFrames);
+}
+
+/// What the camera sends and what the host gets, worked out pixel by pixel.
+struct Picture {
+    const char *model;
+    int width, height, bin, type;
+    int startX, startY; // binned
+    bool flipX, flipY;
+
+    uint16_t Sensor(uint32_t frame, int x, int y) const
+    {
+        const uint16_t v = vscsim::PatternSample(frame, startX * bin + x, startY * bin + y);
+        return type == VSC_IMG_RAW16 ? v : v >> 8;
+    }
+    bool Colour() const { return std::string_view(model).find("MC") != std::string_view::npos; }
+
+    /// A pixel of the frame as it was read out, marks hidden by the rows next to them.
+    uint32_t ReadOut(uint32_t frame, int x, int y) const
+    {
+        const int marked = type == VSC_IMG_RAW16 ? 2 : 4;
+        if (y == 0 && x < marked)
+            ++y;
+        else if (y == height * bin - 1 && x >= width * bin - marked)
+            --y;
+        return Sensor(frame, x, y);
+    }
+
+    /// A pixel of the delivered image, raw formats only.
+    uint32_t Delivered(uint32_t frame, int x, int y) const
+    {
+        x = flipX ? width - 1 - x : x;
+        y = flipY ? height - 1 - y : y;
+        const bool mosaic = Colour() && bin > 1;
+        uint32_t sum = 0;
+        for (int k = 0; k < bin; ++k) {
+            for (int j = 0; j < bin; ++j)
+                sum += mosaic ? ReadOut(frame, (x & 1) + (x & ~1) * bin + 2 * j,
+                                        (y & 1) + (y & ~1) * bin + 2 * k)
+                              : ReadOut(frame, x * bin + j, y * bin + k);
+        }
+        const auto factor = static_cast<uint32_t>(bin);
+        return sum / factor / factor;
+    }
+
+    bool Matches(const Bytes &image, uint32_t frame) const
+    {
+        const size_t step = type == VSC_IMG_RAW16 ? 2 : type == VSC_IMG_RGB24 ? 3 : 1;
+        size_t at = 0;
+        for (int y = 0; y < height; ++y) {
+            for (int x = 0; x < width; ++x, at += step) {
+                const uint32_t v = Delivered(frame, x, y);
+                if (image[at] != (v & 0xFF) || (step == 2 && image[at + 1] != v >> 8) ||
+                    (step == 3 && (image[at + 1] != v || image[at + 2] != v)))
+                    return false;
+            }
+        }
+        return true;
+    }
+};
+
+TEST_F(CaptureTest, DeliversThePatternInEveryFormatRegionBinningAndFlip)
+{
+    const Picture pictures[] = {
+        {"VSC470MM", 1936, 1096, 1, VSC_IMG_RAW8, 0, 0, false, false},
+        {"VSC470MM", 640, 480, 1, VSC_IMG_RAW16, 100, 50, false, false},
+        {"VSC470MM", 640, 480, 1, VSC_IMG_Y8, 4, 2, true, false},
+        {"VSC470MM", 320, 240, 1, VSC_IMG_RGB24, 648, 308, false, true},
+        {"VSC470MM", 320, 240, 2, VSC_IMG_RAW8, 10, 20, true, true},
+        {"VSC470MM", 968, 548, 2, VSC_IMG_RAW16, 0, 0, false, false},
+        {"VSC470MC", 320, 240, 1, VSC_IMG_RAW8, 300, 300, true, false},
+        {"VSC470MC", 320, 240, 2, VSC_IMG_RAW8, 2, 3, false, false},
+        {"VSC470MC-Cool", 320, 240, 2, VSC_IMG_RAW16, 20, 30, false, true},
+        {"VSC470MM-Cool", 8, 2, 1, VSC_IMG_RAW8, 480, 547, false, false},
+    };
+    for (const Picture &picture : pictures) {
+        SCOPED_TRACE(testing::Message() << picture.model << " " << picture.width << " bin "
+                                        << picture.bin << " type " << picture.type);
+        const int device = OpenOne(picture.model);
+        ASSERT_TRUE(setImageFormat(picture.width, picture.height, picture.bin, picture.type));
+        setStartPos(picture.startX, picture.startY);
+        SetMisc(picture.flipX, picture.flipY);
+        ASSERT_EQ(getStartX(), picture.startX);
+        ASSERT_EQ(getStartY(), picture.startY);
+        startCapture();
+        const Bytes image = NextFrame(5000);
+        ASSERT_FALSE(image.empty());
+        bool found = false;
+        for (uint32_t frame = 0; frame < 4 && !found; ++frame)
+            found = picture.Matches(image, frame);
+        EXPECT_TRUE(found);
+        closeCamera();
+        Bus().Unplug(device);
+    }
+}
+
+TEST_F(CaptureTest, DropsDamagedFramesExactlyAndGoesOn)
+{
+    const struct {
+        const char *name;
+        FaultRule rule;
+    } cases[] = {{"one byte short", {.fault = Fault::ShortFrame, .from = 5, .amount = 1}},
+                 {"a packet short", {.fault = Fault::ShortFrame, .from = 5, .amount = 1024}},
+                 {"nearly all missing", {.fault = Fault::ShortFrame, .from = 5, .amount = 76'000}},
+                 {"head", {.fault = Fault::BadHead, .from = 5, .count = 3}},
+                 {"tail", {.fault = Fault::BadTail, .from = 5}},
+                 {"counters", {.fault = Fault::UnequalCounters, .from = 5, .count = 2}}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        constexpr uint64_t kFrames = 20;
+        const int device = OpenSmall({.frameLimit = kFrames, .faults = {c.rule}});
+        startCapture();
+        uint64_t delivered = 0;
+        int dropped = 0;
+        for (Bytes frame = NextFrame(2000); !frame.empty(); frame = NextFrame(2000)) {
+            ASSERT_TRUE(Number(frame));
+            ++delivered;
+            dropped = getDroppedFrames();
+        }
+        EXPECT_GE(dropped, static_cast<int>(c.rule.count));
+        EXPECT_EQ(delivered + static_cast<uint64_t>(dropped),
+                  Bus().With(device, [](auto &camera) { return camera.FramesProduced(); }));
+        closeCamera();
+        Bus().Unplug(device);
+    }
+}
+
+TEST_F(CaptureTest, ResetsTheDeviceAtTheFourthEmptyReadInARow)
+{
+    for (const auto &[empty, resets] : {std::pair{3U, 0}, {4U, 1}}) {
+        const int device =
+            OpenSmall({.faults = {{.fault = Fault::EmptyFrame, .from = 1, .count = empty}}});
+        startCapture();
+        EXPECT_TRUE(Number(NextFrame(1000)));
+        EXPECT_TRUE(Number(NextFrame(5000)));
+        EXPECT_EQ(getDroppedFrames(), 0); // nothing came, so nothing was dropped
+        stopCapture();
+        const auto traffic = Bus().TakeTraffic(device);
+        EXPECT_EQ(std::ranges::count(traffic, "reset"), resets) << empty;
+        closeCamera();
+        Bus().Unplug(device);
+    }
+}
+
+TEST_F(CaptureTest, StalledEndpointIsCleared)
+{
+    OpenSmall({.faults = {{.fault = Fault::StallFrame, .from = 2}}});
+    startCapture();
+    for (int i = 0; i < 4; ++i)
+        EXPECT_TRUE(Number(NextFrame(5000))) << i;
+}
+
+TEST_F(CaptureTest, TransferErrorIsRepeatedOnce)
+{
+    OpenSmall({.faults = {{.fault = Fault::IoErrorFrame, .from = 2}}});
+    startCapture();
+    for (int i = 0; i < 6; ++i)
+        EXPECT_TRUE(Number(NextFrame(5000))) << i;
+    EXPECT_LE(getDroppedFrames(), 1);
+}
+
+TEST_F(CaptureTest, SilentOrMuteCameraHoldsNobodyUp)
+{
+    for (const Fault fault : {Fault::EmptyFrame, Fault::Mute, Fault::Unplug}) {
+        SCOPED_TRACE(static_cast<int>(fault));
+        const int device = OpenSmall({.faults = {{.fault = fault, .from = 1, .count = kForEver}}});
+        startCapture();
+        (void)NextFrame(1000);
+        for (const int waitMs : {0, 500, 20'000}) {
+            const uint32_t start = GetTickCount();
+            (void)NextFrame(waitMs);
+            EXPECT_LE(ElapsedMs(start), static_cast<uint32_t>(waitMs + 100));
+        }
+        uint32_t start = GetTickCount();
+        stopCapture();
+        EXPECT_LE(ElapsedMs(start), 2000U);
+        start = GetTickCount();
+        closeCamera();
+        EXPECT_LE(ElapsedMs(start), 2000U);
+        if (fault != Fault::Unplug)
+            Bus().Unplug(device);
+        Bus().Reset();
+    }
+}
+
+TEST_F(CaptureTest, LosesAndFindsTheDeviceWithAllItsSettings)
+{
+    const int device = OpenSmall();
+    setValue(CONTROL_GAIN, 77, false);
+    setValue(CONTROL_BANDWIDTH, 55, false);
+    startCapture();
+    ASSERT_TRUE(Number(NextFrame(1000)));
+    Bus().Unplug(device);
+    EXPECT_TRUE(NextFrame(1000).empty() || NextFrame(1000).empty());
+    EXPECT_TRUE(NextFrame(-1).empty()); // no limit, and yet no endless wait
+    SleepFor(3s);
+    Bus().Replug(device);
+    SleepFor(3s);
+    EXPECT_TRUE(Number(NextFrame(5000)));
+    EXPECT_GT(getDroppedFrames(), 0);
+    EXPECT_EQ(getValue(CONTROL_GAIN, nullptr), 77);
+    EXPECT_EQ(getValue(CONTROL_BANDWIDTH, nullptr), 55);
+    EXPECT_EQ(Bus().With(device, [](auto &camera) { return camera.SonyRegister(0x3014); }),
+              (77 - 60) / 3);
+}
+
+TEST_F(CaptureTest, FormatChangesDuringVideoLeaveNoFrameOfTheOldSize)
+{
+    OpenSmall();
+    startCapture();
+    ASSERT_TRUE(Number(NextFrame(1000)));
+    for (int i = 0; i < 60; ++i) {
+        const int width = i % 2 ? 320 : 160;
+        ASSERT_TRUE(setImageFormat(width, 240, 1, VSC_IMG_RAW8));
+        setStartPos(64, 32);
+        if (i % 3 == 0)
+            setValue(CONTROL_BANDWIDTH, 40 + i, false);
+        Bytes frame;
+        do // the start position follows the size: frames between the two are centred
+            frame = NextFrame(1000);
+        while (!frame.empty() && !PatternNumber(frame, width, 64, 32) &&
+               PatternNumber(frame, width, (1936 - width) / 2, (1096 - 240) / 2));
+        ASSERT_FALSE(frame.empty());
+        ASSERT_TRUE(PatternNumber(frame, width, 64, 32)) << i;
+    }
+}
+
+TEST_F(CaptureTest, ExposesOnceAndKeepsTheFrameUntilItIsTaken)
+{
+    for (const int exposureUs : {32, 10'000, 999'999, 1'000'000, 1'001'000, 3'000'000}) {
+        SCOPED_TRACE(exposureUs);
+        const int device = OpenSmall();
+        setValue(CONTROL_EXPOSURE, exposureUs, false);
+        EXPECT_EQ(getExpStatus(), VSC_EXP_IDLE);
+        EXPECT_TRUE(ExposedFrame().empty());
+        startExposure();
+        EXPECT_EQ(getExpStatus(), VSC_EXP_WORKING);
+        WaitWhileWorking();
+        ASSERT_EQ(getExpStatus(), VSC_EXP_SUCCESS);
+        EXPECT_FALSE(getImageAfterExp(nullptr, INT32_MAX));
+        EXPECT_EQ(getExpStatus(), VSC_EXP_SUCCESS);
+        EXPECT_TRUE(Number(ExposedFrame()));
+        EXPECT_EQ(getExpStatus(), VSC_EXP_IDLE);
+        EXPECT_TRUE(ExposedFrame().empty());
+        closeCamera();
+        Bus().Unplug(device);
+    }
+}
+
+TEST_F(CaptureTest, LongExposureIsGatedByTheHost)
+{
+    const int device = OpenSmall();
+    setValue(CONTROL_EXPOSURE, 3'000'000, false);
+    (void)Bus().TakeTraffic(device);
+    const uint32_t start = GetTickCount();
+    startExposure();
+    WaitWhileWorking();
+    EXPECT_GE(ElapsedMs(start), 3000U);
+    EXPECT_TRUE(Number(ExposedFrame()));
+    closeCamera();
+    EXPECT_EQ(Bus().TakeTraffic(device),
+              Wire("cmd AA; fpga 00=F1; sony 3000=01; cmd A9; sony 3000=00; fpga 00=E1;"
+                   "clear halt 81;fpga 0B=01 0B=00;"
+                   "fpga 00=F1; sony 3000=01; cmd AA; clear halt 81;close"));
+}
+
+TEST_F(CaptureTest, LongExposureSurvivesOneIoErrorAndFailsAtTheSecond)
+{
+    for (const auto &[errors, status] : {std::pair{1U, VSC_EXP_SUCCESS}, {2U, VSC_EXP_FAILED}}) {
+        const int device =
+            OpenSmall({.faults = {{.fault = Fault::IoErrorFrame, .from = 0, .count = errors}}});
+        setValue(CONTROL_EXPOSURE, 2'000'000, false);
+        startExposure();
+        WaitWhileWorking();
+        EXPECT_EQ(getExpStatus(), status + 0) << errors;
+        EXPECT_EQ(ExposedFrame().empty(), status == VSC_EXP_FAILED);
+        EXPECT_EQ(getExpStatus(), VSC_EXP_IDLE);
+        closeCamera();
+        Bus().Unplug(device);
+    }
+}
+
+TEST_F(CaptureTest, ASingleExposureWithoutAFrameFails)
+{
+    for (const Fault fault : {Fault::EmptyFrame, Fault::BadTail, Fault::Mute, Fault::Unplug}) {
+        for (const int exposureUs : {10'000, 500'000, 2'000'000}) {
+            SCOPED_TRACE(testing::Message() << static_cast<int>(fault) << " " << exposureUs);
+            OpenSmall({.faults = {{.fault = fault, .count = kForEver}}});
+            setValue(CONTROL_EXPOSURE, exposureUs, false);
+            startExposure();
+            const uint32_t start = GetTickCount();
+            WaitWhileWorking();
+            EXPECT_LT(ElapsedMs(start), 60'000U);
+            EXPECT_EQ(getExpStatus(), VSC_EXP_FAILED);
+            EXPECT_TRUE(ExposedFrame().empty());
+            EXPECT_EQ(getExpStatus(), VSC_EXP_IDLE);
+            closeCamera();
+            Bus().Reset();
+        }
+    }
+}
+
+TEST_F(CaptureTest, AbortedExposureGoesBackToIdleAtOnce)
+{
+    OpenSmall();
+    for (const int exposureUs : {500'000, 2'000'000'000}) {
+        setValue(CONTROL_EXPOSURE, exposureUs, false);
+        for (const int afterMs : {0, 1, 150, 400}) {
+            startExposure();
+            SleepFor(std::chrono::milliseconds(afterMs));
+            const uint32_t start = GetTickCount();
+            stopExposure();
+            EXPECT_LE(ElapsedMs(start), 300U);
+            EXPECT_EQ(getExpStatus(), VSC_EXP_IDLE);
+        }
+    }
+    setValue(CONTROL_EXPOSURE, 10'000, false);
+    startExposure();
+    WaitWhileWorking();
+    EXPECT_TRUE(Number(ExposedFrame()));
+}
+
+TEST_F(CaptureTest, ClosesInTheInstantAfterAFinishedExposure)
+{
+    for (int i = 0; i < 20; ++i) {
+        const int device = OpenSmall();
+        startExposure();
+        while (getExpStatus() == VSC_EXP_WORKING)
+            SleepFor(std::chrono::milliseconds(1));
+        if (i % 2)
+            startExposure();
+        closeCamera();
+        Bus().Unplug(device);
+    }
+}
+
+TEST_F(CaptureTest, LateCancelNeitherHangsNorTearsLaterFrames)
+{
+    for (const vscsim::Time delay : {vscsim::Time(300ms), vscsim::Time(10s), vscsim::kNever}) {
+        const int device =
+            OpenSmall({.faults = {{.fault = Fault::EmptyFrame, .from = 2, .count = 2}}});
+        Bus().DelayCancel(delay);
+        startCapture();
+        ASSERT_TRUE(Number(NextFrame(1000)));
+        uint32_t start = GetTickCount();
+        SleepFor(1s);
+        stopCapture();
+        EXPECT_LE(ElapsedMs(start), 3000U);
+        startCapture();
+        for (Bytes frame = NextFrame(5000); frame.empty(); frame = NextFrame(5000))
+            ASSERT_LE(ElapsedMs(start), 60'000U);
+        EXPECT_TRUE(Number(NextFrame(5000)));
+        start = GetTickCount();
+        closeCamera();
+        EXPECT_LE(ElapsedMs(start), 2000U);
+        Bus().DelayCancel({});
+        Bus().Unplug(device);
+        Bus().Reset();
+    }
+}
+
+TEST_F(CaptureTest, QueuesTheRestOfAFrameAsMemoryBecomesFree)
+{
+    OpenOne("VSC470MM");
+    Bus().LimitUsbfsMemory(size_t{2'500} * 1024); // two of the three transfers of a frame
+    startCapture();
+    for (int i = 0; i < 3; ++i)
+        EXPECT_TRUE(PatternNumber(NextFrame(5000), 1936, 0, 0)) << i;
+    Bus().LimitUsbfsMemory(size_t{100} * 1024); // not even one: no frame, no reset storm
+    SleepFor(2s);
+    while (!NextFrame(0).empty()) {
+    }
+    EXPECT_TRUE(NextFrame(1000).empty());
+    EXPECT_GT(getDroppedFrames(), 0);
+    Bus().LimitUsbfsMemory(0);
+    EXPECT_TRUE(PatternNumber(NextFrame(5000), 1936, 0, 0));
+}
+
+TEST_F(CaptureTest, ControlsMayChangeFromTheHostWhileVideoRuns)
+{
+    OpenSmall();
+    setValue(CONTROL_EXPOSURE, 1'000, true); // automatic: other threads are about, too
+    startCapture();
+    for (int i = 0; i < 200; ++i) {
+        setValue(CONTROL_GAIN, i, false);
+        setValue(CONTROL_EXPOSURE, 1'000 + i, i % 2 == 0);
+        setValue(CONTROL_GAMMA, 50, false);
+        (void)getSensorTemp();
+        if (i % 10 == 0)
+            ASSERT_TRUE(Number(NextFrame(2000))) << i;
+    }
+}
+
+/// One host session: everything that a program usually does.
+void RunSession()
+{
+    if (getNumberOfConnectedCameras() < 1 || !openCamera(0) || !initCamera())
+        return;
+    setImageFormat(320, 240, 1, VSC_IMG_RAW8);
+    setStartPos(64, 32);
+    Bytes frame(320 * 240);
+    const int size = static_cast<int>(frame.size());
+    startCapture();
+    for (int i = 0; i < 10; ++i) {
+        if (getImageData(frame.data(), size, 1000) && getStartX() == 64)
+            EXPECT_TRUE(PatternNumber(frame, 320, 64, 32) ||
+                        PatternNumber(frame, 320, 808, 428)); // the move itself failed
+        if (i == 3)
+            setValue(CONTROL_GAIN, 10, false);
+    }
+    stopCapture();
+    startExposure();
+    for (int i = 0; i < 30'000 && getExpStatus() == VSC_EXP_WORKING; ++i)
+        SleepFor(1ms);
+    EXPECT_NE(getExpStatus(), VSC_EXP_WORKING);
+    (void)getImageAfterExp(frame.data(), size);
+}
+
+TEST_F(CaptureTest, SurvivesTheFailureOfAnySingleUsbCall)
+{
+    Bus().Plug("VSC470MM");
+    const uint64_t before = Bus().Calls();
+    RunSession();
+    closeCamera();
+    const uint64_t calls = Bus().Calls() - before;
+    ASSERT_GT(calls, 150U);
+    for (const int code : {LIBUSB_ERROR_IO, LIBUSB_ERROR_TIMEOUT}) {
+        for (uint64_t n = 0; n < calls; n += 3) {
+            SCOPED_TRACE(testing::Message() << "call " << n << " fails with " << code);
+            Bus().Reset();
+            Bus().Plug("VSC470MM");
+            Bus().FailCalls(Bus().Calls() + n, 1, code);
+            RunSession();
+            closeCamera();
+            ASSERT_EQ(getNumberOfConnectedCameras(), 1);
+            ASSERT_TRUE(openCamera(0)); // works again
+            closeCamera();
+            if (HasFailure())
+                return;
+        }
+    }
+}
+
+TEST_F(CaptureTest, SurvivesUnpluggingAtAnyUsbCall)
+{
+    const int device = Bus().Plug("VSC470MM");
+    (void)device;
+    const uint64_t before = Bus().Calls();
+    RunSession();
+    closeCamera();
+    const uint64_t calls = Bus().Calls() - before;
+    for (uint64_t n = 0; n < calls; n += 5) {
+        SCOPED_TRACE(testing::Message() << "unplugged at call " << n);
+        Bus().Reset();
+        const int camera = Bus().Plug("VSC470MM");
+        Bus().UnplugAtCall(camera, Bus().Calls() + n);
+        RunSession();
+        const uint32_t start = GetTickCount();
+        closeCamera();
+        EXPECT_LE(ElapsedMs(start), 2000U);
+        if (HasFailure())
+            return;
+    }
+}
+
+} // namespace
+} // namespace vsccam

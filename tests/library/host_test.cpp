@@ -1,0 +1,300 @@
+#include "library/host_fixture.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstring>
+
+namespace vsccam {
+namespace {
+
+TEST_F(HostTest, EveryFunctionIsHarmlessWithoutACamera)
+{
+    EXPECT_EQ(getNumberOfConnectedCameras(), 0);
+    EXPECT_FALSE(openCamera(0));
+    EXPECT_FALSE(initCamera());
+    bool automatic = true;
+    EXPECT_EQ(getValue(CONTROL_GAIN, &automatic), 0);
+    EXPECT_FALSE(automatic);
+    setValue(CONTROL_GAIN, 1, false);
+    int a = 7;
+    int b = 7;
+    getAutoPara(&a, &b, nullptr);
+    getGainOffset(&a, &b, nullptr, nullptr);
+    setAutoPara(1, 2, 3);
+    EXPECT_EQ(a + b, 14);
+    EXPECT_EQ(getMin(CONTROL_EXPOSURE) + getMax(CONTROL_EXPOSURE), 0);
+    EXPECT_FALSE(isAvailable(CONTROL_GAIN) || isAutoSupported(CONTROL_GAIN));
+    EXPECT_FALSE(setImageFormat(640, 480, 1, VSC_IMG_RAW8));
+    EXPECT_EQ(getImgType(), 3);
+    EXPECT_FALSE(isImgTypeSupported(0) || isBinSupported(1));
+    EXPECT_EQ(getBin(), 1);
+    EXPECT_EQ(getMaxWidth() + getMaxHeight() + getWidth() + getHeight(), 0);
+    setStartPos(1, 1);
+    EXPECT_EQ(getStartX() + getStartY(), 0);
+    EXPECT_FALSE(isColorCam() || isUSB3Host() || isUSB3Camera() || isCoolerCam());
+    EXPECT_EQ(getPixelSize(), 0.0);
+    EXPECT_EQ(getColorBayer(), 2);
+    EXPECT_EQ(getElectronsPerADU(), 0.0F);
+    startCapture();
+    stopCapture();
+    uint8_t buffer[16] = {};
+    EXPECT_FALSE(getImageData(buffer, sizeof buffer, -1));
+    startExposure();
+    stopExposure();
+    EXPECT_EQ(getExpStatus(), VSC_EXP_FAILED);
+    EXPECT_FALSE(getImageAfterExp(buffer, sizeof buffer));
+    EXPECT_EQ(getDroppedFrames(), 0);
+    EXPECT_EQ(getSensorTemp(), 0.0F);
+    EXPECT_FALSE(SetMisc(true, true));
+    bool flip = true;
+    GetMisc(&flip, nullptr);
+    EXPECT_TRUE(flip);
+    pulseGuide(GUIDE_NORTH, 10);
+    EXPECT_FALSE(EnableDarkSubtract("dark.bmp"));
+    DisableDarkSubtract();
+    _VSC_ID id{{1, 2, 3}};
+    EXPECT_FALSE(GetID(&id) || SetID(id));
+    EXPECT_EQ(id.id[2], 3);
+    closeCamera();
+}
+
+TEST_F(HostTest, CountsNamesAndOpensCamerasInTheOrderOfTheBus)
+{
+    Bus().PlugForeign(0x1234, 0x470A);
+    Bus().Plug("VSC470MM");
+    Bus().PlugForeign(VSCSIM_VENDOR_ID, 0x0001);
+    Bus().Plug("VSC470MC-Cool");
+    Bus().Plug("VSC470MM");
+    EXPECT_EQ(getNumberOfConnectedCameras(), 3);
+    EXPECT_STREQ(getCameraModel(0), "KYR VSC470MM");
+    EXPECT_STREQ(getCameraModel(1), "KYR VSC470MC-Cool");
+    EXPECT_STREQ(getCameraModel(3), "Error"); // behind the last one
+    EXPECT_EQ(getCameraModel(4), nullptr);
+    EXPECT_EQ(getCameraModel(-1), nullptr);
+    for (const int index : {3, 4, -1, INT_MAX, INT_MIN})
+        EXPECT_FALSE(openCamera(index)) << index;
+
+    EXPECT_TRUE(openCamera(1));
+    EXPECT_TRUE(isColorCam() && isCoolerCam());
+    EXPECT_TRUE(openCamera(1)); // again: nothing happens
+    EXPECT_EQ(Bus().LiveObjects().handles, 1);
+    EXPECT_TRUE(openCamera(2)); // the second of its kind
+    EXPECT_FALSE(isColorCam());
+    EXPECT_EQ(Bus().LiveObjects().handles, 1);
+    closeCamera();
+    EXPECT_EQ(getNumberOfConnectedCameras(), 3);
+}
+
+TEST_F(HostTest, UnreadableDescriptorEndsTheCount)
+{
+    Bus().Plug("VSC470MM");
+    EXPECT_EQ(getNumberOfConnectedCameras(), 1);
+    Bus().Plug("VSC470MM", {.readableDescriptor = false});
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(getNumberOfConnectedCameras(), 0);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "failed to get device descriptor");
+    EXPECT_STREQ(getCameraModel(0), "KYR VSC470MM"); // the last count stands
+    Bus().Reset();                                   // takes the list back that was left
+}
+
+TEST_F(HostTest, CountsNoMoreCamerasThanItCanList)
+{
+    for (int i = 0; i < 1100; ++i)
+        Bus().PlugForeign(VSCSIM_VENDOR_ID, 0x470B);
+    EXPECT_EQ(getNumberOfConnectedCameras(), 1024);
+    EXPECT_STREQ(getCameraModel(1023), "KYR VSC470MM");
+    EXPECT_STREQ(getCameraModel(1024), "Error");
+    EXPECT_EQ(getCameraModel(1025), nullptr);
+}
+
+TEST_F(HostTest, FailedOpenKeepsTheObjectAndTheNextOneWorks)
+{
+    const int first = Bus().Plug("VSC470MM");
+    Bus().Plug("VSC470MC");
+    ASSERT_EQ(getNumberOfConnectedCameras(), 2);
+    Bus().Unplug(first);
+    EXPECT_FALSE(openCamera(0));
+    EXPECT_TRUE(openCamera(0)); // the object is there, its device is not
+    EXPECT_FALSE(initCamera());
+    EXPECT_TRUE(openCamera(1));
+    EXPECT_TRUE(initCamera());
+}
+
+struct Edition {
+    const char *model;
+    bool colour, cooled;
+};
+constexpr Edition kEditions[] = {{"VSC470MM", false, false},
+                                 {"VSC470MC", true, false},
+                                 {"VSC470MM-Cool", false, true},
+                                 {"VSC470MC-Cool", true, true}};
+
+TEST_F(HostTest, TellsWhatEachEditionIs)
+{
+    for (const Edition &edition : kEditions) {
+        SCOPED_TRACE(edition.model);
+        const int device = OpenOne(edition.model);
+        EXPECT_EQ(isColorCam(), edition.colour);
+        EXPECT_EQ(isCoolerCam(), edition.cooled);
+        EXPECT_EQ(getMaxWidth(), 1936);
+        EXPECT_EQ(getMaxHeight(), 1096);
+        EXPECT_EQ(getWidth() * getHeight(), 1936 * 1096);
+        EXPECT_EQ(getImgType(), VSC_IMG_RAW8);
+        EXPECT_DOUBLE_EQ(getPixelSize(), 2.9);
+        EXPECT_EQ(getColorBayer(), 0);
+        EXPECT_FLOAT_EQ(getElectronsPerADU(), 3.584F);
+        EXPECT_TRUE(isUSB3Camera() && isUSB3Host());
+        EXPECT_TRUE(isBinSupported(1) && isBinSupported(2));
+        EXPECT_FALSE(isBinSupported(0) || isBinSupported(3) || isBinSupported(-1));
+        EXPECT_FALSE(isImgTypeSupported(4) || isImgTypeSupported(-1));
+        int figures[4] = {};
+        getGainOffset(&figures[0], &figures[1], &figures[2], &figures[3]);
+        EXPECT_EQ(std::vector(figures, figures + 4), (std::vector{10, 18, 300, 75}));
+        closeCamera();
+        Bus().Unplug(device);
+    }
+}
+
+TEST_F(HostTest, ReportsAndClampsEveryControl)
+{
+    OpenOne("VSC470MC-Cool");
+    constexpr int kUnset = -1;
+    const struct {
+        int control, min, max;
+        bool available, hasAuto;
+        int set, expected;
+    } cases[] = {{CONTROL_GAIN, 0, 600, true, true, 1000, 600},
+                 {CONTROL_EXPOSURE, 64, 2'000'000'000, true, true, 5, 32},
+                 {CONTROL_EXPOSURE, 64, 2'000'000'000, true, true, -1, 2'000'000'000},
+                 {CONTROL_GAMMA, 0, 100, true, false, 70, 70},
+                 {CONTROL_WB_RED, 0, 99, true, true, 120, 99},
+                 {CONTROL_WB_BLUE, 0, 99, true, true, 0, 1},
+                 {CONTROL_BRIGHTNESS, 0, 240, true, false, 30, 30},
+                 {CONTROL_BANDWIDTH, 40, 100, true, true, 1, 40},
+                 {CONTROL_OVERCLOCK, 0, 30, false, false, 10, 0},
+                 {CONTROL_TEMPERATURE, -500, 1000, true, false, kUnset, kUnset},
+                 {CONTROL_HARDWARE_BIN, 0, 1, true, false, 5, 1},
+                 {CONTROL_HIGH_SPEED, 0, 1, true, false, 1, 1},
+                 {CONTROL_COOLER_POWER, 0, 100, true, false, kUnset, kUnset},
+                 {CONTROL_TARGET_TEMP, -40, 30, true, false, -10, -10},
+                 {CONTROL_COOLER_ON, 0, 1, true, false, 1, 1},
+                 {CONTROL_MONO_BIN, 0, 1, false, false, 1, 1},
+                 {CONTROL_FAN_ON, 0, 1, true, false, 0, 0},
+                 {16, 0, 0, false, false, 1, 0},
+                 {-1, 0, 0, false, false, 1, 0},
+                 {INT_MAX, 0, 0, false, false, 1, 0}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.control);
+        EXPECT_EQ(getMin(c.control), c.min);
+        EXPECT_EQ(getMax(c.control), c.max);
+        EXPECT_EQ(isAvailable(c.control), c.available);
+        EXPECT_EQ(isAutoSupported(c.control), c.hasAuto);
+        if (c.set == kUnset && c.expected == kUnset)
+            continue;
+        setValue(c.control, c.set, c.hasAuto && c.control != CONTROL_BANDWIDTH);
+        bool automatic = false;
+        EXPECT_EQ(getValue(c.control, &automatic), c.expected);
+        EXPECT_EQ(automatic, c.hasAuto && c.control != CONTROL_BANDWIDTH);
+        EXPECT_EQ(getValue(c.control, nullptr), c.expected);
+    }
+}
+
+TEST_F(HostTest, ControlsThatAModelLacksDoNothing)
+{
+    OpenOne("VSC470MM");
+    for (const int control : {CONTROL_TARGET_TEMP, CONTROL_COOLER_ON, CONTROL_FAN_ON}) {
+        setValue(control, 1, false);
+        EXPECT_EQ(getValue(control, nullptr), 0) << control;
+        EXPECT_FALSE(isAvailable(control));
+    }
+    EXPECT_FALSE(isAvailable(CONTROL_WB_RED));
+    EXPECT_EQ(getValue(CONTROL_WB_RED, nullptr), 52);
+}
+
+TEST_F(HostTest, ARefusedFormatLeavesThePreviousOneInForce)
+{
+    OpenOne("VSC470MC");
+    ASSERT_TRUE(setImageFormat(640, 480, 1, VSC_IMG_RAW16));
+    const struct {
+        int width, height, bin, type;
+    } refused[] = {{644, 480, 1, VSC_IMG_Y8},
+                   {640, 480, 1, 7},
+                   {640, 480, 1, -1},
+                   {640, -2, 1, VSC_IMG_RGB24},
+                   {INT_MAX - 7, 2, 1, VSC_IMG_Y8},
+                   {640, 480, INT_MIN, VSC_IMG_RAW8}};
+    for (const auto &r : refused) {
+        EXPECT_FALSE(setImageFormat(r.width, r.height, r.bin, r.type));
+        EXPECT_EQ(getImgType(), VSC_IMG_RAW16);
+        EXPECT_EQ(getWidth(), 640);
+    }
+    startCapture();
+    EXPECT_FALSE(NextFrame(1000).empty());
+    Bytes small(640 * 480 * 2 - 1);
+    EXPECT_FALSE(getImageData(small.data(), static_cast<int>(small.size()), 1000));
+    EXPECT_FALSE(getImageData(small.data(), -1, 1000));
+    EXPECT_FALSE(getImageData(nullptr, INT_MAX, 1000));
+}
+
+TEST_F(HostTest, DeliversNothingBeforeAFormatIsSet)
+{
+    Bus().Plug("VSC470MM");
+    ASSERT_EQ(getNumberOfConnectedCameras(), 1);
+    ASSERT_TRUE(openCamera(0));
+    startCapture();
+    Bytes buffer(64);
+    EXPECT_FALSE(getImageData(buffer.data(), 64, 100));
+}
+
+TEST_F(HostTest, StartPositionIsInBinnedPixels)
+{
+    OpenOne("VSC470MM");
+    ASSERT_TRUE(setImageFormat(320, 240, 2, VSC_IMG_RAW8));
+    setStartPos(50, 31);
+    EXPECT_EQ(getStartX(), 50);
+    EXPECT_EQ(getStartY(), 31);
+    setStartPos(INT_MAX, INT_MIN);
+    EXPECT_EQ(getStartX(), (1936 - 640) / 2);
+    EXPECT_EQ(getStartY(), 0);
+}
+
+TEST_F(HostTest, KeepsItsIdentityInFlash)
+{
+    const int device = OpenOne("VSC470MM");
+    _VSC_ID id{{9, 9, 9, 9, 9, 9, 9, 9}};
+    EXPECT_FALSE(GetID(&id)); // a fresh flash has none
+    EXPECT_EQ(id.id[0], 9);
+    EXPECT_TRUE(SetID({{1, 2, 3, 4, 5, 6, 7, 8}}));
+    EXPECT_TRUE(GetID(&id));
+    EXPECT_EQ(id.id[7], 8);
+    EXPECT_FALSE(GetID(nullptr));
+    const std::string first = Bus().With(device, [](vscsim::Camera &camera) {
+        return std::string(reinterpret_cast<const char *>(&camera.Flash()[0x70000]), 3);
+    });
+    EXPECT_EQ(first, "ID\x01");
+
+    (void)Bus().TakeTraffic(device);
+    Bus().FailCalls(0, 1, LIBUSB_ERROR_PIPE, "libusb_control_transfer"); // gpif32 off
+    EXPECT_FALSE(GetID(&id)); // the flash cannot be reached
+    EXPECT_TRUE(GetID(&id));
+}
+
+TEST_F(HostTest, SettingsOfTheFirstCameraDoNotReachTheNext)
+{
+    const int first = OpenOne("VSC470MC");
+    ASSERT_TRUE(setImageFormat(640, 480, 1, VSC_IMG_RGB24));
+    SetMisc(true, true);
+    setValue(CONTROL_GAIN, 5, false);
+    closeCamera();
+    Bus().Unplug(first);
+    OpenOne("VSC470MC");
+    bool flips[2] = {true, true};
+    GetMisc(&flips[0], &flips[1]);
+    EXPECT_FALSE(flips[0] || flips[1]);
+    EXPECT_EQ(getValue(CONTROL_GAIN, nullptr), 200);
+    EXPECT_EQ(getWidth(), 1936);
+}
+
+} // namespace
+} // namespace vsccam

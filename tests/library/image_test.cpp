@@ -1,0 +1,270 @@
+#include "core/gamma.h"
+#include "image/algorithm.h"
+#include "image/frame_marks.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <random>
+#include <vector>
+
+namespace vsccam {
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+constexpr uint8_t kGuard = 0xA5;
+
+Bytes RandomBytes(size_t count, unsigned seed)
+{
+    std::minstd_rand random(seed);
+    Bytes bytes(count);
+    std::ranges::generate(bytes, [&random] { return static_cast<uint8_t>(random() >> 7); });
+    return bytes;
+}
+
+TEST(FrameMarks, AcceptOnlyWholeFramesOfOneExposure)
+{
+    const auto frame = [](size_t size, uint16_t head, uint16_t count, uint16_t tailCount,
+                          uint16_t tail) {
+        Bytes bytes(size, 0x11);
+        const size_t end = size & ~size_t{1};
+        const uint16_t words[] = {head, count, tailCount, tail};
+        const size_t places[] = {0, 2, end - 4, end - 2};
+        for (size_t i = 0; i < 4; ++i)
+            std::memcpy(&bytes[places[i]], &words[i], 2);
+        return bytes;
+    };
+    const struct {
+        Bytes frame;
+        bool good;
+    } cases[] = {{frame(64, 0x5A7E, 7, 7, 0x3CF0), true},
+                 {frame(65, 0x5A7E, 7, 7, 0x3CF0), true}, // odd: the tail ends a byte earlier
+                 {frame(64, 0x7E5A, 7, 7, 0x3CF0), false},
+                 {frame(64, 0x5A7E, 7, 8, 0x3CF0), false},
+                 {frame(64, 0x5A7E, 7, 7, 0x3CF1), false},
+                 {Bytes(4, 0), false},
+                 {Bytes(), false}};
+    for (const auto &c : cases)
+        EXPECT_EQ(ReadFrameMarks(c.frame).Good(), c.good) << c.frame.size();
+}
+
+TEST(FrameMarks, AreHiddenByTheRowsNextToThem)
+{
+    Bytes frame = RandomBytes(16 * 4, 1);
+    Bytes expected = frame;
+    std::copy_n(frame.begin() + 16, 4, expected.begin());
+    std::copy_n(frame.end() - 20, 4, expected.end() - 4);
+    ZeroFrameMarks(frame);
+    EXPECT_EQ(frame[0] + frame[3] + frame[60] + frame[63], 0);
+    HideFrameMarks(frame, 16);
+    EXPECT_EQ(frame, expected);
+    Bytes tiny(18, 3); // no row to take from
+    HideFrameMarks(tiny, 16);
+    EXPECT_EQ(tiny, Bytes(18, 3));
+}
+
+/// The rules as one would write them down, sample by sample.
+template <class Sample> struct SlowBinning {
+    int w, h, bin;
+    bool mosaic;
+
+    std::vector<Sample> operator()(const std::vector<Sample> &in) const
+    {
+        std::vector<Sample> out;
+        for (int y = 0; y < h; ++y) {
+            for (int x = 0; x < w; ++x) {
+                unsigned sum = 0;
+                for (int k = 0; k < bin; ++k) {
+                    for (int j = 0; j < bin; ++j) {
+                        const int row = mosaic ? (y & 1) + (y & ~1) * bin + 2 * k : y * bin + k;
+                        const int column = mosaic ? (x & 1) + (x & ~1) * bin + 2 * j : x * bin + j;
+                        sum += in[static_cast<size_t>(row * w * bin + column)];
+                    }
+                }
+                const auto factor = static_cast<unsigned>(bin);
+                out.push_back(static_cast<Sample>(sum / factor / factor));
+            }
+        }
+        return out;
+    }
+};
+
+TEST(Binning, MeansBlocksAndKeepsMosaics)
+{
+    for (const bool mosaic : {false, true}) {
+        for (const int bin : {2, 3, 4}) {
+            for (const auto [w, h] : {std::pair{2, 2}, {6, 4}, {14, 10}}) {
+                SCOPED_TRACE(testing::Message() << w << "x" << h << " bin " << bin << mosaic);
+                const auto pixels = static_cast<size_t>(w * h * bin * bin);
+                Bytes image8 = RandomBytes(pixels, 3);
+                std::vector<uint16_t> image16(pixels);
+                std::ranges::transform(image8, image16.begin(),
+                                       [](uint8_t v) { return static_cast<uint16_t>(v * 257); });
+                const Bytes expected8 = SlowBinning<uint8_t>{w, h, bin, mosaic}(image8);
+                const auto expected16 = SlowBinning<uint16_t>{w, h, bin, mosaic}(image16);
+                const auto operation = mosaic ? CAlgorithm::ColorRAWBin : CAlgorithm::MonoBin;
+                operation(image8.data(), nullptr, w, h, bin, false);
+                operation(nullptr, image16.data(), w, h, bin, true);
+                EXPECT_TRUE(
+                    std::ranges::equal(expected8, std::span(image8).first(expected8.size())));
+                EXPECT_TRUE(
+                    std::ranges::equal(expected16, std::span(image16).first(expected16.size())));
+            }
+        }
+    }
+    Bytes untouched = RandomBytes(16, 4);
+    const Bytes before = untouched;
+    CAlgorithm::MonoBin(untouched.data(), nullptr, 4, 4, 1, false);
+    EXPECT_EQ(untouched, before);
+}
+
+TEST(Flip, MirrorsEitherWayAtAnySize)
+{
+    for (const auto [w, h] : {std::pair{1, 1}, {5, 3}, {8, 7}, {16, 2}}) {
+        for (const auto [flipV, flipH] :
+             {std::pair{false, false}, {false, true}, {true, false}, {true, true}}) {
+            const auto pixels = static_cast<size_t>(w * h);
+            Bytes image = RandomBytes(pixels, 9);
+            std::vector<uint16_t> image16(image.begin(), image.end());
+            Bytes expected;
+            for (int y = 0; y < h; ++y) {
+                for (int x = 0; x < w; ++x) {
+                    const int sx = flipH ? w - 1 - x : x;
+                    const int sy = flipV ? h - 1 - y : y;
+                    expected.push_back(image[static_cast<size_t>(sy * w + sx)]);
+                }
+            }
+            CAlgorithm::SoftMisc(image.data(), w, h, 1, false, flipV, flipH);
+            CAlgorithm::SoftMisc(reinterpret_cast<uint8_t *>(image16.data()), w, h, 1, true, flipV,
+                                 flipH);
+            EXPECT_EQ(image, expected) << w << "x" << h << flipV << flipH;
+            EXPECT_TRUE(std::ranges::equal(image16, expected));
+        }
+    }
+}
+
+class Demosaic : public testing::Test {
+  protected:
+    Demosaic() { m_algorithm.RGBYUV_Init(); }
+
+    Bytes Rgb(BayerPhase phase, const Bytes &mosaic, int w, int h)
+    {
+        Bytes out(static_cast<size_t>(w * h * 3 + 8), kGuard);
+        m_algorithm.BayerConv(phase, mosaic.data(), out.data(), w, h, kRgb24);
+        EXPECT_TRUE(std::all_of(out.end() - 8, out.end(), [](uint8_t v) { return v == kGuard; }));
+        out.resize(out.size() - 8);
+        return out;
+    }
+
+    CAlgorithm m_algorithm;
+};
+
+TEST_F(Demosaic, InterpolatesAHandComputedCell)
+{
+    // 6 x 6, phase RG: red at even rows and columns, blue at odd ones. The inner cell is at (2, 2).
+    Bytes mosaic(36);
+    for (size_t i = 0; i < mosaic.size(); ++i)
+        mosaic[i] = static_cast<uint8_t>(i * 7 % 251);
+    const auto at = [&mosaic](int x, int y) { return int{mosaic[static_cast<size_t>(y * 6 + x)]}; };
+    const Bytes out = Rgb(BayerPhase::kRG, mosaic, 6, 6);
+    const auto pixel = [&out](int x, int y) {
+        const size_t i = static_cast<size_t>((y * 6 + x) * 3);
+        return std::vector<int>{out[i], out[i + 1], out[i + 2]};
+    };
+    using Pixel = std::vector<int>; // blue, green, red
+    const int diagonals = (at(1, 1) + at(3, 1) + at(1, 3) + at(3, 3)) >> 2;
+    const int cross = (at(2, 1) + at(2, 3) + at(1, 2) + at(3, 2)) >> 2;
+    EXPECT_EQ(pixel(2, 2), (Pixel{diagonals, cross, at(2, 2)}));
+    EXPECT_EQ(pixel(3, 2),
+              (Pixel{(at(3, 1) + at(3, 3)) >> 1, at(3, 2), (at(2, 2) + at(4, 2)) >> 1}));
+    EXPECT_EQ(pixel(2, 3),
+              (Pixel{(at(1, 3) + at(3, 3)) >> 1, at(2, 3), (at(2, 2) + at(2, 4)) >> 1}));
+    // Border cells copy.
+    EXPECT_EQ(pixel(0, 0), (Pixel{at(1, 1), (at(1, 0) + at(0, 1)) >> 1, at(0, 0)}));
+    EXPECT_EQ(pixel(5, 4), (Pixel{at(5, 5), at(5, 4), at(4, 4)}));
+}
+
+TEST_F(Demosaic, GivesAColouredSurfaceItsColourInEveryPhaseAndFlip)
+{
+    constexpr uint8_t kRed = 200;
+    constexpr uint8_t kGreen = 90;
+    constexpr uint8_t kBlue = 30;
+    const std::pair<BayerPhase, const char *> phases[] = {{BayerPhase::kRG, "RGGB"},
+                                                          {BayerPhase::kBG, "BGGR"},
+                                                          {BayerPhase::kGR, "GRBG"},
+                                                          {BayerPhase::kGB, "GBRG"}};
+    for (const auto &[phase, cell] : phases) {
+        for (const auto [flipH, flipV] :
+             {std::pair{false, false}, {true, false}, {false, true}, {true, true}}) {
+            constexpr int kW = 8;
+            constexpr int kH = 6;
+            Bytes mosaic;
+            for (size_t y = 0; y < kH; ++y)
+                for (size_t x = 0; x < kW; ++x) {
+                    const char site = cell[(y % 2) * 2 + x % 2];
+                    mosaic.push_back(site == 'R' ? kRed : site == 'G' ? kGreen : kBlue);
+                }
+            CAlgorithm::SoftMisc(mosaic.data(), kW, kH, 1, false, flipV, flipH);
+            const Bytes out = Rgb(FlippedPhase(phase, flipH, flipV), mosaic, kW, kH);
+            for (size_t i = 0; i < out.size(); i += 3)
+                ASSERT_EQ((std::vector{out[i], out[i + 1], out[i + 2]}),
+                          (std::vector{kBlue, kGreen, kRed}))
+                    << cell << flipH << flipV;
+        }
+    }
+}
+
+TEST_F(Demosaic, BalancesRedAndBlueAfterAveragingAndClips)
+{
+    m_algorithm.SetRGBWB(100, 25); // red twice, blue half
+    const Bytes out = Rgb(BayerPhase::kRG, Bytes(64, 130), 8, 8);
+    EXPECT_EQ((std::vector{out[0], out[1], out[2]}), (std::vector<uint8_t>{65, 130, 255}));
+}
+
+TEST_F(Demosaic, LuminanceWeighsTheBytesOfAPixel)
+{
+    const Bytes mosaic(64, 200);
+    Bytes out(64);
+    m_algorithm.BayerConv(BayerPhase::kGB, mosaic.data(), out.data(), 8, 8, kByteImage);
+    // (0.257 + 0.504 + 0.098) * 200, each term truncated to 1/65536
+    EXPECT_EQ(out, Bytes(64, 171));
+}
+
+TEST_F(Demosaic, SurvivesOddAndTinySizes)
+{
+    for (const auto [w, h] : {std::pair{1, 1}, {2, 2}, {3, 3}, {3, 2}, {2, 5}, {7, 9}}) {
+        for (int phase = 0; phase < 4; ++phase)
+            (void)Rgb(static_cast<BayerPhase>(phase), RandomBytes(static_cast<size_t>(w * h), 5), w,
+                      h);
+    }
+}
+
+TEST(Gamma, BrightensAboveTheMiddleAndDarkensBelowIt)
+{
+    GammaTable8 table8{};
+    auto table16 = std::make_unique<GammaTable16>();
+    const struct {
+        int gamma;
+        uint8_t at64; // trunc(255 * (64 / 255) ^ exponent)
+        uint16_t at16384;
+    } cases[] = {{0, 16, 4096}, {50, 64, 16384}, {100, 127, 32768}};
+    for (const auto &c : cases) {
+        FillGammaTable(c.gamma, table8);
+        FillGammaTable(c.gamma, *table16);
+        EXPECT_EQ(table8[64], c.at64) << c.gamma;
+        EXPECT_NEAR((*table16)[16384], c.at16384, 1) << c.gamma;
+        EXPECT_EQ(table8[0], 0);
+        EXPECT_EQ(table8[255], 255);
+    }
+    for (const int wild : {-1'000'000, 1'000'000}) { // whatever a host sets stays a table
+        FillGammaTable(wild, table8);
+        FillGammaTable(wild, *table16);
+        EXPECT_EQ(table8[255], 255) << wild;
+    }
+}
+
+} // namespace
+} // namespace vsccam

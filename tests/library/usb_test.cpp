@@ -1,0 +1,170 @@
+#include "library/wire.h"
+#include "models/sony/s470.h"
+#include "support/simulated_bus.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <functional>
+
+namespace vsccam {
+namespace {
+
+using Lines = std::vector<std::string>;
+
+class TransportTest : public SimulatedBus {
+  protected:
+    static vscsim::Bus &Bus() { return vscsim::Bus::Instance(); }
+};
+
+TEST_F(TransportTest, EveryRequestHasItsPlaceOnTheWire)
+{
+    std::array<uint8_t, 2048> bytes{};
+    uint8_t byte = 0;
+    uint16_t word = 0;
+    uint8_t sub[4] = {};
+    const struct {
+        std::function<void(CCameraBase &)> send;
+        Lines wire;
+    } cases[] = {
+        {[](auto &c) { c.WriteCameraRegister(0x301A, 0x10D8); }, {"sensor 301A=10D8"}},
+        {[&](auto &c) { c.ReadCameraRegister(0x30B2, &word); }, {"sensor 30B2?"}},
+        {[](auto &c) { c.WriteCameraRegisterByte(0x3014, 0x2E); }, {"sony 3014=2E"}},
+        {[&](auto &c) { c.ReadCameraRegisterByte(0x3009, &byte); }, {"sony 3009?"}},
+        {[](auto &c) { c.WriteFPGAREG(25, 128); }, {"fpga 19=80"}},
+        {[&](auto &c) { c.GetFPGAVer(&byte, sub); }, {"fpga 1D?", "fpga 1E?", "fpga 1F?"}},
+        {[](auto &c) { c.EnableGPIF32DQ(false); }, {"gpif32 off"}},
+        {[&](auto &c) { c.GetFirmwareVer(&byte); }, {"firmware?"}},
+        {[](auto &c) { c.IsUSB3Host(); }, {"host?"}},
+        {[](auto &c) { c.SendCMD(0xA4); }, {"cmd A4"}},
+        {[](auto &c) { c.StartSensorCLK(); }, {"cmd AF"}},
+        {[](auto &c) { c.StopSensorCLK(); }, {"cmd AE"}},
+        {[](auto &c) { c.SetTransferCount(49'152); }, {"transfer count 1"}},
+        {[](auto &c) { c.SetTransferCount(49'153); }, {"transfer count 2"}},
+        {[](auto &c) { c.SetTransferCount(INT32_MAX); }, {"transfer count 43691"}},
+        {[](auto &c) { c.pulseGuideOn(3); }, {"guide on 3"}},
+        {[](auto &c) { c.pulseGuideOff(0); }, {"guide off 0"}},
+        {[](auto &c) { c.pulseGuideOff(4); }, {}},
+        {[&](auto &c) { c.ReadFromSPIFlash(bytes.data(), 2048, 0x40000, 0xC3); },
+         {"flash read 040000+2048"}},
+        {[&](auto &c) { c.WriteToSPIFlash(bytes.data(), 256, 0x700FF, 0xC2); },
+         {"flash write 070000+256"}},
+        {[&](auto &c) { c.DownloadBufferToDevice(0x12345678, 4, bytes.data(), 0xA0); },
+         {"40 A0 5678 1234 len 4"}},
+        {[&](auto &c) { c.UploadBufferFromDevice(0x12345678, 4, bytes.data(), 0xA0); },
+         {"C0 A0 5678 1234 len 4"}},
+        {[](auto &c) { c.SetProgramEntry(0xA0, 0x12345678); }, {"40 A0 1234 5678 len 0"}},
+        {[](auto &c) { c.IsBootLoaderRunning(); }, {"C0 A0 0000 0000 len 1"}},
+        {[](auto &c) { c.ResetEndPoint(0x81); }, {"clear halt 81"}},
+        {[](auto &c) { c.ResetDevice(); }, {"reset"}},
+    };
+    OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM");
+    for (const auto &c : cases) {
+        c.send(*camera.operator->());
+        EXPECT_EQ(camera.Traffic(), c.wire);
+    }
+    ASSERT_TRUE(camera->CloseCamera());
+    (void)camera.Traffic();
+    for (const auto &c : cases)
+        c.send(*camera.operator->());
+    EXPECT_TRUE(camera.Traffic().empty()); // closed: no USB traffic
+}
+
+TEST_F(TransportTest, BitFieldsEndInclusivelyInWordsAndExclusivelyInBytes)
+{
+    const struct {
+        uint16_t old;
+        int start, end;
+        uint16_t value, expected;
+    } cases[] = {{0x0000, 3, 4, 1, 0x0008},       {0xFFFF, 4, 8, 0, 0xFF0F},
+                 {0x1234, 5, 5, 7, 0x1234},       {0x1234, 9, 3, 7, 0x1234},
+                 {0x0000, 0, 16, 0xABCD, 0xABCD}, {0x0F0F, 12, 40, 0xF, 0xFF0F},
+                 {0x5555, 40, 50, 1, 0x5555},     {0x0001, -3, 0, 1, 0x0001}};
+    for (const auto &c : cases)
+        EXPECT_EQ(MergeBits(c.old, c.start, c.end, c.value), c.expected) << c.start << ":" << c.end;
+
+    OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM");
+    EXPECT_TRUE(camera->WriteCameraRegisterByte(0x3300, 0x00));
+    EXPECT_TRUE(camera->WriteCameraRegisterByte_B(0x3300, 3, 3, 1)); // empty
+    EXPECT_TRUE(camera->WriteCameraRegisterByte_B(0x3300, 4, 5, 1));
+    EXPECT_TRUE(camera->WriteCameraRegister_B(0x3302, 3, 3, 1));
+    EXPECT_EQ(camera.Traffic(), (Lines{"sony 3300=00", "sony 3300?", "sony 3300=00", "sony 3300?",
+                                       "sony 3300=10", "sensor 3302?", "sensor 3302=0008"}));
+}
+
+TEST_F(TransportTest, MissingBytesOfAnAnswerReadAsZero)
+{
+    OpenedCamera camera(
+        std::in_place_type<CCameraS470MM>, "VSC470MM",
+        {.faults = {{.fault = vscsim::Fault::ShortAnswer, .count = UINT64_MAX, .amount = 0}}});
+    uint16_t word = 0xEEEE;
+    EXPECT_TRUE(camera->ReadCameraRegister(0x3000, &word));
+    EXPECT_EQ(word, 0);
+    uint8_t version = 0xEE;
+    EXPECT_TRUE(camera->GetFirmwareVer(&version));
+    EXPECT_EQ(version, 1); // no "V"
+    std::array<uint8_t, 16> page{};
+    page.fill(0xEE);
+    EXPECT_TRUE(camera->ReadFromSPIFlash(page.data(), 16, 0, 0xC3));
+    EXPECT_EQ(page, (std::array<uint8_t, 16>{}));
+}
+
+TEST_F(TransportTest, RefusesLengthsAndPointersThatCannotBe)
+{
+    OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM");
+    uint8_t byte = 0;
+    EXPECT_FALSE(camera->SendCMD(0xC3, 0, 0, true, &byte, -1));
+    EXPECT_FALSE(camera->SendCMD(0xC3, 0, 0, true, nullptr, 1));
+    EXPECT_TRUE(camera.Traffic().empty());
+}
+
+TEST_F(TransportTest, AMuteCameraFailsRequestsAtOnceForASecond)
+{
+    OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM");
+    Bus().FailCalls(0, UINT64_MAX, LIBUSB_ERROR_TIMEOUT, "libusb_control_transfer");
+    const uint64_t before = Bus().Calls();
+    for (int i = 0; i < 100; ++i)
+        EXPECT_FALSE(camera->WriteFPGAREG(1, 1));
+    EXPECT_EQ(Bus().Calls() - before, 3U);
+    SleepFor(std::chrono::milliseconds(1100));
+    EXPECT_FALSE(camera->WriteFPGAREG(1, 1));
+    EXPECT_FALSE(camera->WriteFPGAREG(1, 1));
+    EXPECT_EQ(Bus().Calls() - before, 4U); // tried again once, still mute
+    Bus().FailCalls(0, 0, 0);
+    SleepFor(std::chrono::milliseconds(1100));
+    EXPECT_TRUE(camera->WriteFPGAREG(1, 1));
+}
+
+TEST_F(TransportTest, EraseReportsSuccessAsZeroAndGivesUpOnABusyFlash)
+{
+    OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM");
+    camera->EnableGPIF32DQ(false);
+    EXPECT_EQ(camera->EraseSectorOfSPIFlash(3, 0xC4), 0);
+    // A request that always answers 1: the flash never becomes idle.
+    const uint32_t start = GetTickCount();
+    EXPECT_EQ(camera->EraseSectorOfSPIFlash(3, 0xB4), 1);
+    EXPECT_LE(GetTickCount() - start, 61'000U);
+    EXPECT_EQ(camera->EraseSectorOfSPIFlash(3, 0x10), 1); // refused
+}
+
+TEST_F(TransportTest, OpensTheDeviceOfItsOrdinalOnly)
+{
+    Bus().Plug("VSC470MM");
+    Bus().Plug("VSC470MC");
+    Bus().Plug("VSC470MM");
+    for (const auto &[ordinal, opens] :
+         {std::pair{0, false}, {1, true}, {2, true}, {3, false}, {257, true}, {-1, false}}) {
+        const std::unique_ptr<CCameraBase> camera = std::make_unique<CCameraS470MM>(0UL);
+        EXPECT_EQ(camera->OpenCamera(ordinal), opens) << ordinal;
+        EXPECT_EQ(camera->OpenCamera(ordinal), opens); // again: no second handle
+        EXPECT_EQ(Bus().LiveObjects().handles, opens ? 1 : 0);
+        (void)camera->CloseCamera();
+    }
+    Bus().FailCalls(0, 1, LIBUSB_ERROR_BUSY, "libusb_claim_interface"); // somebody else has it
+    const std::unique_ptr<CCameraBase> camera = std::make_unique<CCameraS470MM>(0UL);
+    EXPECT_FALSE(camera->OpenCamera(1));
+    EXPECT_EQ(Bus().LiveObjects().handles, 0);
+}
+
+} // namespace
+} // namespace vsccam
