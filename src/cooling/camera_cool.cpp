@@ -1,21 +1,162 @@
 #include "cooling/camera_cool.h"
 
+#include "base/debug_print.h"
+#include "usb/requests.h"
+
+#include <mutex>
+
 namespace vsccam {
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr uint16_t kFpgaFan = 25;
+constexpr uint16_t kFanRuns = 0x00; // what the other bits do is not known
+constexpr uint16_t kFanStands = 0x80;
+
+constexpr ControlGains kGains{.p = 0.2F, .i = 0.0F, .d = 0.6F};
+
+// A control step about every 3.6 s, with two readings in between.
+constexpr auto kPauseBeforeFirstStep = 200ms;
+constexpr auto kPauseBeforeReading = 200ms;
+constexpr auto kPauseAfterReading = 1590ms;
+
+} // namespace
+
+bool CCameraCool::CloseCamera()
+{
+    StopAutoTempThr();
+    return CCameraBase::CloseCamera();
+}
+
+bool CCameraCool::SetDA(int code)
+{
+    const std::lock_guard lock(m_coolerSection);
+    if (code == m_cooler.lastCodeSent)
+        return true;
+    m_cooler.driveCode = m_cooler.lastCodeSent = code;
+    OutputDbgPrint("Set DA %d \n", code);
+    const bool ok =
+        SendCMD(request::kCoolerDrive, static_cast<uint16_t>(code), 0, false, nullptr, 0);
+    // A failed request counts as sent, the controller goes on from it. Not so for "off": asked for
+    // again it is sent again, since a cooler must not stay on.
+    if (!ok && code == kNoCurrentCode)
+        m_cooler.lastCodeSent = kNothingSent;
+    return ok;
+}
+
+bool CCameraCool::SetPowerPerc(float percent)
+{
+    const std::lock_guard lock(m_coolerSection);
+    const DriveSetting drive = DriveForPower(percent);
+    OutputDbgPrint("fIPerc%.2f iDA%d \n", static_cast<double>(drive.percent), drive.code);
+    const bool ok = SetDA(drive.code);
+    m_coolerPower = drive.percent;
+    return ok;
+}
 
 void CCameraCool::SetAutoTemp(bool on, float targetC)
 {
+    const std::lock_guard lock(m_coolerSection);
     m_coolerOn = on;
-    m_targetTempC = static_cast<int>(targetC);
+    m_targetTempC = TargetDegrees(targetC);
+    PID_init(kGains.p, kGains.i, kGains.d);
 }
 
-bool CCameraCool::SetPowerPerc(float)
+void CCameraCool::PID_init(float kp, float ki, float kd)
 {
-    return false;
+    m_cooler.control.Restart({kp, ki, kd});
+    OutputDbgPrint("p%.2f d%.2f\n", static_cast<double>(kp), static_cast<double>(kd));
 }
 
-bool CCameraCool::SetFanOn(bool)
+bool CCameraCool::SetFanOn(bool on)
 {
-    return false;
+    const std::lock_guard lock(m_coolerSection);
+    const bool ok = WriteFPGAREG(kFpgaFan, on ? kFanRuns : kFanStands);
+    if (ok)
+        m_fanOn = on;
+    return ok;
+}
+
+void CCameraCool::StartAutoTempThr()
+{
+    (void)SetFanOn(true); // FanOn() tells
+    if (m_coolerRunning)
+        return;
+    m_coolerRunning.Set();
+    if (!m_coolerThread.Start([this] { AutoTempFunc(); }))
+        m_coolerRunning.Clear();
+}
+
+void CCameraCool::StopAutoTempThr()
+{
+    if (!m_coolerRunning)
+        return;
+    m_coolerRunning.Clear();
+    OutputDbgPrint("AutoTempThr bf wait\n");
+    m_coolerThread.Join();
+    OutputDbgPrint("AutoTempThr af wait\n");
+    if (!SetPowerPerc(0.0F))
+        (void)SetPowerPerc(0.0F); // one refused request must not leave the cooler on
+}
+
+void CCameraCool::OnInitialised()
+{
+    const std::lock_guard lock(m_coolerSection); // no control step in between
+    StartAutoTempThr();
+    (void)SetPowerPerc(0.0F);
+    SetAutoTemp(false, static_cast<float>(m_targetTempC));
+}
+
+void CCameraCool::OnReconnected()
+{
+    const std::lock_guard lock(m_coolerSection);
+    (void)SetFanOn(m_fanOn);
+    m_cooler.lastCodeSent = kNothingSent; // the camera forgot it
+    (void)SetDA(m_cooler.driveCode);
+}
+
+void CCameraCool::AutoTempFunc()
+{
+    OutputDbgPrint("Thread AutoTemp start!\n");
+    bool running = m_coolerRunning.SleepFor(kPauseBeforeFirstStep);
+    while (running) {
+        AutoTemp(m_temperatureC);
+        running = ReadTemperature() && ReadTemperature();
+    }
+    OutputDbgPrint("Thread AutoTemp Exit!\n");
+}
+
+/// Lets the driver store a fresh reading; false when the thread is to end.
+bool CCameraCool::ReadTemperature()
+{
+    if (!m_coolerRunning.SleepFor(kPauseBeforeReading))
+        return false;
+    (void)GetSensorTemp();
+    return m_coolerRunning.SleepFor(kPauseAfterReading);
+}
+
+void CCameraCool::AutoTemp(float nowTemp)
+{
+    const std::lock_guard lock(m_coolerSection);
+    if (const auto change = m_cooler.control.TakeReading(nowTemp, GetTickCount())) {
+        OutputDbgPrint("fPreTemp%.2f, now_temp%.2f, deltaMs %d, %.2fC/S\n",
+                       static_cast<double>(change->previousC), static_cast<double>(nowTemp),
+                       static_cast<int>(change->deltaMs), static_cast<double>(change->cPerS));
+        if (change->IsGlitch())
+            return;
+    }
+    if (!m_coolerOn)
+        return;
+    const Correction step = m_cooler.control.Step(static_cast<float>(m_targetTempC), nowTemp);
+    OutputDbgPrint("T%.2f p%.2f i%.2f d%.2f cur%.2f\n", static_cast<double>(nowTemp),
+                   static_cast<double>(step.p), static_cast<double>(step.i),
+                   static_cast<double>(step.d), static_cast<double>(m_coolerPower));
+    ApplyCorrection(step, {m_coolerPower, m_cooler.driveCode}, [this](float percent) {
+        (void)SetPowerPerc(percent); // the controller does not repeat what failed
+        return DriveSetting{m_coolerPower, m_cooler.driveCode};
+    });
 }
 
 } // namespace vsccam

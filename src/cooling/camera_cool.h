@@ -1,17 +1,60 @@
 #pragma once
 
+#include "cooling/temperature_control.h"
 #include "core/camera_base.h"
+
+#include <type_traits>
 
 namespace vsccam {
 
 /// A camera with a thermo-electric cooler and a fan.
+///
+/// The cooler thread runs from the end of InitCamera to CloseCamera. It reads the sensor's
+/// temperature, and while regulation is on sets the power after every second reading. It shares the
+/// cooler with the host's thread, and with a capture worker that brings back a lost camera:
+/// m_coolerSection is held by everything that changes drive, fan or regulation.
 class CCameraCool : public CCameraBase {
   public:
     explicit CCameraCool(const CameraModel &model) : CCameraBase(model) {}
 
-    void SetAutoTemp(bool on, float targetC);
+    /// Ends regulation and switches the cooler off before the device is closed.
+    bool CloseCamera() override;
+
+    /// Sends a drive code, unless it is the last one sent. @return false when the request failed
+    bool SetDA(int code);
+    /// Sets the power within 0 to 100 per cent. @return false when the request failed
     bool SetPowerPerc(float percent);
+    /// Switches regulation and sets its target, -40 to 30 degrees. Both start the controller anew.
+    void SetAutoTemp(bool on, float targetC);
+    /// @return false when the request failed; FanOn() then tells the old state
     bool SetFanOn(bool on);
+
+    /// Switches the fan on and starts the cooler thread, unless it runs.
+    void StartAutoTempThr();
+    /// Ends and joins the cooler thread, then switches the cooler off; the fan stays as it is.
+    void StopAutoTempThr();
+
+  protected:
+    void OnInitialised();
+    void OnReconnected();
+
+  private:
+    void AutoTempFunc();
+    bool ReadTemperature();
+    void AutoTemp(float nowTemp);
+    void PID_init(float kp, float ki, float kd);
+
+    static constexpr int kNothingSent = -1;
+
+    // Guarded by m_coolerSection. Plain values: the object is destroyed as a CCameraBase.
+    struct Cooler {
+        int driveCode = kNoCurrentCode;
+        int lastCodeSent = kNothingSent;
+        TemperatureControl control;
+    };
+    static_assert(std::is_trivially_destructible_v<Cooler>);
+
+    Cooler m_cooler;
 };
 
 } // namespace vsccam

@@ -212,6 +212,8 @@ class CCameraBase : public CCameraFX3 {
     // Of cooled models; the thread is started and joined by CCameraCool.
     Thread m_coolerThread;
     RunFlag m_coolerRunning;
+    // Held while drive, fan and regulation change. Locked after m_settingsSection, if both are.
+    RecursiveCriticalSection m_coolerSection;
     Shared<float> m_coolerPower;
     Shared<bool> m_coolerOn;
     Shared<bool> m_fanOn;
