@@ -17,6 +17,13 @@ constexpr Time kSameRead = 1ms;
 
 constexpr uint64_t kDefaultMissingBytes = 512;
 
+bool Complete(BulkReply &reply, Outcome outcome)
+{
+    reply.complete = true;
+    reply.outcome = outcome;
+    return true;
+}
+
 } // namespace
 
 FrameStream::FrameStream(Board &board, SceneSource &scene, FaultInjector &faults,
@@ -211,64 +218,75 @@ size_t FrameStream::TakePackets(Sending &sending, std::span<uint8_t> room, Time 
 BulkReply FrameStream::Serve(std::span<uint8_t> room, size_t filled, Time now)
 {
     BulkReply reply{.bytes = filled};
-    const auto complete = [&reply](Outcome outcome) {
-        reply.complete = true;
-        reply.outcome = outcome;
-        return reply;
-    };
-    const auto later = [&reply](Time at) {
-        reply.readyAt = at;
-        return reply;
-    };
-
-    while (!m_halted && reply.bytes < room.size()) {
-        if (HostPaced() && m_mode == Mode::Free && !m_sending)
-            m_next = ExposeFree(now);
-        Advance(now);
-        if (!m_sending)
-            return later(m_next ? m_next->begins : kNever);
-
-        Sending &sending = *m_sending;
-        if (!sending.prepared)
-            Prepare(sending, now);
-        if (m_board.condition != Board::Condition::Working)
-            return reply; // the camera decides
-        if (sending.failure) {
-            const Outcome outcome = *sending.failure;
-            m_halted = outcome == Outcome::Stall;
-            Flush();
-            return complete(outcome);
-        }
-        if (sending.length == 0) {
-            const Time silentUntil = sending.frame.ends + kLongestSilence;
-            if (now < silentUntil)
-                return later(silentUntil);
-            Flush();
-            continue;
-        }
-
-        const std::span<uint8_t> left = room.subspan(reply.bytes);
-        const size_t taken = TakePackets(sending, left, now);
-        reply.bytes += taken;
-        if (sending.sent == sending.length) {
-            const bool endsTransfer = sending.length % m_packetSize != 0;
-            Flush();
-            if (endsTransfer)
-                return complete(Outcome::Ok);
-        } else if (taken == left.size()) {
-            break;
-        } else if (sending.sent < Arrived(sending, now)) {
-            // The next packet is longer than what is left of the buffer: it is lost.
-            sending.sent = std::min(sending.sent + m_packetSize, sending.length);
-            if (sending.sent == sending.length)
-                Flush();
-            return complete(Outcome::Overflow);
-        } else {
-            return later(
-                ArrivalOf(sending, std::min(sending.length, sending.sent + left.size() - taken)));
-        }
+    while (!Decide(reply, room, now)) {
     }
-    return complete(m_halted ? Outcome::Stall : Outcome::Ok);
+    return reply;
+}
+
+/// One step for the transfer: whether the reply is what the host gets.
+bool FrameStream::Decide(BulkReply &reply, std::span<uint8_t> room, Time now)
+{
+    if (m_halted)
+        return Complete(reply, Outcome::Stall);
+    if (reply.bytes == room.size())
+        return Complete(reply, Outcome::Ok);
+    if (!HasFrame(now)) {
+        reply.readyAt = m_next ? m_next->begins : kNever;
+        return true;
+    }
+    if (m_board.condition != Board::Condition::Working)
+        return true; // the camera answers for it
+    if (m_sending->failure) {
+        const Outcome outcome = *m_sending->failure;
+        m_halted = outcome == Outcome::Stall;
+        Flush();
+        return Complete(reply, outcome);
+    }
+    return m_sending->length == 0 ? StaySilent(reply, now) : SendPackets(reply, room, now);
+}
+
+bool FrameStream::HasFrame(Time now)
+{
+    if (HostPaced() && m_mode == Mode::Free && !m_sending)
+        m_next = ExposeFree(now);
+    Advance(now);
+    if (m_sending && !m_sending->prepared)
+        Prepare(*m_sending, now);
+    return m_sending.has_value();
+}
+
+bool FrameStream::StaySilent(BulkReply &reply, Time now)
+{
+    const Time until = m_sending->frame.ends + kLongestSilence;
+    if (now < until) {
+        reply.readyAt = until;
+        return true;
+    }
+    Flush();
+    return false;
+}
+
+bool FrameStream::SendPackets(BulkReply &reply, std::span<uint8_t> room, Time now)
+{
+    Sending &sending = *m_sending;
+    reply.bytes += TakePackets(sending, room.subspan(reply.bytes), now);
+    if (sending.sent == sending.length) {
+        const bool endsTransfer = sending.length % m_packetSize != 0;
+        Flush();
+        return endsTransfer && Complete(reply, Outcome::Ok);
+    }
+    const size_t left = room.size() - reply.bytes;
+    if (left == 0)
+        return false;
+    if (sending.sent < Arrived(sending, now)) {
+        // The next packet is longer than what is left of the buffer: it is lost.
+        sending.sent = std::min(sending.sent + m_packetSize, sending.length);
+        if (sending.sent == sending.length)
+            Flush();
+        return Complete(reply, Outcome::Overflow);
+    }
+    reply.readyAt = ArrivalOf(sending, std::min(sending.length, sending.sent + left));
+    return true;
 }
 
 } // namespace vscsim

@@ -65,6 +65,10 @@ class FrameStream {
     void Apply(const FaultRule &fault, Sending &sending, FrameMarks &marks);
     size_t Arrived(const Sending &sending, Time now) const;
     Time ArrivalOf(const Sending &sending, size_t bytes) const;
+    bool Decide(BulkReply &reply, std::span<uint8_t> room, Time now);
+    bool HasFrame(Time now);
+    bool StaySilent(BulkReply &reply, Time now);
+    bool SendPackets(BulkReply &reply, std::span<uint8_t> room, Time now);
     size_t TakePackets(Sending &sending, std::span<uint8_t> room, Time now);
 
     Board &m_board;
