@@ -3,17 +3,24 @@
 #include "camera/camera.h"
 
 #include <cstdint>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace vscsim {
 
+class BusClock;
+
 /// The simulated bus behind the in-process libusb functions. Cameras are listed in the order in
-/// which they were plugged in. Thread-safe.
+/// which they were plugged in. Thread-safe. The bus itself lives as long as the process.
 class Bus {
   public:
     static Bus &Instance();
+
+    /// Takes time from `clock` from now on, from the system for nullptr. To be called only while no
+    /// device is plugged in and no thread uses libusb.
+    void UseClock(BusClock *clock);
 
     /// Unplugs everything and forgets traffic, faults and counts. Objects of libusb that the
     /// program still holds are reported first (see LiveObjects).
@@ -26,7 +33,9 @@ class Bus {
     int PlugForeign(uint16_t vendorId, uint16_t productId);
 
     void Unplug(int device);
-    void Replug(int device); // the same camera, at a new address, its registers at power-on values
+    /// The same camera comes back: last in the list, at a new address, with registers as after
+    /// power-on; its flash is kept, its fault plan starts anew.
+    void Replug(int device);
 
     /// The simulated camera, under the bus lock for as long as `look` runs.
     template <class Look> auto With(int device, Look look)
@@ -40,16 +49,18 @@ class Bus {
     /// "fpga 01=01", "fpga 1D?", "cmd A9", "gpif32 off", "firmware?", "host?", "temp?",
     /// "flash read 040000+2048", "flash write 070000+256", "flash erase 7", "flash status 7",
     /// "guide on 2", "guide off 2", "cooler 255", "transfer count 43", "clear halt 81", "reset",
-    /// "configuration 1", "claim 0", "open", "close"; anything else "40 A3 0000 0000 len 0". Bulk
-    /// transfers do not appear.
+    /// "configuration 1", "claim 0", "release 0", "open", "close"; anything else
+    /// "40 A0 E600 0000 len 1". Bulk transfers do not appear, nor calls that FailCalls fails.
     std::vector<std::string> TakeTraffic(int device);
 
-    /// Calls of libusb functions so far; the next one has this number.
-    uint64_t Calls() const;
+    /// Calls of libusb functions since Reset, all or those of one function; the next one has this
+    /// number. The functions that only name error codes or versions do not count.
+    uint64_t Calls(std::string_view function = {}) const;
 
     /// Makes libusb calls from number `from` on, `count` of them, fail with the libusb code
-    /// (negative). Functions without an error code are passed over. "function" narrows it to one
-    /// function by name, e.g. "libusb_submit_transfer"; then only its calls are numbered.
+    /// (negative). Functions that cannot fail are passed over, libusb_alloc_transfer returns null,
+    /// and LIBUSB_ERROR_TIMEOUT comes after the time-out of the transfer. "function" narrows it to
+    /// one function by name, e.g. "libusb_submit_transfer"; then only its calls are numbered.
     void FailCalls(uint64_t from, uint64_t count, int code, std::string_view function = {});
 
     /// Unplugs the device when the libusb call with this number begins.
@@ -58,13 +69,16 @@ class Bus {
     /// Memory for transfers in flight as the kernel limits it, in bytes; 0: no limit (default).
     void LimitUsbfsMemory(size_t bytes);
 
-    /// Cancelled transfers complete after this time (0 by default), or never (kNever).
+    /// Transfers that the program cancels complete after this time (0 by default), or never
+    /// (kNever). What they received is then written to their buffer once more, as the kernel does
+    /// when it hands a transfer back.
     void DelayCancel(Time delay);
 
     /// libusb objects that the program holds.
     struct Objects {
         int contextReferences = 0;
         int deviceLists = 0;
+        int deviceReferences = 0; // also those of lists and handles
         int handles = 0;
         int claimedInterfaces = 0;
         int transfers = 0;
@@ -72,14 +86,15 @@ class Bus {
     };
     Objects LiveObjects() const;
 
-    /// Uses of libusb that the real one would refuse or crash on (a transfer freed in flight,
-    /// submitted twice, a claim without open, a device unreferenced too often), one line each.
+    /// Uses of libusb that the real one or the kernel would refuse, warn of or crash on (a transfer
+    /// freed in flight or submitted twice, a claim without open, a device unreferenced too often,
+    /// an endpoint cleared or a device reset while transfers are queued that nobody cancelled, a
+    /// bulk transfer without a claimed interface), one line each.
     std::vector<std::string> TakeMisuse();
 
   private:
-    class Lock;
-    Bus();
-    Lock Guard();
+    Bus() = default;
+    std::unique_lock<std::mutex> Guard();
     Camera &CameraOf(int device);
 };
 

@@ -1,0 +1,105 @@
+#pragma once
+
+#include "camera/camera.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace vscsim {
+
+/// What the simulated bus takes its time from and waits on. A thread reads WakeCount, tests its
+/// condition, and if that does not hold calls WaitForWake with the count it read: a Wake in between
+/// is never lost.
+class BusClock {
+  public:
+    virtual Time Now() = 0;
+    virtual uint64_t WakeCount() = 0;
+
+    /// Returns when WakeCount differs from `seen`, when the time reaches `deadline`, or for no
+    /// reason at all. `what` names the wait in reports.
+    virtual void WaitForWake(uint64_t seen, Time deadline, const char *what) = 0;
+
+    /// Lets every waiting thread test its condition again.
+    virtual void Wake() = 0;
+
+  protected:
+    ~BusClock() = default;
+};
+
+/// The system's monotonic clock.
+class SteadyClock final : public BusClock {
+  public:
+    Time Now() override;
+    uint64_t WakeCount() override;
+    void WaitForWake(uint64_t seen, Time deadline, const char *what) override;
+    void Wake() override;
+
+  private:
+    std::mutex m_mutex; // guards m_wakes
+    std::condition_variable m_woken;
+    uint64_t m_wakes = 0;
+};
+
+/// Time that stands still while any thread runs and jumps to the earliest deadline once all wait,
+/// so that nothing depends on the speed of the machine. It must know every thread that takes part;
+/// a thread counts as running from the moment it is woken, not from when the system schedules it.
+/// A registered thread must not block on anything else for long: time would stand still.
+///
+/// When all threads wait and none has a deadline, or when time runs away because the others wait
+/// for ever beside a periodic one, the clock says on standard error who waits for what and aborts.
+class VirtualClock final : public BusClock {
+  public:
+    static constexpr Time kStart = std::chrono::seconds(1000);
+    static constexpr Time kLimit = std::chrono::hours(100 * 24);
+
+    explicit VirtualClock(Time start = kStart, Time limit = kLimit);
+
+    Time Now() override { return Time(m_now.load(std::memory_order_relaxed)); }
+    uint64_t WakeCount() override { return m_wakes.load(std::memory_order_acquire); }
+    void WaitForWake(uint64_t seen, Time deadline, const char *what) override;
+    void Wake() override;
+
+    /// A thread is about to take part (called before it starts, by whoever starts it) or stops
+    /// doing so (called by itself).
+    void ThreadStarts();
+    void ThreadEnds();
+
+  private:
+    struct Waiter;
+
+    void JumpWhenAllWait();
+    template <class Predicate> void ResumeIf(Predicate predicate);
+    void Report(const char *reason);
+    [[noreturn]] void Fail(const char *reason);
+
+    const Time m_limit;
+    std::mutex m_mutex; // guards what follows; the atomics are written under it, too
+    std::atomic<Time::rep> m_now;
+    std::atomic<uint64_t> m_wakes{0};
+    size_t m_threads = 0;
+    std::vector<Waiter *> m_waiters;
+};
+
+/// A thread that a VirtualClock knows of. Joined by another one of its threads, at the latest in
+/// the destructor.
+class ClockedThread {
+  public:
+    ClockedThread(VirtualClock &clock, std::function<void()> body);
+    ClockedThread(const ClockedThread &) = delete;
+    ClockedThread &operator=(const ClockedThread &) = delete;
+    ~ClockedThread() { Join(); }
+
+    void Join();
+
+  private:
+    VirtualClock &m_clock;
+    std::atomic<bool> m_finished{false};
+    std::thread m_thread;
+};
+
+} // namespace vscsim

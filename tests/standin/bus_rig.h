@@ -1,0 +1,159 @@
+#pragma once
+
+#include "standin/bus.h"
+#include "standin/virtual_clock.h"
+
+#include <gtest/gtest.h>
+#include <libusb.h>
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace vscsim {
+
+constexpr uint8_t kImageEndpoint = 0x81;
+
+/// A program on the simulated bus in virtual time. It may leave nothing behind.
+class BusTest : public testing::Test {
+  protected:
+    explicit BusTest(uint64_t seed = 1)
+    {
+        clock.ThreadStarts();
+        bus.UseClock(&clock);
+        bus.Reset(seed);
+        EXPECT_EQ(libusb_init(nullptr), 0);
+    }
+    ~BusTest() override
+    {
+        bus.Reset();
+        bus.UseClock(nullptr);
+        clock.ThreadEnds();
+    }
+
+    void TearDown() override
+    {
+        libusb_exit(nullptr);
+        const auto left = bus.LiveObjects();
+        EXPECT_EQ(left.contextReferences, 0);
+        EXPECT_EQ(left.deviceLists + left.deviceReferences, 0);
+        EXPECT_EQ(left.handles + left.claimedInterfaces, 0);
+        EXPECT_EQ(left.transfers + left.transfersInFlight, 0);
+        EXPECT_EQ(bus.TakeMisuse(), std::vector<std::string>());
+    }
+
+    /// Misuse is what the test was about.
+    void ExpectMisuse(const std::vector<std::string> &lines) { EXPECT_EQ(bus.TakeMisuse(), lines); }
+
+    VirtualClock clock;
+    Bus &bus = Bus::Instance();
+};
+
+/// The n-th device of the list, opened; null when it cannot be.
+inline libusb_device_handle *OpenDevice(size_t n = 0)
+{
+    libusb_device **list = nullptr;
+    const ssize_t count = libusb_get_device_list(nullptr, &list);
+    libusb_device_handle *handle = nullptr;
+    if (count > static_cast<ssize_t>(n) && libusb_open(list[n], &handle) != 0)
+        handle = nullptr;
+    if (count >= 0)
+        libusb_free_device_list(list, 1);
+    return handle;
+}
+
+/// An open camera of the S470 family. It streams when asked to: 640 x 480 pixels of 8 bits, 5.4 ms
+/// a frame.
+class OpenCamera {
+  public:
+    static constexpr int kFrameBytes = 640 * 480;
+
+    explicit OpenCamera(size_t n = 0) : handle(OpenDevice(n))
+    {
+        EXPECT_EQ(libusb_set_configuration(handle, 1), 0);
+        EXPECT_EQ(libusb_claim_interface(handle, 0), 0);
+    }
+    OpenCamera(const OpenCamera &) = delete;
+    OpenCamera &operator=(const OpenCamera &) = delete;
+    ~OpenCamera() { Close(); }
+
+    void Stream() const
+    {
+        const struct {
+            uint8_t request;
+            uint16_t address, value;
+        } writes[] = {{0xBD, 1, 1},         {0xB6, 0x3006, 0},    {0xB6, 0x3007, 0x40},
+                      {0xB6, 0x3042, 0x80}, {0xB6, 0x3043, 0x02}, {0xB6, 0x303E, 0xE0},
+                      {0xB6, 0x303F, 0x01}, {0xB6, 0x3046, 0xF1}, {0xB6, 0x3009, 1},
+                      {0xBD, 8, 0xE0},      {0xBD, 9, 0x01},      {0xBD, 4, 0x80},
+                      {0xBD, 5, 0x02},      {0xBD, 10, 1},        {0xBD, 19, 203},
+                      {0xBD, 16, 0xF2},     {0xBD, 17, 0x01},     {0xB6, 0x3020, 1},
+                      {0xBD, 1, 0},         {0xB6, 0x3000, 0},    {0xBD, 0, 0x21}};
+        EXPECT_EQ(Command(0xA9), 0);
+        for (const auto &write : writes)
+            EXPECT_EQ(libusb_control_transfer(handle, 0x40, write.request, write.address,
+                                              write.value, nullptr, 0, 500),
+                      0);
+        EXPECT_EQ(libusb_clear_halt(handle, kImageEndpoint), 0);
+    }
+
+    int Command(uint8_t request, unsigned int timeoutMs = 200) const
+    {
+        return libusb_control_transfer(handle, 0x40, request, 0, 0, nullptr, 0, timeoutMs);
+    }
+    void Close()
+    {
+        libusb_close(handle);
+        handle = nullptr;
+    }
+
+    libusb_device_handle *handle;
+};
+
+/// A bulk transfer with its buffer. Records how it completed.
+class BulkRead {
+  public:
+    BulkRead(libusb_device_handle *handle, int bytes, unsigned int timeoutMs = 0)
+        : m_buffer(static_cast<size_t>(bytes))
+    {
+        libusb_fill_bulk_transfer(usb, handle, kImageEndpoint, m_buffer.data(), bytes, CallBack,
+                                  this, timeoutMs);
+    }
+    BulkRead(const BulkRead &) = delete;
+    BulkRead &operator=(const BulkRead &) = delete;
+    ~BulkRead() { libusb_free_transfer(usb); }
+
+    bool Done() { return std::atomic_ref(completed).load() != 0; }
+    const std::vector<uint8_t> &Buffer() const { return m_buffer; }
+
+    libusb_transfer *usb = libusb_alloc_transfer(0);
+    int completed = 0;
+    std::thread::id completedOn;
+    std::vector<BulkRead *> *order = nullptr; // completions are appended here
+
+  private:
+    static void CallBack(libusb_transfer *transfer)
+    {
+        auto *self = static_cast<BulkRead *>(transfer->user_data);
+        self->completedOn = std::this_thread::get_id();
+        if (self->order)
+            self->order->push_back(self);
+        std::atomic_ref(self->completed).store(1);
+    }
+
+    std::vector<uint8_t> m_buffer;
+};
+
+/// Handles events until the transfer is done or `bound` is over.
+inline bool WaitFor(BulkRead &read, BusClock &clock, Time bound = std::chrono::seconds(10))
+{
+    const Time deadline = clock.Now() + bound;
+    while (!read.Done() && clock.Now() < deadline) {
+        timeval time{.tv_sec = 0, .tv_usec = 50'000};
+        (void)libusb_handle_events_timeout_completed(nullptr, &time, &read.completed);
+    }
+    return read.Done();
+}
+
+} // namespace vscsim

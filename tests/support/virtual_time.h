@@ -1,0 +1,44 @@
+#pragma once
+
+#include "base/time_source.h"
+#include "standin/bus.h"
+#include "standin/virtual_clock.h"
+
+namespace vsccam {
+
+/// One virtual time line for the library and the simulated bus, as long as the object lives. The
+/// calling thread takes part in it; further threads of a test are started with vsccam::Thread.
+class VirtualTime final : private TimeSource {
+  public:
+    explicit VirtualTime(vscsim::Time start = vscsim::VirtualClock::kStart) : m_clock(start)
+    {
+        m_clock.ThreadStarts();
+        vscsim::Bus::Instance().UseClock(&m_clock);
+        UseTimeSource(this);
+    }
+    VirtualTime(const VirtualTime &) = delete;
+    VirtualTime &operator=(const VirtualTime &) = delete;
+    ~VirtualTime()
+    {
+        UseTimeSource(nullptr);
+        vscsim::Bus::Instance().UseClock(nullptr);
+        m_clock.ThreadEnds();
+    }
+
+    vscsim::VirtualClock &Clock() { return m_clock; }
+
+  private:
+    int64_t NowNs() override { return m_clock.Now().count(); }
+    uint64_t WakeCount() override { return m_clock.WakeCount(); }
+    void WaitForWake(uint64_t seen, int64_t deadlineNs) override
+    {
+        m_clock.WaitForWake(seen, vscsim::Time(deadlineNs), "a wait of the library");
+    }
+    void Wake() override { m_clock.Wake(); }
+    void ThreadStarts() override { m_clock.ThreadStarts(); }
+    void ThreadEnds() override { m_clock.ThreadEnds(); }
+
+    vscsim::VirtualClock m_clock;
+};
+
+} // namespace vsccam
