@@ -1,0 +1,187 @@
+#include "vscsim/child.h"
+#include "vscsim/testbed.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <cstdlib>
+#include <map>
+#include <random>
+#include <sstream>
+
+namespace {
+
+using namespace vscsim;
+
+constexpr size_t kMebibyte = 1 << 20;
+
+/// What the command line asks for.
+struct RunOptions {
+    std::vector<std::string> cameras = {"VSC470MC"};
+    Scene scene = Scene::Sky;
+    std::string faults;
+    std::optional<uint64_t> seed;
+    std::string speed = "1";
+    size_t usbfsMemory = 16;
+    std::vector<std::string> command;
+};
+
+constexpr const char *kRunFooter = R"(
+A camera is a model, followed by what is particular about it:
+  VSC470MC              at a USB 3.0 port
+  VSC470MC:usb2         at a USB 2.0 port
+  VSC470MC:unreadable   its descriptor cannot be read
+Faults, separated by commas: NAME[:REQUEST][@FIRST][xCOUNT][%PROBABILITY][=AMOUNT], or a JSON file.
+  short-frame@5         frame 5 (counted from 0) lacks its last 512 bytes
+  empty-frame@10x4      frames 10 to 13 are not sent
+  refuse-request:b6@3   the fourth request 0xB6 is stalled
+  bad-head%0.01         one frame in a hundred has a wrong mark
+Example:
+  vscsim run --camera VSC470MC --camera VSC470MM:usb2 -- vsccam list)";
+
+/// Reads MODEL[:usb2][:unreadable].
+BusDevice ParseCamera(const std::string &text)
+{
+    std::istringstream parts(text);
+    std::string part;
+    std::getline(parts, part, ':');
+    BusDevice device{.model = FindModel(part)};
+    if (!device.model)
+        throw CLI::ValidationError("--camera", fmt::format("no model {}; see vscsim list", part));
+    while (std::getline(parts, part, ':')) {
+        if (part == "usb2")
+            device.options.link = LinkSpeed::High;
+        else if (part == "unreadable")
+            device.options.readableDescriptor = false;
+        else
+            throw CLI::ValidationError("--camera", fmt::format("\"{}\" in {}", part, text));
+    }
+    return device;
+}
+
+double ParseSpeed(const std::string &text)
+{
+    double speed = 0;
+    if (text != "max" && (!CLI::detail::lexical_cast(text, speed) || !(speed > 0)))
+        throw CLI::ValidationError("--speed", "neither a positive factor nor max: " + text);
+    return speed;
+}
+
+FaultPlan ParseFaults(const std::string &text)
+{
+    std::string error;
+    auto plan = ParseFaultPlan(text, &error);
+    if (!plan)
+        throw CLI::ValidationError("--fault", error);
+    return *plan;
+}
+
+bool IsRandom(const FaultPlan &plan)
+{
+    return std::ranges::any_of(plan, [](const FaultRule &rule) { return rule.probability < 1; });
+}
+
+/// Random faults are different each time, but can be had again; everything else always is the same.
+uint64_t ChooseSeed(const RunOptions &options, const FaultPlan &faults)
+{
+    if (!IsRandom(faults))
+        return options.seed.value_or(1);
+    const uint64_t seed = options.seed.value_or(std::random_device{}());
+    fmt::print(stderr, "vscsim: seed {}\n", seed);
+    return seed;
+}
+
+std::vector<BusDevice> DevicesOf(const RunOptions &options)
+{
+    const FaultPlan faults = ParseFaults(options.faults);
+    const double speed = ParseSpeed(options.speed);
+    std::vector<BusDevice> devices;
+    for (const std::string &camera : options.cameras)
+        devices.push_back(ParseCamera(camera));
+    uint64_t seed = ChooseSeed(options, faults);
+    for (BusDevice &device : devices) {
+        device.options.scene = options.scene;
+        device.options.faults = faults;
+        device.options.speed = speed;
+        device.options.seed = seed++;
+    }
+    return devices;
+}
+
+int Run(const RunOptions &options)
+{
+    const std::vector<BusDevice> devices = DevicesOf(options);
+    const size_t memory = options.usbfsMemory != 0 ? options.usbfsMemory * kMebibyte : SIZE_MAX / 2;
+    HoldSignals();
+    const Testbed bus(devices, memory);
+    if (!bus.Error().empty()) {
+        fmt::print(stderr, "vscsim: {}\n", bus.Error());
+        return EXIT_FAILURE;
+    }
+    return RunPreloaded(options.command);
+}
+
+int List(bool asJson)
+{
+    nlohmann::ordered_json json = nlohmann::ordered_json::array();
+    for (const ModelFacts &model : AllModels())
+        if (asJson)
+            json.push_back({{"name", model.name},
+                            {"vendorId", VendorId()},
+                            {"productId", model.productId},
+                            {"width", model.sensorWidth},
+                            {"height", model.sensorHeight},
+                            {"colour", model.colour},
+                            {"cooled", model.cooled}});
+        else
+            fmt::print("{:04x}:{:04x}  {:<16} {:4} x {:<4} {}{}\n", VendorId(), model.productId,
+                       model.name, model.sensorWidth, model.sensorHeight,
+                       model.colour ? "colour" : "mono", model.cooled ? ", cooled" : "");
+    if (asJson)
+        fmt::print("{}\n", json.dump(2));
+    return EXIT_SUCCESS;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    CLI::App app("Simulated VSC cameras for unmodified programs");
+    app.require_subcommand(1);
+
+    bool asJson = false;
+    CLI::App *const list = app.add_subcommand("list", "Names the models");
+    list->add_flag("--json", asJson, "as JSON");
+
+    RunOptions options;
+    CLI::App *const run = app.add_subcommand("run", "Runs a program on a bus of simulated cameras");
+    run->add_option("--camera", options.cameras, "Plugs a camera in; repeat it for more")
+        ->type_name("MODEL[:usb2][:unreadable]")
+        ->allow_extra_args(false)
+        ->capture_default_str();
+    run->add_option("--scene", options.scene, "What the cameras see: sky (default) or pattern")
+        ->type_name("")
+        ->transform(CLI::Transformer(
+            std::map<std::string, Scene>{{"sky", Scene::Sky}, {"pattern", Scene::Pattern}}));
+    run->add_option("--fault", options.faults, "What goes wrong, and when")->type_name("PLAN");
+    run->add_option("--seed", options.seed, "Of the sky, of noise and of random faults");
+    run->add_option("--speed", options.speed, "Times real time, or max: no waiting for frames")
+        ->type_name("X|max")
+        ->capture_default_str();
+    run->add_option("--usbfs-memory", options.usbfsMemory,
+                    "Limit of the kernel for transfers in flight, 0 for none")
+        ->type_name("MIB")
+        ->capture_default_str();
+    run->add_option("program", options.command, "The program and its arguments, after --")
+        ->required();
+    run->footer(kRunFooter);
+
+    try {
+        app.parse(argc, argv);
+        return *list ? List(asJson) : Run(options);
+    } catch (const CLI::ParseError &error) {
+        return app.exit(error);
+    }
+}
