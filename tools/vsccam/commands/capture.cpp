@@ -1,0 +1,316 @@
+#include "camera.h"
+#include "commands/command.h"
+#include "cooling.h"
+#include "failure.h"
+#include "fits_header.h"
+#include "hook.h"
+#include "name_pattern.h"
+#include "png_writer.h"
+#include "statistics.h"
+#include "stop_signals.h"
+
+#include <algorithm>
+#include <memory>
+
+namespace vsctool {
+namespace {
+
+using namespace std::chrono_literals;
+using nlohmann::ordered_json;
+
+constexpr Microseconds kShortestWithProgress = 1s;
+
+struct CaptureOptions {
+    std::optional<Microseconds> exposure;
+    int count = 1;
+    Microseconds interval{};
+    std::optional<int> gain;
+    std::optional<int> offset;
+    Framing framing;
+    bool flipX = false;
+    bool flipY = false;
+    std::string type = "light";
+    std::string object;
+    std::string dark;
+    std::optional<int> coolTo;
+    std::optional<double> waitWithin;
+    std::string hook;
+    std::vector<std::string> fitsKeys;
+    std::string name = "{type}_{seq:05}.fit";
+    bool overwrite = false;
+    bool png = false;
+    bool noPng = false;
+};
+
+/// A picture that lies on disk.
+struct SavedPicture {
+    std::filesystem::path fits;
+    std::filesystem::path png; // empty: none
+    PictureFacts facts;
+    Levels levels;
+    std::optional<Sharpness> sharpness;
+};
+
+std::string InWords(const SavedPicture &saved)
+{
+    std::string line = fmt::format("{}  {}  {:.6g} s", saved.fits.string(),
+                                   FormatUtc(saved.facts.start), Seconds(saved.facts.measured));
+    if (saved.facts.temperatureC)
+        line += fmt::format("  {:.1f} C", *saved.facts.temperatureC);
+    line += fmt::format("  min {} mean {:.1f} max {}  saturated {:.3f} %", saved.levels.min,
+                        saved.levels.mean, saved.levels.max, saved.levels.saturatedPercent);
+    if (saved.sharpness)
+        line += fmt::format("  HFD {:.2f} px ({} stars)", saved.sharpness->hfdPx,
+                            saved.sharpness->stars);
+    return line;
+}
+
+ordered_json AsJson(const SavedPicture &saved)
+{
+    ordered_json json = {{"file", saved.fits.string()},
+                         {"utc", FormatUtc(saved.facts.start)},
+                         {"exposure_s", Seconds(saved.facts.measured)},
+                         {"min", saved.levels.min},
+                         {"mean", saved.levels.mean},
+                         {"max", saved.levels.max},
+                         {"saturated_percent", saved.levels.saturatedPercent}};
+    if (!saved.png.empty())
+        json["preview"] = saved.png.string();
+    if (saved.facts.temperatureC)
+        json["temperature_c"] = *saved.facts.temperatureC;
+    if (saved.sharpness) {
+        json["hfd_px"] = saved.sharpness->hfdPx;
+        json["stars"] = saved.sharpness->stars;
+    }
+    if (saved.facts.simulated)
+        json["simulated"] = true;
+    return json;
+}
+
+/// One run of the command: the open camera and the names of its files.
+class Series {
+  public:
+    Series(const CaptureOptions &options, Context &context);
+    void Run();
+
+  private:
+    void SetUp();
+    std::filesystem::path NextFile();
+    Exposure Expose();
+    SavedPicture Save(const std::filesystem::path &file, const Exposure &exposure) const;
+    void Report(const SavedPicture &saved);
+    void WaitForNext(UtcTime start) const;
+
+    const CaptureOptions &m_options;
+    Context &m_context;
+    NamePattern m_name;
+    std::vector<FitsKey> m_userKeys;
+    Camera m_camera; // after all that can be wrong with the options alone
+    Microseconds m_exposure{};
+    int m_sequence = 1;
+};
+
+std::vector<FitsKey> ParseKeys(const std::vector<std::string> &texts)
+{
+    std::vector<FitsKey> keys;
+    std::transform(texts.begin(), texts.end(), std::back_inserter(keys), ParseFitsKey);
+    return keys;
+}
+
+Series::Series(const CaptureOptions &options, Context &context)
+    : m_options(options), m_context(context), m_name(options.name, options.count > 1),
+      m_userKeys(ParseKeys(options.fitsKeys)), m_camera(context.camera)
+{
+}
+
+void Series::SetUp()
+{
+    m_camera.SetFraming(m_options.framing);
+    SetMisc(m_options.flipX, m_options.flipY);
+    if (m_options.gain)
+        m_camera.Set(CONTROL_GAIN, "gain", *m_options.gain);
+    if (m_options.offset)
+        m_camera.Set(CONTROL_BRIGHTNESS, "offset", *m_options.offset);
+    if (!m_options.dark.empty() && !EnableDarkSubtract(m_options.dark.c_str()))
+        throw Failure(Exit::kFile,
+                      fmt::format("{} is no dark frame of this camera: an 8-bit BMP of "
+                                  "the full sensor size",
+                                  m_options.dark));
+    if (m_options.coolTo)
+        CoolTo(m_camera, *m_options.coolTo, m_options.waitWithin, m_context.console);
+    const Microseconds usual =
+        m_options.type == "bias" ? Microseconds(getMin(CONTROL_EXPOSURE)) : 1s;
+    m_exposure = m_options.exposure.value_or(usual);
+    if (m_camera.SetExposure(m_exposure) != m_exposure)
+        m_context.console.Note(
+            fmt::format("exposure is {} on this camera",
+                        FormatTime(Microseconds(getValue(CONTROL_EXPOSURE, nullptr)))));
+}
+
+/// Numbered names go on after the files that are there; no picture is ever replaced unasked.
+std::filesystem::path Series::NextFile()
+{
+    for (;; ++m_sequence) {
+        const NameFields fields = {
+            .sequence = m_sequence,
+            .object = m_options.object,
+            .type = m_options.type,
+            .model = m_camera.Entry().model,
+            .format = FormatName(m_options.framing.format),
+            .exposure = m_exposure,
+            .gain = getValue(CONTROL_GAIN, nullptr),
+            .offset = getValue(CONTROL_BRIGHTNESS, nullptr),
+            .bin = m_options.framing.bin,
+            .start = std::chrono::floor<Microseconds>(std::chrono::system_clock::now())};
+        const std::filesystem::path file = m_name.Expand(fields);
+        if (m_options.overwrite || !std::filesystem::exists(file)) {
+            ++m_sequence;
+            return file;
+        }
+        if (!m_name.IsNumbered())
+            throw Failure(Exit::kFile, fmt::format("{} exists; choose another name, put {{seq:05}} "
+                                                   "into it, or add --overwrite",
+                                                   file.string()));
+    }
+}
+
+Exposure Series::Expose()
+{
+    const bool visible = m_context.console.ShowsProgress() && m_exposure > kShortestWithProgress;
+    ProgressBar bar(visible, m_exposure);
+    return m_camera.Take(m_exposure, m_context.timeout, bar);
+}
+
+SavedPicture Series::Save(const std::filesystem::path &file, const Exposure &exposure) const
+{
+    SavedPicture saved;
+    saved.fits = file;
+    saved.facts = FactsOf(m_camera, exposure);
+    saved.facts.type = m_options.type;
+    saved.facts.object = m_options.object;
+    saved.facts.simulated = m_context.simulated;
+
+    std::vector<FitsKey> keys = HeaderOf(saved.facts);
+    keys.insert(keys.end(), m_userKeys.begin(), m_userKeys.end());
+    WriteFits(file, exposure.picture, keys);
+    if (m_options.png || (m_options.count == 1 && !m_options.noPng)) {
+        saved.png = std::filesystem::path(file).replace_extension(".png");
+        WritePreview(saved.png, exposure.picture, saved.facts.mosaic);
+    }
+    saved.levels = LevelsOf(exposure.picture);
+    saved.sharpness = SharpnessOf(Luminance(exposure.picture, saved.facts.mosaic.has_value()),
+                                  SaturationOf(exposure.picture.format));
+    return saved;
+}
+
+void Series::Report(const SavedPicture &saved)
+{
+    m_context.console.Say(InWords(saved));
+    m_context.console.Emit(AsJson(saved));
+    if (m_options.hook.empty())
+        return;
+    if (const int status = RunHook(m_options.hook, saved.fits); status != 0)
+        m_context.console.Note(
+            fmt::format("the hook failed with {} for {}", status, saved.fits.string()));
+}
+
+void Series::WaitForNext(UtcTime start) const
+{
+    const auto wait = start + m_options.interval - std::chrono::system_clock::now();
+    const auto ms = std::chrono::ceil<std::chrono::milliseconds>(wait);
+    // Also with nothing to wait for, this is where a signal ends the series. A clock that was set
+    // back meanwhile does not stretch the pause.
+    const auto longest = std::chrono::ceil<std::chrono::milliseconds>(m_options.interval);
+    StopSignals::SleepFor(std::clamp(ms, 0ms, longest));
+}
+
+void Series::Run()
+{
+    SetUp();
+    for (int taken = 1;; ++taken) {
+        const std::filesystem::path file = NextFile();
+        const Exposure exposure = Expose();
+        Report(Save(file, exposure));
+        if (taken == m_options.count)
+            return;
+        WaitForNext(exposure.start);
+    }
+}
+
+PixelFormat ParseFormat(const std::string &text)
+{
+    const auto *found = std::find(std::begin(kFormatNames), std::end(kFormatNames), text);
+    if (found == std::end(kFormatNames))
+        throw Failure(Exit::kUsage, fmt::format("'{}' is no format; there are raw8, raw16, rgb24 "
+                                                "and y8",
+                                                text));
+    return static_cast<PixelFormat>(found - std::begin(kFormatNames));
+}
+
+std::string ParseObject(const std::string &text)
+{
+    CheckFitsText(text);
+    return text;
+}
+
+std::vector<std::string> TypeNames()
+{
+    std::vector<std::string> names;
+    for (const PictureType &type : kPictureTypes)
+        names.emplace_back(type.name);
+    return names;
+}
+
+void AddOptions(CLI::App &app, CaptureOptions &o)
+{
+    AddParsed(app, "-e,--exposure", o.exposure, ParseTime, "TIME",
+              "Exposure: 250us, 20ms, 1.5s, 2min (default 1s; of a bias frame, the shortest)");
+    app.add_option("-n,--count", o.count, "Number of pictures")->check(CLI::PositiveNumber);
+    AddParsed(app, "--interval", o.interval, ParseTime, "TIME", "Time from start to start");
+    app.add_option("--gain", o.gain, "Gain, see 'vsccam info'");
+    app.add_option("--offset", o.offset, "Black level, see 'vsccam info'");
+    app.add_option("--bin", o.framing.bin, "Binning");
+    AddParsed(app, "--roi", o.framing.region, ParseRegion, "WxH+X+Y", "Region in binned pixels");
+    AddParsed(app, "--format", o.framing.format, ParseFormat, "FORMAT",
+              "raw8, raw16, rgb24 or y8 (default raw16)");
+    app.add_flag("--flip-x", o.flipX, "Mirror left to right");
+    app.add_flag("--flip-y", o.flipY, "Mirror top to bottom");
+    app.add_option("--type", o.type, "Kind of picture")->check(CLI::IsMember(TypeNames()));
+    AddParsed(app, "--object", o.object, ParseObject, "NAME", "What is in the picture");
+    app.add_option("--dark", o.dark, "Dark frame to subtract: BMP, 8-bit formats only")
+        ->check(CLI::ExistingFile);
+    CLI::Option *cool = app.add_option("--cool", o.coolTo, "Cool the sensor to so many Celsius");
+    app.add_option("--wait-temp", o.waitWithin, "Wait until so many Celsius from the target")
+        ->needs(cool)
+        ->check(CLI::NonNegativeNumber);
+    app.add_option("--hook", o.hook, "Shell command after each file, which is \"$1\"");
+    app.add_option("--fits-key", o.fitsKeys, "Further header entry NAME=VALUE; may be repeated")
+        ->allow_extra_args(false);
+    app.add_option("-o,--output", o.name,
+                   std::string("File name; may contain ") + NamePattern::Help());
+    app.add_flag("--overwrite", o.overwrite, "Replace files that exist");
+    app.add_flag("--png", o.png, "Write a stretched preview too (default for a single picture)");
+    app.add_flag("--no-png", o.noPng, "Write no preview")->excludes("--png");
+}
+
+void Capture(const CaptureOptions &options, Context &context)
+{
+    if (!options.dark.empty() && options.framing.format == PixelFormat::kRaw16)
+        throw Failure(Exit::kUsage,
+                      "a dark frame is subtracted from 8-bit pictures only; add --format raw8");
+    Series(options, context).Run();
+}
+
+} // namespace
+
+void AddCaptureCommand(CLI::App &app, Command &chosen)
+{
+    CLI::App *capture = app.add_subcommand("capture", "Take pictures and write them as FITS files");
+    const auto options = std::make_shared<CaptureOptions>();
+    AddOptions(*capture, *options);
+    capture->callback([&chosen, options] {
+        chosen = [options](Context &context) { Capture(*options, context); };
+    });
+}
+
+} // namespace vsctool

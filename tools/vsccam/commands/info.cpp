@@ -1,0 +1,122 @@
+#include "camera.h"
+#include "commands/command.h"
+
+#include <fmt/ranges.h>
+
+#include <cstdint>
+
+namespace vsctool {
+namespace {
+
+using nlohmann::ordered_json;
+
+constexpr int64_t kHostBytesPerPixel = 12; // that the library reserves while a camera is open
+constexpr int64_t kMiB = 1 << 20;
+
+struct ControlName {
+    Control_TYPE control;
+    const char *name;
+};
+constexpr ControlName kControls[] = {
+    {CONTROL_GAIN, "gain"},
+    {CONTROL_EXPOSURE, "exposure_us"},
+    {CONTROL_GAMMA, "gamma"},
+    {CONTROL_WB_RED, "red"},
+    {CONTROL_WB_BLUE, "blue"},
+    {CONTROL_BRIGHTNESS, "offset"},
+    {CONTROL_BANDWIDTH, "bandwidth"},
+    {CONTROL_HIGH_SPEED, "high_speed"},
+    {CONTROL_HARDWARE_BIN, "hardware_bin"},
+    {CONTROL_TARGET_TEMP, "target_c"},
+};
+
+std::vector<int> Bins()
+{
+    std::vector<int> bins;
+    for (int bin = 1; bin <= 16; ++bin)
+        if (isBinSupported(bin))
+            bins.push_back(bin);
+    return bins;
+}
+
+std::vector<std::string> Formats()
+{
+    std::vector<std::string> formats;
+    for (int type = 0; type < static_cast<int>(std::size(kFormatNames)); ++type)
+        if (isImgTypeSupported(type))
+            formats.emplace_back(kFormatNames[type]);
+    return formats;
+}
+
+ordered_json Ranges()
+{
+    ordered_json ranges;
+    for (const auto &[control, name] : kControls)
+        if (isAvailable(control))
+            ranges[name] = {{"value", getValue(control, nullptr)},
+                            {"min", getMin(control)},
+                            {"max", getMax(control)},
+                            {"auto", isAutoSupported(control) != 0}};
+    return ranges;
+}
+
+/// What the camera tells, once for both ways of showing it.
+ordered_json Collect(const Camera &camera)
+{
+    const int64_t pixels = static_cast<int64_t>(getMaxWidth()) * getMaxHeight();
+    ordered_json info = {{"model", camera.Entry().model},
+                         {"width", getMaxWidth()},
+                         {"height", getMaxHeight()},
+                         {"pixel_um", getPixelSize()},
+                         {"colour", isColorCam() != 0},
+                         {"cooled", isCoolerCam() != 0},
+                         {"usb3_camera", isUSB3Camera() != 0},
+                         {"usb3_port", isUSB3Host() != 0},
+                         {"bins", Bins()},
+                         {"formats", Formats()},
+                         {"controls", Ranges()},
+                         {"host_memory_mib", pixels * kHostBytesPerPixel / kMiB + 1},
+                         {"usbfs_memory_mib", pixels * 2 / kMiB + 1}};
+    if (isColorCam())
+        info["bayer"] = BayerPattern(MosaicOf(getColorBayer(), false, false));
+    if (getElectronsPerADU() > 0)
+        info["electrons_per_adu"] = Decimal(getElectronsPerADU());
+    if (isAvailable(CONTROL_TEMPERATURE))
+        info["temperature_c"] = Decimal(getSensorTemp());
+    return info;
+}
+
+/// "name: value" for each entry; the controls one per line.
+void ShowInWords(Console &console, const ordered_json &info)
+{
+    for (const auto &[name, value] : info.items()) {
+        if (!value.is_object()) {
+            console.Say(fmt::format("{:<18} {}", name,
+                                    value.is_string() ? value.get<std::string>() : value.dump()));
+            continue;
+        }
+        for (const auto &[control, range] : value.items())
+            console.Say(fmt::format("{:<18} {} ({} to {}{})", control, range["value"].get<int>(),
+                                    range["min"].get<int>(), range["max"].get<int>(),
+                                    range["auto"].get<bool>() ? ", auto" : ""));
+    }
+}
+
+void Info(Context &context)
+{
+    const Camera camera(context.camera);
+    const ordered_json info = Collect(camera);
+    ShowInWords(context.console, info);
+    context.console.Emit(info);
+}
+
+} // namespace
+
+void AddInfoCommand(CLI::App &app, Command &chosen)
+{
+    app.add_subcommand("info", "Show what a camera is and can")->callback([&chosen] {
+        chosen = Info;
+    });
+}
+
+} // namespace vsctool

@@ -1,0 +1,115 @@
+#include "commands/command.h"
+#include "failure.h"
+#include "stop_signals.h"
+#include "usb_devices.h"
+
+#include <algorithm>
+#include <memory>
+
+namespace vsctool {
+namespace {
+
+using namespace std::chrono_literals;
+using nlohmann::ordered_json;
+
+constexpr auto kWatchInterval = 500ms;
+
+struct ListOptions {
+    bool watch = false;
+    int require = 0;
+};
+
+std::string InWords(const CameraEntry &camera)
+{
+    const UsbDevice usb = camera.usb.value_or(UsbDevice{});
+    return fmt::format("{:>3}  {:<20} {:04x}  {:<9} {:>5}  {:<6} {:<6}  {}", camera.index,
+                       camera.model, usb.product, usb.port, usb.speedMbit,
+                       camera.IsColour() ? "colour" : "mono", camera.IsCooled() ? "cooled" : "-",
+                       camera.Usable());
+}
+
+ordered_json AsJson(const CameraEntry &camera)
+{
+    ordered_json json = {{"index", camera.index},
+                         {"model", camera.model},
+                         {"colour", camera.IsColour()},
+                         {"cooled", camera.IsCooled()},
+                         {"usable", camera.Usable() == "yes"},
+                         {"reason", camera.Usable() == "yes" ? "" : camera.Usable()}};
+    if (camera.usb) {
+        json["product"] = fmt::format("{:04x}", camera.usb->product);
+        json["port"] = camera.usb->port;
+        json["mbit_per_s"] = camera.usb->speedMbit;
+    }
+    return json;
+}
+
+void Show(Console &console, const std::vector<CameraEntry> &cameras)
+{
+    ordered_json all = ordered_json::array();
+    if (!cameras.empty())
+        console.Say("  #  model                PID   port       Mbit  sensor cooler  usable");
+    for (const CameraEntry &camera : cameras) {
+        console.Say(InWords(camera));
+        all.push_back(AsJson(camera));
+    }
+    console.Emit({{"cameras", all}});
+}
+
+bool IsSamePlace(const CameraEntry &a, const CameraEntry &b)
+{
+    const auto port = [](const CameraEntry &c) { return c.usb ? c.usb->port : std::string(); };
+    return a.model == b.model && port(a) == port(b);
+}
+
+/// Tells of the cameras that are in `these` but not in `those`.
+void ShowMissing(Console &console, const char *event, const std::vector<CameraEntry> &these,
+                 const std::vector<CameraEntry> &those)
+{
+    for (const CameraEntry &camera : these) {
+        const auto isIt = [&](const CameraEntry &other) { return IsSamePlace(camera, other); };
+        if (std::any_of(those.begin(), those.end(), isIt))
+            continue;
+        console.Say(fmt::format("{:<9} {}", event, InWords(camera)));
+        console.Emit({{"event", event}, {"camera", AsJson(camera)}});
+    }
+}
+
+[[noreturn]] void Watch(Console &console, std::vector<CameraEntry> before)
+{
+    for (;;) {
+        StopSignals::SleepFor(kWatchInterval);
+        const std::vector<CameraEntry> now = ListCameras();
+        ShowMissing(console, "unplugged", before, now);
+        ShowMissing(console, "plugged", now, before);
+        before = now;
+    }
+}
+
+void List(const ListOptions &options, Context &context)
+{
+    const std::vector<CameraEntry> cameras = ListCameras();
+    Show(context.console, cameras);
+    if (options.watch)
+        Watch(context.console, cameras);
+    if (static_cast<int>(cameras.size()) < options.require)
+        throw Failure(Exit::kNoCamera, fmt::format("{} of {} cameras found; check plugs and power",
+                                                   cameras.size(), options.require));
+    if (cameras.empty())
+        context.console.Note("no camera found; to try without one: vsccam --sim VSC470MC list");
+}
+
+} // namespace
+
+void AddListCommand(CLI::App &app, Command &chosen)
+{
+    CLI::App *list = app.add_subcommand("list", "List the cameras and whether they can be used");
+    const auto options = std::make_shared<ListOptions>();
+    list->add_flag("--watch", options->watch, "Stay, and show what is plugged and unplugged");
+    list->add_option("--require", options->require, "End with code 3 when there are fewer cameras")
+        ->check(CLI::NonNegativeNumber);
+    list->callback(
+        [&chosen, options] { chosen = [options](Context &context) { List(*options, context); }; });
+}
+
+} // namespace vsctool

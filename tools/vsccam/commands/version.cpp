@@ -1,0 +1,23 @@
+#include "commands/command.h"
+
+#include <vsccam.h>
+
+namespace vsctool {
+namespace {
+
+void ShowVersion(Context &context)
+{
+    context.console.Say(fmt::format("vsccam {}, library {}", VSCCAM_VERSION, getSDKVersion()));
+    context.console.Emit({{"tool", VSCCAM_VERSION}, {"library", getSDKVersion()}});
+}
+
+} // namespace
+
+void AddVersionCommand(CLI::App &app, Command &chosen)
+{
+    app.add_subcommand("version", "Show the versions of tool and library")->callback([&chosen] {
+        chosen = ShowVersion;
+    });
+}
+
+} // namespace vsctool

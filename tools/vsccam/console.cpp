@@ -1,0 +1,94 @@
+#include "console.h"
+
+#include "failure.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+#include <vsccam.h>
+
+#include <cerrno>
+#include <system_error>
+#include <utility>
+
+namespace vsctool {
+namespace {
+
+constexpr int kSchema = 1;
+
+/// Descriptor for the library's messages.
+int OpenMessages(const std::string &logFile)
+{
+    const int descriptor =
+        logFile.empty() ? dup(STDERR_FILENO)
+                        : open(logFile.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    if (descriptor < 0)
+        throw Failure(Exit::kFile, fmt::format("cannot write the log {}: {}", logFile,
+                                               std::generic_category().message(errno)));
+    return descriptor;
+}
+
+} // namespace
+
+Console::Console(const ConsoleOptions &options)
+    : m_options(options), m_isTerminal(isatty(STDERR_FILENO) == 1),
+      m_showsProgress(options.progress && m_isTerminal && !options.quiet && !options.json)
+{
+    const int messages = OpenMessages(options.logFile);
+    std::fflush(stdout);
+    m_results.reset(fdopen(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3), "w"));
+    if (!m_results)
+        throw Failure(Exit::kFile, "standard output is closed");
+    dup2(messages, STDOUT_FILENO);
+    close(messages);
+    setDebugPrint(options.verbose || !options.logFile.empty());
+}
+
+void Console::Say(const std::string &line)
+{
+    if (!m_options.json && !m_options.quiet)
+        WriteLine(m_results.get(), line);
+}
+
+void Console::Emit(nlohmann::ordered_json result)
+{
+    if (!m_options.json)
+        return;
+    nlohmann::ordered_json object = {{"schema", kSchema}};
+    object.update(result);
+    // A name may hold any bytes; what is no UTF-8 is shown as such and stops nothing.
+    WriteLine(m_results.get(),
+              object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+}
+
+void Console::Note(const std::string &line)
+{
+    Log(line);
+    if (!m_options.quiet)
+        fmt::print(stderr, "{}\n", line);
+}
+
+void Console::Error(const std::string &line)
+{
+    Log("error: " + line);
+    if (m_options.colour && m_isTerminal)
+        fmt::print(stderr, fmt::fg(fmt::terminal_color::red), "error:");
+    else
+        fmt::print(stderr, "error:");
+    fmt::print(stderr, " {}\n", line);
+}
+
+void Console::Log(const std::string &line)
+{
+    if (!m_options.logFile.empty())
+        WriteLine(stdout, line); // descriptor 1 leads there
+}
+
+void Console::WriteLine(std::FILE *file, const std::string &line)
+{
+    // Each line at once: readers of a pipe get every result when it is there.
+    if (std::fputs((line + "\n").c_str(), file) == EOF || std::fflush(file) == EOF)
+        throw Failure(Exit::kFile,
+                      "cannot write the results: " + std::generic_category().message(errno));
+}
+
+} // namespace vsctool

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <fmt/color.h>
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include <cstdio>
+#include <memory>
+#include <string>
+
+namespace vsctool {
+
+struct ConsoleOptions {
+    bool json = false;
+    bool quiet = false;
+    bool verbose = false;
+    bool progress = true;
+    bool colour = true;
+    std::string logFile;
+};
+
+/// Where words go: results to standard output, everything else to standard error. The library
+/// writes its messages to descriptor 1, so the results leave through a copy of it, and descriptor 1
+/// leads to standard error, or to the log file.
+class Console {
+  public:
+    /// Before the first call into the library. Throws Failure when the log cannot be opened.
+    explicit Console(const ConsoleOptions &options);
+
+    /// A result in words (not with --json, not with --quiet) ...
+    void Say(const std::string &line);
+    /// ... and for programs (only with --json): one object per line.
+    void Emit(nlohmann::ordered_json result);
+
+    /// What the user may want to know while waiting.
+    void Note(const std::string &line);
+    void Error(const std::string &line);
+
+    bool ShowsProgress() const { return m_showsProgress; }
+
+  private:
+    struct CloseFile {
+        void operator()(std::FILE *file) const { std::fclose(file); }
+    };
+
+    void Log(const std::string &line);
+    void WriteLine(std::FILE *file, const std::string &line);
+
+    ConsoleOptions m_options;
+    bool m_isTerminal;
+    bool m_showsProgress;
+    std::unique_ptr<std::FILE, CloseFile> m_results;
+};
+
+} // namespace vsctool

@@ -1,0 +1,182 @@
+#include "fits_writer.h"
+
+#include "failure.h"
+#include "plane.h"
+#include "temporary_file.h"
+
+#include <fitsio.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <charconv>
+#include <cmath>
+#include <string_view>
+#include <utility>
+
+namespace vsctool {
+namespace {
+
+constexpr size_t kLongestName = 8;
+constexpr size_t kLongestText = 68;
+constexpr int kDigits = 12; // of a floating-point value
+constexpr std::array<std::string_view, 15> kOwnKeys = {
+    "SIMPLE", "BITPIX", "EXTEND",   "BZERO",   "BSCALE",   "BLANK",   "END",     "COMMENT",
+    "",       "DATE",   "CHECKSUM", "DATASUM", "CONTINUE", "HISTORY", "XTENSION"};
+
+/// An open FITS file. Its functions throw the texts of cfitsio as Failure.
+class FitsFile {
+  public:
+    explicit FitsFile(const std::filesystem::path &path) : m_path(path)
+    {
+        int status = 0;
+        fits_create_diskfile(&m_file, path.c_str(), &status);
+        Check(status);
+    }
+    ~FitsFile()
+    {
+        int status = 0; // only after a failure is the file still open, and it is removed then
+        if (m_file)
+            fits_close_file(m_file, &status);
+    }
+    FitsFile(const FitsFile &) = delete;
+    FitsFile &operator=(const FitsFile &) = delete;
+
+    void CreateImage(int bitsPerPixel, std::vector<long> axes)
+    {
+        int status = 0;
+        fits_create_img(m_file, bitsPerPixel, static_cast<int>(axes.size()), axes.data(), &status);
+        Check(status);
+    }
+
+    void WriteSamples(int type, size_t first, size_t count, const void *samples)
+    {
+        int status = 0;
+        // cfitsio only reads the samples; its interface is older than const.
+        fits_write_img(m_file, type, static_cast<LONGLONG>(first) + 1, static_cast<LONGLONG>(count),
+                       const_cast<void *>(samples), &status);
+        Check(status);
+    }
+
+    void Put(const FitsKey &key)
+    {
+        int status = 0;
+        const char *name = key.name.c_str();
+        const char *comment = key.comment.c_str();
+        if (const auto *flag = std::get_if<bool>(&key.value))
+            fits_update_key_log(m_file, name, *flag, comment, &status);
+        else if (const auto *number = std::get_if<int>(&key.value))
+            fits_update_key_lng(m_file, name, *number, comment, &status);
+        else if (const auto *real = std::get_if<double>(&key.value))
+            fits_update_key_dbl(m_file, name, *real, -kDigits, comment, &status);
+        else
+            fits_update_key_str(m_file, name, std::get<std::string>(key.value).c_str(), comment,
+                                &status);
+        Check(status);
+    }
+
+    void Close()
+    {
+        int status = 0;
+        fits_close_file(std::exchange(m_file, nullptr), &status);
+        Check(status);
+    }
+
+  private:
+    void Check(int status) const
+    {
+        if (status == 0)
+            return;
+        std::array<char, FLEN_STATUS> text{};
+        fits_get_errstatus(status, text.data());
+        throw Failure(Exit::kFile, fmt::format("cannot write {}: {}; check folder and disk space",
+                                               m_path.string(), text.data()));
+    }
+
+    std::filesystem::path m_path;
+    fitsfile *m_file = nullptr;
+};
+
+template <class Number> bool IsNumber(std::string_view text, Number &number)
+{
+    const char *end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, number);
+    return error == std::errc() && stop == end && !text.empty();
+}
+
+bool IsAllowedName(const std::string &name)
+{
+    return name.size() <= kLongestName && !name.starts_with("NAXIS") &&
+           std::find(kOwnKeys.begin(), kOwnKeys.end(), name) == kOwnKeys.end() &&
+           std::all_of(name.begin(), name.end(), [](unsigned char c) {
+               return (std::isupper(c) || std::isdigit(c) || c == '-' || c == '_') && c < 0x80;
+           });
+}
+
+void WriteSamples(FitsFile &file, const Picture &picture)
+{
+    const long width = picture.width;
+    const long height = picture.height;
+    if (picture.format == PixelFormat::kRgb24) {
+        file.CreateImage(BYTE_IMG, {width, height, 3});
+        const Rgb rgb = SplitRgb24(picture);
+        for (size_t i = 0; i < rgb.size(); ++i)
+            file.WriteSamples(TUSHORT, i * picture.Pixels(), picture.Pixels(),
+                              rgb.at(i).samples.data());
+        return;
+    }
+    const bool is16 = picture.format == PixelFormat::kRaw16;
+    file.CreateImage(is16 ? USHORT_IMG : BYTE_IMG, {width, height});
+    file.WriteSamples(is16 ? TUSHORT : TBYTE, 0, picture.Pixels(), picture.bytes.data());
+}
+
+} // namespace
+
+void CheckFitsText(const std::string &text)
+{
+    const bool printable =
+        std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~'; });
+    if (!printable || text.size() > kLongestText)
+        throw Failure(
+            Exit::kUsage,
+            fmt::format("'{}': FITS holds at most {} plain ASCII characters", text, kLongestText));
+}
+
+FitsKey ParseFitsKey(const std::string &text)
+{
+    const size_t equals = text.find('=');
+    std::string name = text.substr(0, equals);
+    std::transform(name.begin(), name.end(), name.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    if (equals == std::string::npos || !IsAllowedName(name))
+        throw Failure(Exit::kUsage,
+                      fmt::format("'{}' is no FITS key; write NAME=VALUE with a name of at most {} "
+                                  "letters, digits, - and _ that describes the picture",
+                                  text, kLongestName));
+    const std::string value = text.substr(equals + 1);
+    CheckFitsText(value);
+    int number = 0;
+    double real = 0;
+    if (value == "T" || value == "F")
+        return {name, value == "T", ""};
+    if (IsNumber(value, number))
+        return {name, number, ""};
+    if (IsNumber(value, real) && std::isfinite(real))
+        return {name, real, ""};
+    return {name, value, ""};
+}
+
+void WriteFits(const std::filesystem::path &path, const Picture &picture,
+               const std::vector<FitsKey> &keys)
+{
+    TemporaryFile temporary(path);
+    FitsFile file(temporary.Path());
+    WriteSamples(file, picture);
+    for (const FitsKey &key : keys)
+        file.Put(key);
+    file.Close();
+    temporary.Commit();
+}
+
+} // namespace vsctool

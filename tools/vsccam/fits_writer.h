@@ -1,0 +1,31 @@
+#pragma once
+
+#include "picture.h"
+
+#include <filesystem>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace vsctool {
+
+/// One line of a FITS header. A key that appears twice keeps the later value.
+struct FitsKey {
+    std::string name;
+    std::variant<bool, int, double, std::string> value;
+    std::string comment;
+};
+
+/// Key of the user, "NAME=VALUE": the type follows from the value. Throws Failure for names and
+/// values that a header cannot hold, and for keys that describe the file itself.
+FitsKey ParseFitsKey(const std::string &text);
+
+/// Throws Failure when a header cannot hold a text.
+void CheckFitsText(const std::string &text);
+
+/// Writes a picture: 16-bit samples unsigned, RGB24 as a cube of red, green and blue. Throws
+/// Failure; a file appears complete or not at all.
+void WriteFits(const std::filesystem::path &path, const Picture &picture,
+               const std::vector<FitsKey> &keys);
+
+} // namespace vsctool

@@ -1,0 +1,15 @@
+#pragma once
+
+#include "plane.h"
+
+#include <filesystem>
+#include <optional>
+
+namespace vsctool {
+
+/// Writes the picture as one would want to look at it: demosaiced when it is a mosaic, stretched,
+/// 8 bits. Throws Failure.
+void WritePreview(const std::filesystem::path &path, const Picture &picture,
+                  std::optional<Mosaic> mosaic);
+
+} // namespace vsctool

@@ -1,0 +1,34 @@
+#include "stop_signals.h"
+
+#include "failure.h"
+
+namespace vsctool {
+
+sigset_t StopSignals::Set()
+{
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGINT);
+    sigaddset(&set, SIGTERM);
+    return set;
+}
+
+void StopSignals::Block()
+{
+    const sigset_t set = Set();
+    pthread_sigmask(SIG_BLOCK, &set, nullptr);
+}
+
+void StopSignals::SleepFor(std::chrono::milliseconds time)
+{
+    const sigset_t set = Set();
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(time);
+    timespec wait{};
+    wait.tv_sec = static_cast<time_t>(seconds.count());
+    wait.tv_nsec = static_cast<long>((time - seconds).count() * 1'000'000);
+    const int signal = sigtimedwait(&set, nullptr, &wait);
+    if (signal > 0)
+        throw Failure(static_cast<int>(Exit::kSignal) + signal, "stopped");
+}
+
+} // namespace vsctool

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <chrono>
+#include <csignal>
+
+namespace vsctool {
+
+/// Keeps SIGINT and SIGTERM for the main thread, which takes them only where it waits: no handler
+/// runs in the middle of a file or of a call into the library. To be blocked before the first
+/// thread starts.
+class StopSignals {
+  public:
+    static void Block();
+
+    /// Waits; throws Failure with the exit code of the signal when one arrives or has arrived.
+    static void SleepFor(std::chrono::milliseconds time);
+
+    /// The signals, for programs that are started with them unblocked.
+    static sigset_t Set();
+};
+
+} // namespace vsctool

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <filesystem>
+
+namespace vsctool {
+
+/// Name to write under until a file is complete, in the same folder: programs that watch the folder
+/// never see half a file. Nothing is left behind when writing fails.
+class TemporaryFile {
+  public:
+    explicit TemporaryFile(std::filesystem::path finalPath);
+    ~TemporaryFile();
+    TemporaryFile(const TemporaryFile &) = delete;
+    TemporaryFile &operator=(const TemporaryFile &) = delete;
+
+    const std::filesystem::path &Path() const { return m_path; }
+
+    /// Gives the complete file its name. Throws Failure.
+    void Commit();
+
+  private:
+    std::filesystem::path m_finalPath;
+    std::filesystem::path m_path;
+};
+
+} // namespace vsctool

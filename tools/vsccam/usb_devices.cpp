@@ -1,0 +1,226 @@
+#include "usb_devices.h"
+
+#include "failure.h"
+
+#include <dirent.h>
+#include <fmt/format.h>
+#include <strings.h>
+#include <unistd.h>
+#include <vsccam.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <climits>
+#include <cstdio>
+#include <memory>
+
+namespace vsctool {
+namespace {
+
+// Plain calls of the C library throughout: the simulated bus answers these.
+const std::string kSysfs = "/sys/bus/usb/devices/";
+
+struct Product {
+    unsigned id;
+    const char *model;
+};
+
+constexpr Product kProducts[] = {
+    {0x350A, "KYR VSC350MM"},       {0x340A, "KYR VSC340MM"},       {0x340B, "KYR VSC340MC"},
+    {0x056B, "KYR VSC056MC"},       {0x056A, "KYR VSC056MM"},       {0x047A, "KYR VSC047MC"},
+    {0x052B, "KYR VSC052MC"},       {0x052A, "KYR VSC052MC-A"},     {0x052C, "KYR VSC052MC-B"},
+    {0x340D, "KYR VSC340MM-S"},     {0x340E, "KYR VSC340MC-S"},     {0x372A, "KYR VSC372MC"},
+    {0x372C, "KYR VSC372MC-A"},     {0x372D, "KYR VSC372MC-B"},     {0x430A, "KYR VSC430MC"},
+    {0x440A, "KYR VSC440MC"},       {0x440B, "KYR VSC440MC-Cool"},  {0x420A, "KYR VSC420MC"},
+    {0x420B, "KYR VSC420MM"},       {0x450A, "KYR VSC450MC"},       {0x450B, "KYR VSC450MC-Cool"},
+    {0x420C, "KYR VSC420MC-Cool"},  {0x420D, "KYR VSC420MM-Cool"},  {0x430B, "KYR VSC430MC-Cool"},
+    {0x083A, "KYR VSC083MC-Cool"},  {0x056C, "HALDRON VSC056MM-A"}, {0x056D, "HALDRON VSC056MM-B"},
+    {0x056E, "HALDRON VSC056MC-A"}, {0x056F, "HALDRON VSC056MC-B"}, {0x470C, "KYR VSC470MC-Cool"},
+    {0x470D, "KYR VSC470MM-Cool"},  {0x420E, "KYR VSC420MM-A"},     {0x420F, "KYR VSC420MM-B"},
+    {0x385A, "KYR VSC385MC-Cool"},  {0x065A, "KYR VSC065MC-Cool"},  {0x460A, "KYR VSC460MC"},
+    {0x470A, "KYR VSC470MC"},       {0x470B, "KYR VSC470MM"},       {0x2800, "KYR VSC2800MC"},
+    {0x2801, "KYR VSC2800MC-Cool"}, {0x048A, "KYR VSC048MC"},       {0x048B, "KYR VSC048MM"},
+    {0x430C, "KYR VSC430MM"},       {0x430D, "KYR VSC430MM-Cool"},  {0x2802, "KYR VSC2800MM"},
+    {0x2803, "KYR VSC2800MM-Cool"},
+};
+static_assert(std::size(kProducts) == 46);
+
+std::string ModelOf(unsigned product)
+{
+    const auto *known =
+        std::find_if(std::begin(kProducts), std::end(kProducts),
+                     [&](const Product &candidate) { return candidate.id == product; });
+    return known == std::end(kProducts) ? "" : known->model;
+}
+
+struct CloseFile {
+    void operator()(std::FILE *file) const { std::fclose(file); }
+};
+
+struct CloseFolder {
+    void operator()(DIR *folder) const { closedir(folder); }
+};
+
+/// First line of a file of the kernel; empty when there is none.
+std::string ReadLine(const std::string &path)
+{
+    const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(path.c_str(), "re"));
+    std::array<char, 128> line{};
+    if (!file || !std::fgets(line.data(), line.size(), file.get()))
+        return "";
+    const std::string text = line.data();
+    return text.substr(0, text.find('\n'));
+}
+
+unsigned ReadNumber(const std::string &path, int base)
+{
+    const std::string text = ReadLine(path);
+    unsigned number = 0;
+    std::from_chars(text.data(), text.data() + text.size(), number, base);
+    return number;
+}
+
+std::vector<std::string> Folders(const std::string &path)
+{
+    std::vector<std::string> names;
+    const std::unique_ptr<DIR, CloseFolder> folder(opendir(path.c_str()));
+    // The folder belongs to this thread alone.
+    while (const dirent *entry = folder ? readdir(folder.get()) : nullptr) // NOLINT(concurrency-*)
+        if (entry->d_name[0] != '.')
+            names.emplace_back(entry->d_name);
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+/// A program that uses the camera holds its interface through the driver usbfs.
+bool IsHeldByProgram(const std::string &port)
+{
+    std::array<char, PATH_MAX> target{};
+    const std::string driver = kSysfs + port + "/" + port + ":1.0/driver";
+    return readlink(driver.c_str(), target.data(), target.size() - 1) > 0 &&
+           std::string(target.data()).ends_with("/usbfs");
+}
+
+bool IsSame(const std::string &a, const std::string &b)
+{
+    return strcasecmp(a.c_str(), b.c_str()) == 0;
+}
+
+/// "KYR VSC470MC" -> "VSC470MC"
+std::string WithoutMaker(const std::string &model)
+{
+    return model.substr(model.rfind(' ') + 1);
+}
+
+bool IsAskedFor(const CameraEntry &camera, const std::string &selector)
+{
+    int index = 0;
+    const char *end = selector.data() + selector.size();
+    if (std::from_chars(selector.data(), end, index).ptr == end)
+        return camera.index == index;
+    return IsSame(camera.model, selector) || IsSame(WithoutMaker(camera.model), selector);
+}
+
+std::string Names(const std::vector<CameraEntry> &cameras)
+{
+    std::string names;
+    for (const CameraEntry &camera : cameras)
+        names += fmt::format("{}{} ({})", names.empty() ? "" : ", ", camera.index, camera.model);
+    return names;
+}
+
+} // namespace
+
+std::vector<UsbDevice> FindUsbDevices()
+{
+    std::vector<UsbDevice> devices;
+    for (const std::string &port : Folders(kSysfs)) {
+        const std::string folder = kSysfs + port + "/";
+        if (ReadNumber(folder + "idVendor", 16) != VSCCAM_VENDOR_ID)
+            continue;
+        UsbDevice device;
+        device.product = ReadNumber(folder + "idProduct", 16);
+        device.model = ModelOf(device.product);
+        device.port = port;
+        device.speedMbit = ReadLine(folder + "speed");
+        device.node = fmt::format("/dev/bus/usb/{:03}/{:03}", ReadNumber(folder + "busnum", 10),
+                                  ReadNumber(folder + "devnum", 10));
+        device.permitted = access(device.node.c_str(), R_OK | W_OK) == 0;
+        device.busy = IsHeldByProgram(port);
+        devices.push_back(device);
+    }
+    return devices;
+}
+
+bool CameraEntry::IsColour() const
+{
+    return model.find("MC") != std::string::npos;
+}
+
+bool CameraEntry::IsCooled() const
+{
+    return model.ends_with("-Cool");
+}
+
+bool CameraEntry::IsVariant() const
+{
+    return model.ends_with("-A") || model.ends_with("-B");
+}
+
+std::string CameraEntry::Usable() const
+{
+    if (IsVariant())
+        return "no: this edition cannot be opened";
+    if (usb && !usb->permitted)
+        return "no: permission";
+    if (usb && usb->busy)
+        return "no: busy";
+    return "yes";
+}
+
+std::vector<CameraEntry> ListCameras()
+{
+    std::vector<CameraEntry> cameras;
+    const int count = getNumberOfConnectedCameras();
+    std::vector<UsbDevice> devices = FindUsbDevices();
+    for (int i = 0; i < count; ++i) {
+        const char *name = getCameraModel(i);
+        CameraEntry camera{i, name ? name : "", std::nullopt};
+        const auto device = std::find_if(devices.begin(), devices.end(), [&](const UsbDevice &d) {
+            return d.model == camera.model;
+        });
+        if (device != devices.end()) {
+            camera.usb = *device;
+            devices.erase(device);
+        }
+        cameras.push_back(camera);
+    }
+    return cameras;
+}
+
+CameraEntry SelectCamera(const std::vector<CameraEntry> &cameras, const std::string &selector)
+{
+    if (selector.starts_with("usb:") || selector.starts_with("id:"))
+        throw Failure(Exit::kNotSupported, "cameras cannot be chosen by port or identity yet; use "
+                                           "the index or the model that 'vsccam list' shows");
+    if (cameras.empty())
+        throw Failure(
+            Exit::kNoCamera,
+            fmt::format("no camera found. Is it plugged in? 'lsusb -d {:04x}:' shows what "
+                        "the system sees. To try without a camera: vsccam --sim VSC470MC "
+                        "...",
+                        VSCCAM_VENDOR_ID));
+    const auto isWanted = [&](const CameraEntry &camera) {
+        return selector.empty() ? camera.Usable() == "yes" : IsAskedFor(camera, selector);
+    };
+    const auto found = std::find_if(cameras.begin(), cameras.end(), isWanted);
+    if (found != cameras.end())
+        return *found;
+    if (selector.empty())
+        return cameras.front(); // opening it tells what is wrong
+    throw Failure(Exit::kNoCamera,
+                  fmt::format("no camera '{}'; there is {}", selector, Names(cameras)));
+}
+
+} // namespace vsctool
