@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cstdint>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace vscsim {
@@ -42,9 +43,6 @@ class BusTest : public testing::Test {
         EXPECT_EQ(left.transfers + left.transfersInFlight, 0);
         EXPECT_EQ(bus.TakeMisuse(), std::vector<std::string>());
     }
-
-    /// Misuse is what the test was about.
-    void ExpectMisuse(const std::vector<std::string> &lines) { EXPECT_EQ(bus.TakeMisuse(), lines); }
 
     VirtualClock clock;
     Bus &bus = Bus::Instance();
