@@ -42,7 +42,7 @@ typedef int VSC_BOOL;
 /** Controls of getValue, setValue, getMin, getMax, isAutoSupported and isAvailable. */
 typedef int Control_TYPE;
 enum {
-    CONTROL_GAIN = 0,          /**< sensor gain, in steps of the model (usually 0.1 dB) */
+    CONTROL_GAIN = 0,          /**< sensor gain, in steps of the model */
     CONTROL_EXPOSURE = 1,      /**< exposure time, microseconds */
     CONTROL_GAMMA = 2,         /**< 0 to 100; 50 is linear, larger is brighter */
     CONTROL_WB_RED = 3,        /**< white balance of the red sites, 50 is unity; colour models */
@@ -223,15 +223,12 @@ VSC_API VSC_BOOL isUSB3Camera(void);
 /** Whether the model has a cooler; 0 without a camera. */
 VSC_API VSC_BOOL isCoolerCam(void);
 
-/** Electrons per ADU at the model's reference gain, 0.0 where it is not known or without a
- *  camera. Source: the manufacturer's model table. */
+/** Electrons per ADU, from the table of the models; 0.0 where it names none, or without a camera.
+ *  The gain that the figure belongs to is not known. */
 VSC_API float getElectronsPerADU(void);
 
-/** Recommended offset and gain figures of the model, -1 where there is none.
- *  @param a  offset for highest dynamic range
- *  @param b  offset for unity gain
- *  @param c  gain for lowest read noise
- *  @param d  offset for lowest read noise
+/** The four gain and offset figures of the model, from the table of the models; -1 where it names
+ *  none. What each of them recommends is not documented.
  *  Pointers may be NULL; nothing is written without a camera. */
 VSC_API void getGainOffset(int *a, int *b, int *c, int *d);
 
@@ -293,8 +290,7 @@ VSC_API void GetMisc(bool *pbFlipX, bool *pbFlipY);
 VSC_API void pulseGuide(GuideD direction, int ms);
 
 /** Loads a dark frame from an 8-bit BMP file of the full sensor size and subtracts it from 8-bit
- *  frames from then on.
- *  @param bmpPath  file as the library or `vsccam dark` writes it
+ *  frames from then on. Not built yet: always 0.
  *  @return 1 when it was loaded; 0 otherwise, or without a camera */
 VSC_API VSC_BOOL EnableDarkSubtract(const char *bmpPath);
 
@@ -307,7 +303,7 @@ VSC_API VSC_BOOL GetID(_VSC_ID *id);
 
 /** Writes the identity into the camera's flash memory, for good.
  *  @return 1 when it was written and read back
- *  @note Takes some 100 ms; 60 s at most when the flash stays busy. */
+ *  @note Erases a sector of the flash first: takes as long as that, 60 s at most. */
 VSC_API VSC_BOOL SetID(_VSC_ID id);
 
 #ifdef __cplusplus

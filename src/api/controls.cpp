@@ -25,10 +25,10 @@ CCameraCool *Cooler(CCameraBase &camera)
 struct Control {
     int (*get)(CCameraBase &, bool *pbAuto);
     void (*set)(CCameraBase &, int value, bool bAuto);
-    int min;
+    int (*min)(const CameraModel &);
     int (*max)(const CameraModel &);
     bool (*available)(const CameraModel &);
-    bool autoSupported = false;
+    bool (*autoSupported)(const CameraModel &);
 };
 
 int GetExposure(CCameraBase &camera, bool *pbAuto)
@@ -62,10 +62,10 @@ void SetCoolerOn(CCameraBase &camera, int value)
 
 constexpr auto kNothing = [](CCameraBase &, int, bool) {};
 constexpr auto kAlways = [](const CameraModel &) { return true; };
-constexpr auto kNever = [](const CameraModel &) { return false; };
+constexpr auto kNowhere = [](const CameraModel &) { return false; };
 constexpr auto kColour = [](const CameraModel &model) { return model.colour; };
 constexpr auto kCooled = [](const CameraModel &model) { return model.cooled; };
-template <int Value> constexpr auto kMax = [](const CameraModel &) { return Value; };
+template <int Value> constexpr auto kFixed = [](const CameraModel &) { return Value; };
 
 using Camera = CCameraBase;
 using Model = CameraModel;
@@ -74,97 +74,109 @@ using Model = CameraModel;
 constexpr Control kControls[] = {
     {.get = [](Camera &c, bool *a) { return c.GetGain(a); },
      .set = [](Camera &c, int v, bool a) { (void)c.SetGain(v, a); },
-     .min = 0,
+     .min = kFixed<0>,
      .max = [](const Model &m) { return m.gain.max; },
      .available = kAlways,
-     .autoSupported = true},
+     .autoSupported = kAlways},
     {.get = GetExposure,
      // Sign-extended: a negative exposure is a huge one, which the model clamps.
      .set = [](Camera &c, int v, bool a) { (void)c.SetExp(static_cast<unsigned long long>(v), a); },
-     .min = kMinExposureUs,
+     .min = kFixed<kMinExposureUs>,
      .max = [](const Model &m) { return m.exposureUs.max; },
      .available = kAlways,
-     .autoSupported = true},
+     .autoSupported = kAlways},
     {.get = [](Camera &c, bool *) { return c.GetGamma(); },
      .set = [](Camera &c, int v, bool) { (void)c.SetGamma(v); },
-     .min = 0,
+     .min = kFixed<0>,
      .max = [](const Model &m) { return m.gamma.max; },
-     .available = kAlways},
+     .available = kAlways,
+     .autoSupported = kNowhere},
     {.get = GetBalance<&Camera::Red>,
      .set = [](Camera &c, int v, bool a) { (void)c.SetRGBBalance(v, c.Blue(), a); },
-     .min = 0,
+     .min = kFixed<0>,
      .max = [](const Model &m) { return m.whiteBalance.max; },
      .available = kColour,
-     .autoSupported = true},
+     .autoSupported = kAlways},
     {.get = GetBalance<&Camera::Blue>,
      .set = [](Camera &c, int v, bool a) { (void)c.SetRGBBalance(c.Red(), v, a); },
-     .min = 0,
+     .min = kFixed<0>,
      .max = [](const Model &m) { return m.whiteBalance.max; },
      .available = kColour,
-     .autoSupported = true},
+     .autoSupported = kAlways},
     {.get = [](Camera &c, bool *) { return c.Brightness(); },
      .set = [](Camera &c, int v, bool) { (void)c.SetBrightness(v); },
-     .min = 0,
+     .min = kFixed<0>,
      .max = [](const Model &m) { return m.brightness.max; },
-     .available = [](const Model &m) { return m.hasBrightness; }},
+     .available = [](const Model &m) { return m.hasBrightness; },
+     .autoSupported = kNowhere},
     {.get = GetBandwidth,
      .set = [](Camera &c, int v, bool a) { (void)c.SetFPSPerc(v, a); },
-     .min = 0, // the model's, see getMin
+     .min = [](const Model &m) { return m.bandwidth.min; },
      .max = [](const Model &m) { return m.bandwidth.max; },
-     .available = kAlways}, // auto: the model's, see isAutoSupported
+     .available = kAlways,
+     .autoSupported = [](const Model &m) { return m.hasAutoBandwidth; }},
     {.get = [](Camera &c, bool *) { return c.OverClock(); },
      .set = [](Camera &c, int v, bool) { (void)c.SetOverCLKPerc(v); },
-     .min = 0,
-     .max = kMax<kMaxOverClock>,
-     .available = kNever},
+     .min = kFixed<0>,
+     .max = kFixed<kMaxOverClock>,
+     .available = kNowhere,
+     .autoSupported = kNowhere},
     {.get = [](Camera &c, bool *) { return static_cast<int>(c.GetSensorTemp() * 10.0F); },
      .set = kNothing,
-     .min = -500,
-     .max = kMax<1000>,
-     .available = [](const Model &m) { return m.hasTemperature; }},
+     .min = kFixed<-500>,
+     .max = kFixed<1000>,
+     .available = [](const Model &m) { return m.hasTemperature; },
+     .autoSupported = kNowhere},
     {.get = [](Camera &c, bool *) { return c.HardwareBin() ? 1 : 0; },
      .set = [](Camera &c, int v, bool) { (void)c.SetHardwareBin(v > 0); },
-     .min = 0,
-     .max = kMax<1>,
-     .available = [](const Model &m) { return m.hasHardwareBin; }},
+     .min = kFixed<0>,
+     .max = kFixed<1>,
+     .available = [](const Model &m) { return m.hasHardwareBin; },
+     .autoSupported = kNowhere},
     {.get = [](Camera &c, bool *) { return c.HighSpeed() ? 1 : 0; },
      .set = [](Camera &c, int v, bool) { (void)c.SetHighSpeedMode(v > 0); },
-     .min = 0,
-     .max = kMax<1>,
-     .available = [](const Model &m) { return m.hasHighSpeed; }},
+     .min = kFixed<0>,
+     .max = kFixed<1>,
+     .available = [](const Model &m) { return m.hasHighSpeed; },
+     .autoSupported = kNowhere},
     {.get = [](Camera &c, bool *) { return static_cast<int>(c.CoolerPower()); },
      .set = kNothing,
-     .min = 0,
-     .max = kMax<100>,
-     .available = kCooled},
+     .min = kFixed<0>,
+     .max = kFixed<100>,
+     .available = kCooled,
+     .autoSupported = kNowhere},
     {.get = [](Camera &c, bool *) { return c.TargetTemp(); },
      .set =
          [](Camera &c, int v, bool) {
              if (CCameraCool *cooler = Cooler(c))
                  cooler->SetAutoTemp(c.CoolerOn(), static_cast<float>(v));
          },
-     .min = -40,
-     .max = kMax<30>,
-     .available = kCooled},
+     .min = kFixed<-40>,
+     .max = kFixed<30>,
+     .available = kCooled,
+     .autoSupported = kNowhere},
     {.get = [](Camera &c, bool *) { return c.CoolerOn() ? 1 : 0; },
      .set = [](Camera &c, int v, bool) { SetCoolerOn(c, v); },
-     .min = 0,
-     .max = kMax<1>,
-     .available = kCooled},
+     .min = kFixed<0>,
+     .max = kFixed<1>,
+     .available = kCooled,
+     .autoSupported = kNowhere},
     {.get = [](Camera &c, bool *) { return c.MonoBin() ? 1 : 0; },
      .set = [](Camera &c, int v, bool) { c.SetMonoBin(v > 0); },
-     .min = 0,
-     .max = kMax<1>,
-     .available = kNever}, // Quirk, kept: it works, and is not announced
+     .min = kFixed<0>,
+     .max = kFixed<1>,
+     .available = kNowhere,
+     .autoSupported = kNowhere}, // Quirk, kept: it works, and is not announced
     {.get = [](Camera &c, bool *) { return c.FanOn() ? 1 : 0; },
      .set =
          [](Camera &c, int v, bool) {
              if (CCameraCool *cooler = Cooler(c))
                  (void)cooler->SetFanOn(v > 0);
          },
-     .min = 0,
-     .max = kMax<1>,
-     .available = kCooled},
+     .min = kFixed<0>,
+     .max = kFixed<1>,
+     .available = kCooled,
+     .autoSupported = kNowhere},
 };
 static_assert(std::size(kControls) == CONTROL_FAN_ON + 1);
 
@@ -196,9 +208,7 @@ void setValue(Control_TYPE control, int value, bool bAuto)
 int getMin(Control_TYPE control)
 {
     const Control *row = RowOf(control);
-    if (!row)
-        return 0;
-    return control == CONTROL_BANDWIDTH ? CurrentCamera()->Model().bandwidth.min : row->min;
+    return row ? row->min(CurrentCamera()->Model()) : 0;
 }
 
 int getMax(Control_TYPE control)
@@ -210,10 +220,7 @@ int getMax(Control_TYPE control)
 VSC_BOOL isAutoSupported(Control_TYPE control)
 {
     const Control *row = RowOf(control);
-    if (!row)
-        return false;
-    return control == CONTROL_BANDWIDTH ? CurrentCamera()->Model().hasAutoBandwidth
-                                        : row->autoSupported;
+    return row && row->autoSupported(CurrentCamera()->Model());
 }
 
 VSC_BOOL isAvailable(Control_TYPE control)

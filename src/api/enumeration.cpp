@@ -4,11 +4,11 @@
 #include "base/debug_print.h"
 #include "usb/device_list.h"
 
+#include <unistd.h>
 #include <vsccam.h>
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <exception>
 
 using namespace vsccam;
@@ -103,6 +103,7 @@ VSC_BOOL openCamera(int iCamIndex)
     if (!session.pCamera)
         return false;
     session.iCamIndex = iCamIndex;
+    session.ownerPid = getpid();
     session.data_lenth = 0;
     // A failed open leaves the object: the next open of another index, or a close, destroys it.
     return session.pCamera->OpenCamera(OrdinalOf(iCamIndex));

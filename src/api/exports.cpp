@@ -5,10 +5,8 @@
 #include <vsccam.h>
 
 #include <algorithm>
-#include <cstddef>
 #include <cstdint>
 #include <iterator>
-#include <optional>
 
 using namespace vsccam;
 
@@ -139,7 +137,7 @@ void setStartPos(int x, int y)
         return;
     const int64_t bin = camera->Bin();
     int64_t unbinnedY = y * bin;
-    if (camera->StartCountsFromBottom())
+    if (camera->Model().startCountsFromBottom)
         unbinnedY = camera->MaxSize().height - unbinnedY - camera->Height() * bin;
     const auto clamp = [](int64_t v) {
         return static_cast<int>(std::clamp<int64_t>(v, INT32_MIN, INT32_MAX));
@@ -156,7 +154,7 @@ int getStartY()
 {
     return WithCamera(0, [](CCameraBase &camera) {
         // Quirk, kept: counted from the bottom, binned and unbinned figures are mixed.
-        return camera.StartCountsFromBottom()
+        return camera.Model().startCountsFromBottom
                    ? camera.MaxSize().height / camera.Bin() - camera.StartY() - camera.Height()
                    : camera.StartY() / camera.Bin();
     });

@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <span>
 
 namespace vsccam {
 
@@ -15,9 +14,6 @@ struct Product {
     const char *modelName;
     std::unique_ptr<CCameraBase> (*create)(); // null while the driver does not exist
 };
-
-/// All product IDs that are counted.
-std::span<const Product> Products();
 
 /// The product with this ID, nullptr when there is none.
 const Product *FindProduct(uint32_t productId);

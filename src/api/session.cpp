@@ -1,6 +1,16 @@
 #include "api/session.h"
 
+#include <unistd.h>
+
 namespace vsccam {
+
+Session::~Session()
+{
+    if (ownerPid == getpid())
+        CloseCamera();
+    else
+        (void)pCamera.release(); // a forked child: camera and threads are its parent's
+}
 
 void Session::CloseCamera()
 {

@@ -14,12 +14,13 @@ struct Session {
 
     Session() = default;
     /// Also when the host's process ends with a camera open: no thread is left behind.
-    ~Session() { CloseCamera(); }
+    ~Session();
     Session(const Session &) = delete;
     Session &operator=(const Session &) = delete;
 
     void CloseCamera();
 
+    int ownerPid = 0; // the process that opened the camera
     std::unique_ptr<CCameraBase> pCamera;
     // Entries behind the count are what earlier counts left there; the one after it may be opened.
     uint32_t ConnectedCameras[kMaxCameras + 1] = {};

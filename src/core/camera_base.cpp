@@ -56,13 +56,21 @@ CCameraBase::~CCameraBase()
     m_capturing.Clear();
     m_worker.Join();
     stopAutoControlThr();
+    m_coolerRunning.Clear();
+    m_coolerThread.Join();
     m_frames.StopInstBufThr();
+}
+
+void *CCameraBase::operator new(size_t size)
+{
+    return ::operator new(size);
 }
 
 void CCameraBase::operator delete(CCameraBase *camera, std::destroying_delete_t)
 {
+    void *const whole = dynamic_cast<void *>(camera);
     camera->~CCameraBase();
-    ::operator delete(camera);
+    ::operator delete(whole);
 }
 
 bool CCameraBase::OpenCamera(int n)
@@ -81,6 +89,7 @@ bool CCameraBase::OpenCamera(int n)
 bool CCameraBase::CloseCamera()
 {
     (void)StopCapture(); // also ends the worker of a camera that was lost
+    m_lost = false;
     if (!IsOpened())
         return false;
     CloseDevice();
@@ -94,7 +103,7 @@ bool CCameraBase::ReConnectCamera()
     if (!HasHandle())
         return false;
     CloseDevice();
-    (void)m_capturing.SleepFor(100ms); // a stop ends the waits, and the open below then fails fast
+    (void)m_capturing.SleepFor(100ms); // a stop ends the waits
     if (libusb_init(nullptr) != 0)
         std::puts("init libusb fail");
     OutputDbgPrint("camera closed\n");
@@ -107,14 +116,21 @@ bool CCameraBase::ReConnectCamera()
 
 bool CCameraBase::StartWorker(bool single, std::function<void()> body)
 {
-    if (!IsOpened() || m_capturing)
+    if (m_capturing)
         return IsOpened();
+    m_worker.Join(); // one that ended by itself may still be cleaning up
+    if (!IsOpened() && !m_lost)
+        return false;
     m_singleExposure = single;
     m_expStatus = kExpWorking;
+    m_droppedFrames = 0;
+    m_frames.ResetCirBuff(); // here, not on the worker: the host may ask for a frame at once
+    m_frames.SetProducing(true);
     OutputDbgPrint("start capture create thread\n");
     m_capturing.Set();
     if (!m_worker.Start(std::move(body))) {
         m_capturing.Clear();
+        m_frames.SetProducing(false);
         m_expStatus = single ? kExpFailed : kExpIdle;
     }
     return IsOpened();
@@ -144,6 +160,7 @@ CCameraBase::CapturePause::CapturePause(CCameraBase &camera)
 {
     if (m_ran)
         (void)m_camera.StopCapture();
+    m_camera.m_frames.ResetCirBuff();
 }
 
 CCameraBase::CapturePause::~CapturePause()
@@ -165,9 +182,9 @@ int CCameraBase::GetGain(bool *pbAuto)
 
 bool CCameraBase::SetGamma(int gamma)
 {
+    const std::lock_guard lock(m_gammaSection);
     // Quirk, kept: the old gamma is tested, not the new one; hosts rely on it.
     m_gamma = m_gamma > 100 ? 100 : gamma;
-    const std::lock_guard lock(m_gammaSection);
     FillGammaTable(m_gamma, m_gamma8);
     FillGammaTable(m_gamma, *m_gamma16);
     return true;
@@ -203,6 +220,12 @@ bool CCameraBase::SetOverCLKPerc(int)
 {
     return false;
 }
+bool CCameraBase::LowerBandwidth(int step)
+{
+    const std::lock_guard lock(m_settingsSection); // the host may be switching it off
+    return m_bandwidthAuto && SetFPSPerc(m_bandwidth - step, true);
+}
+
 float CCameraBase::GetSensorTemp()
 {
     return 0.0F;
@@ -217,18 +240,12 @@ float CCameraBase::GetTemp()
 
 bool CCameraBase::StartSensorCLK()
 {
-    const bool ok = SendCMD(request::kStartSensorClock);
-    if (ok)
-        m_sensorClockStopped = false;
-    return ok;
+    return SendCMD(request::kStartSensorClock);
 }
 
 bool CCameraBase::StopSensorCLK()
 {
-    const bool ok = SendCMD(request::kStopSensorClock);
-    if (ok)
-        m_sensorClockStopped = true;
-    return ok;
+    return SendCMD(request::kStopSensorClock);
 }
 
 bool CCameraBase::SetTransferCount(int bytes)

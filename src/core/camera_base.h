@@ -10,6 +10,7 @@
 #include "usb/camera_fx3.h"
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -39,6 +40,7 @@ class CCameraBase : public CCameraFX3 {
     explicit CCameraBase(const CameraModel &model);
     ~CCameraBase();
 
+    static void *operator new(size_t size);
     /// Makes `delete` through the base well defined: destroys the base, then frees the whole
     /// object.
     void operator delete(CCameraBase *camera, std::destroying_delete_t);
@@ -108,7 +110,6 @@ class CCameraBase : public CCameraFX3 {
     IMAGE_TYPE ImageType() const { return static_cast<IMAGE_TYPE>(static_cast<int>(m_imageType)); }
     int StartX() const { return m_startX; }
     int StartY() const { return m_startY; }
-    bool StartCountsFromBottom() const { return m_startFlip; }
     uint32_t ExposureUs() const { return m_exposureUs; }
     bool ExposureAuto() const { return m_exposureAuto; }
     bool GainAuto() const { return m_gainAuto; }
@@ -141,6 +142,10 @@ class CCameraBase : public CCameraFX3 {
     int DroppedFrames() const { return m_droppedFrames; }
     void AddDroppedFrames(int count) { m_droppedFrames += count; }
     void ClearDroppedFrames() { m_droppedFrames = 0; }
+    bool Lost() const { return m_lost; }
+    void SetLost(bool lost) { m_lost = lost; }
+    /// Takes a step off an automatic bandwidth.
+    bool LowerBandwidth(int step);
     int FrameTimeUs() const { return m_frameTimeUs; }
     bool LongExposure() const { return m_longExposure; }
     bool BandwidthAuto() const { return m_bandwidthAuto; }
@@ -156,7 +161,8 @@ class CCameraBase : public CCameraFX3 {
     /// Starts the capture worker with `body`, unless one runs. @return whether the camera is open
     bool StartWorker(bool single, std::function<void()> body);
 
-    /// Stops a running capture for as long as it lives, and starts it again the way it ran.
+    /// For changes of the frames' geometry: stops a running capture, forgets the frames of before,
+    /// and at its end starts the capture again the way it ran.
     class CapturePause {
       public:
         explicit CapturePause(CCameraBase &camera);
@@ -190,7 +196,6 @@ class CCameraBase : public CCameraFX3 {
     Shared<bool> m_output16Bits;
     Shared<bool> m_hardwareBin;
     Shared<bool> m_highSpeed;
-    Shared<bool> m_sensorClockStopped;
     Shared<bool> m_usb3Host;
 
     Shared<uint32_t> m_exposureUs;
@@ -210,8 +215,8 @@ class CCameraBase : public CCameraFX3 {
     bool m_hotPixelCorrection = false;
 
     // Of cooled models; the thread is started and joined by CCameraCool.
-    Thread m_coolerThread;
     RunFlag m_coolerRunning;
+    Thread m_coolerThread;
     // Held while drive, fan and regulation change. Locked after m_settingsSection, if both are.
     RecursiveCriticalSection m_coolerSection;
     Shared<float> m_coolerPower;
@@ -224,6 +229,7 @@ class CCameraBase : public CCameraFX3 {
     void SetGainExpFunc();
     bool LoadHPCTable();
     void ProcessFrame(uint8_t *frame, Size readout);
+    void ApplyGamma(uint8_t *frame, Size readout, bool is16);
     void DeliverFrame(uint8_t *frame, uint8_t *buffer);
     bool DeliveredAsRead();
 
@@ -232,7 +238,6 @@ class CCameraBase : public CCameraFX3 {
     Shared<bool> m_flipH;
     Shared<bool> m_flipV;
     Shared<bool> m_monoBin;
-    bool m_startFlip = false; // Y of the start position counts from the bottom
     int m_ordinal = 0;
 
     Shared<int> m_autoMaxGain{50};
@@ -250,18 +255,19 @@ class CCameraBase : public CCameraFX3 {
     // Started by StartCapture, ended by m_capturing, joined by StopCapture. Only reader of the bulk
     // endpoint, only producer of m_frames. It alternates between the raw buffers, so that none is
     // written by USB while it is copied or looked at.
-    Thread m_worker;
     RunFlag m_capturing;
+    Thread m_worker;
     Shared<bool> m_stopping;
+    Shared<bool> m_lost; // the device went away and was not programmed again since
     Shared<bool> m_singleExposure;
-    Shared<int> m_expStatus{kExpIdle};
+    std::atomic<int> m_expStatus{kExpIdle}; // a host that sees an end sees the worker's flag down
     Shared<int> m_droppedFrames;
     ZeroedBuffer m_raw[2];
     CirBuf m_frames;
 
     // Started by the worker in video mode, joined by it.
-    Thread m_autoThread;
     RunFlag m_autoRunning;
+    Thread m_autoThread;
 };
 
 } // namespace vsccam

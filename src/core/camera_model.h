@@ -46,6 +46,8 @@ struct CameraModel {
     bool hasHardwareBin = false;
     bool hasHighSpeed = false;
     bool hasAutoBandwidth = false;
+
+    bool startCountsFromBottom = false; // Y of the start position of hosts
 };
 
 } // namespace vsccam

@@ -83,19 +83,25 @@ void CCameraBase::ProcessFrame(uint8_t *frame, Size readout)
     const auto rowBytes = static_cast<size_t>(readout.width) * (is16 ? 2 : 1);
     HideFrameMarks({frame, rowBytes * static_cast<size_t>(readout.height)}, rowBytes);
 
-    if (m_gamma != kLinearGamma) {
-        const std::lock_guard lock(m_gammaSection);
-        if (is16)
-            CAlgorithm::Gamma(frame16, m_gamma16->data(), readout.width, readout.height);
-        else
-            CAlgorithm::Gamma(frame, m_gamma8.data(), readout.width, readout.height);
-    }
+    ApplyGamma(frame, readout, is16);
     if (!m_hardwareBin && m_bin != 1) {
-        const auto bin =
+        const auto average =
             m_model.colour && !m_monoBin ? &CAlgorithm::ColorRAWBin : &CAlgorithm::MonoBin;
-        bin(frame, frame16, m_width, m_height, m_bin, is16);
+        average(frame, frame16, m_width, m_height, m_bin, is16);
     }
     CAlgorithm::SoftMisc(frame, m_width, m_height, 1, is16, m_flipV, m_flipH);
+}
+
+void CCameraBase::ApplyGamma(uint8_t *frame, Size readout, bool is16)
+{
+    const std::lock_guard lock(m_gammaSection);
+    if (m_gamma == kLinearGamma)
+        return;
+    if (is16)
+        CAlgorithm::Gamma(reinterpret_cast<uint16_t *>(frame), m_gamma16->data(), readout.width,
+                          readout.height);
+    else
+        CAlgorithm::Gamma(frame, m_gamma8.data(), readout.width, readout.height);
 }
 
 void CCameraBase::DeliverFrame(uint8_t *frame, uint8_t *buffer)

@@ -111,7 +111,7 @@ void CirBuf::DropOldest()
 bool CirBuf::ReadBuff(uint8_t *dst, int len, int timeoutMs)
 {
     const auto deadline =
-        timeoutMs < 0 ? kNever : Clock::now() + std::chrono::milliseconds(timeoutMs);
+        timeoutMs == -1 ? kNever : Clock::now() + std::chrono::milliseconds(timeoutMs);
     std::unique_lock lock(m_section);
     while (WaitForFrame(lock, deadline)) {
         const Slot &slot = m_slots[m_readIndex];
@@ -133,8 +133,9 @@ bool CirBuf::ReadBuff(uint8_t *dst, int len, int timeoutMs)
 
 bool CirBuf::IsBuffHeadCorrect(uint32_t mark, int timeoutMs)
 {
+    const auto thisSecond = std::chrono::floor<std::chrono::seconds>(Clock::now());
     const auto deadline =
-        timeoutMs < 0 ? kNever : Clock::now() + 1s + std::chrono::seconds(timeoutMs / 1000);
+        timeoutMs == -1 ? kNever : thisSecond + 1s + std::chrono::seconds(timeoutMs / 1000);
     std::unique_lock lock(m_section);
     if (!WaitForFrame(lock, deadline)) {
         OutputDbgPrint("[%s] Read time out wait %dms\n", "IsBuffHeadCorrect", timeoutMs);

@@ -23,7 +23,8 @@ constexpr uint64_t kSingleExposureLossUs = 1'000'000;
 constexpr int kAutoControlLimitUs = 100'000;
 constexpr int kEmptyReadsToReset = 4;
 constexpr int kSilentResetsToFail = 2;
-constexpr auto kRetryPause = 100ms; // after a read for which nothing could be queued
+constexpr int kRefusedReadsToGiveUp = 4;
+constexpr auto kRetryPause = 100ms; // after a read that failed at once
 constexpr auto kReopenInterval = 1s;
 
 constexpr int kDropsToLowerBandwidth = 2;
@@ -68,12 +69,9 @@ bool Usb3CaptureWorker::Prepare()
     OutputDbgPrint("working thread begin!\n");
     m_frameBytes = m_camera.ReadoutBytes();
     m_transferCount = (m_frameBytes + kTransferBytes - 1) / kTransferBytes;
-    m_camera.Frames().ResetCirBuff();
-    m_camera.Frames().SetProducing(true);
-    m_camera.ClearDroppedFrames();
     if (!m_camera.SingleExposure())
         m_camera.startAutoControlThr();
-    return StartStream();
+    return !m_camera.Lost() && StartStream();
 }
 
 bool Usb3CaptureWorker::StartStream()
@@ -81,7 +79,7 @@ bool Usb3CaptureWorker::StartStream()
     m_camera.SendCMD(request::kStartDataPath);
     m_sensor.StartSensorStreaming();
     m_camera.ResetEndPoint(kImageEndpoint);
-    m_drops = m_emptyReads = m_silentResets = 0;
+    m_drops = m_emptyReads = m_refusedReads = m_silentResets = 0;
     return m_camera.initAsyncXfer(m_frameBytes, m_transferCount, kTransferBytes, kImageEndpoint);
 }
 
@@ -104,19 +102,17 @@ Usb3CaptureWorker::Turn Usb3CaptureWorker::CaptureOneFrame()
     if (!m_running) // the read was cut short
         return Turn::Leave;
     if (pass.received > 0)
-        m_emptyReads = m_silentResets = 0;
+        m_emptyReads = 0;
+    m_refusedReads = pass.submitted ? 0 : m_refusedReads + 1;
 
     if (pass.received != m_frameBytes) {
         ++m_drops;
         OutputDbgPrint("get len:0x%x drop:%d  frametime:%dus waittime:%ldms\n", pass.received,
                        m_drops, m_camera.FrameTimeUs(), m_waitMs);
-        if (!pass.submitted) { // nobody to wait for: memory is short, or the bus in trouble
-            (void)m_running.SleepFor(kRetryPause);
-            HandleDrop();
-            return Turn::GoOn;
-        }
+        if (!pass.submitted)
+            return HandleRefusedRead(pass);
         if (pass.received == 0)
-            return HandleEmptyRead();
+            return HandleEmptyRead(pass);
         HandleDrop();
         return Turn::GoOn;
     }
@@ -142,6 +138,7 @@ BulkStream::Timeouts Usb3CaptureWorker::FrameTimeouts() const
     else
         timeouts.perTransfer = milliseconds(frameTimeUs / 500) + 50ms;
     timeouts.nextEvent = milliseconds(frameTimeUs / 1000 / m_transferCount) + 100ms;
+    timeouts.total = timeouts.perTransfer * m_transferCount;
     return timeouts;
 }
 
@@ -169,7 +166,7 @@ BulkStream::Pass Usb3CaptureWorker::ExposeAndRead()
     m_waitMs = plan.printedWaitMs;
 
     uint8_t *buffer = m_camera.RawBuffer(m_rawIndex);
-    const BulkStream::Timeouts timeouts{plan.readTimeout, plan.readTimeout};
+    const BulkStream::Timeouts timeouts{plan.readTimeout, plan.readTimeout, plan.readTimeout};
     BulkStream::Pass pass = m_camera.ReadFrameOnce(buffer, timeouts, m_running);
     if (pass.ioError && !pass.deviceGone && m_running) {
         OutputDbgPrint("Xfer2#\n");
@@ -181,15 +178,33 @@ BulkStream::Pass Usb3CaptureWorker::ExposeAndRead()
     return pass;
 }
 
-Usb3CaptureWorker::Turn Usb3CaptureWorker::HandleEmptyRead()
+/// Nothing could be queued: memory is short, or transfers of before do not come back.
+Usb3CaptureWorker::Turn Usb3CaptureWorker::HandleRefusedRead(const BulkStream::Pass &pass)
+{
+    (void)m_running.SleepFor(kRetryPause);
+    if (m_refusedReads >= kRefusedReadsToGiveUp) {
+        if (m_camera.SingleExposure())
+            return Fail();
+        if (pass.error == LIBUSB_ERROR_BUSY)
+            return RecoverDevice(); // closing the device frees them
+    }
+    HandleDrop();
+    return Turn::GoOn;
+}
+
+Usb3CaptureWorker::Turn Usb3CaptureWorker::HandleEmptyRead(const BulkStream::Pass &pass)
 {
     OutputDbgPrint("nothing get count:%d\n", ++m_emptyReads);
+    if (pass.error == LIBUSB_ERROR_PIPE)
+        m_camera.ResetEndPoint(kImageEndpoint);
+    if (pass.error != LIBUSB_ERROR_TIMEOUT)
+        (void)m_running.SleepFor(kRetryPause); // it failed at once: do not spin
     if (m_emptyReads < kEmptyReadsToReset)
         return Turn::GoOn;
-    // Quirk, kept: four reads, whatever the message says.
-    OutputDbgPrint("no frame more than 5, reset!\n");
     if (m_camera.SingleExposure() && ++m_silentResets >= kSilentResetsToFail)
         return Fail(); // a silent camera must not leave the host waiting
+    // Quirk, kept: four reads, whatever the message says.
+    OutputDbgPrint("no frame more than 5, reset!\n");
     if (!m_camera.ResetDevice())
         return RecoverDevice();
     ResetStream();
@@ -259,7 +274,7 @@ void Usb3CaptureWorker::LowerBandwidth()
     if (delta < kBurstIntervalMs) {
         OutputDbgPrint("time from start:%d   time_delta:%d \n",
                        static_cast<int>(now - m_autoBandwidthSince), static_cast<int>(delta));
-        (void)m_camera.SetFPSPerc(m_camera.Bandwidth() - kBandwidthStep, true);
+        (void)m_camera.LowerBandwidth(kBandwidthStep);
     }
     OutputDbgPrint("BAD delta time:%d pkg:%x\n", static_cast<int>(delta),
                    static_cast<unsigned int>(m_camera.Bandwidth()));
@@ -270,30 +285,41 @@ void Usb3CaptureWorker::LowerBandwidth()
 /// exposure is lost with it.
 Usb3CaptureWorker::Turn Usb3CaptureWorker::RecoverDevice()
 {
-    m_camera.releaseAsyncXfer();
-    if (m_camera.SingleExposure()) {
-        const Turn failed = Fail();
-        if (m_camera.ReConnectCamera()) // for the next exposure, if the device is back already
-            (void)m_sensor.RestoreSettings();
-        return failed;
-    }
-    const auto lostAt = Clock::now();
+    m_camera.SetLost(true);
     m_camera.Frames().SetProducing(false); // nobody waits for a camera that is gone
-    bool open = m_camera.ReConnectCamera();
-    while (m_running) {
-        if (open && m_sensor.RestoreSettings() && StartStream()) {
-            m_camera.Frames().SetProducing(true);
-            const auto periodUs = std::max<int64_t>(
-                {m_camera.FrameTimeUs(), static_cast<int64_t>(m_camera.ExposureUs()), 1});
-            const auto missed = (Clock::now() - lostAt) / std::chrono::microseconds(periodUs);
-            m_camera.AddDroppedFrames(static_cast<int>(missed));
-            return Turn::GoOn;
-        }
-        if (!m_running.SleepFor(kReopenInterval))
-            break;
-        open = m_camera.OpenCamera(m_camera.Ordinal());
+    m_camera.releaseAsyncXfer();
+    const bool single = m_camera.SingleExposure();
+    const auto lostAt = Clock::now();
+    bool open = m_camera.ReConnectCamera() || m_camera.OpenCamera(m_camera.Ordinal());
+    while (m_running && !single && !(open && Resume())) {
+        if (m_running.SleepFor(kReopenInterval))
+            open = m_camera.OpenCamera(m_camera.Ordinal());
     }
-    return Turn::Leave;
+    if (single) {
+        if (open && m_sensor.RestoreSettings()) // for the next exposure
+            m_camera.SetLost(false);
+        return Fail();
+    }
+    if (!m_running)
+        return Turn::Leave;
+    m_camera.AddDroppedFrames(FramesSince(lostAt));
+    return Turn::GoOn;
+}
+
+bool Usb3CaptureWorker::Resume()
+{
+    if (!m_sensor.RestoreSettings() || !StartStream())
+        return false;
+    m_camera.SetLost(false);
+    m_camera.Frames().SetProducing(true);
+    return true;
+}
+
+int Usb3CaptureWorker::FramesSince(Clock::time_point start) const
+{
+    const auto periodUs =
+        std::max<int64_t>({m_camera.FrameTimeUs(), static_cast<int64_t>(m_camera.ExposureUs()), 1});
+    return static_cast<int>((Clock::now() - start) / std::chrono::microseconds(periodUs));
 }
 
 Usb3CaptureWorker::Turn Usb3CaptureWorker::Fail()

@@ -28,12 +28,15 @@ class Usb3CaptureWorker {
     Turn CaptureOneFrame();
     BulkStream::Pass ReadFrame();
     BulkStream::Pass ExposeAndRead();
-    Turn HandleEmptyRead();
+    Turn HandleRefusedRead(const BulkStream::Pass &pass);
+    Turn HandleEmptyRead(const BulkStream::Pass &pass);
     Turn HandleGoodFrame();
     void HandleDrop();
     void LowerBandwidth();
     void ResetStream();
     Turn RecoverDevice();
+    bool Resume();
+    int FramesSince(Clock::time_point start) const;
     Turn Fail();
     void Leave();
 
@@ -49,7 +52,8 @@ class Usb3CaptureWorker {
     int m_rawIndex = 0;     // of the raw buffer that the next frame is read into
     int m_drops = 0;        // bad frames in a row or since the last measure against them
     int m_emptyReads = 0;   // reads in a row that brought nothing
-    int m_silentResets = 0; // resets in a row without any byte since
+    int m_refusedReads = 0; // reads in a row for which nothing could be queued
+    int m_silentResets = 0; // resets of this run without a frame since
     long m_waitMs = 0;      // of the last read, for the debug output
     uint32_t m_lastBurst = 0;
     uint32_t m_autoBandwidthSince = 0;

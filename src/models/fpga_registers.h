@@ -17,6 +17,5 @@ inline constexpr uint16_t kReg12 = 12;        // 12 to 15 are written together
 inline constexpr uint16_t kReg15 = 15;
 inline constexpr uint16_t kFrameLength = 16; // lines, three bytes
 inline constexpr uint16_t kLineLength = 19;  // clocks, two bytes
-inline constexpr uint16_t kFan = 25;
 
 } // namespace vsccam::fpga

@@ -24,7 +24,8 @@ void HandleEvents(std::chrono::milliseconds timeout, int *completed)
     timeval time{};
     time.tv_sec = static_cast<decltype(time.tv_sec)>(timeout.count() / 1000);
     time.tv_usec = static_cast<decltype(time.tv_usec)>(timeout.count() % 1000 * 1000);
-    if (libusb_handle_events_timeout_completed(nullptr, &time, completed) < 0)
+    const int result = libusb_handle_events_timeout_completed(nullptr, &time, completed);
+    if (result < 0 && result != LIBUSB_ERROR_INTERRUPTED)
         SleepFor(10ms); // the event system is in trouble: do not spin
 }
 
@@ -90,7 +91,7 @@ bool BulkStream::Init(libusb_device_handle *handle, int totalLen, int count, int
     } catch (const std::bad_alloc &) {
         m_transfers.clear();
     }
-    return Prepared();
+    return !m_transfers.empty();
 }
 
 void BulkStream::Allocate(libusb_device_handle *handle, int totalLen, int count, int chunkSize,
@@ -111,6 +112,8 @@ void BulkStream::Allocate(libusb_device_handle *handle, int totalLen, int count,
 BulkStream::Pass BulkStream::Run(uint8_t *buffer, Timeouts timeouts, const RunFlag &running)
 {
     Pass pass;
+    if (!running)
+        return pass;
     if (!Reap()) {
         pass.error = LIBUSB_ERROR_BUSY;
         return pass;
@@ -120,16 +123,12 @@ BulkStream::Pass BulkStream::Run(uint8_t *buffer, Timeouts timeouts, const RunFl
     m_nextToSubmit = 0;
     SubmitFrom(buffer, pass);
 
+    const auto passDeadline = Clock::now() + timeouts.total;
     auto eventTimeout = timeouts.perTransfer;
-    bool mayWait = true; // until the first transfer that fails or stays away
     for (auto &transfer : m_transfers) {
-        if (mayWait && transfer->submitted)
-            Wait(*transfer, timeouts.perTransfer, eventTimeout, running);
-        if (!transfer->submitted || !transfer->Completed() ||
-            transfer->usb->status != LIBUSB_TRANSFER_COMPLETED)
-            mayWait = false;
-        if (!mayWait)
-            break;
+        const auto deadline = std::min(Clock::now() + timeouts.perTransfer, passDeadline);
+        if (!WaitFor(*transfer, deadline, eventTimeout, running))
+            break; // the frame is lost: nobody waits for the rest of it
         eventTimeout = timeouts.nextEvent;
         SubmitFrom(buffer, pass); // those that found no memory before
     }
@@ -156,7 +155,6 @@ void BulkStream::Collect(Pass &pass) const
 
 void BulkStream::Release()
 {
-    (void)Reap();
     std::erase_if(m_transfers, [](auto &transfer) { return !transfer->InFlight(); });
     OutputDbgPrint("free transfer!\n");
 }
@@ -180,12 +178,14 @@ void BulkStream::SubmitFrom(uint8_t *buffer, Pass &pass)
             pass.submitted = true;
             continue;
         }
+        if (result == LIBUSB_ERROR_NO_MEM)
+            PrintMemoryHelp();
+        if (result == LIBUSB_ERROR_NO_MEM && AnyInFlight())
+            return;
         OutputDbgPrint("submit Xfer %d error: %d\n", static_cast<int>(m_nextToSubmit), result);
         pass.error = pass.error ? pass.error : result;
-        if (result == LIBUSB_ERROR_NO_MEM) {
-            PrintMemoryHelp();
+        if (result == LIBUSB_ERROR_NO_MEM)
             return;
-        }
         if (result == LIBUSB_ERROR_NO_DEVICE) {
             pass.deviceGone = true;
             m_nextToSubmit = m_transfers.size();
@@ -194,17 +194,19 @@ void BulkStream::SubmitFrom(uint8_t *buffer, Pass &pass)
     }
 }
 
-void BulkStream::Wait(Transfer &transfer, std::chrono::milliseconds bound,
-                      std::chrono::milliseconds eventTimeout, const RunFlag &running) const
+/// Whether the transfer brought its bytes in time.
+bool BulkStream::WaitFor(Transfer &transfer, Clock::time_point deadline,
+                         std::chrono::milliseconds eventTimeout, const RunFlag &running)
 {
-    const auto deadline = Clock::now() + bound;
-    while (!transfer.Completed() && running) {
+    while (transfer.InFlight() && running) {
         const auto left = deadline - Clock::now();
         if (left <= 0ns)
-            return;
+            break;
         HandleEvents(std::min({eventTimeout, kStopLatency, ceil<std::chrono::milliseconds>(left)}),
                      &transfer.completed);
     }
+    return transfer.submitted && transfer.Completed() &&
+           transfer.usb->status == LIBUSB_TRANSFER_COMPLETED;
 }
 
 /// Cancels everything in flight and waits until libusb has given it back.
@@ -225,14 +227,20 @@ bool BulkStream::Reap()
     return true;
 }
 
+bool BulkStream::AnyInFlight() const
+{
+    return std::ranges::any_of(m_transfers, [](auto &transfer) { return transfer->InFlight(); });
+}
+
 void BulkStream::PrintMemoryHelp()
 {
     if (m_memoryHelpPrinted)
         return;
     m_memoryHelpPrinted = true;
-    OutputDbgPrint("a frame needs %d MiB of usbfs memory, the kernel's default limit is 16\n",
-                   m_frameBytes / (1024 * 1024) + 1);
-    OutputDbgPrint("raise it: echo 256 > /sys/module/usbcore/parameters/usbfs_memory_mb\n");
+    OutputDbgPrint(
+        "a frame needs %d MiB of usbfs memory, all cameras together may use what is in\n",
+        m_frameBytes / (1024 * 1024) + 1);
+    OutputDbgPrint("/sys/module/usbcore/parameters/usbfs_memory_mb (MiB): write 256 to it\n");
 }
 
 } // namespace vsccam

@@ -32,6 +32,7 @@ class BulkStream {
     struct Timeouts {
         std::chrono::milliseconds perTransfer; // longest wait for any one transfer
         std::chrono::milliseconds nextEvent;   // event time-out after the first transfer
+        std::chrono::milliseconds total;       // longest wait for the frame
     };
 
     BulkStream();
@@ -49,7 +50,7 @@ class BulkStream {
     /// is in flight, unless one could not be cancelled: then the next Run starts with reaping it.
     Pass Run(uint8_t *buffer, Timeouts timeouts, const RunFlag &running);
 
-    /// Frees the transfers that came back, and keeps the others until DeviceClosed.
+    /// Frees the transfers, but for those that did not come back: they stay until DeviceClosed.
     void Release();
 
     /// The handle of the transfers is closed: nothing is in flight any more.
@@ -63,11 +64,11 @@ class BulkStream {
 
     void Allocate(libusb_device_handle *handle, int totalLen, int count, int chunkSize,
                   uint8_t endpoint);
-    bool Prepared() const { return !m_transfers.empty(); }
     void SubmitFrom(uint8_t *buffer, Pass &pass);
     void Collect(Pass &pass) const;
-    void Wait(Transfer &transfer, std::chrono::milliseconds bound,
-              std::chrono::milliseconds eventTimeout, const RunFlag &running) const;
+    static bool WaitFor(Transfer &transfer, Clock::time_point deadline,
+                        std::chrono::milliseconds eventTimeout, const RunFlag &running);
+    bool AnyInFlight() const;
     bool Reap();
     void PrintMemoryHelp();
 

@@ -2,7 +2,6 @@
 
 #include "base/config.h"
 #include "base/debug_print.h"
-#include "usb/device_list.h"
 #include "usb/requests.h"
 
 #include <algorithm>
@@ -63,10 +62,12 @@ bool CCameraFX3::OpenDevice(uint16_t productId, int ordinal)
     const std::lock_guard lock(m_controlSection);
     if (m_opened)
         return false;
-    m_handle =
-        libusb_open_device_with_vid_pid_index(nullptr, CAMERA_VID, productId, ordinal & 0xFF);
+    m_handle = m_port.depth > 0 ? OpenDeviceAt(m_port, CAMERA_VID, productId)
+                                : libusb_open_device_with_vid_pid_index(nullptr, CAMERA_VID,
+                                                                        productId, ordinal & 0xFF);
     if (m_handle && libusb_set_configuration(m_handle, kConfiguration) == 0 &&
         libusb_claim_interface(m_handle, kInterface) == 0) {
+        m_port = PortPathOf(libusb_get_device(m_handle));
         m_timeoutsInRow = 0;
         m_muteUntil = {};
         m_opened = true;
@@ -286,14 +287,18 @@ bool CCameraFX3::SetProgramEntry(uint8_t req, uint32_t address)
 bool CCameraFX3::ResetEndPoint(uint8_t endpoint)
 {
     const std::lock_guard lock(m_controlSection);
-    return m_opened && libusb_clear_halt(m_handle, endpoint) == 0;
+    if (!m_opened || MuteLately())
+        return false;
+    const int result = libusb_clear_halt(m_handle, endpoint);
+    NoteResult(result);
+    return result == 0;
 }
 
 bool CCameraFX3::ResetDevice()
 {
     OutputDbgPrint("ResetDevice\n");
     const std::lock_guard lock(m_controlSection);
-    return m_opened && libusb_reset_device(m_handle) == 0;
+    return m_opened && !MuteLately() && libusb_reset_device(m_handle) == 0;
 }
 
 bool CCameraFX3::initAsyncXfer(int totalLen, int count, int chunkSize, uint8_t endpoint)

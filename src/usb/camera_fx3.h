@@ -2,12 +2,12 @@
 
 #include "base/sync.h"
 #include "usb/bulk_stream.h"
+#include "usb/device_list.h"
 
 #include <libusb.h>
 
 #include <chrono>
 #include <cstdint>
-#include <span>
 
 namespace vsccam {
 
@@ -93,7 +93,9 @@ class CCameraFX3 {
     void releaseAsyncXfer();
 
   protected:
-    /// Opens the ordinal-th device (from 1, modulo 256) with this product ID, and claims it.
+    /// Opens the ordinal-th device (from 1, modulo 256) with this product ID, and claims it. A
+    /// device that was open before is looked for at its port: another camera may have its ordinal
+    /// now.
     bool OpenDevice(uint16_t productId, int ordinal);
     /// Closes the device if it is open, after which no request reaches it.
     void CloseDevice();
@@ -112,6 +114,7 @@ class CCameraFX3 {
     std::atomic<bool> m_opened{false};
     CriticalSection m_controlSection; // guards the members below and every control transfer
     libusb_device_handle *m_handle = nullptr;
+    PortPath m_port; // of the device that was opened last
     int m_timeoutsInRow = 0;
     Clock::time_point m_muteUntil{};
 

@@ -13,6 +13,21 @@ namespace vsccam {
 libusb_device_handle *libusb_open_device_with_vid_pid_index(libusb_context *ctx, uint16_t vid,
                                                             uint16_t pid, int index);
 
+/// Where a device hangs: it stays there over unplugging and plugging in.
+struct PortPath {
+    uint8_t bus = 0;
+    int depth = 0; // of the hubs; 0 when the system does not tell
+    uint8_t ports[7] = {};
+
+    friend bool operator==(const PortPath &, const PortPath &) = default;
+};
+
+PortPath PortPathOf(libusb_device *device);
+
+/// Opens the device with this vendor and product ID that hangs at `path`, nullptr when there is
+/// none or it cannot be opened.
+libusb_device_handle *OpenDeviceAt(const PortPath &path, uint16_t vid, uint16_t pid);
+
 /// The bus's devices. Drops its references when it goes.
 class DeviceList {
   public:

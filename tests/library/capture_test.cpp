@@ -477,8 +477,9 @@ TEST_F(CaptureTest, ControlsMayChangeFromTheHostWhileVideoRuns)
         setValue(CONTROL_EXPOSURE, 1'000 + i, i % 2 == 0);
         setValue(CONTROL_GAMMA, 50, false);
         (void)getSensorTemp();
-        if (i % 10 == 0)
+        if (i % 10 == 0) {
             ASSERT_TRUE(Number(NextFrame(2000))) << i;
+        }
     }
 }
 
@@ -493,9 +494,10 @@ void RunSession()
     const int size = static_cast<int>(frame.size());
     startCapture();
     for (int i = 0; i < 10; ++i) {
-        if (getImageData(frame.data(), size, 1000) && getStartX() == 64)
+        if (getImageData(frame.data(), size, 1000) && getStartX() == 64) {
             EXPECT_TRUE(PatternNumber(frame, 320, 64, 32) ||
                         PatternNumber(frame, 320, 808, 428)); // the move itself failed
+        }
         if (i == 3)
             setValue(CONTROL_GAIN, 10, false);
     }

@@ -4,6 +4,7 @@
 #include "standin/bus.h"
 #include "support/simulated_bus.h"
 
+#include <libusb.h>
 #include <vsccam.h>
 
 #include <algorithm>

@@ -96,7 +96,7 @@ TEST(Binning, MeansBlocksAndKeepsMosaics)
 {
     for (const bool mosaic : {false, true}) {
         for (const int bin : {2, 3, 4}) {
-            for (const auto [w, h] : {std::pair{2, 2}, {6, 4}, {14, 10}}) {
+            for (const auto &[w, h] : {std::pair{2, 2}, {6, 4}, {14, 10}}) {
                 SCOPED_TRACE(testing::Message() << w << "x" << h << " bin " << bin << mosaic);
                 const auto pixels = static_cast<size_t>(w * h * bin * bin);
                 Bytes image8 = RandomBytes(pixels, 3);
@@ -123,8 +123,8 @@ TEST(Binning, MeansBlocksAndKeepsMosaics)
 
 TEST(Flip, MirrorsEitherWayAtAnySize)
 {
-    for (const auto [w, h] : {std::pair{1, 1}, {5, 3}, {8, 7}, {16, 2}}) {
-        for (const auto [flipV, flipH] :
+    for (const auto &[w, h] : {std::pair{1, 1}, {5, 3}, {8, 7}, {16, 2}}) {
+        for (const auto &[flipV, flipH] :
              {std::pair{false, false}, {false, true}, {true, false}, {true, true}}) {
             const auto pixels = static_cast<size_t>(w * h);
             Bytes image = RandomBytes(pixels, 9);
@@ -197,7 +197,7 @@ TEST_F(Demosaic, GivesAColouredSurfaceItsColourInEveryPhaseAndFlip)
                                                           {BayerPhase::kGR, "GRBG"},
                                                           {BayerPhase::kGB, "GBRG"}};
     for (const auto &[phase, cell] : phases) {
-        for (const auto [flipH, flipV] :
+        for (const auto &[flipH, flipV] :
              {std::pair{false, false}, {true, false}, {false, true}, {true, true}}) {
             constexpr int kW = 8;
             constexpr int kH = 6;
@@ -235,7 +235,7 @@ TEST_F(Demosaic, LuminanceWeighsTheBytesOfAPixel)
 
 TEST_F(Demosaic, SurvivesOddAndTinySizes)
 {
-    for (const auto [w, h] : {std::pair{1, 1}, {2, 2}, {3, 3}, {3, 2}, {2, 5}, {7, 9}}) {
+    for (const auto &[w, h] : {std::pair{1, 1}, {2, 2}, {3, 3}, {3, 2}, {2, 5}, {7, 9}}) {
         for (int phase = 0; phase < 4; ++phase)
             (void)Rgb(static_cast<BayerPhase>(phase), RandomBytes(static_cast<size_t>(w * h), 5), w,
                       h);

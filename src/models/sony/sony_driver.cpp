@@ -2,7 +2,7 @@
 
 #include "base/debug_print.h"
 #include "models/capture_worker.h"
-#include "models/fpga_registers.h"
+#include "models/register_holds.h"
 #include "models/sony/sony_registers.h"
 #include "usb/requests.h"
 
@@ -22,8 +22,6 @@ constexpr uint16_t kFpgaLongExposure = 0xC0; // added to both
 
 constexpr int kLongExposureFromUs = 1'000'000;
 constexpr int kFpsFiguresBelowUs = 100'000;
-constexpr int kBandwidthMin = 40;
-constexpr int kBandwidthMax = 100;
 constexpr auto kStandbyPause = 20ms;
 
 constexpr uint8_t Byte(int value, int index)
@@ -40,34 +38,6 @@ int RegionStart(int wanted, int alignment, int extent, int sensor)
 
 } // namespace
 
-template <class Base> class SonyDriver<Base>::SensorHold {
-  public:
-    explicit SensorHold(SonyDriver &camera) : m_camera(camera)
-    {
-        m_camera.WriteSONYREG(sony::kHold, 1);
-    }
-    ~SensorHold() { m_camera.WriteSONYREG(sony::kHold, 0); }
-    SensorHold(const SensorHold &) = delete;
-    SensorHold &operator=(const SensorHold &) = delete;
-
-  private:
-    SonyDriver &m_camera;
-};
-
-template <class Base> class SonyDriver<Base>::FpgaHold {
-  public:
-    explicit FpgaHold(SonyDriver &camera) : m_camera(camera)
-    {
-        m_camera.WriteFPGAREG(fpga::kHold, 1);
-    }
-    ~FpgaHold() { m_camera.WriteFPGAREG(fpga::kHold, 0); }
-    FpgaHold(const FpgaHold &) = delete;
-    FpgaHold &operator=(const FpgaHold &) = delete;
-
-  private:
-    SonyDriver &m_camera;
-};
-
 template <class Base>
 SonyDriver<Base>::SonyDriver(const CameraModel &model, const SonySensor &sensor)
     : Base(model), m_sensor(sensor)
@@ -80,17 +50,29 @@ SonyDriver<Base>::SonyDriver(const CameraModel &model, const SonySensor &sensor)
 
 template <class Base> bool SonyDriver<Base>::InitCamera()
 {
-    if (!ProgramCamera())
+    if (!this->IsOpened())
         return false;
+    {
+        const std::lock_guard lock(m_settingsSection);
+        PowerUp();
+        if (m_usb3Host)
+            m_bandwidth = m_sensor.bandwidthOnUsb3Host;
+        this->SetGamma(m_gamma);
+        this->SetRGBBalance(m_red, m_blue, m_whiteBalanceAuto);
+        this->SetBrightness(m_brightness);
+        if (m_bandwidthAuto)
+            m_bandwidth = AutoBandwidth();
+        SetCMOSClk();
+        this->SetGain(m_gain, m_gainAuto);
+        this->SetExp(m_exposureUs, m_exposureAuto);
+    }
     this->OnInitialised();
     return true;
 }
 
-template <class Base> bool SonyDriver<Base>::ProgramCamera()
+/// Everything of InitCamera that does not depend on what the host has set.
+template <class Base> void SonyDriver<Base>::PowerUp()
 {
-    if (!this->IsOpened())
-        return false;
-    const std::lock_guard lock(m_settingsSection);
     DetectHost();
     this->SetHPCStates(true);
     uint8_t version = 0;
@@ -99,27 +81,13 @@ template <class Base> bool SonyDriver<Base>::ProgramCamera()
     (void)this->GetFPGAVer(&version, sub);
     SendRegisterList(m_sensor.powerUp);
     SetUpClockAndFpga();
-
-    this->SetGamma(m_gamma);
-    this->SetRGBBalance(m_red, m_blue, m_whiteBalanceAuto);
-    this->SetBrightness(m_brightness);
-    if (m_bandwidthAuto)
-        m_bandwidth = AutoBandwidth();
-    SetCMOSClk();
-    this->SetGain(m_gain, m_gainAuto);
-    this->SetExp(m_exposureUs, m_exposureAuto);
-    return true;
 }
 
 template <class Base> void SonyDriver<Base>::DetectHost()
 {
     m_usb3Host = this->IsUSB3Host();
-    if (m_usb3Host) {
-        OutputDbgPrint("***********USB3.0 Host***********\n");
-        m_bandwidth = m_sensor.bandwidthOnUsb3Host;
-    } else {
-        OutputDbgPrint("***********USB2.0 Host***********\n");
-    }
+    OutputDbgPrint(m_usb3Host ? "***********USB3.0 Host***********\n"
+                              : "***********USB2.0 Host***********\n");
 }
 
 template <class Base> void SonyDriver<Base>::SendRegisterList(RegisterList list)
@@ -134,9 +102,9 @@ template <class Base> void SonyDriver<Base>::SendRegisterList(RegisterList list)
 
 template <class Base> void SonyDriver<Base>::SetUpClockAndFpga()
 {
-    constexpr uint8_t kInputClock[] = {0x20, 0x00, 0x20, 0x00};
-    uint16_t address = sony::kInputClock;
-    for (const uint8_t value : kInputClock)
+    constexpr uint8_t kReg305C[] = {0x20, 0x00, 0x20, 0x00};
+    uint16_t address = sony::kReg305C;
+    for (const uint8_t value : kReg305C)
         WriteSONYREG(address++, value);
     WriteSONYREG(sony::kOutputBits, 0xF1);
     WriteSONYREG(sony::kAdcBits, 0x01);
@@ -157,16 +125,17 @@ template <class Base> void SonyDriver<Base>::SetUpClockAndFpga()
 
 template <class Base> bool SonyDriver<Base>::RestoreSettings()
 {
-    const std::lock_guard lock(m_settingsSection);
-    const int bandwidth = m_bandwidth; // programming takes the default of the host's port
-    if (!ProgramCamera())
+    if (!this->IsOpened())
         return false;
-    m_bandwidth = bandwidth;
+    const std::lock_guard lock(m_settingsSection);
+    PowerUp();
+    this->SetBrightness(m_brightness);
+    this->SetGain(m_gain, m_gainAuto);
     SetOutput16Bits(m_output16Bits);
     Cam_SetResolution();
     this->SetStartPos(m_startX, m_startY);
     SetCMOSClk();
-    this->SetFPSPerc(m_bandwidth, m_bandwidthAuto);
+    this->SetFPSPerc(m_bandwidth, m_bandwidthAuto); // and the exposure with it
     this->OnReconnected();
     return true;
 }
@@ -213,7 +182,7 @@ template <class Base> bool SonyDriver<Base>::SetStartPos(int x, int y)
     const std::lock_guard lock(m_settingsSection);
     m_startY = RegionStart(y, 2, m_height * m_bin, m_model.sensorHeight);
     m_startX = RegionStart(x, 4, m_width * m_bin, m_model.sensorWidth);
-    const SensorHold hold(*this);
+    const sony::Hold hold(*this);
     WriteSony16(sony::kWindowLeft, m_startX);
     WriteSony16(sony::kWindowTop, m_startY);
     return true;
@@ -225,7 +194,7 @@ template <class Base> bool SonyDriver<Base>::SetGain(int gain, bool bAuto)
     const SonyGain g = SonyGainFor(gain, m_model.gain);
     m_gain = g.stored;
     m_gainAuto = bAuto;
-    const SensorHold hold(*this);
+    const sony::Hold hold(*this);
     uint8_t mode = 0;
     ReadSONYREG(sony::kReadoutMode, &mode);
     mode = g.highConversion ? mode | sony::kHighConversionGain : mode & 0x0F;
@@ -250,15 +219,15 @@ template <class Base> void SonyDriver<Base>::SetOutput16Bits(bool on)
         WriteSONYREG(sony::kOutputBits, 0xF0);
         WriteSONYREG(sony::kAdcBits, 0x00);
         WriteFPGAREG(fpga::kBitDepth, 0x00);
-        WriteSONYREG(sony::kAdcReg3129, 0x1D);
-        WriteSONYREG(sony::kAdcReg317C, 0x12);
+        WriteSONYREG(sony::kReg3129, 0x1D);
+        WriteSONYREG(sony::kReg317C, 0x12);
     } else {
         WriteSONYREG(sony::kOutputBits, 0xF1);
         WriteSONYREG(sony::kAdcBits, HardwareBin2x2() ? 0x00 : 0x01);
         WriteFPGAREG(fpga::kBitDepth, on ? 0x11 : 0x01);
-        WriteSONYREG(sony::kAdcReg3129, 0x00);
-        WriteSONYREG(sony::kAdcReg317C, 0x00);
-        WriteSONYREG(sony::kAdcReg31EC, 0x0E);
+        WriteSONYREG(sony::kReg3129, 0x00);
+        WriteSONYREG(sony::kReg317C, 0x00);
+        WriteSONYREG(sony::kReg31EC, 0x0E);
     }
     m_state.budget = m_usb3Host ? m_sensor.budget.usb3Host : m_sensor.budget.usb2Host;
 }
@@ -326,8 +295,9 @@ template <class Base> bool SonyDriver<Base>::SetFPSPerc(int percent, bool bAuto)
     if (m_state.line.clockKHz < m_sensor.lowestClockKHz)
         return false;
     const bool switchesToAuto = bAuto && !m_bandwidthAuto;
-    m_bandwidth =
-        switchesToAuto ? AutoBandwidth() : std::clamp(percent, kBandwidthMin, kBandwidthMax);
+    m_bandwidth = switchesToAuto
+                      ? AutoBandwidth()
+                      : std::clamp(percent, m_model.bandwidth.min, m_model.bandwidth.max);
     const Size window = ReadoutSize();
     const float fps = SonyFrameRate(m_state.budget, m_bandwidth, window, m_output16Bits);
     m_bandwidthAuto = bAuto;
@@ -384,7 +354,7 @@ template <class Base> bool SonyDriver<Base>::SetExp(unsigned long long microseco
                    exposure.ssh1, static_cast<double>(line.TimeUs()), exposure.frameTimeUs,
                    m_longExposure ? 1 : 0, static_cast<int>(m_exposureUs));
 
-    const SensorHold sensorHold(*this);
+    const sony::Hold sensorHold(*this);
     {
         const FpgaHold fpgaHold(*this);
         for (uint16_t i = 0; i < 3; ++i)
@@ -416,12 +386,10 @@ template <class Base> void SonyDriver<Base>::CalcMaxFPS()
     if (m_exposureUs >= kFpsFiguresBelowUs || m_frameTimeUs <= 0)
         return;
     const Size window = ReadoutSize();
-    m_state.maxFps = 1'000'000.0F / static_cast<float>(m_frameTimeUs);
-    m_state.dataRateMBs = m_state.maxFps * static_cast<float>(window.width) *
-                          static_cast<float>(window.height) / 1000.0F / 1000.0F;
+    const double fps = 1e6 / m_frameTimeUs;
+    const double megabytesPerS = fps * window.width * window.height / 1e6;
     OutputDbgPrint("calc fps: clk:%d data:%2.1f fps:%2.1f pkg:%d \n", m_state.line.clockKHz,
-                   static_cast<double>(m_state.dataRateMBs), static_cast<double>(m_state.maxFps),
-                   m_state.line.length);
+                   megabytesPerS, fps, m_state.line.length);
 }
 
 template <class Base> float SonyDriver<Base>::GetSensorTemp()
@@ -441,6 +409,7 @@ template <class Base> bool SonyDriver<Base>::StartCapture(bool bSingleExposure)
 
 template <class Base> void SonyDriver<Base>::StartSensorStreaming()
 {
+    const std::lock_guard lock(m_settingsSection); // an exposure may enter long mode meanwhile
     WriteSONYREG(sony::kStandby, 0);
     SleepFor(kStandbyPause);
     WriteFPGAREG(fpga::kMode, m_longExposure ? kFpgaRun | kFpgaLongExposure : kFpgaRun);
@@ -448,6 +417,7 @@ template <class Base> void SonyDriver<Base>::StartSensorStreaming()
 
 template <class Base> void SonyDriver<Base>::StopSensorStreaming()
 {
+    const std::lock_guard lock(m_settingsSection); // as above
     WriteFPGAREG(fpga::kMode, m_longExposure ? kFpgaStop | kFpgaLongExposure : kFpgaStop);
     WriteSONYREG(sony::kStandby, 1);
 }

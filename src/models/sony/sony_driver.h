@@ -68,10 +68,6 @@ template <class Base> class SonyDriver : public Base, private Usb3Sensor {
         Base::WriteSONYREG;
     using typename Base::CapturePause;
 
-    // Writes between construction and destruction take effect together.
-    class SensorHold;
-    class FpgaHold;
-
     void StartSensorStreaming() override;
     void StopSensorStreaming() override;
     LongExposurePlan PlanLongExposure(uint32_t exposureUs) const override;
@@ -79,7 +75,7 @@ template <class Base> class SonyDriver : public Base, private Usb3Sensor {
     void CloseExposureGate() override;
     bool RestoreSettings() override;
 
-    bool ProgramCamera();
+    void PowerUp();
     void DetectHost();
     void SendRegisterList(RegisterList list);
     void SetUpClockAndFpga();
@@ -102,8 +98,6 @@ template <class Base> class SonyDriver : public Base, private Usb3Sensor {
         int shortestLine = 0;
         int budget = 0;
         uint32_t exposureLines = 0;
-        float maxFps = 0;
-        float dataRateMBs = 0;
     };
     static_assert(std::is_trivially_destructible_v<State>);
 

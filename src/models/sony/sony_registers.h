@@ -1,5 +1,7 @@
 #pragma once
 
+#include "usb/camera_fx3.h"
+
 #include <cstdint>
 
 /// Registers of the Sony sensors. Those whose meaning is unknown carry their address.
@@ -22,12 +24,24 @@ inline constexpr uint16_t kWindowLeft = 0x3040;
 inline constexpr uint16_t kWindowWidth = 0x3042;
 inline constexpr uint16_t kOutputBits = 0x3046;
 inline constexpr uint16_t kReg304B = 0x304B;
-inline constexpr uint16_t kInputClock = 0x305C; // four bytes of set-up for the input clock
-inline constexpr uint16_t kAdcReg3129 = 0x3129; // three registers that follow the ADC's bits
-inline constexpr uint16_t kAdcReg317C = 0x317C;
-inline constexpr uint16_t kAdcReg31EC = 0x31EC;
+inline constexpr uint16_t kReg305C = 0x305C; // with the three behind it
+inline constexpr uint16_t kReg3129 = 0x3129;
+inline constexpr uint16_t kReg317C = 0x317C;
+inline constexpr uint16_t kReg31EC = 0x31EC;
 
 inline constexpr uint8_t kHighConversionGain = 0x10; // of kReadoutMode
 inline constexpr uint8_t kBin2x2 = 0x22;             // of kWindowMode
+
+/// Sensor writes between construction and destruction take effect on one frame.
+class Hold {
+  public:
+    explicit Hold(CCameraFX3 &camera) : m_camera(camera) { m_camera.WriteSONYREG(kHold, 1); }
+    ~Hold() { m_camera.WriteSONYREG(kHold, 0); }
+    Hold(const Hold &) = delete;
+    Hold &operator=(const Hold &) = delete;
+
+  private:
+    CCameraFX3 &m_camera;
+};
 
 } // namespace vsccam::sony
