@@ -133,8 +133,7 @@ Bytes StringDescriptor(std::string_view text)
 } // namespace
 
 Descriptors::Descriptors(const ModelFacts &model, LinkSpeed link)
-    : m_product(std::string(kManufacturer) + ' ' + model.name),
-      m_device(DeviceDescriptor(model.productId, link == LinkSpeed::Super)),
+    : m_product(model.name), m_device(DeviceDescriptor(model.productId, link == LinkSpeed::Super)),
       m_configuration(ConfigurationDescriptor(link == LinkSpeed::Super)),
       m_objectStore(ObjectStore())
 {

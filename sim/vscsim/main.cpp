@@ -6,8 +6,10 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <charconv>
 #include <cstdlib>
-#include <map>
+#include <limits>
+#include <optional>
 #include <random>
 #include <sstream>
 
@@ -20,7 +22,7 @@ constexpr size_t kMebibyte = 1 << 20;
 /// What the command line asks for.
 struct RunOptions {
     std::vector<std::string> cameras = {"VSC470MC"};
-    Scene scene = Scene::Sky;
+    std::string scene = "sky";
     std::string faults;
     std::optional<uint64_t> seed;
     std::string speed = "1";
@@ -63,8 +65,10 @@ BusDevice ParseCamera(const std::string &text)
 
 double ParseSpeed(const std::string &text)
 {
-    double speed = 0;
-    if (text != "max" && (!CLI::detail::lexical_cast(text, speed) || !(speed > 0)))
+    double speed = 0; // the camera's word for max
+    const char *const end = text.data() + text.size();
+    const bool number = std::from_chars(text.data(), end, speed).ptr == end;
+    if (text != "max" && !(number && speed > 0))
         throw CLI::ValidationError("--speed", "neither a positive factor nor max: " + text);
     return speed;
 }
@@ -102,7 +106,7 @@ std::vector<BusDevice> DevicesOf(const RunOptions &options)
         devices.push_back(ParseCamera(camera));
     uint64_t seed = ChooseSeed(options, faults);
     for (BusDevice &device : devices) {
-        device.options.scene = options.scene;
+        device.options.scene = options.scene == "sky" ? Scene::Sky : Scene::Pattern;
         device.options.faults = faults;
         device.options.speed = speed;
         device.options.seed = seed++;
@@ -113,7 +117,8 @@ std::vector<BusDevice> DevicesOf(const RunOptions &options)
 int Run(const RunOptions &options)
 {
     const std::vector<BusDevice> devices = DevicesOf(options);
-    const size_t memory = options.usbfsMemory != 0 ? options.usbfsMemory * kMebibyte : SIZE_MAX / 2;
+    const size_t memory = options.usbfsMemory != 0 ? options.usbfsMemory * kMebibyte
+                                                   : std::numeric_limits<size_t>::max();
     HoldSignals();
     const Testbed bus(devices, memory);
     if (!bus.Error().empty()) {
@@ -157,14 +162,13 @@ int main(int argc, char **argv)
 
     RunOptions options;
     CLI::App *const run = app.add_subcommand("run", "Runs a program on a bus of simulated cameras");
-    run->add_option("--camera", options.cameras, "Plugs a camera in; repeat it for more")
+    run->add_option("--camera", options.cameras, "Plugs a camera in (a VSC470MC); may be repeated")
         ->type_name("MODEL[:usb2][:unreadable]")
-        ->allow_extra_args(false)
+        ->allow_extra_args(false);
+    run->add_option("--scene", options.scene, "What the cameras see")
+        ->type_name("sky|pattern")
+        ->check(CLI::IsMember({"sky", "pattern"}).description(""))
         ->capture_default_str();
-    run->add_option("--scene", options.scene, "What the cameras see: sky (default) or pattern")
-        ->type_name("")
-        ->transform(CLI::Transformer(
-            std::map<std::string, Scene>{{"sky", Scene::Sky}, {"pattern", Scene::Pattern}}));
     run->add_option("--fault", options.faults, "What goes wrong, and when")->type_name("PLAN");
     run->add_option("--seed", options.seed, "Of the sky, of noise and of random faults");
     run->add_option("--speed", options.speed, "Times real time, or max: no waiting for frames")

@@ -7,6 +7,7 @@
 #include <umockdev.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <map>
@@ -103,24 +104,61 @@ class Port {
     void Answer(UMockdevIoctlClient *client)
     {
         const std::scoped_lock lock(m_mutex);
-        UMockdevIoctlData *const argument = umockdev_ioctl_client_get_arg(client);
-        uintptr_t value = 0;
-        std::memcpy(&value, argument->data, sizeof value);
-        CallerMemory memory(argument);
-        const int result =
-            m_device.Ioctl(client, umockdev_ioctl_client_get_request(client), value, memory, Now());
-        umockdev_ioctl_client_complete(client, std::max(result, -1), result < 0 ? -result : 0);
-        Advance();
+        const int result = ResultOf(client);
+        if (result == -EBUSY)
+            AnswerLater(client);
+        else
+            Complete(client, result);
     }
 
-    void Close(UMockdevIoctlClient *client)
+    void Close(UsbfsDevice::File file)
     {
         const std::scoped_lock lock(m_mutex);
-        m_device.Close(client, Now());
+        m_device.Close(file, Now());
         Advance();
     }
 
   private:
+    int ResultOf(UMockdevIoctlClient *client)
+    {
+        UMockdevIoctlData *const argument = umockdev_ioctl_client_get_arg(client);
+        uintptr_t value = 0;
+        std::memcpy(&value, argument->data, sizeof value);
+        CallerMemory memory(argument);
+        return m_device.Ioctl(client, umockdev_ioctl_client_get_request(client), value, memory,
+                              Now());
+    }
+
+    void Complete(UMockdevIoctlClient *client, int result)
+    {
+        umockdev_ioctl_client_complete(client, std::max(result, -1), result < 0 ? -result : 0);
+        Advance(); // meanwhile the program goes on
+    }
+
+    /// A program's close() shows a little after it happened, so that whoever opens the device again
+    /// would find it busy: asks once more when all that has happened so far has been seen.
+    void AnswerLater(UMockdevIoctlClient *client)
+    {
+        struct Question {
+            Port *port;
+            Object<UMockdevIoctlClient> client;
+        };
+        const auto ask = [](gpointer data) -> gboolean {
+            const auto *const question = static_cast<Question *>(data);
+            const std::scoped_lock lock(question->port->m_mutex);
+            question->port->Complete(question->client.get(),
+                                     question->port->ResultOf(question->client.get()));
+            return G_SOURCE_REMOVE;
+        };
+        g_object_ref(client);
+        GSource *const idle = g_idle_source_new();
+        g_source_set_priority(idle, G_PRIORITY_LOW);
+        g_source_set_callback(idle, ask, new Question{this, Object<UMockdevIoctlClient>(client)},
+                              [](gpointer data) { delete static_cast<Question *>(data); });
+        g_source_attach(idle, g_main_context_get_thread_default());
+        g_source_unref(idle);
+    }
+
     void Advance()
     {
         const Time wake = m_device.Advance(Now());
@@ -167,15 +205,15 @@ gboolean OnIoctl(UMockdevIoctlBase *, UMockdevIoctlClient *client, gpointer port
     return TRUE;
 }
 
-void OnConnectedChanged(UMockdevIoctlClient *client, GParamSpec *, gpointer port)
+void OnVanished(gpointer port, GObject *client)
 {
-    if (!umockdev_ioctl_client_get_connected(client))
-        static_cast<Port *>(port)->Close(client);
+    static_cast<Port *>(port)->Close(client);
 }
 
+/// umockdev keeps a client for as long as the program has the file open.
 void OnClient(UMockdevIoctlBase *, UMockdevIoctlClient *client, gpointer port)
 {
-    g_signal_connect(client, "notify::connected", G_CALLBACK(OnConnectedChanged), port);
+    g_object_weak_ref(G_OBJECT(client), OnVanished, port);
 }
 
 void DeletePort(gpointer port, GClosure *)
@@ -190,25 +228,30 @@ struct Testbed::State {
     std::vector<std::string> nodes;
     std::string error;
 
-    std::string Add(const char *name, const char *parent, int address, const Descriptors &told,
-                    const BusDevice &device)
+    void Describe(const BusDevice &device, int address, const Descriptors &told)
     {
-        const bool super = device.options.link == LinkSpeed::Super;
-        const std::string product = fmt::format("{:04x}", device.model->productId);
-        const std::string node = NodeOf(address);
-        const Text path(umockdev_testbed_add_device(
-            testbed.get(), "usb", name, parent, "busnum", std::to_string(kBus).c_str(), "devnum",
-            std::to_string(address).c_str(), "speed", super ? "5000" : "480", "bConfigurationValue",
-            "1", "bNumConfigurations", "1", "idVendor", fmt::format("{:04x}", VendorId()).c_str(),
-            "idProduct", product.c_str(), "manufacturer", Descriptors::kManufacturer, "product",
-            told.Product().c_str(), nullptr, "DEVTYPE", "usb_device", "DEVNAME", node.c_str(),
-            nullptr));
+        const std::string name = fmt::format("{}-{}", kBus, address - 1);
+        const Text path(umockdev_testbed_add_device(testbed.get(), "usb", name.c_str(), nullptr,
+                                                    nullptr, "DEVTYPE", "usb_device", "DEVNAME",
+                                                    NodeOf(address).c_str(), nullptr));
+        const std::pair<const char *, std::string> attributes[] = {
+            {"busnum", std::to_string(kBus)},
+            {"devnum", std::to_string(address)},
+            {"speed", device.options.link == LinkSpeed::Super ? "5000" : "480"},
+            {"bConfigurationValue", std::to_string(Descriptors::kConfiguration)},
+            {"idVendor", fmt::format("{:04x}", VendorId())},
+            {"idProduct", fmt::format("{:04x}", device.model->productId)},
+            {"manufacturer", Descriptors::kManufacturer},
+            {"product", told.Product()},
+        };
+        for (const auto &[attribute, value] : attributes)
+            umockdev_testbed_set_attribute(testbed.get(), path.get(), attribute,
+                                           (value + '\n').c_str());
         std::vector<uint8_t> bytes;
         if (device.options.readableDescriptor)
             bytes = told.Sysfs();
         umockdev_testbed_set_attribute_binary(testbed.get(), path.get(), "descriptors",
                                               bytes.data(), static_cast<gint>(bytes.size()));
-        return path.get();
     }
 
     static std::string NodeOf(int address)
@@ -228,8 +271,7 @@ struct Testbed::State {
             error = fmt::format("cannot create {}", file.string());
             return false;
         }
-        Add(fmt::format("{}-{}", kBus, address - 1).c_str(), nullptr, address, port->Described(),
-            device);
+        Describe(device, address, port->Described());
 
         const Object<UMockdevIoctlBase> handler(umockdev_ioctl_base_new());
         g_signal_connect(handler.get(), "client-connected", G_CALLBACK(OnClient), port.get());

@@ -194,7 +194,7 @@ int UsbfsDevice::Submit(const Call &call)
     if (m_claimedBy && m_claimedBy != call.file)
         return -EBUSY;
     const auto length = static_cast<size_t>(record.buffer_length);
-    if (m_memoryUsed + length + kUrbOverhead > m_memoryLimit)
+    if (length + kUrbOverhead > m_memoryLimit - m_memoryUsed)
         return -ENOMEM;
 
     Queue urb; // of one, which moves from queue to queue

@@ -1,0 +1,70 @@
+#!/usr/bin/env bash
+# run_test.sh VSCSIM USB_HOST: programs on a bus of simulated cameras, and what becomes of them.
+set -euo pipefail
+
+readonly vscsim=$1 host=$2
+failed=0
+
+# Expect STATUS [REGEX] -- COMMAND...: its exit status, and all of its output.
+Expect() {
+    local status=$1 pattern='' output got=0
+    shift
+    [[ $1 == -- ]] || { pattern=$1 && shift; }
+    shift
+    output=$("$@" 2>&1) || got=$?
+    if ((got == status)) && [[ $output =~ $pattern ]]; then return; fi
+    printf 'not so: status %s, output "%s": %s\n  status %s, output: %s\n' \
+        "$status" "$pattern" "$*" "$got" "$output" >&2
+    failed=1
+}
+
+# shellcheck disable=SC2317 # called by Expect
+Run() { "$vscsim" run "$@"; }
+
+# Signalled SIGNAL COMMAND...: its status when vscsim gets the signal once the program has written
+# a line.
+# shellcheck disable=SC2317 # called by Expect
+Signalled() {
+    local signal=$1 lines pid
+    # In the background of a script, SIGINT would be ignored.
+    exec {lines}< <(echo "$BASHPID" && exec env --default-signal=INT "$vscsim" run -- "${@:2}")
+    read -r -u "$lines" pid
+    read -r -u "$lines"
+    kill -s "$signal" "$pid"
+    wait "$pid"
+}
+
+# What is on the bus
+Expect 0 '^4b59:470a super$' -- Run -- "$host" list
+Expect 0 $'^4b59:470b high\n4b59:470a super$' -- \
+    Run --camera VSC470MC --camera VSC470MM:unreadable --camera vsc470mm:usb2 -- "$host" list
+Expect 0 '^4b59:470a .*VSC470MC .*1936 x 1096' -- "$vscsim" list
+Expect 0 '"name": "VSC470MM",.*"productId": 18187,' -- "$vscsim" list --json
+
+# What a program can do with a camera
+for camera in VSC470MC VSC470MM:usb2; do
+    Expect 0 -- Run --camera "$camera" --scene pattern --speed max -- \
+        "$host" requests flash frames cancel reset claim memory
+done
+Expect 0 -- Run --scene pattern -- "$host" frames
+Expect 0 -- Run --fault short-frame@1,stall-frame@2,unplug@3 -- "$host" faults
+Expect 0 -- Run --fault time-out-request:ad@0 -- "$host" timeout
+Expect 0 '^vscsim: seed 7$' -- Run --fault bad-head%0.5 --seed 7 -- true
+Expect 0 '^$' -- Run --fault bad-head --seed 7 -- true
+
+# How it ends
+Expect 7 -- Run -- sh -c 'exit 7'
+Expect 137 -- Run -- sh -c 'kill -KILL $$'
+Expect 127 'no-such-program' -- Run -- ./no-such-program
+Expect 143 -- Signalled TERM sh -c 'echo ready; exec sleep 60'
+Expect 5 -- Signalled INT sh -c 'trap "exit 5" INT; echo ready; while :; do sleep 0.1; done'
+
+# What is refused
+Expect 105 'VSC9' -- Run --camera VSC9 -- true
+Expect 105 'usb4' -- Run --camera VSC470MC:usb4 -- true
+Expect 105 'unknown fault' -- Run --fault nonsense -- true
+Expect 105 'slow' -- Run --speed slow -- true
+Expect 105 '-1' -- Run --speed -1 -- true
+Expect 106 'program' -- Run
+
+exit "$failed"

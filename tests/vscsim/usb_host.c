@@ -1,0 +1,423 @@
+/* A host program as anybody could write it: the stock libusb, no header of this project. It reads
+ * from the first camera of a bus of simulated cameras and checks what it gets. */
+#include <libusb.h>
+#include <stdbool.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <time.h>
+
+enum {
+    kVendorId = 0x4B59,
+    kEndpoint = 0x81,
+    kWidth = 1936,
+    kHeight = 1096,
+    kFrameBytes = kWidth * kHeight,
+    kTransferBytes = 1 << 20,
+    kTransfers = 3,
+    kTimeoutMs = 5000,
+};
+
+static void Check(bool right, const char *what, int line)
+{
+    if (right)
+        return;
+    fprintf(stderr, "line %d: not so: %s\n", line, what);
+    exit(1);
+}
+#define CHECK(condition) Check((condition), #condition, __LINE__)
+
+/* --------------------------------------------------------------------------------- requests */
+
+static void Out(libusb_device_handle *camera, int request, int value, int index)
+{
+    CHECK(libusb_control_transfer(camera, 0x40, (uint8_t)request, (uint16_t)value, (uint16_t)index,
+                                  NULL, 0, 500) == 0);
+}
+
+static void Sony(libusb_device_handle *camera, int address, int value, int bytes)
+{
+    for (int i = 0; i < bytes; ++i)
+        Out(camera, 0xB6, address + i, value >> 8 * i & 0xFF);
+}
+
+static void Fpga(libusb_device_handle *camera, int number, int value, int bytes)
+{
+    for (int i = 0; i < bytes; ++i)
+        Out(camera, 0xBD, number + i, value >> 8 * i & 0xFF);
+}
+
+/* Whole sensor, 8 bits, 18.5625 MHz, lines of 203 clocks, the shortest frame, exposed throughout.
+ */
+static void StartStream(libusb_device_handle *camera)
+{
+    Fpga(camera, 1, 1, 1);
+    Sony(camera, 0x3007, 0x40, 1);
+    Sony(camera, 0x3042, kWidth, 2);
+    Sony(camera, 0x303E, kHeight, 2);
+    Sony(camera, 0x3040, 0, 2);
+    Sony(camera, 0x303C, 0, 2);
+    Sony(camera, 0x3046, 0xF1, 1);
+    Sony(camera, 0x3009, 0x01, 1);
+    Sony(camera, 0x300A, 1, 2);
+    Fpga(camera, 8, kHeight, 2);
+    Fpga(camera, 4, kWidth, 2);
+    Fpga(camera, 10, 0x01, 1);
+    Fpga(camera, 19, 203, 2);
+    Fpga(camera, 16, kHeight + 18, 3);
+    Sony(camera, 0x3020, 1, 3);
+    Fpga(camera, 1, 0, 1);
+    Out(camera, 0xA9, 0, 0);
+    Sony(camera, 0x3000, 0, 1);
+    Fpga(camera, 0, 0x21, 1);
+    CHECK(libusb_clear_halt(camera, kEndpoint) == 0);
+}
+
+static void StopStream(libusb_device_handle *camera)
+{
+    Fpga(camera, 0, 0x31, 1);
+    Sony(camera, 0x3000, 1, 1);
+    Out(camera, 0xAA, 0, 0);
+}
+
+/* ----------------------------------------------------------------------------- a frame's read */
+
+struct Read {
+    struct libusb_transfer *transfers[kTransfers];
+    uint8_t *frame;
+    int pending;
+};
+
+static void LIBUSB_CALL OnTransfer(struct libusb_transfer *transfer)
+{
+    --((struct Read *)transfer->user_data)->pending;
+}
+
+static struct Read NewRead(libusb_device_handle *camera, struct Read *self)
+{
+    struct Read read = {.frame = malloc(kFrameBytes)};
+    CHECK(read.frame != NULL);
+    for (int i = 0; i < kTransfers; ++i) {
+        const int left = kFrameBytes - i * kTransferBytes;
+        read.transfers[i] = libusb_alloc_transfer(0);
+        libusb_fill_bulk_transfer(
+            read.transfers[i], camera, kEndpoint, read.frame + (size_t)i * kTransferBytes,
+            left < kTransferBytes ? left : kTransferBytes, OnTransfer, self, 0);
+    }
+    return read;
+}
+
+static void Submit(struct Read *read)
+{
+    for (int i = 0; i < kTransfers; ++i)
+        CHECK(libusb_submit_transfer(read->transfers[i]) == 0);
+    read->pending = kTransfers;
+}
+
+static void Finish(struct Read *read)
+{
+    while (read->pending > 0)
+        CHECK(libusb_handle_events(NULL) == 0);
+}
+
+static int Received(const struct Read *read)
+{
+    int bytes = 0;
+    for (int i = 0; i < kTransfers; ++i)
+        bytes += read->transfers[i]->actual_length;
+    return bytes;
+}
+
+static void FreeRead(struct Read *read)
+{
+    for (int i = 0; i < kTransfers; ++i)
+        libusb_free_transfer(read->transfers[i]);
+    free(read->frame);
+}
+
+static int Word(const uint8_t *at)
+{
+    return at[0] | at[1] << 8;
+}
+
+static bool IsWhole(const uint8_t *frame, int *counter)
+{
+    *counter = Word(frame + 2);
+    return Word(frame) == 0x5A7E && Word(frame + kFrameBytes - 2) == 0x3CF0 &&
+           Word(frame + kFrameBytes - 4) == *counter;
+}
+
+/* The test pattern of the simulated camera, 8 bits. */
+static bool ShowsPattern(const uint8_t *frame, int counter)
+{
+    for (int at = 4; at < kFrameBytes - 4; ++at) {
+        const int x = at % kWidth, y = at / kWidth;
+        if (frame[at] != ((counter * 29 + x * 5 + y * 11 + (x >> 6) * (y >> 5)) & 0xFF))
+            return false;
+    }
+    return true;
+}
+
+/* ------------------------------------------------------------------------------------ checks */
+
+static void CheckRequests(libusb_device_handle *camera)
+{
+    uint8_t bytes[64] = {0};
+    CHECK(libusb_control_transfer(camera, 0xC0, 0xAD, 0, 0, bytes, 2, 500) == 2);
+    CHECK(bytes[0] == 'V');
+    CHECK(libusb_control_transfer(camera, 0xC0, 0xB4, 0, 0, bytes, 1, 500) == 1);
+    const int speed = libusb_get_device_speed(libusb_get_device(camera));
+    CHECK(bytes[0] == (speed == LIBUSB_SPEED_SUPER ? 1 : 0));
+    Sony(camera, 0x3014, 0x5A, 1);
+    CHECK(libusb_control_transfer(camera, 0xC0, 0xB7, 0x3014, 0, bytes, 1, 500) == 1);
+    CHECK(bytes[0] == 0x5A);
+    CHECK(libusb_control_transfer(camera, 0xC0, 0x01, 0, 0, bytes, 1, 500) == LIBUSB_ERROR_PIPE);
+    CHECK(libusb_get_string_descriptor_ascii(camera, 2, bytes, sizeof bytes) > 0);
+    CHECK(strncmp((const char *)bytes, "VSC470", 6) == 0);
+}
+
+static void CheckFlash(libusb_device_handle *camera)
+{
+    uint8_t written[2048], read[2048];
+    for (size_t i = 0; i < sizeof written; ++i)
+        written[i] = (uint8_t)(i * 7);
+    Out(camera, 0xBE, 0, 0); /* its pins are shared with the wide data bus */
+    Out(camera, 0xC4, 1, 7);
+    do {
+        CHECK(libusb_control_transfer(camera, 0xC0, 0xC4, 0, 7, read, 1, 500) == 1);
+    } while (read[0] != 0);
+    CHECK(libusb_control_transfer(camera, 0x40, 0xC2, 0, 0x700, written, sizeof written, 500) ==
+          (int)sizeof written);
+    CHECK(libusb_control_transfer(camera, 0xC0, 0xC3, 0, 0x700, read, sizeof read, 500) ==
+          (int)sizeof read);
+    CHECK(memcmp(written, read, sizeof read) == 0);
+}
+
+static void CheckFrames(libusb_device_handle *camera)
+{
+    struct Read read = NewRead(camera, &read);
+    StartStream(camera);
+    int last = -1;
+    for (int i = 0; i < 20; ++i) {
+        Submit(&read);
+        Finish(&read);
+        int counter = 0;
+        CHECK(Received(&read) == kFrameBytes);
+        CHECK(IsWhole(read.frame, &counter));
+        CHECK(counter > last);
+        CHECK(ShowsPattern(read.frame, counter));
+        last = counter;
+    }
+    StopStream(camera);
+    FreeRead(&read);
+}
+
+/* A camera that does not stream is silent: transfers wait until they are cancelled. */
+static void CheckCancel(libusb_device_handle *camera)
+{
+    struct Read read = NewRead(camera, &read);
+    Submit(&read);
+    CHECK(libusb_submit_transfer(read.transfers[0]) == LIBUSB_ERROR_BUSY);
+    for (int i = 0; i < kTransfers; ++i)
+        CHECK(libusb_cancel_transfer(read.transfers[i]) == 0);
+    Finish(&read);
+    for (int i = 0; i < kTransfers; ++i)
+        CHECK(read.transfers[i]->status == LIBUSB_TRANSFER_CANCELLED);
+    CHECK(Received(&read) == 0);
+
+    int bytes = -1;
+    CHECK(libusb_bulk_transfer(camera, kEndpoint, read.frame, kTransferBytes, &bytes, 50) ==
+          LIBUSB_ERROR_TIMEOUT);
+    CHECK(bytes == 0);
+    CHECK(libusb_bulk_transfer(camera, 0x83, read.frame, 512, &bytes, 50) < 0);
+    FreeRead(&read);
+    CheckFrames(camera); /* and nothing of that is left over */
+}
+
+static void CheckReset(libusb_device_handle *camera)
+{
+    uint8_t value = 0;
+    Sony(camera, 0x3014, 0x33, 1);
+    CHECK(libusb_reset_device(camera) == 0);
+    CHECK(libusb_control_transfer(camera, 0xC0, 0xB7, 0x3014, 0, &value, 1, 500) == 1);
+    CHECK(value == 0x33);
+    CheckFrames(camera);
+}
+
+static void CheckClaim(libusb_device_handle *camera)
+{
+    libusb_device_handle *second = NULL;
+    CHECK(libusb_open(libusb_get_device(camera), &second) == 0);
+    CHECK(libusb_claim_interface(second, 0) == LIBUSB_ERROR_BUSY);
+    CHECK(libusb_set_configuration(second, 1) == LIBUSB_ERROR_BUSY);
+    CHECK(libusb_claim_interface(second, 1) == LIBUSB_ERROR_NOT_FOUND);
+    CHECK(libusb_kernel_driver_active(second, 0) == 0);
+    CHECK(libusb_release_interface(camera, 0) == 0);
+    CHECK(libusb_set_configuration(second, 1) == 0);
+    CHECK(libusb_claim_interface(second, 0) == 0);
+    libusb_close(second);
+    CHECK(libusb_claim_interface(camera, 0) == 0);
+}
+
+/* Of 16 MiB that the kernel lends, its own records take a little: 15 transfers of 1 MiB fit. */
+static void CheckMemoryLimit(libusb_device_handle *camera)
+{
+    struct Read reads[6];
+    int accepted = 0, refused = 0;
+    for (size_t i = 0; i < 6; ++i) {
+        reads[i] = NewRead(camera, &reads[i]);
+        for (int j = 0; j < kTransfers; ++j) {
+            reads[i].transfers[j]->length = kTransferBytes;
+            const int result = libusb_submit_transfer(reads[i].transfers[j]);
+            CHECK(result == 0 || result == LIBUSB_ERROR_NO_MEM);
+            reads[i].pending += result == 0;
+            *(result == 0 ? &accepted : &refused) += 1;
+        }
+    }
+    CHECK(accepted == 15 && refused == 3);
+    for (size_t i = 0; i < 6; ++i) {
+        for (int j = 0; j < kTransfers; ++j)
+            (void)libusb_cancel_transfer(reads[i].transfers[j]);
+        Finish(&reads[i]);
+        FreeRead(&reads[i]);
+    }
+}
+
+/* Run with a plan by which frame 1 ends early, frame 2 halts the endpoint, and frame 3 pulls the
+ * plug. */
+static void CheckFaults(libusb_device_handle *camera)
+{
+    struct Read read = NewRead(camera, &read);
+    StartStream(camera);
+    const struct {
+        int bytes;
+        enum libusb_transfer_status last;
+    } expected[] = {
+        {kFrameBytes, LIBUSB_TRANSFER_COMPLETED},
+        {kFrameBytes - 512, LIBUSB_TRANSFER_COMPLETED},
+        {0, LIBUSB_TRANSFER_STALL},
+        {0, LIBUSB_TRANSFER_NO_DEVICE},
+    };
+    for (size_t i = 0; i < sizeof expected / sizeof expected[0]; ++i) {
+        Submit(&read);
+        Finish(&read);
+        CHECK(Received(&read) == expected[i].bytes);
+        CHECK(read.transfers[kTransfers - 1]->status == expected[i].last);
+        if (expected[i].last == LIBUSB_TRANSFER_STALL)
+            CHECK(libusb_clear_halt(camera, kEndpoint) == 0);
+    }
+    uint8_t version[2];
+    CHECK(libusb_submit_transfer(read.transfers[0]) == LIBUSB_ERROR_NO_DEVICE);
+    CHECK(libusb_control_transfer(camera, 0xC0, 0xAD, 0, 0, version, 2, 500) ==
+          LIBUSB_ERROR_NO_DEVICE);
+    FreeRead(&read);
+}
+
+/* Run with a plan by which the camera does not answer 0xAD once. */
+static void CheckTimeout(libusb_device_handle *camera)
+{
+    uint8_t version[2];
+    CHECK(libusb_control_transfer(camera, 0xC0, 0xAD, 0, 0, version, 2, 50) ==
+          LIBUSB_ERROR_TIMEOUT);
+    CHECK(libusb_control_transfer(camera, 0xC0, 0xAD, 0, 0, version, 2, kTimeoutMs) == 2);
+}
+
+static double Seconds(void)
+{
+    struct timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return (double)now.tv_sec + (double)now.tv_nsec * 1e-9;
+}
+
+/* Not a check: frames per second, two reads in flight. */
+static void MeasureSpeed(libusb_device_handle *camera)
+{
+    enum { kFrames = 400 };
+    struct Read reads[2];
+    for (int i = 0; i < 2; ++i)
+        reads[i] = NewRead(camera, &reads[i]);
+    StartStream(camera);
+    Submit(&reads[0]);
+    const double begin = Seconds();
+    int whole = 0;
+    for (int i = 0; i < kFrames; ++i) {
+        Submit(&reads[(i + 1) % 2]);
+        Finish(&reads[i % 2]);
+        int counter = 0;
+        whole += IsWhole(reads[i % 2].frame, &counter);
+    }
+    printf("%d of %d frames whole, %.1f frames/s\n", whole, kFrames, kFrames / (Seconds() - begin));
+    for (int i = 0; i < kTransfers; ++i)
+        (void)libusb_cancel_transfer(reads[0].transfers[i]);
+    Finish(&reads[0]);
+    StopStream(camera);
+    for (int i = 0; i < 2; ++i)
+        FreeRead(&reads[i]);
+}
+
+static const struct {
+    const char *name;
+    void (*run)(libusb_device_handle *camera);
+} kChecks[] = {
+    {"requests", CheckRequests},  {"flash", CheckFlash},   {"frames", CheckFrames},
+    {"cancel", CheckCancel},      {"reset", CheckReset},   {"claim", CheckClaim},
+    {"memory", CheckMemoryLimit}, {"faults", CheckFaults}, {"timeout", CheckTimeout},
+    {"speed", MeasureSpeed},
+};
+
+static void List(void)
+{
+    libusb_device **devices = NULL;
+    const ssize_t count = libusb_get_device_list(NULL, &devices);
+    CHECK(count >= 0);
+    for (ssize_t i = 0; i < count; ++i) {
+        struct libusb_device_descriptor descriptor;
+        CHECK(libusb_get_device_descriptor(devices[i], &descriptor) == 0);
+        printf("%04x:%04x %s\n", descriptor.idVendor, descriptor.idProduct,
+               libusb_get_device_speed(devices[i]) == LIBUSB_SPEED_SUPER ? "super" : "high");
+    }
+    libusb_free_device_list(devices, 1);
+}
+
+static libusb_device_handle *OpenFirst(void)
+{
+    libusb_device **devices = NULL;
+    libusb_device_handle *camera = NULL;
+    const ssize_t count = libusb_get_device_list(NULL, &devices);
+    for (ssize_t i = 0; i < count && !camera; ++i) {
+        struct libusb_device_descriptor descriptor;
+        CHECK(libusb_get_device_descriptor(devices[i], &descriptor) == 0);
+        if (descriptor.idVendor == kVendorId)
+            CHECK(libusb_open(devices[i], &camera) == 0);
+    }
+    libusb_free_device_list(devices, 1);
+    CHECK(camera != NULL);
+    CHECK(libusb_set_configuration(camera, 1) == 0);
+    CHECK(libusb_claim_interface(camera, 0) == 0);
+    return camera;
+}
+
+/* usb_host list | CHECK... */
+int main(int argc, char **argv)
+{
+    CHECK(libusb_init(NULL) == 0);
+    if (argc > 1 && strcmp(argv[1], "list") == 0) {
+        List();
+        argc = 0;
+    }
+    for (int i = 1; i < argc; ++i) {
+        bool known = false;
+        for (size_t j = 0; j < sizeof kChecks / sizeof kChecks[0]; ++j) {
+            if (strcmp(argv[i], kChecks[j].name) != 0)
+                continue;
+            libusb_device_handle *camera = OpenFirst();
+            kChecks[j].run(camera);
+            libusb_close(camera);
+            known = true;
+        }
+        CHECK(known);
+    }
+    libusb_exit(NULL);
+    return 0;
+}
