@@ -20,7 +20,7 @@ enum class Fault {
     BadHead,         // wrong head mark
     BadTail,         // wrong tail mark
     UnequalCounters, // head and tail counters differ
-    IoErrorFrame,    // the transfer ends with an I/O error
+    IoErrorFrame,    // `amount` reads of it (default 1) end with an I/O error, then it comes
     StallFrame,      // the endpoint halts until it is cleared
     // the device
     Mute,   // neither requests nor frames are answered from now on

@@ -142,6 +142,7 @@ void FrameStream::Apply(const FaultRule &fault, Sending &sending, FrameMarks &ma
         break;
     case Fault::IoErrorFrame:
         sending.failure = Outcome::IoError;
+        sending.failures = std::max<uint64_t>(fault.amount, 1);
         break;
     case Fault::StallFrame:
         sending.failure = Outcome::Stall;
@@ -169,7 +170,8 @@ void FrameStream::Prepare(Sending &sending, Time now)
     sending.length = frame.settings.Bytes();
     for (const FaultRule &fault : m_faults.ForFrame())
         Apply(fault, sending, marks);
-    if (sending.failure || sending.length == 0 || m_board.condition != Board::Condition::Working) {
+    const bool silent = sending.length == 0 || sending.failure == Outcome::Stall;
+    if (silent || m_board.condition != Board::Condition::Working) {
         sending.frame.ends = now; // the silence begins here
         return;
     }
@@ -238,11 +240,27 @@ bool FrameStream::Decide(BulkReply &reply, std::span<uint8_t> room, Time now)
         return true; // the camera answers for it
     if (m_sending->failure) {
         const Outcome outcome = *m_sending->failure;
-        m_halted = outcome == Outcome::Stall;
-        Flush();
+        FailRead(*m_sending, now);
         return Complete(reply, outcome);
     }
+    if (now < m_sending->resumes) {
+        reply.readyAt = m_sending->resumes;
+        return true;
+    }
     return m_sending->length == 0 ? StaySilent(reply, now) : SendPackets(reply, room, now);
+}
+
+/// A stall ends the frame. After an I/O error it comes again, for the next read.
+void FrameStream::FailRead(Sending &sending, Time now)
+{
+    m_halted = sending.failure == Outcome::Stall;
+    if (m_halted) {
+        Flush();
+        return;
+    }
+    sending.resumes = now + kSameRead;
+    if (--sending.failures == 0)
+        sending.failure.reset();
 }
 
 bool FrameStream::HasFrame(Time now)

@@ -46,6 +46,8 @@ class FrameStream {
         Frame frame;
         bool prepared = false;
         std::optional<Outcome> failure = {}; // instead of bytes
+        uint64_t failures = 1;               // reads that end so
+        Time resumes{};                      // with its bytes, after failures
         size_t length = 0;                   // in bytes, after faults
         size_t sent = 0;
     };
@@ -66,6 +68,7 @@ class FrameStream {
     size_t Arrived(const Sending &sending, Time now) const;
     Time ArrivalOf(const Sending &sending, size_t bytes) const;
     bool Decide(BulkReply &reply, std::span<uint8_t> room, Time now);
+    void FailRead(Sending &sending, Time now);
     bool HasFrame(Time now);
     bool StaySilent(BulkReply &reply, Time now);
     bool SendPackets(BulkReply &reply, std::span<uint8_t> room, Time now);

@@ -140,6 +140,12 @@ void Core::Reset(uint64_t seed)
     while (!m_attached.empty())
         Detach(m_attached.back()->number);
     m_slots.clear();
+    for (libusb_device **list : deviceLists) { // that a test left on purpose
+        for (libusb_device **device = list; *device; ++device)
+            --(*device)->references;
+        delete[] list;
+    }
+    deviceLists.clear();
     std::erase_if(m_devices, [](auto &device) { return device->references == 0; });
     m_lastAddress = 0;
     m_seed = seed;

@@ -30,6 +30,12 @@ class HostTest : public SimulatedBus {
 
     static vscsim::Bus &Bus() { return vscsim::Bus::Instance(); }
 
+    /// Lets the next calls of a libusb function fail.
+    static void FailNext(std::string_view function, uint64_t count, int code)
+    {
+        Bus().FailCalls(Bus().Calls(function), count, code, function);
+    }
+
     /// Plugs in one camera, opens and initialises it, and forgets the traffic.
     int OpenOne(std::string_view model, vscsim::CameraOptions options = {})
     {

@@ -13,6 +13,7 @@ TEST_F(HostTest, EveryFunctionIsHarmlessWithoutACamera)
     EXPECT_EQ(getNumberOfConnectedCameras(), 0);
     EXPECT_FALSE(openCamera(0));
     EXPECT_FALSE(initCamera());
+    closeCamera(); // earlier counts may have left an entry to try
     bool automatic = true;
     EXPECT_EQ(getValue(CONTROL_GAIN, &automatic), 0);
     EXPECT_FALSE(automatic);
@@ -95,7 +96,7 @@ TEST_F(HostTest, UnreadableDescriptorEndsTheCount)
     EXPECT_EQ(getNumberOfConnectedCameras(), 0);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "failed to get device descriptor");
     EXPECT_STREQ(getCameraModel(0), "KYR VSC470MM"); // the last count stands
-    Bus().Reset();                                   // takes the list back that was left
+    m_allowed = Bus().LiveObjects();                 // the list is left as it is
 }
 
 TEST_F(HostTest, CountsNoMoreCamerasThanItCanList)
@@ -275,8 +276,8 @@ TEST_F(HostTest, KeepsItsIdentityInFlash)
     EXPECT_EQ(first, "ID\x01");
 
     (void)Bus().TakeTraffic(device);
-    Bus().FailCalls(0, 1, LIBUSB_ERROR_PIPE, "libusb_control_transfer"); // gpif32 off
-    EXPECT_FALSE(GetID(&id)); // the flash cannot be reached
+    FailNext("libusb_control_transfer", 1, LIBUSB_ERROR_PIPE); // gpif32 off
+    EXPECT_FALSE(GetID(&id));                                  // the flash cannot be reached
     EXPECT_TRUE(GetID(&id));
 }
 

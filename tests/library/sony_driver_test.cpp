@@ -224,6 +224,7 @@ TEST_F(SonyDriverTest, TakesTheBandwidthOfItsPort)
         int afterInit, whenSwitchedToAuto;
     } cases[] = {{vscsim::LinkSpeed::Super, 100, 100}, {vscsim::LinkSpeed::High, 40, 80}};
     for (const auto &c : cases) {
+        vscsim::Bus::Instance().Reset();
         ReadyCamera camera({.link = c.link});
         EXPECT_EQ(camera->Bandwidth(), c.afterInit);
         EXPECT_TRUE(camera->SetFPSPerc(50, true));
@@ -239,7 +240,8 @@ TEST_F(SonyDriverTest, KeepsTheLastTemperatureWhenTheCameraDoesNotAnswer)
     const float before = camera->GetSensorTemp();
     EXPECT_GT(before, -40.0F);
     EXPECT_NE(before, 0.0F);
-    vscsim::Bus::Instance().FailCalls(0, 1000, LIBUSB_ERROR_IO, "libusb_control_transfer");
+    auto &bus = vscsim::Bus::Instance();
+    bus.FailCalls(bus.Calls(), 1, LIBUSB_ERROR_IO);
     EXPECT_EQ(camera->GetSensorTemp(), before);
 }
 

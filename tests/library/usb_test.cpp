@@ -1,6 +1,6 @@
+#include "library/host_fixture.h"
 #include "library/wire.h"
 #include "models/sony/s470.h"
-#include "support/simulated_bus.h"
 
 #include <gtest/gtest.h>
 
@@ -12,10 +12,7 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-class TransportTest : public SimulatedBus {
-  protected:
-    static vscsim::Bus &Bus() { return vscsim::Bus::Instance(); }
-};
+using TransportTest = HostTest;
 
 TEST_F(TransportTest, EveryRequestHasItsPlaceOnTheWire)
 {
@@ -105,6 +102,7 @@ TEST_F(TransportTest, MissingBytesOfAnAnswerReadAsZero)
     EXPECT_EQ(version, 1); // no "V"
     std::array<uint8_t, 16> page{};
     page.fill(0xEE);
+    EXPECT_TRUE(camera->EnableGPIF32DQ(false));
     EXPECT_TRUE(camera->ReadFromSPIFlash(page.data(), 16, 0, 0xC3));
     EXPECT_EQ(page, (std::array<uint8_t, 16>{}));
 }
@@ -121,7 +119,7 @@ TEST_F(TransportTest, RefusesLengthsAndPointersThatCannotBe)
 TEST_F(TransportTest, AMuteCameraFailsRequestsAtOnceForASecond)
 {
     OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM");
-    Bus().FailCalls(0, UINT64_MAX, LIBUSB_ERROR_TIMEOUT, "libusb_control_transfer");
+    FailNext("libusb_control_transfer", 4, LIBUSB_ERROR_TIMEOUT);
     const uint64_t before = Bus().Calls();
     for (int i = 0; i < 100; ++i)
         EXPECT_FALSE(camera->WriteFPGAREG(1, 1));
@@ -130,7 +128,6 @@ TEST_F(TransportTest, AMuteCameraFailsRequestsAtOnceForASecond)
     EXPECT_FALSE(camera->WriteFPGAREG(1, 1));
     EXPECT_FALSE(camera->WriteFPGAREG(1, 1));
     EXPECT_EQ(Bus().Calls() - before, 4U); // tried again once, still mute
-    Bus().FailCalls(0, 0, 0);
     SleepFor(std::chrono::milliseconds(1100));
     EXPECT_TRUE(camera->WriteFPGAREG(1, 1));
 }
@@ -160,7 +157,7 @@ TEST_F(TransportTest, OpensTheDeviceOfItsOrdinalOnly)
         EXPECT_EQ(Bus().LiveObjects().handles, opens ? 1 : 0);
         (void)camera->CloseCamera();
     }
-    Bus().FailCalls(0, 1, LIBUSB_ERROR_BUSY, "libusb_claim_interface"); // somebody else has it
+    FailNext("libusb_claim_interface", 1, LIBUSB_ERROR_BUSY); // somebody else has it
     const std::unique_ptr<CCameraBase> camera = std::make_unique<CCameraS470MM>(0UL);
     EXPECT_FALSE(camera->OpenCamera(1));
     EXPECT_EQ(Bus().LiveObjects().handles, 0);
