@@ -166,14 +166,18 @@ Microseconds Camera::ExposedTime(Microseconds asked, Microseconds untilFrame) co
     return std::max(untilFrame - ToMicroseconds(readOut), Microseconds(0));
 }
 
-void Camera::ThrowNoFrame(const std::string &what) const
+void Camera::CheckPresence() const
 {
     if (getNumberOfConnectedCameras() < m_connected)
         throw Failure(Exit::kCameraLost,
-                      fmt::format("{} was unplugged during the exposure", m_entry.model));
-    throw Failure(
-        Exit::kNoFrame,
-        fmt::format("{}: {}. Try another cable or port, or less bandwidth", m_entry.model, what));
+                      fmt::format("{} was unplugged; check plug and power", m_entry.model));
+}
+
+void Camera::ThrowNoFrame(const std::string &what) const
+{
+    CheckPresence();
+    throw Failure(Exit::kNoFrame,
+                  fmt::format("{}: {}. Try another cable or port", m_entry.model, what));
 }
 
 std::optional<Mosaic> Camera::PictureMosaic() const

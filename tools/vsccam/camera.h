@@ -45,6 +45,9 @@ class Camera {
     /// Takes one picture of the set exposure. A frame must arrive within `patience` after it.
     Exposure Take(Microseconds asked, Microseconds patience, ProgressBar &bar);
 
+    /// Throws when the camera is gone.
+    void CheckPresence() const;
+
     /// Phase of the delivered picture; nothing when it has no mosaic.
     std::optional<Mosaic> PictureMosaic() const;
 

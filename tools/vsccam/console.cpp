@@ -3,6 +3,7 @@
 #include "failure.h"
 
 #include <fcntl.h>
+#include <nlohmann/json.hpp>
 #include <unistd.h>
 #include <vsccam.h>
 
@@ -49,7 +50,7 @@ void Console::Say(const std::string &line)
         WriteLine(m_results.get(), line);
 }
 
-void Console::Emit(nlohmann::ordered_json result)
+void Console::Emit(const nlohmann::ordered_json &result)
 {
     if (!m_options.json)
         return;
@@ -69,7 +70,7 @@ void Console::Note(const std::string &line)
 
 void Console::Error(const std::string &line)
 {
-    Log("error: " + line);
+    Log(fmt::format("error: {}", line));
     if (m_options.colour && m_isTerminal)
         fmt::print(stderr, fmt::fg(fmt::terminal_color::red), "error:");
     else

@@ -2,7 +2,7 @@
 
 #include <fmt/color.h>
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include <cstdio>
 #include <memory>
@@ -30,7 +30,7 @@ class Console {
     /// A result in words (not with --json, not with --quiet) ...
     void Say(const std::string &line);
     /// ... and for programs (only with --json): one object per line.
-    void Emit(nlohmann::ordered_json result);
+    void Emit(const nlohmann::ordered_json &result);
 
     /// What the user may want to know while waiting.
     void Note(const std::string &line);

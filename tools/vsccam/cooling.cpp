@@ -38,6 +38,7 @@ void CoolTo(Camera &camera, int targetC, std::optional<double> withinC, Console 
             console.Note(fmt::format("cooling: {:.1f} C, target {} C, power {} %", getSensorTemp(),
                                      targetC, getValue(CONTROL_COOLER_POWER, nullptr)));
         StopSignals::SleepFor(kPollInterval);
+        camera.CheckPresence();
     }
 }
 

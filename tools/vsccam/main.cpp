@@ -32,6 +32,7 @@ void AddGlobalOptions(CLI::App &app, GlobalOptions &o)
     app.add_option("--color", o.colour, "Colour on terminals")
         ->check(CLI::IsMember({"auto", "never"}));
     app.add_option("--log", o.console.logFile, "Append all messages to this file");
+    app.set_version_flag("--version", std::string("vsccam ") + VSCCAM_VERSION);
     app.set_config("--config", "", "Read options from this file");
 }
 
@@ -46,14 +47,6 @@ void AddCommands(CLI::App &app, Command &chosen)
     CLI::App *help = app.add_subcommand("help", "Show this text");
     help->callback([] { throw CLI::CallForAllHelp(); });
     app.require_subcommand(1);
-}
-
-/// Opens the camera, works, closes it: all of what happens after parsing.
-void Run(const GlobalOptions &global, const Command &command, Console &console)
-{
-    const bool simulated = IsSimulated();
-    Context context{console, global.camera, global.timeout, simulated};
-    command(context);
 }
 
 int Main(int argc, char **argv)
@@ -76,7 +69,8 @@ int Main(int argc, char **argv)
     global.console.colour = global.colour == "auto";
     Console console(global.console);
     try {
-        Run(global, command, console);
+        Context context{console, global.camera, global.timeout, IsSimulated()};
+        command(context);
     } catch (const Failure &failure) {
         console.Error(failure.what());
         return failure.Code();

@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <cstdio>
 
 namespace vsctool {
@@ -24,15 +23,15 @@ std::string ProgressText(Microseconds elapsed, Microseconds total)
 
 void ProgressBar::Show(Microseconds elapsed)
 {
-    if (!m_visible)
-        return;
-    m_drawn = true;
-    fmt::print(stderr, "{}{}", kWipeLine, ProgressText(elapsed, m_total));
+    const std::string text = m_visible ? ProgressText(elapsed, m_total) : "";
+    if (text != m_shown)
+        fmt::print(stderr, "{}{}", kWipeLine, text);
+    m_shown = text;
 }
 
 ProgressBar::~ProgressBar()
 {
-    if (m_drawn)
+    if (!m_shown.empty())
         std::fputs(kWipeLine, stderr);
 }
 

@@ -18,7 +18,7 @@ class ProgressBar {
 
   private:
     bool m_visible;
-    bool m_drawn = false;
+    std::string m_shown;
     Microseconds m_total;
 };
 

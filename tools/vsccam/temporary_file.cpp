@@ -12,7 +12,7 @@ namespace {
 
 std::filesystem::path HiddenBeside(const std::filesystem::path &path)
 {
-    return path.parent_path() / ("." + path.filename().string() + ".part");
+    return path.parent_path() / fmt::format(".{}.part", path.filename().string());
 }
 
 } // namespace

@@ -9,6 +9,8 @@
 #include "statistics.h"
 #include "stop_signals.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <memory>
 

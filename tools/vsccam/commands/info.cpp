@@ -1,7 +1,7 @@
 #include "camera.h"
 #include "commands/command.h"
 
-#include <fmt/ranges.h>
+#include <nlohmann/json.hpp>
 
 #include <cstdint>
 

@@ -3,6 +3,8 @@
 #include "stop_signals.h"
 #include "usb_devices.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <memory>
 

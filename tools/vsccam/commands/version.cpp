@@ -1,5 +1,6 @@
 #include "commands/command.h"
 
+#include <nlohmann/json.hpp>
 #include <vsccam.h>
 
 namespace vsctool {
