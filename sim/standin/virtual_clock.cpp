@@ -53,6 +53,7 @@ void SteadyClock::Wake()
 }
 
 struct VirtualClock::Waiter {
+    const Channel *channel;
     Time deadline;
     const char *what;
     pthread_t thread = pthread_self();
@@ -62,23 +63,23 @@ struct VirtualClock::Waiter {
 
 VirtualClock::VirtualClock(Time start, Time limit) : m_limit(start + limit), m_now(start.count()) {}
 
-void VirtualClock::WaitForWake(uint64_t seen, Time deadline, const char *what)
+void VirtualClock::Channel::WaitForWake(uint64_t seen, Time deadline, const char *what)
 {
-    std::unique_lock lock(m_mutex);
+    std::unique_lock lock(m_clock.m_mutex);
     if (m_wakes != seen || Now() >= deadline)
         return;
-    Waiter self{.deadline = deadline, .what = what};
-    m_waiters.push_back(&self);
-    JumpWhenAllWait();
+    Waiter self{.channel = this, .deadline = deadline, .what = what};
+    m_clock.m_waiters.push_back(&self);
+    m_clock.JumpWhenAllWait();
     while (!self.resumed.wait_for(lock, kStallReport, [&] { return self.running; }))
-        Report("a thread has been running, or blocked outside of the clock, for a minute");
+        m_clock.Report("a thread runs, or blocks outside of the clock, for a minute");
 }
 
-void VirtualClock::Wake()
+void VirtualClock::Channel::Wake()
 {
-    const std::lock_guard lock(m_mutex);
+    const std::lock_guard lock(m_clock.m_mutex);
     m_wakes.fetch_add(1, std::memory_order_release);
-    ResumeIf([](const Waiter &) { return true; });
+    m_clock.ResumeIf([this](const Waiter &waiter) { return waiter.channel == this; });
 }
 
 void VirtualClock::ThreadStarts()
@@ -123,7 +124,7 @@ template <class Predicate> void VirtualClock::ResumeIf(Predicate predicate)
     });
 }
 
-void VirtualClock::Report(const char *reason)
+void VirtualClock::Report(const char *reason) const
 {
     std::fprintf(stderr, "virtual clock at %.6f s: %s; %zu of %zu threads wait:\n", Seconds(Now()),
                  reason, m_waiters.size(), m_threads);
@@ -138,20 +139,20 @@ void VirtualClock::Report(const char *reason)
     }
 }
 
-void VirtualClock::Fail(const char *reason)
+void VirtualClock::Fail(const char *reason) const
 {
     Report(reason);
     std::abort();
 }
 
-ClockedThread::ClockedThread(VirtualClock &clock, std::function<void()> body) : m_clock(clock)
+ClockedThread::ClockedThread(VirtualClock &clock, std::function<void()> body) : m_end(clock)
 {
-    m_clock.ThreadStarts();
-    m_thread = std::thread([this, body = std::move(body)] {
+    clock.ThreadStarts();
+    m_thread = std::thread([this, &clock, body = std::move(body)] {
         body();
         m_finished = true;
-        m_clock.Wake();
-        m_clock.ThreadEnds();
+        m_end.Wake();
+        clock.ThreadEnds();
     });
 }
 
@@ -159,8 +160,8 @@ void ClockedThread::Join()
 {
     if (!m_thread.joinable())
         return;
-    for (uint64_t seen = m_clock.WakeCount(); !m_finished; seen = m_clock.WakeCount())
-        m_clock.WaitForWake(seen, kNever, "join of a thread");
+    for (uint64_t seen = m_end.WakeCount(); !m_finished; seen = m_end.WakeCount())
+        m_end.WaitForWake(seen, kNever, "join of a thread");
     m_thread.join();
 }
 

@@ -52,37 +52,52 @@ class SteadyClock final : public BusClock {
 ///
 /// When all threads wait and none has a deadline, or when time runs away because the others wait
 /// for ever beside a periodic one, the clock says on standard error who waits for what and aborts.
-class VirtualClock final : public BusClock {
+class VirtualClock {
   public:
     static constexpr Time kStart = std::chrono::seconds(1000);
     static constexpr Time kLimit = std::chrono::hours(100 * 24);
 
     explicit VirtualClock(Time start = kStart, Time limit = kLimit);
+    VirtualClock(const VirtualClock &) = delete;
+    VirtualClock &operator=(const VirtualClock &) = delete;
 
-    Time Now() override { return Time(m_now.load(std::memory_order_relaxed)); }
-    uint64_t WakeCount() override { return m_wakes.load(std::memory_order_acquire); }
-    void WaitForWake(uint64_t seen, Time deadline, const char *what) override;
-    void Wake() override;
+    Time Now() const { return Time(m_now.load(std::memory_order_relaxed)); }
 
     /// A thread is about to take part (called before it starts, by whoever starts it) or stops
     /// doing so (called by itself).
     void ThreadStarts();
     void ThreadEnds();
 
+    /// Waits on this clock that belong together: a Wake ends these and no others.
+    class Channel;
+
   private:
     struct Waiter;
 
     void JumpWhenAllWait();
     template <class Predicate> void ResumeIf(Predicate predicate);
-    void Report(const char *reason);
-    [[noreturn]] void Fail(const char *reason);
+    void Report(const char *reason) const;
+    [[noreturn]] void Fail(const char *reason) const;
 
     const Time m_limit;
-    std::mutex m_mutex; // guards what follows; the atomics are written under it, too
+    std::mutex m_mutex; // guards what follows; the time is written under it, too
     std::atomic<Time::rep> m_now;
-    std::atomic<uint64_t> m_wakes{0};
     size_t m_threads = 0;
     std::vector<Waiter *> m_waiters;
+};
+
+class VirtualClock::Channel final : public BusClock {
+  public:
+    explicit Channel(VirtualClock &clock) : m_clock(clock) {}
+
+    Time Now() override { return m_clock.Now(); }
+    uint64_t WakeCount() override { return m_wakes.load(std::memory_order_acquire); }
+    void WaitForWake(uint64_t seen, Time deadline, const char *what) override;
+    void Wake() override;
+
+  private:
+    VirtualClock &m_clock;
+    std::atomic<uint64_t> m_wakes{0}; // written under the clock's mutex
 };
 
 /// A thread that a VirtualClock knows of. Joined by another one of its threads, at the latest in
@@ -97,7 +112,7 @@ class ClockedThread {
     void Join();
 
   private:
-    VirtualClock &m_clock;
+    VirtualClock::Channel m_end;
     std::atomic<bool> m_finished{false};
     std::thread m_thread;
 };

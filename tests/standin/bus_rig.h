@@ -21,7 +21,7 @@ class BusTest : public testing::Test {
   protected:
     explicit BusTest(uint64_t seed = 1)
     {
-        clock.ThreadStarts();
+        timeLine.ThreadStarts();
         bus.UseClock(&clock);
         bus.Reset(seed);
         EXPECT_EQ(libusb_init(nullptr), 0);
@@ -30,7 +30,7 @@ class BusTest : public testing::Test {
     {
         bus.Reset();
         bus.UseClock(nullptr);
-        clock.ThreadEnds();
+        timeLine.ThreadEnds();
     }
 
     void TearDown() override
@@ -44,7 +44,8 @@ class BusTest : public testing::Test {
         EXPECT_EQ(bus.TakeMisuse(), std::vector<std::string>());
     }
 
-    VirtualClock clock;
+    VirtualClock timeLine;
+    VirtualClock::Channel clock{timeLine};
     Bus &bus = Bus::Instance();
 };
 

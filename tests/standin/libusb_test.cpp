@@ -92,7 +92,7 @@ TEST_F(Libusb, HandsCompletionsToAnyThreadThatHandlesEvents)
         }
         std::thread::id workerId;
         {
-            ClockedThread worker(clock, [&] {
+            ClockedThread worker(timeLine, [&] {
                 workerId = std::this_thread::get_id();
                 for (size_t i = 0; i < kReads; ++i) {
                     EXPECT_EQ(libusb_submit_transfer(reads[i]->usb), 0);
@@ -218,7 +218,7 @@ TEST_F(Libusb, EndsEverythingWhenTheDeviceGoes)
     EXPECT_EQ(libusb_submit_transfer(first.usb), 0);
     EXPECT_EQ(libusb_submit_transfer(second.usb), 0);
     {
-        ClockedThread cable(clock, [&] {
+        ClockedThread cable(timeLine, [&] {
             const Time later = clock.Now() + 300ms;
             clock.WaitForWake(clock.WakeCount(), later, "somebody at the cable");
             bus.Unplug(number);
@@ -346,7 +346,7 @@ TEST_F(Libusb, FailsTheCallThatATestNames)
 
 TEST_F(Libusb, ReturnsFromEventHandlingWhenInterrupted)
 {
-    ClockedThread handler(clock, [this] {
+    ClockedThread handler(timeLine, [this] {
         timeval time{.tv_sec = 3600, .tv_usec = 0};
         EXPECT_EQ(libusb_handle_events_timeout(nullptr, &time), 0);
         EXPECT_LT(clock.Now(), VirtualClock::kStart + 10s);

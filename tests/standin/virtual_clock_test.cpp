@@ -14,8 +14,8 @@ using namespace std::chrono_literals;
 
 void SleepUntil(VirtualClock &clock, Time deadline)
 {
-    while (clock.Now() < deadline)
-        clock.WaitForWake(clock.WakeCount(), deadline, "sleep");
+    VirtualClock::Channel nobody(clock);
+    nobody.WaitForWake(0, deadline, "sleep");
 }
 
 class VirtualClockTest : public testing::Test {
@@ -53,17 +53,18 @@ TEST_F(VirtualClockTest, LosesNoWakeUp)
 {
     constexpr int kPasses = 5000;
     std::atomic<int> token{0};
+    VirtualClock::Channel table(clock);
     const auto player = [&](int mine) {
         for (;;) {
-            const uint64_t seen = clock.WakeCount();
+            const uint64_t seen = table.WakeCount();
             const int now = token.load();
             if (now >= kPasses)
                 return;
             if (now % 2 == mine) {
                 token = now + 1;
-                clock.Wake();
+                table.Wake();
             } else {
-                clock.WaitForWake(seen, kNever, "the token");
+                table.WaitForWake(seen, kNever, "the token");
             }
         }
     };
@@ -96,8 +97,8 @@ TEST(VirtualClockDeathTest, SaysWhoWaitsWhenNothingCanHappenAnyMore)
         {
             VirtualClock clock(0s);
             clock.ThreadStarts();
-            ClockedThread other(clock, [&] { clock.WaitForWake(0, kNever, "a frame"); });
-            clock.WaitForWake(0, kNever, "the other's end");
+            ClockedThread other(clock, [&] { SleepUntil(clock, kNever); });
+            other.Join();
         },
         "every thread waits and none has a deadline; 2 of 2 threads wait");
     EXPECT_DEATH(
@@ -108,7 +109,7 @@ TEST(VirtualClockDeathTest, SaysWhoWaitsWhenNothingCanHappenAnyMore)
                 for (;;)
                     SleepUntil(clock, clock.Now() + 1s);
             });
-            clock.WaitForWake(0, kNever, "a frame");
+            SleepUntil(clock, kNever);
         },
         "time runs away");
 }

@@ -13,7 +13,7 @@ class VirtualTime final : private TimeSource {
     explicit VirtualTime(vscsim::Time start = vscsim::VirtualClock::kStart) : m_clock(start)
     {
         m_clock.ThreadStarts();
-        vscsim::Bus::Instance().UseClock(&m_clock);
+        vscsim::Bus::Instance().UseClock(&m_bus);
         UseTimeSource(this);
     }
     VirtualTime(const VirtualTime &) = delete;
@@ -28,17 +28,19 @@ class VirtualTime final : private TimeSource {
     vscsim::VirtualClock &Clock() { return m_clock; }
 
   private:
-    int64_t NowNs() override { return m_clock.Now().count(); }
-    uint64_t WakeCount() override { return m_clock.WakeCount(); }
+    int64_t NowNs() override { return m_library.Now().count(); }
+    uint64_t WakeCount() override { return m_library.WakeCount(); }
     void WaitForWake(uint64_t seen, int64_t deadlineNs) override
     {
-        m_clock.WaitForWake(seen, vscsim::Time(deadlineNs), "a wait of the library");
+        m_library.WaitForWake(seen, vscsim::Time(deadlineNs), "a wait of the library");
     }
-    void Wake() override { m_clock.Wake(); }
+    void Wake() override { m_library.Wake(); }
     void ThreadStarts() override { m_clock.ThreadStarts(); }
     void ThreadEnds() override { m_clock.ThreadEnds(); }
 
     vscsim::VirtualClock m_clock;
+    vscsim::VirtualClock::Channel m_bus{m_clock};
+    vscsim::VirtualClock::Channel m_library{m_clock};
 };
 
 } // namespace vsccam
