@@ -8,6 +8,8 @@ namespace {
 
 constexpr double kShadowsBelowSky = 2.8; // in units of the noise
 constexpr double kSkyBrightness = 0.25;
+constexpr double kSteps = 4096;    // a sky quieter than one step of the converter shows no noise
+constexpr double kSteepest = 1e-4; // midtone beyond which a curve would be a jump
 
 } // namespace
 
@@ -23,12 +25,14 @@ double MidtonesTransfer(double midtone, double value)
 std::vector<uint8_t> AutoStretch(const Plane &plane, double fullScale)
 {
     const Background sky = BackgroundOf(plane);
-    const double shadows = std::max(0.0, sky.level - kShadowsBelowSky * sky.noise) / fullScale;
-    const double range = std::max(1 - shadows, 1 / fullScale);
+    const double noise = std::max({sky.noise, fullScale / kSteps, 1.0});
+    const double shadows = std::max(0.0, sky.level - kShadowsBelowSky * noise) / fullScale;
+    const double range = 1 - shadows;
     const double skyAboveShadows = (sky.level / fullScale - shadows) / range;
     // The function is its own inverse in this sense: the midtone that brings a level to a wanted
     // brightness is the level transferred with that brightness as midtone.
-    const double midtone = MidtonesTransfer(kSkyBrightness, skyAboveShadows);
+    const double midtone =
+        std::clamp(MidtonesTransfer(kSkyBrightness, skyAboveShadows), kSteepest, 1 - kSteepest);
 
     std::vector<uint8_t> curve(static_cast<size_t>(fullScale) + 1);
     for (size_t i = 0; i < curve.size(); ++i) {

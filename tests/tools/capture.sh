@@ -1,0 +1,70 @@
+#!/bin/sh
+# capture.sh VSCCAM FITSVERIFY: the program as a user starts it, with simulated cameras.
+set -eu
+vsccam=$1
+fitsverify=$2
+folder=$(mktemp -d)
+trap 'rm -rf "$folder"' EXIT
+cd "$folder"
+
+# expect CODE COMMAND...: the command ends with this code.
+expect() {
+    wanted=$1
+    shift
+    got=0
+    "$@" >output 2>messages || got=$?
+    if [ "$got" != "$wanted" ]; then
+        echo "'$*' ended with $got instead of $wanted:"
+        cat output messages
+        exit 1
+    fi
+}
+
+# contains FILE TEXT
+contains() {
+    grep -qF -- "$2" "$1" || {
+        echo "no '$2' in:"
+        cat "$1"
+        exit 1
+    }
+}
+
+sim() {
+    "$vsccam" --sim VSC470MC "$@"
+}
+
+expect 2 "$vsccam"
+expect 2 "$vsccam" capture -e 5parsec
+expect 0 sim --json list
+contains output '"model":"KYR VSC470MC"'
+expect 3 sim list --require 2
+expect 3 sim --camera VSC470MM info
+
+# Results stay clean even when the library talks; the two pictures follow on the one of before.
+expect 0 sim capture -e 10ms -o m42.fit --no-png
+expect 0 sim -v --json capture -e 10ms -n 2 -o 'm42_{seq}.fit' --fits-key FILTER=Ha
+[ "$(grep -c '^{"schema":1,.*}$' output)" = 2 ]
+[ "$(wc -l <output)" = 2 ]
+contains messages 'VSC SDK'
+expect 0 sim capture -e 10ms -o 'm42_{seq}.fit' --format rgb24 --roi 640x480+64+32
+contains output m42_3.fit
+[ -s m42_3.png ]
+for file in m42.fit m42_1.fit m42_2.fit m42_3.fit; do
+    "$fitsverify" -q "$file"
+done
+contains m42_1.fit "SIMULATE=                    T"
+
+expect 9 sim capture -e 10ms -o m42.fit
+expect 10 sim capture -e 10ms --bin 3
+expect 10 sim capture --cool -10
+expect 2 sim capture --roi 641x480+0+0
+
+# A stopped exposure leaves no file and tells by which signal. The simulator passes signals on.
+"$vsccam" --sim VSC470MC capture -e 60s -o never.fit >output 2>messages &
+camera=$!
+sleep 2
+kill -TERM "$camera"
+got=0
+wait "$camera" || got=$?
+[ "$got" = 143 ] || { echo "stopped with $got"; cat messages; exit 1; }
+[ -z "$(find . -name '*never*')" ]
