@@ -58,6 +58,7 @@ struct CameraOptions {
     uint64_t seed = 1;  // of the sky, its noise and the random faults
     double speed = 1.0; // times real time; 0: a frame is ready as soon as one is asked for
     bool readableDescriptor = true;
+    size_t framesMadeBeforehand = 0; // so many are made once and sent in turn; 0: each is made anew
     std::optional<uint64_t> frameLimit = {}; // the camera falls silent after so many frames
     FaultPlan faults = {};
     std::string flashFile = {}; // keeps the SPI flash: read at the start, written on changes

@@ -30,7 +30,8 @@ FrameStream::FrameStream(Board &board, SceneSource &scene, FaultInjector &faults
                          const CameraOptions &options, size_t packetSize)
     : m_board(board), m_scene(scene), m_faults(faults), m_speed(options.speed),
       m_limit(options.frameLimit.value_or(std::numeric_limits<uint64_t>::max())),
-      m_packetSize(packetSize)
+      m_packetSize(packetSize), m_madeBeforehand(options.framesMadeBeforehand != 0),
+      m_frames(std::max<size_t>(options.framesMadeBeforehand, 1))
 {
 }
 
@@ -178,9 +179,13 @@ void FrameStream::Prepare(Sending &sending, Time now)
     Exposure exposure = frame.exposure;
     exposure.celsius = m_board.climate.Celsius(now);
     exposure.shift = m_board.guide.ShiftAt(now);
-    m_bytes.resize(frame.settings.Bytes());
-    RenderFrame(m_scene, frame.settings, exposure, m_bytes);
-    WriteMarks(marks, m_bytes);
+    sending.bytesOf = exposure.frame % m_frames.size();
+    std::vector<uint8_t> &bytes = m_frames[sending.bytesOf];
+    if (m_madeBeforehand && bytes.size() == frame.settings.Bytes())
+        return;
+    bytes.resize(frame.settings.Bytes());
+    RenderFrame(m_scene, frame.settings, exposure, bytes);
+    WriteMarks(marks, bytes);
 }
 
 /// Bytes that have come from the sensor: whole packets, and the rest when the frame is complete.
@@ -211,7 +216,7 @@ size_t FrameStream::TakePackets(Sending &sending, std::span<uint8_t> room, Time 
     size_t bytes = Arrived(sending, now) - sending.sent;
     if (bytes > room.size())
         bytes = room.size() - room.size() % m_packetSize;
-    const auto from = m_bytes.begin() + static_cast<std::ptrdiff_t>(sending.sent);
+    const auto from = m_frames[sending.bytesOf].begin() + static_cast<std::ptrdiff_t>(sending.sent);
     std::copy_n(from, bytes, room.begin());
     sending.sent += bytes;
     return bytes;

@@ -50,6 +50,7 @@ class FrameStream {
         Time resumes{};                      // with its bytes, after failures
         size_t length = 0;                   // in bytes, after faults
         size_t sent = 0;
+        size_t bytesOf = 0; // of m_frames, to send
     };
     struct Gate {
         FrameSettings settings;
@@ -80,12 +81,13 @@ class FrameStream {
     double m_speed;
     uint64_t m_limit;
     size_t m_packetSize;
+    bool m_madeBeforehand;
 
     Mode m_mode = Mode::Stopped;
-    std::optional<Gate> m_gate;       // open
-    std::optional<Frame> m_next;      // exposing, or being read out
-    std::optional<Sending> m_sending; // held for the host
-    std::vector<uint8_t> m_bytes;     // of the frame being sent
+    std::optional<Gate> m_gate;                 // open
+    std::optional<Frame> m_next;                // exposing, or being read out
+    std::optional<Sending> m_sending;           // held for the host
+    std::vector<std::vector<uint8_t>> m_frames; // in turn; one unless they are made beforehand
     bool m_halted = false;
     uint32_t m_number = 0; // of the next exposure since the stream was started
     uint64_t m_produced = 0;

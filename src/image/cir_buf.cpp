@@ -41,7 +41,7 @@ void CirBuf::StopInstBufThr()
         const std::lock_guard lock(m_section);
         m_running = false;
     }
-    m_changed.NotifyAll();
+    m_insertionPending.NotifyAll();
     OutputDbgPrint("StopInstBufThr 1\n");
     m_insertThread.Join();
     OutputDbgPrint("<< wait InsertBufThr exit\n");
@@ -51,7 +51,7 @@ void CirBuf::ResetCirBuff()
 {
     std::unique_lock lock(m_section);
     m_pending = {};
-    m_changed.Wait(lock, [this] { return !m_inserting && !m_reading; });
+    m_copyDone.Wait(lock, [this] { return !m_inserting && !m_reading; });
     m_filled = m_readIndex = m_writeIndex = 0;
 }
 
@@ -65,37 +65,44 @@ bool CirBuf::InsertBuff(const uint8_t *src, int len)
             return false;
         m_pending = {src, len};
     }
-    m_changed.NotifyAll();
+    m_insertionPending.NotifyAll();
     return true;
 }
 
 void CirBuf::InsertBufThd()
 {
     OutputDbgPrint("InsertBufThr begin\n");
-    std::unique_lock lock(m_section);
-    for (;;) {
-        m_changed.Wait(lock, [this] { return m_pending.source || !m_running; });
-        if (!m_running)
-            break;
-        const Insertion insertion = std::exchange(m_pending, {});
-        Slot &slot = m_slots[m_writeIndex];
-        m_inserting = true;
-        lock.unlock();
-        std::memcpy(slot.bytes.data(), insertion.source, static_cast<size_t>(insertion.length));
-        lock.lock();
-        slot.length = insertion.length;
-        m_inserting = false;
-        m_writeIndex ^= 1;
-        ++m_filled;
-        m_changed.NotifyAll();
+    while (const auto insertion = NextInsertion()) {
+        Slot &slot = m_slots[m_writeIndex]; // nobody else uses it while m_inserting is set
+        std::memcpy(slot.bytes.data(), insertion->source, static_cast<size_t>(insertion->length));
+        {
+            const std::lock_guard lock(m_section);
+            slot.length = insertion->length;
+            m_inserting = false;
+            m_writeIndex ^= 1;
+            ++m_filled;
+        }
+        m_frameAvailable.NotifyAll();
+        m_copyDone.NotifyAll();
     }
     OutputDbgPrint("thread InsertBufThd Exit\n");
+}
+
+/// Waits for a frame to insert; nothing when the thread is to end.
+std::optional<CirBuf::Insertion> CirBuf::NextInsertion()
+{
+    std::unique_lock lock(m_section);
+    m_insertionPending.Wait(lock, [this] { return m_pending.source || !m_running; });
+    if (!m_running)
+        return std::nullopt;
+    m_inserting = true;
+    return std::exchange(m_pending, {});
 }
 
 bool CirBuf::WaitForFrame(std::unique_lock<CriticalSection> &lock, Clock::time_point deadline)
 {
     const bool endsWithProducer = m_producing || deadline == kNever;
-    (void)m_changed.WaitUntil(lock, deadline, [this, endsWithProducer] {
+    (void)m_frameAvailable.WaitUntil(lock, deadline, [this, endsWithProducer] {
         const bool onItsWay = m_pending.source || m_inserting;
         return m_filled > 0 || (endsWithProducer && !m_producing && !onItsWay);
     });
@@ -125,7 +132,8 @@ bool CirBuf::ReadBuff(uint8_t *dst, int len, int timeoutMs)
         lock.lock();
         m_reading = false;
         DropOldest();
-        m_changed.NotifyAll();
+        lock.unlock();
+        m_copyDone.NotifyAll();
         return true;
     }
     return false;
@@ -153,7 +161,7 @@ void CirBuf::SetProducing(bool producing)
         const std::lock_guard lock(m_section);
         m_producing = producing;
     }
-    m_changed.NotifyAll();
+    m_frameAvailable.NotifyAll();
 }
 
 } // namespace vsccam

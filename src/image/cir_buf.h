@@ -4,6 +4,7 @@
 #include "base/zeroed_buffer.h"
 
 #include <cstdint>
+#include <optional>
 
 namespace vsccam {
 
@@ -55,6 +56,7 @@ class CirBuf {
     };
 
     void InsertBufThd();
+    std::optional<Insertion> NextInsertion();
     bool WaitForFrame(std::unique_lock<CriticalSection> &lock, Clock::time_point deadline);
     void DropOldest();
 
@@ -62,8 +64,10 @@ class CirBuf {
     Thread m_insertThread; // started by StartInstBufThr, joined by StopInstBufThr
     std::atomic<bool> m_running{false};
 
-    CriticalSection m_section; // guards everything below but the bytes of the slots
-    Condition m_changed;
+    CriticalSection m_section;    // guards everything below but the bytes of the slots
+    Condition m_insertionPending; // or the insert thread is to end
+    Condition m_frameAvailable;   // or none can come any more
+    Condition m_copyDone;
     Slot m_slots[2];
     int m_readIndex = 0;  // slot of the oldest frame
     int m_writeIndex = 0; // slot of the next insertion

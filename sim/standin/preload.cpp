@@ -1,0 +1,21 @@
+#include "standin/bus.h"
+
+#include <cstdlib>
+#include <sstream>
+#include <string>
+
+// The stand-in as a shared library, for whole programs: linked or preloaded before libusb, it gives
+// them the cameras that VSCSIM_CAMERAS names ("VSC470MC VSC470MM"), with a sky, in real time.
+namespace {
+
+[[gnu::constructor]] void PlugInNamedCameras()
+{
+    const char *names = std::getenv("VSCSIM_CAMERAS");
+    std::istringstream words(names ? names : "");
+    for (std::string name; words >> name;) {
+        if (vscsim::FindModel(name))
+            vscsim::Bus::Instance().Plug(name, {.scene = vscsim::Scene::Sky});
+    }
+}
+
+} // namespace

@@ -1,0 +1,46 @@
+#!/usr/bin/env bash
+# Installs the library, looks at what it shows and needs, and builds and runs a C program with it.
+# From the environment: BUILD, CMAKE, CC, CFLAGS, RUNNER, VSCSIM, NM, READELF.
+set -euo pipefail
+here=$(dirname "${BASH_SOURCE[0]}")
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+"$CMAKE" --install "$BUILD" --prefix "$work/usr" >"$work/install.log"
+library=$work/usr/lib/libvsccam.so
+[[ -e $library ]] || library=$(find "$work/usr" -name libvsccam.so | head -n 1)
+libraries=$(dirname "$library")
+
+echo "exported: the functions of the header, and nothing else"
+"$NM" -D --defined-only "$library" | awk '$2 != "A" { sub(/@.*/, "", $3); print $3 }' |
+    sort >"$work/exported"
+sed -nE 's/^VSC_API .*[ *]([A-Za-z0-9]+)\(.*/\1/p' "$work/usr/include/vsccam.h" |
+    sort >"$work/declared"
+diff "$work/declared" "$work/exported"
+[[ $(wc -l <"$work/exported") == 51 ]]
+
+if [[ -z $CFLAGS ]]; then # sanitizers bring libraries of their own
+    echo "needed: libusb and the runtimes"
+    unexpected=$("$READELF" -d "$library" | sed -nE 's/.*\(NEEDED\).*\[(.*)\]/\1/p' |
+        grep -vE '^lib(usb-1\.0|stdc\+\+|m|gcc_s|c)\.so|^ld-linux' || true)
+    [[ -z $unexpected ]] || { echo "also: $unexpected" && exit 1; }
+fi
+
+echo "a C program, as C89 and C11"
+build=("$CC" $CFLAGS -pedantic -Wall -Wextra -Werror "-I$work/usr/include" "$here/host.c"
+    "-L$libraries" "-L$BUILD/lib" -Wl,--unresolved-symbols=ignore-in-shared-libs)
+"${build[@]}" -std=c89 -Wl,--no-as-needed -lvscsim_preload -lvsccam -o "$work/on_stand_in"
+"${build[@]}" -std=c11 -lvsccam -o "$work/on_libusb"
+
+# Under qemu the target's library path comes with the runner.
+run=($RUNNER)
+if ((${#run[@]})); then
+    run[-1]="${run[-1]}:$libraries:$BUILD/lib"
+    export VSCSIM_CAMERAS=VSC470MC
+else
+    run=(env "LD_LIBRARY_PATH=$libraries:$BUILD/lib" VSCSIM_CAMERAS=VSC470MC)
+fi
+"${run[@]}" "$work/on_stand_in"
+if [[ -n $VSCSIM ]]; then
+    LD_LIBRARY_PATH=$libraries "$VSCSIM" run --camera VSC470MM -- "$work/on_libusb"
+fi
