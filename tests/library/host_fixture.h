@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/clock.h"
 #include "camera/pattern.h"
 #include "standin/bus.h"
 #include "support/simulated_bus.h"

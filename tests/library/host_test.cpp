@@ -201,6 +201,39 @@ TEST_F(HostTest, ReportsAndClampsEveryControl)
     }
 }
 
+TEST_F(HostTest, CoolerIsOffAtTheStartAndAtTheEnd)
+{
+    const int device = Bus().Plug("VSC470MC-Cool");
+    ASSERT_EQ(getNumberOfConnectedCameras(), 1);
+    ASSERT_TRUE(openCamera(0));
+    (void)Bus().TakeTraffic(device);
+    ASSERT_TRUE(initCamera());
+    const auto last = [](const std::vector<std::string> &lines, std::string_view verb) {
+        const auto found = std::find_if(lines.rbegin(), lines.rend(), [verb](const auto &line) {
+            return line.starts_with(verb);
+        });
+        return found == lines.rend() ? std::string() : *found;
+    };
+    std::vector<std::string> traffic = Bus().TakeTraffic(device);
+    EXPECT_EQ(last(traffic, "fpga 19"), "fpga 19=00"); // the fan runs
+    EXPECT_EQ(last(traffic, "cooler"), "cooler 255");
+
+    setValue(CONTROL_TARGET_TEMP, -10, false);
+    setValue(CONTROL_COOLER_ON, 1, false);
+    SleepFor(std::chrono::minutes(20));
+    EXPECT_NEAR(getSensorTemp(), -10.0, 0.5);
+    EXPECT_GT(getValue(CONTROL_COOLER_POWER, nullptr), 0);
+    setValue(CONTROL_FAN_ON, 0, false);
+    traffic = Bus().TakeTraffic(device);
+    EXPECT_EQ(last(traffic, "fpga 19"), "fpga 19=80");
+    EXPECT_NE(last(traffic, "cooler"), "cooler 255");
+
+    closeCamera();
+    traffic = Bus().TakeTraffic(device);
+    EXPECT_EQ(last(traffic, "cooler"), "cooler 255");
+    EXPECT_EQ(traffic.back(), "close");
+}
+
 TEST_F(HostTest, ControlsThatAModelLacksDoNothing)
 {
     OpenOne("VSC470MM");
