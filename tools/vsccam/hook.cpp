@@ -1,12 +1,12 @@
 #include "hook.h"
 
-#include "stop_signals.h"
+#include "arguments.h"
 
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <string>
+#include <csignal>
 #include <vector>
 
 namespace vsctool {
@@ -14,16 +14,9 @@ namespace vsctool {
 int RunHook(const std::string &command, const std::filesystem::path &file)
 {
     std::vector<std::string> words = {"/bin/sh", "-c", command, "hook", file.string()};
-    std::vector<char *> arguments;
-    for (std::string &word : words)
-        arguments.push_back(word.data());
-    arguments.push_back(nullptr);
-
-    std::string fileVariable = "VSCCAM_FILE=" + file.string();
-    std::vector<char *> environment = {fileVariable.data()};
+    std::vector<std::string> variables = {"VSCCAM_FILE=" + file.string()};
     for (char **variable = environ; *variable; ++variable)
-        environment.push_back(*variable);
-    environment.push_back(nullptr);
+        variables.emplace_back(*variable);
 
     sigset_t none;
     sigemptyset(&none);
@@ -32,8 +25,8 @@ int RunHook(const std::string &command, const std::filesystem::path &file)
     posix_spawnattr_setsigmask(&attributes, &none); // ours are blocked, the hook's shall not be
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
     pid_t child = 0;
-    const int error = posix_spawn(&child, arguments[0], nullptr, &attributes, arguments.data(),
-                                  environment.data());
+    const int error = posix_spawn(&child, words[0].c_str(), nullptr, &attributes,
+                                  Pointers(words).data(), Pointers(variables).data());
     posix_spawnattr_destroy(&attributes);
     int status = 0;
     if (error != 0 || waitpid(child, &status, 0) != child || !WIFEXITED(status))

@@ -3,6 +3,7 @@
 #include "simulate.h"
 #include "stop_signals.h"
 
+#include <cstdio>
 #include <exception>
 
 namespace vsctool {
@@ -87,10 +88,10 @@ int main(int argc, char **argv)
     try {
         return vsctool::Main(argc, argv);
     } catch (const vsctool::Failure &failure) {
-        fmt::print(stderr, "error: {}\n", failure.what());
+        std::fprintf(stderr, "error: %s\n", failure.what());
         return failure.Code();
     } catch (const std::exception &error) {
-        fmt::print(stderr, "error: {}\n", error.what());
+        std::fprintf(stderr, "error: %s\n", error.what());
         return static_cast<int>(vsctool::Exit::kFailure);
     }
 }

@@ -18,9 +18,9 @@ enum Colour { kRed, kGreen, kBlue };
 std::array<Colour, 4> CellOf(Mosaic phase)
 {
     std::array<Colour, 4> cell = {kGreen, kGreen, kGreen, kGreen};
-    const auto red = static_cast<size_t>(phase.redRow * 2 + phase.redColumn);
-    cell.at(red) = kRed;
-    cell.at(3 - red) = kBlue;
+    const int red = phase.redRow * 2 + phase.redColumn;
+    cell[red] = kRed;
+    cell[3 - red] = kBlue;
     return cell;
 }
 
@@ -62,9 +62,7 @@ Rgb SplitRgb24(const Picture &picture)
 Rgb Demosaic(const Plane &mosaic, Mosaic phase)
 {
     const std::array<Colour, 4> cell = CellOf(phase);
-    const auto colourAt = [&](int x, int y) {
-        return cell[static_cast<size_t>((y & 1) * 2 + (x & 1))];
-    };
+    const auto colourAt = [&](int x, int y) { return cell[(y & 1) * 2 + (x & 1)]; };
     const Plane empty(mosaic.width, mosaic.height);
     Rgb rgb = {empty, empty, empty};
     for (int y = 0; y < mosaic.height; ++y) {

@@ -1,5 +1,6 @@
 #include "simulate.h"
 
+#include "arguments.h"
 #include "failure.h"
 
 #include <unistd.h>
@@ -33,10 +34,7 @@ void RunSimulated(const std::vector<std::string> &models, const std::vector<std:
     words.push_back(self);
     words.insert(words.end(), arguments.begin(), arguments.end());
 
-    std::vector<char *> pointers;
-    for (std::string &word : words)
-        pointers.push_back(word.data());
-    pointers.push_back(nullptr);
+    const std::vector<char *> pointers = Pointers(words);
 
     setenv(kMark, "1", 1); // NOLINT(concurrency-mt-unsafe): there is no other thread yet
     execv((self.parent_path() / "vscsim").c_str(), pointers.data());

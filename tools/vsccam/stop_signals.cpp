@@ -2,9 +2,13 @@
 
 #include "failure.h"
 
+#include <csignal>
+
 namespace vsctool {
 
-sigset_t StopSignals::Set()
+namespace {
+
+sigset_t StopSet()
 {
     sigset_t set;
     sigemptyset(&set);
@@ -13,15 +17,17 @@ sigset_t StopSignals::Set()
     return set;
 }
 
+} // namespace
+
 void StopSignals::Block()
 {
-    const sigset_t set = Set();
+    const sigset_t set = StopSet();
     pthread_sigmask(SIG_BLOCK, &set, nullptr);
 }
 
 void StopSignals::SleepFor(std::chrono::milliseconds time)
 {
-    const sigset_t set = Set();
+    const sigset_t set = StopSet();
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(time);
     timespec wait{};
     wait.tv_sec = static_cast<time_t>(seconds.count());

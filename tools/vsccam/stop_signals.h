@@ -1,7 +1,6 @@
 #pragma once
 
 #include <chrono>
-#include <csignal>
 
 namespace vsctool {
 
@@ -14,9 +13,6 @@ class StopSignals {
 
     /// Waits; throws Failure with the exit code of the signal when one arrives or has arrived.
     static void SleepFor(std::chrono::milliseconds time);
-
-    /// The signals, for programs that are started with them unblocked.
-    static sigset_t Set();
 };
 
 } // namespace vsctool

@@ -164,7 +164,7 @@ std::filesystem::path Series::NextFile()
             .offset = getValue(CONTROL_BRIGHTNESS, nullptr),
             .bin = m_options.framing.bin,
             .start = std::chrono::floor<Microseconds>(std::chrono::system_clock::now())};
-        const std::filesystem::path file = m_name.Expand(fields);
+        std::filesystem::path file = m_name.Expand(fields);
         if (m_options.overwrite || !std::filesystem::exists(file)) {
             ++m_sequence;
             return file;
