@@ -178,10 +178,9 @@ Device::Ending Device::ServeBulk(const libusb_transfer &usb, Transfer &transfer,
     const std::span room(usb.buffer, static_cast<size_t>(usb.length));
     const BulkReply reply = m_camera->Bulk(usb.endpoint, room, transfer.filled, now);
     transfer.filled = reply.bytes;
-    if (reply.complete && reply.outcome != Outcome::Timeout)
+    if (reply.complete)
         return TransferStatus(reply.outcome);
-    if (!reply.complete)
-        endpoint.readyAt = std::max(reply.readyAt, now + 1us);
+    endpoint.readyAt = std::max(reply.readyAt, now + 1us);
     return std::nullopt;
 }
 

@@ -144,12 +144,16 @@ class BulkRead {
     std::vector<uint8_t> m_buffer;
 };
 
-/// Handles events until the transfer is done or `bound` is over.
-inline bool WaitFor(BulkRead &read, BusClock &clock, Time bound = std::chrono::seconds(10))
+/// Handles events, for `round` at a time, until the transfer is done or `bound` is over.
+inline bool WaitFor(BulkRead &read, BusClock &clock, Time bound = std::chrono::seconds(10),
+                    Time round = std::chrono::milliseconds(50))
 {
     const Time deadline = clock.Now() + bound;
+    const auto us = std::chrono::duration_cast<std::chrono::microseconds>(round).count();
     while (!read.Done() && clock.Now() < deadline) {
-        timeval time{.tv_sec = 0, .tv_usec = 50'000};
+        timeval time{};
+        time.tv_sec = static_cast<time_t>(us / 1'000'000);
+        time.tv_usec = static_cast<suseconds_t>(us % 1'000'000);
         (void)libusb_handle_events_timeout_completed(nullptr, &time, &read.completed);
     }
     return read.Done();

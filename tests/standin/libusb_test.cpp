@@ -112,6 +112,71 @@ TEST_F(Libusb, HandsCompletionsToAnyThreadThatHandlesEvents)
     }
 }
 
+TEST_F(Libusb, HandsBackInTheOrderOfCompletion)
+{
+    bus.Plug("VSC470MM");
+    OpenCamera camera;
+    std::vector<BulkRead *> order;
+    std::vector<std::unique_ptr<BulkRead>> reads;
+    for (int i = 0; i < 8; ++i) {
+        reads.push_back(std::make_unique<BulkRead>(camera.handle, kFrame));
+        reads.back()->order = &order;
+        EXPECT_EQ(libusb_submit_transfer(reads.back()->usb), 0);
+    }
+    for (auto &read : reads)
+        EXPECT_EQ(libusb_cancel_transfer(read->usb), 0);
+    EXPECT_TRUE(WaitFor(*reads.back(), clock));
+    EXPECT_TRUE(std::ranges::equal(order, reads, {}, {}, &std::unique_ptr<BulkRead>::get));
+}
+
+// Whoever waits for events must notice what others start meanwhile: a transfer, or the stream.
+TEST_F(Libusb, NoticesWhatChangesWhileAThreadHandlesEvents)
+{
+    for (const bool streams : {true, false}) {
+        SCOPED_TRACE(streams);
+        bus.Reset();
+        bus.Plug("VSC470MM");
+        OpenCamera camera;
+        camera.Stream();
+        if (!streams)
+            (void)camera.Command(0xAA);
+        BulkRead read(camera.handle, kFrame);
+        const Time start = clock.Now();
+        {
+            ClockedThread handler(timeLine, [&] { EXPECT_TRUE(WaitFor(read, clock, 1h, 1h)); });
+            clock.WaitForWake(clock.WakeCount(), start + 1s, "the handler to start");
+            EXPECT_EQ(libusb_submit_transfer(read.usb), 0);
+            if (!streams)
+                (void)camera.Command(0xA9);
+        }
+        EXPECT_EQ(read.usb->status, LIBUSB_TRANSFER_COMPLETED);
+        EXPECT_LT(clock.Now(), start + 2s);
+    }
+}
+
+TEST_F(Libusb, ClosesOnlyAfterTheCallbackThatRuns)
+{
+    bus.Plug("VSC470MM");
+    OpenCamera camera;
+    BulkRead read(camera.handle, kFrame);
+    static std::atomic<bool> finished;
+    static VirtualClock::Channel *nobody;
+    VirtualClock::Channel channel(timeLine);
+    finished = false;
+    nobody = &channel;
+    read.usb->callback = [](libusb_transfer *) {
+        nobody->WaitForWake(0, nobody->Now() + 5s, "a slow callback");
+        finished = true;
+    };
+    ClockedThread handler(timeLine, [&] { EXPECT_FALSE(WaitFor(read, clock, 1s)); });
+    EXPECT_EQ(libusb_submit_transfer(read.usb), 0);
+    EXPECT_EQ(libusb_cancel_transfer(read.usb), 0);
+    channel.WaitForWake(0, clock.Now() + 2s, "the callback to start");
+    EXPECT_FALSE(finished);
+    camera.Close();
+    EXPECT_TRUE(finished);
+}
+
 TEST_F(Libusb, CancelsLater)
 {
     bus.Plug("VSC470MM");
@@ -120,17 +185,20 @@ TEST_F(Libusb, CancelsLater)
     for (const Time delay : {0ns, Time(10s)}) {
         SCOPED_TRACE(delay.count());
         bus.DelayCancel(delay);
-        BulkRead read(camera.handle, 100 * kFrame);
+        BulkRead read(camera.handle, 40 * kFrame);
         EXPECT_EQ(libusb_submit_transfer(read.usb), 0);
         EXPECT_FALSE(WaitFor(read, clock, 100ms));
         EXPECT_EQ(libusb_cancel_transfer(read.usb), 0);
         EXPECT_EQ(libusb_cancel_transfer(read.usb), LIBUSB_ERROR_NOT_FOUND);
         EXPECT_FALSE(read.Done());
+        std::fill_n(read.usb->buffer, read.usb->length, uint8_t{0});
         const Time cancelled = clock.Now();
         EXPECT_TRUE(WaitFor(read, clock, 20s));
         EXPECT_EQ(clock.Now() - cancelled, delay);
         EXPECT_EQ(read.usb->status, LIBUSB_TRANSFER_CANCELLED);
         EXPECT_GT(read.usb->actual_length, kFrame);
+        const bool written = std::ranges::any_of(read.Buffer(), [](uint8_t b) { return b != 0; });
+        EXPECT_EQ(written, delay > 0ns) << "the kernel writes what it received when it is late";
         EXPECT_EQ(libusb_cancel_transfer(read.usb), LIBUSB_ERROR_NOT_FOUND);
     }
 }
