@@ -159,22 +159,23 @@ TEST_F(Libusb, ClosesOnlyAfterTheCallbackThatRuns)
     bus.Plug("VSC470MM");
     OpenCamera camera;
     BulkRead read(camera.handle, kFrame);
-    static std::atomic<bool> finished;
-    static VirtualClock::Channel *nobody;
-    VirtualClock::Channel channel(timeLine);
-    finished = false;
-    nobody = &channel;
-    read.usb->callback = [](libusb_transfer *) {
-        nobody->WaitForWake(0, nobody->Now() + 5s, "a slow callback");
-        finished = true;
+    struct SlowCallback {
+        VirtualClock::Channel channel;
+        std::atomic<bool> finished{false};
+    } slow{VirtualClock::Channel(timeLine)};
+    read.usb->user_data = &slow;
+    read.usb->callback = [](libusb_transfer *usb) {
+        auto *self = static_cast<SlowCallback *>(usb->user_data);
+        self->channel.WaitForWake(0, self->channel.Now() + 5s, "a slow callback");
+        self->finished = true;
     };
     ClockedThread handler(timeLine, [&] { EXPECT_FALSE(WaitFor(read, clock, 1s)); });
     EXPECT_EQ(libusb_submit_transfer(read.usb), 0);
     EXPECT_EQ(libusb_cancel_transfer(read.usb), 0);
-    channel.WaitForWake(0, clock.Now() + 2s, "the callback to start");
-    EXPECT_FALSE(finished);
+    slow.channel.WaitForWake(0, clock.Now() + 2s, "the callback to start");
+    EXPECT_FALSE(slow.finished);
     camera.Close();
-    EXPECT_TRUE(finished);
+    EXPECT_TRUE(slow.finished);
 }
 
 TEST_F(Libusb, CancelsLater)
