@@ -10,8 +10,10 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <mutex>
+#include <utility>
 
 namespace vscsim {
 namespace {
@@ -87,6 +89,11 @@ class Port {
         : m_device(*device.model, device.options, memoryLimit), m_line(node)
     {
     }
+
+    /// Once the camera is gone, so is what the bus shows of it. Programs see that when they start
+    /// to use libusb; messages to those that run would need umockdev's library in this process.
+    void OnUnplug(std::function<void()> hide) { m_hide = std::move(hide); }
+
     ~Port()
     {
         const std::scoped_lock lock(m_mutex);
@@ -163,6 +170,8 @@ class Port {
     {
         const Time wake = m_device.Advance(Now());
         m_line.Signal(m_device.Reapable());
+        if (m_device.Gone() && m_hide)
+            std::exchange(m_hide, nullptr)();
         if (!m_timer)
             StartTimer();
         using std::chrono::ceil;
@@ -196,6 +205,7 @@ class Port {
     std::mutex m_mutex;
     UsbfsDevice m_device;
     PollLine m_line;
+    std::function<void()> m_hide;
     GSource *m_timer = nullptr; // in umockdev's thread, from the first call on
 };
 
@@ -228,7 +238,9 @@ struct Testbed::State {
     std::vector<std::string> nodes;
     std::string error;
 
-    void Describe(const BusDevice &device, int address, const Descriptors &told)
+    /// Shows a camera in sysfs.
+    /// @return its folder there
+    std::string Describe(const BusDevice &device, int address, const Descriptors &told)
     {
         const std::string name = fmt::format("{}-{}", kBus, address - 1);
         const Text path(umockdev_testbed_add_device(testbed.get(), "usb", name.c_str(), nullptr,
@@ -252,6 +264,7 @@ struct Testbed::State {
             bytes = told.Sysfs();
         umockdev_testbed_set_attribute_binary(testbed.get(), path.get(), "descriptors",
                                               bytes.data(), static_cast<gint>(bytes.size()));
+        return path.get();
     }
 
     static std::string NodeOf(int address)
@@ -271,7 +284,10 @@ struct Testbed::State {
             error = fmt::format("cannot create {}", file.string());
             return false;
         }
-        Describe(device, address, port->Described());
+        const std::string path = Describe(device, address, port->Described());
+        // Its node stays: without it, programs that know the path would be led to a real device.
+        port->OnUnplug(
+            [bus = testbed.get(), path] { umockdev_testbed_remove_device(bus, path.c_str()); });
 
         const Object<UMockdevIoctlBase> handler(umockdev_ioctl_base_new());
         g_signal_connect(handler.get(), "client-connected", G_CALLBACK(OnClient), port.get());

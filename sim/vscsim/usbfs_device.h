@@ -31,7 +31,6 @@ class UsbfsDevice {
     /// @param memoryLimit  bytes of transfers that may be in flight, as usbfs_memory_mb sets it
     UsbfsDevice(const ModelFacts &model, CameraOptions options, size_t memoryLimit);
 
-    const Camera &Simulated() const { return m_camera; }
     const Descriptors &Described() const { return m_descriptors; }
 
     /// Answers an ioctl: its result, or a negative error number.
@@ -46,6 +45,9 @@ class UsbfsDevice {
 
     /// Whether a finished transfer waits to be taken; what poll() tells the program as POLLOUT.
     bool Reapable() const { return !m_done.empty(); }
+
+    /// Whether the camera was unplugged.
+    bool Gone() const { return m_gone; }
 
   private:
     struct Call {
