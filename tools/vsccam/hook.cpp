@@ -2,6 +2,7 @@
 
 #include "arguments.h"
 
+#include <fmt/format.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -14,7 +15,7 @@ namespace vsctool {
 int RunHook(const std::string &command, const std::filesystem::path &file)
 {
     std::vector<std::string> words = {"/bin/sh", "-c", command, "hook", file.string()};
-    std::vector<std::string> variables = {"VSCCAM_FILE=" + file.string()};
+    std::vector<std::string> variables = {fmt::format("VSCCAM_FILE={}", file.string())};
     for (char **variable = environ; *variable; ++variable)
         variables.emplace_back(*variable);
 
