@@ -16,6 +16,7 @@ namespace {
 
 // A wait without end still looks around that often; it also keeps a 32-bit time_t from overflowing.
 constexpr Time kLongestSystemWait = 1h;
+constexpr Time kShortestSystemSleep = 100us;
 // Real time without any progress after which the clock says who runs and who waits.
 constexpr auto kStallReport = 60s;
 
@@ -39,6 +40,10 @@ uint64_t SteadyClock::WakeCount()
 
 void SteadyClock::WaitForWake(uint64_t seen, Time deadline, const char * /*what*/)
 {
+    if (deadline < Now() + kShortestSystemSleep) {
+        std::this_thread::yield(); // a sleep would take far longer than asked
+        return;
+    }
     const Time until = std::min(deadline, Now() + kLongestSystemWait);
     std::unique_lock lock(m_mutex);
     m_woken.wait_until(lock, std::chrono::steady_clock::time_point(until),
