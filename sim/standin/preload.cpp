@@ -1,6 +1,7 @@
 #include "standin/bus.h"
 
-#include <cstdlib>
+#include <stdlib.h>
+
 #include <sstream>
 #include <string>
 
@@ -10,7 +11,7 @@ namespace {
 
 [[gnu::constructor]] void PlugInNamedCameras()
 {
-    const char *names = std::getenv("VSCSIM_CAMERAS");
+    const char *names = secure_getenv("VSCSIM_CAMERAS");
     std::istringstream words(names ? names : "");
     for (std::string name; words >> name;) {
         if (vscsim::FindModel(name))

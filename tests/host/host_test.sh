@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs the library, looks at what it shows and needs, and builds and runs a C program with it.
 # From the environment: BUILD, CMAKE, CC, CFLAGS, RUNNER, VSCSIM, NM, READELF.
+# shellcheck disable=SC2153 # they are
 set -euo pipefail
 here=$(dirname "${BASH_SOURCE[0]}")
 work=$(mktemp -d)
@@ -27,13 +28,16 @@ if [[ -z $CFLAGS ]]; then # sanitizers bring libraries of their own
 fi
 
 echo "a C program, as C89 and C11"
-build=("$CC" $CFLAGS -pedantic -Wall -Wextra -Werror "-I$work/usr/include" "$here/host.c"
-    "-L$libraries" "-L$BUILD/lib" -Wl,--unresolved-symbols=ignore-in-shared-libs)
-"${build[@]}" -std=c89 -Wl,--no-as-needed -lvscsim_preload -lvsccam -o "$work/on_stand_in"
-"${build[@]}" -std=c11 -lvsccam -o "$work/on_libusb"
+read -ra flags <<<"$CFLAGS"
+compile() {
+    "$CC" "${flags[@]}" -pedantic -Wall -Wextra -Werror "-I$work/usr/include" "$here/host.c" \
+        "-L$libraries" "-L$BUILD/lib" -Wl,--unresolved-symbols=ignore-in-shared-libs "$@"
+}
+compile -std=c89 -Wl,--no-as-needed -lvscsim_preload -lvsccam -o "$work/on_stand_in"
+compile -std=c11 -lvsccam -o "$work/on_libusb"
 
 # Under qemu the target's library path comes with the runner.
-run=($RUNNER)
+read -ra run <<<"$RUNNER"
 if ((${#run[@]})); then
     run[-1]="${run[-1]}:$libraries:$BUILD/lib"
     export VSCSIM_CAMERAS=VSC470MC
