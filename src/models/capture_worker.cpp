@@ -101,30 +101,31 @@ Usb3CaptureWorker::Turn Usb3CaptureWorker::CaptureOneFrame()
         return RecoverDevice();
     if (!m_running) // the read was cut short
         return Turn::Leave;
-    if (pass.received > 0)
-        m_emptyReads = 0;
-    m_refusedReads = pass.submitted ? 0 : m_refusedReads + 1;
-
-    if (pass.received != m_frameBytes) {
-        ++m_drops;
-        OutputDbgPrint("get len:0x%x drop:%d  frametime:%dus waittime:%ldms\n", pass.received,
-                       m_drops, m_camera.FrameTimeUs(), m_waitMs);
-        if (!pass.submitted)
-            return HandleRefusedRead(pass);
-        if (pass.received == 0)
-            return HandleEmptyRead(pass);
-        HandleDrop();
-        return Turn::GoOn;
-    }
+    if (pass.received != m_frameBytes)
+        return HandleIncompleteFrame(pass);
+    m_emptyReads = m_refusedReads = 0;
     const FrameMarks marks = ReadFrameMarks(Frame());
-    if (!marks.Good()) {
-        ++m_drops;
-        OutputDbgPrint("head:0x%x COUNT:%d tail:0x%x count:%d\n", marks.head, marks.headCounter,
-                       marks.tail, marks.tailCounter);
-        HandleDrop();
-        return Turn::GoOn;
-    }
-    return HandleGoodFrame();
+    if (marks.Good())
+        return HandleGoodFrame();
+    ++m_drops;
+    OutputDbgPrint("head:0x%x COUNT:%d tail:0x%x count:%d\n", marks.head, marks.headCounter,
+                   marks.tail, marks.tailCounter);
+    HandleDrop();
+    return Turn::GoOn;
+}
+
+Usb3CaptureWorker::Turn Usb3CaptureWorker::HandleIncompleteFrame(const BulkStream::Pass &pass)
+{
+    ++m_drops;
+    OutputDbgPrint("get len:0x%x drop:%d  frametime:%dus waittime:%ldms\n", pass.received, m_drops,
+                   m_camera.FrameTimeUs(), m_waitMs);
+    if (!pass.submitted)
+        return HandleRefusedRead(pass);
+    m_refusedReads = 0;
+    if (pass.received == 0)
+        return HandleEmptyRead(pass);
+    HandleDrop(); // clears the count of empty reads, too
+    return Turn::GoOn;
 }
 
 BulkStream::Timeouts Usb3CaptureWorker::FrameTimeouts() const
@@ -182,7 +183,7 @@ BulkStream::Pass Usb3CaptureWorker::ExposeAndRead()
 Usb3CaptureWorker::Turn Usb3CaptureWorker::HandleRefusedRead(const BulkStream::Pass &pass)
 {
     (void)m_running.SleepFor(kRetryPause);
-    if (m_refusedReads >= kRefusedReadsToGiveUp) {
+    if (++m_refusedReads >= kRefusedReadsToGiveUp) {
         if (m_camera.SingleExposure())
             return Fail();
         if (pass.error == LIBUSB_ERROR_BUSY)
@@ -288,20 +289,17 @@ Usb3CaptureWorker::Turn Usb3CaptureWorker::RecoverDevice()
     m_camera.SetLost(true);
     m_camera.Frames().SetProducing(false); // nobody waits for a camera that is gone
     m_camera.releaseAsyncXfer();
-    const bool single = m_camera.SingleExposure();
     const auto lostAt = Clock::now();
     bool open = m_camera.ReConnectCamera() || m_camera.OpenCamera(m_camera.Ordinal());
-    while (m_running && !single && !(open && Resume())) {
-        if (m_running.SleepFor(kReopenInterval))
-            open = m_camera.OpenCamera(m_camera.Ordinal());
-    }
-    if (single) {
+    if (m_camera.SingleExposure()) {
         if (open && m_sensor.RestoreSettings()) // for the next exposure
             m_camera.SetLost(false);
         return Fail();
     }
-    if (!m_running)
-        return Turn::Leave;
+    while (m_running && !(open && Resume())) {
+        if (m_running.SleepFor(kReopenInterval))
+            open = m_camera.OpenCamera(m_camera.Ordinal());
+    }
     m_camera.AddDroppedFrames(FramesSince(lostAt));
     return Turn::GoOn;
 }

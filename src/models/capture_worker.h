@@ -28,6 +28,7 @@ class Usb3CaptureWorker {
     Turn CaptureOneFrame();
     BulkStream::Pass ReadFrame();
     BulkStream::Pass ExposeAndRead();
+    Turn HandleIncompleteFrame(const BulkStream::Pass &pass);
     Turn HandleRefusedRead(const BulkStream::Pass &pass);
     Turn HandleEmptyRead(const BulkStream::Pass &pass);
     Turn HandleGoodFrame();
