@@ -181,7 +181,8 @@ template <class Base> bool SonyDriver<Base>::SetStartPos(int x, int y)
 {
     const std::lock_guard lock(m_settingsSection);
     m_startY = RegionStart(y, 2, m_height * m_bin, m_model.sensorHeight);
-    m_startX = RegionStart(x, 4, m_width * m_bin, m_model.sensorWidth);
+    const int stepX = m_bin == 3 ? m_sensor.startXStepAtBin3 : 4;
+    m_startX = RegionStart(x, stepX, m_width * m_bin, m_model.sensorWidth);
     const sony::Hold hold(*this);
     WriteSony16(sony::kWindowLeft, m_startX);
     WriteSony16(sony::kWindowTop, m_startY);
@@ -248,6 +249,8 @@ template <class Base> bool SonyDriver<Base>::SetHighSpeedMode(bool on)
 
 template <class Base> bool SonyDriver<Base>::SetHardwareBin(bool on)
 {
+    if (!m_model.hasHardwareBin)
+        return Base::SetHardwareBin(on);
     if (m_bin == 1) {
         m_hardwareBin = on;
         return true;
@@ -260,12 +263,16 @@ template <class Base> bool SonyDriver<Base>::SetHardwareBin(bool on)
     return this->SetStartPos(x, y);
 }
 
-template <class Base> bool SonyDriver<Base>::SetCMOSClk()
+template <class Base> const SonyClock &SonyDriver<Base>::ReadoutClock()
 {
     if (HardwareBin2x2())
-        return SetCMOSClk(m_sensor.hardwareBin.kHz);
-    const bool fast = m_highSpeed && !m_output16Bits;
-    return SetCMOSClk(fast ? m_sensor.highSpeed.kHz : m_sensor.normal.kHz);
+        return m_sensor.hardwareBin;
+    return TenBitReadout() ? m_sensor.highSpeed : m_sensor.normal;
+}
+
+template <class Base> bool SonyDriver<Base>::SetCMOSClk()
+{
+    return SetCMOSClk(ReadoutClock().kHz);
 }
 
 template <class Base> bool SonyDriver<Base>::SetCMOSClk(int clockKHz)
@@ -273,13 +280,9 @@ template <class Base> bool SonyDriver<Base>::SetCMOSClk(int clockKHz)
     if (!this->IsOpened())
         return false;
     OutputDbgPrint("set clk %d M!\n", clockKHz);
-    SonyClock clock = m_sensor.other;
-    if (clockKHz == m_sensor.normal.kHz)
-        clock = m_sensor.normal;
-    else if (clockKHz == m_sensor.highSpeed.kHz)
-        clock = m_sensor.highSpeed;
-    else if (clockKHz == m_sensor.hardwareBin.kHz && HardwareBin2x2())
-        clock = m_sensor.hardwareBin;
+    // Read-outs may share a clock and differ in the shortest line.
+    const SonyClock readout = ReadoutClock();
+    const SonyClock clock = clockKHz == readout.kHz ? readout : m_sensor.other;
     const bool highConversion = SonyGainFor(m_gain, m_model.gain).highConversion;
     WriteSONYREG(
         sony::kReadoutMode,

@@ -26,10 +26,11 @@ struct SonySensor {
     SonyClock normal;
     SonyClock highSpeed;   // with 8-bit output
     SonyClock hardwareBin; // 2 x 2 in the sensor
-    SonyClock other;       // rate code and shortest line of any other clock
+    SonyClock other;       // any clock but that of the read-out
     int lowestClockKHz;    // below it there is no frame timing
     SonyLine initialLine;
     SonyFrameOffsets offsets;
+    int startXStepAtBin3 = 4;      // unbinned pixels, as at any other binning
     int bandwidthOnUsb3Host = 100; // per cent, set when the camera is initialised
     RegisterList powerUp;
 };
@@ -81,6 +82,7 @@ template <class Base> class SonyDriver : public Base, private Usb3Sensor {
     void SetUpClockAndFpga();
     void Cam_SetResolution();
     void SetOutput16Bits(bool on);
+    const SonyClock &ReadoutClock();
     bool SetCMOSClk(int clockKHz);
     bool SetCMOSClk();
     void SelectLongExposure(bool on);
