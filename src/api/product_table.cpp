@@ -1,5 +1,14 @@
 #include "api/product_table.h"
 
+#include "models/sony/s065.h"
+#include "models/sony/s083.h"
+#include "models/sony/s372.h"
+#include "models/sony/s385.h"
+#include "models/sony/s420.h"
+#include "models/sony/s430.h"
+#include "models/sony/s440.h"
+#include "models/sony/s450.h"
+#include "models/sony/s460.h"
 #include "models/sony/s470.h"
 
 #include <algorithm>
@@ -27,39 +36,39 @@ constexpr Product kProducts[] = {
     {0x052C, "CCameraS052MC", "KYR VSC052MC-B", nullptr},
     {0x340D, "CCameraS340MM_S", "KYR VSC340MM-S", nullptr},
     {0x340E, "CCameraS340MC_S", "KYR VSC340MC-S", nullptr},
-    {0x372A, "CCameraS372MC", "KYR VSC372MC", nullptr},
-    {0x372C, "CCameraS372MC", "KYR VSC372MC-A", nullptr},
-    {0x372D, "CCameraS372MC", "KYR VSC372MC-B", nullptr},
-    {0x430A, "CCameraS430MC", "KYR VSC430MC", nullptr},
-    {0x440A, "CCameraS440MC", "KYR VSC440MC", nullptr},
-    {0x440B, "CCameraS440MC_C", "KYR VSC440MC-Cool", nullptr},
-    {0x420A, "CCameraS420MC", "KYR VSC420MC", nullptr},
-    {0x420B, "CCameraS420MM", "KYR VSC420MM", nullptr},
-    {0x450A, "CCameraS450MC", "KYR VSC450MC", nullptr},
-    {0x450B, "CCameraS450MC_C", "KYR VSC450MC-Cool", nullptr},
-    {0x420C, "CCameraS420MC_C", "KYR VSC420MC-Cool", nullptr},
-    {0x420D, "CCameraS420MM_C", "KYR VSC420MM-Cool", nullptr},
-    {0x430B, "CCameraS430MC_C", "KYR VSC430MC-Cool", nullptr},
-    {0x083A, "CCameraS083MC", "KYR VSC083MC-Cool", nullptr},
+    {0x372A, "CCameraS372MC", "KYR VSC372MC", Create<CCameraS372MC>},
+    {0x372C, "CCameraS372MC", "KYR VSC372MC-A", Create<CCameraS372MC>},
+    {0x372D, "CCameraS372MC", "KYR VSC372MC-B", Create<CCameraS372MC>},
+    {0x430A, "CCameraS430MC", "KYR VSC430MC", Create<CCameraS430MC>},
+    {0x440A, "CCameraS440MC", "KYR VSC440MC", Create<CCameraS440MC>},
+    {0x440B, "CCameraS440MC_C", "KYR VSC440MC-Cool", Create<CCameraS440MC_C>},
+    {0x420A, "CCameraS420MC", "KYR VSC420MC", Create<CCameraS420MC>},
+    {0x420B, "CCameraS420MM", "KYR VSC420MM", Create<CCameraS420MM>},
+    {0x450A, "CCameraS450MC", "KYR VSC450MC", Create<CCameraS450MC>},
+    {0x450B, "CCameraS450MC_C", "KYR VSC450MC-Cool", Create<CCameraS450MC_C>},
+    {0x420C, "CCameraS420MC_C", "KYR VSC420MC-Cool", Create<CCameraS420MC_C>},
+    {0x420D, "CCameraS420MM_C", "KYR VSC420MM-Cool", Create<CCameraS420MM_C>},
+    {0x430B, "CCameraS430MC_C", "KYR VSC430MC-Cool", Create<CCameraS430MC_C>},
+    {0x083A, "CCameraS083MC", "KYR VSC083MC-Cool", Create<CCameraS083MC>},
     {0x056C, "CCameraS056MM", "HALDRON VSC056MM-A", nullptr},
     {0x056D, "CCameraS056MM", "HALDRON VSC056MM-B", nullptr},
     {0x056E, "CCameraS056MC", "HALDRON VSC056MC-A", nullptr},
     {0x056F, "CCameraS056MC", "HALDRON VSC056MC-B", nullptr},
     {0x470C, "CCameraS470MC_C", "KYR VSC470MC-Cool", Create<CCameraS470MC_C>},
     {0x470D, "CCameraS470MM_C", "KYR VSC470MM-Cool", Create<CCameraS470MM_C>},
-    {0x420E, "CCameraS420MM", "KYR VSC420MM-A", nullptr},
-    {0x420F, "CCameraS420MM", "KYR VSC420MM-B", nullptr},
-    {0x385A, "CCameraS385MC", "KYR VSC385MC-Cool", nullptr},
-    {0x065A, "CCameraS065MC", "KYR VSC065MC-Cool", nullptr},
-    {0x460A, "CCameraS460MC", "KYR VSC460MC", nullptr},
+    {0x420E, "CCameraS420MM", "KYR VSC420MM-A", Create<CCameraS420MM>},
+    {0x420F, "CCameraS420MM", "KYR VSC420MM-B", Create<CCameraS420MM>},
+    {0x385A, "CCameraS385MC", "KYR VSC385MC-Cool", Create<CCameraS385MC>},
+    {0x065A, "CCameraS065MC", "KYR VSC065MC-Cool", Create<CCameraS065MC>},
+    {0x460A, "CCameraS460MC", "KYR VSC460MC", Create<CCameraS460MC>},
     {0x470A, "CCameraS470MC", "KYR VSC470MC", Create<CCameraS470MC>},
     {0x470B, "CCameraS470MM", "KYR VSC470MM", Create<CCameraS470MM>},
     {0x2800, "CCameraS2800MC", "KYR VSC2800MC", nullptr},
     {0x2801, "CCameraS2800MC_C", "KYR VSC2800MC-Cool", nullptr},
     {0x048A, "CCameraS048MC", "KYR VSC048MC", nullptr},
     {0x048B, "CCameraS048MM", "KYR VSC048MM", nullptr},
-    {0x430C, "CCameraS430MM", "KYR VSC430MM", nullptr},
-    {0x430D, "CCameraS430MM_C", "KYR VSC430MM-Cool", nullptr},
+    {0x430C, "CCameraS430MM", "KYR VSC430MM", Create<CCameraS430MM>},
+    {0x430D, "CCameraS430MM_C", "KYR VSC430MM-Cool", Create<CCameraS430MM_C>},
     {0x2802, "CCameraS2800MM", "KYR VSC2800MM", nullptr},
     {0x2803, "CCameraS2800MM_C", "KYR VSC2800MM-Cool", nullptr},
 };

@@ -1,0 +1,48 @@
+#include "models/sony/s372.h"
+
+#include "models/sony/neutral_power_up.h"
+
+// S372: 1944 x 1224 Sony sensor, USB 3.0, colour only. Rate codes, frame offsets, shortest lines
+// (33 of the fastest clocks carry the whole bandwidth of a USB 3.0 host) and start-up list are
+// derived, not verified on hardware.
+namespace vsccam {
+
+namespace {
+
+// No read-out uses the slowest clock.
+constexpr SonySensor kSensor = {
+    .budget = {.usb2Host = 42'830, .usb3Host = 256'981},
+    .normal = {.kHz = 2'200, .rateCode = 0x01, .shortestLine = 33},
+    .highSpeed = {.kHz = 4'400, .rateCode = 0x00, .shortestLine = 33},
+    .hardwareBin = {},
+    .other = {.kHz = 1'100, .rateCode = 0x02, .shortestLine = 33},
+    .lowestClockKHz = 1'100,
+    .initialLine = {.clockKHz = 37'125, .length = 4400},
+    .offsets = {},
+    .powerUp = kNeutralPowerUp,
+};
+
+constexpr CameraModel kModel = {
+    .name = "KYR VSC372MC",
+    .productId = 0x372A,
+    .sensorWidth = 1944,
+    .sensorHeight = 1224,
+    .pixelSizeUm = 2.8,
+    .colour = true,
+    .bayer = 3,
+    .bins = {1, 2},
+    .electronsPerAdu = 4.0F,
+    .gainOffset = {9, 25, -1, -1},
+    .gain = {.min = 0, .max = 480, .initial = 200},
+    .exposureUs = {.min = 32, .max = 4'000'000, .initial = 10'000},
+    .hasBrightness = true,
+    .hasTemperature = true,
+    .hasHighSpeed = true,
+    .hasAutoBandwidth = true,
+};
+
+} // namespace
+
+CCameraS372MC::CCameraS372MC(unsigned long) : SonyDriver(kModel, kSensor) {}
+
+} // namespace vsccam

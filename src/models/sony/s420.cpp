@@ -1,0 +1,61 @@
+#include "models/sony/s420.h"
+
+#include "models/sony/neutral_power_up.h"
+
+// S420: 1936 x 1216 Sony sensor, USB 3.0. Rate codes, frame offsets, shortest lines (69 clocks
+// carry the whole bandwidth of a USB 3.0 host, 12 bits take twice the time) and start-up list are
+// derived, not verified on hardware.
+namespace vsccam {
+
+namespace {
+
+// One clock for all read-outs.
+constexpr SonySensor kSensor = {
+    .budget = {.usb2Host = 43'272, .usb3Host = 390'000},
+    .normal = {.kHz = 13'920, .rateCode = 0x01, .shortestLine = 138},
+    .highSpeed = {.kHz = 13'920, .rateCode = 0x00, .shortestLine = 69},
+    .hardwareBin = {},
+    .other = {.kHz = 37'125, .rateCode = 0x02, .shortestLine = 1440},
+    .lowestClockKHz = 13'920,
+    .initialLine = {.clockKHz = 37'125, .length = 1440},
+    .offsets = {},
+    .powerUp = kNeutralPowerUp,
+};
+
+constexpr CameraModel Edition(const char *name, uint16_t productId, bool colour, bool cooled)
+{
+    return {
+        .name = name,
+        .productId = productId,
+        .sensorWidth = 1936,
+        .sensorHeight = 1216,
+        .pixelSizeUm = 5.86,
+        .colour = colour,
+        .bayer = 0,
+        .cooled = cooled,
+        .bins = {1, 2},
+        .electronsPerAdu = 7.92F,
+        .gainOffset = {10, 27, 240, 90},
+        .gain = {.min = 0, .max = 400, .initial = 200},
+        .exposureUs = {.min = 32, .max = cooled ? 2'000'000'000 : 300'000'000, .initial = 10'000},
+        .whiteBalance = colour ? WhiteBalanceRange{.red = 60, .blue = 99} : WhiteBalanceRange{},
+        .hasBrightness = true,
+        .hasTemperature = true,
+        .hasHighSpeed = true,
+        .hasAutoBandwidth = true,
+    };
+}
+
+constexpr CameraModel kMono = Edition("KYR VSC420MM", 0x420B, false, false);
+constexpr CameraModel kColour = Edition("KYR VSC420MC", 0x420A, true, false);
+constexpr CameraModel kMonoCool = Edition("KYR VSC420MM-Cool", 0x420D, false, true);
+constexpr CameraModel kColourCool = Edition("KYR VSC420MC-Cool", 0x420C, true, true);
+
+} // namespace
+
+CCameraS420MM::CCameraS420MM(unsigned long) : SonyDriver(kMono, kSensor) {}
+CCameraS420MC::CCameraS420MC(unsigned long) : SonyDriver(kColour, kSensor) {}
+CCameraS420MM_C::CCameraS420MM_C(unsigned long) : SonyDriver(kMonoCool, kSensor) {}
+CCameraS420MC_C::CCameraS420MC_C(unsigned long) : SonyDriver(kColourCool, kSensor) {}
+
+} // namespace vsccam

@@ -1,0 +1,62 @@
+#include "models/sony/s430.h"
+
+#include "models/sony/neutral_power_up.h"
+
+// S430: 3096 x 2080 Sony sensor, USB 3.0. Rate codes, frame offsets, shortest lines (216 clocks
+// carry the whole bandwidth of a USB 3.0 host, 12 bits take about twice the time) and start-up list
+// are derived, not verified on hardware.
+namespace vsccam {
+
+namespace {
+
+// One clock for all read-outs; none uses the slow one.
+constexpr SonySensor kSensor = {
+    .budget = {.usb2Host = 43'000, .usb3Host = 385'000},
+    .normal = {.kHz = 27'000, .rateCode = 0x01, .shortestLine = 420},
+    .highSpeed = {.kHz = 27'000, .rateCode = 0x00, .shortestLine = 216},
+    .hardwareBin = {},
+    .other = {.kHz = 6'750, .rateCode = 0x02, .shortestLine = 420},
+    .lowestClockKHz = 6'750,
+    .initialLine = {.clockKHz = 6'750, .length = 420},
+    .offsets = {},
+    .powerUp = kNeutralPowerUp,
+};
+
+constexpr CameraModel Edition(const char *name, uint16_t productId, bool colour, bool cooled)
+{
+    return {
+        .name = name,
+        .productId = productId,
+        .sensorWidth = 3096,
+        .sensorHeight = 2080,
+        .pixelSizeUm = 2.4,
+        .colour = colour,
+        .bayer = 0,
+        .cooled = cooled,
+        .bins = {1, 2, 3, 4},
+        .electronsPerAdu = 0.916F,
+        .gainOffset = {25, 25, 270, 340},
+        .gain = {.min = 0, .max = 510, .initial = 210},
+        .exposureUs = {.min = 32, .max = 2'000'000'000, .initial = 10'000},
+        .brightness = {.min = 0, .max = 600, .initial = 10},
+        .whiteBalance = {.red = 70, .blue = 90},
+        .hasBrightness = true,
+        .hasTemperature = true,
+        .hasHighSpeed = true,
+        .hasAutoBandwidth = true,
+    };
+}
+
+constexpr CameraModel kMono = Edition("KYR VSC430MM", 0x430C, false, false);
+constexpr CameraModel kColour = Edition("KYR VSC430MC", 0x430A, true, false);
+constexpr CameraModel kMonoCool = Edition("KYR VSC430MM-Cool", 0x430D, false, true);
+constexpr CameraModel kColourCool = Edition("KYR VSC430MC-Cool", 0x430B, true, true);
+
+} // namespace
+
+CCameraS430MM::CCameraS430MM(unsigned long) : SonyDriver(kMono, kSensor) {}
+CCameraS430MC::CCameraS430MC(unsigned long) : SonyDriver(kColour, kSensor) {}
+CCameraS430MM_C::CCameraS430MM_C(unsigned long) : SonyDriver(kMonoCool, kSensor) {}
+CCameraS430MC_C::CCameraS430MC_C(unsigned long) : SonyDriver(kColourCool, kSensor) {}
+
+} // namespace vsccam

@@ -1,0 +1,58 @@
+#include "models/sony/s440.h"
+
+#include "models/sony/neutral_power_up.h"
+
+// S440: 1944 x 1224 Sony sensor, USB 3.0, colour only. Rate codes, frame offsets, shortest lines
+// (139 of the fastest clocks carry the whole bandwidth of a USB 3.0 host) and start-up list are
+// derived, not verified on hardware.
+namespace vsccam {
+
+namespace {
+
+// No read-out uses the slowest clock.
+constexpr SonySensor kSensor = {
+    .budget = {.usb2Host = 42'830, .usb3Host = 256'981},
+    .normal = {.kHz = 9'280, .rateCode = 0x01, .shortestLine = 139},
+    .highSpeed = {.kHz = 18'560, .rateCode = 0x00, .shortestLine = 139},
+    .hardwareBin = {},
+    .other = {.kHz = 4'640, .rateCode = 0x02, .shortestLine = 139},
+    .lowestClockKHz = 4'640,
+    .initialLine = {.clockKHz = 4'640, .length = 138},
+    .offsets = {},
+    .powerUp = kNeutralPowerUp,
+};
+
+constexpr CameraModel Edition(const char *name, uint16_t productId, bool cooled)
+{
+    return {
+        .name = name,
+        .productId = productId,
+        .sensorWidth = 1944,
+        .sensorHeight = 1224,
+        .pixelSizeUm = 3.75,
+        .colour = true,
+        .bayer = 0,
+        .cooled = cooled,
+        .bins = {1, 2},
+        .electronsPerAdu = 5.584F,
+        .gainOffset = {10, 26, 240, 75},
+        .gain = {.min = 0, .max = 480, .initial = 200},
+        .exposureUs = {.min = 32, .max = 2'000'000'000, .initial = 10'000},
+        .brightness = {.min = 0, .max = 500, .initial = 1},
+        .whiteBalance = {.red = 50, .blue = 90},
+        .hasBrightness = true,
+        .hasTemperature = true,
+        .hasHighSpeed = true,
+        .hasAutoBandwidth = true,
+    };
+}
+
+constexpr CameraModel kColour = Edition("KYR VSC440MC", 0x440A, false);
+constexpr CameraModel kColourCool = Edition("KYR VSC440MC-Cool", 0x440B, true);
+
+} // namespace
+
+CCameraS440MC::CCameraS440MC(unsigned long) : SonyDriver(kColour, kSensor) {}
+CCameraS440MC_C::CCameraS440MC_C(unsigned long) : SonyDriver(kColourCool, kSensor) {}
+
+} // namespace vsccam
