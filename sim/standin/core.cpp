@@ -14,13 +14,13 @@ namespace {
 constexpr size_t kTransferOverhead = 512;
 constexpr uint8_t kHighestAddress = 127;
 
-/// A well-mixed number for the n-th decision (splitmix64).
-uint64_t Draw(uint64_t seed, uint64_t n)
+/// One of `choices`, well mixed, for the n-th decision (splitmix64).
+size_t Draw(uint64_t seed, uint64_t n, size_t choices)
 {
     uint64_t x = seed + (n + 1) * 0x9E3779B97F4A7C15U;
     x = (x ^ (x >> 30)) * 0xBF58476D1CE4E5B9U;
     x = (x ^ (x >> 27)) * 0x94D049BB133111EBU;
-    return x ^ (x >> 31);
+    return static_cast<size_t>((x ^ (x >> 31)) % choices);
 }
 
 /// What a blocking transfer returns.
@@ -461,7 +461,7 @@ int Core::RunSynchronously(Lock &lock, libusb_transfer &usb, const char *functio
 /// to chance, too.
 const Core::Handler *Core::Elected() const
 {
-    return m_handlers[Draw(m_seed, m_dispatched) % m_handlers.size()];
+    return m_handlers[Draw(m_seed, m_dispatched, m_handlers.size())];
 }
 
 int Core::HandleEvents(Lock &lock, Time deadline, const std::function<bool()> &done,
@@ -499,7 +499,7 @@ int Core::HandleEvents(Lock &lock, Time deadline, const std::function<bool()> &d
 void Core::Dispatch(Lock &lock)
 {
     m_dispatcher = std::this_thread::get_id();
-    for (size_t batch = 1 + Draw(~m_seed, m_dispatched) % m_completed.size();
+    for (size_t batch = 1 + Draw(~m_seed, m_dispatched, m_completed.size());
          batch > 0 && !m_completed.empty(); --batch) {
         Transfer &transfer = *m_completed.front();
         m_completed.pop_front();
