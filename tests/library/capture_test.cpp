@@ -1,4 +1,5 @@
 #include "library/host_fixture.h"
+#include "library/picture.h"
 #include "library/wire.h"
 
 #include <gtest/gtest.h>
@@ -92,64 +93,6 @@ TEST_F(CaptureTest, CountsWhatASlowReaderLeaves)
     EXPECT_EQ(delivered + static_cast<uint64_t>(dropped), kFrames);
 }
 
-/// What the camera sends and what the host gets, worked out pixel by pixel.
-struct Picture {
-    const char *model;
-    int width, height, bin, type;
-    int startX, startY; // binned
-    bool flipX, flipY;
-
-    uint16_t Sensor(uint32_t frame, int x, int y) const
-    {
-        const uint16_t v = vscsim::PatternSample(frame, startX * bin + x, startY * bin + y);
-        return type == VSC_IMG_RAW16 ? v : v >> 8;
-    }
-    bool Colour() const { return std::string_view(model).find("MC") != std::string_view::npos; }
-
-    /// A pixel of the frame as it was read out, marks hidden by the rows next to them.
-    uint32_t ReadOut(uint32_t frame, int x, int y) const
-    {
-        const int marked = type == VSC_IMG_RAW16 ? 2 : 4;
-        if (y == 0 && x < marked)
-            ++y;
-        else if (y == height * bin - 1 && x >= width * bin - marked)
-            --y;
-        return Sensor(frame, x, y);
-    }
-
-    /// A pixel of the delivered image, raw formats only.
-    uint32_t Delivered(uint32_t frame, int x, int y) const
-    {
-        x = flipX ? width - 1 - x : x;
-        y = flipY ? height - 1 - y : y;
-        const bool mosaic = Colour() && bin > 1;
-        uint32_t sum = 0;
-        for (int k = 0; k < bin; ++k) {
-            for (int j = 0; j < bin; ++j)
-                sum += mosaic ? ReadOut(frame, (x & 1) + (x & ~1) * bin + 2 * j,
-                                        (y & 1) + (y & ~1) * bin + 2 * k)
-                              : ReadOut(frame, x * bin + j, y * bin + k);
-        }
-        const auto factor = static_cast<uint32_t>(bin);
-        return sum / factor / factor;
-    }
-
-    bool Matches(const Bytes &image, uint32_t frame) const
-    {
-        const size_t step = type == VSC_IMG_RAW16 ? 2 : type == VSC_IMG_RGB24 ? 3 : 1;
-        size_t at = 0;
-        for (int y = 0; y < height; ++y) {
-            for (int x = 0; x < width; ++x, at += step) {
-                const uint32_t v = Delivered(frame, x, y);
-                if (image[at] != (v & 0xFF) || (step == 2 && image[at + 1] != v >> 8) ||
-                    (step == 3 && (image[at + 1] != v || image[at + 2] != v)))
-                    return false;
-            }
-        }
-        return true;
-    }
-};
-
 TEST_F(CaptureTest, DeliversThePatternInEveryFormatRegionBinningAndFlip)
 {
     const Picture pictures[] = {
@@ -176,10 +119,7 @@ TEST_F(CaptureTest, DeliversThePatternInEveryFormatRegionBinningAndFlip)
         startCapture();
         const Bytes image = NextFrame(5000);
         ASSERT_FALSE(image.empty());
-        bool found = false;
-        for (uint32_t frame = 0; frame < 4 && !found; ++frame)
-            found = picture.Matches(image, frame);
-        EXPECT_TRUE(found);
+        EXPECT_TRUE(picture.IsOneOfTheFirst(image));
         closeCamera();
         Bus().Unplug(device);
     }

@@ -1,0 +1,405 @@
+#include "core/frame_geometry.h"
+#include "library/host_fixture.h"
+#include "library/picture.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <chrono>
+#include <climits>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace vsccam {
+namespace {
+
+/// By read-out: 12 bits, high speed with 10 bits, 2 x 2 in the sensor (0: it does not bin).
+struct PerReadout {
+    int normal, fast, binned;
+};
+
+/// What a data sheet of the sensor would say.
+struct Sensor {
+    int width, height; // that hosts can use
+    double pixelUm;
+    int bayer;
+    int largestBin;
+    float electronsPerAdu;
+    std::array<int, 4> figures;
+    int gain, maxGain;
+    int brightness, maxBrightness;
+    int usb2Budget, usb3Budget; // of one per cent, in 10 bytes per second
+    PerReadout clockKHz;
+    PerReadout shortestLine; // clocks; 0: not known
+};
+
+// clang-format off
+constexpr Sensor k450 = {1304, 976, 3.75, 0, 2, 4.688F, {10, 20, 300, 140}, 200, 600, 1, 240,
+                         43'272, 190'906, {18'562, 37'124, 9'281}, {292, 249, 145}};
+constexpr Sensor k460 = {1304, 976, 3.75, 0, 2, 0.0F, {-1, -1, -1, -1}, 200, 600, 1, 240,
+                         43'272, 190'906, {18'562, 37'124, 9'281}, {0, 0, 145}};
+constexpr Sensor k470 = {1936, 1096, 2.9, 0, 2, 3.584F, {10, 18, 300, 75}, 200, 600, 1, 240,
+                         43'272, 360'715, {18'562, 37'124, 9'281}, {203, 196, 145}};
+constexpr Sensor k420 = {1936, 1216, 5.86, 0, 2, 7.92F, {10, 27, 240, 90}, 200, 400, 1, 240,
+                         43'272, 390'000, {13'920, 13'920, 0}, {}};
+constexpr Sensor k440 = {1944, 1224, 3.75, 0, 2, 5.584F, {10, 26, 240, 75}, 200, 480, 1, 500,
+                         42'830, 256'981, {9'280, 18'560, 0}, {}};
+constexpr Sensor k372 = {1944, 1224, 2.8, 3, 2, 4.0F, {9, 25, -1, -1}, 200, 480, 1, 240,
+                         42'830, 256'981, {2'200, 4'400, 0}, {}};
+constexpr Sensor k430 = {3096, 2080, 2.4, 0, 4, 0.916F, {25, 25, 270, 340}, 210, 510, 10, 600,
+                         43'000, 385'000, {27'000, 27'000, 0}, {}};
+constexpr Sensor k083 = {4944, 3284, 4.78, 0, 4, 2.82F, {8, 20, 300, 65}, 200, 600, 5, 1024,
+                         43'272, 325'643, {20'250, 20'250, 0}, {}};
+constexpr Sensor k065 = {7376, 4928, 5.97, 0, 4, 1.0F, {10, 21, 300, 50}, 200, 600, 5, 1024,
+                         43'272, 333'333, {20'250, 20'250, 0}, {}};
+constexpr Sensor k385 = {6032, 4032, 5.97, 0, 4, 1.0F, {10, 21, 300, 50}, 200, 600, 5, 1024,
+                         43'272, 333'333, {20'250, 20'250, 0}, {}};
+// clang-format on
+
+/// And of the camera around it.
+struct Sheet {
+    const char *model;
+    uint16_t productId;
+    const Sensor &sensor;
+    bool colour, cooled;
+    int maxExposureUs;
+    int red, blue; // white balance at start
+
+    bool SensorBins() const { return sensor.clockKHz.binned != 0; }
+};
+
+constexpr int kLong = 2'000'000'000;
+constexpr Sheet kSheets[] = {
+    {"VSC450MC", 0x450A, k450, true, false, kLong, 52, 95},
+    {"VSC450MC-Cool", 0x450B, k450, true, true, kLong, 52, 95},
+    {"VSC460MC", 0x460A, k460, true, false, kLong, 52, 95},
+    {"VSC470MC", 0x470A, k470, true, false, kLong, 52, 95},
+    {"VSC470MM", 0x470B, k470, false, false, kLong, 52, 95},
+    {"VSC470MC-Cool", 0x470C, k470, true, true, kLong, 52, 95},
+    {"VSC470MM-Cool", 0x470D, k470, false, true, kLong, 52, 95},
+    {"VSC420MC", 0x420A, k420, true, false, 300'000'000, 60, 99},
+    {"VSC420MM", 0x420B, k420, false, false, 300'000'000, 52, 95},
+    {"VSC420MC-Cool", 0x420C, k420, true, true, kLong, 60, 99},
+    {"VSC420MM-Cool", 0x420D, k420, false, true, kLong, 52, 95},
+    {"VSC440MC", 0x440A, k440, true, false, kLong, 50, 90},
+    {"VSC440MC-Cool", 0x440B, k440, true, true, kLong, 50, 90},
+    {"VSC372MC", 0x372A, k372, true, false, 4'000'000, 52, 95},
+    {"VSC430MC", 0x430A, k430, true, false, kLong, 70, 90},
+    {"VSC430MM", 0x430C, k430, false, false, kLong, 70, 90},
+    {"VSC430MC-Cool", 0x430B, k430, true, true, kLong, 70, 90},
+    {"VSC430MM-Cool", 0x430D, k430, false, true, kLong, 70, 90},
+    {"VSC083MC-Cool", 0x083A, k083, true, true, kLong, 60, 99},
+    {"VSC065MC-Cool", 0x065A, k065, true, true, kLong, 60, 99},
+    {"VSC385MC-Cool", 0x385A, k385, true, true, kLong, 60, 99},
+};
+
+/// One way to read the sensor out.
+struct Readout {
+    int bin;
+    bool sensorBins, fast, is16;
+
+    int Of(const PerReadout &figures) const
+    {
+        if (sensorBins)
+            return figures.binned;
+        return fast && !is16 ? figures.fast : figures.normal;
+    }
+    friend std::ostream &operator<<(std::ostream &out, const Readout &readout)
+    {
+        return out << "bin " << readout.bin << (readout.sensorBins ? " by the sensor" : "")
+                   << (readout.fast ? " high speed" : "") << (readout.is16 ? " 16 bits" : "");
+    }
+};
+
+std::vector<Readout> ReadoutsOf(const Sheet &sheet)
+{
+    std::vector<Readout> readouts;
+    for (int bin = 1; bin <= sheet.sensor.largestBin; ++bin) {
+        for (const bool sensorBins : {false, true}) {
+            if (sensorBins && !(sheet.SensorBins() && bin == 2))
+                continue;
+            for (const bool fast : {false, true}) {
+                for (const bool is16 : {false, true})
+                    readouts.push_back({bin, sensorBins, fast, is16});
+            }
+        }
+    }
+    return readouts;
+}
+
+class ModelsTest : public HostTest {
+  protected:
+    static int SonyNumber(int device, uint16_t address)
+    {
+        return Bus().With(device, [=](auto &camera) {
+            return camera.SonyRegister(address) |
+                   camera.SonyRegister(static_cast<uint16_t>(address + 1)) << 8;
+        });
+    }
+    static int FpgaNumber(int device, uint8_t first, int registers)
+    {
+        return Bus().With(device, [=](auto &camera) {
+            int number = 0;
+            for (int i = registers - 1; i >= 0; --i)
+                number = number << 8 | camera.FpgaRegister(static_cast<uint8_t>(first + i));
+            return number;
+        });
+    }
+    static int Value(Control_TYPE control) { return getValue(control, nullptr); }
+    static int Clamped(Control_TYPE control, int value)
+    {
+        setValue(control, value, false);
+        return Value(control);
+    }
+    static bool Set(const Readout &readout, int width, int height)
+    {
+        setValue(CONTROL_HIGH_SPEED, readout.fast, false);
+        setValue(CONTROL_HARDWARE_BIN, readout.sensorBins, false);
+        return setImageFormat(width, height, readout.bin,
+                              readout.is16 ? VSC_IMG_RAW16 : VSC_IMG_RAW8);
+    }
+    static int LineClocks(int device) { return FpgaNumber(device, 19, 2); }
+    /// As programmed, with lines of the length given.
+    static double FramesPerSecond(int device, int clockKHz, int lineClocks)
+    {
+        return clockKHz * 1000.0 / lineClocks / FpgaNumber(device, 16, 3);
+    }
+    static double FrameBytes(int device, const Readout &readout)
+    {
+        return (readout.is16 ? 2.0 : 1.0) * FpgaNumber(device, 4, 2) * FpgaNumber(device, 8, 2);
+    }
+    static void Close(int device)
+    {
+        closeCamera();
+        Bus().Unplug(device);
+    }
+};
+
+TEST_F(ModelsTest, EachModelIsWhatItsDataSheetSays)
+{
+    for (const Sheet &sheet : kSheets) {
+        SCOPED_TRACE(sheet.model);
+        ASSERT_EQ(vscsim::FindModel(sheet.model)->productId, sheet.productId);
+        const int device = Bus().Plug(sheet.model);
+        ASSERT_EQ(getNumberOfConnectedCameras(), 1);
+        EXPECT_EQ(getCameraModel(0), std::string("KYR ") + sheet.model);
+        ASSERT_TRUE(openCamera(0));
+        EXPECT_EQ(Value(CONTROL_BANDWIDTH), 40);
+        EXPECT_TRUE(initCamera());
+
+        EXPECT_EQ(getMaxWidth(), sheet.sensor.width);
+        EXPECT_EQ(getMaxHeight(), sheet.sensor.height);
+        EXPECT_EQ(getWidth(), sheet.sensor.width);
+        EXPECT_EQ(getHeight(), sheet.sensor.height);
+        EXPECT_DOUBLE_EQ(getPixelSize(), sheet.sensor.pixelUm);
+        EXPECT_EQ(isColorCam(), sheet.colour);
+        EXPECT_EQ(getColorBayer(), sheet.sensor.bayer);
+        EXPECT_TRUE(isUSB3Camera());
+        EXPECT_EQ(isCoolerCam(), sheet.cooled);
+        for (int bin = 0; bin <= 5; ++bin)
+            EXPECT_EQ(isBinSupported(bin), bin >= 1 && bin <= sheet.sensor.largestBin) << bin;
+        EXPECT_FLOAT_EQ(getElectronsPerADU(), sheet.sensor.electronsPerAdu);
+        std::array<int, 4> figures{};
+        getGainOffset(&figures[0], &figures[1], &figures[2], &figures[3]);
+        EXPECT_EQ(figures, sheet.sensor.figures);
+
+        EXPECT_EQ(Value(CONTROL_GAIN), sheet.sensor.gain);
+        EXPECT_EQ(getMax(CONTROL_GAIN), sheet.sensor.maxGain);
+        EXPECT_EQ(Clamped(CONTROL_GAIN, INT_MAX), sheet.sensor.maxGain);
+        EXPECT_EQ(Clamped(CONTROL_GAIN, -1), 0);
+        EXPECT_EQ(Value(CONTROL_EXPOSURE), 10'000);
+        EXPECT_EQ(getMax(CONTROL_EXPOSURE), sheet.maxExposureUs);
+        EXPECT_EQ(Clamped(CONTROL_EXPOSURE, INT_MAX), sheet.maxExposureUs);
+        EXPECT_EQ(Clamped(CONTROL_EXPOSURE, 0), 32);
+        EXPECT_EQ(Value(CONTROL_GAMMA), 50);
+        EXPECT_EQ(getMax(CONTROL_GAMMA), 100);
+        EXPECT_EQ(Value(CONTROL_WB_RED), sheet.red);
+        EXPECT_EQ(Value(CONTROL_WB_BLUE), sheet.blue);
+        EXPECT_EQ(getMax(CONTROL_WB_RED), 99);
+        EXPECT_EQ(Value(CONTROL_BRIGHTNESS), sheet.sensor.brightness);
+        EXPECT_EQ(getMax(CONTROL_BRIGHTNESS), sheet.sensor.maxBrightness);
+        EXPECT_EQ(SonyNumber(device, 0x300A), sheet.sensor.brightness);
+        EXPECT_EQ(Value(CONTROL_BANDWIDTH), 100);
+        EXPECT_EQ(Clamped(CONTROL_BANDWIDTH, 0), 40);
+        EXPECT_EQ(Clamped(CONTROL_BANDWIDTH, 101), 100);
+
+        EXPECT_EQ(isAvailable(CONTROL_WB_RED), sheet.colour);
+        EXPECT_EQ(isAvailable(CONTROL_COOLER_ON), sheet.cooled);
+        EXPECT_EQ(isAvailable(CONTROL_HARDWARE_BIN), sheet.SensorBins());
+        EXPECT_EQ(Clamped(CONTROL_HARDWARE_BIN, 1), sheet.SensorBins());
+        EXPECT_TRUE(isAvailable(CONTROL_HIGH_SPEED) && isAvailable(CONTROL_TEMPERATURE));
+        Close(device);
+    }
+}
+
+TEST_F(ModelsTest, VariantsAreCountedAndNamedButOnlyThePrimaryProductIdOpens)
+{
+    const struct {
+        const char *primary;
+        std::array<uint16_t, 2> variants;
+    } groups[] = {{"VSC372MC", {0x372C, 0x372D}}, {"VSC420MM", {0x420E, 0x420F}}};
+    for (const auto &group : groups) {
+        SCOPED_TRACE(group.primary);
+        const std::string name = std::string("KYR ") + group.primary;
+        const int a = Bus().PlugForeign(vscsim::VendorId(), group.variants[0]);
+        const int b = Bus().PlugForeign(vscsim::VendorId(), group.variants[1]);
+        ASSERT_EQ(getNumberOfConnectedCameras(), 2);
+        EXPECT_EQ(getCameraModel(0), name + "-A");
+        EXPECT_EQ(getCameraModel(1), name + "-B");
+        EXPECT_FALSE(openCamera(0));
+        EXPECT_FALSE(openCamera(1));
+        closeCamera();
+
+        // Variants count in the ordinal of the camera to open, but cameras of the primary product
+        // ID only are found by it.
+        const int first = Bus().Plug(group.primary);
+        ASSERT_EQ(getNumberOfConnectedCameras(), 3);
+        EXPECT_FALSE(openCamera(2)); // asks for the third
+        EXPECT_TRUE(openCamera(0));  // asks for the first
+        closeCamera();
+        for (const int device : {a, b, first})
+            Bus().Unplug(device);
+    }
+}
+
+TEST_F(ModelsTest, EachModelDeliversThePatternInEveryFormatAndBinning)
+{
+    for (const Sheet &sheet : kSheets) {
+        const int device = OpenOne(sheet.model);
+        setValue(CONTROL_WB_RED, 50, false);
+        setValue(CONTROL_WB_BLUE, 50, false);
+        for (const Readout &readout : ReadoutsOf(sheet)) {
+            setValue(CONTROL_HARDWARE_BIN, readout.sensorBins, false);
+            for (const int type : {VSC_IMG_RAW8, VSC_IMG_RGB24, VSC_IMG_RAW16, VSC_IMG_Y8}) {
+                if (readout.fast || readout.is16 != (type == VSC_IMG_RAW16))
+                    continue;
+                SCOPED_TRACE(testing::Message() << sheet.model << " " << readout << " " << type);
+                const Picture picture{.model = sheet.model,
+                                      .width = 160,
+                                      .height = 120,
+                                      .bin = readout.bin,
+                                      .type = type,
+                                      .startX = 20,
+                                      .startY = 10,
+                                      .bayer = sheet.sensor.bayer,
+                                      .sensorBins = readout.sensorBins};
+                ASSERT_TRUE(isImgTypeSupported(type));
+                ASSERT_TRUE(setImageFormat(picture.width, picture.height, picture.bin, type));
+                setStartPos(picture.startX, picture.startY);
+                startCapture();
+                EXPECT_TRUE(picture.IsOneOfTheFirst(NextFrame(5000)));
+                stopCapture();
+            }
+        }
+        Close(device);
+    }
+}
+
+TEST_F(ModelsTest, EachModelUsesAllOfItsSensor)
+{
+    for (const Sheet &sheet : kSheets) {
+        SCOPED_TRACE(sheet.model);
+        const int device = OpenOne(sheet.model);
+        const int lastX = vscsim::FindModel(sheet.model)->sensorWidth - 8;
+        ASSERT_TRUE(setImageFormat(8, 2, 1, VSC_IMG_RAW8));
+        setStartPos(INT_MAX, INT_MAX);
+        EXPECT_EQ(getStartX(), lastX);
+        EXPECT_EQ(getStartY(), sheet.sensor.height - 2);
+        startCapture();
+        const Bytes frame = NextFrame(5000);
+        EXPECT_TRUE(!frame.empty() && PatternNumber(frame, 8, lastX, sheet.sensor.height - 2));
+        stopCapture();
+        EXPECT_FALSE(setImageFormat(sheet.sensor.width + 8, 2, 1, VSC_IMG_RAW8));
+        EXPECT_FALSE(setImageFormat(8, sheet.sensor.height + 2, 1, VSC_IMG_RAW8));
+        Close(device);
+    }
+}
+
+TEST_F(ModelsTest, LargeSensorsStartAtMultiplesOfSixWhenBinnedByThree)
+{
+    const struct {
+        const char *model;
+        int startAt9, startAt21; // of unbinned columns
+    } cases[] = {{"VSC430MM", 8, 20},
+                 {"VSC083MC-Cool", 6, 18},
+                 {"VSC065MC-Cool", 6, 18},
+                 {"VSC385MC-Cool", 6, 18}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.model);
+        const int device = OpenOne(c.model);
+        ASSERT_TRUE(setImageFormat(160, 120, 3, VSC_IMG_RAW8));
+        setStartPos(3, 1);
+        EXPECT_EQ(SonyNumber(device, 0x3040), c.startAt9);
+        EXPECT_EQ(SonyNumber(device, 0x303C), 2);
+        setStartPos(7, 1);
+        EXPECT_EQ(SonyNumber(device, 0x3040), c.startAt21);
+        Close(device);
+    }
+}
+
+TEST_F(ModelsTest, NoModelSendsMoreThanItsShareOfTheBandwidth)
+{
+    for (const Sheet &sheet : kSheets) {
+        const Sensor &sensor = sheet.sensor;
+        for (const auto link : {vscsim::LinkSpeed::Super, vscsim::LinkSpeed::High}) {
+            const bool usb2 = link == vscsim::LinkSpeed::High;
+            const int device = OpenOne(sheet.model, {.link = link});
+            setValue(CONTROL_EXPOSURE, 32, false);
+            for (const Readout &readout : ReadoutsOf(sheet)) {
+                const Size full{sensor.width / readout.bin & ~7, sensor.height / readout.bin & ~1};
+                for (const Size size : {full, Size{160, full.height}, Size{full.width, 120}}) {
+                    for (const int percent : {40, 73, 100}) {
+                        SCOPED_TRACE(testing::Message()
+                                     << sheet.model << (usb2 ? " USB 2 " : " USB 3 ") << size.width
+                                     << " x " << size.height << " " << readout << " " << percent
+                                     << " %");
+                        setValue(CONTROL_BANDWIDTH, percent, false);
+                        ASSERT_TRUE(Set(readout, size.width, size.height));
+                        const int line = LineClocks(device);
+                        EXPECT_GE(line, readout.Of(sensor.shortestLine));
+
+                        const double share =
+                            10.0 * percent * (usb2 ? sensor.usb2Budget : sensor.usb3Budget);
+                        const double bytes = FrameBytes(device, readout);
+                        const int clock = readout.Of(sensor.clockKHz);
+                        // Line lengths are whole clocks, rounded down.
+                        EXPECT_LE(bytes * FramesPerSecond(device, clock, line + 1), share);
+                        if (usb2 && size == full && !readout.sensorBins) { // needs no shortest line
+                            EXPECT_GE(bytes * FramesPerSecond(device, clock, line), share * 0.9999);
+                        }
+                    }
+                }
+            }
+            Close(device);
+        }
+    }
+}
+
+TEST_F(ModelsTest, FramesComeAtTheRateThatClockAndLineLengthGive)
+{
+    for (const Sheet &sheet : kSheets) {
+        const int device = OpenOne(sheet.model);
+        setValue(CONTROL_EXPOSURE, 32, false);
+        for (const Readout &readout : ReadoutsOf(sheet)) {
+            SCOPED_TRACE(testing::Message() << sheet.model << " " << readout);
+            ASSERT_TRUE(Set(readout, 8, 480 / readout.bin)); // cheap, and not too many
+            const auto frames = [device] {
+                return Bus().With(device, [](auto &camera) { return camera.FramesProduced(); });
+            };
+            startCapture();
+            ASSERT_FALSE(NextFrame(5000).empty());
+            const uint64_t before = frames();
+            SleepFor(std::chrono::milliseconds(500));
+            const double perSecond = 2.0 * static_cast<double>(frames() - before);
+            stopCapture();
+            const double expected =
+                FramesPerSecond(device, readout.Of(sheet.sensor.clockKHz), LineClocks(device));
+            EXPECT_NEAR(perSecond, expected, 4.0 + 0.02 * expected);
+        }
+        Close(device);
+    }
+}
+
+} // namespace
+} // namespace vsccam
