@@ -162,6 +162,9 @@ class Thread {
     /// Joins the previous run, then starts `body`; false when the system has no thread to give.
     bool Start(std::function<void()> body);
 
+    /// Whether there is a run that was not joined yet.
+    bool Started() const { return m_thread.joinable(); }
+
     /// Waits for the end of the thread. Does nothing when it was not started.
     void Join();
 

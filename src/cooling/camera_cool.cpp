@@ -26,6 +26,8 @@ constexpr auto kPauseAfterReading = 1590ms;
 
 bool CCameraCool::CloseCamera()
 {
+    m_coolerRunning.Clear(); // both threads end at the same time
+    (void)StopCapture();
     StopAutoTempThr();
     return CCameraBase::CloseCamera();
 }
@@ -37,8 +39,10 @@ bool CCameraCool::SetDA(int code)
         return true;
     m_cooler.driveCode = m_cooler.lastCodeSent = code;
     OutputDbgPrint("Set DA %d \n", code);
-    const bool ok =
-        SendCMD(request::kCoolerDrive, static_cast<uint16_t>(code), 0, false, nullptr, 0);
+    const auto value = static_cast<uint16_t>(code);
+    const bool ok = code == kNoCurrentCode
+                        ? SendOff(request::kCoolerDrive, value)
+                        : SendCMD(request::kCoolerDrive, value, 0, false, nullptr, 0);
     // A failed request counts as sent, the controller goes on from it. Not so for "off": asked for
     // again it is sent again, since a cooler must not stay on.
     if (!ok && code == kNoCurrentCode)
@@ -91,7 +95,7 @@ void CCameraCool::StartAutoTempThr()
 
 void CCameraCool::StopAutoTempThr()
 {
-    if (!m_coolerRunning)
+    if (!m_coolerThread.Started())
         return;
     m_coolerRunning.Clear();
     OutputDbgPrint("AutoTempThr bf wait\n");

@@ -66,6 +66,11 @@ void *CCameraBase::operator new(size_t size)
     return ::operator new(size);
 }
 
+void CCameraBase::operator delete(void *memory)
+{
+    ::operator delete(memory);
+}
+
 void CCameraBase::operator delete(CCameraBase *camera, std::destroying_delete_t)
 {
     void *const whole = dynamic_cast<void *>(camera);
@@ -150,8 +155,8 @@ bool CCameraBase::StopCapture()
     m_worker.Join();
     m_stopping = false;
     OutputDbgPrint("<< wait Working thread exit\n");
-    if (m_singleExposure && m_expStatus == kExpWorking)
-        m_expStatus = kExpIdle;
+    if (m_singleExposure)
+        m_expStatus = kExpIdle; // whatever it came to in the meantime
     return open;
 }
 
@@ -220,6 +225,12 @@ bool CCameraBase::SetOverCLKPerc(int)
 {
     return false;
 }
+ExposureSetting CCameraBase::Exposure()
+{
+    const std::lock_guard lock(m_settingsSection);
+    return {m_exposureUs, m_frameTimeUs, m_longExposure};
+}
+
 bool CCameraBase::LowerBandwidth(int step)
 {
     const std::lock_guard lock(m_settingsSection); // the host may be switching it off
@@ -285,7 +296,7 @@ bool CCameraBase::pulseGuide(int direction, int ms)
     (void)SendCMD(request::kGuideOn, line, 0, false, nullptr, 0);
     SleepFor(std::chrono::milliseconds(std::max(ms, 0)));
     // Also when "on" seemed to fail: a line that stays on drives the mount away.
-    (void)SendCMD(request::kGuideOff, line, 0, false, nullptr, 0);
+    (void)SendOff(request::kGuideOff, line);
     return true;
 }
 
@@ -303,7 +314,7 @@ bool CCameraBase::pulseGuideOff(int direction)
     if (!IsGuideLine(direction))
         return true;
     OutputDbgPrint("PulseGuide Direction Off:%d", direction);
-    (void)SendCMD(request::kGuideOff, static_cast<uint16_t>(direction), 0, false, nullptr, 0);
+    (void)SendOff(request::kGuideOff, static_cast<uint16_t>(direction));
     return true;
 }
 

@@ -24,6 +24,13 @@ using CameraId = std::array<uint8_t, 8>;
 /// State of a single exposure, as hosts see it.
 enum ExposureStatus { kExpIdle = 0, kExpWorking = 1, kExpSuccess = 2, kExpFailed = 3 };
 
+/// What the capture worker has to know of an exposure, all of one setting.
+struct ExposureSetting {
+    uint32_t us;
+    int frameTimeUs;
+    bool timedByHost; // long exposures: the host opens and closes the gate
+};
+
 /// A camera: its settings, its frames, its threads. Sensor families derive from it and program
 /// their sensors in the virtual operations, whose order is fixed.
 ///
@@ -41,6 +48,7 @@ class CCameraBase : public CCameraFX3 {
     ~CCameraBase();
 
     static void *operator new(size_t size);
+    static void operator delete(void *memory); // of an object whose constructor failed
     /// Makes `delete` through the base well defined: destroys the base, then frees the whole
     /// object.
     void operator delete(CCameraBase *camera, std::destroying_delete_t);
@@ -147,7 +155,7 @@ class CCameraBase : public CCameraFX3 {
     /// Takes a step off an automatic bandwidth.
     bool LowerBandwidth(int step);
     int FrameTimeUs() const { return m_frameTimeUs; }
-    bool LongExposure() const { return m_longExposure; }
+    ExposureSetting Exposure();
     bool BandwidthAuto() const { return m_bandwidthAuto; }
     int Bandwidth() const { return m_bandwidth; }
     int Ordinal() const { return m_ordinal; }

@@ -90,11 +90,13 @@ std::span<uint8_t> Usb3CaptureWorker::Frame() const
 
 Usb3CaptureWorker::Turn Usb3CaptureWorker::CaptureOneFrame()
 {
-    const uint64_t lossUs = static_cast<uint64_t>(m_drops) * m_camera.ExposureUs();
+    const ExposureSetting exposure = m_camera.Exposure();
+    const uint64_t lossUs = static_cast<uint64_t>(m_drops) * exposure.us;
     if (m_camera.SingleExposure() && lossUs > kSingleExposureLossUs)
         return Fail();
 
-    const BulkStream::Pass pass = m_camera.LongExposure() ? ExposeAndRead() : ReadFrame();
+    const BulkStream::Pass pass =
+        exposure.timedByHost ? ExposeAndRead(exposure.us) : ReadFrame(exposure);
     if (!m_camera.BandwidthAuto())
         RememberedAutoBandwidth(m_camera) = false;
     if (pass.deviceGone)
@@ -128,10 +130,10 @@ Usb3CaptureWorker::Turn Usb3CaptureWorker::HandleIncompleteFrame(const BulkStrea
     return Turn::GoOn;
 }
 
-BulkStream::Timeouts Usb3CaptureWorker::FrameTimeouts() const
+BulkStream::Timeouts Usb3CaptureWorker::FrameTimeouts(const ExposureSetting &exposure) const
 {
-    const auto exposureUs = static_cast<int64_t>(m_camera.ExposureUs());
-    const int frameTimeUs = m_camera.FrameTimeUs();
+    const auto exposureUs = static_cast<int64_t>(exposure.us);
+    const int frameTimeUs = exposure.frameTimeUs;
     BulkStream::Timeouts timeouts{};
     if (exposureUs >= frameTimeUs)
         timeouts.perTransfer =
@@ -143,17 +145,16 @@ BulkStream::Timeouts Usb3CaptureWorker::FrameTimeouts() const
     return timeouts;
 }
 
-BulkStream::Pass Usb3CaptureWorker::ReadFrame()
+BulkStream::Pass Usb3CaptureWorker::ReadFrame(const ExposureSetting &exposure)
 {
-    const BulkStream::Timeouts timeouts = FrameTimeouts();
+    const BulkStream::Timeouts timeouts = FrameTimeouts(exposure);
     m_waitMs = static_cast<long>(timeouts.perTransfer.count());
     return m_camera.startAsyncXfer(m_camera.RawBuffer(m_rawIndex), timeouts, m_running);
 }
 
 /// The host opens and closes the exposure gate; then the sensor reads out.
-BulkStream::Pass Usb3CaptureWorker::ExposeAndRead()
+BulkStream::Pass Usb3CaptureWorker::ExposeAndRead(uint32_t exposureUs)
 {
-    const uint32_t exposureUs = m_camera.ExposureUs();
     const auto exposureMs = static_cast<int>(exposureUs / 1000);
     const LongExposurePlan plan = m_sensor.PlanLongExposure(exposureUs);
     OutputDbgPrint("Begin long exp %d\n", exposureMs);
@@ -290,18 +291,24 @@ Usb3CaptureWorker::Turn Usb3CaptureWorker::RecoverDevice()
     m_camera.Frames().SetProducing(false); // nobody waits for a camera that is gone
     m_camera.releaseAsyncXfer();
     const auto lostAt = Clock::now();
+    // Without a handle there is nothing to connect again: an earlier run lost it.
     bool open = m_camera.ReConnectCamera() || m_camera.OpenCamera(m_camera.Ordinal());
-    if (m_camera.SingleExposure()) {
-        if (open && m_sensor.RestoreSettings()) // for the next exposure
-            m_camera.SetLost(false);
-        return Fail();
-    }
+    if (m_camera.SingleExposure())
+        return LoseExposure(open);
     while (m_running && !(open && Resume())) {
-        if (m_running.SleepFor(kReopenInterval))
-            open = m_camera.OpenCamera(m_camera.Ordinal());
+        (void)m_running.SleepFor(kReopenInterval);
+        open = m_camera.OpenCamera(m_camera.Ordinal());
     }
     m_camera.AddDroppedFrames(FramesSince(lostAt));
     return Turn::GoOn;
+}
+
+/// Programs a camera that is back already for the next exposure; this one failed.
+Usb3CaptureWorker::Turn Usb3CaptureWorker::LoseExposure(bool open)
+{
+    if (open && m_running && m_sensor.RestoreSettings())
+        m_camera.SetLost(false);
+    return Fail();
 }
 
 bool Usb3CaptureWorker::Resume()

@@ -26,8 +26,8 @@ class Usb3CaptureWorker {
     bool Prepare();
     bool StartStream();
     Turn CaptureOneFrame();
-    BulkStream::Pass ReadFrame();
-    BulkStream::Pass ExposeAndRead();
+    BulkStream::Pass ReadFrame(const ExposureSetting &exposure);
+    BulkStream::Pass ExposeAndRead(uint32_t exposureUs);
     Turn HandleIncompleteFrame(const BulkStream::Pass &pass);
     Turn HandleRefusedRead(const BulkStream::Pass &pass);
     Turn HandleEmptyRead(const BulkStream::Pass &pass);
@@ -36,12 +36,13 @@ class Usb3CaptureWorker {
     void LowerBandwidth();
     void ResetStream();
     Turn RecoverDevice();
+    Turn LoseExposure(bool open);
     bool Resume();
     int FramesSince(Clock::time_point start) const;
     Turn Fail();
     void Leave();
 
-    BulkStream::Timeouts FrameTimeouts() const;
+    BulkStream::Timeouts FrameTimeouts(const ExposureSetting &exposure) const;
     std::span<uint8_t> Frame() const;
 
     CCameraBase &m_camera;
@@ -54,7 +55,7 @@ class Usb3CaptureWorker {
     int m_drops = 0;        // bad frames in a row or since the last measure against them
     int m_emptyReads = 0;   // reads in a row that brought nothing
     int m_refusedReads = 0; // reads in a row for which nothing could be queued
-    int m_silentResets = 0; // resets of this run without a frame since
+    int m_silentResets = 0; // of a single exposure, for want of any byte
     long m_waitMs = 0;      // of the last read, for the debug output
     uint32_t m_lastBurst = 0;
     uint32_t m_autoBandwidthSince = 0;

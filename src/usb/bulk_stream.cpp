@@ -180,7 +180,7 @@ void BulkStream::SubmitFrom(uint8_t *buffer, Pass &pass)
         }
         if (result == LIBUSB_ERROR_NO_MEM)
             PrintMemoryHelp();
-        if (result == LIBUSB_ERROR_NO_MEM && AnyInFlight())
+        if (result == LIBUSB_ERROR_NO_MEM && InFlight())
             return;
         OutputDbgPrint("submit Xfer %d error: %d\n", static_cast<int>(m_nextToSubmit), result);
         pass.error = pass.error ? pass.error : result;
@@ -227,7 +227,7 @@ bool BulkStream::Reap()
     return true;
 }
 
-bool BulkStream::AnyInFlight() const
+bool BulkStream::InFlight() const
 {
     return std::ranges::any_of(m_transfers, [](auto &transfer) { return transfer->InFlight(); });
 }

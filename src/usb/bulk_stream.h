@@ -53,6 +53,9 @@ class BulkStream {
     /// Frees the transfers, but for those that did not come back: they stay until DeviceClosed.
     void Release();
 
+    /// Whether libusb still has transfers of ours.
+    bool InFlight() const;
+
     /// The handle of the transfers is closed: nothing is in flight any more.
     void DeviceClosed();
 
@@ -68,7 +71,6 @@ class BulkStream {
     void Collect(Pass &pass) const;
     static bool WaitFor(Transfer &transfer, Clock::time_point deadline,
                         std::chrono::milliseconds eventTimeout, const RunFlag &running);
-    bool AnyInFlight() const;
     bool Reap();
     void PrintMemoryHelp();
 

@@ -94,10 +94,10 @@ bool CCameraFX3::HasHandle()
 }
 
 int CCameraFX3::Control(uint8_t requestType, uint8_t req, uint16_t value, uint16_t index,
-                        uint8_t *buf, uint16_t len, std::chrono::milliseconds timeout)
+                        uint8_t *buf, uint16_t len, std::chrono::milliseconds timeout, Try when)
 {
     const std::lock_guard lock(m_controlSection);
-    if (!m_opened || MuteLately())
+    if (!m_opened || (when == Try::UnlessMute && MuteLately()))
         return LIBUSB_ERROR_NO_DEVICE;
     const int result = libusb_control_transfer(m_handle, requestType, req, value, index, buf, len,
                                                static_cast<unsigned int>(timeout.count()));
@@ -132,6 +132,11 @@ bool CCameraFX3::SendCMD(uint8_t req, uint16_t value, uint16_t index, bool read,
         std::fill_n(buf, wireLength, uint8_t{0});
     return Control(read ? kVendorIn : kVendorOut, req, value, index, buf, wireLength,
                    kRequestTimeout) >= 0;
+}
+
+bool CCameraFX3::SendOff(uint8_t req, uint16_t value)
+{
+    return Control(kVendorOut, req, value, 0, nullptr, 0, kRequestTimeout, Try::Always) >= 0;
 }
 
 bool CCameraFX3::WriteCameraRegister(uint16_t address, uint16_t value)
@@ -287,7 +292,7 @@ bool CCameraFX3::SetProgramEntry(uint8_t req, uint32_t address)
 bool CCameraFX3::ResetEndPoint(uint8_t endpoint)
 {
     const std::lock_guard lock(m_controlSection);
-    if (!m_opened || MuteLately())
+    if (!m_opened || MuteLately() || m_stream.InFlight())
         return false;
     const int result = libusb_clear_halt(m_handle, endpoint);
     NoteResult(result);

@@ -30,6 +30,9 @@ class CCameraFX3 {
     /// Vendor request, 500 ms time-out. A read clears `buf` first. The length on the wire is the
     /// low 16 bits of `len`.
     bool SendCMD(uint8_t req, uint16_t value, uint16_t index, bool read, uint8_t *buf, long len);
+    /// Vendor request without data that is tried also on a camera that has been mute of late: for
+    /// what must be switched off.
+    bool SendOff(uint8_t req, uint16_t value);
 
     /// Sensor registers: 16-bit address with 16-bit or 8-bit values.
     bool WriteCameraRegister(uint16_t address, uint16_t value);
@@ -77,7 +80,8 @@ class CCameraFX3 {
     // Quirk, kept: the high half of the address comes first here, the low half in the two above.
     bool SetProgramEntry(uint8_t req, uint32_t address);
 
-    /// Ends a stall of an endpoint.
+    /// Ends a stall of an endpoint. Refused while transfers are in flight that could not be
+    /// cancelled. For the capture worker.
     bool ResetEndPoint(uint8_t endpoint);
     /// Resets the device on its port.
     bool ResetDevice();
@@ -106,8 +110,9 @@ class CCameraFX3 {
     uint32_t m_fpgaSub = 0;
 
   private:
+    enum class Try { UnlessMute, Always };
     int Control(uint8_t requestType, uint8_t req, uint16_t value, uint16_t index, uint8_t *buf,
-                uint16_t len, std::chrono::milliseconds timeout);
+                uint16_t len, std::chrono::milliseconds timeout, Try when = Try::UnlessMute);
     bool MuteLately() const;
     void NoteResult(int result);
 

@@ -174,21 +174,76 @@ TEST_F(CaptureTest, ResetsTheDeviceAtTheFourthEmptyReadInARow)
     }
 }
 
-TEST_F(CaptureTest, StalledEndpointIsCleared)
+TEST_F(CaptureTest, StalledEndpointIsClearedWithoutAReset)
 {
-    OpenSmall({.faults = {{.fault = Fault::StallFrame, .from = 2}}});
+    const int device = OpenSmall({.faults = {{.fault = Fault::StallFrame, .from = 2}}});
     startCapture();
+    ASSERT_TRUE(Number(NextFrame(1000)));
+    (void)Bus().TakeTraffic(device);
     for (int i = 0; i < 4; ++i)
         EXPECT_TRUE(Number(NextFrame(5000))) << i;
+    EXPECT_EQ(Bus().TakeTraffic(device), std::vector<std::string>{"clear halt 81"});
 }
 
 TEST_F(CaptureTest, TransferErrorIsRepeatedOnce)
 {
-    OpenSmall({.faults = {{.fault = Fault::IoErrorFrame, .from = 2}}});
+    for (const auto &[errors, dropped] : {std::pair{1U, 0}, {2U, 0}}) {
+        const int device =
+            OpenSmall({.faults = {{.fault = Fault::IoErrorFrame, .from = 2, .amount = errors}}});
+        startCapture();
+        const uint64_t before = Bus().Calls("libusb_submit_transfer");
+        for (int i = 0; i < 6; ++i)
+            EXPECT_TRUE(Number(NextFrame(5000))) << i;
+        EXPECT_EQ(getDroppedFrames(), dropped); // an empty read drops nothing
+        EXPECT_GE(Bus().Calls("libusb_submit_transfer") - before, 6 + errors);
+        closeCamera();
+        Bus().Unplug(device);
+    }
+}
+
+TEST_F(CaptureTest, BurstsOfBadFramesLowerAnAutomaticBandwidth)
+{
+    const struct {
+        bool automatic;
+        uint64_t badFrames;
+        int expected;
+    } cases[] = {{true, 2, 100}, {true, 3, 96}, {true, 9, 88}, {false, 9, 100}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.badFrames);
+        const int device =
+            OpenSmall({.faults = {{.fault = Fault::BadTail, .from = 3, .count = c.badFrames}}});
+        setValue(CONTROL_BANDWIDTH, 100, c.automatic);
+        startCapture();
+        for (int i = 0; i < 6; ++i)
+            EXPECT_TRUE(Number(NextFrame(5000))) << i;
+        bool automatic = !c.automatic;
+        EXPECT_EQ(getValue(CONTROL_BANDWIDTH, &automatic), c.expected);
+        EXPECT_EQ(automatic, c.automatic);
+        closeCamera();
+        Bus().Unplug(device);
+    }
+}
+
+TEST_F(CaptureTest, WhatMustBeOffIsSwitchedOffOnAMuteCameraToo)
+{
+    const int device = OpenSmall();
+    FailNext("libusb_control_transfer", 3, LIBUSB_ERROR_TIMEOUT);
+    setValue(CONTROL_BRIGHTNESS, 5, false);
+    setValue(CONTROL_BRIGHTNESS, 6, false);
+    (void)Bus().TakeTraffic(device);
+    pulseGuide(GUIDE_EAST, 10);
+    EXPECT_EQ(Bus().TakeTraffic(device), std::vector<std::string>{"guide off 2"});
+}
+
+TEST_F(CaptureTest, EntersAndLeavesLongExposureWhileVideoRuns)
+{
+    OpenSmall();
     startCapture();
-    for (int i = 0; i < 6; ++i)
-        EXPECT_TRUE(Number(NextFrame(5000))) << i;
-    EXPECT_LE(getDroppedFrames(), 1);
+    for (const int exposureUs : {5'000, 1'500'000, 20'000, 1'000'000, 999'999, 32}) {
+        setValue(CONTROL_EXPOSURE, exposureUs, false);
+        for (int i = 0; i < 3; ++i)
+            EXPECT_TRUE(Number(NextFrame(8000))) << exposureUs << " " << i;
+    }
 }
 
 TEST_F(CaptureTest, SilentOrMuteCameraHoldsNobodyUp)

@@ -197,9 +197,10 @@ template <class Base> bool SonyDriver<Base>::SetGain(int gain, bool bAuto)
     m_gainAuto = bAuto;
     const sony::Hold hold(*this);
     uint8_t mode = 0;
-    ReadSONYREG(sony::kReadoutMode, &mode);
-    mode = g.highConversion ? mode | sony::kHighConversionGain : mode & 0x0F;
-    WriteSONYREG(sony::kReadoutMode, mode);
+    if (ReadSONYREG(sony::kReadoutMode, &mode)) { // else its rate is not known, and stays
+        mode = g.highConversion ? mode | sony::kHighConversionGain : mode & 0x0F;
+        WriteSONYREG(sony::kReadoutMode, mode);
+    }
     WriteSONYREG(sony::kGain, g.code);
     return true;
 }
