@@ -1,3 +1,4 @@
+#include "core/gamma.h"
 #include "library/host_fixture.h"
 #include "library/picture.h"
 #include "library/wire.h"
@@ -123,6 +124,56 @@ TEST_F(CaptureTest, DeliversThePatternInEveryFormatRegionBinningAndFlip)
         closeCamera();
         Bus().Unplug(device);
     }
+}
+
+/// The first frame of a colour camera in a format, and what it should be.
+class ColourFrame {
+  public:
+    static constexpr Picture kRaw{"VSC470MC", 160, 120, 1, VSC_IMG_RAW8, 300, 300, true, false};
+
+    template <class Expected> static bool Matches(const Bytes &image, Expected expected)
+    {
+        for (uint32_t frame = 0; frame < 4; ++frame) {
+            if (image == expected(kRaw.Image(frame)))
+                return true;
+        }
+        return false;
+    }
+};
+
+TEST_F(CaptureTest, BalancesRedAndBlueAndFollowsTheMosaicThroughFlips)
+{
+    OpenOne("VSC470MC");
+    ASSERT_TRUE(setImageFormat(160, 120, 1, VSC_IMG_RGB24));
+    setStartPos(300, 300);
+    SetMisc(true, false);
+    setValue(CONTROL_WB_RED, 30, false);
+    setValue(CONTROL_WB_BLUE, 80, false);
+    startCapture();
+    EXPECT_TRUE(ColourFrame::Matches(NextFrame(1000), [](const Bytes &raw) {
+        CAlgorithm algorithm;
+        algorithm.RGBYUV_Init();
+        algorithm.SetRGBWB(30, 80);
+        Bytes rgb(raw.size() * 3);
+        algorithm.BayerConv(BayerPhase::kGR, raw.data(), rgb.data(), 160, 120, kRgb24); // mirrored
+        return rgb;
+    }));
+}
+
+TEST_F(CaptureTest, AppliesGammaToEveryPixel)
+{
+    OpenOne("VSC470MC");
+    ASSERT_TRUE(setImageFormat(160, 120, 1, VSC_IMG_RAW8));
+    setStartPos(300, 300);
+    SetMisc(true, false);
+    setValue(CONTROL_GAMMA, 80, false);
+    startCapture();
+    EXPECT_TRUE(ColourFrame::Matches(NextFrame(1000), [](Bytes raw) {
+        GammaTable8 table{};
+        FillGammaTable(80, table);
+        std::ranges::transform(raw, raw.begin(), [&table](uint8_t v) { return table[v]; });
+        return raw;
+    }));
 }
 
 TEST_F(CaptureTest, DropsDamagedFramesExactlyAndGoesOn)
