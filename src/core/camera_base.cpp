@@ -1,11 +1,13 @@
 #include "core/camera_base.h"
 
 #include "base/debug_print.h"
+#include "core/thermistor.h"
 #include "usb/requests.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <mutex>
+#include <optional>
 #include <utility>
 
 namespace vsccam {
@@ -187,7 +189,6 @@ int CCameraBase::GetGain(bool *pbAuto)
 
 bool CCameraBase::SetGamma(int gamma)
 {
-    const std::lock_guard lock(m_gammaSection);
     // Quirk, kept: the old gamma is tested, not the new one; hosts rely on it.
     m_gamma = m_gamma > 100 ? 100 : gamma;
     FillGammaTable(m_gamma, m_gamma8);
@@ -247,6 +248,18 @@ float CCameraBase::GetTemp()
     if (m_coolerRunning)
         return m_temperatureC;
     return GetSensorTemp();
+}
+
+float CCameraBase::GetADTemp()
+{
+    constexpr int kSeriesKOhm = 10;
+    uint8_t bytes[2] = {};
+    const bool ok = SendCMD(request::kThermistor, 0, 0, true, bytes, sizeof bytes);
+    const auto ad = static_cast<uint8_t>(bytes[0] >> 4 | bytes[1] << 4); // eight of twelve bits
+    const std::optional<float> celsius = ThermistorTemperature(ad, kSeriesKOhm);
+    if (ok && celsius)
+        m_temperatureC = *celsius;
+    return m_temperatureC;
 }
 
 bool CCameraBase::StartSensorCLK()

@@ -183,6 +183,9 @@ class CCameraBase : public CCameraFX3 {
         bool m_ran;
     };
 
+    /// Temperature by the thermistor of boards that have one; the last good reading when it fails.
+    float GetADTemp();
+
     /// Called at the end of a successful InitCamera, and after a lost device was programmed again.
     /// Cooled cameras have their own.
     void OnInitialised() {}
@@ -255,7 +258,6 @@ class CCameraBase : public CCameraFX3 {
     // The pipeline, on the host's thread.
     CAlgorithm m_algorithm;
     int m_balanceInTable[2] = {-1, -1}; // red and blue that m_algorithm has its tables for
-    CriticalSection m_gammaSection;     // guards the tables: a reconnecting worker sets them too
     GammaTable8 m_gamma8{};
     std::unique_ptr<GammaTable16> m_gamma16;
     ZeroedBuffer m_work; // the frame in process

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <mutex>
 
 // From the raw frame to the host's buffer, on the thread of the host that asks for it.
 namespace vsccam {
@@ -94,7 +93,6 @@ void CCameraBase::ProcessFrame(uint8_t *frame, Size readout)
 
 void CCameraBase::ApplyGamma(uint8_t *frame, Size readout, bool is16)
 {
-    const std::lock_guard lock(m_gammaSection);
     if (m_gamma == kLinearGamma)
         return;
     if (is16)

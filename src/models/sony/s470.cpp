@@ -9,7 +9,8 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// Sent once by InitCamera, in this order. The addresses are undocumented sensor set-up.
+// Sent once by InitCamera, in this order. The addresses are undocumented sensor set-up; not
+// verified on hardware.
 constexpr RegisterWrite kPowerUp[] = {
     {0x3003, 0x01}, Pause(20ms),    {0x300E, 0x00}, {0x300F, 0x00}, {0x3010, 0x21}, {0x3012, 0x64},
     {0x3016, 0x09}, {0x305C, 0x18}, {0x305E, 0x20}, {0x315E, 0x1A}, {0x3164, 0x1A}, {0x3070, 0x02},
