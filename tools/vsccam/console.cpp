@@ -65,17 +65,15 @@ void Console::Note(const std::string &line)
 {
     Log(line);
     if (!m_options.quiet)
-        fmt::print(stderr, "{}\n", line);
+        std::fputs((line + "\n").c_str(), stderr);
 }
 
 void Console::Error(const std::string &line)
 {
     Log(fmt::format("error: {}", line));
-    if (m_options.colour && m_isTerminal)
-        fmt::print(stderr, fmt::fg(fmt::terminal_color::red), "error:");
-    else
-        fmt::print(stderr, "error:");
-    fmt::print(stderr, " {}\n", line);
+    const auto style =
+        m_options.colour && m_isTerminal ? fmt::fg(fmt::terminal_color::red) : fmt::text_style();
+    std::fputs(fmt::format("{} {}\n", fmt::format(style, "error:"), line).c_str(), stderr);
 }
 
 void Console::Log(const std::string &line)

@@ -32,7 +32,7 @@ class Console {
     /// ... and for programs (only with --json): one object per line.
     void Emit(const nlohmann::ordered_json &result);
 
-    /// What the user may want to know while waiting.
+    /// What the user may want to know while waiting. That nobody reads it stops nothing.
     void Note(const std::string &line);
     void Error(const std::string &line);
 

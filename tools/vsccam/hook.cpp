@@ -21,10 +21,13 @@ int RunHook(const std::string &command, const std::filesystem::path &file)
 
     sigset_t none;
     sigemptyset(&none);
+    sigset_t pipe = none;
+    sigaddset(&pipe, SIGPIPE);
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
-    posix_spawnattr_setsigmask(&attributes, &none); // ours are blocked, the hook's shall not be
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
+    posix_spawnattr_setsigmask(&attributes, &none);    // ours are blocked, the hook's shall not be
+    posix_spawnattr_setsigdefault(&attributes, &pipe); // nor ignored
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
     pid_t child = 0;
     const int error = posix_spawn(&child, words[0].c_str(), nullptr, &attributes,
                                   Pointers(words).data(), Pointers(variables).data());

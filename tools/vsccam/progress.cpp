@@ -25,7 +25,7 @@ void ProgressBar::Show(Microseconds elapsed)
 {
     const std::string text = m_visible ? ProgressText(elapsed, m_total) : "";
     if (text != m_shown)
-        fmt::print(stderr, "{}{}", kWipeLine, text);
+        std::fputs((kWipeLine + text).c_str(), stderr);
     m_shown = text;
 }
 

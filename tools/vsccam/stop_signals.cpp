@@ -2,11 +2,21 @@
 
 #include "failure.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <csignal>
 
 namespace vsctool {
 
 namespace {
+
+/// nohup starts programs so. Who blocks a signal and waits for it gets it even when it is ignored.
+bool IsIgnored(int signal)
+{
+    struct sigaction present = {};
+    sigaction(signal, nullptr, &present);
+    return present.sa_handler == SIG_IGN;
+}
 
 sigset_t StopSet()
 {
@@ -14,7 +24,21 @@ sigset_t StopSet()
     sigemptyset(&set);
     sigaddset(&set, SIGINT);
     sigaddset(&set, SIGTERM);
+    if (!IsIgnored(SIGHUP))
+        sigaddset(&set, SIGHUP);
     return set;
+}
+
+/// Nothing when it has passed.
+timespec TimeUntil(std::chrono::steady_clock::time_point end)
+{
+    using namespace std::chrono;
+    const auto left = std::max<nanoseconds>(end - steady_clock::now(), 0ns);
+    const auto whole = duration_cast<seconds>(left);
+    timespec time{};
+    time.tv_sec = static_cast<time_t>(whole.count());
+    time.tv_nsec = static_cast<long>((left - whole).count());
+    return time;
 }
 
 } // namespace
@@ -23,18 +47,19 @@ void StopSignals::Block()
 {
     const sigset_t set = StopSet();
     pthread_sigmask(SIG_BLOCK, &set, nullptr);
+    std::signal(SIGPIPE, SIG_IGN); // a reader that went away is an error of the write
 }
 
 void StopSignals::SleepFor(std::chrono::milliseconds time)
 {
     const sigset_t set = StopSet();
-    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(time);
-    timespec wait{};
-    wait.tv_sec = static_cast<time_t>(seconds.count());
-    wait.tv_nsec = static_cast<long>((time - seconds).count() * 1'000'000);
-    const int signal = sigtimedwait(&set, nullptr, &wait);
-    if (signal > 0)
-        throw Failure(static_cast<int>(Exit::kSignal) + signal, "stopped");
+    const auto end = std::chrono::steady_clock::now() + time;
+    do {
+        const timespec wait = TimeUntil(end);
+        const int signal = sigtimedwait(&set, nullptr, &wait);
+        if (signal > 0)
+            throw Failure(static_cast<int>(Exit::kSignal) + signal, "stopped");
+    } while (errno == EINTR); // the program was suspended and goes on
 }
 
 } // namespace vsctool

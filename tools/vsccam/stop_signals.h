@@ -4,9 +4,9 @@
 
 namespace vsctool {
 
-/// Keeps SIGINT and SIGTERM for the main thread, which takes them only where it waits: no handler
-/// runs in the middle of a file or of a call into the library. To be blocked before the first
-/// thread starts.
+/// Keeps SIGINT, SIGTERM and SIGHUP for the main thread, which takes them only where it waits: no
+/// handler runs in the middle of a file or of a call into the library. SIGPIPE ends nothing either,
+/// so that the camera is closed on every way out. To be blocked before the first thread starts.
 class StopSignals {
   public:
     static void Block();
