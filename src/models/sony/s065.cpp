@@ -20,6 +20,7 @@ constexpr SonySensor kSensor = {
     .initialLine = {.clockKHz = 20'250, .length = 858},
     .offsets = {},
     .startXStepAtBin3 = 6,
+    .thermistor = true,
     .powerUp = kNeutralPowerUp,
 };
 

@@ -398,6 +398,8 @@ template <class Base> void SonyDriver<Base>::CalcMaxFPS()
 
 template <class Base> float SonyDriver<Base>::GetSensorTemp()
 {
+    if (m_sensor.thermistor)
+        return this->GetADTemp();
     uint8_t bytes[2] = {};
     const bool ok = SendCMD(request::kSensorTemperature, 0, 0, true, bytes, sizeof bytes);
     const float celsius = SonyTemperature(bytes[0], bytes[1]);

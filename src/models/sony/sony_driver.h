@@ -32,6 +32,7 @@ struct SonySensor {
     SonyFrameOffsets offsets;
     int startXStepAtBin3 = 4;      // unbinned pixels, as at any other binning
     int bandwidthOnUsb3Host = 100; // per cent, set when the camera is initialised
+    bool thermistor = false;       // on the board, in place of the sensor's own thermometer
     RegisterList powerUp;
 };
 

@@ -1,0 +1,71 @@
+#include "core/thermistor.h"
+#include "library/wire.h"
+#include "models/sony/s083.h"
+#include "support/simulated_bus.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+namespace vsccam {
+namespace {
+
+TEST(Thermistor, TellsTheTemperatureInItsTable)
+{
+    const struct {
+        uint8_t ad;
+        int seriesKOhm;
+        float celsius;
+    } cases[] = {
+        {128, 10, 25.0F},     // 10 kOhm, an entry of the table
+        {128, 5, 41.5257F},   // 5 kOhm, between 5.1053 and 4.905
+        {142, 10, 20.0804F},  // 12.45614 kOhm
+        {196, 10, 0.0463F},   // 32.66667 kOhm
+        {232, 10, -19.8291F}, // 96.66667 kOhm, the coldest
+        {12, 10, 110.9998F},  // 0.491803 kOhm, the hottest
+    };
+    for (const auto &c : cases) {
+        const auto celsius = ThermistorTemperature(c.ad, c.seriesKOhm);
+        ASSERT_TRUE(celsius) << int{c.ad};
+        EXPECT_NEAR(*celsius, c.celsius, 1e-3) << int{c.ad};
+    }
+}
+
+TEST(Thermistor, FallsWithTheReadingAndKnowsWhereItsTableEnds)
+{
+    float warmer = std::numeric_limits<float>::infinity();
+    for (int ad = 0; ad <= 255; ++ad) {
+        SCOPED_TRACE(ad);
+        const auto celsius = ThermistorTemperature(static_cast<uint8_t>(ad), 10);
+        const double kiloOhm = 10.0 * ad / (256 - ad);
+        ASSERT_EQ(celsius.has_value(), kiloOhm >= 0.4654 && kiloOhm <= 97.6037);
+        if (!celsius)
+            continue;
+        EXPECT_LT(*celsius, warmer);
+        warmer = *celsius;
+        if (ad == 128) // 10 kOhm, where the curve below hangs
+            continue;
+        const double beta = std::log(kiloOhm / 10.0) / (1 / (*celsius + 273.15) - 1 / 298.15);
+        EXPECT_NEAR(beta, 3920, 110); // of such thermistors; a wrong entry leaves the smooth curve
+    }
+}
+
+using BoardThermometer = SimulatedBus;
+
+TEST_F(BoardThermometer, IsReadInPlaceOfTheSensorsAndKeepsTheLastGoodReading)
+{
+    const auto plan = vscsim::ParseFaultPlan("refuse-request:c7@1,short-answer:c7@2=0", nullptr);
+    ASSERT_TRUE(plan);
+    OpenedCamera camera(std::in_place_type<CCameraS083MC>, "VSC083MC-Cool", {.faults = *plan});
+    ASSERT_TRUE(camera.Opened());
+    // 20 degrees in steps of the 8-bit converter, where the sensor would tell 20.0. Then no answer,
+    // then one without bytes, which reads as a shorted thermistor.
+    for (const char *answer : {"good", "refused", "empty", "good again"}) {
+        EXPECT_NEAR(camera->GetSensorTemp(), 20.0804F, 1e-3) << answer;
+        EXPECT_EQ(camera.Traffic(), Wire("temp?")) << answer;
+    }
+}
+
+} // namespace
+} // namespace vsccam
