@@ -91,7 +91,8 @@ std::vector<FitsKey> HeaderOf(const PictureFacts &facts)
     putText("OBJECT", facts.object, "");
     putText("CAMID", facts.identity, "identity that the camera holds");
     if (facts.electronsPerAdu > 0)
-        keys.push_back({"EGAIN", facts.electronsPerAdu, "[e-/ADU] at the reference gain"});
+        keys.push_back(
+            {"EGAIN", facts.electronsPerAdu, "[e-/ADU] of the model, at an unknown gain"});
     if (facts.temperatureC)
         keys.push_back({"CCD-TEMP", *facts.temperatureC, "[Celsius] sensor"});
     if (facts.targetC)
