@@ -55,6 +55,10 @@ done
 contains m42_1.fit "SIMULATE=                    T"
 
 expect 9 sim capture -e 10ms -o m42.fit
+echo mine >m43.png
+expect 9 sim capture -e 10ms -o m43.fit
+[ "$(cat m43.png)" = mine ]
+expect 0 sim capture -e 10ms -o m43.fit --no-png
 expect 10 sim capture -e 10ms --bin 3
 expect 10 sim capture --cool -10
 expect 2 sim capture --roi 641x480+0+0

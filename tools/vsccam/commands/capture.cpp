@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <system_error>
 
 namespace vsctool {
 namespace {
@@ -43,6 +44,11 @@ struct CaptureOptions {
     bool png = false;
     bool noPng = false;
 };
+
+std::filesystem::path PreviewOf(std::filesystem::path file)
+{
+    return file.replace_extension(".png");
+}
 
 /// A picture that lies on disk.
 struct SavedPicture {
@@ -97,6 +103,8 @@ class Series {
 
   private:
     void SetUp();
+    bool WritesPreview() const;
+    bool IsTaken(const std::filesystem::path &file) const;
     std::filesystem::path NextFile();
     Exposure Expose();
     SavedPicture Save(const std::filesystem::path &file, const Exposure &exposure) const;
@@ -149,6 +157,18 @@ void Series::SetUp()
                         FormatTime(Microseconds(getValue(CONTROL_EXPOSURE, nullptr)))));
 }
 
+bool Series::WritesPreview() const
+{
+    return m_options.png || (m_options.count == 1 && !m_options.noPng);
+}
+
+bool Series::IsTaken(const std::filesystem::path &file) const
+{
+    std::error_code unreachable; // shows when the file is created
+    return std::filesystem::exists(file, unreachable) ||
+           (WritesPreview() && std::filesystem::exists(PreviewOf(file), unreachable));
+}
+
 /// Numbered names go on after the files that are there; no picture is ever replaced unasked.
 std::filesystem::path Series::NextFile()
 {
@@ -165,14 +185,15 @@ std::filesystem::path Series::NextFile()
             .bin = m_options.framing.bin,
             .start = std::chrono::floor<Microseconds>(std::chrono::system_clock::now())};
         std::filesystem::path file = m_name.Expand(fields);
-        if (m_options.overwrite || !std::filesystem::exists(file)) {
+        if (m_options.overwrite || !IsTaken(file)) {
             ++m_sequence;
             return file;
         }
         if (!m_name.IsNumbered())
-            throw Failure(Exit::kFile, fmt::format("{} exists; choose another name, put {{seq:05}} "
-                                                   "into it, or add --overwrite",
-                                                   file.string()));
+            throw Failure(Exit::kFile,
+                          fmt::format("{}{} exists; choose another name, put "
+                                      "{{seq:05}} into it, or add --overwrite",
+                                      file.string(), WritesPreview() ? " or its preview" : ""));
     }
 }
 
@@ -195,8 +216,8 @@ SavedPicture Series::Save(const std::filesystem::path &file, const Exposure &exp
     std::vector<FitsKey> keys = HeaderOf(saved.facts);
     keys.insert(keys.end(), m_userKeys.begin(), m_userKeys.end());
     WriteFits(file, exposure.picture, keys);
-    if (m_options.png || (m_options.count == 1 && !m_options.noPng)) {
-        saved.png = std::filesystem::path(file).replace_extension(".png");
+    if (WritesPreview()) {
+        saved.png = PreviewOf(file);
         WritePreview(saved.png, exposure.picture, saved.facts.mosaic);
     }
     saved.levels = LevelsOf(exposure.picture);
