@@ -62,6 +62,8 @@ expect 0 sim capture -e 10ms -o m43.fit --no-png
 expect 10 sim capture -e 10ms --bin 3
 expect 10 sim capture --cool -10
 expect 2 sim capture --roi 641x480+0+0
+expect 2 sim capture --roi 640x480+2147483647+0
+expect 2 sim capture --roi 640x480+0+2147483647
 
 # A reader that goes away is an error like any other, not the end by a signal.
 { sim capture -e 10ms -o unread.fit 2>messages || echo $? >code; } | true

@@ -16,8 +16,8 @@ using namespace std::chrono_literals;
 using SteadyClock = std::chrono::steady_clock;
 
 constexpr auto kPollInterval = 10ms;
-// Longer exposures are timed by the host, in whole steps; shorter ones by the sensor.
-constexpr Microseconds kLongestTimedBySensor = 1s;
+// From here on exposures are timed by the host, in whole steps; shorter ones by the sensor.
+constexpr Microseconds kTimedByHostFrom = 1s;
 // What 100 per cent of the bandwidth control stand for. From the data of one model, not verified on
 // hardware for the others.
 constexpr double kUsb3BytesPerSecond = 360e6;
@@ -57,8 +57,8 @@ void CheckRegion(const Region &region, int bin)
 {
     const Region whole = WholeSensor(bin);
     const bool fits = region.width % 8 == 0 && region.height % 2 == 0 &&
-                      region.width + region.x <= getMaxWidth() / bin &&
-                      region.height + region.y <= getMaxHeight() / bin;
+                      region.x <= getMaxWidth() / bin - region.width &&
+                      region.y <= getMaxHeight() / bin - region.height;
     if (!fits)
         throw Failure(Exit::kUsage,
                       fmt::format("region {}x{}+{}+{} does not fit; the largest at bin {} is "
@@ -156,7 +156,7 @@ Exposure Camera::Take(Microseconds asked, Microseconds patience, ProgressBar &ba
 /// The tool sees when the frame has arrived; before that it was read out.
 Microseconds Camera::ExposedTime(Microseconds asked, Microseconds untilFrame) const
 {
-    if (asked <= kLongestTimedBySensor)
+    if (asked < kTimedByHostFrom)
         return asked;
     const double sensorPixels = static_cast<double>(getWidth()) * getHeight() * getBin() * getBin();
     const double bytes = sensorPixels * (getImgType() == VSC_IMG_RAW16 ? 2 : 1);
