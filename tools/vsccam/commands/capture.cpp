@@ -136,6 +136,10 @@ Series::Series(const CaptureOptions &options, Context &context)
 void Series::SetUp()
 {
     m_camera.SetFraming(m_options.framing);
+    if (const auto &asked = m_options.framing.region;
+        asked && (getStartX() != asked->x || getStartY() != asked->y))
+        m_context.console.Note(fmt::format("region is {}x{}+{}+{} on this camera", getWidth(),
+                                           getHeight(), getStartX(), getStartY()));
     SetMisc(m_options.flipX, m_options.flipY);
     if (m_options.gain)
         m_camera.Set(CONTROL_GAIN, "gain", *m_options.gain);
