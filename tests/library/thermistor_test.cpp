@@ -1,12 +1,15 @@
 #include "core/thermistor.h"
 #include "library/wire.h"
+#include "models/sony/s065.h"
 #include "models/sony/s083.h"
+#include "models/sony/s385.h"
 #include "support/simulated_bus.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <limits>
+#include <utility>
 
 namespace vsccam {
 namespace {
@@ -53,18 +56,31 @@ TEST(Thermistor, FallsWithTheReadingAndKnowsWhereItsTableEnds)
 
 using BoardThermometer = SimulatedBus;
 
-TEST_F(BoardThermometer, IsReadInPlaceOfTheSensorsAndKeepsTheLastGoodReading)
+// 20 degrees in steps of the 8-bit converter, where the sensor would tell 20.0.
+constexpr float kRoomC = 20.0804F;
+
+TEST_F(BoardThermometer, IsReadInPlaceOfTheSensors)
+{
+    const auto expectThermistor = []<class Camera>(std::in_place_type_t<Camera> type,
+                                                   const char *model) {
+        vscsim::Bus::Instance().Reset();
+        OpenedCamera camera(type, model);
+        EXPECT_NEAR(camera->GetSensorTemp(), kRoomC, 1e-3) << model;
+        EXPECT_EQ(camera.Traffic(), Wire("temp?")) << model;
+    };
+    expectThermistor(std::in_place_type<CCameraS065MC>, "VSC065MC-Cool");
+    expectThermistor(std::in_place_type<CCameraS083MC>, "VSC083MC-Cool");
+    expectThermistor(std::in_place_type<CCameraS385MC>, "VSC385MC-Cool");
+}
+
+TEST_F(BoardThermometer, KeepsTheLastGoodReading)
 {
     const auto plan = vscsim::ParseFaultPlan("refuse-request:c7@1,short-answer:c7@2=0", nullptr);
     ASSERT_TRUE(plan);
     OpenedCamera camera(std::in_place_type<CCameraS083MC>, "VSC083MC-Cool", {.faults = *plan});
-    ASSERT_TRUE(camera.Opened());
-    // 20 degrees in steps of the 8-bit converter, where the sensor would tell 20.0. Then no answer,
-    // then one without bytes, which reads as a shorted thermistor.
-    for (const char *answer : {"good", "refused", "empty", "good again"}) {
-        EXPECT_NEAR(camera->GetSensorTemp(), 20.0804F, 1e-3) << answer;
-        EXPECT_EQ(camera.Traffic(), Wire("temp?")) << answer;
-    }
+    // An empty answer reads as a shorted thermistor.
+    for (const char *answer : {"good", "refused", "empty", "good again"})
+        EXPECT_NEAR(camera->GetSensorTemp(), kRoomC, 1e-3) << answer;
 }
 
 } // namespace
