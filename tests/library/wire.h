@@ -27,7 +27,7 @@ inline std::vector<std::string> Wire(const std::string &text)
             continue;
         }
         for (std::string item; words >> item;)
-            lines.push_back(verb + " " + item);
+            lines.push_back(std::string(verb).append(" ").append(item));
     }
     return lines;
 }
