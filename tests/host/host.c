@@ -1,9 +1,8 @@
 /* A plain host program in C: opens the first camera, captures video and a single exposure. */
-#include <vsccam.h>
-
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <vsccam.h>
 
 #define WIDTH 640
 #define HEIGHT 480
