@@ -14,9 +14,21 @@
 namespace vsccam {
 namespace {
 
-/// By read-out: 12 bits, high speed with 10 bits, 2 x 2 in the sensor (0: it does not bin).
+/// Of a control: what a fresh camera has, and what hosts can set.
+struct Range {
+    int min, max, initial;
+};
+
+/// By read-out: 12 bits, high speed with 10 bits, binned by the sensor (0: it does not bin).
 struct PerReadout {
     int normal, fast, binned;
+};
+
+/// What the FPGA of USB 3.0 cameras is told.
+struct FpgaTiming {
+    int usb2Budget, usb3Budget; // of one per cent, in 10 bytes per second
+    PerReadout clockKHz;
+    PerReadout shortestLine; // clocks; 0: not known
 };
 
 /// What a data sheet of the sensor would say.
@@ -24,38 +36,41 @@ struct Sensor {
     int width, height; // that hosts can use
     double pixelUm;
     int bayer;
-    int largestBin;
+    int largestBin;       // every factor up to it
+    int largestSensorBin; // that the sensor does itself
     float electronsPerAdu;
     std::array<int, 4> figures;
-    int gain, maxGain;
-    int brightness, maxBrightness;
-    int usb2Budget, usb3Budget; // of one per cent, in 10 bytes per second
-    PerReadout clockKHz;
-    PerReadout shortestLine; // clocks; 0: not known
+    Range gain;
+    Range brightness;
+    FpgaTiming timing; // of cameras that have an FPGA
 };
 
 // clang-format off
-constexpr Sensor k450 = {1304, 976, 3.75, 0, 2, 4.688F, {10, 20, 300, 140}, 200, 600, 1, 240,
-                         43'272, 190'906, {18'562, 37'124, 9'281}, {292, 249, 145}};
-constexpr Sensor k460 = {1304, 976, 3.75, 0, 2, 0.0F, {-1, -1, -1, -1}, 200, 600, 1, 240,
-                         43'272, 190'906, {18'562, 37'124, 9'281}, {0, 0, 145}};
-constexpr Sensor k470 = {1936, 1096, 2.9, 0, 2, 3.584F, {10, 18, 300, 75}, 200, 600, 1, 240,
-                         43'272, 360'715, {18'562, 37'124, 9'281}, {203, 196, 145}};
-constexpr Sensor k420 = {1936, 1216, 5.86, 0, 2, 7.92F, {10, 27, 240, 90}, 200, 400, 1, 240,
-                         43'272, 390'000, {13'920, 13'920, 0}, {}};
-constexpr Sensor k440 = {1944, 1224, 3.75, 0, 2, 5.584F, {10, 26, 240, 75}, 200, 480, 1, 500,
-                         42'830, 256'981, {9'280, 18'560, 0}, {}};
-constexpr Sensor k372 = {1944, 1224, 2.8, 3, 2, 4.0F, {9, 25, -1, -1}, 200, 480, 1, 240,
-                         42'830, 256'981, {2'200, 4'400, 0}, {}};
-constexpr Sensor k430 = {3096, 2080, 2.4, 0, 4, 0.916F, {25, 25, 270, 340}, 210, 510, 10, 600,
-                         43'000, 385'000, {27'000, 27'000, 0}, {}};
-constexpr Sensor k083 = {4944, 3284, 4.78, 0, 4, 2.82F, {8, 20, 300, 65}, 200, 600, 5, 1024,
-                         43'272, 325'643, {20'250, 20'250, 0}, {}};
-constexpr Sensor k065 = {7376, 4928, 5.97, 0, 4, 1.0F, {10, 21, 300, 50}, 200, 600, 5, 1024,
-                         43'272, 333'333, {20'250, 20'250, 0}, {}};
-constexpr Sensor k385 = {6032, 4032, 5.97, 0, 4, 1.0F, {10, 21, 300, 50}, 200, 600, 5, 1024,
-                         43'272, 333'333, {20'250, 20'250, 0}, {}};
+constexpr std::array<int, 4> kNoFigures = {-1, -1, -1, -1};
+constexpr Sensor k450 = {1304, 976, 3.75, 0, 2, 2, 4.688F, {10, 20, 300, 140}, {0, 600, 200}, {0, 240, 1},
+                         {43'272, 190'906, {18'562, 37'124, 9'281}, {292, 249, 145}}};
+constexpr Sensor k460 = {1304, 976, 3.75, 0, 2, 2, 0.0F, kNoFigures, {0, 600, 200}, {0, 240, 1},
+                         {43'272, 190'906, {18'562, 37'124, 9'281}, {0, 0, 145}}};
+constexpr Sensor k470 = {1936, 1096, 2.9, 0, 2, 2, 3.584F, {10, 18, 300, 75}, {0, 600, 200}, {0, 240, 1},
+                         {43'272, 360'715, {18'562, 37'124, 9'281}, {203, 196, 145}}};
+constexpr Sensor k420 = {1936, 1216, 5.86, 0, 2, 1, 7.92F, {10, 27, 240, 90}, {0, 400, 200}, {0, 240, 1},
+                         {43'272, 390'000, {13'920, 13'920, 0}, {}}};
+constexpr Sensor k440 = {1944, 1224, 3.75, 0, 2, 1, 5.584F, {10, 26, 240, 75}, {0, 480, 200}, {0, 500, 1},
+                         {42'830, 256'981, {9'280, 18'560, 0}, {}}};
+constexpr Sensor k372 = {1944, 1224, 2.8, 3, 2, 1, 4.0F, {9, 25, -1, -1}, {0, 480, 200}, {0, 240, 1},
+                         {42'830, 256'981, {2'200, 4'400, 0}, {}}};
+constexpr Sensor k430 = {3096, 2080, 2.4, 0, 4, 1, 0.916F, {25, 25, 270, 340}, {0, 510, 210}, {0, 600, 10},
+                         {43'000, 385'000, {27'000, 27'000, 0}, {}}};
+constexpr Sensor k083 = {4944, 3284, 4.78, 0, 4, 1, 2.82F, {8, 20, 300, 65}, {0, 600, 200}, {0, 1024, 5},
+                         {43'272, 325'643, {20'250, 20'250, 0}, {}}};
+constexpr Sensor k065 = {7376, 4928, 5.97, 0, 4, 1, 1.0F, {10, 21, 300, 50}, {0, 600, 200}, {0, 1024, 5},
+                         {43'272, 333'333, {20'250, 20'250, 0}, {}}};
+constexpr Sensor k385 = {6032, 4032, 5.97, 0, 4, 1, 1.0F, {10, 21, 300, 50}, {0, 600, 200}, {0, 1024, 5},
+                         {43'272, 333'333, {20'250, 20'250, 0}, {}}};
 // clang-format on
+
+constexpr Range kLong = {32, 2'000'000'000, 10'000};
+constexpr Range kUsb3Bandwidth = {40, 100, 40};
 
 /// And of the camera around it.
 struct Sheet {
@@ -63,28 +78,30 @@ struct Sheet {
     uint16_t productId;
     const Sensor &sensor;
     bool colour, cooled;
-    int maxExposureUs;
-    int red, blue; // white balance at start
+    Range exposureUs;
+    int red = 52, blue = 95; // white balance at start
+    bool usb3 = true;
+    Range bandwidth = kUsb3Bandwidth; // per cent
 
-    bool SensorBins() const { return sensor.clockKHz.binned != 0; }
+    bool HasFpga() const { return sensor.timing.clockKHz.normal != 0; }
+    bool SensorBins() const { return sensor.largestSensorBin > 1; }
 };
 
-constexpr int kLong = 2'000'000'000;
 constexpr Sheet kSheets[] = {
-    {"VSC450MC", 0x450A, k450, true, false, kLong, 52, 95},
-    {"VSC450MC-Cool", 0x450B, k450, true, true, kLong, 52, 95},
-    {"VSC460MC", 0x460A, k460, true, false, kLong, 52, 95},
-    {"VSC470MC", 0x470A, k470, true, false, kLong, 52, 95},
-    {"VSC470MM", 0x470B, k470, false, false, kLong, 52, 95},
-    {"VSC470MC-Cool", 0x470C, k470, true, true, kLong, 52, 95},
-    {"VSC470MM-Cool", 0x470D, k470, false, true, kLong, 52, 95},
-    {"VSC420MC", 0x420A, k420, true, false, 300'000'000, 60, 99},
-    {"VSC420MM", 0x420B, k420, false, false, 300'000'000, 52, 95},
+    {"VSC450MC", 0x450A, k450, true, false, kLong},
+    {"VSC450MC-Cool", 0x450B, k450, true, true, kLong},
+    {"VSC460MC", 0x460A, k460, true, false, kLong},
+    {"VSC470MC", 0x470A, k470, true, false, kLong},
+    {"VSC470MM", 0x470B, k470, false, false, kLong},
+    {"VSC470MC-Cool", 0x470C, k470, true, true, kLong},
+    {"VSC470MM-Cool", 0x470D, k470, false, true, kLong},
+    {"VSC420MC", 0x420A, k420, true, false, {32, 300'000'000, 10'000}, 60, 99},
+    {"VSC420MM", 0x420B, k420, false, false, {32, 300'000'000, 10'000}},
     {"VSC420MC-Cool", 0x420C, k420, true, true, kLong, 60, 99},
-    {"VSC420MM-Cool", 0x420D, k420, false, true, kLong, 52, 95},
+    {"VSC420MM-Cool", 0x420D, k420, false, true, kLong},
     {"VSC440MC", 0x440A, k440, true, false, kLong, 50, 90},
     {"VSC440MC-Cool", 0x440B, k440, true, true, kLong, 50, 90},
-    {"VSC372MC", 0x372A, k372, true, false, 4'000'000, 52, 95},
+    {"VSC372MC", 0x372A, k372, true, false, {32, 4'000'000, 10'000}},
     {"VSC430MC", 0x430A, k430, true, false, kLong, 70, 90},
     {"VSC430MM", 0x430C, k430, false, false, kLong, 70, 90},
     {"VSC430MC-Cool", 0x430B, k430, true, true, kLong, 70, 90},
@@ -117,7 +134,7 @@ std::vector<Readout> ReadoutsOf(const Sheet &sheet)
     std::vector<Readout> readouts;
     for (int bin = 1; bin <= sheet.sensor.largestBin; ++bin) {
         for (const bool sensorBins : {false, true}) {
-            if (sensorBins && !(sheet.SensorBins() && bin == 2))
+            if (sensorBins && (bin == 1 || bin > sheet.sensor.largestSensorBin))
                 continue;
             for (const bool fast : {false, true}) {
                 for (const bool is16 : {false, true})
@@ -152,6 +169,14 @@ class ModelsTest : public HostTest {
         setValue(control, value, false);
         return Value(control);
     }
+    static void ExpectRange(Control_TYPE control, const Range &range)
+    {
+        SCOPED_TRACE(testing::Message() << "control " << control);
+        EXPECT_EQ(Value(control), range.initial);
+        EXPECT_EQ(getMax(control), range.max);
+        EXPECT_EQ(Clamped(control, INT_MAX), range.max);
+        EXPECT_EQ(Clamped(control, range.min - 1), range.min);
+    }
     static bool Set(const Readout &readout, int width, int height)
     {
         setValue(CONTROL_HIGH_SPEED, readout.fast, false);
@@ -185,7 +210,7 @@ TEST_F(ModelsTest, EachModelIsWhatItsDataSheetSays)
         ASSERT_EQ(getNumberOfConnectedCameras(), 1);
         EXPECT_EQ(getCameraModel(0), std::string("KYR ") + sheet.model);
         ASSERT_TRUE(openCamera(0));
-        EXPECT_EQ(Value(CONTROL_BANDWIDTH), 40);
+        EXPECT_EQ(Value(CONTROL_BANDWIDTH), sheet.bandwidth.initial);
         EXPECT_TRUE(initCamera());
 
         EXPECT_EQ(getMaxWidth(), sheet.sensor.width);
@@ -195,7 +220,7 @@ TEST_F(ModelsTest, EachModelIsWhatItsDataSheetSays)
         EXPECT_DOUBLE_EQ(getPixelSize(), sheet.sensor.pixelUm);
         EXPECT_EQ(isColorCam(), sheet.colour);
         EXPECT_EQ(getColorBayer(), sheet.sensor.bayer);
-        EXPECT_TRUE(isUSB3Camera());
+        EXPECT_EQ(isUSB3Camera(), sheet.usb3);
         EXPECT_EQ(isCoolerCam(), sheet.cooled);
         for (int bin = 0; bin <= 5; ++bin)
             EXPECT_EQ(isBinSupported(bin), bin >= 1 && bin <= sheet.sensor.largestBin) << bin;
@@ -204,25 +229,19 @@ TEST_F(ModelsTest, EachModelIsWhatItsDataSheetSays)
         getGainOffset(&figures[0], &figures[1], &figures[2], &figures[3]);
         EXPECT_EQ(figures, sheet.sensor.figures);
 
-        EXPECT_EQ(Value(CONTROL_GAIN), sheet.sensor.gain);
-        EXPECT_EQ(getMax(CONTROL_GAIN), sheet.sensor.maxGain);
-        EXPECT_EQ(Clamped(CONTROL_GAIN, INT_MAX), sheet.sensor.maxGain);
-        EXPECT_EQ(Clamped(CONTROL_GAIN, -1), 0);
-        EXPECT_EQ(Value(CONTROL_EXPOSURE), 10'000);
-        EXPECT_EQ(getMax(CONTROL_EXPOSURE), sheet.maxExposureUs);
-        EXPECT_EQ(Clamped(CONTROL_EXPOSURE, INT_MAX), sheet.maxExposureUs);
-        EXPECT_EQ(Clamped(CONTROL_EXPOSURE, 0), 32);
+        ExpectRange(CONTROL_GAIN, sheet.sensor.gain);
+        ExpectRange(CONTROL_EXPOSURE, sheet.exposureUs);
+        EXPECT_EQ(Value(CONTROL_BRIGHTNESS), sheet.sensor.brightness.initial);
+        EXPECT_EQ(getMax(CONTROL_BRIGHTNESS), sheet.sensor.brightness.max);
+        Range bandwidth = sheet.bandwidth;
+        if (sheet.usb3) // on a USB 3.0 host, as here
+            bandwidth.initial = bandwidth.max;
+        ExpectRange(CONTROL_BANDWIDTH, bandwidth);
         EXPECT_EQ(Value(CONTROL_GAMMA), 50);
         EXPECT_EQ(getMax(CONTROL_GAMMA), 100);
         EXPECT_EQ(Value(CONTROL_WB_RED), sheet.red);
         EXPECT_EQ(Value(CONTROL_WB_BLUE), sheet.blue);
         EXPECT_EQ(getMax(CONTROL_WB_RED), 99);
-        EXPECT_EQ(Value(CONTROL_BRIGHTNESS), sheet.sensor.brightness);
-        EXPECT_EQ(getMax(CONTROL_BRIGHTNESS), sheet.sensor.maxBrightness);
-        EXPECT_EQ(SonyNumber(device, 0x300A), sheet.sensor.brightness);
-        EXPECT_EQ(Value(CONTROL_BANDWIDTH), 100);
-        EXPECT_EQ(Clamped(CONTROL_BANDWIDTH, 0), 40);
-        EXPECT_EQ(Clamped(CONTROL_BANDWIDTH, 101), 100);
 
         EXPECT_EQ(isAvailable(CONTROL_WB_RED), sheet.colour);
         EXPECT_EQ(isAvailable(CONTROL_COOLER_ON), sheet.cooled);
@@ -341,6 +360,8 @@ TEST_F(ModelsTest, LargeSensorsStartAtMultiplesOfSixWhenBinnedByThree)
 TEST_F(ModelsTest, NoModelSendsMoreThanItsShareOfTheBandwidth)
 {
     for (const Sheet &sheet : kSheets) {
+        if (!sheet.HasFpga())
+            continue;
         const Sensor &sensor = sheet.sensor;
         for (const auto link : {vscsim::LinkSpeed::Super, vscsim::LinkSpeed::High}) {
             const bool usb2 = link == vscsim::LinkSpeed::High;
@@ -357,12 +378,13 @@ TEST_F(ModelsTest, NoModelSendsMoreThanItsShareOfTheBandwidth)
                         setValue(CONTROL_BANDWIDTH, percent, false);
                         ASSERT_TRUE(Set(readout, size.width, size.height));
                         const int line = LineClocks(device);
-                        EXPECT_GE(line, readout.Of(sensor.shortestLine));
+                        EXPECT_GE(line, readout.Of(sensor.timing.shortestLine));
 
                         const double share =
-                            10.0 * percent * (usb2 ? sensor.usb2Budget : sensor.usb3Budget);
+                            10.0 * percent *
+                            (usb2 ? sensor.timing.usb2Budget : sensor.timing.usb3Budget);
                         const double bytes = FrameBytes(device, readout);
-                        const int clock = readout.Of(sensor.clockKHz);
+                        const int clock = readout.Of(sensor.timing.clockKHz);
                         // Line lengths are whole clocks, rounded down.
                         EXPECT_LE(bytes * FramesPerSecond(device, clock, line + 1), share);
                         if (usb2 && size == full && !readout.sensorBins) { // needs no shortest line
@@ -379,6 +401,8 @@ TEST_F(ModelsTest, NoModelSendsMoreThanItsShareOfTheBandwidth)
 TEST_F(ModelsTest, FramesComeAtTheRateThatClockAndLineLengthGive)
 {
     for (const Sheet &sheet : kSheets) {
+        if (!sheet.HasFpga())
+            continue;
         const int device = OpenOne(sheet.model);
         setValue(CONTROL_EXPOSURE, 32, false);
         for (const Readout &readout : ReadoutsOf(sheet)) {
@@ -393,8 +417,8 @@ TEST_F(ModelsTest, FramesComeAtTheRateThatClockAndLineLengthGive)
             SleepFor(std::chrono::milliseconds(500));
             const double perSecond = 2.0 * static_cast<double>(frames() - before);
             stopCapture();
-            const double expected =
-                FramesPerSecond(device, readout.Of(sheet.sensor.clockKHz), LineClocks(device));
+            const double expected = FramesPerSecond(
+                device, readout.Of(sheet.sensor.timing.clockKHz), LineClocks(device));
             EXPECT_NEAR(perSecond, expected, 4.0 + 0.02 * expected);
         }
         Close(device);
