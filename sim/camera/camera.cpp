@@ -10,11 +10,17 @@
 namespace vscsim {
 namespace {
 
-constexpr uint8_t kImageEndpoint = 0x81;
-
 constexpr size_t PacketSize(LinkSpeed link)
 {
     return link == LinkSpeed::Super ? 1024 : 512;
+}
+
+/// The options as far as the camera can follow them.
+CameraOptions Possible(const ModelFacts &model, CameraOptions asked)
+{
+    if (model.controller == ControllerKind::Fx2)
+        asked.link = LinkSpeed::High;
+    return asked;
 }
 
 std::unique_ptr<SceneSource> MakeSource(const ModelFacts &model, const CameraOptions &options)
@@ -26,7 +32,7 @@ std::unique_ptr<SceneSource> MakeSource(const ModelFacts &model, const CameraOpt
 
 struct Camera::State {
     State(const ModelFacts &facts, CameraOptions chosen)
-        : model(facts), options(std::move(chosen)), board(facts, options),
+        : model(facts), options(Possible(facts, std::move(chosen))), board(facts, options),
           scene(MakeSource(facts, options)), faults(options.faults, options.seed),
           stream(board, *scene, faults, options, PacketSize(options.link)),
           controller(board, stream)
@@ -99,7 +105,7 @@ BulkReply Camera::Bulk(uint8_t endpoint, std::span<uint8_t> room, size_t filled,
 {
     const Board &board = m_state->board;
     BulkReply reply{.bytes = filled};
-    if (endpoint != kImageEndpoint)
+    if (endpoint != m_state->model.ImageEndpoint())
         return {.complete = true, .outcome = Outcome::Stall, .bytes = filled};
     if (board.condition == Board::Condition::Working)
         reply = m_state->stream.Serve(room, filled, now);
@@ -110,13 +116,13 @@ BulkReply Camera::Bulk(uint8_t endpoint, std::span<uint8_t> room, size_t filled,
 
 void Camera::GiveUp(uint8_t endpoint, Time now)
 {
-    if (endpoint == kImageEndpoint)
+    if (endpoint == m_state->model.ImageEndpoint())
         m_state->stream.GiveUp(now);
 }
 
 void Camera::ClearHalt(uint8_t endpoint, Time now)
 {
-    if (endpoint != kImageEndpoint)
+    if (endpoint != m_state->model.ImageEndpoint())
         return;
     m_state->stream.Advance(now);
     m_state->stream.ClearHalt();

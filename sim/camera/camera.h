@@ -64,20 +64,35 @@ struct CameraOptions {
     std::string flashFile = {}; // keeps the SPI flash: read at the start, written on changes
 };
 
+/// The colours of the first two pixels of the first row.
+enum class Mosaic { None, RG, BG, GR, GB };
+
+/// The USB controllers. Of Cypress; the Fx2 knows no SuperSpeed.
+enum class ControllerKind { Fx2, Fx3 };
+
+struct SensorFamily;
+
 /// What `vscsim list` and the doors need to know of a model.
 struct ModelFacts {
+    const char *maker;
     const char *name; // "VSC470MM", as a user types it
     uint16_t productId;
     int sensorWidth;
     int sensorHeight;
-    bool colour;
+    Mosaic mosaic;
     bool cooled;
+    ControllerKind controller;
+    const SensorFamily *family; // what models with one sensor share
+
+    bool Colour() const { return mosaic != Mosaic::None; }
+    uint8_t ImageEndpoint() const { return controller == ControllerKind::Fx2 ? 0x82 : 0x81; }
 };
 
 /// All simulated models, in the order of their names.
 std::span<const ModelFacts> AllModels();
 
-/// Finds a model by name, case and a leading "KYR " ignored; nullptr when there is none.
+/// Finds a model by name, case and the name of its maker before it ignored; nullptr when there is
+/// none.
 const ModelFacts *FindModel(std::string_view name);
 
 /// The vendor ID that all simulated cameras carry.
@@ -86,13 +101,14 @@ uint16_t VendorId();
 /// One simulated camera. Not thread-safe: a door serialises its calls.
 class Camera {
   public:
+    /// Throws std::invalid_argument when nobody has simulated the sensor of the model yet.
     Camera(const ModelFacts &model, CameraOptions options);
     ~Camera();
     Camera(Camera &&) noexcept;
     Camera &operator=(Camera &&) noexcept;
 
     const ModelFacts &Model() const;
-    const CameraOptions &Options() const;
+    const CameraOptions &Options() const; // the link is what the controller knows at most
 
     /// Answers a vendor request of endpoint 0.
     ControlReply Control(const ControlRequest &request, Time now);

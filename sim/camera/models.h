@@ -9,9 +9,9 @@ namespace vscsim {
 
 std::unique_ptr<Sensor> MakeSensor(const ModelFacts &model);
 
-/// What the sky leaves in a sensor, for models of the family.
+/// What the sky leaves in a sensor.
 struct PixelFacts {
-    double electronsPerStep = 0; // of 4096 steps, at the lowest gain
+    double electronsPerStep = 4; // of 4096 steps, at the lowest gain; a guess where nobody measured
     double readNoiseElectrons = 1.5;
     double darkElectronsPerSecond = 0.4; // at 20 degrees Celsius
     double darkDoublesEveryC = 6.0;

@@ -12,6 +12,12 @@ struct Window {
     int height = 0;
 };
 
+/// All pixels of a sensor.
+struct PixelArray {
+    int width = 0;
+    int height = 0;
+};
+
 /// What a sensor does with its clock and line pulses, as its registers say.
 struct SensorReadout {
     bool streaming = false; // out of standby

@@ -78,10 +78,7 @@ class SkySource final : public SceneSource {
     {
         return std::uniform_real_distribution<double>(from, to)(m_random);
     }
-    size_t SiteOf(int x, int y) const
-    {
-        return m_model.colour ? static_cast<size_t>((x & 1) + (y & 1)) : 1; // red first
-    }
+    size_t SiteOf(int x, int y) const;
     std::span<float> LightRow(int y)
     {
         const auto width = static_cast<size_t>(m_model.sensorWidth);
@@ -112,6 +109,14 @@ class SkySource final : public SceneSource {
     std::vector<float> m_sum;   // of those that are binned
 };
 
+/// 0 red, 1 green, 2 blue; without colours all are like green.
+size_t SkySource::SiteOf(int x, int y) const
+{
+    const int redX = m_model.mosaic == Mosaic::BG || m_model.mosaic == Mosaic::GR ? 1 : 0;
+    const int redY = m_model.mosaic == Mosaic::BG || m_model.mosaic == Mosaic::GB ? 1 : 0;
+    return m_model.Colour() ? static_cast<size_t>(((x ^ redX) & 1) + ((y ^ redY) & 1)) : 1;
+}
+
 void SkySource::ScatterStars()
 {
     // The number of stars above a brightness falls with this power of it.
@@ -124,7 +129,7 @@ void SkySource::ScatterStars()
         m_stars.push_back({.x = Uniform(0, m_model.sensorWidth),
                            .y = Uniform(0, m_model.sensorHeight),
                            .perSecond = perSecond,
-                           .colour = m_model.colour ? ColourOf(kelvin) : kNoColour});
+                           .colour = m_model.Colour() ? ColourOf(kelvin) : kNoColour});
     }
 }
 
@@ -213,7 +218,7 @@ void SkySource::ExposeRow(int y, std::span<float> steps)
 /// Place of one of the pixels that the sensor bins into one: it takes sites of one colour.
 int SkySource::PlaceOf(int binnedPlace, int part) const
 {
-    const int period = m_model.colour ? 2 : 1;
+    const int period = m_model.Colour() ? 2 : 1;
     return binnedPlace / period * period * m_sensor.bin + binnedPlace % period + part * period;
 }
 

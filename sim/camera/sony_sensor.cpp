@@ -27,7 +27,8 @@ constexpr double kHighConversionFactor = 2.0; // 6 dB
 
 } // namespace
 
-SonySensor::SonySensor(const SonyTraits &traits) : m_traits(traits), m_registers(0x10000)
+SonySensor::SonySensor(PixelArray pixels, const SonyTraits &traits)
+    : m_pixels(pixels), m_traits(traits), m_registers(0x10000)
 {
     m_registers.WriteThrough(kStandby, 1);
     m_registers.WriteThrough(kOutputBits, 0xF1);
@@ -65,16 +66,16 @@ uint16_t SonySensor::ReadWord(uint16_t address) const
 Window SonySensor::ReadoutWindow() const
 {
     if ((m_registers.Acting(kWindowMode) & 0xF0) != kCropped)
-        return {.x = 0, .y = 0, .width = m_traits.width, .height = m_traits.height};
+        return {.x = 0, .y = 0, .width = m_pixels.width, .height = m_pixels.height};
     const auto number = [this](uint16_t first) {
         return static_cast<int>(m_registers.Acting(first, 2));
     };
-    Window window{.x = std::min(number(kWindowLeft), m_traits.width),
-                  .y = std::min(number(kWindowTop), m_traits.height),
+    Window window{.x = std::min(number(kWindowLeft), m_pixels.width),
+                  .y = std::min(number(kWindowTop), m_pixels.height),
                   .width = number(kWindowWidth),
                   .height = number(kWindowHeight)};
-    window.width = std::min(window.width, m_traits.width - window.x);
-    window.height = std::min(window.height, m_traits.height - window.y);
+    window.width = std::min(window.width, m_pixels.width - window.x);
+    window.height = std::min(window.height, m_pixels.height - window.y);
     return window;
 }
 

@@ -9,8 +9,6 @@ namespace vscsim {
 
 /// What differs between sensors that are programmed alike.
 struct SonyTraits {
-    int width = 0;
-    int height = 0;
     std::array<double, 3> clockHz{}; // by the read-out rate nibble
     double binnedClockHz = 0;        // at rate 0 while the sensor bins 2 x 2
 };
@@ -18,7 +16,7 @@ struct SonyTraits {
 /// A sensor with byte registers at 16-bit addresses.
 class SonySensor final : public Sensor {
   public:
-    explicit SonySensor(const SonyTraits &traits);
+    SonySensor(PixelArray pixels, const SonyTraits &traits);
 
     void WriteByte(uint16_t address, uint8_t value) override;
     uint8_t ReadByte(uint16_t address) const override;
@@ -33,6 +31,7 @@ class SonySensor final : public Sensor {
     double ClockHz(bool binned) const;
     double Gain() const;
 
+    PixelArray m_pixels;
     SonyTraits m_traits;
     HeldRegisters<uint8_t> m_registers;
 };

@@ -76,6 +76,7 @@ Device::Device(const ModelFacts &model, CameraOptions options)
     : m_model(&model), m_options(std::move(options)), m_vendorId(VendorId()),
       m_productId(model.productId), m_camera(std::in_place, model, m_options)
 {
+    m_options.link = m_camera->Options().link;
 }
 
 Device::Device(uint16_t vendorId, uint16_t productId) : m_vendorId(vendorId), m_productId(productId)

@@ -45,7 +45,7 @@ Bytes DeviceDescriptor(uint16_t productId, bool super)
     });
 }
 
-Bytes ConfigurationDescriptor(bool super)
+Bytes ConfigurationDescriptor(uint8_t imageEndpoint, bool super)
 {
     constexpr usb_interface_descriptor kImageInterface = {
         .bLength = USB_DT_INTERFACE_SIZE,
@@ -61,7 +61,7 @@ Bytes ConfigurationDescriptor(bool super)
     const usb_endpoint_descriptor endpoint = {
         .bLength = USB_DT_ENDPOINT_SIZE,
         .bDescriptorType = USB_DT_ENDPOINT,
-        .bEndpointAddress = Descriptors::kImageEndpoint,
+        .bEndpointAddress = imageEndpoint,
         .bmAttributes = USB_ENDPOINT_XFER_BULK,
         .wMaxPacketSize = static_cast<uint16_t>(super ? 1024 : 512),
         .bInterval = 0,
@@ -133,8 +133,9 @@ Bytes StringDescriptor(std::string_view text)
 } // namespace
 
 Descriptors::Descriptors(const ModelFacts &model, LinkSpeed link)
-    : m_product(model.name), m_device(DeviceDescriptor(model.productId, link == LinkSpeed::Super)),
-      m_configuration(ConfigurationDescriptor(link == LinkSpeed::Super)),
+    : m_manufacturer(model.maker), m_product(model.name),
+      m_device(DeviceDescriptor(model.productId, link == LinkSpeed::Super)),
+      m_configuration(ConfigurationDescriptor(model.ImageEndpoint(), link == LinkSpeed::Super)),
       m_objectStore(ObjectStore())
 {
 }
@@ -152,7 +153,7 @@ Bytes Descriptors::String(int index) const
     case kLanguages:
         return Bytes{4, USB_DT_STRING, kUsEnglish & 0xFF, kUsEnglish >> 8};
     case kManufacturerString:
-        return StringDescriptor(kManufacturer);
+        return StringDescriptor(m_manufacturer);
     case kProductString:
         return StringDescriptor(m_product);
     default:

@@ -11,14 +11,13 @@ namespace vscsim {
 /// What a camera tells of itself on the bus, and the standard requests that ask for it.
 class Descriptors {
   public:
-    static constexpr uint8_t kImageEndpoint = 0x81;
     static constexpr uint8_t kConfiguration = 1;
     static constexpr uint8_t kInterface = 0;
 
     Descriptors(const ModelFacts &model, LinkSpeed link);
 
     const std::string &Product() const { return m_product; }
-    static constexpr const char *kManufacturer = "KYR";
+    const std::string &Manufacturer() const { return m_manufacturer; }
 
     /// Device and configuration descriptor in a row, as the kernel shows them in sysfs.
     std::vector<uint8_t> Sysfs() const;
@@ -31,6 +30,7 @@ class Descriptors {
     std::vector<uint8_t> OfType(int type, int index) const;
     std::vector<uint8_t> String(int index) const;
 
+    std::string m_manufacturer;
     std::string m_product;
     std::vector<uint8_t> m_device;
     std::vector<uint8_t> m_configuration;

@@ -140,12 +140,12 @@ int List(bool asJson)
                             {"productId", model.productId},
                             {"width", model.sensorWidth},
                             {"height", model.sensorHeight},
-                            {"colour", model.colour},
+                            {"colour", model.Colour()},
                             {"cooled", model.cooled}});
         else
             fmt::print("{:04x}:{:04x}  {:<16} {:4} x {:<4} {}{}\n", VendorId(), model.productId,
                        model.name, model.sensorWidth, model.sensorHeight,
-                       model.colour ? "colour" : "mono", model.cooled ? ", cooled" : "");
+                       model.Colour() ? "colour" : "mono", model.cooled ? ", cooled" : "");
     if (asJson)
         fmt::print("{}\n", json.dump(2));
     return EXIT_SUCCESS;

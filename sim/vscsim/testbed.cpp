@@ -106,7 +106,7 @@ class Port {
     Port &operator=(const Port &) = delete;
 
     bool Valid() const { return m_line.Valid(); }
-    const Descriptors &Described() const { return m_device.Described(); }
+    const UsbfsDevice &Device() const { return m_device; }
 
     void Answer(UMockdevIoctlClient *client)
     {
@@ -240,8 +240,9 @@ struct Testbed::State {
 
     /// Shows a camera in sysfs.
     /// @return its folder there
-    std::string Describe(const BusDevice &device, int address, const Descriptors &told)
+    std::string Describe(const BusDevice &device, int address, const UsbfsDevice &camera)
     {
+        const Descriptors &told = camera.Described();
         const std::string name = fmt::format("{}-{}", kBus, address - 1);
         const Text path(umockdev_testbed_add_device(testbed.get(), "usb", name.c_str(), nullptr,
                                                     nullptr, "DEVTYPE", "usb_device", "DEVNAME",
@@ -249,11 +250,11 @@ struct Testbed::State {
         const std::pair<const char *, std::string> attributes[] = {
             {"busnum", std::to_string(kBus)},
             {"devnum", std::to_string(address)},
-            {"speed", device.options.link == LinkSpeed::Super ? "5000" : "480"},
+            {"speed", camera.Link() == LinkSpeed::Super ? "5000" : "480"},
             {"bConfigurationValue", std::to_string(Descriptors::kConfiguration)},
             {"idVendor", fmt::format("{:04x}", VendorId())},
             {"idProduct", fmt::format("{:04x}", device.model->productId)},
-            {"manufacturer", Descriptors::kManufacturer},
+            {"manufacturer", told.Manufacturer()},
             {"product", told.Product()},
         };
         for (const auto &[attribute, value] : attributes)
@@ -284,7 +285,7 @@ struct Testbed::State {
             error = fmt::format("cannot create {}", file.string());
             return false;
         }
-        const std::string path = Describe(device, address, port->Described());
+        const std::string path = Describe(device, address, port->Device());
         // Its node stays: without it, programs that know the path would be led to a real device.
         port->OnUnplug(
             [bus = testbed.get(), path] { umockdev_testbed_remove_device(bus, path.c_str()); });

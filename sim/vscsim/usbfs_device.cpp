@@ -169,9 +169,9 @@ int UsbfsDevice::ClearHalt(const Call &call)
     unsigned endpoint = 0;
     if (!ReadAt(call.memory, call.argument, endpoint))
         return -EFAULT;
-    if (endpoint != Descriptors::kImageEndpoint)
+    if (endpoint != ImageEndpoint())
         return -ENOENT;
-    m_camera.ClearHalt(Descriptors::kImageEndpoint, call.now);
+    m_camera.ClearHalt(ImageEndpoint(), call.now);
     return 0;
 }
 
@@ -255,7 +255,7 @@ ControlReply UsbfsDevice::AnswerControl(const ControlRequest &request, Time now)
 int UsbfsDevice::SubmitBulk(Queue &urb)
 {
     const uint8_t endpoint = urb.front().endpoint;
-    if (endpoint != Descriptors::kImageEndpoint)
+    if (endpoint != ImageEndpoint())
         return -ENOENT;
     m_queues[endpoint].splice(m_queues[endpoint].end(), urb);
     return 0;
@@ -314,13 +314,13 @@ void UsbfsDevice::Cancel(Queue &queue, Queue::iterator urb, Time now)
     const bool atHead = urb == queue.begin();
     const uint8_t endpoint = urb->endpoint;
     Finish(queue, urb, -ENOENT);
-    if (atHead && endpoint == Descriptors::kImageEndpoint)
+    if (atHead && endpoint == ImageEndpoint())
         m_camera.GiveUp(endpoint, now);
 }
 
 void UsbfsDevice::CancelBulk(Time now)
 {
-    Queue &queue = m_queues[Descriptors::kImageEndpoint];
+    Queue &queue = m_queues[ImageEndpoint()];
     while (!queue.empty())
         Cancel(queue, queue.begin(), now);
 }
@@ -354,7 +354,7 @@ Time UsbfsDevice::Advance(Time now)
 {
     if (m_gone)
         return kNever;
-    return ServeHead(Descriptors::kImageEndpoint, m_queues[Descriptors::kImageEndpoint], now);
+    return ServeHead(ImageEndpoint(), m_queues[ImageEndpoint()], now);
 }
 
 Time UsbfsDevice::ServeHead(uint8_t endpoint, Queue &queue, Time now)

@@ -32,6 +32,7 @@ class UsbfsDevice {
     UsbfsDevice(const ModelFacts &model, CameraOptions options, size_t memoryLimit);
 
     const Descriptors &Described() const { return m_descriptors; }
+    LinkSpeed Link() const { return m_camera.Options().link; }
 
     /// Answers an ioctl: its result, or a negative error number.
     int Ioctl(File file, unsigned long request, uintptr_t argument, ClientMemory &memory, Time now);
@@ -90,6 +91,7 @@ class UsbfsDevice {
     int Reap(const Call &call);
     static const Answer kAnswers[];
 
+    uint8_t ImageEndpoint() const { return m_camera.Model().ImageEndpoint(); }
     int ClaimInterface(File file, unsigned number);
     int SubmitControl(const Call &call, Queue &urb);
     int SubmitBulk(Queue &urb);

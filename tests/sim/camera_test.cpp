@@ -13,10 +13,13 @@ TEST(Models, AreFoundByNameAndOnlyByName)
 {
     for (const ModelFacts &model : AllModels()) {
         EXPECT_EQ(FindModel(model.name), &model);
-        EXPECT_EQ(FindModel("kyr " + std::string(model.name)), &model);
+        EXPECT_EQ(FindModel(model.maker + (' ' + std::string(model.name))), &model);
     }
+    EXPECT_EQ(AllModels().size(), 46U);
+    EXPECT_EQ(FindModel("haldron vsc056mm-a")->productId, 0x056C);
     EXPECT_EQ(FindModel("vsc470mm-COOL")->productId, 0x470D);
-    for (const char *name : {"", "KYR", "KYR ", "VSC470", "VSC470MM ", "KYR KYR VSC470MM"})
+    for (const char *name :
+         {"", "KYR", "KYR ", "VSC470", "VSC470MM ", "KYR KYR VSC470MM", "KYR VSC056MM-A"})
         EXPECT_EQ(FindModel(name), nullptr) << name;
     EXPECT_TRUE(std::ranges::is_sorted(
         AllModels(), {}, [](const ModelFacts &model) { return std::string_view(model.name); }));
