@@ -1,7 +1,6 @@
 #include "models/capture_worker.h"
 
 #include "base/debug_print.h"
-#include "image/frame_marks.h"
 #include "usb/requests.h"
 
 #include <algorithm>
@@ -15,20 +14,17 @@ using std::chrono::milliseconds;
 
 namespace {
 
-constexpr uint8_t kImageEndpoint = 0x81;
 constexpr int kTransferBytes = 0x100000;
 
 // A single exposure fails once its dropped frames have cost this much exposure time.
 constexpr uint64_t kSingleExposureLossUs = 1'000'000;
 constexpr int kAutoControlLimitUs = 100'000;
-constexpr int kEmptyReadsToReset = 4;
 constexpr int kSilentResetsToFail = 2;
 constexpr int kRefusedReadsToGiveUp = 4;
 constexpr auto kRetryPause = 100ms; // after a read that failed at once
 constexpr auto kReopenInterval = 1s;
 
 constexpr int kDropsToLowerBandwidth = 2;
-constexpr int kDropsToComplain = 5;
 constexpr int kBandwidthStep = 4;
 constexpr uint32_t kAutoBandwidthPeriodMs = 19'999;
 constexpr uint32_t kBurstIntervalMs = 5'000;
@@ -53,7 +49,7 @@ bool &RememberedAutoBandwidth(const CCameraBase &camera)
 
 } // namespace
 
-void Usb3CaptureWorker::Run()
+void CaptureWorker::Run()
 {
     Turn turn = Prepare() ? Turn::GoOn : RecoverDevice();
     while (turn == Turn::GoOn && m_running)
@@ -61,7 +57,7 @@ void Usb3CaptureWorker::Run()
     Leave();
 }
 
-bool Usb3CaptureWorker::Prepare()
+bool CaptureWorker::Prepare()
 {
     m_autoBandwidthSince = m_lastBurst = GetTickCount();
     m_camera.SendCMD(request::kStopDataPath);
@@ -74,22 +70,22 @@ bool Usb3CaptureWorker::Prepare()
     return !m_camera.Lost() && StartStream();
 }
 
-bool Usb3CaptureWorker::StartStream()
+bool CaptureWorker::StartStream()
 {
-    m_camera.SendCMD(request::kStartDataPath);
-    m_sensor.StartSensorStreaming();
-    m_camera.ResetEndPoint(kImageEndpoint);
-    m_drops = m_emptyReads = m_refusedReads = m_silentResets = 0;
-    return m_camera.initAsyncXfer(m_frameBytes, m_transferCount, kTransferBytes, kImageEndpoint);
+    StartDataPath();
+    m_camera.ResetEndPoint(m_endpoint);
+    m_drops = m_refusedReads = m_silentResets = 0;
+    return m_camera.initAsyncXfer(m_frameBytes, m_transferCount, kTransferBytes, m_endpoint);
 }
 
-std::span<uint8_t> Usb3CaptureWorker::Frame() const
+std::span<uint8_t> CaptureWorker::Frame() const
 {
     return {m_camera.RawBuffer(m_rawIndex), static_cast<size_t>(m_frameBytes)};
 }
 
-Usb3CaptureWorker::Turn Usb3CaptureWorker::CaptureOneFrame()
+CaptureWorker::Turn CaptureWorker::CaptureOneFrame()
 {
+    FollowExposure();
     const ExposureSetting exposure = m_camera.Exposure();
     const uint64_t lossUs = static_cast<uint64_t>(m_drops) * exposure.us;
     if (m_camera.SingleExposure() && lossUs > kSingleExposureLossUs)
@@ -105,47 +101,21 @@ Usb3CaptureWorker::Turn Usb3CaptureWorker::CaptureOneFrame()
         return Turn::Leave;
     if (pass.received != m_frameBytes)
         return HandleIncompleteFrame(pass);
-    m_emptyReads = m_refusedReads = 0;
-    const FrameMarks marks = ReadFrameMarks(Frame());
-    if (marks.Good())
-        return HandleGoodFrame();
-    ++m_drops;
-    OutputDbgPrint("head:0x%x COUNT:%d tail:0x%x count:%d\n", marks.head, marks.headCounter,
-                   marks.tail, marks.tailCounter);
-    HandleDrop();
-    return Turn::GoOn;
+    m_refusedReads = 0;
+    return HandleWholeFrame();
 }
 
-Usb3CaptureWorker::Turn Usb3CaptureWorker::HandleIncompleteFrame(const BulkStream::Pass &pass)
+CaptureWorker::Turn CaptureWorker::HandleIncompleteFrame(const BulkStream::Pass &pass)
 {
     ++m_drops;
-    OutputDbgPrint("get len:0x%x drop:%d  frametime:%dus waittime:%ldms\n", pass.received, m_drops,
-                   m_camera.FrameTimeUs(), m_waitMs);
+    PrintIncompleteFrame(pass);
     if (!pass.submitted)
         return HandleRefusedRead(pass);
     m_refusedReads = 0;
-    if (pass.received == 0)
-        return HandleEmptyRead(pass);
-    HandleDrop(); // clears the count of empty reads, too
-    return Turn::GoOn;
+    return HandleMissingBytes(pass);
 }
 
-BulkStream::Timeouts Usb3CaptureWorker::FrameTimeouts(const ExposureSetting &exposure) const
-{
-    const auto exposureUs = static_cast<int64_t>(exposure.us);
-    const int frameTimeUs = exposure.frameTimeUs;
-    BulkStream::Timeouts timeouts{};
-    if (exposureUs >= frameTimeUs)
-        timeouts.perTransfer =
-            milliseconds(exposureUs / 1000) + (exposureUs < 1'000'000 ? 1000ms : 2000ms);
-    else
-        timeouts.perTransfer = milliseconds(frameTimeUs / 500) + 50ms;
-    timeouts.nextEvent = milliseconds(frameTimeUs / 1000 / m_transferCount) + 100ms;
-    timeouts.total = timeouts.perTransfer * m_transferCount;
-    return timeouts;
-}
-
-BulkStream::Pass Usb3CaptureWorker::ReadFrame(const ExposureSetting &exposure)
+BulkStream::Pass CaptureWorker::ReadFrame(const ExposureSetting &exposure)
 {
     const BulkStream::Timeouts timeouts = FrameTimeouts(exposure);
     m_waitMs = static_cast<long>(timeouts.perTransfer.count());
@@ -153,7 +123,7 @@ BulkStream::Pass Usb3CaptureWorker::ReadFrame(const ExposureSetting &exposure)
 }
 
 /// The host opens and closes the exposure gate; then the sensor reads out.
-BulkStream::Pass Usb3CaptureWorker::ExposeAndRead(uint32_t exposureUs)
+BulkStream::Pass CaptureWorker::ExposeAndRead(uint32_t exposureUs)
 {
     const auto exposureMs = static_cast<int>(exposureUs / 1000);
     const LongExposurePlan plan = m_sensor.PlanLongExposure(exposureUs);
@@ -181,7 +151,7 @@ BulkStream::Pass Usb3CaptureWorker::ExposeAndRead(uint32_t exposureUs)
 }
 
 /// Nothing could be queued: memory is short, or transfers of before do not come back.
-Usb3CaptureWorker::Turn Usb3CaptureWorker::HandleRefusedRead(const BulkStream::Pass &pass)
+CaptureWorker::Turn CaptureWorker::HandleRefusedRead(const BulkStream::Pass &pass)
 {
     (void)m_running.SleepFor(kRetryPause);
     if (++m_refusedReads >= kRefusedReadsToGiveUp) {
@@ -194,41 +164,33 @@ Usb3CaptureWorker::Turn Usb3CaptureWorker::HandleRefusedRead(const BulkStream::P
     return Turn::GoOn;
 }
 
-Usb3CaptureWorker::Turn Usb3CaptureWorker::HandleEmptyRead(const BulkStream::Pass &pass)
+void CaptureWorker::PauseAfterEmptyRead(const BulkStream::Pass &pass)
 {
-    OutputDbgPrint("nothing get count:%d\n", ++m_emptyReads);
     if (pass.error == LIBUSB_ERROR_PIPE)
-        m_camera.ResetEndPoint(kImageEndpoint);
+        m_camera.ResetEndPoint(m_endpoint);
     if (pass.error != LIBUSB_ERROR_TIMEOUT)
-        (void)m_running.SleepFor(kRetryPause); // it failed at once: do not spin
-    if (m_emptyReads < kEmptyReadsToReset)
-        return Turn::GoOn;
-    if (m_camera.SingleExposure() && ++m_silentResets >= kSilentResetsToFail)
-        return Fail(); // a silent camera must not leave the host waiting
-    // Quirk, kept: four reads, whatever the message says.
-    OutputDbgPrint("no frame more than 5, reset!\n");
-    if (!m_camera.ResetDevice())
-        return RecoverDevice();
-    ResetStream();
-    return Turn::GoOn;
+        (void)m_running.SleepFor(kRetryPause); // it failed at once
 }
 
-void Usb3CaptureWorker::ResetStream()
+bool CaptureWorker::SilentTooOften()
 {
-    m_emptyReads = m_drops = 0;
-    (void)m_running.SleepFor(100ms);
-    m_sensor.StopSensorStreaming();
-    m_camera.SendCMD(request::kStopDataPath);
-    (void)m_running.SleepFor(10ms);
-    m_camera.SendCMD(request::kStartDataPath);
-    m_sensor.StartSensorStreaming();
+    return m_camera.SingleExposure() && ++m_silentResets >= kSilentResetsToFail;
 }
 
-Usb3CaptureWorker::Turn Usb3CaptureWorker::HandleGoodFrame()
+bool CaptureWorker::InsertFrame()
+{
+    const bool inserted = m_camera.Frames().InsertBuff(Frame().data(), m_frameBytes);
+    if (inserted)
+        m_rawIndex ^= 1; // the other buffer is free: the insertion before this one is done
+    else if (!m_camera.SingleExposure())
+        m_camera.AddDroppedFrames(1);
+    return inserted;
+}
+
+CaptureWorker::Turn CaptureWorker::HandleGoodFrame()
 {
     const std::span<uint8_t> frame = Frame();
-    ZeroFrameMarks(frame);
-    const bool inserted = m_camera.Frames().InsertBuff(frame.data(), m_frameBytes);
+    const bool inserted = InsertFrame();
     if (m_camera.SingleExposure()) {
         if (!inserted)
             return Fail();
@@ -237,11 +199,6 @@ Usb3CaptureWorker::Turn Usb3CaptureWorker::HandleGoodFrame()
         m_camera.SetExpStatus(kExpSuccess);
         return Turn::Leave;
     }
-    if (inserted)
-        m_rawIndex ^= 1; // the other buffer is free: the insertion before this one is done
-    else
-        m_camera.AddDroppedFrames(1);
-
     const bool longFrame = m_camera.ExposureUs() >= kAutoControlLimitUs ||
                            m_camera.FrameTimeUs() >= kAutoControlLimitUs;
     if (longFrame && (m_camera.GainAuto() || m_camera.ExposureAuto()))
@@ -249,33 +206,33 @@ Usb3CaptureWorker::Turn Usb3CaptureWorker::HandleGoodFrame()
     return Turn::GoOn;
 }
 
-void Usb3CaptureWorker::HandleDrop()
+void CaptureWorker::HandleDrop()
 {
     m_camera.AddDroppedFrames(1);
     OutputDbgPrint("drop frames:%d\n", m_camera.DroppedFrames());
+    if (!InAutoBandwidthPeriod())
+        HandleFixedBandwidthDrop();
+    else if (m_drops > kDropsToLowerBandwidth)
+        LowerBandwidth();
+    m_camera.ResetEndPoint(m_endpoint);
+}
+
+bool CaptureWorker::InAutoBandwidthPeriod()
+{
     bool &remembered = RememberedAutoBandwidth(m_camera);
     if (m_camera.BandwidthAuto() && !std::exchange(remembered, true))
         m_autoBandwidthSince = GetTickCount();
-
-    const uint32_t sinceStart = GetTickCount() - m_autoBandwidthSince;
-    if (!m_camera.BandwidthAuto() || sinceStart > kAutoBandwidthPeriodMs) {
-        if (m_drops == kDropsToComplain)
-            OutputDbgPrint("try lowing pkg!!\n");
-    } else if (m_drops > kDropsToLowerBandwidth) {
-        LowerBandwidth();
-    }
-    m_camera.ResetEndPoint(kImageEndpoint);
-    m_emptyReads = 0;
+    return m_camera.BandwidthAuto() && BandwidthMatters() &&
+           GetTickCount() - m_autoBandwidthSince <= kAutoBandwidthPeriodMs;
 }
 
 /// Bursts of bad frames that follow each other closely mean that the link carries less.
-void Usb3CaptureWorker::LowerBandwidth()
+void CaptureWorker::LowerBandwidth()
 {
     const uint32_t now = GetTickCount();
     const uint32_t delta = now - std::exchange(m_lastBurst, now);
     if (delta < kBurstIntervalMs) {
-        OutputDbgPrint("time from start:%d   time_delta:%d \n",
-                       static_cast<int>(now - m_autoBandwidthSince), static_cast<int>(delta));
+        PrintBurst(static_cast<int>(now - m_autoBandwidthSince), static_cast<int>(delta));
         (void)m_camera.LowerBandwidth(kBandwidthStep);
     }
     OutputDbgPrint("BAD delta time:%d pkg:%x\n", static_cast<int>(delta),
@@ -285,7 +242,7 @@ void Usb3CaptureWorker::LowerBandwidth()
 
 /// The device is gone: opens it again once it is back, programs it as it was and goes on. A single
 /// exposure is lost with it.
-Usb3CaptureWorker::Turn Usb3CaptureWorker::RecoverDevice()
+CaptureWorker::Turn CaptureWorker::RecoverDevice()
 {
     m_camera.SetLost(true);
     m_camera.Frames().SetProducing(false); // nobody waits for a camera that is gone
@@ -304,14 +261,14 @@ Usb3CaptureWorker::Turn Usb3CaptureWorker::RecoverDevice()
 }
 
 /// Programs a camera that is back already for the next exposure; this one failed.
-Usb3CaptureWorker::Turn Usb3CaptureWorker::LoseExposure(bool open)
+CaptureWorker::Turn CaptureWorker::LoseExposure(bool open)
 {
     if (open && m_running && m_sensor.RestoreSettings())
         m_camera.SetLost(false);
     return Fail();
 }
 
-bool Usb3CaptureWorker::Resume()
+bool CaptureWorker::Resume()
 {
     if (!m_sensor.RestoreSettings() || !StartStream())
         return false;
@@ -320,14 +277,14 @@ bool Usb3CaptureWorker::Resume()
     return true;
 }
 
-int Usb3CaptureWorker::FramesSince(Clock::time_point start) const
+int CaptureWorker::FramesSince(Clock::time_point start) const
 {
     const auto periodUs =
         std::max<int64_t>({m_camera.FrameTimeUs(), static_cast<int64_t>(m_camera.ExposureUs()), 1});
     return static_cast<int>((Clock::now() - start) / std::chrono::microseconds(periodUs));
 }
 
-Usb3CaptureWorker::Turn Usb3CaptureWorker::Fail()
+CaptureWorker::Turn CaptureWorker::Fail()
 {
     OutputDbgPrint("snap Exp: EXP_FAILED:%d\n", m_drops);
     m_running.Clear();
@@ -335,13 +292,13 @@ Usb3CaptureWorker::Turn Usb3CaptureWorker::Fail()
     return Turn::Leave;
 }
 
-void Usb3CaptureWorker::Leave()
+void CaptureWorker::Leave()
 {
     m_camera.Frames().SetProducing(false);
     m_camera.ClearDroppedFrames();
     m_sensor.StopSensorStreaming();
     m_camera.SendCMD(request::kStopDataPath);
-    m_camera.ResetEndPoint(kImageEndpoint);
+    m_camera.ResetEndPoint(m_endpoint);
     if (!m_camera.SingleExposure())
         m_camera.Frames().ResetCirBuff();
     m_camera.releaseAsyncXfer();

@@ -1,28 +1,68 @@
 #pragma once
 
 #include "core/camera_base.h"
-#include "models/usb3_sensor.h"
+#include "models/capture_sensor.h"
 
 #include <span>
 
 namespace vsccam {
 
-/// The capture worker of the USB 3.0 cameras, one object per run: reads frame after frame from the
-/// bulk endpoint, checks their marks, hands good ones to the frame buffer, counts the others as
-/// dropped, and recovers the stream when it stalls or the device is lost. Ends when the camera's
-/// capturing flag is cleared, or by itself after a single exposure.
-class Usb3CaptureWorker {
+/// The capture worker, one object per run: reads frame after frame from the bulk endpoint, hands
+/// good ones to the frame buffer, counts the others as dropped, and recovers the stream when it
+/// stalls or the device is lost. Ends when the camera's capturing flag is cleared, or by itself
+/// after a single exposure.
+///
+/// How a frame is marked, how long it may take and what helps a stream that stalls depends on the
+/// USB controller: each kind has a worker that derives from this one.
+class CaptureWorker {
   public:
-    Usb3CaptureWorker(CCameraBase &camera, Usb3Sensor &sensor)
-        : m_camera(camera), m_sensor(sensor), m_running(camera.Capturing())
-    {
-    }
+    CaptureWorker(const CaptureWorker &) = delete;
+    CaptureWorker &operator=(const CaptureWorker &) = delete;
 
     void Run();
 
-  private:
+  protected:
     enum class Turn { GoOn, Leave };
 
+    CaptureWorker(CCameraBase &camera, CaptureSensor &sensor, uint8_t endpoint)
+        : m_camera(camera), m_sensor(sensor), m_running(camera.Capturing()), m_endpoint(endpoint)
+    {
+    }
+    ~CaptureWorker() = default;
+
+    virtual void StartDataPath() = 0; // and the sensor's streaming
+    virtual void FollowExposure() {}  // before each frame
+    virtual BulkStream::Timeouts FrameTimeouts(const ExposureSetting &exposure) const = 0;
+    virtual void PrintIncompleteFrame(const BulkStream::Pass &pass) const = 0;
+    virtual Turn HandleMissingBytes(const BulkStream::Pass &pass) = 0; // counted already
+    virtual Turn HandleWholeFrame() = 0;
+    /// Whether drops may come from a link that carries less than was set.
+    virtual bool BandwidthMatters() const { return true; }
+    virtual void PrintBurst(int sinceStartMs, int sinceLastMs) const = 0;
+    virtual void HandleFixedBandwidthDrop() = 0; // where none is taken off
+
+    std::span<uint8_t> Frame() const;
+    Turn HandleGoodFrame();
+    /// Hands the frame to the buffer; counts it as dropped in video mode when it is refused.
+    bool InsertFrame();
+    void HandleDrop();
+    /// After a read that brought nothing: lets the endpoint work again, and does not spin.
+    void PauseAfterEmptyRead(const BulkStream::Pass &pass);
+    /// Whether resetting the silent camera once more would only keep the host waiting.
+    bool SilentTooOften();
+    Turn RecoverDevice();
+    Turn Fail();
+
+    CCameraBase &m_camera;
+    CaptureSensor &m_sensor;
+    RunFlag &m_running;
+
+    int m_frameBytes = 0;
+    int m_transferCount = 0;
+    int m_drops = 0;   // bad frames in a row or since the last measure against them
+    long m_waitMs = 0; // of the last read, for the debug output
+
+  private:
     bool Prepare();
     bool StartStream();
     Turn CaptureOneFrame();
@@ -30,33 +70,17 @@ class Usb3CaptureWorker {
     BulkStream::Pass ExposeAndRead(uint32_t exposureUs);
     Turn HandleIncompleteFrame(const BulkStream::Pass &pass);
     Turn HandleRefusedRead(const BulkStream::Pass &pass);
-    Turn HandleEmptyRead(const BulkStream::Pass &pass);
-    Turn HandleGoodFrame();
-    void HandleDrop();
+    bool InAutoBandwidthPeriod();
     void LowerBandwidth();
-    void ResetStream();
-    Turn RecoverDevice();
     Turn LoseExposure(bool open);
     bool Resume();
     int FramesSince(Clock::time_point start) const;
-    Turn Fail();
     void Leave();
 
-    BulkStream::Timeouts FrameTimeouts(const ExposureSetting &exposure) const;
-    std::span<uint8_t> Frame() const;
-
-    CCameraBase &m_camera;
-    Usb3Sensor &m_sensor;
-    RunFlag &m_running;
-
-    int m_frameBytes = 0;
-    int m_transferCount = 0;
+    const uint8_t m_endpoint;
     int m_rawIndex = 0;     // of the raw buffer that the next frame is read into
-    int m_drops = 0;        // bad frames in a row or since the last measure against them
-    int m_emptyReads = 0;   // reads in a row that brought nothing
     int m_refusedReads = 0; // reads in a row for which nothing could be queued
     int m_silentResets = 0; // of a single exposure, for want of any byte
-    long m_waitMs = 0;      // of the last read, for the debug output
     uint32_t m_lastBurst = 0;
     uint32_t m_autoBandwidthSince = 0;
 };

@@ -2,9 +2,9 @@
 
 #include "cooling/camera_cool.h"
 #include "core/camera_base.h"
+#include "models/capture_sensor.h"
 #include "models/register_list.h"
 #include "models/sony/sony_timing.h"
-#include "models/usb3_sensor.h"
 
 #include <type_traits>
 
@@ -41,7 +41,7 @@ struct SonySensor {
 /// or bandwidth goes through clock, line length and exposure again, so that they always match.
 ///
 /// Base is CCameraBase, or CCameraCool for cooled models.
-template <class Base> class SonyDriver : public Base, private Usb3Sensor {
+template <class Base> class SonyDriver : public Base, private CaptureSensor {
   public:
     SonyDriver(const CameraModel &model, const SonySensor &sensor);
 

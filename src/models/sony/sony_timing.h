@@ -2,7 +2,7 @@
 
 #include "core/camera_model.h"
 #include "core/frame_geometry.h"
-#include "models/usb3_sensor.h"
+#include "models/capture_sensor.h"
 
 #include <cstdint>
 

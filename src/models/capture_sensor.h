@@ -13,9 +13,8 @@ struct LongExposurePlan {
     long printedWaitMs;
 };
 
-/// What the capture worker of the USB 3.0 cameras needs of a sensor family beside the operations of
-/// the camera.
-class Usb3Sensor {
+/// What a capture worker needs of a sensor family beside the operations of the camera.
+class CaptureSensor {
   public:
     virtual void StartSensorStreaming() = 0;
     virtual void StopSensorStreaming() = 0;
@@ -28,7 +27,7 @@ class Usb3Sensor {
     virtual bool RestoreSettings() = 0;
 
   protected:
-    ~Usb3Sensor() = default;
+    ~CaptureSensor() = default;
 };
 
 } // namespace vsccam

@@ -1,0 +1,115 @@
+#include "models/usb3_capture_worker.h"
+
+#include "base/debug_print.h"
+#include "image/frame_marks.h"
+#include "usb/requests.h"
+
+namespace vsccam {
+
+using namespace std::chrono_literals;
+using std::chrono::milliseconds;
+
+namespace {
+
+constexpr uint8_t kImageEndpoint = 0x81;
+constexpr int kEmptyReadsToReset = 4;
+constexpr int kDropsToComplain = 5;
+
+} // namespace
+
+Usb3CaptureWorker::Usb3CaptureWorker(CCameraBase &camera, CaptureSensor &sensor)
+    : CaptureWorker(camera, sensor, kImageEndpoint)
+{
+}
+
+void Usb3CaptureWorker::StartDataPath()
+{
+    m_camera.SendCMD(request::kStartDataPath);
+    m_sensor.StartSensorStreaming();
+    m_emptyReads = 0;
+}
+
+BulkStream::Timeouts Usb3CaptureWorker::FrameTimeouts(const ExposureSetting &exposure) const
+{
+    const auto exposureUs = static_cast<int64_t>(exposure.us);
+    const int frameTimeUs = exposure.frameTimeUs;
+    BulkStream::Timeouts timeouts{};
+    if (exposureUs >= frameTimeUs)
+        timeouts.perTransfer =
+            milliseconds(exposureUs / 1000) + (exposureUs < 1'000'000 ? 1000ms : 2000ms);
+    else
+        timeouts.perTransfer = milliseconds(frameTimeUs / 500) + 50ms;
+    timeouts.nextEvent = milliseconds(frameTimeUs / 1000 / m_transferCount) + 100ms;
+    timeouts.total = timeouts.perTransfer * m_transferCount;
+    return timeouts;
+}
+
+void Usb3CaptureWorker::PrintIncompleteFrame(const BulkStream::Pass &pass) const
+{
+    OutputDbgPrint("get len:0x%x drop:%d  frametime:%dus waittime:%ldms\n", pass.received, m_drops,
+                   m_camera.FrameTimeUs(), m_waitMs);
+}
+
+Usb3CaptureWorker::Turn Usb3CaptureWorker::HandleMissingBytes(const BulkStream::Pass &pass)
+{
+    if (pass.received == 0)
+        return HandleEmptyRead(pass);
+    m_emptyReads = 0;
+    HandleDrop();
+    return Turn::GoOn;
+}
+
+Usb3CaptureWorker::Turn Usb3CaptureWorker::HandleEmptyRead(const BulkStream::Pass &pass)
+{
+    OutputDbgPrint("nothing get count:%d\n", ++m_emptyReads);
+    PauseAfterEmptyRead(pass);
+    if (m_emptyReads < kEmptyReadsToReset)
+        return Turn::GoOn;
+    if (SilentTooOften())
+        return Fail();
+    // Quirk, kept: four reads, whatever the message says.
+    OutputDbgPrint("no frame more than 5, reset!\n");
+    if (!m_camera.ResetDevice())
+        return RecoverDevice();
+    ResetStream();
+    return Turn::GoOn;
+}
+
+void Usb3CaptureWorker::ResetStream()
+{
+    m_emptyReads = m_drops = 0;
+    (void)m_running.SleepFor(100ms);
+    m_sensor.StopSensorStreaming();
+    m_camera.SendCMD(request::kStopDataPath);
+    (void)m_running.SleepFor(10ms);
+    m_camera.SendCMD(request::kStartDataPath);
+    m_sensor.StartSensorStreaming();
+}
+
+Usb3CaptureWorker::Turn Usb3CaptureWorker::HandleWholeFrame()
+{
+    m_emptyReads = 0;
+    const FrameMarks marks = ReadFrameMarks(Frame());
+    if (marks.Good()) {
+        ZeroFrameMarks(Frame());
+        return HandleGoodFrame();
+    }
+    ++m_drops;
+    OutputDbgPrint("head:0x%x COUNT:%d tail:0x%x count:%d\n", marks.head, marks.headCounter,
+                   marks.tail, marks.tailCounter);
+    HandleDrop();
+    return Turn::GoOn;
+}
+
+void Usb3CaptureWorker::PrintBurst(int sinceStartMs, int sinceLastMs) const
+{
+    OutputDbgPrint("time from start:%d   time_delta:%d \n", sinceStartMs, sinceLastMs);
+}
+
+void Usb3CaptureWorker::HandleFixedBandwidthDrop()
+{
+    if (m_drops == kDropsToComplain)
+        OutputDbgPrint("try lowing pkg!!\n");
+}
+
+} // namespace vsccam

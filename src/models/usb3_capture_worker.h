@@ -1,0 +1,28 @@
+#pragma once
+
+#include "models/capture_worker.h"
+
+namespace vsccam {
+
+/// The capture worker of cameras with a USB 3.0 controller: marks and counters at both ends of a
+/// frame tell whether it is whole.
+class Usb3CaptureWorker final : public CaptureWorker {
+  public:
+    Usb3CaptureWorker(CCameraBase &camera, CaptureSensor &sensor);
+
+  private:
+    void StartDataPath() override;
+    BulkStream::Timeouts FrameTimeouts(const ExposureSetting &exposure) const override;
+    void PrintIncompleteFrame(const BulkStream::Pass &pass) const override;
+    Turn HandleMissingBytes(const BulkStream::Pass &pass) override;
+    Turn HandleWholeFrame() override;
+    void PrintBurst(int sinceStartMs, int sinceLastMs) const override;
+    void HandleFixedBandwidthDrop() override;
+
+    Turn HandleEmptyRead(const BulkStream::Pass &pass);
+    void ResetStream();
+
+    int m_emptyReads = 0; // reads in a row that brought nothing
+};
+
+} // namespace vsccam
