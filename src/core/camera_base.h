@@ -15,6 +15,7 @@
 #include <functional>
 #include <memory>
 #include <new>
+#include <span>
 
 namespace vsccam {
 
@@ -239,6 +240,10 @@ class CCameraBase : public CCameraFX3 {
   private:
     void SetGainExpFunc();
     bool LoadHPCTable();
+    /// Cameras that mark only the head of a frame: the worker cannot tell whether it is whole.
+    bool ReaderChecksFrames() const { return !m_model.usb3Camera; }
+    bool TakeFrame(uint8_t *frame, int waitMs);
+    bool TakeHeadMarkedFrame(std::span<uint8_t> frame, int waitMs);
     void ProcessFrame(uint8_t *frame, Size readout);
     void ApplyGamma(uint8_t *frame, Size readout, bool is16);
     void DeliverFrame(uint8_t *frame, uint8_t *buffer);

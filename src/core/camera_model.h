@@ -29,6 +29,7 @@ struct CameraModel {
     int bayer = 0; // BayerPhase of colour models
     bool usb3Camera = true;
     bool cooled = false;
+    bool highByteFirst = false;      // of 16-bit samples on the wire
     std::array<uint8_t, 16> bins{1}; // zero-terminated unless full
     float electronsPerAdu = 0;
     std::array<int, 4> gainOffset{-1, -1, -1, -1};

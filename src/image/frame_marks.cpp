@@ -2,12 +2,14 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstring>
 
 namespace vsccam {
 
 namespace {
 
 constexpr size_t kMarkBytes = 4; // at each end: mark and counter
+constexpr size_t kHeadMarkedBytes = 8;
 
 uint16_t LittleEndian(const uint8_t *bytes)
 {
@@ -47,6 +49,20 @@ void HideFrameMarks(std::span<uint8_t> frame, size_t rowBytes)
     std::copy_n(frame.data() + rowBytes, kMarkBytes, frame.data());
     uint8_t *last = frame.data() + frame.size() - kMarkBytes;
     std::copy_n(last - rowBytes, kMarkBytes, last);
+}
+
+uint32_t HeadWord(std::span<const uint8_t> frame)
+{
+    if (frame.size() < sizeof(uint32_t))
+        return 0;
+    return LittleEndian(frame.data()) | uint32_t{LittleEndian(frame.data() + 2)} << 16;
+}
+
+void HideHeadMark(std::span<uint8_t> frame, size_t rowBytes)
+{
+    if (frame.size() < rowBytes + kHeadMarkedBytes)
+        return;
+    std::memmove(frame.data(), frame.data() + rowBytes, kHeadMarkedBytes); // rows may be shorter
 }
 
 } // namespace vsccam

@@ -31,4 +31,18 @@ void ZeroFrameMarks(std::span<uint8_t> frame);
 /// @param rowBytes  length of a row of the read-out
 void HideFrameMarks(std::span<uint8_t> frame, size_t rowBytes);
 
+/// What USB 2.0 cameras write over the first word of every frame, little-endian.
+inline constexpr uint32_t kHeadMark = 0xBB00AA11;
+
+/// The first word of a frame, little-endian; 0 of one too short to have it.
+uint32_t HeadWord(std::span<const uint8_t> frame);
+
+inline bool HasHeadMark(std::span<const uint8_t> frame)
+{
+    return HeadWord(frame) == kHeadMark;
+}
+
+/// Gives the first eight bytes, the mark among them, the values of the second row.
+void HideHeadMark(std::span<uint8_t> frame, size_t rowBytes);
+
 } // namespace vsccam
