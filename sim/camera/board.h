@@ -36,7 +36,8 @@ struct Board {
 
     bool Streaming() const
     {
-        return dataPath && sensorClock && fpga.Running() && sensor->Readout().streaming;
+        return dataPath && (sensorClock || sensor->HasOwnClock()) && fpga.Running() &&
+               sensor->Readout().streaming;
     }
     FrameSettings Settings() const { return SettingsOf(sensor->Readout(), fpga); }
 };

@@ -23,7 +23,7 @@ FrameSettings SettingsOf(const SensorReadout &sensor, const Fpga &fpga)
     if (std::max(settings.width, settings.height) > kLargestSide || sensor.clockHz <= 0)
         return settings; // without a period: impossible
 
-    const double lineNs = fpga.LineClocks() * 1e9 / sensor.clockHz;
+    const double lineNs = std::max(fpga.LineClocks(), sensor.shortestLine) * 1e9 / sensor.clockHz;
     const auto lines = [lineNs](uint32_t count) {
         return std::chrono::duration_cast<Time>(
             std::chrono::duration<double, std::nano>(lineNs * count));
@@ -33,6 +33,9 @@ FrameSettings SettingsOf(const SensorReadout &sensor, const Fpga &fpga)
     settings.period = lines(frameLines);
     settings.readout = lines(rows);
     settings.exposure = lines(frameLines - std::min(sensor.shutterLines + 1, frameLines));
+    if (sensor.exposureUs)
+        settings.exposure = std::chrono::duration_cast<Time>(
+            std::chrono::duration<double, std::micro>(*sensor.exposureUs));
     return settings;
 }
 

@@ -1,5 +1,6 @@
 #include "camera/models.h"
 
+#include "camera/python_sensor.h"
 #include "camera/sony_sensor.h"
 
 #include <algorithm>
@@ -13,7 +14,7 @@ namespace vscsim {
 /// A sensor: its way of being programmed, and what distinguishes it from others of that way.
 struct SensorFamily {
     PixelArray pixels;
-    std::variant<std::monostate, SonyTraits> traits; // monostate: not simulated yet
+    std::variant<std::monostate, SonyTraits, PythonTraits> traits; // monostate: not simulated yet
     PixelFacts pixel;
 };
 
@@ -27,7 +28,7 @@ constexpr SonyTraits kSmallPixels = {.clockHz = {37.125e6, 18.5625e6, 9.28125e6}
 constexpr SonyTraits kLargeFormat = {.clockHz = {20.25e6, 20.25e6, 20.25e6}};
 
 constexpr SensorFamily kS047 = {{640, 480}, {}, {}};
-constexpr SensorFamily kS048 = {{640, 480}, {}, {}};
+constexpr SensorFamily kS048 = {{640, 480}, PythonTraits{}, {}};
 constexpr SensorFamily kS052 = {{728, 512}, {}, {}};
 constexpr SensorFamily kS056 = {{752, 480}, {}, {}};
 constexpr SensorFamily kS065 = {{7380, 4928}, kLargeFormat, {.electronsPerStep = 1.0}};
@@ -139,6 +140,10 @@ struct SensorMaker {
     std::unique_ptr<Sensor> operator()(const SonyTraits &traits) const
     {
         return std::make_unique<SonySensor>(model.family->pixels, traits);
+    }
+    std::unique_ptr<Sensor> operator()(const PythonTraits &traits) const
+    {
+        return std::make_unique<PythonSensor>(model.family->pixels, traits);
     }
 };
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 namespace vscsim {
 
@@ -25,9 +26,11 @@ struct SensorReadout {
     int bin = 1; // of the sensor itself; it sends window / bin
     int bits = 12;
     double clockHz = 0;        // of the line length that the FPGA counts
+    uint32_t shortestLine = 0; // in those clocks; the sensor lengthens shorter ones
     uint32_t shutterLines = 0; // lines at the start of a frame before the exposure begins
-    double gain = 1;           // against the lowest setting
-    int blackLevel = 0;        // of 4096
+    std::optional<double> exposureUs = {}; // of sensors that count it by themselves, instead
+    double gain = 1;                       // against the lowest setting
+    int blackLevel = 0;                    // of 4096
 
     int Columns() const { return window.width / bin; }
     int Rows() const { return window.height / bin; }
@@ -48,6 +51,8 @@ class Sensor {
     virtual uint16_t ReadWord(uint16_t address) const = 0;
 
     virtual SensorReadout Readout() const = 0;
+    /// Whether it runs without the clock that the board can stop.
+    virtual bool HasOwnClock() const { return false; }
 };
 
 } // namespace vscsim
