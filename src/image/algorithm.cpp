@@ -222,6 +222,17 @@ uint8_t CAlgorithm::Luminance(const uint8_t *pixel) const
                                 16);
 }
 
+void CAlgorithm::SubtractDark(uint8_t *image, int w, int h, unsigned offset, const uint8_t *dark)
+{
+    if (!dark)
+        return;
+    const int64_t pixels = int64_t{w} * h;
+    for (int64_t i = 0; i < pixels; ++i) {
+        const unsigned over = image[i] > dark[i] ? image[i] - dark[i] : 0U;
+        image[i] = static_cast<uint8_t>(std::min(over + offset, 255U));
+    }
+}
+
 void CAlgorithm::BayerConv(BayerPhase phase, const uint8_t *src, uint8_t *dst, int w, int h,
                            IMAGE_TYPE out) const
 {

@@ -42,6 +42,10 @@ class CAlgorithm {
     static void Gamma(uint8_t *image, const uint8_t *table, int w, int h);
     static void Gamma(uint16_t *image, const uint16_t *table, int w, int h);
 
+    /// Takes a dark frame off and adds `offset`, between 0 and 255. Without a dark frame nothing
+    /// happens.
+    static void SubtractDark(uint8_t *image, int w, int h, unsigned offset, const uint8_t *dark);
+
     /// Demosaics into RGB24 (bytes blue, green, red) or luminance; other formats and images of less
     /// than 2 x 2 pixels write nothing.
     void BayerConv(BayerPhase phase, const uint8_t *src, uint8_t *dst, int w, int h,
