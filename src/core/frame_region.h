@@ -1,0 +1,28 @@
+#pragma once
+
+#include "core/frame_geometry.h"
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace vsccam {
+
+/// Which pixels of the sensor a raw frame shows.
+struct FrameRegion {
+    Size sensor;
+    int x = 0; // of the first pixel that is shown
+    int y = 0;
+    Size frame;
+    int binning = 1;     // that the sensor does itself: so many of its pixels, each way, make one
+    bool mosaic = false; // binned are pixels of one colour
+    bool sums = false;   // binned pixels are sums, not means
+};
+
+/// What the frame shows of an image of the whole sensor. Zero where the sensor has no pixels.
+std::vector<uint8_t> CutImage(std::span<const uint8_t> image, const FrameRegion &region);
+
+/// Where the frame shows these pixels of the sensor, in ascending order.
+std::vector<uint32_t> CutPixels(std::span<const uint32_t> pixels, const FrameRegion &region);
+
+} // namespace vsccam
