@@ -3,13 +3,19 @@
 #include "base/sync.h"
 #include "usb/bulk_stream.h"
 #include "usb/device_list.h"
+#include "usb/firmware_image.h"
 
 #include <libusb.h>
 
 #include <chrono>
 #include <cstdint>
+#include <span>
+#include <string>
 
 namespace vsccam {
+
+/// What the controller of a USB 3.0 camera keeps its firmware in.
+enum class FX3_FWDWNLOAD_MEDIA_TYPE { Ram = 1, I2cEeprom = 2, SpiFlash = 3 };
 
 /// The way to the camera: every vendor request of its USB controller, and its bulk endpoint.
 ///
@@ -80,6 +86,29 @@ class CCameraFX3 {
     // Quirk, kept: the high half of the address comes first here, the low half in the two above.
     bool SetProgramEntry(uint8_t req, uint32_t address);
 
+    /// Firmware of the FX2, in the controller of USB 2.0 cameras. Damaged images are refused before
+    /// anything is sent.
+    ///
+    /// Loads an image into the controller's RAM and lets it run.
+    // Quirk, kept: true for every sound image, also when requests failed.
+    bool UpdateFW2RAM(std::span<const uint8_t> image);
+    /// Writes an image into the EEPROM that the controller boots from, and into its RAM. The EEPROM
+    /// holds 64 KiB. The camera runs the image until it is reset, which makes it boot.
+    bool UpdateFW(std::span<const uint8_t> image);
+    /// Empties the EEPROM, so that the controller starts without firmware.
+    bool EraseFlash();
+
+    /// Firmware of the FX3, in the controller of USB 3.0 cameras.
+    ///
+    /// Reads an image from a file and writes it where the controller shall keep it.
+    DownloadResult DownloadFw(const std::string &path, FX3_FWDWNLOAD_MEDIA_TYPE mediaType);
+    /// Quiets the camera, loads the image through the boot loader and starts it.
+    DownloadResult DownloadFwToRam(std::span<const uint8_t> image, uint8_t req);
+    /// Writes the image from the start of the flash, which the camera's firmware only reaches after
+    /// EnableGPIF32DQ(false).
+    DownloadResult DownloadBuftoSPIFLASH(std::span<const uint8_t> image, uint8_t req);
+    DownloadResult DownloadBuftoI2CE2PROM(std::span<const uint8_t> image, uint8_t req);
+
     /// Ends a stall of an endpoint. Refused while transfers are in flight that could not be
     /// cancelled. For the capture worker.
     bool ResetEndPoint(uint8_t endpoint);
@@ -115,6 +144,13 @@ class CCameraFX3 {
                 uint16_t len, std::chrono::milliseconds timeout, Try when = Try::UnlessMute);
     bool MuteLately() const;
     void NoteResult(int result);
+
+    bool RunFx2(bool run);
+    bool LoadEepromProgrammer();
+    bool ProgramEeprom(std::span<const uint8_t> content);
+    bool TransferEeprom(bool read, uint8_t *bytes, size_t size);
+    void QuietSensor();
+    bool WriteRam(uint32_t address, std::span<const uint8_t> chunk, uint8_t req);
 
     std::atomic<bool> m_opened{false};
     CriticalSection m_controlSection; // guards the members below and every control transfer

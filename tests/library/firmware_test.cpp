@@ -1,16 +1,19 @@
+#include "library/host_fixture.h"
+#include "library/wire.h"
+#include "models/sony/s470.h"
 #include "models/usb2/firmware_images.h"
 #include "usb/firmware_image.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <numeric>
-#include <vector>
+#include <filesystem>
+#include <fstream>
 
 namespace vsccam {
 namespace {
 
-using Bytes = std::vector<uint8_t>;
+using Media = FX3_FWDWNLOAD_MEDIA_TYPE;
 
 Bytes operator+(Bytes a, const Bytes &b)
 {
@@ -130,6 +133,95 @@ TEST(FirmwareImage, SuppliedOnesAreWholeUpToTheirLastByte)
         EXPECT_EQ(last.data.data() + last.data.size() + kFx2Tail.size() + 1,
                   image.data() + image.size());
     }
+}
+
+class FirmwareTest : public HostTest {
+  protected:
+    ~FirmwareTest() override { std::filesystem::remove(m_path); }
+
+    /// A file with this content, gone with the test.
+    const std::string &File(const Bytes &content)
+    {
+        std::ofstream(m_path, std::ios::binary)
+            .write(reinterpret_cast<const char *>(content.data()),
+                   static_cast<std::streamsize>(content.size()));
+        return m_path;
+    }
+
+    /// Lets each libusb call of `operation` fail in turn, each time on a camera of its own.
+    /// @return the different results, in the order of the calls
+    template <class Camera, class Operation>
+    static auto ResultsOfFailures(std::string_view model, Operation operation)
+    {
+        std::vector<decltype(operation(std::declval<CCameraBase &>()))> results;
+        bool struck = true;
+        for (uint64_t i = 0; struck; ++i) {
+            OpenedCamera camera(std::in_place_type<Camera>, model);
+            const uint64_t failing = Bus().Calls() + i;
+            Bus().FailCalls(failing, 1, LIBUSB_ERROR_PIPE);
+            const auto result = operation(*camera.operator->());
+            struck = Bus().Calls() > failing;
+            if (results.empty() || results.back() != result)
+                results.push_back(result);
+            Bus().Unplug(camera.Device());
+        }
+        return results;
+    }
+
+  private:
+    const std::string m_path = testing::TempDir() + "firmware_test.img";
+};
+
+TEST_F(FirmwareTest, FilesThatAreNoImageReachOnlyTheSensor)
+{
+    OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM");
+    const std::vector<std::string> nothing;
+    const std::vector<std::string> quieting = Wire("sony 3007=40;fpga 00=00;cmd AF");
+    const Bytes sound = kFx3Head + Fx3Record(2, 0x100, Ramp(8)) + kFx3Tail;
+    const Bytes damaged(sound.begin(), sound.end() - 1);
+    for (const auto &path :
+         {std::string("no/such/file"), testing::TempDir(), std::string("/dev/zero"), File({})}) {
+        EXPECT_EQ(camera->DownloadFw(path, Media::Ram), DownloadResult::FileError) << path;
+        EXPECT_EQ(camera.Traffic(), nothing);
+    }
+    const struct {
+        Bytes content;
+        Media media;
+        DownloadResult result;
+        const std::vector<std::string> &wire;
+    } cases[] = {
+        {sound, Media{0}, DownloadResult::UnknownMedia, nothing},
+        {{'C', 'X', 0, 0}, Media::Ram, DownloadResult::NoSignature, quieting},
+        {damaged, Media::Ram, DownloadResult::ImageOverrun, quieting},
+        {{'C', 'Y', 1 << 1}, Media::I2cEeprom, DownloadResult::UnsupportedSizeClass, nothing},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(camera->DownloadFw(File(c.content), c.media), c.result);
+        EXPECT_EQ(camera.Traffic(), c.wire);
+    }
+}
+
+TEST_F(FirmwareTest, FlashIsErasedAsFarAsTheImageReachesAndFilledUp)
+{
+    const Bytes image = Ramp(0x10000 + 2048 + 257);
+    const auto download = [&](CCameraBase &camera) {
+        camera.EnableGPIF32DQ(false);
+        return camera.DownloadFw(File(image), Media::SpiFlash);
+    };
+    EXPECT_EQ(ResultsOfFailures<CCameraS470MM>("VSC470MM", download),
+              (std::vector{DownloadResult::EraseFailed, DownloadResult::RequestFailed,
+                           DownloadResult::Success}));
+
+    OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM");
+    Bus().With(camera.Device(), [](auto &c) { std::ranges::fill(c.Flash(), uint8_t{0}); });
+    ASSERT_EQ(download(*camera.operator->()), DownloadResult::Success);
+    Bytes expected = image;
+    expected.resize(0x20000, 0xFF); // the rest of the last write, and what the erase left
+    expected.resize(0x20001, 0x00); // the sector behind
+    Bus().With(camera.Device(), [&](auto &c) {
+        EXPECT_TRUE(std::ranges::equal(expected, c.Flash().first(expected.size())));
+    });
+    EXPECT_EQ(camera.Traffic().back(), "flash write 010800+512");
 }
 
 } // namespace
