@@ -199,6 +199,8 @@ FaultPlan PlanInJson(std::string_view text)
         json = Json::parse(text);
     } catch (const Json::parse_error &error) {
         throw BadPlan{"no JSON at byte " + std::to_string(error.byte)};
+    } catch (const Json::out_of_range &) {
+        throw BadPlan{"a number is too large"};
     }
     if (!json.is_array())
         throw BadPlan{"a plan is an array of rules"};
