@@ -102,6 +102,19 @@ const ErrorText &FindError(int code)
     return code == LIBUSB_ERROR_OTHER ? kOther : kUnknown;
 }
 
+/// A call on a device that is open and on the bus, which takes `time`.
+template <class Body>
+int OnAttached(const char *function, libusb_device_handle *handle, Time time, Body body)
+{
+    Call call(function);
+    if (const int failure = call.Failure(); failure != 0)
+        return failure;
+    if (time != Time::zero())
+        call.Sleep(time);
+    vscsim::Device *device = call.Attached(handle);
+    return device ? body(call, *device) : LIBUSB_ERROR_NO_DEVICE;
+}
+
 Time Duration(const timeval &time)
 {
     return std::chrono::seconds(time.tv_sec) + std::chrono::microseconds(time.tv_usec);
@@ -125,8 +138,7 @@ int HandleEvents(const char *function, timeval *time, int *completed)
 
 } // namespace
 
-// --- Library
-// ----------------------------------------------------------------------------------------
+// --- Library -------------------------------------------------------------------------
 
 int libusb_init(libusb_context **context)
 {
@@ -171,8 +183,7 @@ const libusb_version *libusb_get_version()
     return &kVersion;
 }
 
-// --- Devices
-// ----------------------------------------------------------------------------------------
+// --- Devices -------------------------------------------------------------------------
 
 ssize_t libusb_get_device_list(libusb_context * /*context*/, libusb_device ***list)
 {
@@ -296,94 +307,70 @@ libusb_device *libusb_get_device(libusb_device_handle *handle)
 
 int libusb_set_configuration(libusb_device_handle *handle, int configuration)
 {
-    Call call(__func__);
-    if (const int failure = call.Failure(); failure != 0)
-        return failure;
-    call.Sleep(kControlTime);
-    vscsim::Device *device = call.Attached(handle);
-    if (!device)
-        return LIBUSB_ERROR_NO_DEVICE;
-    if (call->ClaimedBySomeone(*handle->device))
-        return LIBUSB_ERROR_BUSY;
-    if (configuration != 1)
-        return LIBUSB_ERROR_NOT_FOUND;
-    device->traffic.emplace_back("configuration 1");
-    return LIBUSB_SUCCESS;
+    return OnAttached(__func__, handle, kControlTime, [=](Call &call, vscsim::Device &device) {
+        if (call->ClaimedBySomeone(*handle->device))
+            return LIBUSB_ERROR_BUSY;
+        if (configuration != 1)
+            return LIBUSB_ERROR_NOT_FOUND;
+        device.traffic.emplace_back("configuration 1");
+        return LIBUSB_SUCCESS;
+    });
 }
 
 int libusb_claim_interface(libusb_device_handle *handle, int number)
 {
-    Call call(__func__);
-    if (const int failure = call.Failure(); failure != 0)
-        return failure;
-    vscsim::Device *device = call.Attached(handle);
-    if (!device)
-        return LIBUSB_ERROR_NO_DEVICE;
-    if (number != 0)
-        return LIBUSB_ERROR_NOT_FOUND;
-    if (handle->claimed)
+    return OnAttached(__func__, handle, Time::zero(), [=](Call &call, vscsim::Device &device) {
+        if (number != 0)
+            return LIBUSB_ERROR_NOT_FOUND;
+        if (handle->claimed)
+            return LIBUSB_SUCCESS;
+        if (call->ClaimedBySomeone(*handle->device))
+            return LIBUSB_ERROR_BUSY;
+        handle->claimed = true;
+        device.traffic.emplace_back("claim 0");
         return LIBUSB_SUCCESS;
-    if (call->ClaimedBySomeone(*handle->device))
-        return LIBUSB_ERROR_BUSY;
-    handle->claimed = true;
-    device->traffic.emplace_back("claim 0");
-    return LIBUSB_SUCCESS;
+    });
 }
 
 int libusb_release_interface(libusb_device_handle *handle, int number)
 {
-    Call call(__func__);
-    if (const int failure = call.Failure(); failure != 0)
-        return failure;
-    vscsim::Device *device = call.Attached(handle);
-    if (!device)
-        return LIBUSB_ERROR_NO_DEVICE;
-    if (number != 0 || !handle->claimed)
-        return LIBUSB_ERROR_NOT_FOUND;
-    handle->claimed = false;
-    device->traffic.emplace_back("release 0");
-    return LIBUSB_SUCCESS;
+    return OnAttached(__func__, handle, Time::zero(), [=](Call &, vscsim::Device &device) {
+        if (number != 0 || !handle->claimed)
+            return LIBUSB_ERROR_NOT_FOUND;
+        handle->claimed = false;
+        device.traffic.emplace_back("release 0");
+        return LIBUSB_SUCCESS;
+    });
 }
 
 int libusb_clear_halt(libusb_device_handle *handle, unsigned char endpoint)
 {
-    Call call(__func__);
-    if (const int failure = call.Failure(); failure != 0)
-        return failure;
-    call.Sleep(kControlTime);
-    vscsim::Device *device = call.Attached(handle);
-    if (!device)
-        return LIBUSB_ERROR_NO_DEVICE;
-    if (call->HasQueued(*handle->device, endpoint))
-        call.Misuse("transfers are queued");
-    std::array<char, 16> line{};
-    (void)std::snprintf(line.data(), line.size(), "clear halt %02X", endpoint);
-    device->traffic.emplace_back(line.data());
-    device->ClearHalt(endpoint, call->Now());
-    return LIBUSB_SUCCESS;
+    return OnAttached(__func__, handle, kControlTime, [=](Call &call, vscsim::Device &device) {
+        if (call->HasQueued(*handle->device, endpoint))
+            call.Misuse("transfers are queued");
+        std::array<char, 16> line{};
+        (void)std::snprintf(line.data(), line.size(), "clear halt %02X", endpoint);
+        device.traffic.emplace_back(line.data());
+        device.ClearHalt(endpoint, call->Now());
+        return LIBUSB_SUCCESS;
+    });
 }
 
 int libusb_reset_device(libusb_device_handle *handle)
 {
-    Call call(__func__);
-    if (const int failure = call.Failure(); failure != 0)
-        return failure;
-    call.Sleep(kResetTime);
-    vscsim::Device *device = call.Attached(handle);
-    if (!device)
-        return LIBUSB_ERROR_NO_DEVICE;
-    if (call->HasQueued(*handle->device))
-        call.Misuse("transfers are queued");
-    call->CompleteAll(*handle->device, LIBUSB_TRANSFER_NO_DEVICE); // the kernel kills them
-    device->traffic.emplace_back("reset");
-    if (device->Reset(call->Now()) != vscsim::Outcome::NoDevice)
-        return LIBUSB_SUCCESS;
-    call->Replug(handle->device->number); // enumerated anew: this handle is dead
-    return LIBUSB_ERROR_NOT_FOUND;
+    return OnAttached(__func__, handle, kResetTime, [=](Call &call, vscsim::Device &device) {
+        if (call->HasQueued(*handle->device))
+            call.Misuse("transfers are queued");
+        call->CompleteAll(*handle->device, LIBUSB_TRANSFER_NO_DEVICE); // the kernel kills them
+        device.traffic.emplace_back("reset");
+        if (device.Reset(call->Now()) != vscsim::Outcome::NoDevice)
+            return LIBUSB_SUCCESS;
+        call->Replug(handle->device->number); // enumerated anew: this handle is dead
+        return LIBUSB_ERROR_NOT_FOUND;
+    });
 }
 
-// --- Transfers
-// --------------------------------------------------------------------------------------
+// --- Transfers -----------------------------------------------------------------------
 
 libusb_transfer *libusb_alloc_transfer(int isoPackets)
 {
