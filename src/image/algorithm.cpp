@@ -1,18 +1,30 @@
 #include "image/algorithm.h"
 
+#include "image/rows.h"
+
 #include <algorithm>
-#include <cstddef>
 
 namespace vsccam {
 
 namespace {
 
-// Place of the red site in a cell of 2 x 2; blue is diagonally opposite, the rest is green.
-struct RedSite {
+struct Site {
     int column;
     int row;
 };
-constexpr RedSite kRedSite[] = {{0, 0}, {1, 1}, {1, 0}, {0, 1}}; // by BayerPhase
+
+// Place of the red site in a cell of 2 x 2; blue is diagonally opposite, the rest is green.
+constexpr Site kRedSite[] = {{0, 0}, {1, 1}, {1, 0}, {0, 1}}; // by BayerPhase
+
+constexpr Site RedSite(BayerPhase phase)
+{
+    return kRedSite[static_cast<size_t>(phase)];
+}
+
+constexpr Site Opposite(Site site)
+{
+    return {1 - site.column, 1 - site.row};
+}
 
 std::array<uint8_t, 256> BalanceTable(int gain)
 {
@@ -24,138 +36,115 @@ std::array<uint8_t, 256> BalanceTable(int gain)
     return table;
 }
 
-CAlgorithm::LumaTable FixedPointTable(double coefficient)
+std::array<int32_t, 256> FixedPointTable(double coefficient)
 {
-    CAlgorithm::LumaTable table{};
+    std::array<int32_t, 256> table{};
     for (size_t v = 0; v < table.size(); ++v)
         table[v] = static_cast<int32_t>(static_cast<double>(v) * coefficient * 65536.0);
     return table;
 }
 
-/// The mean of bin x bin pixels that lie `step` apart. The divisions truncate one after the other.
-template <class Sample> Sample BlockMean(const Sample *first, ptrdiff_t stride, int bin, int step)
-{
-    uint32_t sum = 0;
-    for (int row = 0; row < bin; ++row)
-        for (int column = 0; column < bin; ++column)
-            sum += first[row * step * stride + column * step];
-    const auto factor = static_cast<uint32_t>(bin);
-    return static_cast<Sample>(sum / factor / factor);
-}
-
 template <class Sample> void BinMono(Sample *image, int w, int h, int bin)
 {
-    const ptrdiff_t stride = ptrdiff_t{w} * bin;
-    Sample *out = image;
-    for (ptrdiff_t y = 0; y < h; ++y)
-        for (ptrdiff_t x = 0; x < w; ++x)
-            *out++ = BlockMean(image + y * bin * stride + x * bin, stride, bin, 1);
+    const auto count = static_cast<size_t>(w);
+    const auto factor = static_cast<unsigned>(bin);
+    for (size_t y = 0; y < static_cast<size_t>(h); ++y)
+        BinMonoRow(image + y * factor * count * factor, count * factor, factor, image + y * count,
+                   count);
 }
 
 template <class Sample> void BinMosaic(Sample *image, int w, int h, int bin)
 {
-    const ptrdiff_t stride = ptrdiff_t{w} * bin;
-    const auto origin = [bin](ptrdiff_t i) { return (i & 1) + (i & ~ptrdiff_t{1}) * bin; };
-    // The last cell of an odd size would reach beyond the image: those rows and columns have only
-    // one site of each colour per block, and take it as it is.
-    const auto fits = [bin](ptrdiff_t first, ptrdiff_t size) {
-        return first + 2 * (bin - 1) < size;
-    };
-    const ptrdiff_t rows = ptrdiff_t{h} * bin;
-    Sample *out = image;
-    for (ptrdiff_t y = 0; y < h; ++y) {
-        for (ptrdiff_t x = 0; x < w; ++x) {
-            const ptrdiff_t row = origin(y);
-            const ptrdiff_t column = origin(x);
-            const Sample *first = image + row * stride + column;
-            *out++ =
-                fits(row, rows) && fits(column, stride) ? BlockMean(first, stride, bin, 2) : *first;
-        }
+    const auto count = static_cast<size_t>(w);
+    const auto rows = static_cast<size_t>(h);
+    const auto factor = static_cast<unsigned>(bin);
+    const size_t stride = count * factor;
+    for (size_t y = 0; y < rows; ++y) {
+        const Sample *first = image + ((y & 1) + (y & ~size_t{1}) * factor) * stride;
+        // The last row of an odd height has only one row of its colours, as had it been read so
+        // often.
+        const bool alone = y + 1 == rows && rows % 2 != 0;
+        BinMosaicRow(first, alone ? 0 : 2 * stride, factor, image + y * count, count);
     }
 }
 
-template <class Sample> void Mirror(Sample *image, ptrdiff_t w, ptrdiff_t h, bool flipV, bool flipH)
+template <class Sample> void Mirror(Sample *image, size_t w, size_t h, bool flipV, bool flipH)
 {
     if (flipV && flipH) {
-        std::reverse(image, image + w * h);
+        ReverseInPlace(image, w * h);
         return;
     }
     if (flipH) {
-        for (ptrdiff_t y = 0; y < h; ++y)
-            std::reverse(image + y * w, image + (y + 1) * w);
+        for (size_t y = 0; y < h; ++y)
+            ReverseInPlace(image + y * w, w);
     }
     if (flipV) {
-        for (ptrdiff_t y = 0; y < h / 2; ++y)
+        for (size_t y = 0; y < h / 2; ++y)
             std::swap_ranges(image + y * w, image + (y + 1) * w, image + (h - 1 - y) * w);
     }
 }
 
-/// A mosaic that continues beyond its edges, by the nearest site of the same colour.
-class Mosaic {
-  public:
-    Mosaic(const uint8_t *image, int w, int h) : m_image(image), m_width(w), m_height(h) {}
-
-    int At(int x, int y) const
-    {
-        return m_image[ptrdiff_t{Inside(y, m_height)} * m_width + Inside(x, m_width)];
-    }
-    /// Means of the neighbours; they truncate.
-    int Cross(int x, int y) const { return (Row(x, y) + Column(x, y)) >> 2; }
-    int Diagonal(int x, int y) const { return (Row(x, y - 1) + Row(x, y + 1)) >> 2; }
-    int Horizontal(int x, int y) const { return Row(x, y) >> 1; }
-    int Vertical(int x, int y) const { return Column(x, y) >> 1; }
-
-  private:
-    static int Inside(int i, int size) { return i < size ? i : i - 2; }
-    int Row(int x, int y) const { return At(x - 1, y) + At(x + 1, y); }
-    int Column(int x, int y) const { return At(x, y - 1) + At(x, y + 1); }
-
-    const uint8_t *m_image;
-    int m_width;
-    int m_height;
-};
-
-struct Colour {
-    int red;
-    int green;
-    int blue;
-};
-
-/// Border cells: each pixel takes the red and the blue of its cell.
-Colour CopyRule(const Mosaic &mosaic, int cellX, int cellY, int x, int y, RedSite red)
+size_t Area(int w, int h)
 {
-    const int redX = cellX + red.column;
-    const int redY = cellY + red.row;
-    const int blueX = cellX + 1 - red.column;
-    const int blueY = cellY + 1 - red.row;
-    const bool green = (x == redX) != (y == redY);
-    return {.red = mosaic.At(redX, redY),
-            .green =
-                green ? mosaic.At(x, y) : (mosaic.At(redX, blueY) + mosaic.At(blueX, redY)) >> 1,
-            .blue = mosaic.At(blueX, blueY)};
+    return static_cast<size_t>(w) * static_cast<size_t>(h);
 }
 
-/// Inner cells: each pixel takes the means of its nearest neighbours.
-Colour BilinearRule(const Mosaic &mosaic, int x, int y, bool redColumn, bool redRow)
+/// Bytes per pixel of what a demosaic makes; 0 when it does not make that.
+constexpr int DemosaicedBytes(IMAGE_TYPE out)
 {
-    const int own = mosaic.At(x, y);
-    if (redColumn && redRow)
-        return {own, mosaic.Cross(x, y), mosaic.Diagonal(x, y)};
-    if (!redColumn && !redRow)
-        return {mosaic.Diagonal(x, y), mosaic.Cross(x, y), own};
-    if (redRow)
-        return {mosaic.Horizontal(x, y), own, mosaic.Vertical(x, y)};
-    return {mosaic.Vertical(x, y), own, mosaic.Horizontal(x, y)};
+    return out == kRgb24 ? 3 : out == kYuv2 ? 2 : out == kByteImage ? 1 : 0;
+}
+
+int Cross(const uint8_t *p, ptrdiff_t w)
+{
+    return (p[-w] + p[-1] + p[1] + p[w]) >> 2;
+}
+
+int Diagonal(const uint8_t *p, ptrdiff_t w)
+{
+    return (p[-w - 1] + p[-w + 1] + p[w - 1] + p[w + 1]) >> 2;
+}
+
+int Horizontal(const uint8_t *p)
+{
+    return (p[-1] + p[1]) >> 1;
+}
+
+int Vertical(const uint8_t *p, ptrdiff_t w)
+{
+    return (p[-w] + p[w]) >> 1;
+}
+
+/// A cell of the mosaic, and the place of its pixels in an RGB24 image. The first byte of a pixel
+/// comes from the site at `first`, the third from the opposite one.
+struct Cell {
+    const uint8_t *sites;
+    ptrdiff_t sitesWidth;
+    uint8_t *pixels;
+    ptrdiff_t pixelsWidth;
+
+    const uint8_t *At(Site site) const { return sites + site.row * sitesWidth + site.column; }
+    uint8_t *PixelAt(Site site) const
+    {
+        return pixels + 3 * (site.row * pixelsWidth + site.column);
+    }
+};
+
+void Store(uint8_t *pixel, uint8_t first, int second, uint8_t third)
+{
+    pixel[0] = first;
+    pixel[1] = static_cast<uint8_t>(second);
+    pixel[2] = third;
 }
 
 } // namespace
 
 BayerPhase FlippedPhase(BayerPhase sensor, bool flipH, bool flipV)
 {
-    RedSite red = kRedSite[static_cast<size_t>(sensor)];
+    Site red = RedSite(sensor);
     red.column ^= flipH ? 1 : 0;
     red.row ^= flipV ? 1 : 0;
-    const auto *found = std::find_if(std::begin(kRedSite), std::end(kRedSite), [red](RedSite site) {
+    const auto *found = std::find_if(std::begin(kRedSite), std::end(kRedSite), [red](Site site) {
         return site.column == red.column && site.row == red.row;
     });
     return static_cast<BayerPhase>(found - std::begin(kRedSite));
@@ -163,10 +152,14 @@ BayerPhase FlippedPhase(BayerPhase sensor, bool flipH, bool flipV)
 
 void CAlgorithm::RGBYUV_Init()
 {
-    // Quirk, kept: the tables are named after one set of coefficients and filled with another.
     YUV02990 = FixedPointTable(0.257);
     YUV05870 = FixedPointTable(0.504);
     YUV01140 = FixedPointTable(0.098);
+    YUV0439 = FixedPointTable(0.439);
+    YUV01684 = FixedPointTable(0.071);
+    YUV03316 = FixedPointTable(0.368);
+    YUV04187 = FixedPointTable(0.291);
+    YUV00813 = FixedPointTable(0.148);
     SetRGBWB(50, 50);
 }
 
@@ -198,67 +191,265 @@ void CAlgorithm::ColorRAWBin(uint8_t *image8, uint16_t *image16, int w, int h, i
 
 void CAlgorithm::SoftMisc(uint8_t *image, int w, int h, int mul, bool is16, bool flipV, bool flipH)
 {
+    const auto width = static_cast<size_t>(w) * static_cast<size_t>(mul);
+    const auto height = static_cast<size_t>(h) * static_cast<size_t>(mul);
     if (is16)
-        Mirror(reinterpret_cast<uint16_t *>(image), ptrdiff_t{w} * mul, ptrdiff_t{h} * mul, flipV,
-               flipH);
+        Mirror(reinterpret_cast<uint16_t *>(image), width, height, flipV, flipH);
     else
-        Mirror(image, ptrdiff_t{w} * mul, ptrdiff_t{h} * mul, flipV, flipH);
+        Mirror(image, width, height, flipV, flipH);
 }
 
 void CAlgorithm::Gamma(uint8_t *image, const uint8_t *table, int w, int h)
 {
-    std::transform(image, image + ptrdiff_t{w} * h, image, [table](uint8_t v) { return table[v]; });
+    LookUp(image, table, image, Area(w, h));
 }
 
 void CAlgorithm::Gamma(uint16_t *image, const uint16_t *table, int w, int h)
 {
-    std::transform(image, image + ptrdiff_t{w} * h, image,
-                   [table](uint16_t v) { return table[v]; });
-}
-
-uint8_t CAlgorithm::Luminance(const uint8_t *pixel) const
-{
-    return static_cast<uint8_t>((YUV02990[pixel[0]] + YUV05870[pixel[1]] + YUV01140[pixel[2]]) >>
-                                16);
+    LookUp(image, table, image, Area(w, h));
 }
 
 void CAlgorithm::SubtractDark(uint8_t *image, int w, int h, unsigned offset, const uint8_t *dark)
 {
-    if (!dark)
-        return;
-    const int64_t pixels = int64_t{w} * h;
-    for (int64_t i = 0; i < pixels; ++i) {
-        const unsigned over = image[i] > dark[i] ? image[i] - dark[i] : 0U;
-        image[i] = static_cast<uint8_t>(std::min(over + offset, 255U));
+    if (dark)
+        vsccam::SubtractDark(image, dark, offset, image, Area(w, h));
+}
+
+// ------------------------------------------------------------------------------------- demosaic
+
+// Border cells: each pixel takes the two colours of its cell, and green from itself or as a mean.
+template <BayerPhase kCell>
+void CAlgorithm::Copy(const uint8_t *src, int x, int y, int w, uint8_t *dst)
+{
+    const ptrdiff_t at = ptrdiff_t{y} * w + x;
+    const Cell cell = dst ? Cell{src + at, w, dst + 3 * at, w} : Cell{src + at, w, &m_cell[0], 2};
+    constexpr Site kFirst = RedSite(kCell);
+    constexpr Site kThird = Opposite(kFirst);
+    constexpr Site kGreens[] = {{kThird.column, kFirst.row}, {kFirst.column, kThird.row}};
+    const uint8_t first = m_iWBRTable[*cell.At(kFirst)];
+    const uint8_t third = m_iWBBTable[*cell.At(kThird)];
+    const int greens[] = {*cell.At(kGreens[0]), *cell.At(kGreens[1])};
+    const int mean = (greens[0] + greens[1]) >> 1;
+    Store(cell.PixelAt(kFirst), first, mean, third);
+    Store(cell.PixelAt(kGreens[0]), first, greens[0], third);
+    Store(cell.PixelAt(kGreens[1]), first, greens[1], third);
+    Store(cell.PixelAt(kThird), first, mean, third);
+}
+
+// Inner cells: each pixel takes the means of its nearest neighbours. Balance follows the averaging;
+// green is never balanced.
+template <BayerPhase kCell>
+void CAlgorithm::Bilinear(const uint8_t *src, int x, int y, int w, uint8_t *dst)
+{
+    const ptrdiff_t at = ptrdiff_t{y} * w + x;
+    const Cell cell = dst ? Cell{src + at, w, dst + 3 * at, w} : Cell{src + at, w, &m_cell[0], 2};
+    constexpr Site kFirst = RedSite(kCell);
+    constexpr Site kThird = Opposite(kFirst);
+    constexpr Site kGreenBesideFirst = {kThird.column, kFirst.row};
+    constexpr Site kGreenBesideThird = {kFirst.column, kThird.row};
+    const auto first = [this](int v) { return m_iWBRTable[static_cast<size_t>(v)]; };
+    const auto third = [this](int v) { return m_iWBBTable[static_cast<size_t>(v)]; };
+
+    const uint8_t *p = cell.At(kFirst);
+    Store(cell.PixelAt(kFirst), first(*p), Cross(p, w), third(Diagonal(p, w)));
+    p = cell.At(kGreenBesideFirst);
+    Store(cell.PixelAt(kGreenBesideFirst), first(Horizontal(p)), *p, third(Vertical(p, w)));
+    p = cell.At(kGreenBesideThird);
+    Store(cell.PixelAt(kGreenBesideThird), first(Vertical(p, w)), *p, third(Horizontal(p)));
+    p = cell.At(kThird);
+    Store(cell.PixelAt(kThird), first(Diagonal(p, w)), Cross(p, w), third(*p));
+}
+
+void CAlgorithm::ConvertScratch(uint8_t *dst, int x, int w, IMAGE_TYPE out) const
+{
+    if (out == kByteImage)
+        RGBTemp2Y8(dst, x, 0, w);
+    else if (out == kYuv2)
+        RGBTemp2YUV2(dst, x, 0, w, false);
+}
+
+/// The last cell of an odd size lies partly outside: what is missing repeats the nearest sites of
+/// its colour, and only the pixels inside are written.
+template <BayerPhase kCell>
+void CAlgorithm::ConvertPartialCell(const uint8_t *src, int x, uint8_t *dst, int w, bool lastRow,
+                                    IMAGE_TYPE out)
+{
+    const ptrdiff_t right = x + 1 < w ? x + 1 : x - 1;
+    const ptrdiff_t below = lastRow ? -ptrdiff_t{w} : ptrdiff_t{w};
+    const uint8_t sites[] = {src[x], src[right], src[below + x], src[below + right]};
+    uint8_t pixels[12] = {};
+    Copy<kCell>(sites, 0, 0, 2, out == kRgb24 ? pixels : nullptr);
+    ConvertScratch(pixels, 0, 2, out);
+    const int bytes = DemosaicedBytes(out);
+    const int columns = std::min(2, w - x);
+    for (ptrdiff_t row = 0; row < (lastRow ? 1 : 2); ++row)
+        std::copy_n(pixels + row * 2 * bytes, columns * bytes, dst + (row * w + x) * bytes);
+}
+
+template <BayerPhase kCell>
+void CAlgorithm::ConvertRows(const uint8_t *row, int y, uint8_t *dst, int w, int h, IMAGE_TYPE out)
+{
+    uint8_t *const rgb = out == kRgb24 ? dst : nullptr;
+    const bool borderRows = y == 0 || y >= h - 2;
+    const bool partialRows = y + 1 == h;
+    for (int x = 0; x < w; x += 2) {
+        if (partialRows || x + 1 == w) {
+            ConvertPartialCell<kCell>(row, x, dst, w, partialRows, out);
+            continue;
+        }
+        if (borderRows || x == 0 || x >= w - 2)
+            Copy<kCell>(row, x, 0, w, rgb);
+        else
+            Bilinear<kCell>(row, x, 0, w, rgb);
+        ConvertScratch(dst, x, w, out);
     }
 }
 
-void CAlgorithm::BayerConv(BayerPhase phase, const uint8_t *src, uint8_t *dst, int w, int h,
-                           IMAGE_TYPE out) const
+template <BayerPhase kCell>
+void CAlgorithm::ConvertImage(const uint8_t *src, uint8_t *dst, int w, int h, IMAGE_TYPE out)
 {
-    if ((out != kRgb24 && out != kByteImage) || w < 2 || h < 2)
+    const int bytes = DemosaicedBytes(out);
+    if (bytes == 0 || w < 2 || h < 2)
         return;
-    const Mosaic mosaic(src, w, h);
-    const RedSite red = kRedSite[static_cast<size_t>(phase)];
-    for (int y = 0; y < h; ++y) {
-        for (int x = 0; x < w; ++x) {
-            const int cellX = x & ~1;
-            const int cellY = y & ~1;
-            const bool border = cellX == 0 || cellY == 0 || cellX >= w - 2 || cellY >= h - 2;
-            const Colour colour =
-                border ? CopyRule(mosaic, cellX, cellY, x, y, red)
-                       : BilinearRule(mosaic, x, y, (x & 1) == red.column, (y & 1) == red.row);
-            // Balance follows the averaging; green is never balanced.
-            const uint8_t pixel[3] = {m_iWBRTable[static_cast<size_t>(colour.blue)],
-                                      static_cast<uint8_t>(colour.green),
-                                      m_iWBBTable[static_cast<size_t>(colour.red)]};
-            const ptrdiff_t index = ptrdiff_t{y} * w + x;
-            if (out == kRgb24)
-                std::copy_n(pixel, 3, dst + index * 3);
-            else
-                dst[index] = Luminance(pixel);
+    for (int y = 0; y < h; y += 2)
+        ConvertRows<kCell>(src + ptrdiff_t{y} * w, y, dst + ptrdiff_t{y} * w * bytes, w, h, out);
+}
+
+// The cells are named after the colour that comes first in the output, the images after red, which
+// comes last: each image is made of the cells of the opposite diagonal.
+void CAlgorithm::BayerConv_RG(const uint8_t *src, uint8_t *dst, int w, int h, IMAGE_TYPE out)
+{
+    ConvertImage<BayerPhase::kBG>(src, dst, w, h, out);
+}
+void CAlgorithm::BayerConv_BG(const uint8_t *src, uint8_t *dst, int w, int h, IMAGE_TYPE out)
+{
+    ConvertImage<BayerPhase::kRG>(src, dst, w, h, out);
+}
+void CAlgorithm::BayerConv_GR(const uint8_t *src, uint8_t *dst, int w, int h, IMAGE_TYPE out)
+{
+    ConvertImage<BayerPhase::kGB>(src, dst, w, h, out);
+}
+void CAlgorithm::BayerConv_GB(const uint8_t *src, uint8_t *dst, int w, int h, IMAGE_TYPE out)
+{
+    ConvertImage<BayerPhase::kGR>(src, dst, w, h, out);
+}
+
+void CAlgorithm::BayerConv(BayerPhase phase, const uint8_t *src, uint8_t *dst, int w, int h,
+                           IMAGE_TYPE out)
+{
+    constexpr decltype(&CAlgorithm::BayerConv_RG) kByPhase[] = {
+        &CAlgorithm::BayerConv_RG, &CAlgorithm::BayerConv_BG, &CAlgorithm::BayerConv_GR,
+        &CAlgorithm::BayerConv_GB};
+    (this->*kByPhase[static_cast<size_t>(phase)])(src, dst, w, h, out);
+}
+
+void CAlgorithm::BayerConvRows(BayerPhase phase, const uint8_t *row, int y, uint8_t *dst, int w,
+                               int h, IMAGE_TYPE out)
+{
+    constexpr decltype(&CAlgorithm::ConvertRows<BayerPhase::kBG>) kByPhase[] = {
+        &CAlgorithm::ConvertRows<BayerPhase::kBG>, &CAlgorithm::ConvertRows<BayerPhase::kRG>,
+        &CAlgorithm::ConvertRows<BayerPhase::kGB>, &CAlgorithm::ConvertRows<BayerPhase::kGR>};
+    if (DemosaicedBytes(out) != 0 && w >= 2 && h >= 2)
+        (this->*kByPhase[static_cast<size_t>(phase)])(row, y, dst, w, h, out);
+}
+
+void CAlgorithm::BayerCopy_RG(const uint8_t *src, int x, int y, int w, uint8_t *dst)
+{
+    Copy<BayerPhase::kRG>(src, x, y, w, dst);
+}
+void CAlgorithm::BayerCopy_BG(const uint8_t *src, int x, int y, int w, uint8_t *dst)
+{
+    Copy<BayerPhase::kBG>(src, x, y, w, dst);
+}
+void CAlgorithm::BayerCopy_GR(const uint8_t *src, int x, int y, int w, uint8_t *dst)
+{
+    Copy<BayerPhase::kGR>(src, x, y, w, dst);
+}
+void CAlgorithm::BayerCopy_GB(const uint8_t *src, int x, int y, int w, uint8_t *dst)
+{
+    Copy<BayerPhase::kGB>(src, x, y, w, dst);
+}
+void CAlgorithm::BayerBilinear_RG(const uint8_t *src, int x, int y, int w, uint8_t *dst)
+{
+    Bilinear<BayerPhase::kRG>(src, x, y, w, dst);
+}
+void CAlgorithm::BayerBilinear_BG(const uint8_t *src, int x, int y, int w, uint8_t *dst)
+{
+    Bilinear<BayerPhase::kBG>(src, x, y, w, dst);
+}
+void CAlgorithm::BayerBilinear_GR(const uint8_t *src, int x, int y, int w, uint8_t *dst)
+{
+    Bilinear<BayerPhase::kGR>(src, x, y, w, dst);
+}
+void CAlgorithm::BayerBilinear_GB(const uint8_t *src, int x, int y, int w, uint8_t *dst)
+{
+    Bilinear<BayerPhase::kGB>(src, x, y, w, dst);
+}
+
+// -------------------------------------------------------------------------- luminance and colour
+
+// Sums of 1/65536; negative ones round down.
+int CAlgorithm::Luminance(const uint8_t *pixel) const
+{
+    return (YUV02990[pixel[0]] + YUV05870[pixel[1]] + YUV01140[pixel[2]]) >> 16;
+}
+
+int CAlgorithm::V(const uint8_t *pixel) const
+{
+    return ((YUV0439[pixel[0]] - YUV01684[pixel[2]] - YUV03316[pixel[1]]) >> 16) + 128;
+}
+
+int CAlgorithm::U(const uint8_t *pixel) const
+{
+    return ((YUV0439[pixel[2]] - YUV00813[pixel[0]] - YUV04187[pixel[1]]) >> 16) + 128;
+}
+
+void CAlgorithm::PackPair(const uint8_t *even, const uint8_t *odd, uint8_t *out) const
+{
+    const int bytes[] = {Luminance(even) + 16, V(even), Luminance(odd) + 16, U(even)};
+    std::ranges::transform(bytes, out, [](int v) { return static_cast<uint8_t>(v); });
+}
+
+void CAlgorithm::RGBTemp2Y8(uint8_t *dst, int x, int y, int w) const
+{
+    const ptrdiff_t at = ptrdiff_t{y} * w + x;
+    for (ptrdiff_t i = 0; i < 4; ++i)
+        dst[at + i / 2 * w + i % 2] = static_cast<uint8_t>(Luminance(&m_cell[0] + 3 * i));
+}
+
+void CAlgorithm::RGBTemp2YUV2(uint8_t *dst, int x, int y, int w, bool flip) const
+{
+    uint8_t *const upper = dst + 2 * (ptrdiff_t{y} * w + x);
+    uint8_t *const lower = upper + 2 * ptrdiff_t{w};
+    PackPair(&m_cell[0], &m_cell[3], flip ? lower : upper);
+    PackPair(&m_cell[6], &m_cell[9], flip ? upper : lower);
+}
+
+void CAlgorithm::RGB2YUV2(const uint8_t *rgb, uint8_t *dst, int w, int h, bool flip) const
+{
+    for (ptrdiff_t y = 0; y < h; ++y) {
+        const uint8_t *row = rgb + 3 * (flip ? h - 1 - y : y) * w;
+        uint8_t *out = dst + 2 * y * w;
+        for (ptrdiff_t x = 0; x + 1 < w; x += 2)
+            PackPair(row + 3 * x, row + 3 * x + 3, out + 2 * x);
+        if (w % 2 != 0) { // a pixel without its pair
+            const uint8_t *last = row + 3 * (w - 1);
+            out[2 * (w - 1)] = static_cast<uint8_t>(Luminance(last) + 16);
+            out[2 * (w - 1) + 1] = static_cast<uint8_t>(V(last));
         }
     }
+}
+
+void CAlgorithm::RGB2Y8(const uint8_t *rgb, uint8_t *dst, int w, int h) const
+{
+    for (size_t i = 0; i < Area(w, h); ++i)
+        dst[i] = static_cast<uint8_t>(Luminance(rgb + 3 * i));
+}
+
+void CAlgorithm::RGB2R8(const uint8_t *rgb, uint8_t *dst, int w, int h)
+{
+    for (size_t i = 0; i < Area(w, h); ++i)
+        dst[i] = rgb[3 * i + 2];
 }
 
 } // namespace vsccam

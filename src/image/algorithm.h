@@ -3,6 +3,7 @@
 #include "image/image_type.h"
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 
 namespace vsccam {
@@ -17,9 +18,6 @@ BayerPhase FlippedPhase(BayerPhase sensor, bool flipH, bool flipV);
 /// pixels, rows follow each other without padding.
 class CAlgorithm {
   public:
-    /// Tables of one colour plane's contribution to luminance, in 1/65536.
-    using LumaTable = std::array<int32_t, 256>;
-
     /// Fills the tables, with neutral white balance.
     void RGBYUV_Init();
 
@@ -42,23 +40,81 @@ class CAlgorithm {
     static void Gamma(uint8_t *image, const uint8_t *table, int w, int h);
     static void Gamma(uint16_t *image, const uint16_t *table, int w, int h);
 
-    /// Takes a dark frame off and adds `offset`, between 0 and 255. Without a dark frame nothing
-    /// happens.
+    /// Takes the dark frame away, down to 0, and adds the offset, up to 255. No dark, no change.
     static void SubtractDark(uint8_t *image, int w, int h, unsigned offset, const uint8_t *dark);
 
-    /// Demosaics into RGB24 (bytes blue, green, red) or luminance; other formats and images of less
-    /// than 2 x 2 pixels write nothing.
+    /// Demosaics into RGB24 (bytes blue, green, red), luminance or packed YUV. Other formats and
+    /// images of less than 2 x 2 pixels write nothing.
     void BayerConv(BayerPhase phase, const uint8_t *src, uint8_t *dst, int w, int h,
-                   IMAGE_TYPE out) const;
+                   IMAGE_TYPE out);
+    void BayerConv_RG(const uint8_t *src, uint8_t *dst, int w, int h, IMAGE_TYPE out);
+    void BayerConv_BG(const uint8_t *src, uint8_t *dst, int w, int h, IMAGE_TYPE out);
+    void BayerConv_GR(const uint8_t *src, uint8_t *dst, int w, int h, IMAGE_TYPE out);
+    void BayerConv_GB(const uint8_t *src, uint8_t *dst, int w, int h, IMAGE_TYPE out);
+
+    /// The same for two rows out of an image of `h` rows: `row` is row `y` (even), with its
+    /// neighbours around it at a distance of `w`, as far as the image has them.
+    void BayerConvRows(BayerPhase phase, const uint8_t *row, int y, uint8_t *dst, int w, int h,
+                       IMAGE_TYPE out);
+
+    /// Interpolate the cell of 2 x 2 pixels at (x, y) into the RGB24 image `dst`, or into the
+    /// scratch cell when there is none. The colour that the name gives to red comes first in the
+    /// output. Copy looks at nothing but the cell, Bilinear at the pixels around it, too.
+    void BayerCopy_RG(const uint8_t *src, int x, int y, int w, uint8_t *dst);
+    void BayerCopy_BG(const uint8_t *src, int x, int y, int w, uint8_t *dst);
+    void BayerCopy_GR(const uint8_t *src, int x, int y, int w, uint8_t *dst);
+    void BayerCopy_GB(const uint8_t *src, int x, int y, int w, uint8_t *dst);
+    void BayerBilinear_RG(const uint8_t *src, int x, int y, int w, uint8_t *dst);
+    void BayerBilinear_BG(const uint8_t *src, int x, int y, int w, uint8_t *dst);
+    void BayerBilinear_GR(const uint8_t *src, int x, int y, int w, uint8_t *dst);
+    void BayerBilinear_GB(const uint8_t *src, int x, int y, int w, uint8_t *dst);
+
+    /// Convert the scratch cell into the image `dst` at (x, y). Packed YUV: each pixel is its
+    /// luminance, then for even pixels V and for odd ones U, both of the even pixel. `flip` writes
+    /// the lower row of the cell first.
+    void RGBTemp2Y8(uint8_t *dst, int x, int y, int w) const;
+    void RGBTemp2YUV2(uint8_t *dst, int x, int y, int w, bool flip) const;
+
+    /// Convert whole RGB24 images; `flip` writes the last row first.
+    void RGB2YUV2(const uint8_t *rgb, uint8_t *dst, int w, int h, bool flip) const;
+    void RGB2Y8(const uint8_t *rgb, uint8_t *dst, int w, int h) const;
+    /// The plane of the red sites, the third byte of each pixel.
+    static void RGB2R8(const uint8_t *rgb, uint8_t *dst, int w, int h);
 
   private:
-    uint8_t Luminance(const uint8_t *pixel) const;
+    using Product = std::array<int32_t, 256>; // of each byte and a coefficient, in 1/65536
+
+    template <BayerPhase kCell> void Copy(const uint8_t *src, int x, int y, int w, uint8_t *dst);
+    template <BayerPhase kCell>
+    void Bilinear(const uint8_t *src, int x, int y, int w, uint8_t *dst);
+    template <BayerPhase kCell>
+    void ConvertRows(const uint8_t *row, int y, uint8_t *dst, int w, int h, IMAGE_TYPE out);
+    template <BayerPhase kCell>
+    void ConvertPartialCell(const uint8_t *src, int x, uint8_t *dst, int w, bool lastRow,
+                            IMAGE_TYPE out);
+    template <BayerPhase kCell>
+    void ConvertImage(const uint8_t *src, uint8_t *dst, int w, int h, IMAGE_TYPE out);
+    void ConvertScratch(uint8_t *dst, int x, int w, IMAGE_TYPE out) const;
+
+    int Luminance(const uint8_t *pixel) const;
+    int V(const uint8_t *pixel) const;
+    int U(const uint8_t *pixel) const;
+    void PackPair(const uint8_t *even, const uint8_t *odd, uint8_t *out) const;
 
     std::array<uint8_t, 256> m_iWBRTable{}; // for the first byte of the output
     std::array<uint8_t, 256> m_iWBBTable{}; // for the third byte
-    LumaTable YUV02990{};
-    LumaTable YUV05870{};
-    LumaTable YUV01140{};
+
+    // Quirk, kept: named after one set of coefficients, filled with another.
+    Product YUV02990{};
+    Product YUV05870{};
+    Product YUV01140{};
+    Product YUV0439{};
+    Product YUV01684{};
+    Product YUV03316{};
+    Product YUV04187{};
+    Product YUV00813{};
+
+    std::array<uint8_t, 12> m_cell{}; // two rows of two RGB24 pixels
 };
 
 } // namespace vsccam

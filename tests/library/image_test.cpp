@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <memory>
 #include <random>
@@ -239,6 +240,105 @@ TEST_F(Demosaic, SurvivesOddAndTinySizes)
         for (int phase = 0; phase < 4; ++phase)
             (void)Rgb(static_cast<BayerPhase>(phase), RandomBytes(static_cast<size_t>(w * h), 5), w,
                       h);
+    }
+}
+
+/// Studio-swing luminance and chroma of a pixel, by the formula.
+struct Yuv {
+    explicit Yuv(const uint8_t *p)
+        : y(Sum(p, 0.257, 0.504, 0.098)), v(Sum(p, 0.439, -0.368, -0.071) + 128),
+          u(Sum(p, -0.148, -0.291, 0.439) + 128)
+    {
+    }
+    static int Sum(const uint8_t *p, double c0, double c1, double c2)
+    {
+        const double products[] = {p[0] * c0 * 65536, p[1] * c1 * 65536, p[2] * c2 * 65536};
+        int sum = 0;
+        for (const double product : products)
+            sum += static_cast<int>(product); // each towards zero
+        return static_cast<int>(std::floor(sum / 65536.0));
+    }
+    int y, v, u;
+};
+
+Bytes PackedYuv(const Bytes &rgb, size_t width)
+{
+    Bytes packed;
+    for (size_t i = 0; i < rgb.size() / 3; ++i) {
+        const size_t column = i % width;
+        const Yuv chroma(&rgb[3 * (i - column % 2)]);
+        packed.push_back(static_cast<uint8_t>(Yuv(&rgb[3 * i]).y + 16));
+        packed.push_back(static_cast<uint8_t>(column % 2 == 0 ? chroma.v : chroma.u));
+    }
+    return packed;
+}
+
+TEST_F(Demosaic, ConvertsToLuminanceAndPackedYuvAsIfByWayOfRgb)
+{
+    for (const auto &[w, h] : {std::pair{8, 6}, {38, 4}, {101, 7}, {2, 2}, {5, 3}}) {
+        const auto pixels = static_cast<size_t>(w * h);
+        const Bytes mosaic = RandomBytes(pixels, 11);
+        for (int phase = 0; phase < 4; ++phase) {
+            SCOPED_TRACE(testing::Message() << w << "x" << h << " phase " << phase);
+            m_algorithm.SetRGBWB(70, 35);
+            const Bytes rgb = Rgb(static_cast<BayerPhase>(phase), mosaic, w, h);
+            Bytes y8;
+            Bytes red;
+            for (size_t i = 0; i < pixels; ++i) {
+                y8.push_back(static_cast<uint8_t>(Yuv(&rgb[3 * i]).y));
+                red.push_back(rgb[3 * i + 2]);
+            }
+            const Bytes yuv = PackedYuv(rgb, static_cast<size_t>(w));
+            Bytes upsideDown; // the last row first
+            for (size_t at = yuv.size(), row = static_cast<size_t>(2 * w); at > 0; at -= row)
+                upsideDown.insert(upsideDown.end(), &yuv[at - row], &yuv[at - row] + row);
+
+            Bytes out(pixels);
+            m_algorithm.BayerConv(static_cast<BayerPhase>(phase), mosaic.data(), out.data(), w, h,
+                                  kByteImage);
+            EXPECT_EQ(out, y8);
+            m_algorithm.RGB2Y8(rgb.data(), out.data(), w, h);
+            EXPECT_EQ(out, y8);
+            CAlgorithm::RGB2R8(rgb.data(), out.data(), w, h);
+            EXPECT_EQ(out, red);
+            out.resize(2 * pixels);
+            m_algorithm.BayerConv(static_cast<BayerPhase>(phase), mosaic.data(), out.data(), w, h,
+                                  kYuv2);
+            EXPECT_EQ(out, yuv);
+            m_algorithm.RGB2YUV2(rgb.data(), out.data(), w, h, false);
+            EXPECT_EQ(out, yuv);
+            m_algorithm.RGB2YUV2(rgb.data(), out.data(), w, h, true);
+            EXPECT_EQ(out, upsideDown);
+        }
+    }
+    Bytes untouched(4, kGuard);
+    m_algorithm.BayerConv(BayerPhase::kRG, Bytes(4).data(), untouched.data(), 2, 2, kRaw16);
+    EXPECT_EQ(untouched, Bytes(4, kGuard));
+}
+
+TEST(Dark, IsSubtractedAndItsMeanAddedWithinTheRange)
+{
+    const struct {
+        uint8_t sample, dark;
+        unsigned offset;
+        uint8_t result;
+    } cases[] = {{10, 20, 0, 0},
+                 {10, 20, 7, 7},
+                 {20, 20, 7, 7},
+                 {21, 20, 7, 8},
+                 {255, 0, 0, 255},
+                 {255, 1, 1, 255},
+                 {255, 0, 9, 255},
+                 {0, 255, 255, 255},
+                 {9, 3, 1000, 255},
+                 {200, 100, 50, 150},
+                 {1, 0, 4'294'967'295, 255}};
+    for (const auto &c : cases) {
+        Bytes image(70, c.sample); // longer than any vector
+        CAlgorithm::SubtractDark(image.data(), 10, 7, c.offset, Bytes(70, c.dark).data());
+        EXPECT_EQ(image, Bytes(70, c.result)) << int{c.sample} << " " << int{c.dark};
+        CAlgorithm::SubtractDark(image.data(), 10, 7, c.offset, nullptr);
+        EXPECT_EQ(image, Bytes(70, c.result));
     }
 }
 

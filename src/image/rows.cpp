@@ -1,0 +1,88 @@
+#include "image/rows.h"
+
+#include <algorithm>
+
+namespace vsccam {
+
+namespace {
+
+/// The mean of bin x bin samples, `step` columns apart. The divisions truncate one after the other.
+template <class Sample>
+Sample BlockMean(const Sample *first, size_t stride, unsigned bin, size_t step)
+{
+    uint32_t sum = 0;
+    for (size_t row = 0; row < bin; ++row)
+        for (size_t column = 0; column < bin; ++column)
+            sum += first[row * stride + column * step];
+    return static_cast<Sample>(sum / bin / bin);
+}
+
+} // namespace
+
+void SubtractDark(const uint8_t *in, const uint8_t *dark, unsigned offset, uint8_t *out,
+                  size_t count)
+{
+    const unsigned added = std::min(offset, 255U);
+    for (size_t i = 0; i < count; ++i) {
+        const unsigned rest = in[i] > dark[i] ? unsigned{in[i]} - dark[i] : 0;
+        out[i] = static_cast<uint8_t>(std::min(255U, rest + added));
+    }
+}
+
+void LookUp(const uint8_t *in, const uint8_t *table, uint8_t *out, size_t count)
+{
+    for (size_t i = 0; i < count; ++i)
+        out[i] = table[in[i]];
+}
+
+void LookUp(const uint16_t *in, const uint16_t *table, uint16_t *out, size_t count)
+{
+    for (size_t i = 0; i < count; ++i)
+        out[i] = table[in[i]];
+}
+
+template <class Sample> void CopyReversed(const Sample *in, Sample *out, size_t count)
+{
+    for (size_t i = 0; i < count; ++i)
+        out[i] = in[count - 1 - i];
+}
+
+template <class Sample> void ReverseInPlace(Sample *samples, size_t count)
+{
+    for (size_t i = 0; i < count / 2; ++i)
+        std::swap(samples[i], samples[count - 1 - i]);
+}
+
+void CopyThrice(const uint8_t *in, uint8_t *out, size_t count)
+{
+    for (size_t i = 0; i < count; ++i)
+        std::fill_n(out + 3 * i, 3, in[i]);
+}
+
+template <class Sample>
+void BinMonoRow(const Sample *in, size_t stride, unsigned bin, Sample *out, size_t count)
+{
+    for (size_t x = 0; x < count; ++x)
+        out[x] = BlockMean(in + x * bin, stride, bin, 1);
+}
+
+template <class Sample>
+void BinMosaicRow(const Sample *in, size_t stride, unsigned bin, Sample *out, size_t count)
+{
+    for (size_t x = 0; x < count; ++x) {
+        const bool alone = x + 1 == count && count % 2 != 0;
+        const Sample *first = in + (x & 1) + (x & ~size_t{1}) * bin;
+        out[x] = alone ? *first : BlockMean(first, stride, bin, 2);
+    }
+}
+
+template void CopyReversed(const uint8_t *, uint8_t *, size_t);
+template void CopyReversed(const uint16_t *, uint16_t *, size_t);
+template void ReverseInPlace(uint8_t *, size_t);
+template void ReverseInPlace(uint16_t *, size_t);
+template void BinMonoRow(const uint8_t *, size_t, unsigned, uint8_t *, size_t);
+template void BinMonoRow(const uint16_t *, size_t, unsigned, uint16_t *, size_t);
+template void BinMosaicRow(const uint8_t *, size_t, unsigned, uint8_t *, size_t);
+template void BinMosaicRow(const uint16_t *, size_t, unsigned, uint16_t *, size_t);
+
+} // namespace vsccam
