@@ -1,6 +1,13 @@
 #include "core/frame_geometry.h"
 
+#include <algorithm>
+
 namespace vsccam {
+
+int RegionStart(int wanted, int step, int extent, int sensor)
+{
+    return std::min(std::max(wanted, 0) / step * step, sensor - extent);
+}
 
 bool RegionFits(int width, int height, int bin, Size sensor)
 {

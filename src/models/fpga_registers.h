@@ -18,4 +18,9 @@ inline constexpr uint16_t kReg15 = 15;
 inline constexpr uint16_t kFrameLength = 16; // lines, three bytes
 inline constexpr uint16_t kLineLength = 19;  // clocks, two bytes
 
+// Of kMode. PYTHON cameras have other codes to run and to stop.
+inline constexpr uint16_t kRun = 0x21;
+inline constexpr uint16_t kStop = 0x31;
+inline constexpr uint16_t kLongExposure = 0xC0; // added to both
+
 } // namespace vsccam::fpga

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "base/clock.h"
+
 #include <chrono>
 #include <cstdint>
 #include <span>
@@ -21,5 +23,22 @@ constexpr RegisterWrite Pause(std::chrono::milliseconds time)
 }
 
 using RegisterList = std::span<const RegisterWrite>;
+
+/// Carries out the pauses of a list and leaves its writes to `write(address, value)`.
+template <class Write> void SendRegisterList(RegisterList list, Write write)
+{
+    for (const auto [address, value] : list) {
+        if (address == RegisterWrite::kPause)
+            SleepFor(std::chrono::milliseconds(value));
+        else
+            write(address, value);
+    }
+}
+
+/// Byte `index` of a number that is spread over byte registers, the lowest first.
+constexpr uint8_t ByteOf(int value, int index)
+{
+    return static_cast<uint8_t>(value >> (8 * index));
+}
 
 } // namespace vsccam

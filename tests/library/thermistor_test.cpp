@@ -3,6 +3,7 @@
 #include "models/sony/s065.h"
 #include "models/sony/s083.h"
 #include "models/sony/s385.h"
+#include "models/thermometer.h"
 #include "support/simulated_bus.h"
 
 #include <gtest/gtest.h>
@@ -52,6 +53,17 @@ TEST(Thermistor, FallsWithTheReadingAndKnowsWhereItsTableEnds)
         const double beta = std::log(kiloOhm / 10.0) / (1 / (*celsius + 273.15) - 1 / 298.15);
         EXPECT_NEAR(beta, 3920, 110); // of such thermistors; a wrong entry leaves the smooth curve
     }
+}
+
+TEST(Thermometer, TellsTwelveBitsTwosComplementInSixteenths)
+{
+    const struct {
+        uint8_t low, high;
+        float celsius;
+    } cases[] = {{0x00, 0x19, 25.0F},    {0x10, 0x00, 0.0625F}, {0xF0, 0x7F, 127.9375F},
+                 {0xF0, 0xFF, -0.0625F}, {0x00, 0xF6, -10.0F},  {0x00, 0x80, -128.0F}};
+    for (const auto &c : cases)
+        EXPECT_FLOAT_EQ(ThermometerTemperature(c.low, c.high), c.celsius);
 }
 
 using BoardThermometer = SimulatedBus;

@@ -11,16 +11,15 @@ namespace {
 
 // One clock for all read-outs.
 constexpr SonySensor kSensor = {
-    .budget = {.usb2Host = 43'272, .usb3Host = 333'333},
+    .common = {.budget = {.usb2Host = 43'272, .usb3Host = 333'333},
+               .lowestClockKHz = 20'250,
+               .initialLine = {.clockKHz = 20'250, .length = 858},
+               .startXStepAtBin3 = 6,
+               .thermistor = true},
     .normal = {.kHz = 20'250, .rateCode = 0x01, .shortestLine = 858},
     .highSpeed = {.kHz = 20'250, .rateCode = 0x00, .shortestLine = 447},
     .hardwareBin = {},
     .other = {.kHz = 20'250, .rateCode = 0x02, .shortestLine = 858},
-    .lowestClockKHz = 20'250,
-    .initialLine = {.clockKHz = 20'250, .length = 858},
-    .offsets = {},
-    .startXStepAtBin3 = 6,
-    .thermistor = true,
     .powerUp = kNeutralPowerUp,
 };
 

@@ -11,16 +11,15 @@ namespace {
 
 // One clock for all read-outs.
 constexpr SonySensor kSensor = {
-    .budget = {.usb2Host = 43'272, .usb3Host = 325'643},
+    .common = {.budget = {.usb2Host = 43'272, .usb3Host = 325'643},
+               .lowestClockKHz = 20'250,
+               .initialLine = {.clockKHz = 20'250, .length = 612},
+               .startXStepAtBin3 = 6,
+               .thermistor = true},
     .normal = {.kHz = 20'250, .rateCode = 0x01, .shortestLine = 612},
     .highSpeed = {.kHz = 20'250, .rateCode = 0x00, .shortestLine = 306},
     .hardwareBin = {},
     .other = {.kHz = 20'250, .rateCode = 0x02, .shortestLine = 612},
-    .lowestClockKHz = 20'250,
-    .initialLine = {.clockKHz = 20'250, .length = 612},
-    .offsets = {},
-    .startXStepAtBin3 = 6,
-    .thermistor = true,
     .powerUp = kNeutralPowerUp,
 };
 

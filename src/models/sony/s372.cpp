@@ -11,14 +11,13 @@ namespace {
 
 // No read-out uses the slowest clock.
 constexpr SonySensor kSensor = {
-    .budget = {.usb2Host = 42'830, .usb3Host = 256'981},
+    .common = {.budget = {.usb2Host = 42'830, .usb3Host = 256'981},
+               .lowestClockKHz = 1'100,
+               .initialLine = {.clockKHz = 37'125, .length = 4400}},
     .normal = {.kHz = 2'200, .rateCode = 0x01, .shortestLine = 33},
     .highSpeed = {.kHz = 4'400, .rateCode = 0x00, .shortestLine = 33},
     .hardwareBin = {},
     .other = {.kHz = 1'100, .rateCode = 0x02, .shortestLine = 33},
-    .lowestClockKHz = 1'100,
-    .initialLine = {.clockKHz = 37'125, .length = 4400},
-    .offsets = {},
     .powerUp = kNeutralPowerUp,
 };
 

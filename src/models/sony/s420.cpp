@@ -11,14 +11,13 @@ namespace {
 
 // One clock for all read-outs.
 constexpr SonySensor kSensor = {
-    .budget = {.usb2Host = 43'272, .usb3Host = 390'000},
+    .common = {.budget = {.usb2Host = 43'272, .usb3Host = 390'000},
+               .lowestClockKHz = 13'920,
+               .initialLine = {.clockKHz = 37'125, .length = 1440}},
     .normal = {.kHz = 13'920, .rateCode = 0x01, .shortestLine = 138},
     .highSpeed = {.kHz = 13'920, .rateCode = 0x00, .shortestLine = 69},
     .hardwareBin = {},
     .other = {.kHz = 37'125, .rateCode = 0x02, .shortestLine = 1440},
-    .lowestClockKHz = 13'920,
-    .initialLine = {.clockKHz = 37'125, .length = 1440},
-    .offsets = {},
     .powerUp = kNeutralPowerUp,
 };
 

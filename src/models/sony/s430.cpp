@@ -11,14 +11,13 @@ namespace {
 
 // One clock for all read-outs; none uses the slow one.
 constexpr SonySensor kSensor = {
-    .budget = {.usb2Host = 43'000, .usb3Host = 385'000},
+    .common = {.budget = {.usb2Host = 43'000, .usb3Host = 385'000},
+               .lowestClockKHz = 6'750,
+               .initialLine = {.clockKHz = 6'750, .length = 420}},
     .normal = {.kHz = 27'000, .rateCode = 0x01, .shortestLine = 420},
     .highSpeed = {.kHz = 27'000, .rateCode = 0x00, .shortestLine = 216},
     .hardwareBin = {},
     .other = {.kHz = 6'750, .rateCode = 0x02, .shortestLine = 420},
-    .lowestClockKHz = 6'750,
-    .initialLine = {.clockKHz = 6'750, .length = 420},
-    .offsets = {},
     .powerUp = kNeutralPowerUp,
 };
 

@@ -11,14 +11,13 @@ namespace {
 
 // No read-out uses the slowest clock.
 constexpr SonySensor kSensor = {
-    .budget = {.usb2Host = 42'830, .usb3Host = 256'981},
+    .common = {.budget = {.usb2Host = 42'830, .usb3Host = 256'981},
+               .lowestClockKHz = 4'640,
+               .initialLine = {.clockKHz = 4'640, .length = 138}},
     .normal = {.kHz = 9'280, .rateCode = 0x01, .shortestLine = 139},
     .highSpeed = {.kHz = 18'560, .rateCode = 0x00, .shortestLine = 139},
     .hardwareBin = {},
     .other = {.kHz = 4'640, .rateCode = 0x02, .shortestLine = 139},
-    .lowestClockKHz = 4'640,
-    .initialLine = {.clockKHz = 4'640, .length = 138},
-    .offsets = {},
     .powerUp = kNeutralPowerUp,
 };
 

@@ -7,14 +7,13 @@
 namespace vsccam {
 
 constinit const SonySensor kS450Sensor = {
-    .budget = {.usb2Host = 43'272, .usb3Host = 190'906},
+    .common = {.budget = {.usb2Host = 43'272, .usb3Host = 190'906},
+               .lowestClockKHz = 9'281,
+               .initialLine = {.clockKHz = 9'281, .length = 292}},
     .normal = {.kHz = 18'562, .rateCode = 0x01, .shortestLine = 292},
     .highSpeed = {.kHz = 37'124, .rateCode = 0x00, .shortestLine = 249},
     .hardwareBin = {.kHz = 9'281, .rateCode = 0x00, .shortestLine = 145},
     .other = {.kHz = 0, .rateCode = 0x02, .shortestLine = 292},
-    .lowestClockKHz = 9'281,
-    .initialLine = {.clockKHz = 9'281, .length = 292},
-    .offsets = {},
     .powerUp = kNeutralPowerUp,
 };
 

@@ -24,14 +24,13 @@ constexpr RegisterWrite kPowerUp[] = {
 static_assert(std::size(kPowerUp) == 47); // a lost row is found here, not at the telescope
 
 constexpr SonySensor kSensor = {
-    .budget = {.usb2Host = 43'272, .usb3Host = 360'715},
+    .common = {.budget = {.usb2Host = 43'272, .usb3Host = 360'715},
+               .lowestClockKHz = 9'281,
+               .initialLine = {.clockKHz = 9'281, .length = 203}},
     .normal = {.kHz = 18'562, .rateCode = 0x01, .shortestLine = 203},
     .highSpeed = {.kHz = 37'124, .rateCode = 0x00, .shortestLine = 196},
     .hardwareBin = {.kHz = 9'281, .rateCode = 0x00, .shortestLine = 145},
     .other = {.kHz = 0, .rateCode = 0x02, .shortestLine = 203},
-    .lowestClockKHz = 9'281,
-    .initialLine = {.clockKHz = 9'281, .length = 203},
-    .offsets = {},
     .powerUp = kPowerUp,
 };
 

@@ -1,32 +1,23 @@
 #pragma once
 
-#include "core/camera_model.h"
 #include "core/frame_geometry.h"
 #include "models/capture_sensor.h"
 
 #include <cstdint>
 
-/// The arithmetic of the Sony sensors' timing and gain. Lengths of time are computed in single
+/// The arithmetic of the frame timing that FPGA and sensor of the USB 3.0 cameras make: bandwidth
+/// to line length, exposure to frame length and shutter. Lengths of time are computed in single
 /// precision, as the registers have always been.
 namespace vsccam {
 
 /// Lines of a frame beside those of the window.
-struct SonyFrameOffsets {
+struct FrameOffsets {
     int frameTime = 17; // in the frame time and the shutter
     int frameLength = 18;
 };
 
-struct SonyGain {
-    int stored;          // the gain within the model's range
-    bool highConversion; // of the sensor's pixel amplifier
-    uint8_t code;        // of the gain register
-};
-
-/// Gains above 60 use high conversion gain, which counts as 60 by itself; 3 steps per code.
-SonyGain SonyGainFor(int gain, ControlRange range);
-
 /// What the frame timing follows from.
-struct SonyLine {
+struct SensorLine {
     int clockKHz;
     int length; // clocks
 
@@ -38,13 +29,13 @@ struct SonyLine {
 
 /// Frames per second that a share of the bandwidth carries.
 /// @param budget   bandwidth of one per cent, in 10 bytes per second
-float SonyFrameRate(int budget, int percent, Size window, bool is16);
+float FrameRate(int budget, int percent, Size window, bool is16);
 
 /// Line length, in clocks, that keeps to a frame rate; at least `shortest`, at most 65535.
-int SonyLineLength(float framesPerSecond, int clockKHz, int windowHeight, int shortest,
-                   SonyFrameOffsets offsets);
+int LineLength(float framesPerSecond, int clockKHz, int windowHeight, int shortest,
+               FrameOffsets offsets);
 
-struct SonyExposure {
+struct FrameExposure {
     uint32_t vmax; // frame length in lines
     uint32_t ssh1; // line of the shutter
     int frameTimeUs;
@@ -54,14 +45,10 @@ struct SonyExposure {
 
 /// Frame length and shutter for an exposure: within the frame time the shutter moves, beyond it the
 /// frame grows.
-SonyExposure SonyExposureFor(uint32_t exposureUs, SonyLine line, int windowHeight,
-                             SonyFrameOffsets offsets);
+FrameExposure FrameExposureFor(uint32_t exposureUs, SensorLine line, int windowHeight,
+                               FrameOffsets offsets);
 
 /// One sleep for exposures of about a second, steps of 200 ms for longer ones.
-LongExposurePlan SonyLongExposurePlan(uint32_t exposureUs);
-
-/// Temperature in degrees Celsius from the two bytes of the camera's thermometer: 12 bits, two's
-/// complement, sixteenths of a degree.
-float SonyTemperature(uint8_t low, uint8_t high);
+LongExposurePlan GatedExposurePlan(uint32_t exposureUs);
 
 } // namespace vsccam

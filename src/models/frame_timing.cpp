@@ -1,32 +1,22 @@
-#include "models/sony/sony_timing.h"
+#include "models/frame_timing.h"
 
 #include <algorithm>
 
 namespace vsccam {
 
 namespace {
-constexpr int kHighConversionAbove = 60;
-constexpr int kStepsPerCode = 3;
 constexpr uint32_t kLongestFrame = 0xFFFFFF; // lines, three registers
 constexpr float kLongestLine = 65535.0F;     // clocks, two registers
 } // namespace
 
-SonyGain SonyGainFor(int gain, ControlRange range)
-{
-    const int stored = std::clamp(gain, range.min, range.max);
-    const bool high = stored > kHighConversionAbove;
-    const int steps = high ? stored - kHighConversionAbove : stored;
-    return {stored, high, static_cast<uint8_t>(steps / kStepsPerCode)};
-}
-
-float SonyFrameRate(int budget, int percent, Size window, bool is16)
+float FrameRate(int budget, int percent, Size window, bool is16)
 {
     return static_cast<float>(budget * percent * 10) / (is16 ? 2.0F : 1.0F) /
            static_cast<float>(window.height) / static_cast<float>(window.width);
 }
 
-int SonyLineLength(float framesPerSecond, int clockKHz, int windowHeight, int shortest,
-                   SonyFrameOffsets offsets)
+int LineLength(float framesPerSecond, int clockKHz, int windowHeight, int shortest,
+               FrameOffsets offsets)
 {
     const float lineTimeUs =
         1'000'000.0F / framesPerSecond / static_cast<float>(windowHeight + offsets.frameLength);
@@ -34,8 +24,8 @@ int SonyLineLength(float framesPerSecond, int clockKHz, int windowHeight, int sh
     return static_cast<int>(std::clamp(length, static_cast<float>(shortest), kLongestLine));
 }
 
-SonyExposure SonyExposureFor(uint32_t exposureUs, SonyLine line, int windowHeight,
-                             SonyFrameOffsets offsets)
+FrameExposure FrameExposureFor(uint32_t exposureUs, SensorLine line, int windowHeight,
+                               FrameOffsets offsets)
 {
     const float lineTimeUs = line.TimeUs();
     const int frameLines = windowHeight + offsets.frameTime;
@@ -49,7 +39,7 @@ SonyExposure SonyExposureFor(uint32_t exposureUs, SonyLine line, int windowHeigh
             std::min(shutter, inFrame - 1), frameTimeUs};
 }
 
-LongExposurePlan SonyLongExposurePlan(uint32_t exposureUs)
+LongExposurePlan GatedExposurePlan(uint32_t exposureUs)
 {
     using namespace std::chrono_literals;
     constexpr uint32_t kOneSleepUpToUs = 1'000'999;
@@ -62,12 +52,6 @@ LongExposurePlan SonyLongExposurePlan(uint32_t exposureUs)
         plan.steps = static_cast<int>(exposureUs / kStepUs);
     }
     return plan;
-}
-
-float SonyTemperature(uint8_t low, uint8_t high)
-{
-    const int raw = high * 16 + (low >> 4);
-    return static_cast<float>(raw < 2048 ? raw : raw - 4096) * 0.0625F;
 }
 
 } // namespace vsccam

@@ -1,31 +1,13 @@
-#include "models/sony/sony_timing.h"
+#include "models/frame_timing.h"
 
 #include <gtest/gtest.h>
 
 namespace vsccam {
 namespace {
 
-constexpr ControlRange kGain{.min = 0, .max = 600, .initial = 200};
 constexpr Size kFull{1936, 1096};
 
-TEST(SonyTiming, SwitchesToHighConversionGainAboveSixtyAndClampsAtBothEnds)
-{
-    const struct {
-        int gain;
-        SonyGain expected;
-    } cases[] = {{-1, {0, false, 0}},     {0, {0, false, 0}},     {60, {60, false, 20}},
-                 {61, {61, true, 0}},     {63, {63, true, 1}},    {200, {200, true, 46}},
-                 {600, {600, true, 180}}, {601, {600, true, 180}}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.gain);
-        const SonyGain g = SonyGainFor(c.gain, kGain);
-        EXPECT_EQ(g.stored, c.expected.stored);
-        EXPECT_EQ(g.highConversion, c.expected.highConversion);
-        EXPECT_EQ(g.code, c.expected.code);
-    }
-}
-
-TEST(SonyTiming, LineLengthKeepsToTheBudgetAndToTheClocksShortestLine)
+TEST(FrameTiming, LineLengthKeepsToTheBudgetAndToTheClocksShortestLine)
 {
     const struct {
         int budget, percent;
@@ -41,15 +23,15 @@ TEST(SonyTiming, LineLengthKeepsToTheBudgetAndToTheClocksShortestLine)
                  {43'272, 40, kFull, true, 18'562, 203, 4'085},
                  {0, 100, kFull, false, 18'562, 203, 65'535}}; // not initialised
     for (const auto &c : cases) {
-        const float fps = SonyFrameRate(c.budget, c.percent, c.window, c.is16);
-        EXPECT_EQ(SonyLineLength(fps, c.clockKHz, c.window.height, c.shortest, {}), c.expected)
+        const float fps = FrameRate(c.budget, c.percent, c.window, c.is16);
+        EXPECT_EQ(LineLength(fps, c.clockKHz, c.window.height, c.shortest, {}), c.expected)
             << c.budget << " " << c.percent << " %";
     }
 }
 
-TEST(SonyTiming, ShutterMovesWithinTheFrameAndTheFrameGrowsBeyondIt)
+TEST(FrameTiming, ShutterMovesWithinTheFrameAndTheFrameGrowsBeyondIt)
 {
-    constexpr SonyLine kLine{.clockKHz = 18'562, .length = 203}; // 10.936 us, frame 12,172 us
+    constexpr SensorLine kLine{.clockKHz = 18'562, .length = 203}; // 10.936 us, frame 12,172 us
     const struct {
         uint32_t exposureUs, vmax, ssh1;
     } cases[] = {
@@ -57,20 +39,20 @@ TEST(SonyTiming, ShutterMovesWithinTheFrameAndTheFrameGrowsBeyondIt)
         {20'000, 1829, 1}, {999'999, 91'439, 1}, {2'000'000'000, 0xFFFFFF, 1}};
     for (const auto &c : cases) {
         SCOPED_TRACE(c.exposureUs);
-        const SonyExposure exposure = SonyExposureFor(c.exposureUs, kLine, 1096, {});
+        const FrameExposure exposure = FrameExposureFor(c.exposureUs, kLine, 1096, {});
         EXPECT_EQ(exposure.vmax, c.vmax);
         EXPECT_EQ(exposure.ssh1, c.ssh1);
         EXPECT_EQ(exposure.frameTimeUs, 12'172);
     }
 }
 
-TEST(SonyTiming, ShutterStaysInsideEveryFrameForAnyExposureAndWindow)
+TEST(FrameTiming, ShutterStaysInsideEveryFrameForAnyExposureAndWindow)
 {
     for (int height = 2; height <= 1096; height += 62) {
-        for (const SonyLine line : {SonyLine{9'281, 145}, {18'562, 65'535}, {37'124, 196}}) {
+        for (const SensorLine line : {SensorLine{9'281, 145}, {18'562, 65'535}, {37'124, 196}}) {
             for (uint64_t exposureUs = 32; exposureUs <= 2'000'000'000; exposureUs *= 3) {
-                const SonyExposure e =
-                    SonyExposureFor(static_cast<uint32_t>(exposureUs), line, height, {});
+                const FrameExposure e =
+                    FrameExposureFor(static_cast<uint32_t>(exposureUs), line, height, {});
                 ASSERT_GE(e.ssh1, 1U);
                 ASSERT_GE(e.vmax, e.ssh1 + 2) << height << " " << exposureUs;
                 ASSERT_LE(e.vmax, 0xFFFFFFU);
@@ -79,7 +61,7 @@ TEST(SonyTiming, ShutterStaysInsideEveryFrameForAnyExposureAndWindow)
     }
 }
 
-TEST(SonyTiming, LongExposuresAreSleptWholeUpToASecondAndThenInSteps)
+TEST(FrameTiming, LongExposuresAreSleptWholeUpToASecondAndThenInSteps)
 {
     const struct {
         uint32_t exposureUs;
@@ -90,21 +72,10 @@ TEST(SonyTiming, LongExposuresAreSleptWholeUpToASecondAndThenInSteps)
                  {1'300'000, 200, 6},
                  {2'000'000'000, 200, 10'000}};
     for (const auto &c : cases) {
-        const LongExposurePlan plan = SonyLongExposurePlan(c.exposureUs);
+        const LongExposurePlan plan = GatedExposurePlan(c.exposureUs);
         EXPECT_EQ(plan.step.count(), c.stepMs) << c.exposureUs;
         EXPECT_EQ(plan.steps, c.steps) << c.exposureUs;
     }
-}
-
-TEST(SonyTiming, TemperatureIsTwelveBitsTwosComplementInSixteenths)
-{
-    const struct {
-        uint8_t low, high;
-        float celsius;
-    } cases[] = {{0x00, 0x19, 25.0F},    {0x10, 0x00, 0.0625F}, {0xF0, 0x7F, 127.9375F},
-                 {0xF0, 0xFF, -0.0625F}, {0x00, 0xF6, -10.0F},  {0x00, 0x80, -128.0F}};
-    for (const auto &c : cases)
-        EXPECT_FLOAT_EQ(SonyTemperature(c.low, c.high), c.celsius);
 }
 
 } // namespace

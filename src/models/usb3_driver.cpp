@@ -1,0 +1,318 @@
+#include "models/usb3_driver.h"
+
+#include "base/debug_print.h"
+#include "models/register_holds.h"
+#include "models/register_list.h"
+#include "models/thermometer.h"
+#include "models/usb3_capture_worker.h"
+#include "usb/requests.h"
+
+#include <algorithm>
+#include <mutex>
+
+namespace vsccam {
+
+namespace {
+
+constexpr int kLongExposureFromUs = 1'000'000;
+constexpr int kFpsFiguresBelowUs = 100'000;
+
+} // namespace
+
+template <class Base>
+Usb3Driver<Base>::Usb3Driver(const CameraModel &model, const Usb3Traits &traits)
+    : Base(model), m_traits(traits)
+{
+    OutputDbgPrint("CCAMERA::CCAMERA()\n");
+    m_timing.line = traits.initialLine;
+    m_timing.shortestLine = traits.initialLine.length;
+    (void)Usb3Driver::SetRGBBalance(model.whiteBalance.red, model.whiteBalance.blue, false);
+}
+
+template <class Base> bool Usb3Driver<Base>::InitCamera()
+{
+    if (!this->IsOpened())
+        return false;
+    {
+        const std::lock_guard lock(m_settingsSection);
+        IdentifyCamera();
+        PowerUp();
+        if (m_usb3Host)
+            m_bandwidth = m_traits.bandwidthOnUsb3Host;
+        this->SetGamma(m_gamma);
+        this->SetRGBBalance(m_red, m_blue, m_whiteBalanceAuto);
+        this->SetBrightness(m_brightness);
+        if (m_bandwidthAuto)
+            m_bandwidth = AutoBandwidth();
+        SetCMOSClk();
+        LoadReadoutMode();
+        this->SetGain(m_gain, m_gainAuto);
+        this->SetExp(m_exposureUs, m_exposureAuto);
+        FinishSettings();
+    }
+    this->OnInitialised();
+    return true;
+}
+
+template <class Base> void Usb3Driver<Base>::IdentifyCamera()
+{
+    m_usb3Host = this->IsUSB3Host();
+    OutputDbgPrint(m_usb3Host ? "***********USB3.0 Host***********\n"
+                              : "***********USB2.0 Host***********\n");
+    this->SetHPCStates(true);
+    uint8_t version = 0;
+    uint8_t sub[4] = {};
+    (void)this->GetFirmwareVer(&version); // for the debug output only
+    (void)this->GetFPGAVer(&version, sub);
+}
+
+template <class Base> bool Usb3Driver<Base>::RestoreSettings()
+{
+    if (!this->IsOpened())
+        return false;
+    const std::lock_guard lock(m_settingsSection);
+    IdentifyCamera();
+    PowerUp();
+    this->SetBrightness(m_brightness);
+    this->SetGain(m_gain, m_gainAuto);
+    SetOutput16Bits(m_output16Bits);
+    LoadReadoutMode();
+    Cam_SetResolution();
+    this->SetStartPos(m_startX, m_startY);
+    SetCMOSClk();
+    this->SetFPSPerc(m_bandwidth, m_bandwidthAuto); // and the exposure with it
+    this->OnReconnected();
+    return true;
+}
+
+template <class Base>
+bool Usb3Driver<Base>::SetResolution(int width, int height, int bin, IMAGE_TYPE type)
+{
+    const Size sensor{m_model.sensorWidth, m_model.sensorHeight};
+    if (!RegionFits(width, height, bin, sensor) || type < kByteImage || type > kRaw16)
+        return false;
+    const CapturePause pause(*this); // no frame mixes two sizes
+    const std::lock_guard lock(m_settingsSection);
+    PrepareFormat(bin, type);
+    m_width = width;
+    m_imageType = type;
+    m_bin = bin;
+    m_height = height;
+    m_startX = (sensor.width - width * bin) >> 1;
+    m_startY = (sensor.height - height * bin) >> 1;
+    this->SetStartPos(m_startX, m_startY);
+    SetOutput16Bits(Is16Bit(type));
+    Cam_SetResolution();
+    ReapplyTiming();
+    FinishSettings();
+    return true;
+}
+
+template <class Base> void Usb3Driver<Base>::ReapplyTiming()
+{
+    SetCMOSClk();
+    this->SetFPSPerc(m_bandwidth, m_bandwidthAuto);
+    this->SetExp(m_exposureUs, m_exposureAuto);
+}
+
+template <class Base> void Usb3Driver<Base>::StoreStartPos(int x, int y)
+{
+    const int stepX = m_bin == 3 ? m_traits.startXStepAtBin3 : m_traits.startXStep;
+    m_startX = RegionStart(x, stepX, m_width * m_bin, m_model.sensorWidth);
+    m_startY = RegionStart(y, 2, m_height * m_bin, m_model.sensorHeight);
+}
+
+template <class Base> void Usb3Driver<Base>::SetOutput16Bits(bool on)
+{
+    m_output16Bits = on;
+    m_timing.budget = m_usb3Host ? m_traits.budget.usb3Host : m_traits.budget.usb2Host;
+}
+
+template <class Base> bool Usb3Driver<Base>::SetHardwareBin(bool on)
+{
+    if (!m_model.hasHardwareBin)
+        return Base::SetHardwareBin(on);
+    const bool changes = m_hardwareBin != on;
+    m_hardwareBin = on;
+    if (m_bin == 1)
+        return true;
+    if (changes) {
+        const std::lock_guard lock(m_settingsSection);
+        LoadReadoutMode();
+    }
+    const CapturePause pause(*this);
+    const int x = m_startX; // the region is centred when its size is set
+    const int y = m_startY;
+    (void)SetResolution(m_width, m_height, m_bin, this->ImageType()); // accepted before
+    return this->SetStartPos(x, y);
+}
+
+template <class Base> bool Usb3Driver<Base>::SetCMOSClk(int clockKHz)
+{
+    if (!this->IsOpened())
+        return false;
+    OutputDbgPrint("set clk %d M!\n", clockKHz);
+    SelectClock(clockKHz);
+    m_timing.line.clockKHz = clockKHz;
+    return true;
+}
+
+template <class Base> bool Usb3Driver<Base>::SetFPSPerc(int percent, bool bAuto)
+{
+    const std::lock_guard lock(m_settingsSection);
+    SensorLine &line = m_timing.line;
+    if (line.clockKHz < m_traits.lowestClockKHz)
+        return false;
+    const bool switchesToAuto = bAuto && !m_bandwidthAuto;
+    m_bandwidth = switchesToAuto
+                      ? AutoBandwidth()
+                      : std::clamp(percent, m_model.bandwidth.min, m_model.bandwidth.max);
+    const Size window = ReadoutSize();
+    const float fps = FrameRate(m_timing.budget, m_bandwidth, window, m_output16Bits);
+    m_bandwidthAuto = bAuto;
+    line.length =
+        LineLength(fps, line.clockKHz, window.height, m_timing.shortestLine, m_traits.offsets);
+    {
+        const FpgaHold hold(*this);
+        WriteFpga16(fpga::kLineLength, line.length);
+    }
+    const double megabytes = static_cast<double>(window.width) * window.height *
+                             (m_output16Bits ? 2 : 1) * static_cast<double>(fps) / 1e6;
+    // Quirk, kept: the line length is printed as "pkg", and 0 in the place of "1H".
+    OutputDbgPrint("clk:%d fps:%2.2f size:%2.2f 1H:%dp value:%d pkg:%d \n", line.clockKHz,
+                   static_cast<double>(fps), megabytes, 0, static_cast<int>(m_bandwidth),
+                   line.length);
+    this->SetExp(m_exposureUs, m_exposureAuto);
+    CalcMaxFPS();
+    return true;
+}
+
+template <class Base> bool Usb3Driver<Base>::GetFPSPerc(int *percent, bool *pbAuto)
+{
+    *percent = m_bandwidth;
+    *pbAuto = m_bandwidthAuto;
+    return true;
+}
+
+template <class Base> bool Usb3Driver<Base>::SetRGBBalance(int red, int blue, bool bAuto)
+{
+    if (!m_model.colour)
+        return true;
+    const WhiteBalanceRange &range = m_model.whiteBalance;
+    m_red = std::clamp(red, range.min, range.max);
+    m_blue = std::clamp(blue, range.min, range.max);
+    m_whiteBalanceAuto = bAuto;
+    return true;
+}
+
+template <class Base> bool Usb3Driver<Base>::SetExp(unsigned long long microseconds, bool bAuto)
+{
+    const std::lock_guard lock(m_settingsSection);
+    m_exposureAuto = bAuto;
+    m_exposureUs = static_cast<uint32_t>(std::clamp<unsigned long long>(
+        microseconds, static_cast<unsigned long long>(m_model.exposureUs.min),
+        static_cast<unsigned long long>(m_model.exposureUs.max)));
+    SelectLongExposure(m_exposureUs >= kLongExposureFromUs);
+
+    const SensorLine line = m_timing.line;
+    const FrameExposure exposure =
+        FrameExposureFor(m_exposureUs, line, ReadoutSize().height, m_traits.offsets);
+    m_frameTimeUs = exposure.frameTimeUs;
+    m_timing.exposureLines = exposure.Lines();
+    OutputDbgPrint("VMAX:0x%x SSH1:0X%x %2.2fus 1f:%d mode:%d timeus:%d\n", exposure.vmax,
+                   exposure.ssh1, static_cast<double>(line.TimeUs()), exposure.frameTimeUs,
+                   m_longExposure ? 1 : 0, static_cast<int>(m_exposureUs));
+    ProgramExposure(exposure);
+    return true;
+}
+
+template <class Base> void Usb3Driver<Base>::SelectLongExposure(bool on)
+{
+    if (on == m_longExposure)
+        return;
+    m_longExposure = on;
+    RunFpga();
+    if (!on)
+        SetCMOSClk();
+    OutputDbgPrint(on ? "-----Enter long exp mode\n" : "-----Exit long exp mode\n");
+}
+
+template <class Base> void Usb3Driver<Base>::CalcMaxFPS()
+{
+    if (m_exposureUs >= kFpsFiguresBelowUs || m_frameTimeUs <= 0)
+        return;
+    const Size window = ReadoutSize();
+    const double fps = 1e6 / m_frameTimeUs;
+    const double megabytesPerS = fps * window.width * window.height / 1e6;
+    OutputDbgPrint("calc fps: clk:%d data:%2.1f fps:%2.1f pkg:%d \n", m_timing.line.clockKHz,
+                   megabytesPerS, fps, m_timing.line.length);
+}
+
+template <class Base> float Usb3Driver<Base>::GetSensorTemp()
+{
+    if (m_traits.thermistor)
+        return this->GetADTemp();
+    uint8_t bytes[2] = {};
+    const bool ok = SendCMD(request::kSensorTemperature, 0, 0, true, bytes, sizeof bytes);
+    const float celsius = ThermometerTemperature(bytes[0], bytes[1]);
+    if (ok && celsius != 0.0F) // 0 is what a sensor without an answer gives
+        m_temperatureC = celsius;
+    return m_temperatureC;
+}
+
+template <class Base> bool Usb3Driver<Base>::StartCapture(bool bSingleExposure)
+{
+    return this->StartWorker(bSingleExposure, [this] { Usb3CaptureWorker(*this, *this).Run(); });
+}
+
+template <class Base> LongExposurePlan Usb3Driver<Base>::PlanLongExposure(uint32_t exposureUs) const
+{
+    return GatedExposurePlan(exposureUs);
+}
+
+template <class Base> void Usb3Driver<Base>::OpenExposureGate()
+{
+    WriteFPGAREG(fpga::kExposureGate, 1);
+}
+
+template <class Base> void Usb3Driver<Base>::CloseExposureGate()
+{
+    WriteFPGAREG(fpga::kExposureGate, 0);
+}
+
+template <class Base> void Usb3Driver<Base>::SetUpFpga()
+{
+    WriteFPGAREG(fpga::kBitDepth, 0x01);
+    const FpgaHold hold(*this);
+    for (uint16_t reg = fpga::kReg12; reg <= fpga::kReg15; ++reg)
+        WriteFPGAREG(reg, 0x80);
+}
+
+template <class Base> void Usb3Driver<Base>::RunFpga()
+{
+    const uint16_t code = FpgaRunCode();
+    WriteFPGAREG(fpga::kMode, m_longExposure ? code | fpga::kLongExposure : code);
+}
+
+template <class Base> void Usb3Driver<Base>::StopFpga()
+{
+    WriteFPGAREG(fpga::kMode, m_longExposure ? fpga::kStop | fpga::kLongExposure : fpga::kStop);
+}
+
+template <class Base> void Usb3Driver<Base>::WriteFpga16(uint16_t reg, int value)
+{
+    WriteFPGAREG(reg, ByteOf(value, 0));
+    WriteFPGAREG(reg + 1, ByteOf(value, 1));
+}
+
+template <class Base> void Usb3Driver<Base>::WriteFrameLength(const FrameExposure &exposure)
+{
+    const FpgaHold hold(*this);
+    for (uint16_t i = 0; i < 3; ++i)
+        WriteFPGAREG(fpga::kFrameLength + i, ByteOf(static_cast<int>(exposure.vmax), i));
+}
+
+template class Usb3Driver<CCameraBase>;
+template class Usb3Driver<CCameraCool>;
+
+} // namespace vsccam

@@ -1,0 +1,122 @@
+#pragma once
+
+#include "cooling/camera_cool.h"
+#include "core/camera_base.h"
+#include "models/capture_sensor.h"
+#include "models/fpga_registers.h"
+#include "models/frame_timing.h"
+
+#include <type_traits>
+
+namespace vsccam {
+
+/// What the driver of a USB 3.0 camera has to know of a model, whatever the sensor's family.
+struct Usb3Traits {
+    struct {
+        int usb2Host;
+        int usb3Host;
+    } budget;           // bandwidth of one per cent, in 10 bytes per second
+    int lowestClockKHz; // below it there is no frame timing
+    SensorLine initialLine;
+    FrameOffsets offsets{};
+    int startXStep = 4; // unbinned pixels
+    int startXStepAtBin3 = 4;
+    int bandwidthOnUsb3Host = 100; // per cent, set when the camera is initialised
+    bool thermistor = false;       // on the board, in place of the sensor's own thermometer
+};
+
+/// What the drivers of all USB 3.0 cameras do alike: the FPGA makes the frame timing (line and
+/// frame length), the sensor holds the shutter; every change of format, binning, read-out speed or
+/// bandwidth goes through clock, line length and exposure again, so that they always match. A
+/// sensor family fills in how its registers are written.
+///
+/// Base is CCameraBase, or a class between it and the family such as CCameraCool. Families override
+/// privately; everything below that they override is called with m_settingsSection held.
+template <class Base> class Usb3Driver : public Base, protected CaptureSensor {
+  public:
+    Usb3Driver(const CameraModel &model, const Usb3Traits &traits);
+
+    bool InitCamera() override;
+    bool SetResolution(int width, int height, int bin, IMAGE_TYPE type) override;
+    bool SetHardwareBin(bool on) override;
+    bool SetFPSPerc(int percent, bool bAuto) override;
+    bool GetFPSPerc(int *percent, bool *pbAuto) override;
+    bool SetRGBBalance(int red, int blue, bool bAuto) override;
+    bool SetExp(unsigned long long microseconds, bool bAuto) override;
+    float GetSensorTemp() override;
+    bool StartCapture(bool bSingleExposure) override;
+
+  protected:
+    using Base::m_bandwidth, Base::m_bandwidthAuto, Base::m_bin, Base::m_brightness,
+        Base::m_exposureAuto, Base::m_exposureUs, Base::m_frameTimeUs, Base::m_gain,
+        Base::m_gainAuto, Base::m_gamma, Base::m_hardwareBin, Base::m_height, Base::m_highSpeed,
+        Base::m_imageType, Base::m_longExposure, Base::m_model, Base::m_output16Bits, Base::m_red,
+        Base::m_blue, Base::m_settingsSection, Base::m_startX, Base::m_startY, Base::m_temperatureC,
+        Base::m_usb3Host, Base::m_whiteBalanceAuto, Base::m_width;
+    using Base::ReadoutSize, Base::SendCMD, Base::WriteFPGAREG;
+    using typename Base::CapturePause;
+
+    /// Sensor and FPGA after power-on: what does not depend on what the host has set.
+    virtual void PowerUp() = 0;
+    /// Region and size of the read-out as they are set.
+    virtual void Cam_SetResolution() = 0;
+    /// Frame length and shutter.
+    virtual void ProgramExposure(const FrameExposure &exposure) = 0;
+
+    /// Of the read-out as it is set.
+    virtual int ReadoutClockKHz() { return m_traits.initialLine.clockKHz; }
+    virtual void SelectClock(int /*clockKHz*/) {}
+    /// Stores the flag; families add what the registers want.
+    virtual void SetOutput16Bits(bool on);
+    /// Loads the sensor's read-out mode, for sensors that have several: at the start and when the
+    /// hardware-bin flag has changed.
+    virtual void LoadReadoutMode() {}
+    /// Before a binning and a format are stored, and after everything was programmed for them.
+    virtual void PrepareFormat(int /*bin*/, IMAGE_TYPE /*type*/) {}
+    virtual void FinishSettings() {}
+    /// Code of the FPGA's mode register that lets it run; long exposures add theirs.
+    virtual uint16_t FpgaRunCode() { return fpga::kRun; }
+
+    LongExposurePlan PlanLongExposure(uint32_t exposureUs) const override;
+    void OpenExposureGate() override;
+    void CloseExposureGate() override;
+    bool RestoreSettings() override;
+
+    /// Host port, hot-pixel table and versions: the first requests of every initialisation.
+    void IdentifyCamera();
+    bool SetCMOSClk(int clockKHz);
+    bool SetCMOSClk() { return SetCMOSClk(ReadoutClockKHz()); }
+    /// Aligns a start position and keeps it inside the sensor.
+    void StoreStartPos(int x, int y);
+    /// What the FPGA gets after its reset.
+    void SetUpFpga();
+    void RunFpga();
+    void StopFpga();
+    void WriteFpga16(uint16_t reg, int value);
+    void WriteFrameLength(const FrameExposure &exposure);
+
+    // The state that the families share. Plain values: the object is destroyed as a CCameraBase.
+    // Guarded by m_settingsSection.
+    struct Timing {
+        SensorLine line;
+        int shortestLine = 0;
+        int budget = 0;
+        uint32_t exposureLines = 0;
+    };
+    static_assert(std::is_trivially_destructible_v<Timing>);
+
+    Timing m_timing;
+
+  private:
+    int AutoBandwidth() const { return m_usb3Host ? 100 : 80; }
+    void ReapplyTiming();
+    void SelectLongExposure(bool on);
+    void CalcMaxFPS();
+
+    const Usb3Traits &m_traits;
+};
+
+extern template class Usb3Driver<CCameraBase>;
+extern template class Usb3Driver<CCameraCool>;
+
+} // namespace vsccam
