@@ -125,7 +125,6 @@ template <class Base> void Usb3Driver<Base>::StoreStartPos(int x, int y)
 template <class Base> void Usb3Driver<Base>::SetOutput16Bits(bool on)
 {
     m_output16Bits = on;
-    m_timing.budget = m_usb3Host ? m_traits.budget.usb3Host : m_traits.budget.usb2Host;
 }
 
 template <class Base> bool Usb3Driver<Base>::SetHardwareBin(bool on)
@@ -168,7 +167,7 @@ template <class Base> bool Usb3Driver<Base>::SetFPSPerc(int percent, bool bAuto)
                       ? AutoBandwidth()
                       : std::clamp(percent, m_model.bandwidth.min, m_model.bandwidth.max);
     const Size window = ReadoutSize();
-    const float fps = FrameRate(m_timing.budget, m_bandwidth, window, m_output16Bits);
+    const float fps = FrameRate(Budget(), m_bandwidth, window, m_output16Bits);
     m_bandwidthAuto = bAuto;
     line.length =
         LineLength(fps, line.clockKHz, window.height, m_timing.shortestLine, m_traits.offsets);

@@ -100,7 +100,6 @@ template <class Base> class Usb3Driver : public Base, protected CaptureSensor {
     struct Timing {
         SensorLine line;
         int shortestLine = 0;
-        int budget = 0;
         uint32_t exposureLines = 0;
     };
     static_assert(std::is_trivially_destructible_v<Timing>);
@@ -109,6 +108,7 @@ template <class Base> class Usb3Driver : public Base, protected CaptureSensor {
 
   private:
     int AutoBandwidth() const { return m_usb3Host ? 100 : 80; }
+    int Budget() const { return m_usb3Host ? m_traits.budget.usb3Host : m_traits.budget.usb2Host; }
     void ReapplyTiming();
     void SelectLongExposure(bool on);
     void CalcMaxFPS();
