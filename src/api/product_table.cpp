@@ -1,5 +1,6 @@
 #include "api/product_table.h"
 
+#include "models/python/s048.h"
 #include "models/sony/s065.h"
 #include "models/sony/s083.h"
 #include "models/sony/s372.h"
@@ -65,8 +66,8 @@ constexpr Product kProducts[] = {
     {0x470B, "CCameraS470MM", "KYR VSC470MM", Create<CCameraS470MM>},
     {0x2800, "CCameraS2800MC", "KYR VSC2800MC", nullptr},
     {0x2801, "CCameraS2800MC_C", "KYR VSC2800MC-Cool", nullptr},
-    {0x048A, "CCameraS048MC", "KYR VSC048MC", nullptr},
-    {0x048B, "CCameraS048MM", "KYR VSC048MM", nullptr},
+    {0x048A, "CCameraS048MC", "KYR VSC048MC", Create<CCameraS048MC>},
+    {0x048B, "CCameraS048MM", "KYR VSC048MM", Create<CCameraS048MM>},
     {0x430C, "CCameraS430MM", "KYR VSC430MM", Create<CCameraS430MM>},
     {0x430D, "CCameraS430MM_C", "KYR VSC430MM-Cool", Create<CCameraS430MM_C>},
     {0x2802, "CCameraS2800MM", "KYR VSC2800MM", nullptr},

@@ -67,6 +67,10 @@ constexpr Sensor k065 = {7376, 4928, 5.97, 0, 4, 1, 1.0F, {10, 21, 300, 50}, {0,
                          {43'272, 333'333, {20'250, 20'250, 0}, {}}};
 constexpr Sensor k385 = {6032, 4032, 5.97, 0, 4, 1, 1.0F, {10, 21, 300, 50}, {0, 600, 200}, {0, 1024, 5},
                          {43'272, 333'333, {20'250, 20'250, 0}, {}}};
+constexpr Sensor k048MC = {640, 480, 3.75, 0, 1, 1, 0.0F, kNoFigures, {0, 600, 200}, {0, 240, 1},
+                           {43'272, 140'000, {72'000, 72'000, 0}, {}}};
+constexpr Sensor k048MM = {640, 480, 4.8, 0, 1, 1, 0.0F, kNoFigures, {0, 100, 50}, {0, 240, 1},
+                           {43'272, 140'000, {72'000, 72'000, 0}, {}}};
 // clang-format on
 
 constexpr Range kLong = {32, 2'000'000'000, 10'000};
@@ -88,6 +92,8 @@ struct Sheet {
 };
 
 constexpr Sheet kSheets[] = {
+    {"VSC048MC", 0x048A, k048MC, true, false, {16, 64'000, 10'000}},
+    {"VSC048MM", 0x048B, k048MM, false, false, {16, 64'000, 10'000}},
     {"VSC450MC", 0x450A, k450, true, false, kLong},
     {"VSC450MC-Cool", 0x450B, k450, true, true, kLong},
     {"VSC460MC", 0x460A, k460, true, false, kLong},
@@ -299,7 +305,7 @@ TEST_F(ModelsTest, EachModelDeliversThePatternInEveryFormatAndBinning)
                                       .height = 120,
                                       .bin = readout.bin,
                                       .type = type,
-                                      .startX = 20,
+                                      .startX = 16,
                                       .startY = 10,
                                       .bayer = sheet.sensor.bayer,
                                       .sensorBins = readout.sensorBins};

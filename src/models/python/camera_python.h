@@ -1,0 +1,48 @@
+#pragma once
+
+#include "models/python/python_sequences.h"
+#include "models/usb3_driver.h"
+
+namespace vsccam {
+
+/// The cameras with a PYTHON sensor, USB 3.0. The sensor counts exposures by itself and reads out
+/// by a program in its sequencer, of which there are two: with the usual overhead of each row, and
+/// for high speed without. The FPGA makes the frame timing as for the other USB 3.0 cameras.
+class CCameraPython : public Usb3Driver<CCameraBase> {
+  public:
+    explicit CCameraPython(const CameraModel &model);
+
+    bool SetStartPos(int x, int y) override;
+    bool SetGain(int gain, bool bAuto) override;
+    bool SetBrightness(int brightness) override;
+    /// Needs the bandwidth of a USB 3.0 host; on another the flag is stored, without effect.
+    bool SetHighSpeedMode(bool on) override;
+
+    void SoftReset() { Send(python::kSoftReset); }
+    void EnableClockMngmnt1() { Send(python::kClockManagement1); }
+    void EnableClockMngmnt2() { Send(python::kClockManagement2); }
+    void RequiredUploads() { Send(python::kRequiredUploads); }
+    void SoftPowerUp() { Send(python::kPowerUp); }
+    void SoftPowerDown() { Send(python::kPowerDown); } // stops the sequencer first
+    void InitializeCDSwithNROT();
+    void InitializeCDSwithZROT();
+    void StartPYTHONStreaming();
+    void StopPYTHONStreaming();
+
+  private:
+    void PowerUp() override;
+    void LoadReadoutMode() override;
+    void Cam_SetResolution() override;
+    void SetOutput16Bits(bool on) override;
+    void ProgramExposure(const FrameExposure &exposure) override;
+    void StartSensorStreaming() override;
+    void StopSensorStreaming() override;
+
+    void Send(python::Sequence sequence);
+};
+
+/// Code of the sensor's digital gain: the range of a model spans four doublings, each of them in
+/// equal steps.
+uint16_t PythonGainCode(int gain, ControlRange range);
+
+} // namespace vsccam
