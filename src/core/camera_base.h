@@ -3,8 +3,10 @@
 #include "base/sync.h"
 #include "base/zeroed_buffer.h"
 #include "core/camera_model.h"
+#include "core/dark_frames.h"
 #include "core/frame_geometry.h"
 #include "core/gamma.h"
+#include "core/hot_pixels.h"
 #include "image/algorithm.h"
 #include "image/cir_buf.h"
 #include "usb/camera_fx3.h"
@@ -30,6 +32,14 @@ struct ExposureSetting {
     uint32_t us;
     int frameTimeUs;
     bool timedByHost; // long exposures: the host opens and closes the gate
+};
+
+/// What is corrected in one raw frame, of its size; null: nothing. Patches come after gamma, in
+/// this order.
+struct FrameCorrections {
+    std::shared_ptr<const WorkingDark> dark; // 8-bit frames only
+    std::shared_ptr<const PixelPatches> hotPixels;
+    std::shared_ptr<const PixelPatches> darkPixels;
 };
 
 /// A camera: its settings, its frames, its threads. Sensor families derive from it and program
@@ -97,11 +107,25 @@ class CCameraBase : public CCameraFX3 {
     bool ReadIDFromSPI(CameraId *id);
     bool WriteIDToSPI(const CameraId &id);
 
+    /// Requests a dark frame, made of the next whole frames of 8 bits that are delivered, or
+    /// cancels the request. @return the number of frames, which depends on the exposure
+    int GettingDark(bool on, unsigned long long = 0);
+    bool DarkRequested() const { return m_darkFrames.Requested(); }
+    /// Subtraction of the dark frame; ending it frees the frame.
+    void UsingDark(bool on);
+    /// The dark frame as a bitmap file. Both return 1 on success; 0 and, of loading, further codes
+    /// say what failed.
+    int SaveBMPToFile(const char *path);
+    int LoadBMPFromFile(const char *path);
     /// Hot-pixel correction by the table in the camera's flash.
     void SetHPCStates(bool on);
-    /// Subtraction of a dark frame from a BMP file: 1 on success, other codes say what failed.
-    int LoadBMPFromFile(const char *path);
-    void UsingDark(bool on);
+    bool LoadHPCTable();
+    /// Makes a table of the pixels that are bright in the dark frame, and stores it.
+    bool SaveHPCTable();
+    /// To be called whenever region or binning changed: fit dark frame and hot pixels to the frames
+    /// that follow.
+    void AdjustDarkBuff();
+    void AdjustHPCTable();
 
     /// One step of automatic exposure and gain, and of automatic white balance, on a raw frame that
     /// nobody writes.
@@ -224,7 +248,6 @@ class CCameraBase : public CCameraFX3 {
     Shared<int> m_bandwidth; // per cent
     Shared<bool> m_bandwidthAuto;
     Shared<int> m_overClock;
-    bool m_hotPixelCorrection = false;
 
     // Of cooled models; the thread is started and joined by CCameraCool.
     RunFlag m_coolerRunning;
@@ -239,12 +262,16 @@ class CCameraBase : public CCameraFX3 {
 
   private:
     void SetGainExpFunc();
-    bool LoadHPCTable();
     /// Cameras that mark only the head of a frame: the worker cannot tell whether it is whole.
     bool ReaderChecksFrames() const { return !m_model.usb3Camera; }
     bool TakeFrame(uint8_t *frame, int waitMs);
     bool TakeHeadMarkedFrame(std::span<uint8_t> frame, int waitMs);
     void ProcessFrame(uint8_t *frame, Size readout);
+    FrameRegion RawFrameRegion();
+    FrameCorrections Corrections(Size readout);
+    void DoGetDark(const uint8_t *frame, Size readout);
+    static void SubtractDark(uint8_t *frame, const FrameCorrections &corrections);
+    void HandleHotPixels(uint8_t *frame, const FrameCorrections &corrections);
     void ApplyGamma(uint8_t *frame, Size readout, bool is16);
     void DeliverFrame(uint8_t *frame, uint8_t *buffer);
     bool DeliveredAsRead();
@@ -259,6 +286,9 @@ class CCameraBase : public CCameraFX3 {
     Shared<int> m_autoMaxGain{50};
     Shared<int> m_autoMaxExpS{30};
     Shared<int> m_autoTarget{100};
+
+    DarkFrames m_darkFrames;
+    HotPixels m_hotPixels;
 
     // The pipeline, on the host's thread.
     CAlgorithm m_algorithm;

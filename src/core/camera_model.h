@@ -32,6 +32,7 @@ struct CameraModel {
     bool highByteFirst = false;      // of 16-bit samples on the wire
     std::array<uint8_t, 16> bins{1}; // zero-terminated unless full
     float electronsPerAdu = 0;
+    int adcBits = 12; // of the converter: the upper bits of 16-bit samples
     std::array<int, 4> gainOffset{-1, -1, -1, -1};
 
     ControlRange gain;
@@ -48,6 +49,7 @@ struct CameraModel {
     bool hasHighSpeed = false;
     bool hasAutoBandwidth = false;
 
+    bool hardwareBinSums = false;       // pixels that the sensor bins are added up, not averaged
     bool startCountsFromBottom = false; // Y of the start position of hosts
 };
 

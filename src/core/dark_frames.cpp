@@ -1,14 +1,263 @@
+#include "core/dark_frames.h"
+
 #include "base/debug_print.h"
 #include "core/camera_base.h"
+#include "core/dark_file.h"
 
+#include <algorithm>
+#include <mutex>
+#include <new>
+#include <numeric>
+#include <utility>
+
+// Dark frames: the sensor's fixed pattern, subtracted from 8-bit frames.
 namespace vsccam {
 
-int CCameraBase::LoadBMPFromFile(const char *)
+namespace {
+
+constexpr int kBrightOverMean = 30;
+constexpr int kBrightest = 255;
+constexpr int kSuccess = 1; // of operations that return numbers
+constexpr uint32_t kSubtractedInAutoFromUs = 500'000;
+
+bool IsBright(int value, int mean)
 {
-    OutputDbgPrint("dark frames are not built yet\n");
-    return 0;
+    return value > mean + kBrightOverMean;
 }
 
-void CCameraBase::UsingDark(bool) {}
+int MeanOf(const std::vector<uint8_t> &pixels)
+{
+    const auto sum = std::accumulate(pixels.begin(), pixels.end(), uint64_t{0});
+    return static_cast<int>(sum / std::max<uint64_t>(pixels.size(), 1));
+}
+
+std::vector<uint32_t> BrightPixelsOf(const WorkingDark &dark)
+{
+    std::vector<uint32_t> bright;
+    for (size_t i = 0; i < dark.pixels.size(); ++i)
+        if (IsBright(dark.pixels[i], dark.mean))
+            bright.push_back(static_cast<uint32_t>(i));
+    return bright;
+}
+
+Size SizeOf(const WorkingDark &dark)
+{
+    return dark.size;
+}
+Size SizeOf(const PixelPatches &patches)
+{
+    return {patches.width, patches.height};
+}
+
+} // namespace
+
+int DarkFramesFor(uint32_t exposureUs)
+{
+    constexpr struct {
+        uint32_t belowMs;
+        int frames;
+    } kFrames[] = {{101, 5}, {326, 4}, {551, 3}, {776, 2}};
+    for (const auto [belowMs, frames] : kFrames)
+        if (exposureUs / 1000 < belowMs)
+            return frames;
+    return 1;
+}
+
+void DarkFrames::Disable()
+{
+    m_enabled = false;
+    const std::lock_guard imageLock(m_imageSection);
+    m_image = {};
+    Install(nullptr, nullptr);
+}
+
+void DarkFrames::Request(int frames)
+{
+    const std::lock_guard lock(m_imageSection);
+    m_framesTaken = 0;
+    m_framesWanted = std::max(frames, 1);
+    m_requested = frames > 0;
+}
+
+bool DarkFrames::Add(std::span<const uint8_t> frame)
+{
+    const std::lock_guard lock(m_imageSection);
+    if (m_framesTaken == 0)
+        m_image.assign(frame.size(), 0);
+    std::ranges::transform(m_image, frame, m_image.begin(), [this](uint8_t sum, uint8_t sample) {
+        return static_cast<uint8_t>(std::min(sum + sample / m_framesWanted, kBrightest));
+    });
+    if (++m_framesTaken < m_framesWanted)
+        return false;
+    m_framesTaken = 0;
+    m_requested = false;
+    return true;
+}
+
+void DarkFrames::SetImage(std::vector<uint8_t> image)
+{
+    const std::lock_guard lock(m_imageSection);
+    m_image = std::move(image);
+}
+
+std::vector<uint8_t> DarkFrames::Image()
+{
+    const std::lock_guard lock(m_imageSection);
+    return m_image;
+}
+
+std::vector<uint8_t> DarkFrames::BrightBitmap()
+{
+    const auto working = Working();
+    const int mean = working ? working->mean : 0;
+    const std::lock_guard lock(m_imageSection);
+    std::vector<uint8_t> bitmap(m_image.size() / 8);
+    for (size_t i = 0; i < bitmap.size() * 8; ++i)
+        if (IsBright(m_image[i], mean))
+            bitmap[i / 8] |= static_cast<uint8_t>(1U << (i % 8));
+    return bitmap;
+}
+
+void DarkFrames::Cut(const FrameRegion &region)
+{
+    const std::lock_guard lock(m_imageSection);
+    if (m_image.empty())
+        return;
+    WorkingDark dark{region.frame, 0, CutImage(m_image, region)};
+    dark.mean = MeanOf(dark.pixels);
+    OutputDbgPrint("avarage:%d\n", dark.mean);
+    const std::vector<uint32_t> bright = BrightPixelsOf(dark);
+    OutputDbgPrint("Dead pixel:%d\n", static_cast<int>(bright.size()));
+    Install(std::make_shared<const WorkingDark>(std::move(dark)),
+            std::make_shared<const PixelPatches>(
+                ListPatches(bright, region.frame.width, region.frame.height, region.mosaic ? 2 : 1,
+                            PatchRule::kMeanOfSides)));
+}
+
+void DarkFrames::Install(std::shared_ptr<const WorkingDark> working,
+                         std::shared_ptr<const PixelPatches> bright)
+{
+    const std::lock_guard workingLock(m_workingSection);
+    const std::lock_guard brightLock(m_brightSection);
+    m_working = std::move(working);
+    m_bright = std::move(bright);
+}
+
+std::shared_ptr<const WorkingDark> DarkFrames::Working()
+{
+    const std::lock_guard lock(m_workingSection);
+    return m_working;
+}
+
+std::shared_ptr<const PixelPatches> DarkFrames::BrightPixels()
+{
+    const std::lock_guard lock(m_brightSection);
+    return m_bright;
+}
+
+int CCameraBase::GettingDark(bool on, unsigned long long)
+{
+    const int frames = DarkFramesFor(m_exposureUs);
+    m_darkFrames.Request(on ? frames : 0);
+    return frames;
+}
+
+void CCameraBase::DoGetDark(const uint8_t *frame, Size readout)
+{
+    if (!m_darkFrames.Requested() || readout != m_maxSize)
+        return;
+    const auto pixels = static_cast<size_t>(readout.width) * static_cast<size_t>(readout.height);
+    if (m_darkFrames.Add({frame, pixels}))
+        AdjustDarkBuff();
+}
+
+void CCameraBase::AdjustDarkBuff()
+{
+    try {
+        m_darkFrames.Cut(RawFrameRegion());
+    } catch (const std::bad_alloc &) {
+        OutputDbgPrint("no memory for the dark frame\n");
+        m_darkFrames.Disable();
+    }
+}
+
+void CCameraBase::UsingDark(bool on)
+{
+    if (on)
+        m_darkFrames.Enable();
+    else
+        m_darkFrames.Disable();
+}
+
+int CCameraBase::SaveBMPToFile(const char *path)
+{
+    const std::vector<uint8_t> image = m_darkFrames.Image();
+    if (image.empty() || !CreateBMP(path, m_maxSize, image))
+        return 0;
+    OutputDbgPrint("Save file %s --> succeed!\n", path);
+    return kSuccess;
+}
+
+int CCameraBase::LoadBMPFromFile(const char *path)
+try {
+    const File file = OpenRegularFile(path);
+    if (!file) {
+        UsingDark(false);
+        OutputDbgPrint("Open file %s failed!\n", path);
+        return static_cast<int>(DarkFileResult::kNotFound);
+    }
+    std::vector<uint8_t> image;
+    const DarkFileResult result = ReadDarkFile(file.get(), m_maxSize, &image);
+    if (result == DarkFileResult::kRead) {
+        m_darkFrames.SetImage(std::move(image));
+        AdjustDarkBuff();
+        UsingDark(true);
+        OutputDbgPrint("Open file %s --> succeed!\n", path);
+    }
+    return static_cast<int>(result);
+} catch (const std::bad_alloc &) {
+    return static_cast<int>(DarkFileResult::kUnusable);
+}
+
+FrameRegion CCameraBase::RawFrameRegion()
+{
+    const Size frame = ReadoutSize();
+    FrameRegion region{.sensor = m_maxSize,
+                       .x = m_startX,
+                       .y = m_startY,
+                       .frame = frame,
+                       .binning = m_width * m_bin / frame.width,
+                       .mosaic = m_model.colour,
+                       .sums = m_model.hardwareBinSums};
+    if (m_model.startCountsFromBottom) // for the sensor reads out from there
+        region.y = m_maxSize.height - region.y - frame.height * region.binning;
+    return region;
+}
+
+FrameCorrections CCameraBase::Corrections(Size readout)
+{
+    FrameCorrections corrections;
+    const auto ifItFits = [readout](auto snapshot) {
+        const bool fits = snapshot && SizeOf(*snapshot) == readout;
+        return fits ? snapshot : nullptr;
+    };
+    if (m_darkFrames.Enabled()) {
+        // Auto exposure looks at frames as they come; short ones have little dark current.
+        const bool leftAlone = m_exposureAuto && m_exposureUs < kSubtractedInAutoFromUs;
+        if (!m_output16Bits && !leftAlone)
+            corrections.dark = ifItFits(m_darkFrames.Working());
+        corrections.darkPixels = ifItFits(m_darkFrames.BrightPixels());
+    }
+    if (m_hotPixels.Enabled())
+        corrections.hotPixels = ifItFits(m_hotPixels.Patches());
+    return corrections;
+}
+
+void CCameraBase::SubtractDark(uint8_t *frame, const FrameCorrections &corrections)
+{
+    if (const WorkingDark *dark = corrections.dark.get())
+        CAlgorithm::SubtractDark(frame, dark->size.width, dark->size.height,
+                                 static_cast<unsigned>(dark->mean), dark->pixels.data());
+}
 
 } // namespace vsccam

@@ -1,12 +1,25 @@
 #pragma once
 
+#include "base/debug_print.h"
 #include "usb/camera_fx3.h"
+#include "usb/requests.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <span>
+#include <vector>
 
 namespace vsccam {
 
-/// The flash is reachable only while the controller's data bus is not 32 bits wide.
+/// Use of the SPI flash, which is reachable only while the controller's data bus is not 32 bits
+/// wide.
 class FlashAccess {
   public:
+    static constexpr size_t kPage = 256;
+    static constexpr size_t kChunk = 2048; // longest access
+    static constexpr size_t kSector = 0x10000;
+    static constexpr uint8_t kErased = 0xFF;
+
     explicit FlashAccess(CCameraFX3 &camera) : m_camera(camera)
     {
         (void)m_camera.EnableGPIF32DQ(false);
@@ -14,6 +27,30 @@ class FlashAccess {
     ~FlashAccess() { (void)m_camera.EnableGPIF32DQ(true); }
     FlashAccess(const FlashAccess &) = delete;
     FlashAccess &operator=(const FlashAccess &) = delete;
+
+    // At most one chunk, from the start of a page.
+    bool Read(uint32_t address, std::span<uint8_t> to)
+    {
+        return m_camera.ReadFromSPIFlash(to.data(), static_cast<int>(to.size()), address,
+                                         request::kReadFlash);
+    }
+    /// Writes and reads back. @return whether the first `compared` bytes came back
+    bool WriteAndCompare(uint32_t address, std::span<const uint8_t> from, size_t compared)
+    {
+        std::vector<uint8_t> readBack(from.size());
+        return m_camera.WriteToSPIFlash(from.data(), static_cast<int>(from.size()), address,
+                                        request::kWriteFlash) &&
+               Read(address, readBack) &&
+               std::ranges::equal(from.first(compared), std::span(readBack).first(compared));
+    }
+    bool Erase(size_t sector)
+    {
+        if (m_camera.EraseSectorOfSPIFlash(static_cast<uint16_t>(sector), request::kEraseFlash) ==
+            0)
+            return true;
+        OutputDbgPrint("Erase SPI FLASH sector %d failed :\n", static_cast<int>(sector));
+        return false;
+    }
 
   private:
     CCameraFX3 &m_camera; // the requests that follow fail by themselves when the switch failed

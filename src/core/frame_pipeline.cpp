@@ -144,7 +144,13 @@ void CCameraBase::ProcessFrame(uint8_t *frame, Size readout)
 {
     const bool is16 = m_output16Bits;
     auto *frame16 = reinterpret_cast<uint16_t *>(frame);
+    const FrameCorrections corrections = Corrections(readout);
+    if (!is16) {
+        DoGetDark(frame, readout);
+        SubtractDark(frame, corrections);
+    }
     ApplyGamma(frame, readout, is16);
+    HandleHotPixels(frame, corrections);
     if (!m_hardwareBin && m_bin != 1) {
         const auto average =
             m_model.colour && !m_monoBin ? &CAlgorithm::ColorRAWBin : &CAlgorithm::MonoBin;

@@ -1,9 +1,14 @@
+#include "core/hot_pixels.h"
+
 #include "base/debug_print.h"
 #include "core/camera_base.h"
 #include "core/flash_access.h"
-#include "usb/requests.h"
+#include "core/hot_pixel_record.h"
 
 #include <algorithm>
+#include <mutex>
+#include <new>
+#include <utility>
 
 // Hot-pixel correction by the table that the camera keeps in its flash memory.
 namespace vsccam {
@@ -11,29 +16,182 @@ namespace vsccam {
 namespace {
 
 constexpr uint32_t kHotPixelAddress = 0x40000;
-constexpr int kFlashChunk = 2048;
-constexpr std::array<uint8_t, 4> kHotPixelMagic = {'V', 'S', 'C', 'D'};
+constexpr int kAttempts = 3;
+
+uint32_t AddressOf(size_t chunk)
+{
+    return kHotPixelAddress + static_cast<uint32_t>(chunk * FlashAccess::kChunk);
+}
+
+size_t WholePages(size_t bytes)
+{
+    return (bytes + FlashAccess::kPage - 1) / FlashAccess::kPage * FlashAccess::kPage;
+}
+
+bool ReadChunk(FlashAccess &flash, size_t chunk, std::span<uint8_t> to)
+{
+    for (int attempt = 1; attempt <= kAttempts; ++attempt) {
+        if (flash.Read(AddressOf(chunk), to))
+            return true;
+        OutputDbgPrint("fail %d\n", static_cast<int>(chunk));
+    }
+    return false;
+}
+
+bool WriteChunk(FlashAccess &flash, size_t chunk, std::span<const uint8_t> from)
+{
+    for (int attempt = 1; attempt <= kAttempts; ++attempt) {
+        if (flash.WriteAndCompare(AddressOf(chunk), from, from.size()))
+            return true;
+        OutputDbgPrint("fail %d try again :%d\n", static_cast<int>(chunk), attempt);
+    }
+    return false;
+}
+
+/// Reads what a record of `length` bytes has behind its first chunk; false when it is not complete.
+bool ReadRest(FlashAccess &flash, size_t length, std::vector<uint8_t> &record)
+{
+    const size_t wholeChunks = length / FlashAccess::kChunk;
+    const size_t tail = length % FlashAccess::kChunk;
+    // Quirk, kept: the tail of a record that fits into the first chunk is looked for behind it.
+    const size_t tailChunk = std::max<size_t>(wholeChunks, 1);
+    record.resize((tailChunk + 1) * FlashAccess::kChunk);
+    const auto piece = [&record](size_t chunk, size_t bytes) {
+        return std::span(record).subspan(chunk * FlashAccess::kChunk, bytes);
+    };
+    for (size_t chunk = 1; chunk < wholeChunks; ++chunk)
+        if (!ReadChunk(flash, chunk, piece(chunk, FlashAccess::kChunk)))
+            return false;
+    return tail == 0 || ReadChunk(flash, tailChunk, piece(tailChunk, WholePages(tail)));
+}
+
+bool WriteRecord(FlashAccess &flash, std::vector<uint8_t> record)
+{
+    const size_t sectors = (record.size() + FlashAccess::kSector - 1) / FlashAccess::kSector;
+    for (size_t i = 0; i < sectors; ++i)
+        if (!flash.Erase(kHotPixelAddress / FlashAccess::kSector + i))
+            return false;
+    record.resize(WholePages(record.size()), FlashAccess::kErased);
+    for (size_t chunk = 0; chunk * FlashAccess::kChunk < record.size(); ++chunk) {
+        const auto rest = std::span(record).subspan(chunk * FlashAccess::kChunk);
+        if (!WriteChunk(flash, chunk, rest.first(std::min(rest.size(), FlashAccess::kChunk))))
+            return false;
+    }
+    return true;
+}
 
 } // namespace
 
-void CCameraBase::SetHPCStates(bool on)
+void HotPixels::Disable()
 {
-    m_hotPixelCorrection = on && LoadHPCTable();
-    if (on)
-        OutputDbgPrint(m_hotPixelCorrection ? "Load HPC table success\n"
-                                            : "Load HPC table error\n");
+    m_enabled = false;
+    const std::lock_guard lock(m_section);
+    m_pixels = {};
+    m_patches = nullptr;
 }
 
-/// Looks for the hot-pixel record. Cameras that have one are served without correction so far.
+void HotPixels::SetPixels(std::vector<uint32_t> pixels)
+{
+    const std::lock_guard lock(m_section);
+    m_pixels = std::move(pixels);
+    m_patches = nullptr;
+}
+
+void HotPixels::Cut(const FrameRegion &region)
+{
+    const std::lock_guard lock(m_section);
+    if (m_pixels.empty())
+        return;
+    const std::vector<uint32_t> shown = CutPixels(m_pixels, region);
+    m_patches = std::make_shared<const PixelPatches>(
+        ListPatches(shown, region.frame.width, region.frame.height, region.mosaic ? 2 : 1,
+                    PatchRule::kDenoise));
+    OutputDbgPrint("HPC Dead pixel:%d\n", static_cast<int>(shown.size()));
+}
+
+std::shared_ptr<const PixelPatches> HotPixels::Patches()
+{
+    const std::lock_guard lock(m_section);
+    return m_patches;
+}
+
+void CCameraBase::SetHPCStates(bool on)
+{
+    if (!on) {
+        m_hotPixels.Disable();
+        return;
+    }
+    bool loaded = false;
+    try {
+        loaded = LoadHPCTable();
+    } catch (const std::bad_alloc &) {
+        OutputDbgPrint("no memory for the hot pixels\n");
+    }
+    if (loaded)
+        m_hotPixels.Enable();
+    else
+        m_hotPixels.Disable();
+    OutputDbgPrint(loaded ? "Load HPC table success\n" : "Load HPC table error\n");
+}
+
 bool CCameraBase::LoadHPCTable()
 {
-    const FlashAccess flash(*this);
-    std::array<uint8_t, kFlashChunk> record{};
-    if (!ReadFromSPIFlash(record.data(), kFlashChunk, kHotPixelAddress, request::kReadFlash) ||
-        !std::ranges::equal(kHotPixelMagic, std::span(record).first<4>()))
+    FlashAccess flash(*this);
+    std::vector<uint8_t> record(FlashAccess::kChunk);
+    if (!flash.Read(AddressOf(0), record))
         return false;
-    OutputDbgPrint("the camera has a hot-pixel table; correction is not built yet\n");
-    return false;
+    const auto length = RecordLength(std::span(record).first<kHotPixelHeader>());
+    if (!length)
+        return false;
+    if (*length > kLongestHotPixelRecord) {
+        OutputDbgPrint("LoadHPCTable: HPC data length too big\n");
+        return false;
+    }
+    OutputDbgPrint("LoadHPC: Compressed length: %d :\n", static_cast<int>(*length));
+    // What could be read of a record is used, though it counts as a failure.
+    const bool complete = ReadRest(flash, *length, record);
+    const auto sensorPixels =
+        static_cast<size_t>(m_maxSize.width) * static_cast<size_t>(m_maxSize.height);
+    const auto bitmap = Uncompress(std::span(record).first(*length), sensorPixels / 8);
+    if (!bitmap)
+        return false;
+    m_hotPixels.SetPixels(FlaggedPixels(*bitmap));
+    AdjustHPCTable();
+    return complete;
+}
+
+bool CCameraBase::SaveHPCTable()
+{
+    const std::vector<uint8_t> bitmap = m_darkFrames.BrightBitmap();
+    if (bitmap.empty())
+        return false;
+    const std::vector<uint8_t> record = Compress(bitmap);
+    OutputDbgPrint("SaveHPC: Compressed length: %d :\n", static_cast<int>(record.size()));
+    if (record.size() > kLongestHotPixelRecord) {
+        OutputDbgPrint("SaveHPC: Compressed length too big\n");
+        return false;
+    }
+    FlashAccess flash(*this);
+    // Quirk, kept: a record without a last, shorter chunk is reported as not saved.
+    return WriteRecord(flash, record) && record.size() % FlashAccess::kChunk != 0;
+}
+
+void CCameraBase::AdjustHPCTable()
+{
+    m_hotPixels.Cut(RawFrameRegion());
+}
+
+void CCameraBase::HandleHotPixels(uint8_t *frame, const FrameCorrections &corrections)
+{
+    for (const auto &patches : {corrections.hotPixels, corrections.darkPixels}) {
+        if (!patches)
+            continue;
+        if (m_output16Bits)
+            ApplyPatches(reinterpret_cast<uint16_t *>(frame), *patches,
+                         static_cast<uint16_t>(0xFFFF << (16 - m_model.adcBits)));
+        else
+            ApplyPatches(frame, *patches);
+    }
 }
 
 } // namespace vsccam

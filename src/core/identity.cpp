@@ -1,7 +1,6 @@
 #include "base/debug_print.h"
 #include "core/camera_base.h"
 #include "core/flash_access.h"
-#include "usb/requests.h"
 
 #include <algorithm>
 
@@ -11,13 +10,12 @@ namespace vsccam {
 namespace {
 
 constexpr uint32_t kIdAddress = 0x70000;
-constexpr uint16_t kIdSector = kIdAddress / 0x10000;
 constexpr std::array<uint8_t, 2> kIdTag = {'I', 'D'};
 constexpr int kWriteAttempts = 3;
 // Quirk, kept: tag and four bytes of the identity are compared, not all eight.
 constexpr size_t kComparedBytes = 6;
 
-using FlashPage = std::array<uint8_t, 256>;
+using FlashPage = std::array<uint8_t, FlashAccess::kPage>;
 
 bool IsTagged(const FlashPage &page)
 {
@@ -28,10 +26,9 @@ bool IsTagged(const FlashPage &page)
 
 bool CCameraBase::ReadIDFromSPI(CameraId *id)
 {
-    const FlashAccess flash(*this);
+    FlashAccess flash(*this);
     FlashPage page{};
-    if (!ReadFromSPIFlash(page.data(), page.size(), kIdAddress, request::kReadFlash) ||
-        !IsTagged(page))
+    if (!flash.Read(kIdAddress, page) || !IsTagged(page))
         return false;
     std::copy_n(page.begin() + kIdTag.size(), id->size(), id->begin());
     return true;
@@ -39,18 +36,13 @@ bool CCameraBase::ReadIDFromSPI(CameraId *id)
 
 bool CCameraBase::WriteIDToSPI(const CameraId &id)
 {
-    const FlashAccess flash(*this);
-    if (EraseSectorOfSPIFlash(kIdSector, request::kEraseFlash) != 0) {
-        OutputDbgPrint("Erase SPI FLASH sector %d failed :\n", kIdSector);
+    FlashAccess flash(*this);
+    if (!flash.Erase(kIdAddress / FlashAccess::kSector))
         return false;
-    }
     FlashPage page{};
     std::ranges::copy(id, std::ranges::copy(kIdTag, page.begin()).out);
     for (int attempt = 1; attempt <= kWriteAttempts; ++attempt) {
-        FlashPage readBack{};
-        if (WriteToSPIFlash(page.data(), page.size(), kIdAddress, request::kWriteFlash) &&
-            ReadFromSPIFlash(readBack.data(), readBack.size(), kIdAddress, request::kReadFlash) &&
-            std::equal(page.begin(), page.begin() + kComparedBytes, readBack.begin()))
+        if (flash.WriteAndCompare(kIdAddress, page, kComparedBytes))
             return true;
         OutputDbgPrint("fail %d try again\n", attempt);
     }

@@ -34,6 +34,7 @@ constexpr CameraModel kModel = {
     .cooled = true,
     .bins = {1, 2, 3, 4},
     .electronsPerAdu = 1.0F,
+    .adcBits = 14,
     .gainOffset = {10, 21, 300, 50},
     .gain = {.min = 0, .max = 600, .initial = 200},
     .exposureUs = {.min = 32, .max = 2'000'000'000, .initial = 10'000},

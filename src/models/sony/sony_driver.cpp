@@ -64,6 +64,8 @@ template <class Base> bool SonyDriver<Base>::SetStartPos(int x, int y)
 {
     const std::lock_guard lock(m_settingsSection);
     this->StoreStartPos(x, y);
+    this->AdjustDarkBuff();
+    this->AdjustHPCTable();
     const sony::Hold hold(*this);
     WriteSony16(sony::kWindowLeft, m_startX);
     WriteSony16(sony::kWindowTop, m_startY);

@@ -1,0 +1,73 @@
+#pragma once
+
+#include "base/sync.h"
+#include "core/frame_region.h"
+#include "image/pixel_patches.h"
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <vector>
+
+namespace vsccam {
+
+/// The dark frame that fits the frames of one geometry.
+struct WorkingDark {
+    Size size;
+    int mean = 0;
+    std::vector<uint8_t> pixels;
+};
+
+/// The dark frame of a camera: captured or loaded for the whole sensor, cut for the frames that are
+/// read now. What has been cut is never changed, but replaced: who took it may go on using it.
+class DarkFrames {
+  public:
+    bool Enabled() const { return m_enabled; }
+    void Enable() { m_enabled = true; }
+    /// Ends subtraction and forgets the frame.
+    void Disable();
+
+    /// Begins a capture of so many frames, or gives one up.
+    void Request(int frames);
+    bool Requested() const { return m_requested; }
+    /// Adds a frame of the whole sensor to a requested capture. @return whether it is complete
+    bool Add(std::span<const uint8_t> frame);
+
+    void SetImage(std::vector<uint8_t> image);
+    /// The frame of the whole sensor; empty when there is none.
+    std::vector<uint8_t> Image();
+    /// Bitmap of its pixels that are much brighter than the working dark, see Compress.
+    std::vector<uint8_t> BrightBitmap();
+
+    /// Cuts the frame for a region. Does nothing without a frame.
+    void Cut(const FrameRegion &region);
+
+    // Null when there is none.
+    std::shared_ptr<const WorkingDark> Working();
+    std::shared_ptr<const PixelPatches> BrightPixels();
+
+  private:
+    void Install(std::shared_ptr<const WorkingDark> working,
+                 std::shared_ptr<const PixelPatches> bright);
+
+    Shared<bool> m_enabled;
+    Shared<bool> m_requested;
+
+    // Whoever needs several of these locks them in the order in which they stand here, and before
+    // that of the hot pixels.
+    CriticalSection m_imageSection; // guards the next three
+    std::vector<uint8_t> m_image;   // of the whole sensor; empty: none
+    int m_framesWanted = 1;
+    int m_framesTaken = 0;
+
+    CriticalSection m_workingSection;
+    std::shared_ptr<const WorkingDark> m_working;
+
+    CriticalSection m_brightSection;
+    std::shared_ptr<const PixelPatches> m_bright;
+};
+
+/// Number of frames that make a dark frame of this exposure.
+int DarkFramesFor(uint32_t exposureUs);
+
+} // namespace vsccam

@@ -1,0 +1,39 @@
+#pragma once
+
+#include "base/sync.h"
+#include "core/frame_region.h"
+#include "image/pixel_patches.h"
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace vsccam {
+
+/// The hot pixels of a camera's sensor, and where they are in the frames that are read now. Like a
+/// working dark, a list that was cut is never changed, but replaced.
+class HotPixels {
+  public:
+    bool Enabled() const { return m_enabled; }
+    void Enable() { m_enabled = true; }
+    /// Ends correction and forgets the pixels.
+    void Disable();
+
+    /// @param pixels  of the whole sensor, in ascending order
+    void SetPixels(std::vector<uint32_t> pixels);
+
+    /// Looks up the pixels that a region shows. Does nothing without pixels.
+    void Cut(const FrameRegion &region);
+
+    /// Null when there is none.
+    std::shared_ptr<const PixelPatches> Patches();
+
+  private:
+    Shared<bool> m_enabled;
+
+    CriticalSection m_section; // guards the rest; the last of the four that dark_frames.h orders
+    std::vector<uint32_t> m_pixels;
+    std::shared_ptr<const PixelPatches> m_patches;
+};
+
+} // namespace vsccam
