@@ -4,6 +4,7 @@
 #include "camera/fpga.h"
 #include "camera/frame_settings.h"
 #include "camera/guide_port.h"
+#include "camera/memory.h"
 #include "camera/models.h"
 #include "camera/spi_flash.h"
 
@@ -11,20 +12,30 @@
 
 namespace vscsim {
 
+/// What a camera keeps without power.
+struct Memories {
+    SpiFlash flash;
+    Eeprom eeprom;
+};
+
 /// The parts of a camera that its controller talks to, and the switches between them.
 struct Board {
-    Board(const ModelFacts &model, const CameraOptions &options)
-        : sensor(MakeSensor(model)), flash(options.flashFile), climate(model.cooled),
-          link(options.link)
+    Board(const ModelFacts &model, const CameraOptions &options, Memories memories)
+        : sensor(MakeSensor(model)), hasFpga(model.controller == ControllerKind::Fx3),
+          flash(std::move(memories.flash)), eeprom(std::move(memories.eeprom)),
+          climate(model.cooled), link(options.link), firmwareVersion(options.firmwareVersion)
     {
     }
 
     std::unique_ptr<Sensor> sensor;
+    bool hasFpga; // otherwise the controller passes on what the sensor sends
     Fpga fpga;
     SpiFlash flash;
+    Eeprom eeprom;
     Climate climate;
     GuidePort guide;
     LinkSpeed link;
+    uint8_t firmwareVersion;
 
     enum class Condition { Working, Mute, Unplugged };
     Condition condition = Condition::Working;
@@ -33,13 +44,20 @@ struct Board {
     bool sensorClock = true; // stops when the FPGA is reset
     bool wideDataBus = true; // its upper half shares pins with the flash
     uint32_t transferCount = 0;
+    bool output16Bits = false; // without an FPGA
 
     bool Streaming() const
     {
-        return dataPath && (sensorClock || sensor->HasOwnClock()) && fpga.Running() &&
+        return dataPath && (sensorClock || sensor->HasOwnClock()) && (!hasFpga || fpga.Running()) &&
                sensor->Readout().streaming;
     }
-    FrameSettings Settings() const { return SettingsOf(sensor->Readout(), fpga); }
+    bool FramesWaitForGate() const { return hasFpga && fpga.LongExposure(); }
+    bool FramesWaitForHost() const { return !hasFpga && sensor->Readout().timedByHost; }
+    FrameSettings Settings() const
+    {
+        const SensorReadout readout = sensor->Readout();
+        return hasFpga ? SettingsOf(readout, fpga) : SettingsOf(readout, output16Bits);
+    }
 };
 
 } // namespace vscsim

@@ -1,9 +1,9 @@
 #include "camera/camera.h"
 
 #include "camera/board.h"
+#include "camera/controller.h"
 #include "camera/fault_injector.h"
 #include "camera/frame_stream.h"
-#include "camera/fx3_controller.h"
 
 #include <utility>
 
@@ -23,6 +23,15 @@ CameraOptions Possible(const ModelFacts &model, CameraOptions asked)
     return asked;
 }
 
+Memories MakeMemories(const ModelFacts &model, const CameraOptions &options)
+{
+    constexpr size_t kEepromBytes = size_t{64} << 10;
+    constexpr size_t kDevices = 8; // that the larger controller can address
+    return {.flash = SpiFlash(options.flashFile),
+            .eeprom = Eeprom(model.controller == ControllerKind::Fx2 ? kEepromBytes
+                                                                     : kDevices * kEepromBytes)};
+}
+
 std::unique_ptr<SceneSource> MakeSource(const ModelFacts &model, const CameraOptions &options)
 {
     return options.scene == Scene::Sky ? MakeSkySource(model, options.seed) : MakePatternSource();
@@ -31,11 +40,12 @@ std::unique_ptr<SceneSource> MakeSource(const ModelFacts &model, const CameraOpt
 } // namespace
 
 struct Camera::State {
-    State(const ModelFacts &facts, CameraOptions chosen)
-        : model(facts), options(Possible(facts, std::move(chosen))), board(facts, options),
-          scene(MakeSource(facts, options)), faults(options.faults, options.seed),
+    State(const ModelFacts &facts, CameraOptions chosen, Memories memories)
+        : model(facts), options(Possible(facts, std::move(chosen))),
+          board(facts, options, std::move(memories)), scene(MakeSource(facts, options)),
+          faults(options.faults, options.seed),
           stream(board, *scene, faults, options, PacketSize(options.link)),
-          controller(board, stream)
+          controller(MakeController(facts, board, stream))
     {
     }
 
@@ -65,12 +75,19 @@ struct Camera::State {
     std::unique_ptr<SceneSource> scene;
     FaultInjector faults;
     FrameStream stream;
-    Fx3Controller controller;
+    std::unique_ptr<Controller> controller;
 };
 
 Camera::Camera(const ModelFacts &model, CameraOptions options)
-    : m_state(std::make_unique<State>(model, std::move(options)))
+    : m_state(std::make_unique<State>(model, options, MakeMemories(model, options)))
 {
+}
+
+void Camera::PowerCycle()
+{
+    State &old = *m_state;
+    Memories kept = {std::move(old.board.flash), std::move(old.board.eeprom)};
+    m_state = std::make_unique<State>(old.model, old.options, std::move(kept));
 }
 
 Camera::~Camera() = default;
@@ -93,11 +110,17 @@ ControlReply Camera::Control(const ControlRequest &request, Time now)
     if (const auto outcome = m_state->Preempted(hits))
         return {.outcome = *outcome};
     m_state->stream.Advance(now);
-    ControlReply reply = m_state->controller.Answer(request, now);
+    ControlReply reply = m_state->controller->Answer(request, now);
     m_state->stream.FollowBoard(now);
-    for (const FaultRule &hit : hits)
-        if (hit.fault == Fault::ShortAnswer && hit.amount < reply.data.size())
-            reply.data.resize(static_cast<size_t>(hit.amount));
+    for (const FaultRule &hit : hits) {
+        if (hit.amount >= reply.data.size())
+            continue;
+        const auto place = static_cast<size_t>(hit.amount);
+        if (hit.fault == Fault::ShortAnswer)
+            reply.data.resize(place);
+        if (hit.fault == Fault::CorruptAnswer)
+            reply.data[place] = static_cast<uint8_t>(~reply.data[place]);
+    }
     return reply;
 }
 
@@ -128,15 +151,20 @@ void Camera::ClearHalt(uint8_t endpoint, Time now)
     m_state->stream.ClearHalt();
 }
 
-Outcome Camera::Reset(Time now)
+AfterReset Camera::Reset(Time now)
 {
-    if (m_state->board.condition != Board::Condition::Working)
-        return Outcome::NoDevice;
+    Board::Condition &condition = m_state->board.condition;
+    if (!m_state->faults.ForReset().empty())
+        condition = Board::Condition::Unplugged;
+    if (condition == Board::Condition::Unplugged)
+        return AfterReset::Gone;
+    if (condition == Board::Condition::Mute || m_state->controller->BootsAtReset())
+        return AfterReset::NewDevice;
     m_state->stream.Advance(now);
     m_state->board.dataPath = false;
     m_state->stream.ClearHalt();
     m_state->stream.FollowBoard(now);
-    return Outcome::Ok;
+    return AfterReset::SameDevice;
 }
 
 size_t Camera::BulkPacketSize() const
@@ -159,9 +187,29 @@ uint16_t Camera::FpgaRegister(uint8_t number) const
     return m_state->board.fpga.Read(number);
 }
 
+uint16_t Camera::SensorRegister(uint16_t address) const
+{
+    return m_state->board.sensor->ReadWord(address);
+}
+
 std::span<uint8_t> Camera::Flash()
 {
     return m_state->board.flash.Contents();
+}
+
+std::span<uint8_t> Camera::Eeprom()
+{
+    return m_state->board.eeprom.Contents();
+}
+
+std::vector<uint8_t> Camera::Ram(uint32_t address, size_t length) const
+{
+    return m_state->controller->RamContents(address, length);
+}
+
+std::optional<uint32_t> Camera::ProgramEntry() const
+{
+    return m_state->controller->ProgramEntry();
 }
 
 } // namespace vscsim

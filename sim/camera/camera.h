@@ -41,6 +41,13 @@ struct ControlReply {
     std::vector<uint8_t> data = {}; // of a device-to-host data stage; may be shorter than asked
 };
 
+/// What the bus sees of a camera that was reset.
+enum class AfterReset {
+    SameDevice, // it goes on
+    NewDevice,  // it boots: it leaves the bus and comes back after a power cycle
+    Gone,       // it does not come back
+};
+
 /// What a bulk IN transfer at the head of the endpoint's queue gets.
 struct BulkReply {
     bool complete = false;         // false: nothing decided yet, ask again at `readyAt`
@@ -61,7 +68,8 @@ struct CameraOptions {
     size_t framesMadeBeforehand = 0; // so many are made once and sent in turn; 0: each is made anew
     std::optional<uint64_t> frameLimit = {}; // the camera falls silent after so many frames
     FaultPlan faults = {};
-    std::string flashFile = {}; // keeps the SPI flash: read at the start, written on changes
+    uint8_t firmwareVersion = 3; // that the camera is delivered with
+    std::string flashFile = {};  // keeps the SPI flash: read at the start, written on changes
 };
 
 /// The colours of the first two pixels of the first row.
@@ -128,7 +136,11 @@ class Camera {
     /// left of the frame being sent; so do the requests that switch the data path. A reset also
     /// switches the data path off; registers survive it.
     void ClearHalt(uint8_t endpoint, Time now);
-    Outcome Reset(Time now); // NoDevice: the camera came back as another device
+    AfterReset Reset(Time now);
+
+    /// Power was off: registers and the fault plan start anew, flash and EEPROM keep their
+    /// contents.
+    void PowerCycle();
 
     /// 1024 at SuperSpeed, 512 at high speed.
     size_t BulkPacketSize() const;
@@ -139,7 +151,13 @@ class Camera {
     /// The values that the host programmed, for tests that look behind the wire.
     uint8_t SonyRegister(uint16_t address) const;
     uint16_t FpgaRegister(uint8_t number) const;
-    std::span<uint8_t> Flash(); // 1 MiB
+    uint16_t SensorRegister(uint16_t address) const;
+    std::span<uint8_t> Flash();  // 1 MiB
+    std::span<uint8_t> Eeprom(); // 64 KiB, or 8 devices of 64 KiB behind the USB 3.0 controller
+    /// What the host loaded into the controller's memory; 0 where it loaded nothing.
+    std::vector<uint8_t> Ram(uint32_t address, size_t length) const;
+    /// Where it told the USB 3.0 controller to begin.
+    std::optional<uint32_t> ProgramEntry() const;
 
   private:
     struct State;

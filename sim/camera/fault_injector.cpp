@@ -1,21 +1,25 @@
 #include "camera/fault_injector.h"
 
 namespace vscsim {
-namespace {
-
-bool CountsRequests(const FaultRule &rule)
+std::vector<FaultInjector::Armed> &FaultInjector::CountedWith(const FaultRule &rule)
 {
-    const FaultTarget target = TargetOf(rule.fault);
-    return target == FaultTarget::Requests ||
-           (target == FaultTarget::Device && rule.request.has_value());
+    switch (TargetOf(rule.fault)) {
+    case FaultTarget::Requests:
+        return m_onRequests;
+    case FaultTarget::Resets:
+        return m_onResets;
+    case FaultTarget::Device:
+        return rule.request ? m_onRequests : m_onFrames;
+    case FaultTarget::Frames:
+        break;
+    }
+    return m_onFrames;
 }
-
-} // namespace
 
 FaultInjector::FaultInjector(const FaultPlan &plan, uint64_t seed) : m_random(seed)
 {
     for (const FaultRule &rule : plan)
-        (CountsRequests(rule) ? m_onRequests : m_onFrames).push_back({.rule = rule});
+        CountedWith(rule).push_back({.rule = rule});
 }
 
 bool FaultInjector::Strikes(Armed &armed)
@@ -37,13 +41,23 @@ std::vector<FaultRule> FaultInjector::ForRequest(uint8_t request)
     return hits;
 }
 
-std::vector<FaultRule> FaultInjector::ForFrame()
+std::vector<FaultRule> FaultInjector::Hits(std::vector<Armed> &rules)
 {
     std::vector<FaultRule> hits;
-    for (Armed &armed : m_onFrames)
+    for (Armed &armed : rules)
         if (Strikes(armed))
             hits.push_back(armed.rule);
     return hits;
+}
+
+std::vector<FaultRule> FaultInjector::ForFrame()
+{
+    return Hits(m_onFrames);
+}
+
+std::vector<FaultRule> FaultInjector::ForReset()
+{
+    return Hits(m_onResets);
 }
 
 } // namespace vscsim

@@ -13,6 +13,7 @@ class FaultInjector {
 
     std::vector<FaultRule> ForRequest(uint8_t request);
     std::vector<FaultRule> ForFrame();
+    std::vector<FaultRule> ForReset();
 
   private:
     struct Armed {
@@ -20,9 +21,12 @@ class FaultInjector {
         uint64_t seen = 0;
     };
     bool Strikes(Armed &armed);
+    std::vector<FaultRule> Hits(std::vector<Armed> &rules);
+    std::vector<Armed> &CountedWith(const FaultRule &rule);
 
     std::vector<Armed> m_onRequests;
     std::vector<Armed> m_onFrames;
+    std::vector<Armed> m_onResets;
     std::mt19937_64 m_random;
 };
 

@@ -27,6 +27,7 @@ constexpr FaultFacts kFaults[] = {
     {Fault::RefuseRequest, "refuse-request", FaultTarget::Requests},
     {Fault::TimeOutRequest, "time-out-request", FaultTarget::Requests},
     {Fault::ShortAnswer, "short-answer", FaultTarget::Requests},
+    {Fault::CorruptAnswer, "corrupt-answer", FaultTarget::Requests},
     {Fault::ShortFrame, "short-frame", FaultTarget::Frames},
     {Fault::EmptyFrame, "empty-frame", FaultTarget::Frames},
     {Fault::BadHead, "bad-head", FaultTarget::Frames},
@@ -36,6 +37,7 @@ constexpr FaultFacts kFaults[] = {
     {Fault::StallFrame, "stall-frame", FaultTarget::Frames},
     {Fault::Mute, "mute", FaultTarget::Device},
     {Fault::Unplug, "unplug", FaultTarget::Device},
+    {Fault::LostAtReset, "lost-at-reset", FaultTarget::Resets},
 };
 
 const FaultFacts &FactsOf(Fault fault)
@@ -102,8 +104,9 @@ FaultRule Checked(const FaultRule &rule)
         throw BadPlan{"probability must lie between 0 and 1"};
     if (rule.count == 0)
         throw BadPlan{"count must be at least 1"};
-    if (rule.request && TargetOf(rule.fault) == FaultTarget::Frames)
-        throw BadPlan{"a fault of frames takes no request"};
+    const FaultTarget target = TargetOf(rule.fault);
+    if (rule.request && (target == FaultTarget::Frames || target == FaultTarget::Resets))
+        throw BadPlan{"a fault of frames or resets takes no request"};
     return rule;
 }
 

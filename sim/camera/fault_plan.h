@@ -14,6 +14,7 @@ enum class Fault {
     RefuseRequest,  // stalled
     TimeOutRequest, // no answer
     ShortAnswer,    // fewer bytes than asked, `amount` of them
+    CorruptAnswer,  // the byte with the number `amount` is inverted
     // frames
     ShortFrame,      // `amount` bytes are missing at the end (default 512)
     EmptyFrame,      // nothing is sent until the host gives up a transfer
@@ -25,11 +26,14 @@ enum class Fault {
     // the device
     Mute,   // neither requests nor frames are answered from now on
     Unplug, // the device is gone
+    // resets of the device
+    LostAtReset, // it does not come back
 };
 
 /// Requests are counted from plugging in, only those with the rule's code where it has one. Frames
 /// are counted as they are sent, those that were lost in the camera not among them. Device faults
-/// strike when the frame is about to be sent; with a request code, when the request arrives.
+/// strike when the frame is about to be sent; with a request code, when the request arrives. Resets
+/// are counted by themselves.
 struct FaultRule {
     Fault fault = Fault::EmptyFrame;
     std::optional<uint8_t> request = {}; // control faults: only this bRequest
@@ -44,7 +48,7 @@ struct FaultRule {
 using FaultPlan = std::vector<FaultRule>;
 
 /// What a fault is counted by.
-enum class FaultTarget { Requests, Frames, Device };
+enum class FaultTarget { Requests, Frames, Device, Resets };
 FaultTarget TargetOf(Fault fault);
 std::string_view NameOf(Fault fault); // "short-frame", as a plan spells it
 

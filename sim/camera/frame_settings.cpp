@@ -11,6 +11,38 @@ constexpr uint32_t kBlankingLines = 17;
 // Width of the FPGA's line buffer, and the tallest picture it counts.
 constexpr int kLargestSide = 8192;
 
+FramePulses PulsesOf(const SensorReadout &sensor, const Fpga &fpga, uint32_t shortestFrame)
+{
+    const uint32_t lines = std::max(fpga.FrameLines(), shortestFrame);
+    return {.lineClocks = std::max(fpga.LineClocks(), sensor.shortestLine),
+            .frameLines = lines,
+            .exposedLines = lines - std::min(sensor.shutterLines + 1, lines)};
+}
+
+FramePulses Stretched(const FramePulses &own, uint32_t shortestFrame)
+{
+    return {.lineClocks = own.lineClocks,
+            .frameLines = std::max({own.frameLines, shortestFrame, own.exposedLines + 1}),
+            .exposedLines = own.exposedLines};
+}
+
+uint32_t RowsOf(const FrameSettings &settings)
+{
+    return static_cast<uint32_t>(std::max(settings.sensor.Rows(), settings.height));
+}
+
+void SetTimes(FrameSettings &settings, const FramePulses &pulses)
+{
+    const double lineNs = pulses.lineClocks * 1e9 / settings.sensor.clockHz;
+    const auto lines = [lineNs](uint32_t count) {
+        return std::chrono::duration_cast<Time>(
+            std::chrono::duration<double, std::nano>(lineNs * count));
+    };
+    settings.period = lines(pulses.frameLines);
+    settings.readout = lines(RowsOf(settings));
+    settings.exposure = lines(pulses.exposedLines);
+}
+
 } // namespace
 
 FrameSettings SettingsOf(const SensorReadout &sensor, const Fpga &fpga)
@@ -22,20 +54,25 @@ FrameSettings SettingsOf(const SensorReadout &sensor, const Fpga &fpga)
                            .inputBits = fpga.InputBits()};
     if (std::max(settings.width, settings.height) > kLargestSide || sensor.clockHz <= 0)
         return settings; // without a period: impossible
-
-    const double lineNs = std::max(fpga.LineClocks(), sensor.shortestLine) * 1e9 / sensor.clockHz;
-    const auto lines = [lineNs](uint32_t count) {
-        return std::chrono::duration_cast<Time>(
-            std::chrono::duration<double, std::nano>(lineNs * count));
-    };
-    const auto rows = static_cast<uint32_t>(std::max(sensor.Rows(), settings.height));
-    const uint32_t frameLines = std::max(fpga.FrameLines(), rows + kBlankingLines);
-    settings.period = lines(frameLines);
-    settings.readout = lines(rows);
-    settings.exposure = lines(frameLines - std::min(sensor.shutterLines + 1, frameLines));
+    const uint32_t shortestFrame = RowsOf(settings) + kBlankingLines;
+    SetTimes(settings, sensor.pulses ? Stretched(*sensor.pulses, shortestFrame)
+                                     : PulsesOf(sensor, fpga, shortestFrame));
     if (sensor.exposureUs)
         settings.exposure = std::chrono::duration_cast<Time>(
             std::chrono::duration<double, std::micro>(*sensor.exposureUs));
+    return settings;
+}
+
+FrameSettings SettingsOf(const SensorReadout &sensor, bool output16Bits)
+{
+    FrameSettings settings{.sensor = sensor,
+                           .width = sensor.Columns(),
+                           .height = sensor.Rows(),
+                           .output16Bits = output16Bits,
+                           .inputBits = sensor.bits,
+                           .marks = MarkStyle::Head};
+    if (sensor.pulses && sensor.clockHz > 0)
+        SetTimes(settings, Stretched(*sensor.pulses, RowsOf(settings) + kBlankingLines));
     return settings;
 }
 

@@ -6,6 +6,9 @@
 
 namespace vscsim {
 
+/// How a frame is marked: by the FPGA at both ends, or by a controller without one at its head.
+enum class MarkStyle { BothEnds, Head };
+
 /// What one frame is made with: the registers of sensor and FPGA as they act when it begins.
 struct FrameSettings {
     SensorReadout sensor;
@@ -13,6 +16,7 @@ struct FrameSettings {
     int height = 0;
     bool output16Bits = false;
     int inputBits = 12;
+    MarkStyle marks = MarkStyle::BothEnds;
     Time period{};  // from one frame to the next
     Time readout{}; // of which the lines of the picture take this
     Time exposure{};
@@ -24,6 +28,10 @@ struct FrameSettings {
     bool Possible() const { return Bytes() != 0 && period > Time::zero(); }
 };
 
+/// The frame that the FPGA makes of what the sensor sends.
 FrameSettings SettingsOf(const SensorReadout &sensor, const Fpga &fpga);
+
+/// The frame as the sensor sends it.
+FrameSettings SettingsOf(const SensorReadout &sensor, bool output16Bits);
 
 } // namespace vscsim

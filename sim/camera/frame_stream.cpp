@@ -77,7 +77,9 @@ FrameStream::Mode FrameStream::BoardMode() const
 {
     if (!m_board.Streaming())
         return Mode::Stopped;
-    return m_board.fpga.LongExposure() ? Mode::Gated : Mode::Free;
+    if (m_board.FramesWaitForGate())
+        return Mode::Gated;
+    return m_board.FramesWaitForHost() ? Mode::OnDemand : Mode::Free;
 }
 
 void FrameStream::FollowBoard(Time now)
@@ -88,6 +90,7 @@ void FrameStream::FollowBoard(Time now)
         if (m_mode == Mode::Stopped)
             m_number = 0;
         m_mode = mode;
+        m_exposingSince = now;
         m_gate.reset();
         m_next.reset();
         Flush();
@@ -133,13 +136,13 @@ void FrameStream::Apply(const FaultRule &fault, Sending &sending, FrameMarks &ma
         sending.length = 0;
         break;
     case Fault::BadHead:
-        marks.head = static_cast<uint16_t>(~marks.head);
+        marks.badHead = true;
         break;
     case Fault::BadTail:
-        marks.tail = static_cast<uint16_t>(~marks.tail);
+        marks.badTail = true;
         break;
     case Fault::UnequalCounters:
-        ++marks.tailCounter;
+        marks.unequalCounters = true;
         break;
     case Fault::IoErrorFrame:
         sending.failure = Outcome::IoError;
@@ -157,7 +160,9 @@ void FrameStream::Apply(const FaultRule &fault, Sending &sending, FrameMarks &ma
     case Fault::RefuseRequest:
     case Fault::TimeOutRequest:
     case Fault::ShortAnswer:
-        break; // hit requests only
+    case Fault::CorruptAnswer:
+    case Fault::LostAtReset:
+        break; // hit no frames
     }
 }
 
@@ -166,7 +171,7 @@ void FrameStream::Prepare(Sending &sending, Time now)
 {
     const Frame &frame = sending.frame;
     const auto counter = static_cast<uint16_t>(frame.exposure.frame & 0xFFFFU);
-    FrameMarks marks{.headCounter = counter, .tailCounter = counter};
+    FrameMarks marks{.style = frame.settings.marks, .counter = counter};
     sending.prepared = true;
     sending.length = frame.settings.Bytes();
     for (const FaultRule &fault : m_faults.ForFrame())
@@ -268,10 +273,23 @@ void FrameStream::FailRead(Sending &sending, Time now)
         sending.failure.reset();
 }
 
+/// The exposure that ends because the host reads, though not before its shortest time.
+std::optional<FrameStream::Frame> FrameStream::ExposeUntilRead(Time now)
+{
+    const FrameSettings settings = m_board.Settings();
+    const Time begins = std::max(now, m_exposingSince + Paced(settings.exposure));
+    std::optional<Frame> frame = Expose(settings, begins, begins - m_exposingSince);
+    if (frame)
+        m_exposingSince = frame->ends;
+    return frame;
+}
+
 bool FrameStream::HasFrame(Time now)
 {
     if (HostPaced() && m_mode == Mode::Free && !m_sending)
         m_next = ExposeFree(now);
+    if (m_mode == Mode::OnDemand && !m_sending && !m_next)
+        m_next = ExposeUntilRead(now);
     Advance(now);
     if (m_sending && !m_sending->prepared)
         Prepare(*m_sending, now);

@@ -13,7 +13,8 @@ namespace vscsim {
 /// A frame is exposed for one period and read out during the next; its bytes arrive evenly while it
 /// is read out. The camera holds one frame: while the host has not taken all of it, the next one
 /// may still be read out, but it is lost when it ends before the host has finished. Without pacing
-/// a frame is there whenever one is asked for, except that a long exposure needs its gate.
+/// a frame is there whenever one is asked for, except that a long exposure needs its gate. Without
+/// an FPGA there is no gate: a host that times a long exposure ends it by reading the frame.
 class FrameStream {
   public:
     FrameStream(Board &board, SceneSource &scene, FaultInjector &faults,
@@ -35,7 +36,7 @@ class FrameStream {
     uint64_t Produced() const { return m_produced; }
 
   private:
-    enum class Mode { Stopped, Free, Gated };
+    enum class Mode { Stopped, Free, Gated, OnDemand };
     struct Frame {
         FrameSettings settings;
         Exposure exposure;
@@ -62,6 +63,7 @@ class FrameStream {
     Time Paced(Time duration) const;
     std::optional<Frame> Expose(const FrameSettings &settings, Time begins, Time exposure);
     std::optional<Frame> ExposeFree(Time starts);
+    std::optional<Frame> ExposeUntilRead(Time now);
     void FollowGate(Time now);
 
     void Prepare(Sending &sending, Time now);
@@ -84,6 +86,7 @@ class FrameStream {
     bool m_madeBeforehand;
 
     Mode m_mode = Mode::Stopped;
+    Time m_exposingSince{};                     // on demand
     std::optional<Gate> m_gate;                 // open
     std::optional<Frame> m_next;                // exposing, or being read out
     std::optional<Sending> m_sending;           // held for the host

@@ -1,43 +1,16 @@
 #include "camera/fx3_controller.h"
 
-#include <algorithm>
 #include <cmath>
 
 namespace vscsim {
 namespace {
 
-constexpr uint8_t kFirmwareVersion = 3;
 constexpr double kKelvin = 273.15;
 
-ControlReply Done()
+/// The chips send 12 bits in two bytes, the low four in the upper half of the first.
+std::vector<uint8_t> TwelveBits(int value)
 {
-    return {};
-}
-
-ControlReply Stalled()
-{
-    return {.outcome = Outcome::Stall};
-}
-
-ControlReply DoneIf(bool worked)
-{
-    return worked ? Done() : Stalled();
-}
-
-ControlReply Data(std::vector<uint8_t> bytes)
-{
-    return {.data = std::move(bytes)};
-}
-
-uint8_t LowByte(int value)
-{
-    return static_cast<uint8_t>(value & 0xFF);
-}
-
-/// The chip sends 12 bits in two bytes, the low four in the upper half of the first.
-ControlReply TwelveBits(int value)
-{
-    return Data({LowByte((value & 0x0F) << 4), LowByte(value >> 4)});
+    return {static_cast<uint8_t>((value & 0x0F) << 4), static_cast<uint8_t>(value >> 4 & 0xFF)};
 }
 
 /// NTC of 10 kOhm at 25 degrees under a 10 kOhm resistor, on a scale of 256.
@@ -49,24 +22,25 @@ int ThermistorReading(double celsius)
     return static_cast<int>(std::lround(256.0 * kiloOhm / (kiloOhm + 10.0)));
 }
 
+/// The halves of an address in memory, the low one first.
+uint32_t RamAddress(const ControlRequest &request)
+{
+    return static_cast<uint32_t>(request.index) << 16 | request.value;
+}
+
+/// Which device on the I2C bus, and a place in it.
+size_t EepromAddress(const ControlRequest &request)
+{
+    return static_cast<size_t>(request.value) << 16 | request.index;
+}
+
 } // namespace
 
-const Fx3Controller::Entry Fx3Controller::kRequests[] = {
-    {0xB6, false, &Fx3Controller::WriteSensorByte},
-    {0xB7, true, &Fx3Controller::ReadSensorByte},
-    {0xA6, false, &Fx3Controller::WriteSensorWord},
-    {0xA7, true, &Fx3Controller::ReadSensorWord},
+const Controller::Request<Fx3Controller> Fx3Controller::kRequests[] = {
     {0xBD, false, &Fx3Controller::WriteFpga},
     {0xBC, true, &Fx3Controller::ReadFpga},
     {0xBE, false, &Fx3Controller::SwitchWideBus},
-    {0xAD, true, &Fx3Controller::FirmwareVersion},
     {0xB4, true, &Fx3Controller::HostSpeed},
-    {0xA9, false, &Fx3Controller::StartDataPath},
-    {0xAA, false, &Fx3Controller::StopDataPath},
-    {0xAF, false, &Fx3Controller::StartSensorClock},
-    {0xAE, false, &Fx3Controller::StopSensorClock},
-    {0xB0, false, &Fx3Controller::GuideOn},
-    {0xB1, false, &Fx3Controller::GuideOff},
     {0xB2, false, &Fx3Controller::DriveCooler},
     {0xB3, true, &Fx3Controller::SensorTemperature},
     {0xB5, false, &Fx3Controller::SetTransferCount},
@@ -75,42 +49,15 @@ const Fx3Controller::Entry Fx3Controller::kRequests[] = {
     {0xC2, false, &Fx3Controller::ProgramFlash},
     {0xC4, false, &Fx3Controller::EraseFlash},
     {0xC4, true, &Fx3Controller::PollFlash},
+    {0xA0, false, &Fx3Controller::LoadRam},
+    {0xA0, true, &Fx3Controller::ReadRam},
+    {0xBA, false, &Fx3Controller::WriteEeprom},
+    {0xBB, true, &Fx3Controller::ReadEeprom},
 };
 
-ControlReply Fx3Controller::Answer(const ControlRequest &request, Time now)
+std::optional<ControlReply> Fx3Controller::AnswerOwn(const ControlRequest &request, Time now)
 {
-    const Entry *const entry = std::ranges::find_if(kRequests, [&request](const Entry &known) {
-        return known.request == request.request && known.in == request.In();
-    });
-    if (entry == std::end(kRequests))
-        return Stalled();
-    ControlReply reply = (this->*entry->handler)(request, now);
-    if (reply.data.size() > request.length)
-        reply.data.resize(request.length);
-    return reply;
-}
-
-ControlReply Fx3Controller::WriteSensorByte(const ControlRequest &request, Time)
-{
-    m_board.sensor->WriteByte(request.value, LowByte(request.index));
-    return Done();
-}
-
-ControlReply Fx3Controller::ReadSensorByte(const ControlRequest &request, Time)
-{
-    return Data({m_board.sensor->ReadByte(request.value)});
-}
-
-ControlReply Fx3Controller::WriteSensorWord(const ControlRequest &request, Time)
-{
-    m_board.sensor->WriteWord(request.value, request.index);
-    return Done();
-}
-
-ControlReply Fx3Controller::ReadSensorWord(const ControlRequest &request, Time)
-{
-    const uint16_t value = m_board.sensor->ReadWord(request.value);
-    return Data({LowByte(value >> 8), LowByte(value)});
+    return AnswerFrom<Fx3Controller>(kRequests, *this, request, now);
 }
 
 ControlReply Fx3Controller::WriteFpga(const ControlRequest &request, Time now)
@@ -137,58 +84,9 @@ ControlReply Fx3Controller::SwitchWideBus(const ControlRequest &request, Time)
     return Done();
 }
 
-ControlReply Fx3Controller::FirmwareVersion(const ControlRequest &, Time)
-{
-    return Data({'V', kFirmwareVersion});
-}
-
 ControlReply Fx3Controller::HostSpeed(const ControlRequest &, Time)
 {
     return Data({static_cast<uint8_t>(m_board.link == LinkSpeed::Super ? 1 : 0)});
-}
-
-ControlReply Fx3Controller::StartDataPath(const ControlRequest &, Time)
-{
-    m_stream.Flush();
-    m_board.dataPath = true;
-    return Done();
-}
-
-ControlReply Fx3Controller::StopDataPath(const ControlRequest &, Time)
-{
-    m_stream.Flush();
-    m_board.dataPath = false;
-    return Done();
-}
-
-ControlReply Fx3Controller::StartSensorClock(const ControlRequest &, Time)
-{
-    m_board.sensorClock = true;
-    return Done();
-}
-
-ControlReply Fx3Controller::StopSensorClock(const ControlRequest &, Time)
-{
-    m_board.sensorClock = false;
-    return Done();
-}
-
-ControlReply Fx3Controller::SwitchGuide(const ControlRequest &request, bool on, Time now)
-{
-    if (request.value >= GuidePort::kLines)
-        return Stalled();
-    m_board.guide.Switch(request.value, on, now);
-    return Done();
-}
-
-ControlReply Fx3Controller::GuideOn(const ControlRequest &request, Time now)
-{
-    return SwitchGuide(request, true, now);
-}
-
-ControlReply Fx3Controller::GuideOff(const ControlRequest &request, Time now)
-{
-    return SwitchGuide(request, false, now);
 }
 
 ControlReply Fx3Controller::DriveCooler(const ControlRequest &request, Time now)
@@ -200,8 +98,8 @@ ControlReply Fx3Controller::DriveCooler(const ControlRequest &request, Time now)
 ControlReply Fx3Controller::SensorTemperature(const ControlRequest &, Time now)
 {
     constexpr double kStepsPerDegree = 16;
-    return TwelveBits(
-        static_cast<int>(std::lround(m_board.climate.Celsius(now) * kStepsPerDegree)));
+    return Data(
+        TwelveBits(static_cast<int>(std::lround(m_board.climate.Celsius(now) * kStepsPerDegree))));
 }
 
 ControlReply Fx3Controller::SetTransferCount(const ControlRequest &request, Time)
@@ -212,7 +110,7 @@ ControlReply Fx3Controller::SetTransferCount(const ControlRequest &request, Time
 
 ControlReply Fx3Controller::Thermistor(const ControlRequest &, Time now)
 {
-    return TwelveBits(ThermistorReading(m_board.climate.Celsius(now)));
+    return Data(TwelveBits(ThermistorReading(m_board.climate.Celsius(now))));
 }
 
 ControlReply Fx3Controller::ReadFlash(const ControlRequest &request, Time)
@@ -238,6 +136,33 @@ ControlReply Fx3Controller::PollFlash(const ControlRequest &, Time)
     if (m_board.wideDataBus)
         return Stalled();
     return Data({static_cast<uint8_t>(m_board.flash.PollBusy() ? 1 : 0)});
+}
+
+/// A load without bytes is the jump to the program.
+ControlReply Fx3Controller::LoadRam(const ControlRequest &request, Time)
+{
+    if (request.data.empty())
+        m_programEntry = RamAddress(request);
+    m_ram.Write(RamAddress(request), request.data);
+    return Done();
+}
+
+ControlReply Fx3Controller::ReadRam(const ControlRequest &request, Time)
+{
+    return Data(m_ram.Read(RamAddress(request), request.length));
+}
+
+ControlReply Fx3Controller::WriteEeprom(const ControlRequest &request, Time)
+{
+    return DoneIf(m_board.eeprom.Write(EepromAddress(request), request.data));
+}
+
+ControlReply Fx3Controller::ReadEeprom(const ControlRequest &request, Time)
+{
+    std::vector<uint8_t> bytes(request.length);
+    if (!m_board.eeprom.Read(EepromAddress(request), bytes))
+        return Stalled();
+    return Data(std::move(bytes));
 }
 
 } // namespace vscsim

@@ -1,42 +1,26 @@
 #pragma once
 
-#include "camera/board.h"
-#include "camera/camera.h"
-#include "camera/frame_stream.h"
+#include "camera/controller.h"
 
 namespace vscsim {
 
-/// The USB 3.0 controller's firmware: answers the vendor requests with the parts of the board.
-class Fx3Controller {
+/// The USB 3.0 controller: it reaches the sensor through an FPGA, and carries the temperature
+/// converters, the cooler and the flash. The boot loader's requests stay with its firmware.
+class Fx3Controller final : public Controller {
   public:
-    Fx3Controller(Board &board, FrameStream &stream) : m_board(board), m_stream(stream) {}
+    using Controller::Controller;
 
-    ControlReply Answer(const ControlRequest &request, Time now);
+    std::optional<uint32_t> ProgramEntry() const override { return m_programEntry; }
 
   private:
-    using Handler = ControlReply (Fx3Controller::*)(const ControlRequest &, Time);
-    struct Entry {
-        uint8_t request;
-        bool in;
-        Handler handler;
-    };
-    static const Entry kRequests[];
+    static const Request<Fx3Controller> kRequests[];
 
-    ControlReply WriteSensorByte(const ControlRequest &request, Time now);
-    ControlReply ReadSensorByte(const ControlRequest &request, Time now);
-    ControlReply WriteSensorWord(const ControlRequest &request, Time now);
-    ControlReply ReadSensorWord(const ControlRequest &request, Time now);
+    std::optional<ControlReply> AnswerOwn(const ControlRequest &request, Time now) override;
+
     ControlReply WriteFpga(const ControlRequest &request, Time now);
     ControlReply ReadFpga(const ControlRequest &request, Time now);
     ControlReply SwitchWideBus(const ControlRequest &request, Time now);
-    ControlReply FirmwareVersion(const ControlRequest &request, Time now);
     ControlReply HostSpeed(const ControlRequest &request, Time now);
-    ControlReply StartDataPath(const ControlRequest &request, Time now);
-    ControlReply StopDataPath(const ControlRequest &request, Time now);
-    ControlReply StartSensorClock(const ControlRequest &request, Time now);
-    ControlReply StopSensorClock(const ControlRequest &request, Time now);
-    ControlReply GuideOn(const ControlRequest &request, Time now);
-    ControlReply GuideOff(const ControlRequest &request, Time now);
     ControlReply DriveCooler(const ControlRequest &request, Time now);
     ControlReply SensorTemperature(const ControlRequest &request, Time now);
     ControlReply SetTransferCount(const ControlRequest &request, Time now);
@@ -45,11 +29,12 @@ class Fx3Controller {
     ControlReply ProgramFlash(const ControlRequest &request, Time now);
     ControlReply EraseFlash(const ControlRequest &request, Time now);
     ControlReply PollFlash(const ControlRequest &request, Time now);
+    ControlReply LoadRam(const ControlRequest &request, Time now);
+    ControlReply ReadRam(const ControlRequest &request, Time now);
+    ControlReply WriteEeprom(const ControlRequest &request, Time now);
+    ControlReply ReadEeprom(const ControlRequest &request, Time now);
 
-    ControlReply SwitchGuide(const ControlRequest &request, bool on, Time now);
-
-    Board &m_board;
-    FrameStream &m_stream;
+    std::optional<uint32_t> m_programEntry;
 };
 
 } // namespace vscsim

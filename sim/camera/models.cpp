@@ -1,6 +1,7 @@
 #include "camera/models.h"
 
 #include "camera/python_sensor.h"
+#include "camera/self_timed_sensor.h"
 #include "camera/sony_sensor.h"
 
 #include <algorithm>
@@ -14,7 +15,8 @@ namespace vscsim {
 /// A sensor: its way of being programmed, and what distinguishes it from others of that way.
 struct SensorFamily {
     PixelArray pixels;
-    std::variant<std::monostate, SonyTraits, PythonTraits> traits; // monostate: not simulated yet
+    std::variant<std::monostate, PythonTraits, SelfTimedTraits, SonyTraits>
+        traits; // monostate: not simulated yet
     PixelFacts pixel;
 };
 
@@ -27,15 +29,17 @@ constexpr SonyTraits kSmallPixels = {.clockHz = {37.125e6, 18.5625e6, 9.28125e6}
                                      .binnedClockHz = 9.28125e6};
 constexpr SonyTraits kLargeFormat = {.clockHz = {20.25e6, 20.25e6, 20.25e6}};
 
-constexpr SensorFamily kS047 = {{640, 480}, {}, {}};
+constexpr SensorFamily kS047 = {{640, 480}, SelfTimedTraits{}, {}};
 constexpr SensorFamily kS048 = {{640, 480}, PythonTraits{}, {}};
-constexpr SensorFamily kS052 = {{728, 512}, {}, {}};
-constexpr SensorFamily kS056 = {{752, 480}, {}, {}};
+constexpr SensorFamily kS052 = {{728, 512}, SelfTimedTraits{}, {}};
+constexpr SensorFamily kS056 = {{752, 480}, SelfTimedTraits{}, {}};
 constexpr SensorFamily kS065 = {{7380, 4928}, kLargeFormat, {.electronsPerStep = 1.0}};
 constexpr SensorFamily kS083 = {{4944, 3284}, kLargeFormat, {.electronsPerStep = 2.82}};
 constexpr SensorFamily kS2800 = {{4656, 3520}, {}, {.electronsPerStep = 4.96}};
-constexpr SensorFamily kS340 = {{1280, 960}, {}, {.electronsPerStep = 3.712}};
-constexpr SensorFamily kS350 = {{1280, 1024}, {}, {}};
+constexpr SensorFamily kS340 = {
+    {1280, 960}, SelfTimedTraits{.highByteFirst = true}, {.electronsPerStep = 3.712}};
+constexpr SensorFamily kS350 = {
+    {1280, 1024}, SelfTimedTraits{.highByteFirst = true, .blackOffsets = {12, 13, -11, -10}}, {}};
 constexpr SensorFamily kS372 = {
     {1944, 1224}, SonyTraits{.clockHz = {4.4e6, 2.2e6, 1.1e6}}, {.electronsPerStep = 4.0}};
 constexpr SensorFamily kS385 = {{6036, 4032}, kLargeFormat, {.electronsPerStep = 1.0}};
@@ -136,6 +140,10 @@ struct SensorMaker {
     {
         throw std::invalid_argument(std::string("the sensor of ") + model.name +
                                     " is not simulated");
+    }
+    std::unique_ptr<Sensor> operator()(const SelfTimedTraits &traits) const
+    {
+        return std::make_unique<SelfTimedSensor>(model.family->pixels, traits);
     }
     std::unique_ptr<Sensor> operator()(const SonyTraits &traits) const
     {

@@ -40,12 +40,13 @@ std::unique_ptr<SceneSource> MakeSkySource(const ModelFacts &model, uint64_t see
 void RenderFrame(SceneSource &scene, const FrameSettings &settings, const Exposure &exposure,
                  std::span<uint8_t> frame);
 
-/// The marks that the FPGA sets over the first and last pixels of a frame.
+/// The marks over the first and last pixels of a frame, and what is wrong with them.
 struct FrameMarks {
-    uint16_t head = 0x5A7E;
-    uint16_t headCounter = 0;
-    uint16_t tailCounter = 0;
-    uint16_t tail = 0x3CF0;
+    MarkStyle style = MarkStyle::BothEnds;
+    uint16_t counter = 0; // at both ends
+    bool badHead = false;
+    bool badTail = false;         // where there is a tail
+    bool unequalCounters = false; // where there are any
 };
 void WriteMarks(const FrameMarks &marks, std::span<uint8_t> frame);
 

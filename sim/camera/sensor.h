@@ -19,16 +19,26 @@ struct PixelArray {
     int height = 0;
 };
 
+/// The rhythm of a sensor that makes its own line and frame pulses.
+struct FramePulses {
+    uint32_t lineClocks = 0;
+    uint32_t frameLines = 0; // stretched when the exposure takes longer
+    uint32_t exposedLines = 0;
+};
+
 /// What a sensor does with its clock and line pulses, as its registers say.
 struct SensorReadout {
     bool streaming = false; // out of standby
     Window window;
     int bin = 1; // of the sensor itself; it sends window / bin
     int bits = 12;
-    double clockHz = 0;        // of the line length that the FPGA counts
-    uint32_t shortestLine = 0; // in those clocks; the sensor lengthens shorter ones
+    bool highByteFirst = false;             // of samples that are sent in 16 bits
+    double clockHz = 0;                     // in which the length of a line is counted
+    std::optional<FramePulses> pulses = {}; // its own; otherwise the FPGA makes them
+    uint32_t shortestLine = 0;              // of the FPGA's; the sensor lengthens shorter ones
     uint32_t shutterLines = 0; // lines at the start of a frame before the exposure begins
     std::optional<double> exposureUs = {}; // of sensors that count it by themselves, instead
+    bool timedByHost = false;              // it exposes on until a frame is read
     double gain = 1;                       // against the lowest setting
     int blackLevel = 0;                    // of 4096
 
@@ -49,6 +59,9 @@ class Sensor {
     virtual uint8_t ReadByte(uint16_t address) const = 0;
     virtual void WriteWord(uint16_t address, uint16_t value) = 0;
     virtual uint16_t ReadWord(uint16_t address) const = 0;
+
+    /// Before registers are read; of interest to sensors that tell their temperature.
+    virtual void SetCelsius(double) {}
 
     virtual SensorReadout Readout() const = 0;
     /// Whether it runs without the clock that the board can stop.

@@ -34,7 +34,7 @@ class Bus {
 
     void Unplug(int device);
     /// The same camera comes back: last in the list, at a new address, with registers as after
-    /// power-on; its flash is kept, its fault plan starts anew.
+    /// power-on; its memories are kept, its fault plan starts anew.
     void Replug(int device);
 
     /// The simulated camera, under the bus lock for as long as `look` runs.

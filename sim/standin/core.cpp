@@ -92,6 +92,8 @@ Time Core::NextEvent() const
     Time next = kNever;
     for (const libusb_device *device : m_attached)
         next = std::min(next, m_slots[static_cast<size_t>(device->number)]->device.NextEvent());
+    for (const auto &slot : m_slots)
+        next = std::min(next, slot->returnsAt);
     for (const Transfer *transfer : m_pending)
         next = std::min(next, transfer->endsAt);
     return next;
@@ -108,6 +110,9 @@ void Core::CatchUp()
 void Core::Process(Time at)
 {
     m_caughtUp = at;
+    for (size_t number = 0; number < m_slots.size(); ++number)
+        if (m_slots[number]->returnsAt <= at)
+            Attach(static_cast<int>(number));
     std::vector<Transfer *> done;
     for (const libusb_device *device : std::vector(m_attached)) {
         done.clear();
@@ -169,6 +174,7 @@ int Core::Plug(Device device)
 void Core::Attach(int number)
 {
     Slot &slot = *m_slots.at(static_cast<size_t>(number));
+    slot.returnsAt = kNever;
     if (slot.attached)
         return;
     auto device = std::make_unique<libusb_device>(slot.device.Describe());
@@ -182,6 +188,7 @@ void Core::Attach(int number)
 void Core::Detach(int number)
 {
     Slot &slot = *m_slots.at(static_cast<size_t>(number));
+    slot.returnsAt = kNever;
     if (!slot.attached)
         return;
     libusb_device &device = *std::exchange(slot.attached, nullptr);
@@ -200,6 +207,13 @@ void Core::Replug(int number)
     Detach(number);
     DeviceOf(number).PowerCycle();
     Attach(number);
+}
+
+void Core::AttachAnew(int number, Time at)
+{
+    Slot &slot = *m_slots.at(static_cast<size_t>(number));
+    slot.device.PowerCycle();
+    slot.returnsAt = at;
 }
 
 // --- libusb's objects

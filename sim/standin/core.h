@@ -39,6 +39,8 @@ class Core {
     void Attach(int number);
     void Detach(int number);
     void Replug(int number);
+    /// Lets a device that was detached come back at that time, after a power cycle.
+    void AttachAnew(int number, Time at);
     Device &DeviceOf(int number) { return m_slots.at(static_cast<size_t>(number))->device; }
     Device &DeviceOf(const libusb_device &device) { return DeviceOf(device.number); }
 
@@ -86,6 +88,7 @@ class Core {
     struct Slot {
         Device device;
         libusb_device *attached = nullptr;
+        Time returnsAt = kNever; // by itself
     };
     struct Handler {
         bool notified = false; // something was handled, or the handler is to return

@@ -94,11 +94,8 @@ libusb_device Device::Describe() const
 
 void Device::PowerCycle()
 {
-    if (!m_camera)
-        return;
-    Camera fresh(*m_model, m_options);
-    std::ranges::copy(m_camera->Flash(), fresh.Flash().begin());
-    m_camera = std::move(fresh);
+    if (m_camera)
+        m_camera->PowerCycle();
 }
 
 void Device::Queue(Transfer &transfer, Time now)
@@ -202,13 +199,13 @@ void Device::ClearHalt(uint8_t endpoint, Time now)
     LookAtBulkAgain(now);
 }
 
-Outcome Device::Reset(Time now)
+AfterReset Device::Reset(Time now)
 {
     if (!m_camera)
-        return Outcome::Ok;
-    const Outcome outcome = m_camera->Reset(now);
+        return AfterReset::SameDevice;
+    const AfterReset after = m_camera->Reset(now);
     LookAtBulkAgain(now);
-    return outcome;
+    return after;
 }
 
 } // namespace vscsim

@@ -63,7 +63,6 @@ class Device {
     bool IsCamera() const { return m_camera.has_value(); }
     Camera &TheCamera() { return *m_camera; }
 
-    /// Power was off: registers and the fault plan start anew, the flash keeps its contents.
     void PowerCycle();
 
     void Queue(Transfer &transfer, Time now);
@@ -78,7 +77,7 @@ class Device {
     void Serve(Time now, std::vector<Transfer *> &done);
 
     void ClearHalt(uint8_t endpoint, Time now);
-    Outcome Reset(Time now);
+    AfterReset Reset(Time now);
 
     std::vector<std::string> traffic;
 

@@ -19,6 +19,7 @@ namespace {
 constexpr Time kIdleCallTime = 10us;
 constexpr Time kControlTime = 100us; // of the requests that the kernel makes
 constexpr Time kResetTime = 200ms;
+constexpr Time kBootTime = 300ms; // until a controller that boots is on the bus again
 
 /// A call of a libusb function: numbered, and under the lock of the bus.
 class Call {
@@ -363,9 +364,13 @@ int libusb_reset_device(libusb_device_handle *handle)
             call.Misuse("transfers are queued");
         call->CompleteAll(*handle->device, LIBUSB_TRANSFER_NO_DEVICE); // the kernel kills them
         device.traffic.emplace_back("reset");
-        if (device.Reset(call->Now()) != vscsim::Outcome::NoDevice)
+        const vscsim::AfterReset after = device.Reset(call->Now());
+        if (after == vscsim::AfterReset::SameDevice)
             return LIBUSB_SUCCESS;
-        call->Replug(handle->device->number); // enumerated anew: this handle is dead
+        const int number = handle->device->number;
+        call->Detach(number); // this handle is dead
+        if (after == vscsim::AfterReset::NewDevice)
+            call->AttachAnew(number, call->Now() + kBootTime);
         return LIBUSB_ERROR_NOT_FOUND;
     });
 }

@@ -80,7 +80,9 @@ constexpr Verb kVerbs[] = {
 std::string TrafficLine(const ControlRequest &request)
 {
     for (const Verb &verb : kVerbs) {
-        if (verb.requestType == request.requestType && verb.request == request.request)
+        // A program that replaces the camera's own takes other requests, with data, by these codes.
+        const bool isOther = verb.line == Command && request.length != 0;
+        if (verb.requestType == request.requestType && verb.request == request.request && !isOther)
             return verb.line(request);
     }
     return Format("%02X %02X %04X %04X len %d", request.requestType, request.request, request.value,

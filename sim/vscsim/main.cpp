@@ -37,6 +37,7 @@ A camera is a model, followed by what is particular about it:
   VSC470MC              at a USB 3.0 port
   VSC470MC:usb2         at a USB 2.0 port
   VSC470MC:unreadable   its descriptor cannot be read
+  VSC340MM:firmware=1   it comes with firmware of that version (3)
 Faults, separated by commas: NAME[:REQUEST][@FIRST][xCOUNT][%PROBABILITY][=AMOUNT], or a JSON file.
   short-frame@5         frame 5 (counted from 0) lacks its last 512 bytes
   empty-frame@10x4      frames 10 to 13 are not sent
@@ -45,7 +46,17 @@ Faults, separated by commas: NAME[:REQUEST][@FIRST][xCOUNT][%PROBABILITY][=AMOUN
 Example:
   vscsim run --camera VSC470MC --camera VSC470MM:usb2 -- vsccam list)";
 
-/// Reads MODEL[:usb2][:unreadable].
+uint8_t ParseFirmware(std::string_view text)
+{
+    uint8_t version = 0;
+    const char *const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, version);
+    if (error != std::errc() || stop != end)
+        throw CLI::ValidationError("--camera", fmt::format("no firmware version: {}", text));
+    return version;
+}
+
+/// Reads MODEL[:usb2][:unreadable][:firmware=N].
 BusDevice ParseCamera(const std::string &text)
 {
     std::istringstream parts(text);
@@ -54,11 +65,14 @@ BusDevice ParseCamera(const std::string &text)
     BusDevice device{.model = FindModel(part)};
     if (!device.model)
         throw CLI::ValidationError("--camera", fmt::format("no model {}; see vscsim list", part));
+    constexpr std::string_view kFirmware = "firmware=";
     while (std::getline(parts, part, ':')) {
         if (part == "usb2")
             device.options.link = LinkSpeed::High;
         else if (part == "unreadable")
             device.options.readableDescriptor = false;
+        else if (part.starts_with(kFirmware))
+            device.options.firmwareVersion = ParseFirmware(part.substr(kFirmware.size()));
         else
             throw CLI::ValidationError("--camera", fmt::format("\"{}\" in {}", part, text));
     }
@@ -163,7 +177,7 @@ int Main(int argc, char **argv)
     RunOptions options;
     CLI::App *const run = app.add_subcommand("run", "Runs a program on a bus of simulated cameras");
     run->add_option("--camera", options.cameras, "Plugs a camera in (a VSC470MC); may be repeated")
-        ->type_name("MODEL[:usb2][:unreadable]")
+        ->type_name("MODEL[:usb2][:unreadable][:firmware=N]")
         ->allow_extra_args(false);
     run->add_option("--scene", options.scene, "What the cameras see")
         ->type_name("sky|pattern")

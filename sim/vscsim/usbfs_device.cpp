@@ -178,8 +178,15 @@ int UsbfsDevice::ClearHalt(const Call &call)
 int UsbfsDevice::Reset(const Call &call)
 {
     CancelBulk(call.now);
-    if (m_camera.Reset(call.now) == Outcome::Ok)
+    switch (m_camera.Reset(call.now)) {
+    case AfterReset::SameDevice:
         return 0;
+    case AfterReset::NewDevice:
+        m_camera.PowerCycle(); // programs that run would not see a new one: it keeps its address
+        return 0;
+    case AfterReset::Gone:
+        break;
+    }
     Unplug();
     return -ENODEV;
 }

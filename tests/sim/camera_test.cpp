@@ -69,8 +69,6 @@ TEST(Controller, StallsWhatItDoesNotKnow)
         const char *what;
         Outcome outcome;
     } cases[] = {
-        {"boot loader's answer", host.In(0xA0, 0, 0, 1).outcome},
-        {"EEPROM", host.Out(0xBA)},
         {"clock of another controller", host.Out(0xA4)},
         {"a read in the wrong direction", host.Out(0xB7)},
         {"a write in the wrong direction", host.In(0xB6, 0, 0, 1).outcome},

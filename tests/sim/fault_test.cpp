@@ -70,7 +70,8 @@ TEST(FaultPlan, SaysWhatIsWrongAndWhere)
         {"bad-headx0", "fault 1: count must be at least 1"},
         {"bad-head%2", "fault 1: probability must lie between 0 and 1"},
         {"bad-head%nan", "fault 1: probability must lie between 0 and 1"},
-        {"bad-head:b6", "fault 1: a fault of frames takes no request"},
+        {"lost-at-reset:b6", "fault 1: a fault of frames or resets takes no request"},
+        {"bad-head:b6", "fault 1: a fault of frames or resets takes no request"},
         {"refuse-request:100", "fault 1: request (hexadecimal, 00 to ff) is no number: \"100\""},
         {"bad\xFFhead\n", "fault 1: unknown fault \"bad?head?\""},
         {"[", "no JSON at byte 2"},
@@ -153,7 +154,7 @@ TEST(Faults, SpoilTheFrameTheyName)
             if (c.outcome == Outcome::Stall) {
                 EXPECT_TRUE(host.Read(format.Bytes()).empty());
             }
-            host.camera.ClearHalt(Host::kEndpoint, host.now);
+            host.camera.ClearHalt(host.Endpoint(), host.now);
             const std::vector<uint8_t> next = host.Read(format.Bytes());
             EXPECT_TRUE(ShowsPattern(next, format, Word(next, 2)));
         }
@@ -168,7 +169,7 @@ TEST(Faults, EmptyFramesAreAsManyEmptyReads)
         std::vector<size_t> sizes;
         for (int i = 0; i < 6; ++i) {
             sizes.push_back(host.Read(640 * 480, timeout).size());
-            host.camera.GiveUp(Host::kEndpoint, host.now); // of the same read: changes nothing
+            host.camera.GiveUp(host.Endpoint(), host.now); // of the same read: changes nothing
         }
         EXPECT_EQ(sizes, (std::vector<size_t>{307'200, 0, 0, 0, 0, 307'200}));
     }
@@ -178,12 +179,13 @@ TEST(Faults, MuteAndUnpluggedCamerasStaySo)
 {
     const struct {
         std::string_view plan;
-        Outcome request, transfer, reset;
+        Outcome request, transfer;
+        AfterReset reset;
     } cases[] = {
-        {"mute@1", Outcome::Timeout, Outcome::Timeout, Outcome::NoDevice},
-        {"unplug@1", Outcome::NoDevice, Outcome::NoDevice, Outcome::NoDevice},
-        {"mute:aa", Outcome::Timeout, Outcome::Timeout, Outcome::NoDevice},
-        {"unplug:aa", Outcome::NoDevice, Outcome::NoDevice, Outcome::NoDevice},
+        {"mute@1", Outcome::Timeout, Outcome::Timeout, AfterReset::NewDevice},
+        {"unplug@1", Outcome::NoDevice, Outcome::NoDevice, AfterReset::Gone},
+        {"mute:aa", Outcome::Timeout, Outcome::Timeout, AfterReset::NewDevice},
+        {"unplug:aa", Outcome::NoDevice, Outcome::NoDevice, AfterReset::Gone},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.plan);

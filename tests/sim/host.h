@@ -14,7 +14,6 @@ using namespace std::chrono_literals;
 /// A host program reduced to its traffic, with a clock of its own.
 class Host {
   public:
-    static constexpr uint8_t kEndpoint = 0x81;
     static constexpr size_t kTransferBytes = 1 << 20;
 
     struct Format {
@@ -39,6 +38,8 @@ class Host {
     {
     }
 
+    uint8_t Endpoint() const { return camera.Model().ImageEndpoint(); }
+
     Outcome Out(uint8_t request, int value = 0, int index = 0, std::vector<uint8_t> data = {})
     {
         return camera
@@ -60,6 +61,7 @@ class Host {
                                .length = static_cast<uint16_t>(length)},
                               now);
     }
+    void Word(int address, int value) { (void)Out(0xA6, address, value); }
     void Sony(int address, int value) { (void)Out(0xB6, address, value); }
     void Fpga(int number, int value) { (void)Out(0xBD, number, value); }
     void Sony(int address, int value, int bytes)
@@ -105,7 +107,7 @@ class Host {
         (void)Out(0xA9);
         Sony(0x3000, 0);
         Fpga(0, run);
-        camera.ClearHalt(kEndpoint, now);
+        camera.ClearHalt(Endpoint(), now);
     }
     void Stop()
     {
@@ -118,17 +120,17 @@ class Host {
     BulkReply Transfer(std::span<uint8_t> room, Time timeout)
     {
         const Time deadline = now + timeout;
-        BulkReply reply = camera.Bulk(kEndpoint, room, 0, now);
+        BulkReply reply = camera.Bulk(Endpoint(), room, 0, now);
         while (!reply.complete && reply.readyAt <= deadline) {
             EXPECT_GT(reply.readyAt, now) << "would ask for ever";
             now = reply.readyAt;
-            reply = camera.Bulk(kEndpoint, room, reply.bytes, now);
+            reply = camera.Bulk(Endpoint(), room, reply.bytes, now);
         }
         if (!reply.complete) {
             now = deadline;
-            reply = camera.Bulk(kEndpoint, room, reply.bytes, now);
+            reply = camera.Bulk(Endpoint(), room, reply.bytes, now);
             reply.outcome = Outcome::Timeout;
-            camera.GiveUp(kEndpoint, now);
+            camera.GiveUp(Endpoint(), now);
         }
         return reply;
     }

@@ -54,7 +54,7 @@ TEST(Stream, NothingComesUnlessEverySwitchIsOn)
             EXPECT_EQ(host.Read(640 * 480).size(), 640U * 480U);
             c.spoil(host);
             host.now += 1s; // a frame that was under way when the registers changed
-            host.camera.ClearHalt(Host::kEndpoint, host.now);
+            host.camera.ClearHalt(host.Endpoint(), host.now);
             (void)host.Read(640 * 480);
             EXPECT_TRUE(host.Read(640 * 480).empty());
         }
@@ -68,7 +68,7 @@ TEST(Stream, AStoppedStreamLeavesNothingToTheNext)
         void (*between)(Host &);
         int number; // of the frame that comes next
     } cases[] = {
-        {"halt cleared", [](Host &host) { host.camera.ClearHalt(Host::kEndpoint, host.now); }, 1},
+        {"halt cleared", [](Host &host) { host.camera.ClearHalt(host.Endpoint(), host.now); }, 1},
         {"stopped and started", [](Host &host) { host.Stop(), host.Start(); }, 0},
         {"data path off and on", [](Host &host) { host.Out(0xAA), host.Out(0xA9); }, 0},
         {"reset", [](Host &host) { host.camera.Reset(host.now), host.Start(); }, 0},
@@ -159,7 +159,7 @@ TEST(Stream, BytesArriveWhileAFrameIsReadOut)
     std::vector<uint8_t> room(format.Bytes());
     const Time period = std::chrono::nanoseconds(1114 * 203 * 10'000'000LL / 185'625);
     host.now += period + period / 2;
-    const size_t half = host.camera.Bulk(Host::kEndpoint, room, 0, host.now).bytes;
+    const size_t half = host.camera.Bulk(host.Endpoint(), room, 0, host.now).bytes;
     EXPECT_EQ(half % 1024, 0U);
     EXPECT_NEAR(static_cast<double>(half), static_cast<double>(format.Bytes()) / 2, 40'000);
 }

@@ -304,6 +304,32 @@ TEST_F(Libusb, EndsEverythingWhenTheDeviceGoes)
         EXPECT_EQ(result, LIBUSB_ERROR_NO_DEVICE);
 }
 
+TEST_F(Libusb, LosesACameraThatBootsAtResetUntilItIsBack)
+{
+    for (const bool comesBack : {true, false}) {
+        SCOPED_TRACE(comesBack);
+        bus.Reset();
+        CameraOptions options;
+        if (!comesBack)
+            options.faults = {{.fault = Fault::LostAtReset}};
+        bus.Plug("VSC340MM", options);
+        OpenCamera camera;
+        uint8_t program[] = {1, 2, 3};
+        for (uint8_t control : {uint8_t{1}, uint8_t{0}}) {
+            EXPECT_EQ(libusb_control_transfer(camera.handle, 0x40, 0xA0, 0xE600, 0, &control, 1, 0),
+                      1);
+            EXPECT_EQ(libusb_control_transfer(camera.handle, 0x40, 0xA0, 0, 0, program, 3, 0), 3);
+        }
+        EXPECT_EQ(libusb_reset_device(camera.handle), LIBUSB_ERROR_NOT_FOUND);
+        EXPECT_EQ(camera.Command(0xAA), LIBUSB_ERROR_NO_DEVICE);
+        EXPECT_EQ(OpenDevice(), nullptr);
+        clock.WaitForWake(clock.WakeCount(), clock.Now() + 1s, "the camera to boot");
+        libusb_device_handle *const again = OpenDevice();
+        EXPECT_EQ(again != nullptr, comesBack);
+        libusb_close(again);
+    }
+}
+
 TEST_F(Libusb, FindsAReplacedCameraAtTheSamePortLastInTheList)
 {
     const int number = bus.Plug("VSC470MM");
