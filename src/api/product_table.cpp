@@ -1,15 +1,12 @@
 #include "api/product_table.h"
 
 #include "models/python/s048.h"
-#include "models/sony/s065.h"
-#include "models/sony/s083.h"
+#include "models/sony/large_format.h"
 #include "models/sony/s372.h"
-#include "models/sony/s385.h"
 #include "models/sony/s420.h"
 #include "models/sony/s430.h"
 #include "models/sony/s440.h"
 #include "models/sony/s450.h"
-#include "models/sony/s460.h"
 #include "models/sony/s470.h"
 
 #include <algorithm>

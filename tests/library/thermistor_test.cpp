@@ -1,8 +1,6 @@
 #include "core/thermistor.h"
 #include "library/wire.h"
-#include "models/sony/s065.h"
-#include "models/sony/s083.h"
-#include "models/sony/s385.h"
+#include "models/sony/large_format.h"
 #include "models/thermometer.h"
 #include "support/simulated_bus.h"
 

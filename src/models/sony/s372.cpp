@@ -1,5 +1,6 @@
 #include "models/sony/s372.h"
 
+#include "models/edition.h"
 #include "models/sony/neutral_power_up.h"
 
 // S372: 1944 x 1224 Sony sensor, USB 3.0, colour only. Rate codes, frame offsets, shortest lines
@@ -21,27 +22,22 @@ constexpr SonySensor kSensor = {
     .powerUp = kNeutralPowerUp,
 };
 
-constexpr CameraModel kModel = {
-    .name = "KYR VSC372MC",
-    .productId = 0x372A,
+constexpr CameraModel kS372 = {
     .sensorWidth = 1944,
     .sensorHeight = 1224,
     .pixelSizeUm = 2.8,
-    .colour = true,
     .bayer = 3,
     .bins = {1, 2},
     .electronsPerAdu = 4.0F,
     .gainOffset = {9, 25, -1, -1},
     .gain = {.min = 0, .max = 480, .initial = 200},
     .exposureUs = {.min = 32, .max = 4'000'000, .initial = 10'000},
-    .hasBrightness = true,
-    .hasTemperature = true,
-    .hasHighSpeed = true,
-    .hasAutoBandwidth = true,
 };
+
+constexpr CameraModel kMC = Edition(kS372, "KYR VSC372MC", 0x372A, Pixels::Colour);
 
 } // namespace
 
-CCameraS372MC::CCameraS372MC(unsigned long) : SonyDriver(kModel, kSensor) {}
+CCameraS372MC::CCameraS372MC(unsigned long) : SonyDriver(kMC, kSensor) {}
 
 } // namespace vsccam

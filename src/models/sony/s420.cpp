@@ -1,5 +1,6 @@
 #include "models/sony/s420.h"
 
+#include "models/edition.h"
 #include "models/sony/neutral_power_up.h"
 
 // S420: 1936 x 1216 Sony sensor, USB 3.0. Rate codes, frame offsets, shortest lines (69 clocks
@@ -8,6 +9,9 @@
 namespace vsccam {
 
 namespace {
+
+using enum Pixels;
+using enum Housing;
 
 // One clock for all read-outs.
 constexpr SonySensor kSensor = {
@@ -21,40 +25,39 @@ constexpr SonySensor kSensor = {
     .powerUp = kNeutralPowerUp,
 };
 
-constexpr CameraModel Edition(const char *name, uint16_t productId, bool colour, bool cooled)
+constexpr CameraModel kS420 = {
+    .sensorWidth = 1936,
+    .sensorHeight = 1216,
+    .pixelSizeUm = 5.86,
+    .bayer = 0,
+    .bins = {1, 2},
+    .electronsPerAdu = 7.92F,
+    .gainOffset = {10, 27, 240, 90},
+    .gain = {.min = 0, .max = 400, .initial = 200},
+    .exposureUs = {.min = 32, .max = 300'000'000, .initial = 10'000},
+};
+
+constexpr CameraModel S420(const char *name, uint16_t productId, Pixels pixels,
+                           Housing housing = Uncooled)
 {
-    return {
-        .name = name,
-        .productId = productId,
-        .sensorWidth = 1936,
-        .sensorHeight = 1216,
-        .pixelSizeUm = 5.86,
-        .colour = colour,
-        .bayer = 0,
-        .cooled = cooled,
-        .bins = {1, 2},
-        .electronsPerAdu = 7.92F,
-        .gainOffset = {10, 27, 240, 90},
-        .gain = {.min = 0, .max = 400, .initial = 200},
-        .exposureUs = {.min = 32, .max = cooled ? 2'000'000'000 : 300'000'000, .initial = 10'000},
-        .whiteBalance = colour ? WhiteBalanceRange{.red = 60, .blue = 99} : WhiteBalanceRange{},
-        .hasBrightness = true,
-        .hasTemperature = true,
-        .hasHighSpeed = true,
-        .hasAutoBandwidth = true,
-    };
+    CameraModel model = Edition(kS420, name, productId, pixels, housing);
+    if (housing == Cooled)
+        model.exposureUs.max = 2'000'000'000;
+    if (pixels == Colour)
+        model.whiteBalance = {.red = 60, .blue = 99};
+    return model;
 }
 
-constexpr CameraModel kMono = Edition("KYR VSC420MM", 0x420B, false, false);
-constexpr CameraModel kColour = Edition("KYR VSC420MC", 0x420A, true, false);
-constexpr CameraModel kMonoCool = Edition("KYR VSC420MM-Cool", 0x420D, false, true);
-constexpr CameraModel kColourCool = Edition("KYR VSC420MC-Cool", 0x420C, true, true);
+constexpr CameraModel kMM = S420("KYR VSC420MM", 0x420B, Mono);
+constexpr CameraModel kMC = S420("KYR VSC420MC", 0x420A, Colour);
+constexpr CameraModel kMM_C = S420("KYR VSC420MM-Cool", 0x420D, Mono, Cooled);
+constexpr CameraModel kMC_C = S420("KYR VSC420MC-Cool", 0x420C, Colour, Cooled);
 
 } // namespace
 
-CCameraS420MM::CCameraS420MM(unsigned long) : SonyDriver(kMono, kSensor) {}
-CCameraS420MC::CCameraS420MC(unsigned long) : SonyDriver(kColour, kSensor) {}
-CCameraS420MM_C::CCameraS420MM_C(unsigned long) : SonyDriver(kMonoCool, kSensor) {}
-CCameraS420MC_C::CCameraS420MC_C(unsigned long) : SonyDriver(kColourCool, kSensor) {}
+CCameraS420MM::CCameraS420MM(unsigned long) : SonyDriver(kMM, kSensor) {}
+CCameraS420MC::CCameraS420MC(unsigned long) : SonyDriver(kMC, kSensor) {}
+CCameraS420MM_C::CCameraS420MM_C(unsigned long) : SonyDriver(kMM_C, kSensor) {}
+CCameraS420MC_C::CCameraS420MC_C(unsigned long) : SonyDriver(kMC_C, kSensor) {}
 
 } // namespace vsccam

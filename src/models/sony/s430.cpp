@@ -1,5 +1,6 @@
 #include "models/sony/s430.h"
 
+#include "models/edition.h"
 #include "models/sony/neutral_power_up.h"
 
 // S430: 3096 x 2080 Sony sensor, USB 3.0. Rate codes, frame offsets, shortest lines (216 clocks
@@ -8,6 +9,9 @@
 namespace vsccam {
 
 namespace {
+
+using enum Pixels;
+using enum Housing;
 
 // One clock for all read-outs; none uses the slow one.
 constexpr SonySensor kSensor = {
@@ -21,42 +25,31 @@ constexpr SonySensor kSensor = {
     .powerUp = kNeutralPowerUp,
 };
 
-constexpr CameraModel Edition(const char *name, uint16_t productId, bool colour, bool cooled)
-{
-    return {
-        .name = name,
-        .productId = productId,
-        .sensorWidth = 3096,
-        .sensorHeight = 2080,
-        .pixelSizeUm = 2.4,
-        .colour = colour,
-        .bayer = 0,
-        .cooled = cooled,
-        .bins = {1, 2, 3, 4},
-        .electronsPerAdu = 0.916F,
-        .adcBits = 14,
-        .gainOffset = {25, 25, 270, 340},
-        .gain = {.min = 0, .max = 510, .initial = 210},
-        .exposureUs = {.min = 32, .max = 2'000'000'000, .initial = 10'000},
-        .brightness = {.min = 0, .max = 600, .initial = 10},
-        .whiteBalance = {.red = 70, .blue = 90},
-        .hasBrightness = true,
-        .hasTemperature = true,
-        .hasHighSpeed = true,
-        .hasAutoBandwidth = true,
-    };
-}
+constexpr CameraModel kS430 = {
+    .sensorWidth = 3096,
+    .sensorHeight = 2080,
+    .pixelSizeUm = 2.4,
+    .bayer = 0,
+    .bins = {1, 2, 3, 4},
+    .electronsPerAdu = 0.916F,
+    .adcBits = 14,
+    .gainOffset = {25, 25, 270, 340},
+    .gain = {.min = 0, .max = 510, .initial = 210},
+    .exposureUs = {.min = 32, .max = 2'000'000'000, .initial = 10'000},
+    .brightness = {.min = 0, .max = 600, .initial = 10},
+    .whiteBalance = {.red = 70, .blue = 90},
+};
 
-constexpr CameraModel kMono = Edition("KYR VSC430MM", 0x430C, false, false);
-constexpr CameraModel kColour = Edition("KYR VSC430MC", 0x430A, true, false);
-constexpr CameraModel kMonoCool = Edition("KYR VSC430MM-Cool", 0x430D, false, true);
-constexpr CameraModel kColourCool = Edition("KYR VSC430MC-Cool", 0x430B, true, true);
+constexpr CameraModel kMM = Edition(kS430, "KYR VSC430MM", 0x430C, Mono);
+constexpr CameraModel kMC = Edition(kS430, "KYR VSC430MC", 0x430A, Colour);
+constexpr CameraModel kMM_C = Edition(kS430, "KYR VSC430MM-Cool", 0x430D, Mono, Cooled);
+constexpr CameraModel kMC_C = Edition(kS430, "KYR VSC430MC-Cool", 0x430B, Colour, Cooled);
 
 } // namespace
 
-CCameraS430MM::CCameraS430MM(unsigned long) : SonyDriver(kMono, kSensor) {}
-CCameraS430MC::CCameraS430MC(unsigned long) : SonyDriver(kColour, kSensor) {}
-CCameraS430MM_C::CCameraS430MM_C(unsigned long) : SonyDriver(kMonoCool, kSensor) {}
-CCameraS430MC_C::CCameraS430MC_C(unsigned long) : SonyDriver(kColourCool, kSensor) {}
+CCameraS430MM::CCameraS430MM(unsigned long) : SonyDriver(kMM, kSensor) {}
+CCameraS430MC::CCameraS430MC(unsigned long) : SonyDriver(kMC, kSensor) {}
+CCameraS430MM_C::CCameraS430MM_C(unsigned long) : SonyDriver(kMM_C, kSensor) {}
+CCameraS430MC_C::CCameraS430MC_C(unsigned long) : SonyDriver(kMC_C, kSensor) {}
 
 } // namespace vsccam

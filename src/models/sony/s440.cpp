@@ -1,5 +1,6 @@
 #include "models/sony/s440.h"
 
+#include "models/edition.h"
 #include "models/sony/neutral_power_up.h"
 
 // S440: 1944 x 1224 Sony sensor, USB 3.0, colour only. Rate codes, frame offsets, shortest lines
@@ -8,6 +9,9 @@
 namespace vsccam {
 
 namespace {
+
+using enum Pixels;
+using enum Housing;
 
 // No read-out uses the slowest clock.
 constexpr SonySensor kSensor = {
@@ -21,37 +25,26 @@ constexpr SonySensor kSensor = {
     .powerUp = kNeutralPowerUp,
 };
 
-constexpr CameraModel Edition(const char *name, uint16_t productId, bool cooled)
-{
-    return {
-        .name = name,
-        .productId = productId,
-        .sensorWidth = 1944,
-        .sensorHeight = 1224,
-        .pixelSizeUm = 3.75,
-        .colour = true,
-        .bayer = 0,
-        .cooled = cooled,
-        .bins = {1, 2},
-        .electronsPerAdu = 5.584F,
-        .gainOffset = {10, 26, 240, 75},
-        .gain = {.min = 0, .max = 480, .initial = 200},
-        .exposureUs = {.min = 32, .max = 2'000'000'000, .initial = 10'000},
-        .brightness = {.min = 0, .max = 500, .initial = 1},
-        .whiteBalance = {.red = 50, .blue = 90},
-        .hasBrightness = true,
-        .hasTemperature = true,
-        .hasHighSpeed = true,
-        .hasAutoBandwidth = true,
-    };
-}
+constexpr CameraModel kS440 = {
+    .sensorWidth = 1944,
+    .sensorHeight = 1224,
+    .pixelSizeUm = 3.75,
+    .bayer = 0,
+    .bins = {1, 2},
+    .electronsPerAdu = 5.584F,
+    .gainOffset = {10, 26, 240, 75},
+    .gain = {.min = 0, .max = 480, .initial = 200},
+    .exposureUs = {.min = 32, .max = 2'000'000'000, .initial = 10'000},
+    .brightness = {.min = 0, .max = 500, .initial = 1},
+    .whiteBalance = {.red = 50, .blue = 90},
+};
 
-constexpr CameraModel kColour = Edition("KYR VSC440MC", 0x440A, false);
-constexpr CameraModel kColourCool = Edition("KYR VSC440MC-Cool", 0x440B, true);
+constexpr CameraModel kMC = Edition(kS440, "KYR VSC440MC", 0x440A, Colour);
+constexpr CameraModel kMC_C = Edition(kS440, "KYR VSC440MC-Cool", 0x440B, Colour, Cooled);
 
 } // namespace
 
-CCameraS440MC::CCameraS440MC(unsigned long) : SonyDriver(kColour, kSensor) {}
-CCameraS440MC_C::CCameraS440MC_C(unsigned long) : SonyDriver(kColourCool, kSensor) {}
+CCameraS440MC::CCameraS440MC(unsigned long) : SonyDriver(kMC, kSensor) {}
+CCameraS440MC_C::CCameraS440MC_C(unsigned long) : SonyDriver(kMC_C, kSensor) {}
 
 } // namespace vsccam

@@ -4,8 +4,6 @@
 
 namespace vsccam {
 
-extern const SonySensor kS450Sensor; // the S460 is read out in the same way
-
 class CCameraS450MC : public SonyDriver<CCameraBase> {
   public:
     explicit CCameraS450MC(unsigned long);
@@ -14,6 +12,11 @@ class CCameraS450MC : public SonyDriver<CCameraBase> {
 class CCameraS450MC_C : public SonyDriver<CCameraCool> {
   public:
     explicit CCameraS450MC_C(unsigned long);
+};
+
+class CCameraS460MC : public SonyDriver<CCameraBase> {
+  public:
+    explicit CCameraS460MC(unsigned long);
 };
 
 } // namespace vsccam

@@ -1,5 +1,7 @@
 #include "models/sony/s470.h"
 
+#include "models/edition.h"
+
 #include <iterator>
 
 // S470: 1936 x 1096 Sony sensor, USB 3.0. Editions differ in name, product ID, mosaic, cooling.
@@ -8,6 +10,9 @@ namespace vsccam {
 using namespace std::chrono_literals;
 
 namespace {
+
+using enum Pixels;
+using enum Housing;
 
 // Sent once by InitCamera, in this order. The addresses are undocumented sensor set-up; not
 // verified on hardware.
@@ -34,40 +39,29 @@ constexpr SonySensor kSensor = {
     .powerUp = kPowerUp,
 };
 
-constexpr CameraModel Edition(const char *name, uint16_t productId, bool colour, bool cooled)
-{
-    return {
-        .name = name,
-        .productId = productId,
-        .sensorWidth = 1936,
-        .sensorHeight = 1096,
-        .pixelSizeUm = 2.9,
-        .colour = colour,
-        .bayer = 0,
-        .cooled = cooled,
-        .bins = {1, 2},
-        .electronsPerAdu = 3.584F,
-        .gainOffset = {10, 18, 300, 75},
-        .gain = {.min = 0, .max = 600, .initial = 200},
-        .exposureUs = {.min = 32, .max = 2'000'000'000, .initial = 10'000},
-        .hasBrightness = true,
-        .hasTemperature = true,
-        .hasHardwareBin = true,
-        .hasHighSpeed = true,
-        .hasAutoBandwidth = true,
-    };
-}
+constexpr CameraModel kS470 = {
+    .sensorWidth = 1936,
+    .sensorHeight = 1096,
+    .pixelSizeUm = 2.9,
+    .bayer = 0,
+    .bins = {1, 2},
+    .electronsPerAdu = 3.584F,
+    .gainOffset = {10, 18, 300, 75},
+    .gain = {.min = 0, .max = 600, .initial = 200},
+    .exposureUs = {.min = 32, .max = 2'000'000'000, .initial = 10'000},
+    .hasHardwareBin = true,
+};
 
-constexpr CameraModel kMono = Edition("KYR VSC470MM", 0x470B, false, false);
-constexpr CameraModel kColour = Edition("KYR VSC470MC", 0x470A, true, false);
-constexpr CameraModel kMonoCool = Edition("KYR VSC470MM-Cool", 0x470D, false, true);
-constexpr CameraModel kColourCool = Edition("KYR VSC470MC-Cool", 0x470C, true, true);
+constexpr CameraModel kMM = Edition(kS470, "KYR VSC470MM", 0x470B, Mono);
+constexpr CameraModel kMC = Edition(kS470, "KYR VSC470MC", 0x470A, Colour);
+constexpr CameraModel kMM_C = Edition(kS470, "KYR VSC470MM-Cool", 0x470D, Mono, Cooled);
+constexpr CameraModel kMC_C = Edition(kS470, "KYR VSC470MC-Cool", 0x470C, Colour, Cooled);
 
 } // namespace
 
-CCameraS470MM::CCameraS470MM(unsigned long) : SonyDriver(kMono, kSensor) {}
-CCameraS470MC::CCameraS470MC(unsigned long) : SonyDriver(kColour, kSensor) {}
-CCameraS470MM_C::CCameraS470MM_C(unsigned long) : SonyDriver(kMonoCool, kSensor) {}
-CCameraS470MC_C::CCameraS470MC_C(unsigned long) : SonyDriver(kColourCool, kSensor) {}
+CCameraS470MM::CCameraS470MM(unsigned long) : SonyDriver(kMM, kSensor) {}
+CCameraS470MC::CCameraS470MC(unsigned long) : SonyDriver(kMC, kSensor) {}
+CCameraS470MM_C::CCameraS470MM_C(unsigned long) : SonyDriver(kMM_C, kSensor) {}
+CCameraS470MC_C::CCameraS470MC_C(unsigned long) : SonyDriver(kMC_C, kSensor) {}
 
 } // namespace vsccam
