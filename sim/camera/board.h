@@ -48,11 +48,13 @@ struct Board {
 
     bool Streaming() const
     {
-        return dataPath && (sensorClock || sensor->HasOwnClock()) && (!hasFpga || fpga.Running()) &&
-               sensor->Readout().streaming;
+        return dataPath && sensor->Readout().streaming &&
+               (!hasFpga || (ClockRuns() && fpga.Running()));
     }
+    bool ClockRuns() const { return sensorClock || sensor->HasOwnClock(); }
+    /// Streaming, but with a clock that stands still; an FPGA would give up the frame.
+    bool Frozen() const { return !hasFpga && Streaming() && !ClockRuns(); }
     bool FramesWaitForGate() const { return hasFpga && fpga.LongExposure(); }
-    bool FramesWaitForHost() const { return !hasFpga && sensor->Readout().timedByHost; }
     FrameSettings Settings() const
     {
         const SensorReadout readout = sensor->Readout();

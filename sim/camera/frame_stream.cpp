@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <utility>
 
 namespace vscsim {
 namespace {
@@ -57,10 +58,16 @@ std::optional<FrameStream::Frame> FrameStream::Expose(const FrameSettings &setti
 std::optional<FrameStream::Frame> FrameStream::ExposeFree(Time starts)
 {
     const FrameSettings settings = m_board.Settings();
-    return Expose(settings, starts + Paced(settings.period), settings.exposure);
+    return Expose(settings, starts + Paced(settings.period),
+                  settings.exposure + std::exchange(m_frozenExposure, Time::zero()));
 }
 
 void FrameStream::Advance(Time now)
+{
+    AdvanceSensor(SensorTime(now));
+}
+
+void FrameStream::AdvanceSensor(Time now)
 {
     while (m_next) {
         const Time begins = m_next->begins;
@@ -77,20 +84,36 @@ FrameStream::Mode FrameStream::BoardMode() const
 {
     if (!m_board.Streaming())
         return Mode::Stopped;
-    if (m_board.FramesWaitForGate())
-        return Mode::Gated;
-    return m_board.FramesWaitForHost() ? Mode::OnDemand : Mode::Free;
+    return m_board.FramesWaitForGate() ? Mode::Gated : Mode::Free;
 }
 
-void FrameStream::FollowBoard(Time now)
+/// While the clock of a sensor stands still, it goes on exposing, but it counts no lines and sends
+/// none.
+void FrameStream::FollowClock(Time now)
 {
+    const bool frozen = m_board.Frozen();
+    if (frozen && !m_frozenAt) {
+        m_frozenAt = now;
+    } else if (!frozen && m_frozenAt) {
+        const Time span = now - *m_frozenAt;
+        const bool exposing = m_next && m_next->begins > SensorTime(now);
+        (exposing ? m_next->exposure.duration : m_frozenExposure) += span;
+        m_frozenTime += span;
+        m_frozenAt.reset();
+    }
+}
+
+void FrameStream::FollowBoard(Time realNow)
+{
+    FollowClock(realNow);
+    const Time now = SensorTime(realNow);
     const Mode mode = BoardMode();
     if (mode != m_mode) {
-        // The FPGA begins anew: what was exposing, read out or held is gone.
+        // The picture begins anew: what was exposing, read out or held is gone.
         if (m_mode == Mode::Stopped)
             m_number = 0;
         m_mode = mode;
-        m_exposingSince = now;
+        m_frozenExposure = Time::zero();
         m_gate.reset();
         m_next.reset();
         Flush();
@@ -118,8 +141,9 @@ void FrameStream::ClearHalt()
     Flush();
 }
 
-void FrameStream::GiveUp(Time now)
+void FrameStream::GiveUp(Time realNow)
 {
+    const Time now = SensorTime(realNow);
     const bool silent = m_sending && m_sending->prepared && m_sending->length == 0;
     if (silent && now >= m_sending->frame.ends + kSameRead)
         Flush();
@@ -182,8 +206,8 @@ void FrameStream::Prepare(Sending &sending, Time now)
         return;
     }
     Exposure exposure = frame.exposure;
-    exposure.celsius = m_board.climate.Celsius(now);
-    exposure.shift = m_board.guide.ShiftAt(now);
+    exposure.celsius = m_board.climate.Celsius(now + m_frozenTime);
+    exposure.shift = m_board.guide.ShiftAt(now + m_frozenTime);
     sending.bytesOf = exposure.frame % m_frames.size();
     std::vector<uint8_t> &bytes = m_frames[sending.bytesOf];
     if (m_madeBeforehand && bytes.size() == frame.settings.Bytes())
@@ -230,8 +254,12 @@ size_t FrameStream::TakePackets(Sending &sending, std::span<uint8_t> room, Time 
 BulkReply FrameStream::Serve(std::span<uint8_t> room, size_t filled, Time now)
 {
     BulkReply reply{.bytes = filled};
-    while (!Decide(reply, room, now)) {
+    while (!Decide(reply, room, SensorTime(now))) {
     }
+    if (m_frozenAt)
+        reply.readyAt = kNever; // a request of the host sets the clock going
+    else if (reply.readyAt != kNever)
+        reply.readyAt += m_frozenTime;
     return reply;
 }
 
@@ -273,24 +301,11 @@ void FrameStream::FailRead(Sending &sending, Time now)
         sending.failure.reset();
 }
 
-/// The exposure that ends because the host reads, though not before its shortest time.
-std::optional<FrameStream::Frame> FrameStream::ExposeUntilRead(Time now)
-{
-    const FrameSettings settings = m_board.Settings();
-    const Time begins = std::max(now, m_exposingSince + Paced(settings.exposure));
-    std::optional<Frame> frame = Expose(settings, begins, begins - m_exposingSince);
-    if (frame)
-        m_exposingSince = frame->ends;
-    return frame;
-}
-
 bool FrameStream::HasFrame(Time now)
 {
-    if (HostPaced() && m_mode == Mode::Free && !m_sending)
+    if (HostPaced() && m_mode == Mode::Free && !m_sending && !m_frozenAt)
         m_next = ExposeFree(now);
-    if (m_mode == Mode::OnDemand && !m_sending && !m_next)
-        m_next = ExposeUntilRead(now);
-    Advance(now);
+    AdvanceSensor(now);
     if (m_sending && !m_sending->prepared)
         Prepare(*m_sending, now);
     return m_sending.has_value();

@@ -13,8 +13,9 @@ namespace vscsim {
 /// A frame is exposed for one period and read out during the next; its bytes arrive evenly while it
 /// is read out. The camera holds one frame: while the host has not taken all of it, the next one
 /// may still be read out, but it is lost when it ends before the host has finished. Without pacing
-/// a frame is there whenever one is asked for, except that a long exposure needs its gate. Without
-/// an FPGA there is no gate: a host that times a long exposure ends it by reading the frame.
+/// a frame is there whenever one is asked for, except that a long exposure needs its gate.
+/// Without an FPGA there is no gate: a host that times a long exposure stops the sensor's clock
+/// meanwhile. Inside, time is that of the sensor, which stands still with its clock.
 class FrameStream {
   public:
     FrameStream(Board &board, SceneSource &scene, FaultInjector &faults,
@@ -36,7 +37,7 @@ class FrameStream {
     uint64_t Produced() const { return m_produced; }
 
   private:
-    enum class Mode { Stopped, Free, Gated, OnDemand };
+    enum class Mode { Stopped, Free, Gated };
     struct Frame {
         FrameSettings settings;
         Exposure exposure;
@@ -60,10 +61,12 @@ class FrameStream {
 
     bool HostPaced() const { return m_speed <= 0; }
     Mode BoardMode() const;
+    Time SensorTime(Time now) const { return m_frozenAt.value_or(now) - m_frozenTime; }
+    void AdvanceSensor(Time now);
+    void FollowClock(Time now);
     Time Paced(Time duration) const;
     std::optional<Frame> Expose(const FrameSettings &settings, Time begins, Time exposure);
     std::optional<Frame> ExposeFree(Time starts);
-    std::optional<Frame> ExposeUntilRead(Time now);
     void FollowGate(Time now);
 
     void Prepare(Sending &sending, Time now);
@@ -86,7 +89,9 @@ class FrameStream {
     bool m_madeBeforehand;
 
     Mode m_mode = Mode::Stopped;
-    Time m_exposingSince{};                     // on demand
+    std::optional<Time> m_frozenAt;             // the clock stands still since
+    Time m_frozenTime{};                        // all time that it stood still before
+    Time m_frozenExposure{};                    // of that, what belongs to the next exposure
     std::optional<Gate> m_gate;                 // open
     std::optional<Frame> m_next;                // exposing, or being read out
     std::optional<Sending> m_sending;           // held for the host

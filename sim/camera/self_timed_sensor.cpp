@@ -30,9 +30,6 @@ constexpr double kClockInHz = 24e6;
 constexpr uint16_t kStepsAt70 = 467;
 constexpr uint16_t kStepsAt55 = 447;
 
-// A host that times the exposure by itself, with the reading of the frame, writes this.
-constexpr uint16_t kTimedByHost = 0x2FFF;
-
 bool IsReadOnly(uint16_t address)
 {
     return address == kTemperature || address == kTemperatureAt70 || address == kTemperatureAt55;
@@ -62,6 +59,7 @@ SelfTimedSensor::SelfTimedSensor(PixelArray pixels, const SelfTimedTraits &trait
     m_registers[kMultiplier] = 4;
     m_registers[kDigitalGain] = 32;
     m_registers[kAnalogGain] = 0x1300;
+    m_registers[kBlackLevel] = 40;
     m_registers[kTemperatureAt70] = kStepsAt70;
     m_registers[kTemperatureAt55] = kStepsAt55;
     for (size_t i = 0; i < m_traits.blackOffsets.size(); ++i)
@@ -122,7 +120,6 @@ SensorReadout SelfTimedSensor::Readout() const
             .pulses = FramePulses{.lineClocks = m_registers[kLineClocks],
                                   .frameLines = m_registers[kFrameLines],
                                   .exposedLines = m_registers[kIntegrationLines]},
-            .timedByHost = m_registers[kIntegrationLines] == kTimedByHost,
             .gain = Gain(),
             .blackLevel = m_registers[kBlackLevel]};
 }

@@ -38,7 +38,6 @@ struct SensorReadout {
     uint32_t shortestLine = 0;              // of the FPGA's; the sensor lengthens shorter ones
     uint32_t shutterLines = 0; // lines at the start of a frame before the exposure begins
     std::optional<double> exposureUs = {}; // of sensors that count it by themselves, instead
-    bool timedByHost = false;              // it exposes on until a frame is read
     double gain = 1;                       // against the lowest setting
     int blackLevel = 0;                    // of 4096
 
