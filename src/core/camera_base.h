@@ -9,6 +9,7 @@
 #include "core/hot_pixels.h"
 #include "image/algorithm.h"
 #include "image/cir_buf.h"
+#include "image/frame_rows.h"
 #include "usb/camera_fx3.h"
 
 #include <array>
@@ -90,6 +91,10 @@ class CCameraBase : public CCameraFX3 {
     void StartExposure() { (void)StartCapture(true); } // the status tells how it went
     void StopExposure() { (void)StopCapture(); }
     bool GetImageAfterExp(unsigned char *buffer, int size);
+    /// Demosaics a read-out that was mirrored as the settings say.
+    void BayerConv(unsigned char *src, unsigned char *dst, int w, int h, IMAGE_TYPE out);
+    /// Draws the local date and time into an image of the current height, if it has room for it.
+    void AddTimeMark(unsigned char *image, int width, IMAGE_TYPE type);
     bool ReConnectCamera();
     bool StartSensorCLK();
     bool StopSensorCLK();
@@ -155,6 +160,7 @@ class CCameraBase : public CCameraFX3 {
     bool HardwareBin() const { return m_hardwareBin; }
     bool MonoBin() const { return m_monoBin; }
     void SetMonoBin(bool on) { m_monoBin = on; }
+    void SetTimeMark(bool on) { m_timeMark = on; }
     bool RawOutput() const { return m_rawOutput; }
     void SetRawOutput(bool on) { m_rawOutput = on; }
     bool FlipH() const { return m_flipH; }
@@ -266,14 +272,15 @@ class CCameraBase : public CCameraFX3 {
     bool ReaderChecksFrames() const { return !m_model.usb3Camera; }
     bool TakeFrame(uint8_t *frame, int waitMs);
     bool TakeHeadMarkedFrame(std::span<uint8_t> frame, int waitMs);
-    void ProcessFrame(uint8_t *frame, Size readout);
     FrameRegion RawFrameRegion();
     FrameCorrections Corrections(Size readout);
     void DoGetDark(const uint8_t *frame, Size readout);
-    static void SubtractDark(uint8_t *frame, const FrameCorrections &corrections);
     void HandleHotPixels(uint8_t *frame, const FrameCorrections &corrections);
-    void ApplyGamma(uint8_t *frame, Size readout, bool is16);
-    void DeliverFrame(uint8_t *frame, uint8_t *buffer);
+    template <class Sample>
+    FrameSteps<Sample> Prepare(Sample *frame, const FrameCorrections &corrections);
+    void Deliver16(uint16_t *frame, uint8_t *buffer);
+    void Deliver8(uint8_t *frame, uint8_t *buffer);
+    void FollowBalance();
     bool DeliveredAsRead();
 
     // Host settings that only the image pipeline uses.
@@ -281,6 +288,7 @@ class CCameraBase : public CCameraFX3 {
     Shared<bool> m_flipH;
     Shared<bool> m_flipV;
     Shared<bool> m_monoBin;
+    Shared<bool> m_timeMark;
     int m_ordinal = 0;
 
     Shared<int> m_autoMaxGain{50};
@@ -296,6 +304,7 @@ class CCameraBase : public CCameraFX3 {
     GammaTable8 m_gamma8{};
     std::unique_ptr<GammaTable16> m_gamma16;
     ZeroedBuffer m_work; // the frame in process
+    RowScratch m_rowScratch;
 
     // Started by StartCapture, ended by m_capturing, joined by StopCapture. Only reader of the bulk
     // endpoint, only producer of m_frames. It alternates between the raw buffers, so that none is

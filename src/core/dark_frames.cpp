@@ -253,11 +253,4 @@ FrameCorrections CCameraBase::Corrections(Size readout)
     return corrections;
 }
 
-void CCameraBase::SubtractDark(uint8_t *frame, const FrameCorrections &corrections)
-{
-    if (const WorkingDark *dark = corrections.dark.get())
-        CAlgorithm::SubtractDark(frame, dark->size.width, dark->size.height,
-                                 static_cast<unsigned>(dark->mean), dark->pixels.data());
-}
-
 } // namespace vsccam

@@ -1,10 +1,12 @@
 #include "base/debug_print.h"
 #include "core/camera_base.h"
 #include "image/frame_marks.h"
+#include "image/time_mark.h"
 
 #include <algorithm>
 #include <climits>
 #include <cstdint>
+#include <ctime>
 #include <utility>
 
 // From the raw frame to the host's buffer, on the thread of the host that asks for it.
@@ -37,21 +39,6 @@ void SwapBytes(std::span<uint8_t> samples)
         std::swap(samples[i], samples[i + 1]);
 }
 
-int BytesPerPixel(IMAGE_TYPE type)
-{
-    switch (type) {
-    case kRgb24:
-        return 3;
-    case kYuv2:
-    case kReserved16:
-    case kRaw16:
-        return 2;
-    case kByteImage:
-        break;
-    }
-    return 1;
-}
-
 } // namespace
 
 Size CCameraBase::ReadoutSize()
@@ -74,15 +61,20 @@ bool CCameraBase::GetImageAfterExp(unsigned char *buffer, int size)
 
 bool CCameraBase::GetImage(unsigned char *buffer, int size, int waitMs)
 {
-    if (!buffer || Area({m_width, m_height}) * BytesPerPixel(ImageType()) > size)
+    if (!buffer ||
+        Area({m_width, m_height}) * static_cast<int64_t>(BytesPerPixel(ImageType())) > size)
         return false;
-    // The buffer of the host serves as the work buffer where the frame leaves as it came.
+    // The buffer of the host serves as the work buffer where each pixel stays in its place.
     const bool inPlace = DeliveredAsRead() && Aligned16(buffer) && !ReaderChecksFrames();
     uint8_t *frame = inPlace ? buffer : m_work.data();
     if (!TakeFrame(frame, waitMs))
         return false;
-    ProcessFrame(frame, ReadoutSize());
-    DeliverFrame(frame, buffer);
+    if (m_output16Bits)
+        Deliver16(reinterpret_cast<uint16_t *>(frame), buffer);
+    else
+        Deliver8(frame, buffer);
+    if (m_timeMark)
+        AddTimeMark(buffer, m_width, ImageType());
     return true;
 }
 
@@ -132,64 +124,93 @@ bool CCameraBase::TakeHeadMarkedFrame(std::span<uint8_t> frame, int waitMs)
     return false;
 }
 
-/// Whether the delivered image has the bytes of the read-out, apart from their values.
+/// Whether the delivered image has the pixels of the read-out where they were, apart from their
+/// values.
 bool CCameraBase::DeliveredAsRead()
 {
     const IMAGE_TYPE type = ImageType();
     const bool raw = type == kRaw16 || (type == kByteImage && (m_rawOutput || !m_model.colour));
-    return raw && ReadoutSize() == Size{m_width, m_height};
+    return raw && ReadoutSize() == Size{m_width, m_height} && !m_flipH && !m_flipV;
 }
 
-void CCameraBase::ProcessFrame(uint8_t *frame, Size readout)
+/// What is left to be done with a frame row by row. Bad pixels are patched here, since that looks
+/// at the rows around them; only then the steps before it are a pass of their own.
+template <class Sample>
+FrameSteps<Sample> CCameraBase::Prepare(Sample *frame, const FrameCorrections &corrections)
 {
-    const bool is16 = m_output16Bits;
-    auto *frame16 = reinterpret_cast<uint16_t *>(frame);
-    const FrameCorrections corrections = Corrections(readout);
-    if (!is16) {
-        DoGetDark(frame, readout);
-        SubtractDark(frame, corrections);
+    const Size readout = ReadoutSize();
+    FrameSteps<Sample> steps{.samples = frame,
+                             .width = static_cast<size_t>(readout.width),
+                             .height = static_cast<size_t>(readout.height),
+                             .bin = static_cast<unsigned>(m_hardwareBin ? 1 : Bin()),
+                             .mosaic = m_model.colour && !m_monoBin,
+                             .flipH = m_flipH,
+                             .flipV = m_flipV};
+    if (m_gamma != kLinearGamma) {
+        if constexpr (sizeof(Sample) == 1)
+            steps.gamma = m_gamma8.data();
+        else
+            steps.gamma = m_gamma16->data();
     }
-    ApplyGamma(frame, readout, is16);
-    HandleHotPixels(frame, corrections);
-    if (!m_hardwareBin && m_bin != 1) {
-        const auto average =
-            m_model.colour && !m_monoBin ? &CAlgorithm::ColorRAWBin : &CAlgorithm::MonoBin;
-        average(frame, frame16, m_width, m_height, m_bin, is16);
+    if (const WorkingDark *dark = corrections.dark.get())
+        steps.dark = {dark->pixels.data(), static_cast<unsigned>(dark->mean)};
+    if (corrections.hotPixels || corrections.darkPixels) {
+        CorrectInPlace(steps, m_rowScratch, frame);
+        HandleHotPixels(reinterpret_cast<uint8_t *>(frame), corrections);
     }
-    CAlgorithm::SoftMisc(frame, m_width, m_height, 1, is16, m_flipV, m_flipH);
+    return steps;
 }
 
-void CCameraBase::ApplyGamma(uint8_t *frame, Size readout, bool is16)
+void CCameraBase::Deliver16(uint16_t *frame, uint8_t *buffer)
 {
-    if (m_gamma == kLinearGamma)
-        return;
-    if (is16)
-        CAlgorithm::Gamma(reinterpret_cast<uint16_t *>(frame), m_gamma16->data(), readout.width,
-                          readout.height);
-    else
-        CAlgorithm::Gamma(frame, m_gamma8.data(), readout.width, readout.height);
+    const FrameSteps<uint16_t> steps = Prepare(frame, Corrections(ReadoutSize()));
+    if (ImageType() == kRaw16)
+        FrameRows(steps, m_rowScratch).CopyTo(buffer);
 }
 
-void CCameraBase::DeliverFrame(uint8_t *frame, uint8_t *buffer)
+void CCameraBase::Deliver8(uint8_t *frame, uint8_t *buffer)
 {
+    DoGetDark(frame, ReadoutSize());
+    const FrameCorrections corrections = Corrections(ReadoutSize()); // holds the dark frame in use
+    const FrameSteps<uint8_t> steps = Prepare(frame, corrections);
     const IMAGE_TYPE type = ImageType();
-    const auto pixels = Area({m_width, m_height});
-    const bool demosaic =
-        m_model.colour && (type == kRgb24 || (type == kByteImage && !m_rawOutput));
-    if (demosaic) {
-        if (const int balance[2] = {m_red, m_blue};
-            !std::ranges::equal(balance, m_balanceInTable)) {
-            m_algorithm.SetRGBWB(balance[0], balance[1]);
-            std::ranges::copy(balance, m_balanceInTable);
-        }
-        const auto phase = FlippedPhase(static_cast<BayerPhase>(m_model.bayer), m_flipH, m_flipV);
-        m_algorithm.BayerConv(phase, frame, buffer, m_width, m_height, type);
+    const bool raw = type == kByteImage && (m_rawOutput || !m_model.colour);
+    if (raw) {
+        FrameRows(steps, m_rowScratch).CopyTo(buffer);
+    } else if (m_model.colour) {
+        FollowBalance();
+        Demosaic(steps, m_rowScratch, m_algorithm, static_cast<BayerPhase>(m_model.bayer), buffer,
+                 type);
     } else if (type == kRgb24) {
-        for (int64_t i = 0; i < pixels; ++i)
-            std::fill_n(buffer + i * 3, 3, frame[i]);
-    } else if (frame != buffer && (type == kByteImage || type == kRaw16)) {
-        std::copy_n(frame, pixels * BytesPerPixel(type), buffer);
+        CopyGrey(steps, m_rowScratch, buffer);
     }
+}
+
+/// Has the tables of the balance made anew when it changed.
+void CCameraBase::FollowBalance()
+{
+    const int balance[2] = {m_red, m_blue};
+    if (std::ranges::equal(balance, m_balanceInTable))
+        return;
+    m_algorithm.SetRGBWB(balance[0], balance[1]);
+    std::ranges::copy(balance, m_balanceInTable);
+}
+
+void CCameraBase::BayerConv(unsigned char *src, unsigned char *dst, int w, int h, IMAGE_TYPE out)
+{
+    const auto phase = FlippedPhase(static_cast<BayerPhase>(m_model.bayer), m_flipH, m_flipV);
+    m_algorithm.BayerConv(phase, src, dst, w, h, out);
+}
+
+void CCameraBase::AddTimeMark(unsigned char *image, int width, IMAGE_TYPE type)
+{
+    const bool drawable = type == kByteImage || type == kRgb24;
+    if (!drawable || width < kTimeMarkWidth || m_height < kTimeMarkHeight)
+        return;
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    if (localtime_r(&now, &local))
+        DrawTimeMark(image, width, BytesPerPixel(type), local);
 }
 
 } // namespace vsccam

@@ -1,0 +1,94 @@
+#pragma once
+
+#include "base/zeroed_buffer.h"
+#include "image/algorithm.h"
+
+#include <cstddef>
+#include <cstdint>
+
+namespace vsccam {
+
+/// Dark frame to be subtracted, of the size of the read-out; what is left gets `offset` more.
+struct DarkFrame {
+    const uint8_t *samples = nullptr; // none: no subtraction
+    unsigned offset = 0;
+};
+
+/// A frame as it was read out, and what is to be done with it, in this order.
+template <class Sample> struct FrameSteps {
+    const Sample *samples = nullptr;
+    size_t width = 0; // of the read-out
+    size_t height = 0;
+    DarkFrame dark{};              // of 8-bit frames
+    const Sample *gamma = nullptr; // lookup table; none: linear
+    unsigned bin = 1;              // a divisor of width and height
+    bool mosaic = false;           // is kept by binning
+    bool flipH = false;
+    bool flipV = false;
+};
+
+/// Room for the rows in process, for frames of up to `maxWidth` samples per row.
+class RowScratch {
+  public:
+    explicit RowScratch(size_t maxWidth)
+        : m_bytes((kWindowRows + kLargestBin + 2) * maxWidth * kLargestSample), m_maxWidth(maxWidth)
+    {
+    }
+
+    static constexpr size_t kWindowRows = 8;
+
+    uint8_t *Window() { return m_bytes.data(); } // of 8-bit samples
+    template <class Sample> Sample *BinRows() { return At<Sample>(kWindowRows); }
+    template <class Sample> Sample *TurnedRow() { return At<Sample>(kWindowRows + kLargestBin); }
+    template <class Sample> Sample *Row() { return At<Sample>(kWindowRows + kLargestBin + 1); }
+
+  private:
+    static constexpr size_t kLargestBin = 4;
+    static constexpr size_t kLargestSample = 2;
+
+    template <class Sample> Sample *At(size_t row)
+    {
+        return reinterpret_cast<Sample *>(m_bytes.data() + row * m_maxWidth * kLargestSample);
+    }
+
+    ZeroedBuffer m_bytes;
+    size_t m_maxWidth;
+};
+
+/// The processed frame, made row by row: each row goes through all steps while it is in the cache,
+/// so that the frame is read once, and written once by whoever takes the rows.
+template <class Sample> class FrameRows {
+  public:
+    FrameRows(const FrameSteps<Sample> &steps, RowScratch &scratch);
+
+    size_t Width() const { return m_steps.width / m_steps.bin; }
+    size_t Height() const { return m_steps.height / m_steps.bin; }
+
+    /// Makes a row, in `room` unless the frame has it as it should be.
+    const Sample *Row(size_t y, Sample *room);
+
+    /// Makes all rows, one after the other in `out`, which need not be aligned. It may be the frame
+    /// itself when no step moves samples.
+    void CopyTo(uint8_t *out);
+
+  private:
+    const Sample *Corrected(size_t y, Sample *room);
+    const Sample *Binned(size_t y, Sample *room);
+
+    FrameSteps<Sample> m_steps;
+    RowScratch &m_scratch;
+    uint8_t m_gammaOverDark[256]; // the table, with the offset of the dark frame added before
+};
+
+/// Takes the steps that leave samples in their places: does them in the frame of the steps.
+template <class Sample>
+void CorrectInPlace(FrameSteps<Sample> &steps, RowScratch &scratch, Sample *frame);
+
+/// Makes all rows and demosaics them. `phase` is that of the frame before it is mirrored.
+void Demosaic(const FrameSteps<uint8_t> &steps, RowScratch &scratch, CAlgorithm &algorithm,
+              BayerPhase phase, uint8_t *out, IMAGE_TYPE type);
+
+/// Makes all rows into a grey RGB24 image.
+void CopyGrey(const FrameSteps<uint8_t> &steps, RowScratch &scratch, uint8_t *out);
+
+} // namespace vsccam

@@ -1,0 +1,166 @@
+#include "image/frame_rows.h"
+#include "image/time_mark.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <random>
+#include <vector>
+
+namespace vsccam {
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+template <class Sample> std::vector<Sample> RandomSamples(size_t count, unsigned seed)
+{
+    std::minstd_rand random(seed);
+    std::vector<Sample> samples(count);
+    std::ranges::generate(samples, [&random] { return static_cast<Sample>(random() >> 5); });
+    return samples;
+}
+
+/// All steps as operations on the whole frame, one after the other.
+template <class Sample> std::vector<Sample> Staged(const FrameSteps<Sample> &steps)
+{
+    std::vector<Sample> image(steps.samples, steps.samples + steps.width * steps.height);
+    const int w = static_cast<int>(steps.width);
+    const int h = static_cast<int>(steps.height);
+    const int bin = static_cast<int>(steps.bin);
+    constexpr bool kIs16 = sizeof(Sample) == 2;
+    auto *const bytes = reinterpret_cast<uint8_t *>(image.data());
+    auto *const words = reinterpret_cast<uint16_t *>(image.data());
+    if constexpr (!kIs16)
+        CAlgorithm::SubtractDark(bytes, w, h, steps.dark.offset, steps.dark.samples);
+    if (steps.gamma)
+        CAlgorithm::Gamma(image.data(), steps.gamma, w, h);
+    (steps.mosaic ? CAlgorithm::ColorRAWBin : CAlgorithm::MonoBin)(bytes, words, w / bin, h / bin,
+                                                                   bin, kIs16);
+    image.resize(image.size() / steps.bin / steps.bin);
+    CAlgorithm::SoftMisc(bytes, w / bin, h / bin, 1, kIs16, steps.flipV, steps.flipH);
+    return image;
+}
+
+/// Calls `check` with all combinations of steps, on random frames.
+template <class Sample, class Check> void ForAllSteps(Check check)
+{
+    const auto gamma = RandomSamples<Sample>(size_t{1} << (8 * sizeof(Sample)), 3);
+    for (const auto &[w, h] : {std::pair{8U, 2U}, {16U, 8U}, {136U, 12U}, {200U, 22U}}) {
+        for (unsigned combination = 0; combination < 128; ++combination) {
+            const unsigned bin = 1 + (combination >> 5);
+            const size_t width = w * bin;
+            const size_t height = h * bin;
+            const auto frame = RandomSamples<Sample>(width * height, combination);
+            const Bytes dark = RandomSamples<uint8_t>(width * height, combination + 1000);
+            FrameSteps<Sample> steps{.samples = frame.data(),
+                                     .width = width,
+                                     .height = height,
+                                     .gamma = combination & 1 ? gamma.data() : nullptr,
+                                     .bin = bin,
+                                     .mosaic = (combination & 2) != 0,
+                                     .flipH = (combination & 4) != 0,
+                                     .flipV = (combination & 8) != 0};
+            if (sizeof(Sample) == 1 && combination & 16)
+                steps.dark = {dark.data(), 100 + combination};
+            SCOPED_TRACE(testing::Message() << w << "x" << h << " steps " << combination);
+            check(steps);
+        }
+    }
+}
+
+TEST(FrameRows, GiveWhatTheStepsGiveOneAfterTheOther)
+{
+    RowScratch scratch(800);
+    ForAllSteps<uint8_t>([&scratch](const FrameSteps<uint8_t> &steps) {
+        const Bytes expected = Staged(steps);
+        Bytes out(expected.size());
+        FrameRows(steps, scratch).CopyTo(out.data());
+        EXPECT_EQ(out, expected);
+        Bytes grey(3 * expected.size());
+        CopyGrey(steps, scratch, grey.data());
+        for (size_t i = 0; i < grey.size(); ++i)
+            ASSERT_EQ(grey[i], expected[i / 3]) << i;
+    });
+    ForAllSteps<uint16_t>([&scratch](const FrameSteps<uint16_t> &steps) {
+        const auto expected = Staged(steps);
+        Bytes out(2 * expected.size() + 1); // the host's buffer need not be aligned
+        for (size_t place = 0; place < 2; ++place) {
+            FrameRows(steps, scratch).CopyTo(&out[place]);
+            EXPECT_EQ(std::memcmp(&out[place], expected.data(), 2 * expected.size()), 0) << place;
+        }
+    });
+}
+
+TEST(FrameRows, AreDemosaicedInThePhaseThatTheFlipsLeave)
+{
+    constexpr size_t kGuard = 64;
+    RowScratch scratch(800);
+    CAlgorithm algorithm;
+    algorithm.RGBYUV_Init();
+    algorithm.SetRGBWB(60, 99);
+    ForAllSteps<uint8_t>([&](const FrameSteps<uint8_t> &steps) {
+        const Bytes mosaic = Staged(steps);
+        const int w = static_cast<int>(steps.width / steps.bin);
+        const int h = static_cast<int>(steps.height / steps.bin);
+        for (const IMAGE_TYPE type : {kRgb24, kByteImage, kYuv2}) {
+            const auto phase = static_cast<BayerPhase>(mosaic[0] % 4);
+            Bytes expected(mosaic.size() * BytesPerPixel(type) + kGuard, 0xA5);
+            Bytes out = expected;
+            algorithm.BayerConv(FlippedPhase(phase, steps.flipH, steps.flipV), mosaic.data(),
+                                expected.data(), w, h, type);
+            Demosaic(steps, scratch, algorithm, phase, out.data(), type);
+            EXPECT_EQ(out, expected) << type;
+        }
+    });
+}
+
+TEST(TimeMark, DrawsDateAndTimeInInkThatStandsOut)
+{
+    std::tm newYear{};
+    newYear.tm_year = 126;
+    newYear.tm_mday = 1;
+    newYear.tm_hour = 23;
+    newYear.tm_min = 58;
+    newYear.tm_sec = 9;
+    const struct {
+        uint8_t background, ink;
+    } cases[] = {{0, 180}, {129, 180}, {130, 220}, {179, 220}, {180, 120}, {255, 120}};
+    for (const auto &c : cases) {
+        constexpr int kWidth = 300;
+        Bytes grey(size_t{kWidth} * 30, c.background);
+        Bytes rgb(3 * grey.size(), c.background);
+        DrawTimeMark(grey.data(), kWidth, 1, newYear);
+        DrawTimeMark(rgb.data(), kWidth, 3, newYear);
+        size_t left = kWidth;
+        size_t right = 0;
+        for (size_t i = 0; i < grey.size(); ++i) {
+            for (size_t byte = 0; byte < 3; ++byte)
+                ASSERT_EQ(rgb[3 * i + byte], grey[i]);
+            if (grey[i] == c.background)
+                continue;
+            ASSERT_EQ(grey[i], c.ink);
+            ASSERT_TRUE(i / kWidth >= 8 && i / kWidth < 24) << i / kWidth;
+            left = std::min(left, i % kWidth);
+            right = std::max(right, i % kWidth);
+        }
+        EXPECT_GE(left, 100U); // 200 from the right end
+        EXPECT_LT(left, 108U);
+        EXPECT_GE(right, 228U); // the last of eight letters from 128 to 64 before the right end
+        EXPECT_LT(right, 236U);
+        // "20260001": the fourth and the seventh letter differ, the fifth and the sixth do not.
+        const auto letter = [&grey](size_t k) {
+            Bytes pixels;
+            for (size_t y = 8; y < 24; ++y)
+                pixels.insert(pixels.end(), &grey[y * kWidth + 100 + 8 * k],
+                              &grey[y * kWidth + 108 + 8 * k]);
+            return pixels;
+        };
+        EXPECT_EQ(letter(4), letter(5));
+        EXPECT_EQ(letter(0), letter(2));
+        EXPECT_NE(letter(6), letter(7));
+    }
+}
+
+} // namespace
+} // namespace vsccam
