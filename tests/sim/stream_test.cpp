@@ -198,22 +198,6 @@ TEST(Stream, ALongExposureTakesOneFramePerGate)
     }
 }
 
-TEST(Stream, EndsAtTheFrameLimit)
-{
-    for (const double speed : {0.0, 1.0}) {
-        Host host({.speed = speed, .frameLimit = 2});
-        host.Program({});
-        host.Start();
-        EXPECT_FALSE(host.Read(640 * 480).empty());
-        EXPECT_FALSE(host.Read(640 * 480).empty());
-        EXPECT_TRUE(host.Read(640 * 480).empty());
-        host.Stop();
-        host.Start();
-        EXPECT_TRUE(host.Read(640 * 480).empty());
-        EXPECT_EQ(host.camera.FramesProduced(), 2U);
-    }
-}
-
 TEST(Stream, HeldRegistersActTogetherOnRelease)
 {
     Host host;

@@ -34,45 +34,6 @@ TEST_F(Libusb, CarriesASessionFromListToClose)
     EXPECT_EQ(bus.TakeTraffic(number), (Lines{"cmd AA", "close"}));
 }
 
-TEST_F(Libusb, TracesRequestsInWords)
-{
-    const struct {
-        uint8_t type, request;
-        uint16_t value, index, length;
-        const char *line;
-    } cases[] = {
-        {0x40, 0xA6, 0x301A, 0x10D8, 0, "sensor 301A=10D8"},
-        {0xC0, 0xA7, 0x3009, 0, 2, "sensor 3009?"},
-        {0x40, 0xB6, 0x3001, 1, 0, "sony 3001=01"},
-        {0xC0, 0xB7, 0x3009, 0, 1, "sony 3009?"},
-        {0x40, 0xBD, 1, 1, 0, "fpga 01=01"},
-        {0xC0, 0xBC, 29, 0, 1, "fpga 1D?"},
-        {0x40, 0xA9, 0, 0, 0, "cmd A9"},
-        {0x40, 0xBE, 0, 0, 0, "gpif32 off"},
-        {0xC0, 0xAD, 0, 0, 2, "firmware?"},
-        {0xC0, 0xB4, 0, 0, 1, "host?"},
-        {0xC0, 0xB3, 0, 0, 2, "temp?"},
-        {0xC0, 0xC3, 0, 0x400, 256, "flash read 040000+256"},
-        {0x40, 0xC2, 0, 0x700, 256, "flash write 070000+256"},
-        {0x40, 0xC4, 1, 7, 0, "flash erase 7"},
-        {0xC0, 0xC4, 0, 7, 1, "flash status 7"},
-        {0x40, 0xB0, 2, 0, 0, "guide on 2"},
-        {0x40, 0xB1, 2, 0, 0, "guide off 2"},
-        {0x40, 0xB2, 255, 0, 0, "cooler 255"},
-        {0x40, 0xB5, 1, 2, 0, "transfer count 65538"},
-        {0x40, 0xA0, 0xE600, 0, 1, "40 A0 E600 0000 len 1"},
-    };
-    const int number = bus.Plug("VSC470MM");
-    OpenCamera camera;
-    (void)bus.TakeTraffic(number);
-    std::array<uint8_t, 256> data{};
-    for (const auto &c : cases) {
-        (void)libusb_control_transfer(camera.handle, c.type, c.request, c.value, c.index,
-                                      data.data(), c.length, 500);
-        EXPECT_EQ(bus.TakeTraffic(number), Lines{c.line});
-    }
-}
-
 // A control call of one thread hands back the bulk transfers of another, sometimes, and never out
 // of order.
 TEST_F(Libusb, HandsCompletionsToAnyThreadThatHandlesEvents)
@@ -110,23 +71,6 @@ TEST_F(Libusb, HandsCompletionsToAnyThreadThatHandlesEvents)
         EXPECT_GT(byWorker, 20);
         EXPECT_LT(byWorker, 180);
     }
-}
-
-TEST_F(Libusb, HandsBackInTheOrderOfCompletion)
-{
-    bus.Plug("VSC470MM");
-    OpenCamera camera;
-    std::vector<BulkRead *> order;
-    std::vector<std::unique_ptr<BulkRead>> reads;
-    for (int i = 0; i < 8; ++i) {
-        reads.push_back(std::make_unique<BulkRead>(camera.handle, kFrame));
-        reads.back()->order = &order;
-        EXPECT_EQ(libusb_submit_transfer(reads.back()->usb), 0);
-    }
-    for (auto &read : reads)
-        EXPECT_EQ(libusb_cancel_transfer(read->usb), 0);
-    EXPECT_TRUE(WaitFor(*reads.back(), clock));
-    EXPECT_TRUE(std::ranges::equal(order, reads, {}, {}, &std::unique_ptr<BulkRead>::get));
 }
 
 // Whoever waits for events must notice what others start meanwhile: a transfer, or the stream.

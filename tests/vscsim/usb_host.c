@@ -6,7 +6,6 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <time.h>
 
 enum {
     kVendorId = 0x4B59,
@@ -338,39 +337,6 @@ static void CheckTimeout(libusb_device_handle *camera)
     CHECK(libusb_control_transfer(camera, 0xC0, 0xAD, 0, 0, version, 2, kTimeoutMs) == 2);
 }
 
-static double Seconds(void)
-{
-    struct timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return (double)now.tv_sec + (double)now.tv_nsec * 1e-9;
-}
-
-/* Not a check: frames per second, two reads in flight. */
-static void MeasureSpeed(libusb_device_handle *camera)
-{
-    enum { kFrames = 400 };
-    struct Read reads[2];
-    for (int i = 0; i < 2; ++i)
-        reads[i] = NewRead(camera, &reads[i]);
-    StartStream(camera);
-    Submit(&reads[0]);
-    const double begin = Seconds();
-    int whole = 0;
-    for (int i = 0; i < kFrames; ++i) {
-        Submit(&reads[(i + 1) % 2]);
-        Finish(&reads[i % 2]);
-        int counter = 0;
-        whole += IsWhole(reads[i % 2].frame, &counter);
-    }
-    printf("%d of %d frames whole, %.1f frames/s\n", whole, kFrames, kFrames / (Seconds() - begin));
-    for (int i = 0; i < kTransfers; ++i)
-        (void)libusb_cancel_transfer(reads[0].transfers[i]);
-    Finish(&reads[0]);
-    StopStream(camera);
-    for (int i = 0; i < 2; ++i)
-        FreeRead(&reads[i]);
-}
-
 static const struct {
     const char *name;
     void (*run)(libusb_device_handle *camera);
@@ -378,7 +344,6 @@ static const struct {
     {"requests", CheckRequests},  {"flash", CheckFlash},   {"frames", CheckFrames},
     {"cancel", CheckCancel},      {"reset", CheckReset},   {"claim", CheckClaim},
     {"memory", CheckMemoryLimit}, {"faults", CheckFaults}, {"timeout", CheckTimeout},
-    {"speed", MeasureSpeed},
 };
 
 static void List(void)
