@@ -3,6 +3,7 @@
 #include "base/time_source.h"
 
 #include <atomic>
+#include <ctime>
 #include <thread>
 
 namespace vsccam {
@@ -33,6 +34,15 @@ uint32_t GetTickCount()
     const auto sinceStart = Clock::now().time_since_epoch();
     return static_cast<uint32_t>(
         std::chrono::duration_cast<std::chrono::milliseconds>(sinceStart).count());
+}
+
+uint32_t WallClockSecond()
+{
+    if (!CurrentTimeSource())
+        return static_cast<uint32_t>(std::time(nullptr));
+    const auto sinceStart = Clock::now().time_since_epoch(); // a time line has one clock only
+    return static_cast<uint32_t>(
+        std::chrono::duration_cast<std::chrono::seconds>(sinceStart).count());
 }
 
 void SleepFor(std::chrono::milliseconds time)

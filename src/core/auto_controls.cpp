@@ -1,27 +1,112 @@
 #include "base/debug_print.h"
+#include "core/auto_exposure.h"
+#include "core/auto_white_balance.h"
 #include "core/camera_base.h"
 
-// Automatic exposure, gain and white balance: the thread for short exposures. The decisions
-// themselves are not built yet; until then frames are looked at and nothing is changed.
+#include <algorithm>
+#include <mutex>
+
+// Automatic exposure, gain and white balance: what the decisions are made on, and what becomes of
+// them.
 namespace vsccam {
 
 using namespace std::chrono_literals;
+using std::chrono::milliseconds;
 
 namespace {
-constexpr auto kAutoStart = 200ms;
-constexpr auto kAutoPass = 100ms;
+constexpr milliseconds kAutoStart = 200ms;
+constexpr int kPassesPerBalance = 4;
+constexpr int kThreadControlsBelowUs = 100'000;
+constexpr int kBrightest = 255;
 } // namespace
 
-void CCameraBase::AutoExpGain(const uint8_t *) {}
+/// Nothing when it is no whole frame of the present format.
+std::optional<RawFrame> CCameraBase::AsRawFrame(std::span<const uint8_t> bytes)
+{
+    const RawFrame frame{bytes, ReadoutSize(), m_output16Bits, m_model.highByteFirst};
+    if (bytes.size() < RawFrame::Bytes(frame.size, frame.is16))
+        return std::nullopt;
+    return frame;
+}
 
-void CCameraBase::AutoWhiBal(const uint8_t *) {}
+/// The automatics reckon with the sum of the pixels that are binned after the read-out.
+int CCameraBase::BinScale()
+{
+    constexpr int kBinnedTwice = 4; // by 2 x 2 in the sensor, by 2 x 2 afterwards
+    if (IsHardBinRun())
+        return m_bin == kBinnedTwice ? 4 : 1;
+    return m_bin * m_bin;
+}
 
-void CCameraBase::startAutoControlThr()
+void CCameraBase::AutoExpGain(std::span<const uint8_t> bytes)
+{
+    const std::optional<RawFrame> frame = AsRawFrame(bytes);
+    if (!frame)
+        return;
+    const std::optional<int> mean = MeanBrightness(*frame, WallClockSecond());
+    if (!mean)
+        return;
+    const bool scales = IsHardBinRun() || !frame->is16;
+
+    const std::lock_guard lock(m_settingsSection); // the host may be switching an automatic off
+    const AutoExposureState state = {
+        .exposureAuto = m_exposureAuto,
+        .gainAuto = m_gainAuto,
+        .mean = std::min(*mean * (scales ? BinScale() : 1), kBrightest),
+        .target = m_autoTarget,
+        .gain = m_gain,
+        .minGain = m_model.gain.min,
+        .maxGain = m_model.gain.max,
+        .gainLimit = m_autoMaxGain,
+        .exposureUs = m_exposureUs,
+        .exposureLimitS = m_autoMaxExpS,
+        .exposureLines = m_exposureLines,
+    };
+    for (const auto &[setting, value] : DecideAutoExposure(state)) {
+        if (setting == AutoExposureChange::Setting::kGain)
+            (void)SetGain(static_cast<int>(value), m_gainAuto); // the next frame shows what it did
+        else
+            (void)SetExp(static_cast<unsigned long long>(value), true);
+    }
+    OutputDbgPrint("Dest:%d Mean:%d  gain:%d exp:%llu reg:0x%x\n", state.target, state.mean,
+                   static_cast<int>(m_gain), static_cast<unsigned long long>(m_exposureUs),
+                   static_cast<unsigned int>(m_exposureLines));
+}
+
+/// Red and blue are balanced after the read-out. What is compared with green is therefore what the
+/// present balance makes of the frame, else the control would run to the end of its range.
+void CCameraBase::AutoWhiBal(std::span<const uint8_t> bytes)
+{
+    const std::optional<RawFrame> frame = AsRawFrame(bytes);
+    if (!frame || !m_model.colour)
+        return;
+    const ColourLevels levels =
+        MosaicLevels(*frame, static_cast<BayerPhase>(m_model.bayer), BinScale());
+
+    const std::lock_guard lock(m_settingsSection); // as above
+    if (!m_whiteBalanceAuto)
+        return;
+    const WhiteBalance now{m_red, m_blue};
+    const std::optional<WhiteBalance> next =
+        DecideWhiteBalance(Balanced(levels, now), now, m_exposureAuto || m_gainAuto);
+    if (!next)
+        return;
+    OutputDbgPrint(" IR:%d IB:%d\n", next->red, next->blue);
+    (void)SetRGBBalance(next->red, next->blue, true);
+}
+
+bool CCameraBase::AutoControlByThread() const
+{
+    return m_exposureUs < static_cast<uint32_t>(kThreadControlsBelowUs) &&
+           m_frameTimeUs < kThreadControlsBelowUs;
+}
+
+void CCameraBase::startAutoControlThr(milliseconds pass)
 {
     if (m_autoRunning)
         return;
     m_autoRunning.Set();
-    if (!m_autoThread.Start([this] { SetGainExpFunc(); }))
+    if (!m_autoThread.Start([this, pass] { SetGainExpFunc(pass); }))
         m_autoRunning.Clear();
 }
 
@@ -35,12 +120,27 @@ void CCameraBase::stopAutoControlThr()
     OutputDbgPrint("AutoControlThr wait <<\n");
 }
 
-void CCameraBase::SetGainExpFunc()
+void CCameraBase::SetGainExpFunc(milliseconds pass)
 {
     (void)m_autoRunning.SleepFor(kAutoStart);
-    while (m_autoRunning)
-        (void)m_autoRunning.SleepFor(kAutoPass);
+    for (int passes = 1; m_autoRunning; ++passes) {
+        RunAutomatics(passes % kPassesPerBalance == 0);
+        (void)m_autoRunning.SleepFor(pass);
+    }
     OutputDbgPrint("Thread SetGainExpFunc Exit!\n");
+}
+
+void CCameraBase::RunAutomatics(bool whiteBalanceToo)
+{
+    const bool exposure = (m_exposureAuto || m_gainAuto) && AutoControlByThread();
+    const bool balance = whiteBalanceToo && m_whiteBalanceAuto;
+    if (!exposure && !balance)
+        return; // takes no frame from those that come later
+    const RawFrames::Look look = m_raw.TakeLatest();
+    if (exposure)
+        AutoExpGain(look.Frame());
+    if (balance)
+        AutoWhiBal(look.Frame());
 }
 
 } // namespace vsccam

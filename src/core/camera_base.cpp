@@ -43,9 +43,7 @@ CCameraBase::CCameraBase(const CameraModel &model)
       m_brightness(model.brightness.initial), m_red(model.whiteBalance.red),
       m_blue(model.whiteBalance.blue), m_bandwidth(model.bandwidth.initial),
       m_gamma16(std::make_unique<GammaTable16>()), m_work(LargestFrame(model)),
-      m_rowScratch(static_cast<size_t>(model.sensorWidth)), m_raw{ZeroedBuffer(LargestFrame(model)),
-                                                                  ZeroedBuffer(
-                                                                      LargestFrame(model))},
+      m_rowScratch(static_cast<size_t>(model.sensorWidth)), m_raw(LargestFrame(model)),
       m_frames(LargestFrame(model))
 {
     m_algorithm.RGBYUV_Init();

@@ -7,17 +7,21 @@
 #include "core/frame_geometry.h"
 #include "core/gamma.h"
 #include "core/hot_pixels.h"
+#include "core/raw_frame.h"
 #include "image/algorithm.h"
 #include "image/cir_buf.h"
 #include "image/frame_rows.h"
+#include "image/raw_frames.h"
 #include "usb/camera_fx3.h"
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <new>
+#include <optional>
 #include <span>
 
 namespace vsccam {
@@ -133,11 +137,18 @@ class CCameraBase : public CCameraFX3 {
     void AdjustHPCTable();
 
     /// One step of automatic exposure and gain, and of automatic white balance, on a raw frame that
-    /// nobody writes.
-    void AutoExpGain(const uint8_t *frame);
-    void AutoWhiBal(const uint8_t *frame);
-    void startAutoControlThr();
+    /// nobody writes: of RawFrames, or the worker's own.
+    void AutoExpGain(std::span<const uint8_t> frame);
+    void AutoWhiBal(std::span<const uint8_t> frame);
+    /// The auto-control thread looks at the latest frame once in every pass, as far as there is
+    /// something to do: exposure and gain of short frames, and in every fourth pass white balance.
+    void startAutoControlThr(std::chrono::milliseconds pass);
     void stopAutoControlThr();
+    /// Whether exposure and gain are the auto-control thread's; of longer frames each counts, and
+    /// the worker looks at every one.
+    bool AutoControlByThread() const;
+    /// Whether anybody would look at a frame.
+    bool AnyAutomatic() const { return m_exposureAuto || m_gainAuto || m_whiteBalanceAuto; }
 
     // What the model is and what is set.
     const CameraModel &Model() const { return m_model; }
@@ -191,7 +202,7 @@ class CCameraBase : public CCameraFX3 {
     int Bandwidth() const { return m_bandwidth; }
     int Ordinal() const { return m_ordinal; }
     CirBuf &Frames() { return m_frames; }
-    uint8_t *RawBuffer(int index) { return m_raw[index].data(); }
+    RawFrames &Raw() { return m_raw; }
     /// Size of the frames that the camera sends, before software binning.
     Size ReadoutSize();
     int ReadoutBytes();
@@ -244,6 +255,7 @@ class CCameraBase : public CCameraFX3 {
     Shared<bool> m_exposureAuto;
     Shared<bool> m_longExposure;
     Shared<int> m_frameTimeUs;
+    Shared<uint32_t> m_exposureLines; // as the sensor has it, in periods of its lines
     Shared<int> m_gain;
     Shared<bool> m_gainAuto;
     Shared<int> m_gamma{0};
@@ -267,7 +279,10 @@ class CCameraBase : public CCameraFX3 {
     Shared<int> m_targetTempC;
 
   private:
-    void SetGainExpFunc();
+    void SetGainExpFunc(std::chrono::milliseconds pass);
+    void RunAutomatics(bool whiteBalanceToo);
+    std::optional<RawFrame> AsRawFrame(std::span<const uint8_t> bytes);
+    int BinScale();
     /// Cameras that mark only the head of a frame: the worker cannot tell whether it is whole.
     bool ReaderChecksFrames() const { return !m_model.usb3Camera; }
     bool TakeFrame(uint8_t *frame, int waitMs);
@@ -307,8 +322,7 @@ class CCameraBase : public CCameraFX3 {
     RowScratch m_rowScratch;
 
     // Started by StartCapture, ended by m_capturing, joined by StopCapture. Only reader of the bulk
-    // endpoint, only producer of m_frames. It alternates between the raw buffers, so that none is
-    // written by USB while it is copied or looked at.
+    // endpoint, only producer of m_frames.
     RunFlag m_capturing;
     Thread m_worker;
     Shared<bool> m_stopping;
@@ -316,7 +330,7 @@ class CCameraBase : public CCameraFX3 {
     Shared<bool> m_singleExposure;
     std::atomic<int> m_expStatus{kExpIdle}; // a host that sees an end sees the worker's flag down
     Shared<int> m_droppedFrames;
-    ZeroedBuffer m_raw[2];
+    RawFrames m_raw;
     CirBuf m_frames;
 
     // Started by the worker in video mode, joined by it.

@@ -18,7 +18,7 @@ constexpr int kTransferBytes = 0x100000;
 
 // A single exposure fails once its dropped frames have cost this much exposure time.
 constexpr uint64_t kSingleExposureLossUs = 1'000'000;
-constexpr int kAutoControlLimitUs = 100'000;
+constexpr auto kAutoControlPass = 100ms;
 constexpr int kSilentResetsToFail = 2;
 constexpr int kRefusedReadsToGiveUp = 4;
 constexpr auto kRetryPause = 100ms; // after a read that failed at once
@@ -65,8 +65,9 @@ bool CaptureWorker::Prepare()
     OutputDbgPrint("working thread begin!\n");
     m_frameBytes = m_camera.ReadoutBytes();
     m_transferCount = (m_frameBytes + kTransferBytes - 1) / kTransferBytes;
+    m_camera.Raw().Reset();
     if (!m_camera.SingleExposure())
-        m_camera.startAutoControlThr();
+        m_camera.startAutoControlThr(kAutoControlPass);
     return !m_camera.Lost() && StartStream();
 }
 
@@ -80,7 +81,7 @@ bool CaptureWorker::StartStream()
 
 std::span<uint8_t> CaptureWorker::Frame() const
 {
-    return {m_camera.RawBuffer(m_rawIndex), static_cast<size_t>(m_frameBytes)};
+    return {m_camera.Raw().Filling(), static_cast<size_t>(m_frameBytes)};
 }
 
 CaptureWorker::Turn CaptureWorker::CaptureOneFrame()
@@ -119,7 +120,7 @@ BulkStream::Pass CaptureWorker::ReadFrame(const ExposureSetting &exposure)
 {
     const BulkStream::Timeouts timeouts = FrameTimeouts(exposure);
     m_waitMs = static_cast<long>(timeouts.perTransfer.count());
-    return m_camera.startAsyncXfer(m_camera.RawBuffer(m_rawIndex), timeouts, m_running);
+    return m_camera.startAsyncXfer(m_camera.Raw().Filling(), timeouts, m_running);
 }
 
 /// The host opens and closes the exposure gate; then the sensor reads out.
@@ -137,7 +138,7 @@ BulkStream::Pass CaptureWorker::ExposeAndRead(uint32_t exposureUs)
     m_sensor.CloseExposureGate();
     m_waitMs = plan.printedWaitMs;
 
-    uint8_t *buffer = m_camera.RawBuffer(m_rawIndex);
+    uint8_t *buffer = m_camera.Raw().Filling();
     const BulkStream::Timeouts timeouts{plan.readTimeout, plan.readTimeout, plan.readTimeout};
     BulkStream::Pass pass = m_camera.ReadFrameOnce(buffer, timeouts, m_running);
     if (pass.ioError && !pass.deviceGone && m_running) {
@@ -177,20 +178,21 @@ bool CaptureWorker::SilentTooOften()
     return m_camera.SingleExposure() && ++m_silentResets >= kSilentResetsToFail;
 }
 
-bool CaptureWorker::InsertFrame()
+bool CaptureWorker::InsertFrame(bool good)
 {
-    const bool inserted = m_camera.Frames().InsertBuff(Frame().data(), m_frameBytes);
-    if (inserted)
-        m_rawIndex ^= 1; // the other buffer is free: the insertion before this one is done
-    else if (!m_camera.SingleExposure())
+    const std::span<uint8_t> frame = Frame();
+    const bool inserted = m_camera.Frames().InsertBuff(frame.data(), m_frameBytes);
+    if (!inserted && !m_camera.SingleExposure())
         m_camera.AddDroppedFrames(1);
+    m_camera.Raw().Complete(frame.size(),
+                            {.copied = inserted, .lookedAt = good && m_camera.AnyAutomatic()});
     return inserted;
 }
 
 CaptureWorker::Turn CaptureWorker::HandleGoodFrame()
 {
     const std::span<uint8_t> frame = Frame();
-    const bool inserted = InsertFrame();
+    const bool inserted = InsertFrame(true);
     if (m_camera.SingleExposure()) {
         if (!inserted)
             return Fail();
@@ -199,10 +201,8 @@ CaptureWorker::Turn CaptureWorker::HandleGoodFrame()
         m_camera.SetExpStatus(kExpSuccess);
         return Turn::Leave;
     }
-    const bool longFrame = m_camera.ExposureUs() >= kAutoControlLimitUs ||
-                           m_camera.FrameTimeUs() >= kAutoControlLimitUs;
-    if (longFrame && (m_camera.GainAuto() || m_camera.ExposureAuto()))
-        m_camera.AutoExpGain(frame.data()); // the auto-control thread does it for short frames
+    if (!m_camera.AutoControlByThread() && (m_camera.GainAuto() || m_camera.ExposureAuto()))
+        m_camera.AutoExpGain(frame);
     return Turn::GoOn;
 }
 

@@ -43,8 +43,9 @@ class CaptureWorker {
 
     std::span<uint8_t> Frame() const;
     Turn HandleGoodFrame();
-    /// Hands the frame to the buffer; counts it as dropped in video mode when it is refused.
-    bool InsertFrame();
+    /// Hands the frame to the buffer, and a good one to the automatics; counts it as dropped in
+    /// video mode when it is refused.
+    bool InsertFrame(bool good);
     void HandleDrop();
     /// After a read that brought nothing: lets the endpoint work again, and does not spin.
     void PauseAfterEmptyRead(const BulkStream::Pass &pass);
@@ -78,7 +79,6 @@ class CaptureWorker {
     void Leave();
 
     const uint8_t m_endpoint;
-    int m_rawIndex = 0;     // of the raw buffer that the next frame is read into
     int m_refusedReads = 0; // reads in a row for which nothing could be queued
     int m_silentResets = 0; // of a single exposure, for want of any byte
     uint32_t m_lastBurst = 0;

@@ -197,6 +197,7 @@ template <class Base> bool Usb3Driver<Base>::SetRGBBalance(int red, int blue, bo
 {
     if (!m_model.colour)
         return true;
+    const std::lock_guard lock(m_settingsSection);
     const WhiteBalanceRange &range = m_model.whiteBalance;
     m_red = std::clamp(red, range.min, range.max);
     m_blue = std::clamp(blue, range.min, range.max);
@@ -217,7 +218,7 @@ template <class Base> bool Usb3Driver<Base>::SetExp(unsigned long long microseco
     const FrameExposure exposure =
         FrameExposureFor(m_exposureUs, line, ReadoutSize().height, m_traits.offsets);
     m_frameTimeUs = exposure.frameTimeUs;
-    m_timing.exposureLines = exposure.Lines();
+    m_exposureLines = exposure.Lines();
     OutputDbgPrint("VMAX:0x%x SSH1:0X%x %2.2fus 1f:%d mode:%d timeus:%d\n", exposure.vmax,
                    exposure.ssh1, static_cast<double>(line.TimeUs()), exposure.frameTimeUs,
                    m_longExposure ? 1 : 0, static_cast<int>(m_exposureUs));

@@ -10,9 +10,9 @@ namespace {
 
 using nlohmann::ordered_json;
 
-// What the library reserves while a camera is open: a work buffer, two raw ones and two slots for
+// What the library reserves while a camera is open: a work buffer, three raw ones and two slots for
 // frames, each with 2 bytes per pixel.
-constexpr int64_t kHostBytesPerPixel = 5 * 2;
+constexpr int64_t kHostBytesPerPixel = 6 * 2;
 constexpr int64_t kMiB = 1 << 20;
 
 struct ControlName {
