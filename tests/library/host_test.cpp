@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <climits>
-#include <cstring>
 
 namespace vsccam {
 namespace {
@@ -120,41 +119,6 @@ TEST_F(HostTest, FailedOpenKeepsTheObjectAndTheNextOneWorks)
     EXPECT_FALSE(initCamera());
     EXPECT_TRUE(openCamera(1));
     EXPECT_TRUE(initCamera());
-}
-
-struct Edition {
-    const char *model;
-    bool colour, cooled;
-};
-constexpr Edition kEditions[] = {{"VSC470MM", false, false},
-                                 {"VSC470MC", true, false},
-                                 {"VSC470MM-Cool", false, true},
-                                 {"VSC470MC-Cool", true, true}};
-
-TEST_F(HostTest, TellsWhatEachEditionIs)
-{
-    for (const Edition &edition : kEditions) {
-        SCOPED_TRACE(edition.model);
-        const int device = OpenOne(edition.model);
-        EXPECT_EQ(isColorCam(), edition.colour);
-        EXPECT_EQ(isCoolerCam(), edition.cooled);
-        EXPECT_EQ(getMaxWidth(), 1936);
-        EXPECT_EQ(getMaxHeight(), 1096);
-        EXPECT_EQ(getWidth() * getHeight(), 1936 * 1096);
-        EXPECT_EQ(getImgType(), VSC_IMG_RAW8);
-        EXPECT_DOUBLE_EQ(getPixelSize(), 2.9);
-        EXPECT_EQ(getColorBayer(), 0);
-        EXPECT_FLOAT_EQ(getElectronsPerADU(), 3.584F);
-        EXPECT_TRUE(isUSB3Camera() && isUSB3Host());
-        EXPECT_TRUE(isBinSupported(1) && isBinSupported(2));
-        EXPECT_FALSE(isBinSupported(0) || isBinSupported(3) || isBinSupported(-1));
-        EXPECT_FALSE(isImgTypeSupported(4) || isImgTypeSupported(-1));
-        int figures[4] = {};
-        getGainOffset(&figures[0], &figures[1], &figures[2], &figures[3]);
-        EXPECT_EQ(std::vector(figures, figures + 4), (std::vector{10, 18, 300, 75}));
-        closeCamera();
-        Bus().Unplug(device);
-    }
 }
 
 TEST_F(HostTest, ReportsAndClampsEveryControl)

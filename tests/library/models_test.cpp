@@ -222,8 +222,10 @@ TEST_F(ModelsTest, EachModelIsWhatItsDataSheetSays)
         EXPECT_EQ(isColorCam(), sheet.colour);
         EXPECT_EQ(getColorBayer(), sheet.sensor.bayer);
         EXPECT_EQ(isUSB3Camera(), sheet.usb3);
+        EXPECT_EQ(getImgType(), VSC_IMG_RAW8);
+        EXPECT_FALSE(isImgTypeSupported(-1) || isImgTypeSupported(4));
         EXPECT_EQ(isCoolerCam(), sheet.cooled);
-        for (int bin = 0; bin <= 5; ++bin)
+        for (int bin = -1; bin <= 5; ++bin)
             EXPECT_EQ(isBinSupported(bin), bin >= 1 && bin <= sheet.sensor.largestBin) << bin;
         EXPECT_FLOAT_EQ(getElectronsPerADU(), sheet.sensor.electronsPerAdu);
         std::array<int, 4> figures{};
@@ -367,6 +369,7 @@ TEST_F(ModelsTest, NoModelSendsMoreThanItsShareOfTheBandwidth)
         for (const auto link : {vscsim::LinkSpeed::Super, vscsim::LinkSpeed::High}) {
             const bool usb2 = link == vscsim::LinkSpeed::High;
             const int device = OpenOne(sheet.model, {.link = link});
+            EXPECT_EQ(isUSB3Host(), !usb2);
             setValue(CONTROL_EXPOSURE, 32, false);
             for (const Readout &readout : ReadoutsOf(sheet)) {
                 const Size full{sensor.width / readout.bin & ~7, sensor.height / readout.bin & ~1};
