@@ -1,6 +1,6 @@
+#include "library/host_fixture.h"
 #include "library/wire.h"
 #include "models/python/s048.h"
-#include "support/simulated_bus.h"
 
 #include <gtest/gtest.h>
 
@@ -123,7 +123,7 @@ struct MonoCamera : OpenedCamera {
     }
 };
 
-using PythonDriverTest = SimulatedBus;
+using PythonDriverTest = HostTest;
 
 TEST_F(PythonDriverTest, InitialisesAndSwitchesBetweenTheProgramsWithoutAPowerCycle)
 {
@@ -192,6 +192,18 @@ TEST_F(PythonDriverTest, WritesEachControlAsTheSensorWantsIt)
         SCOPED_TRACE(c.name);
         EXPECT_TRUE(c.set(*camera.operator->()));
         EXPECT_EQ(camera.Traffic(), wire.Then(c.wire).Take());
+    }
+}
+
+TEST_F(PythonDriverTest, HighSpeedChangesWhileVideoRunsWithoutATornFrame)
+{
+    OpenOne("VSC048MM");
+    ASSERT_TRUE(setImageFormat(640, 480, 1, VSC_IMG_RAW8));
+    startCapture();
+    for (int i = 0; i < 20; ++i) {
+        const Bytes frame = NextFrame(5000);
+        ASSERT_TRUE(!frame.empty() && PatternNumber(frame, 640, 0, 0)) << i;
+        setValue(CONTROL_HIGH_SPEED, i % 2, false);
     }
 }
 
