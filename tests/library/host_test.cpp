@@ -108,6 +108,16 @@ TEST_F(HostTest, CountsNoMoreCamerasThanItCanList)
     EXPECT_EQ(getCameraModel(1025), nullptr);
 }
 
+TEST_F(HostTest, NamesEveryModelThatThereIs)
+{
+    for (const vscsim::ModelFacts &model : vscsim::AllModels())
+        Bus().PlugForeign(vscsim::VendorId(), model.productId);
+    ASSERT_EQ(getNumberOfConnectedCameras(), std::ssize(vscsim::AllModels()));
+    int index = 0;
+    for (const vscsim::ModelFacts &model : vscsim::AllModels())
+        EXPECT_EQ(getCameraModel(index++), std::string(model.maker) + ' ' + model.name);
+}
+
 TEST_F(HostTest, FailedOpenKeepsTheObjectAndTheNextOneWorks)
 {
     const int first = Bus().Plug("VSC470MM");

@@ -1,3 +1,4 @@
+#include "camera/camera.h"
 #include "failure.h"
 #include "fits_writer.h"
 #include "name_pattern.h"
@@ -27,6 +28,13 @@ int CodeOf(const std::function<void()> &action)
 }
 
 constexpr int kUsage = static_cast<int>(Exit::kUsage);
+
+TEST(Products, AreNamedAsTheCamerasThemselvesAre)
+{
+    for (const vscsim::ModelFacts &model : vscsim::AllModels())
+        EXPECT_EQ(ModelOf(model.productId), fmt::format("{} {}", model.maker, model.name));
+    EXPECT_EQ(ModelOf(0x470E), "");
+}
 
 } // namespace
 

@@ -38,6 +38,7 @@ Signalled() {
 Expect 0 '^4b59:470a super$' -- Run -- "$host" list
 Expect 0 $'^4b59:470b high\n4b59:470a super$' -- \
     Run --camera VSC470MC --camera VSC470MM:unreadable --camera vsc470mm:usb2 -- "$host" list
+Expect 0 '^4b59:340a high$' -- Run --camera VSC340MM -- "$host" list
 Expect 0 '4b59:340a  *VSC340MM  *1280 x 960' -- "$vscsim" list
 Expect 0 '4b59:470a  *VSC470MC  *1936 x 1096' -- "$vscsim" list
 Expect 0 '"name": "VSC470MM",.*"productId": 18187,' -- "$vscsim" list --json
@@ -48,6 +49,7 @@ for camera in VSC470MC VSC470MM:usb2; do
         "$host" requests flash frames cancel reset claim memory
 done
 Expect 0 -- Run --scene pattern -- "$host" frames
+Expect 0 -- Run --camera VSC340MM:firmware=1 -- "$host" usb2
 Expect 0 -- Run --fault short-frame@1,stall-frame@2,unplug@3 -- "$host" faults
 Expect 0 -- Run --fault time-out-request:ad@0 -- "$host" timeout
 Expect 0 '^vscsim: seed 7$' -- Run --fault bad-head%0.5 --seed 7 -- true
@@ -63,6 +65,7 @@ Expect 5 -- Signalled INT sh -c 'trap "exit 5" INT; echo ready; while :; do slee
 # What is refused
 Expect 105 'VSC9' -- Run --camera VSC9 -- true
 Expect 105 'usb4' -- Run --camera VSC470MC:usb4 -- true
+Expect 105 '1.0' -- Run --camera VSC340MM:firmware=1.0 -- true
 Expect 105 'unknown fault' -- Run --fault nonsense -- true
 Expect 105 'slow' -- Run --speed slow -- true
 Expect 105 '-1' -- Run --speed -1 -- true

@@ -337,6 +337,35 @@ static void CheckTimeout(libusb_device_handle *camera)
     CHECK(libusb_control_transfer(camera, 0xC0, 0xAD, 0, 0, version, 2, kTimeoutMs) == 2);
 }
 
+/* A USB 2.0 camera, delivered with firmware of version 1. */
+static void CheckUsb2(libusb_device_handle *camera)
+{
+    enum { kBytes = 1280 * 960, kUsb2Endpoint = 0x82 };
+    uint8_t *frame = malloc(kBytes);
+    uint8_t version[2], program[3] = {0}, held = 1, runs = 0;
+    int bytes = 0;
+    CHECK(frame != NULL);
+    Out(camera, 0xA9, 0, 0);
+    Out(camera, 0xA6, 0x301A, 0x10DC);
+    CHECK(libusb_clear_halt(camera, kUsb2Endpoint) == 0);
+    CHECK(libusb_clear_halt(camera, kEndpoint) == LIBUSB_ERROR_NOT_FOUND);
+    CHECK(libusb_bulk_transfer(camera, kUsb2Endpoint, frame, kBytes, &bytes, kTimeoutMs) == 0);
+    CHECK(bytes == kBytes && Word(frame) == 0xAA11 && Word(frame + 2) == 0xBB00);
+    free(frame);
+
+    /* Another program lasts until the camera is reset. */
+    CHECK(libusb_control_transfer(camera, 0xC0, 0xAD, 0, 0, version, 2, 500) == 2);
+    CHECK(version[1] == 1);
+    CHECK(libusb_control_transfer(camera, 0x40, 0xA0, 0xE600, 0, &held, 1, 500) == 1);
+    CHECK(libusb_control_transfer(camera, 0x40, 0xA0, 0, 0, program, sizeof program, 500) == 3);
+    CHECK(libusb_control_transfer(camera, 0x40, 0xA0, 0xE600, 0, &runs, 1, 500) == 1);
+    CHECK(libusb_control_transfer(camera, 0xC0, 0xAD, 0, 0, version, 2, 500) == 2);
+    CHECK(version[1] == 3);
+    CHECK(libusb_reset_device(camera) == 0);
+    CHECK(libusb_control_transfer(camera, 0xC0, 0xAD, 0, 0, version, 2, 500) == 2);
+    CHECK(version[1] == 1);
+}
+
 static const struct {
     const char *name;
     void (*run)(libusb_device_handle *camera);
@@ -344,6 +373,7 @@ static const struct {
     {"requests", CheckRequests},  {"flash", CheckFlash},   {"frames", CheckFrames},
     {"cancel", CheckCancel},      {"reset", CheckReset},   {"claim", CheckClaim},
     {"memory", CheckMemoryLimit}, {"faults", CheckFaults}, {"timeout", CheckTimeout},
+    {"usb2", CheckUsb2},
 };
 
 static void List(void)

@@ -46,14 +46,6 @@ constexpr Product kProducts[] = {
 };
 static_assert(std::size(kProducts) == 46);
 
-std::string ModelOf(unsigned product)
-{
-    const auto *known =
-        std::find_if(std::begin(kProducts), std::end(kProducts),
-                     [&](const Product &candidate) { return candidate.id == product; });
-    return known == std::end(kProducts) ? "" : known->model;
-}
-
 struct CloseFile {
     void operator()(std::FILE *file) const { std::fclose(file); }
 };
@@ -131,6 +123,14 @@ std::string Names(const std::vector<CameraEntry> &cameras)
 }
 
 } // namespace
+
+std::string ModelOf(unsigned product)
+{
+    const auto *known =
+        std::find_if(std::begin(kProducts), std::end(kProducts),
+                     [&](const Product &candidate) { return candidate.id == product; });
+    return known == std::end(kProducts) ? "" : known->model;
+}
 
 std::vector<UsbDevice> FindUsbDevices()
 {

@@ -9,7 +9,7 @@ namespace vsctool {
 /// What the kernel shows of a camera, also of one that this program may not open.
 struct UsbDevice {
     unsigned product = 0;
-    std::string model; // as the library names it; empty for products that it does not know
+    std::string model; // see ModelOf
     std::string port;  // "1-2.3"
     std::string speedMbit;
     std::string node; // device file
@@ -17,6 +17,9 @@ struct UsbDevice {
     bool busy = false;
 };
 std::vector<UsbDevice> FindUsbDevices();
+
+/// As the library names the model; empty for products that it does not know.
+std::string ModelOf(unsigned product);
 
 /// A camera as the library counts them.
 struct CameraEntry {
