@@ -34,7 +34,7 @@ Memories MakeMemories(const ModelFacts &model, const CameraOptions &options)
 
 std::unique_ptr<SceneSource> MakeSource(const ModelFacts &model, const CameraOptions &options)
 {
-    return options.scene == Scene::Sky ? MakeSkySource(model, options.seed) : MakePatternSource();
+    return options.scene == Scene::Sky ? MakeSkySource(model, options) : MakePatternSource();
 }
 
 } // namespace

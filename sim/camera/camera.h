@@ -62,8 +62,10 @@ enum class LinkSpeed { High, Super };
 struct CameraOptions {
     Scene scene = Scene::Pattern;
     LinkSpeed link = LinkSpeed::Super;
-    uint64_t seed = 1;  // of the sky, its noise and the random faults
-    double speed = 1.0; // times real time; 0: a frame is ready as soon as one is asked for
+    uint64_t seed = 1;     // of the sky, its noise and the random faults
+    bool capped = false;   // the sky does not reach the sensor, for dark frames
+    bool flawless = false; // its sensor has no noise, no dark current and no hot pixels
+    double speed = 1.0;    // times real time; 0: a frame is ready as soon as one is asked for
     bool readableDescriptor = true;
     size_t framesMadeBeforehand = 0; // so many are made once and sent in turn; 0: each is made anew
     std::optional<uint64_t> frameLimit = {}; // the camera falls silent after so many frames

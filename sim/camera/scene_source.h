@@ -33,7 +33,7 @@ class SceneSource {
 };
 
 std::unique_ptr<SceneSource> MakePatternSource();
-std::unique_ptr<SceneSource> MakeSkySource(const ModelFacts &model, uint64_t seed);
+std::unique_ptr<SceneSource> MakeSkySource(const ModelFacts &model, const CameraOptions &options);
 
 /// Makes the bytes of a frame: what the FPGA does with the rows of the sensor. Where the sensor
 /// sends less than the FPGA was told to expect, the frame shows garbage.

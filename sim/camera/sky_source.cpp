@@ -59,14 +59,18 @@ struct HotPixel {
 /// noise, whose draws go on from frame to frame.
 class SkySource final : public SceneSource {
   public:
-    SkySource(const ModelFacts &model, uint64_t seed)
-        : m_model(model), m_pixel(PixelFactsOf(model)), m_random(seed), m_noise(kNoiseValues),
+    SkySource(const ModelFacts &model, const CameraOptions &options)
+        : m_model(model), m_capped(options.capped), m_flawless(options.flawless),
+          m_pixel(PixelFactsOf(model)), m_random(options.seed), m_noise(kNoiseValues),
           m_light(static_cast<size_t>(model.sensorWidth) * static_cast<size_t>(model.sensorHeight))
     {
         ScatterStars();
         ScatterHotPixels();
         std::normal_distribution<float> normal;
-        std::ranges::generate(m_noise, [&] { return normal(m_random); });
+        if (!m_flawless)
+            std::ranges::generate(m_noise, [&] { return normal(m_random); });
+        if (m_capped) // else a dark frame would have the noise of the picture it is meant for
+            m_random.seed(~options.seed);
         DrawSky();
     }
 
@@ -92,6 +96,8 @@ class SkySource final : public SceneSource {
     int PlaceOf(int binnedPlace, int part) const;
 
     ModelFacts m_model;
+    bool m_capped;
+    bool m_flawless;
     PixelFacts m_pixel;
     std::mt19937_64 m_random;
     std::vector<float> m_noise; // normal deviates
@@ -144,6 +150,8 @@ void SkySource::ScatterHotPixels()
 
 void SkySource::DrawSky()
 {
+    if (m_capped)
+        return;
     for (int y = 0; y < m_model.sensorHeight; ++y) {
         const std::span<float> light = LightRow(y);
         for (int x = 0; x < m_model.sensorWidth; ++x)
@@ -183,8 +191,8 @@ void SkySource::Begin(const SensorReadout &sensor, const Exposure &exposure)
 {
     m_sensor = sensor;
     m_seconds = std::chrono::duration<float>(exposure.duration).count();
-    m_darkFactor =
-        static_cast<float>(std::exp2((exposure.celsius - kReferenceC) / m_pixel.darkDoublesEveryC));
+    const double doublings = (exposure.celsius - kReferenceC) / m_pixel.darkDoublesEveryC;
+    m_darkFactor = m_flawless ? 0.0F : static_cast<float>(std::exp2(doublings));
     m_darkPerSecond = static_cast<float>(m_pixel.darkElectronsPerSecond) * m_darkFactor;
     m_stepsPerElectron = static_cast<float>(sensor.gain / m_pixel.electronsPerStep);
     if (exposure.shift != m_drawnAt) {
@@ -244,9 +252,9 @@ void SkySource::Row(int row, std::span<uint16_t> samples)
 
 } // namespace
 
-std::unique_ptr<SceneSource> MakeSkySource(const ModelFacts &model, uint64_t seed)
+std::unique_ptr<SceneSource> MakeSkySource(const ModelFacts &model, const CameraOptions &options)
 {
-    return std::make_unique<SkySource>(model, seed);
+    return std::make_unique<SkySource>(model, options);
 }
 
 } // namespace vscsim

@@ -20,6 +20,7 @@ namespace {
 using namespace vscsim;
 
 constexpr size_t kMebibyte = 1 << 20;
+constexpr std::string_view kFlash = "flash=";
 
 /// What the command line asks for.
 struct RunOptions {
@@ -38,6 +39,8 @@ A camera is a model, followed by what is particular about it:
   VSC470MC:usb2         at a USB 2.0 port
   VSC470MC:unreadable   its descriptor cannot be read
   VSC340MM:firmware=1   it comes with firmware of that version (3)
+  VSC470MC:capped       no light reaches its sensor, for dark frames
+  VSC470MC:flash=FILE   its flash memory lies in a file and outlasts the run
 Faults, separated by commas: NAME[:REQUEST][@FIRST][xCOUNT][%PROBABILITY][=AMOUNT], or a JSON file.
   short-frame@5         frame 5 (counted from 0) lacks its last 512 bytes
   empty-frame@10x4      frames 10 to 13 are not sent
@@ -56,7 +59,7 @@ uint8_t ParseFirmware(std::string_view text)
     return version;
 }
 
-/// Reads MODEL[:usb2][:unreadable][:firmware=N].
+/// Reads MODEL and what follows it, see kRunFooter.
 BusDevice ParseCamera(const std::string &text)
 {
     std::istringstream parts(text);
@@ -73,6 +76,10 @@ BusDevice ParseCamera(const std::string &text)
             device.options.readableDescriptor = false;
         else if (part.starts_with(kFirmware))
             device.options.firmwareVersion = ParseFirmware(part.substr(kFirmware.size()));
+        else if (part == "capped")
+            device.options.capped = true;
+        else if (part.starts_with(kFlash))
+            device.options.flashFile = part.substr(kFlash.size());
         else
             throw CLI::ValidationError("--camera", fmt::format("\"{}\" in {}", part, text));
     }
@@ -177,7 +184,7 @@ int Main(int argc, char **argv)
     RunOptions options;
     CLI::App *const run = app.add_subcommand("run", "Runs a program on a bus of simulated cameras");
     run->add_option("--camera", options.cameras, "Plugs a camera in (a VSC470MC); may be repeated")
-        ->type_name("MODEL[:usb2][:unreadable][:firmware=N]")
+        ->type_name("MODEL[:TRAIT]...")
         ->allow_extra_args(false);
     run->add_option("--scene", options.scene, "What the cameras see")
         ->type_name("sky|pattern")
