@@ -162,6 +162,7 @@ bool CCameraBase::LoadHPCTable()
 
 bool CCameraBase::SaveHPCTable()
 {
+    FlashAccess flash(*this);
     const std::vector<uint8_t> bitmap = m_darkFrames.BrightBitmap();
     if (bitmap.empty())
         return false;
@@ -171,7 +172,6 @@ bool CCameraBase::SaveHPCTable()
         OutputDbgPrint("SaveHPC: Compressed length too big\n");
         return false;
     }
-    FlashAccess flash(*this);
     // Quirk, kept: a record without a last, shorter chunk is reported as not saved.
     return WriteRecord(flash, record) && record.size() % FlashAccess::kChunk != 0;
 }

@@ -39,7 +39,7 @@ inline std::vector<std::string> operator+(std::vector<std::string> a,
     return a;
 }
 
-/// A camera object on a simulated camera of its own, opened and closed with it.
+/// A camera object on a simulated camera of its own, which comes and goes with it.
 class OpenedCamera {
   public:
     template <class Camera>
@@ -51,7 +51,11 @@ class OpenedCamera {
         m_opened = m_camera->OpenCamera(1);
         (void)Traffic();
     }
-    ~OpenedCamera() { (void)m_camera->CloseCamera(); }
+    ~OpenedCamera()
+    {
+        (void)m_camera->CloseCamera();
+        vscsim::Bus::Instance().Unplug(m_device);
+    }
     OpenedCamera(const OpenedCamera &) = delete;
     OpenedCamera &operator=(const OpenedCamera &) = delete;
 

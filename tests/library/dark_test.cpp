@@ -1,0 +1,224 @@
+#include "core/dark_frames.h"
+#include "library/dark_fixture.h"
+
+#include <sys/stat.h>
+
+#include <cmath>
+#include <numeric>
+
+namespace vsccam {
+namespace {
+
+Bytes ReadAll(const std::string &path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void WriteAll(const std::string &path, const Bytes &bytes)
+{
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char *>(bytes.data()),
+               static_cast<std::streamsize>(bytes.size()));
+}
+
+TEST(DarkFramesTest, TakesMoreFramesOfShorterExposures)
+{
+    const std::pair<uint32_t, int> cases[] = {{32, 5},      {100'999, 5}, {101'000, 4},
+                                              {325'999, 4}, {326'000, 3}, {551'000, 2},
+                                              {775'999, 2}, {776'000, 1}, {2'000'000'000, 1}};
+    for (const auto &[exposureUs, frames] : cases)
+        EXPECT_EQ(DarkFramesFor(exposureUs), frames) << exposureUs;
+}
+
+class DarkFile : public DarkTest {
+  protected:
+    static constexpr Size kSmall{6, 2}; // rows of 8 bytes
+
+    static DarkFileResult Read(std::span<const uint8_t> contents, Size size, Bytes *image)
+    {
+        // fmemopen takes a pointer to non-const for writing too.
+        const File file(fmemopen(const_cast<uint8_t *>(contents.data()), contents.size(), "rb"));
+        return ReadDarkFile(file.get(), size, image);
+    }
+};
+
+TEST_F(DarkFile, HasTheHeadersThatAllItsReadersExpect)
+{
+    const std::string path = InFolder("small.bmp");
+    ASSERT_TRUE(CreateBMP(path.c_str(), kSmall, Bytes{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}));
+    Bytes expected = {
+        'B', 'M', 0, 0, 0x46, 4, 0, 0, 0, 0, 0, 0, 0x36, 4, 0, 0, // 16 + 1078 bytes, 1078
+        40,  0,   0, 0, 6,    0, 0, 0, 2, 0, 0, 0, 1,    0, 8, 0, 0, 0, 0, 0,
+        16,  0,   0, 0, 0,    0, 0, 0, 0, 0, 0, 0, 0,    1, 0, 0, 0, 0, 0, 0};
+    for (int grey = 0; grey < 256; ++grey) {
+        expected.insert(expected.end(), 3, static_cast<uint8_t>(grey));
+        expected.push_back(0);
+    }
+    expected.insert(expected.end(), {1, 2, 3, 4, 5, 6, 0, 0, 7, 8, 9, 10, 11, 12, 0, 0});
+    EXPECT_EQ(ReadAll(path), expected);
+
+    // What was written comes back behind the last two bytes of the palette.
+    Bytes image;
+    EXPECT_EQ(Read(expected, kSmall, &image), DarkFileResult::kRead);
+    EXPECT_EQ(image, (Bytes{255, 0, 1, 2, 3, 4, 5, 6, 0, 0, 7, 8}));
+}
+
+TEST_F(DarkFile, IsRefusedWhateverIsWrongWithIt)
+{
+    const std::string path = InFolder("whole.bmp");
+    const Size size{8, 2};
+    ASSERT_TRUE(CreateBMP(path.c_str(), size, Bytes(16, 7)));
+    const Bytes whole = ReadAll(path);
+    const auto with = [&whole](size_t at, const Bytes &bytes) {
+        Bytes changed = whole;
+        std::ranges::copy(bytes, changed.begin() + static_cast<std::ptrdiff_t>(at));
+        return changed;
+    };
+    using enum DarkFileResult;
+    const struct {
+        const char *what;
+        Bytes contents;
+        DarkFileResult result;
+    } cases[] = {
+        {"signature", with(0, {'M', 'B'}), kUnusable},
+        {"wider", with(20, {16}), kOtherSize},
+        {"huge", with(20, {0xF8, 0xFF, 0xFF, 0x7F}), kOtherSize},
+        {"upside down", with(24, {0xFE, 0xFF, 0xFF, 0xFF}), kOtherSize},
+        {"other size and depth", with(24, {4, 0, 0, 0, 1, 0, 24}), kOtherSize},
+        {"24 bits", with(30, {24}), kUnusable},
+        {"offset at the end", with(12, {0x48, 4}), kUnusable},
+        {"offset outside", with(12, {0, 0, 0, 0x70}), kUnusable},
+        {"offset negative", with(12, {0xFF, 0xFF, 0xFF, 0xFF}), kUnusable},
+        {"offset in the header", with(12, {0, 0, 0, 0}), kRead},
+    };
+    for (const auto &c : cases) {
+        Bytes image = {1};
+        EXPECT_EQ(Read(c.contents, size, &image), c.result) << c.what;
+        EXPECT_EQ(image.size(), c.result == kRead ? 16U : 1U) << c.what;
+    }
+    for (size_t length = 0; length < whole.size(); ++length) {
+        Bytes image;
+        const bool enough = length >= 1078 + 16;
+        EXPECT_EQ(Read(std::span(whole).first(length), size, &image), enough ? kRead : kUnusable)
+            << length;
+    }
+}
+
+class DarkSubtraction : public DarkTest {
+  protected:
+    /// A dark camera on the stand-in bus with small frames of equal samples.
+    static Bytes Frame(CCameraBase &camera)
+    {
+        Bytes frame(static_cast<size_t>(camera.Width() * camera.Height()));
+        EXPECT_TRUE(camera.GetImage(frame.data(), static_cast<int>(frame.size()), 5000));
+        return frame;
+    }
+};
+
+TEST_F(DarkSubtraction, KeepsTheOldFrameUnlessTheNewOneIsThere)
+{
+    OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM");
+    const std::string pipe = InFolder("pipe");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    ASSERT_EQ(LoadDark(*camera.operator->(), Bytes(kSensor.width * kSensor.height, 9)), 1);
+    WriteAll(InFolder("small.bmp"), Bytes(100));
+    const struct {
+        std::string path;
+        int result;
+        bool kept;
+    } cases[] = {
+        {InFolder("small.bmp"), 0, true},
+        {InFolder("missing.bmp"), 6, false},
+        {pipe, 6, false},
+        {InFolder(""), 6, false},
+    };
+    for (const auto &c : cases) {
+        ASSERT_EQ(LoadDark(*camera.operator->(), Bytes(kSensor.width * kSensor.height, 9)), 1);
+        EXPECT_EQ(camera->LoadBMPFromFile(c.path.c_str()), c.result) << c.path;
+        EXPECT_EQ(camera->SaveBMPToFile(InFolder("kept.bmp").c_str()), c.kept ? 1 : 0) << c.path;
+    }
+    EXPECT_EQ(camera->SaveBMPToFile(InFolder("no/folder").c_str()), 0);
+}
+
+/// A night with a cap on the camera first: dark frame and hot-pixel table are made and then used on
+/// a part of the sky.
+TEST_F(DarkSubtraction, AndHotPixelsBringTheFlaggedPixelsFiveTimesNearerToTheScene)
+{
+    constexpr int kWidth = 800;
+    constexpr int kHeight = 600;
+    constexpr int kX = 500;
+    constexpr int kY = 200;
+    const vscsim::CameraOptions sky = {
+        .scene = vscsim::Scene::Sky, .speed = 0, .flashFile = InFolder("flash")};
+    const auto capture = [&](const vscsim::CameraOptions &options, auto prepare) {
+        OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM", options);
+        EXPECT_TRUE(camera->InitCamera());
+        EXPECT_TRUE(camera->SetExp(500'000, false));
+        EXPECT_TRUE(camera->SetResolution(kWidth, kHeight, 1, kByteImage));
+        EXPECT_TRUE(camera->SetStartPos(kX, kY));
+        prepare(*camera.operator->());
+        EXPECT_TRUE(camera->StartCapture(false));
+        Bytes frame = Frame(*camera.operator->());
+        EXPECT_TRUE(camera->StopCapture());
+        return frame;
+    };
+    const std::string path = InFolder("night.bmp");
+    vscsim::CameraOptions capped = sky;
+    capped.capped = true;
+    (void)capture(capped, [&](CCameraBase &camera) {
+        EXPECT_TRUE(camera.SetResolution(kSensor.width, kSensor.height, 1, kByteImage));
+        EXPECT_EQ(camera.GettingDark(true), 3);
+        EXPECT_TRUE(camera.StartCapture(false));
+        for (int i = 0; i < 3; ++i) {
+            EXPECT_TRUE(camera.DarkRequested());
+            (void)Frame(camera);
+        }
+        EXPECT_FALSE(camera.DarkRequested());
+        EXPECT_TRUE(camera.StopCapture());
+        EXPECT_EQ(camera.SaveBMPToFile(path.c_str()), 1);
+        EXPECT_TRUE(camera.SaveHPCTable());
+    });
+    TellTheOffset(path);
+    const auto asItIs = [](CCameraBase &camera) { camera.SetHPCStates(false); };
+    vscsim::CameraOptions flawless = sky;
+    flawless.flawless = true;
+    const Bytes scene = capture(flawless, asItIs);
+    const Bytes raw = capture(sky, asItIs);
+    const Bytes corrected = capture(sky, [](CCameraBase &) {}); // InitCamera found the table
+    const Bytes subtracted = capture(sky, [&](CCameraBase &camera) {
+        camera.SetHPCStates(false);
+        EXPECT_EQ(camera.LoadBMPFromFile(path.c_str()), 1);
+    });
+
+    Bytes dark;
+    ASSERT_EQ(ReadDarkFile(OpenRegularFile(path.c_str()).get(), kSensor, &dark),
+              DarkFileResult::kRead);
+    const double mean =
+        std::accumulate(dark.begin(), dark.end(), 0.0) / static_cast<double>(dark.size());
+    int flagged = 0;
+    double rawError = 0, correctedError = 0, subtractedError = 0;
+    const auto error = [&scene](const Bytes &frame, size_t i) {
+        return std::abs(frame[i] - scene[i]);
+    };
+    for (size_t i = 0; i < scene.size(); ++i) {
+        const size_t x = i % kWidth + kX;
+        const size_t y = i / kWidth + kY;
+        if (dark[y * kSensor.width + x] <= mean + 31)
+            continue;
+        ++flagged;
+        rawError += error(raw, i);
+        correctedError += error(corrected, i);
+        subtractedError += error(subtracted, i);
+    }
+    EXPECT_GT(flagged, 10);
+    EXPECT_GT(rawError, 5 * correctedError);
+    EXPECT_GT(rawError, 5 * subtractedError);
+    RecordProperty("flagged", flagged);
+    RecordProperty("raw", std::to_string(rawError / flagged));
+    RecordProperty("corrected", std::to_string(correctedError / flagged));
+    RecordProperty("subtracted", std::to_string(subtractedError / flagged));
+}
+
+} // namespace
+} // namespace vsccam

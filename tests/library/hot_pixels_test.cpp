@@ -1,0 +1,306 @@
+#include "core/frame_region.h"
+#include "core/hot_pixel_record.h"
+#include "image/pixel_patches.h"
+#include "library/dark_fixture.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+namespace vsccam {
+namespace {
+
+using vscsim::Fault;
+
+Bytes RecordOf(uint32_t length, const Bytes &pairs)
+{
+    Bytes record(8 + pairs.size());
+    std::ranges::copy(std::string_view("VSCD"), record.begin());
+    for (size_t i = 0; i < 4; ++i)
+        record[4 + i] = static_cast<uint8_t>(length >> (24 - 8 * i));
+    std::ranges::copy(pairs, record.begin() + 8);
+    return record;
+}
+
+TEST(HotPixelRecord, StoresPlaceAndValueOfTheBytesThatAreNotZero)
+{
+    const struct {
+        const char *what;
+        size_t size;
+        std::vector<std::pair<size_t, uint8_t>> bytes;
+        Bytes pairs;
+    } cases[] = {
+        {"nothing, in three blocks", 600, {}, {0, 0, 0, 0}},
+        {"nothing, in whole blocks", 512, {}, {0, 0}},
+        {"swapped nibbles", 256, {{0x12, 0x80}}, {0x21, 0x80}},
+        {"the last byte", 512, {{511, 7}}, {0, 0, 0xFF, 7}},
+        {"both sides of a block's end", 512, {{255, 1}, {256, 2}}, {0xFF, 1, 0, 0, 0, 2}},
+        {"no room", 12, {{0, 1}}, {}},
+        {"room for one", 13, {{0, 1}, {1, 2}}, {0, 1}},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.what);
+        Bytes bitmap(c.size);
+        for (const auto &[index, value] : c.bytes)
+            bitmap[index] = value;
+        const Bytes record = Compress(bitmap);
+        EXPECT_EQ(record, RecordOf(static_cast<uint32_t>(8 + c.pairs.size()), c.pairs));
+    }
+}
+
+TEST(HotPixelRecord, IsCutShortBeforeItOutgrowsItsBitmap)
+{
+    const Bytes record = Compress(Bytes(64, 0xFF));
+    EXPECT_EQ(record.size(), 60U);
+    const auto bitmap = Uncompress(record, 64);
+    ASSERT_TRUE(bitmap);
+    EXPECT_EQ(FlaggedPixels(*bitmap).size(), 8U * 26);
+}
+
+TEST(HotPixelRecord, ComesBackAsItWas)
+{
+    std::mt19937 random(1);
+    for (const size_t size : {13U, 255U, 256U, 257U, 4096U, 265232U}) {
+        Bytes bitmap(size);
+        for (size_t i = 0; i < size / 16; ++i)
+            bitmap[random() % size] = static_cast<uint8_t>(random());
+        const Bytes record = Compress(bitmap);
+        EXPECT_EQ(RecordLength(std::span(record).first<kHotPixelHeader>()), record.size());
+        EXPECT_EQ(Uncompress(record, size), bitmap) << size;
+    }
+    EXPECT_EQ(FlaggedPixels(Bytes{0x01, 0x00, 0x82}), (std::vector<uint32_t>{0, 17, 23}));
+}
+
+TEST(HotPixelRecord, IsRefusedWhenItPointsOutside)
+{
+    const struct {
+        const char *what;
+        Bytes record;
+        bool read;
+    } cases[] = {
+        {"empty", {}, true},
+        {"shorter than a header", Bytes(7, 0xFF), true},
+        {"header alone", Bytes(8, 0xFF), true},
+        {"half a pair", Bytes(9, 0xFF), true},
+        {"last byte of the map", RecordOf(10, {0xF1, 1}), true},
+        {"behind the map", RecordOf(10, {0x02, 1}), false},
+        {"in a block behind the map", RecordOf(12, {0, 0, 0, 1}), false},
+        {"empty blocks behind the map", RecordOf(12, {0, 0, 0, 0}), true},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(Uncompress(c.record, 32).has_value(), c.read) << c.what;
+}
+
+TEST(FrameRegionTest, CutsImageAndPixelsAlike)
+{
+    const Size sensor{16, 8};
+    const struct {
+        const char *what;
+        FrameRegion region;
+        std::vector<std::pair<uint32_t, uint32_t>> places; // sensor, frame
+        uint8_t value;                                     // in the frame, of 80 on the sensor
+    } cases[] = {
+        {"all", {.sensor = sensor, .frame = sensor}, {{0, 0}, {127, 127}}, 80},
+        {"a region", {sensor, 4, 2, {8, 4}}, {{36, 0}, {91, 31}, {35, 99}, {92, 99}}, 80},
+        {"beyond the edges", {sensor, 12, -2, {8, 4}}, {{12, 16}, {31, 27}}, 80},
+        {"binned", {sensor, 4, 2, {4, 2}, 2}, {{36, 0}, {53, 0}, {38, 1}, {68, 4}}, 20},
+        {"binned mosaic", {sensor, 0, 0, {8, 4}, 2, true}, {{0, 0}, {2, 0}, {33, 1}, {20, 10}}, 20},
+        {"summed", {sensor, 4, 2, {4, 2}, 2, false, true}, {{36, 0}}, 80},
+    };
+    for (const auto &c : cases) {
+        for (const auto &[from, to] : c.places) {
+            SCOPED_TRACE(std::string(c.what) + " " + std::to_string(from));
+            Bytes image(128);
+            image[from] = 80;
+            Bytes expected(static_cast<size_t>(c.region.frame.width * c.region.frame.height));
+            std::vector<uint32_t> pixels;
+            if (to < expected.size()) {
+                expected[to] = c.value;
+                pixels.push_back(to);
+            }
+            EXPECT_EQ(CutImage(image, c.region), expected);
+            EXPECT_EQ(CutPixels(std::vector<uint32_t>{from}, c.region), pixels);
+        }
+    }
+    // Pixels that are binned into one are one, and the list stays in the order of the frame.
+    const FrameRegion binned = {sensor, 0, 0, {8, 4}, 2};
+    EXPECT_EQ(CutPixels(std::vector<uint32_t>{0, 3, 16, 17}, binned),
+              (std::vector<uint32_t>{0, 1}));
+    EXPECT_EQ(CutImage(Bytes(128, 255), binned), Bytes(32, 252));
+}
+
+TEST(PixelPatchesTest, CopyAtBordersAndDenoiseWhatStandsOut)
+{
+    constexpr int kWidth = 8;
+    constexpr int kHeight = 6;
+    const struct {
+        const char *what;
+        int step;
+        PatchRule inside;
+        std::vector<uint32_t> pixels;
+        std::vector<std::pair<size_t, int>> frame; // of 100 everywhere else
+        size_t looked;
+        int becomes;
+    } cases[] = {
+        {"left border", 1, PatchRule::kDenoise, {16}, {{16, 250}, {17, 90}}, 16, 90},
+        {"top border", 2, PatchRule::kDenoise, {11}, {{11, 250}, {13, 90}}, 11, 90},
+        {"end of the first row", 1, PatchRule::kDenoise, {7}, {{7, 250}, {8, 90}}, 7, 90},
+        {"right border", 2, PatchRule::kDenoise, {22}, {{22, 250}, {20, 90}}, 22, 90},
+        {"bottom border", 1, PatchRule::kDenoise, {42}, {{42, 250}, {41, 90}}, 42, 90},
+        {"alone", 1, PatchRule::kDenoise, {18}, {{18, 250}, {10, 90}, {19, 91}}, 18, 95},
+        {"excess too small", 1, PatchRule::kDenoise, {18}, {{18, 130}}, 18, 130},
+        {"share too small", 1, PatchRule::kDenoise, {18}, {{18, 142}}, 18, 142},
+        {"just enough", 1, PatchRule::kDenoise, {18}, {{18, 143}}, 18, 100},
+        {"a brighter neighbour", 1, PatchRule::kDenoise, {18}, {{18, 250}, {19, 251}}, 18, 250},
+        {"a hot neighbour", 1, PatchRule::kDenoise, {18, 19}, {{18, 250}, {19, 251}}, 18, 100},
+        {"none healthy", 1, PatchRule::kDenoise, {10, 17, 18, 19, 26}, {{18, 250}}, 18, 250},
+        {"mean of the sides", 2, PatchRule::kMeanOfSides, {20}, {{18, 51}, {22, 60}}, 20, 55},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.what);
+        const PixelPatches patches = ListPatches(c.pixels, kWidth, kHeight, c.step, c.inside);
+        Bytes frame8(kWidth * kHeight, 100);
+        std::vector<uint16_t> frame16(kWidth * kHeight, 100 << 8);
+        for (const auto &[index, value] : c.frame) {
+            frame8[index] = static_cast<uint8_t>(value);
+            frame16[index] = static_cast<uint16_t>(value << 8);
+        }
+        ApplyPatches(frame8.data(), patches);
+        EXPECT_EQ(frame8[c.looked], c.becomes);
+        if (c.what == std::string_view("mean of the sides"))
+            continue; // 55.5 there
+        ApplyPatches(frame16.data(), patches, 0xFFFF);
+        EXPECT_NEAR(frame16[c.looked], c.becomes << 8, 255);
+    }
+    // 16-bit means keep the bits of the converter only.
+    std::vector<uint16_t> frame(kWidth * kHeight, 0x1237);
+    frame[18] = 0xFFFF;
+    ApplyPatches(frame.data(), ListPatches({18}, kWidth, kHeight, 1, PatchRule::kDenoise), 0xFFF0);
+    EXPECT_EQ(frame[18], 0x1230);
+    // In a frame of two rows the last pixel has nothing on its right.
+    EXPECT_TRUE(ListPatches({15}, 8, 2, 2, PatchRule::kDenoise).list.empty());
+}
+
+class HotPixelTable : public DarkTest {
+  protected:
+    /// The table in the flash of a camera, as a host with it would use it.
+    static bool Load(OpenedCamera &camera, const Bytes &flash)
+    {
+        Bus().With(camera.Device(), [&flash](vscsim::Camera &device) {
+            std::ranges::copy(flash, device.Flash().begin() + 0x40000);
+        });
+        return camera->LoadHPCTable();
+    }
+};
+
+TEST_F(HotPixelTable, IsReadInChunksAndRefusedWhenItIsNone)
+{
+    const std::string head = "gpif32 off;flash read 040000+2048;";
+    const std::string second = "flash read 040800+";
+    const struct {
+        const char *what;
+        Bytes flash;
+        bool loaded;
+        std::string wire;
+    } cases[] = {
+        {"nothing", {}, false, ""},
+        {"other magic", {'V', 'S', 'C', 'E', 0, 0, 0, 8}, false, ""},
+        {"length 0", RecordOf(0, {}), true, ""},
+        {"length 7", RecordOf(7, {}), true, second + "256;"},
+        {"header alone", RecordOf(8, {}), true, second + "256;"},
+        {"short", RecordOf(300, Bytes(300)), true, second + "512;"},
+        {"a chunk", RecordOf(2048, Bytes(2040)), true, ""},
+        {"two and a tail", RecordOf(4097, Bytes(4089)), true,
+         second + "2048;flash read 041000+256;"},
+        {"pair outside", RecordOf(2048, Bytes(2040, 0xFF)), true, ""}, // 1020 pairs in one block
+        {"blocks outside", RecordOf(10, {0xFF, 0xFF}), true, second + "256;"},
+        {"too long", RecordOf(0x30001, {}), false, ""},
+        {"as long as can be", RecordOf(0xFFFFFFFF, {}), false, ""},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.what);
+        OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM");
+        EXPECT_EQ(Load(camera, c.flash), c.loaded);
+        EXPECT_EQ(camera.Traffic(), Wire(head + c.wire + "gpif32 on"));
+    }
+    // Far more blocks than the sensor has, then a pixel: only this one is outside.
+    Bytes beyond(0x30000 - 8);
+    beyond.back() = 1;
+    OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM");
+    EXPECT_FALSE(Load(camera, RecordOf(0x30000, beyond)));
+    beyond.back() = 0;
+    EXPECT_TRUE(Load(camera, RecordOf(0x30000, beyond)));
+}
+
+TEST_F(HotPixelTable, ReadsAChunkThreeTimesAtMost)
+{
+    for (const uint64_t failures : {2U, 3U}) {
+        OpenedCamera camera(
+            std::in_place_type<CCameraS470MM>, "VSC470MM",
+            {.faults = {
+                 {.fault = Fault::RefuseRequest, .request = 0xC3, .from = 1, .count = failures}}});
+        EXPECT_EQ(Load(camera, RecordOf(4096, Bytes(4088))), failures < 3);
+    }
+}
+
+TEST_F(HotPixelTable, IsWrittenWithReadBackAndThreeAttempts)
+{
+    const struct {
+        const char *what;
+        size_t hotBytes; // of the bitmap; the record has 2080 bytes more than two for each
+        vscsim::FaultPlan faults;
+        bool saved;
+        int writes;
+    } cases[] = {
+        {"a chunk and a tail", 10, {}, true, 2},
+        {"two whole chunks", 1008, {}, false, 2},
+        {"erase fails", 10, {{.fault = Fault::RefuseRequest, .request = 0xC4}}, false, 0},
+        {"two bad read-backs",
+         10,
+         {{.fault = Fault::ShortAnswer, .request = 0xC3, .count = 2, .amount = 9}},
+         true,
+         4},
+        {"three bad read-backs",
+         10,
+         {{.fault = Fault::ShortAnswer, .request = 0xC3, .count = 3, .amount = 9}},
+         false,
+         3},
+        {"writing fails",
+         10,
+         {{.fault = Fault::RefuseRequest, .request = 0xC2, .count = UINT64_MAX}},
+         false,
+         3},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.what);
+        OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM", {.faults = c.faults});
+        EXPECT_FALSE(camera->SaveHPCTable()); // made of what?
+        EXPECT_EQ(camera.Traffic(), Wire("gpif32 off;gpif32 on"));
+        Bytes dark(kSensor.width * kSensor.height, 10);
+        for (size_t i = 0; i < c.hotBytes; ++i)
+            dark[i * 8 + 3] = 200;
+        ASSERT_EQ(LoadDark(*camera.operator->(), dark), 1);
+        EXPECT_EQ(camera->SaveHPCTable(), c.saved);
+        const std::vector<std::string> traffic = camera.Traffic();
+        EXPECT_EQ(traffic.front(), "gpif32 off");
+        EXPECT_EQ(traffic.back(), "gpif32 on");
+        EXPECT_EQ(std::ranges::count_if(traffic,
+                                        [](auto &line) { return line.starts_with("flash write"); }),
+                  c.writes);
+        EXPECT_TRUE(!c.faults.empty() || camera->LoadHPCTable());
+    }
+}
+
+TEST_F(HotPixelTable, IsRefusedWhenItWouldReachTheIdentity)
+{
+    OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM");
+    Bytes dark(kSensor.width * kSensor.height);
+    for (size_t i = 0; i < 100'000; ++i)
+        dark[i * 8] = 200;
+    ASSERT_EQ(LoadDark(*camera.operator->(), dark), 1);
+    EXPECT_FALSE(camera->SaveHPCTable());
+    EXPECT_EQ(camera.Traffic(), Wire("gpif32 off;gpif32 on"));
+}
+
+} // namespace
+} // namespace vsccam
