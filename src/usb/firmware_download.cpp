@@ -22,7 +22,8 @@ namespace {
 constexpr uint16_t kCpucs = 0xE600;
 constexpr uint8_t kCpucsReset = 1; // bit 0 holds the processor
 
-// The firmware that programs the FX2's EEPROM, in two pieces of its RAM.
+// The firmware that programs the FX2's EEPROM, in two pieces of its RAM. What stands in for it does
+// not answer: the EEPROM of a real camera stays as it is, and an update fails.
 constexpr uint16_t kVendor1Address = 0x0000;
 constexpr uint16_t kVendor2Address = 0x0800;
 constexpr auto kVendor1 = IdleFx2Program<2048>();
