@@ -1,6 +1,5 @@
 #include "library/host_fixture.h"
 #include "library/wire.h"
-#include "models/sony/s470.h"
 #include "models/usb2/firmware_images.h"
 #include "usb/firmware_image.h"
 
@@ -13,13 +12,8 @@
 namespace vsccam {
 namespace {
 
+using Lines = std::vector<std::string>;
 using Media = FX3_FWDWNLOAD_MEDIA_TYPE;
-
-Bytes operator+(Bytes a, const Bytes &b)
-{
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
-}
 
 Bytes Ramp(size_t size, int first = 1)
 {
@@ -43,39 +37,6 @@ const Bytes kFx3Head = {'C', 'Y', 0x1C, 0xB0};
 const Bytes kFx3Tail = Word(0) + Word(0x40001234) + Word(0xC5C5C5C5);
 const Bytes kFx2Head = {0xC2, 0, 0, 0, 0, 0, 0, 0};
 const Bytes kFx2Tail = {0x80, 0x01, 0xE6, 0x00};
-
-/// Where each record lies: its address, and its place and length in the image.
-struct Place {
-    uint32_t address;
-    size_t at, length;
-    bool operator==(const Place &) const = default;
-};
-
-std::vector<Place> PlacesIn(const Bytes &image, const std::vector<FirmwareRecord> &records)
-{
-    std::vector<Place> places;
-    for (const auto &[address, data] : records)
-        places.push_back({address, static_cast<size_t>(data.data() - image.data()), data.size()});
-    return places;
-}
-
-TEST(FirmwareImage, IsTakenApartIntoItsRecords)
-{
-    const Bytes fx3 = kFx3Head + Fx3Record(2, 0x40003000, Ramp(8)) +
-                      Fx3Record(600, 0x4000A0FF, Ramp(2400)) + kFx3Tail;
-    Fx3Image parsed;
-    ASSERT_EQ(ParseFx3Image(fx3, &parsed), DownloadResult::Success);
-    EXPECT_EQ(PlacesIn(fx3, parsed.records),
-              (std::vector<Place>{{0x40003000, 12, 8}, {0x4000A0FF, 28, 2400}}));
-    EXPECT_EQ(parsed.entry, 0x40001234U);
-    EXPECT_EQ(parsed.checksum, 0xC5C5C5C5U);
-
-    const Bytes fx2 = kFx2Head + Bytes{0x00, 0x03, 0x12, 0x34, 1, 2, 3} +
-                      Bytes{0x01, 0x02, 0x00, 0x80} + Ramp(258) + kFx2Tail + Ramp(20);
-    const auto records = ParseFx2Image(fx2);
-    ASSERT_TRUE(records);
-    EXPECT_EQ(PlacesIn(fx2, *records), (std::vector<Place>{{0x1234, 12, 3}, {0x0080, 19, 258}}));
-}
 
 TEST(FirmwareImage, IsRefusedWhereverItIsCutOff)
 {
@@ -117,22 +78,55 @@ TEST(FirmwareImage, TellsLengthsThatCannotBe)
     EXPECT_FALSE(ParseFx2Image(Bytes{0xC0, 0, 0, 0, 0, 0, 0, 0} + kFx2Tail));
 }
 
-TEST(FirmwareImage, SuppliedOnesAreWholeUpToTheirLastByte)
-{
-    for (const std::span<const uint8_t> image :
-         {std::span<const uint8_t>(kFWCodeS340MM), std::span<const uint8_t>(kFWCodeS340MC),
-          std::span<const uint8_t>(kFWCodeS350MM), std::span<const uint8_t>(kFWCodeS052MC)}) {
-        const auto records = ParseFx2Image(image);
-        ASSERT_TRUE(records);
-        size_t ram = 0;
-        for (const auto &[address, data] : *records) {
-            EXPECT_EQ(address, ram);
-            ram += data.size();
-        }
-        const FirmwareRecord &last = records->back();
-        EXPECT_EQ(last.data.data() + last.data.size() + kFx2Tail.size() + 1,
-                  image.data() + image.size());
+/// The transport alone on a simulated camera that leaves the bus with it.
+class Transport : public CCameraFX3 {
+  public:
+    explicit Transport(std::string_view model, vscsim::CameraOptions options = {})
+        : m_device(vscsim::Bus::Instance().Plug(model, std::move(options)))
+    {
+        EXPECT_TRUE(OpenDevice(vscsim::FindModel(model)->productId, 1));
+        (void)Traffic();
     }
+    ~Transport()
+    {
+        CloseDevice();
+        vscsim::Bus::Instance().Unplug(m_device);
+    }
+    using CCameraFX3::CloseDevice;
+
+    Lines Traffic() { return vscsim::Bus::Instance().TakeTraffic(m_device); }
+
+    template <class Look> auto Camera(Look look)
+    {
+        return vscsim::Bus::Instance().With(m_device, look);
+    }
+
+    Bytes Eeprom(size_t at, size_t length)
+    {
+        return Camera([=](vscsim::Camera &camera) {
+            const auto bytes = camera.Eeprom().subspan(at, length);
+            return Bytes(bytes.begin(), bytes.end());
+        });
+    }
+    Bytes Ram(uint32_t address, size_t length)
+    {
+        return Camera([=](vscsim::Camera &camera) { return camera.Ram(address, length); });
+    }
+
+  private:
+    int m_device;
+};
+
+constexpr std::string_view kFx2 = "VSC340MM";
+constexpr std::string_view kFx3 = "VSC470MM";
+
+/// The camera gives a wrong first byte in answer to so many requests with this code, after others.
+vscsim::CameraOptions Corrupting(uint8_t request, uint64_t count, uint64_t from = 0)
+{
+    return {.faults = {{.fault = vscsim::Fault::CorruptAnswer,
+                        .request = request,
+                        .from = from,
+                        .count = count}}};
 }
 
 class FirmwareTest : public HostTest {
@@ -149,22 +143,24 @@ class FirmwareTest : public HostTest {
     }
 
     /// Lets each libusb call of `operation` fail in turn, each time on a camera of its own.
-    /// @return the different results, in the order of the calls
-    template <class Camera, class Operation>
+    /// @return the results in the order of the calls, equal ones in a row once
+    template <class Operation>
     static auto ResultsOfFailures(std::string_view model, Operation operation)
     {
-        std::vector<decltype(operation(std::declval<CCameraBase &>()))> results;
-        bool struck = true;
-        for (uint64_t i = 0; struck; ++i) {
-            OpenedCamera camera(std::in_place_type<Camera>, model);
-            const uint64_t failing = Bus().Calls() + i;
-            Bus().FailCalls(failing, 1, LIBUSB_ERROR_PIPE);
-            const auto result = operation(*camera.operator->());
-            struck = Bus().Calls() > failing;
-            if (results.empty() || results.back() != result)
+        uint64_t calls = 0;
+        std::vector<decltype(operation(std::declval<Transport &>()))> results;
+        for (uint64_t failing = 0; failing <= calls; ++failing) {
+            Transport camera(model);
+            const uint64_t first = Bus().Calls();
+            if (failing > 0)
+                Bus().FailCalls(first + failing - 1, 1, LIBUSB_ERROR_PIPE);
+            const auto result = operation(camera);
+            if (failing == 0)
+                calls = Bus().Calls() - first;
+            else if (results.empty() || results.back() != result)
                 results.push_back(result);
-            Bus().Unplug(camera.Device());
         }
+        EXPECT_GT(calls, 0U);
         return results;
     }
 
@@ -172,23 +168,104 @@ class FirmwareTest : public HostTest {
     const std::string m_path = testing::TempDir() + "firmware_test.img";
 };
 
+const Lines kProgrammerLoads = {"40 A0 E600 0000 len 1", "40 A0 0000 0000 len 2048",
+                                "40 A0 0800 0000 len 1427", "40 A0 E600 0000 len 1"};
+
+TEST_F(FirmwareTest, EepromIsWrittenInPagesReadBackAndRunFromRam)
+{
+    Transport camera(kFx2);
+    EXPECT_TRUE(camera.UpdateFW(kFWCodeS340MM));
+    const Lines traffic = camera.Traffic();
+    const Lines pages = {"40 A9 0000 0000 len 4096", "40 A9 1000 0000 len 142",
+                         "C0 A9 0000 0000 len 4096", "C0 A9 1000 0000 len 142"};
+    const Lines expected = kProgrammerLoads + pages;
+    ASSERT_GT(traffic.size(), expected.size());
+    EXPECT_TRUE(std::equal(expected.begin(), expected.end(), traffic.begin()));
+    EXPECT_EQ(camera.Eeprom(0, kFWCodeS340MM.size()),
+              Bytes(kFWCodeS340MM.begin(), kFWCodeS340MM.end()));
+    uint8_t version = 0;
+    EXPECT_TRUE(camera.GetFirmwareVer(&version)); // the processor runs
+    (void)camera.Traffic();
+
+    const Bytes image = kFx2Head + Bytes{0x00, 0x03, 0x12, 0x34, 1, 2, 3} +
+                        Bytes{0x01, 0x02, 0x00, 0x80} + Ramp(258) + kFx2Tail + Ramp(20);
+    EXPECT_TRUE(camera.UpdateFW2RAM(image));
+    EXPECT_EQ(camera.Traffic(), (Lines{"40 A0 E600 0000 len 1", "40 A0 1234 0000 len 3",
+                                       "40 A0 0080 0000 len 258", "40 A0 E600 0000 len 1"}));
+    EXPECT_EQ(camera.Ram(0x1234, 3), Ramp(3));
+    EXPECT_EQ(camera.Ram(0x0080, 258), Ramp(258));
+
+    EXPECT_TRUE(camera.EraseFlash());
+    Bytes empty(4096);
+    empty[0] = 0xC2;
+    EXPECT_EQ(camera.Eeprom(0, 4096), empty);
+
+    (void)camera.Traffic();
+    EXPECT_FALSE(camera.UpdateFW(std::span(kFWCodeS340MM).first(4200))); // no end
+    EXPECT_FALSE(camera.UpdateFW(kFx2Head + kFx2Tail + Ramp(0x10000)));  // no room
+    EXPECT_FALSE(camera.UpdateFW2RAM({}));
+    camera.CloseDevice();
+    EXPECT_FALSE(camera.UpdateFW(kFWCodeS340MM));
+    EXPECT_FALSE(camera.EraseFlash());
+    EXPECT_EQ(camera.Traffic(), Lines{"close"});
+}
+
+TEST_F(FirmwareTest, EepromIsWrittenAgainUntilTheThirdTimeAndThenItHasFailed)
+{
+    for (const auto &[wrongAttempts, success] :
+         {std::pair<uint64_t, bool>{0, true}, {1, true}, {2, false}, {3, false}}) {
+        SCOPED_TRACE(wrongAttempts);
+        const auto attempts = static_cast<std::ptrdiff_t>(std::min<uint64_t>(wrongAttempts + 1, 3));
+        const std::string write = "40 A9 0000 0000 len 4096";
+        {
+            Transport camera(kFx2, Corrupting(0xA9, 4 * wrongAttempts)); // two pages, out and in
+            EXPECT_EQ(camera.UpdateFW(kFWCodeS340MM), success);
+            EXPECT_EQ(std::ranges::count(camera.Traffic(), write), attempts);
+        }
+        Transport camera(kFx2, Corrupting(0xA9, 2 * wrongAttempts));
+        EXPECT_EQ(camera.EraseFlash(), success);
+        EXPECT_EQ(std::ranges::count(camera.Traffic(), write), attempts);
+    }
+}
+
+TEST_F(FirmwareTest, EepromImageThatFillsItsLastPageFailsUnlessItIsTheOnlyOne)
+{
+    Transport camera(kFx2);
+    EXPECT_TRUE(camera.UpdateFW(IdleFx2Image<4096>()));
+    EXPECT_FALSE(camera.UpdateFW(IdleFx2Image<8192>()));
+    EXPECT_EQ(std::ranges::count(camera.Traffic(), "C0 A9 1000 0000 len 0"), 3);
+}
+
+TEST_F(FirmwareTest, EepromStaysUntouchedWithoutItsProgrammerAndSurvivesOneFailure)
+{
+    for (const auto &operation : {+[](Transport &camera) { return camera.UpdateFW(kFWCodeS340MM); },
+                                  +[](Transport &camera) { return camera.EraseFlash(); }})
+        EXPECT_EQ(ResultsOfFailures(kFx2, operation), (std::vector{false, true}));
+
+    Transport camera(kFx2);
+    FailNext("libusb_control_transfer", 2, LIBUSB_ERROR_PIPE);
+    EXPECT_FALSE(camera.UpdateFW(kFWCodeS340MM));
+    for (const std::string &line : camera.Traffic())
+        EXPECT_TRUE(line.starts_with("40 A0")) << line;
+}
+
 TEST_F(FirmwareTest, FilesThatAreNoImageReachOnlyTheSensor)
 {
-    OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM");
-    const std::vector<std::string> nothing;
-    const std::vector<std::string> quieting = Wire("sony 3007=40;fpga 00=00;cmd AF");
+    Transport camera(kFx3);
+    const Lines nothing;
+    const Lines quieting = Wire("sony 3007=40;fpga 00=00;cmd AF");
     const Bytes sound = kFx3Head + Fx3Record(2, 0x100, Ramp(8)) + kFx3Tail;
     const Bytes damaged(sound.begin(), sound.end() - 1);
     for (const auto &path :
          {std::string("no/such/file"), testing::TempDir(), std::string("/dev/zero"), File({})}) {
-        EXPECT_EQ(camera->DownloadFw(path, Media::Ram), DownloadResult::FileError) << path;
+        EXPECT_EQ(camera.DownloadFw(path, Media::Ram), DownloadResult::FileError) << path;
         EXPECT_EQ(camera.Traffic(), nothing);
     }
     const struct {
         Bytes content;
         Media media;
         DownloadResult result;
-        const std::vector<std::string> &wire;
+        const Lines &wire;
     } cases[] = {
         {sound, Media{0}, DownloadResult::UnknownMedia, nothing},
         {{'C', 'X', 0, 0}, Media::Ram, DownloadResult::NoSignature, quieting},
@@ -196,32 +273,113 @@ TEST_F(FirmwareTest, FilesThatAreNoImageReachOnlyTheSensor)
         {{'C', 'Y', 1 << 1}, Media::I2cEeprom, DownloadResult::UnsupportedSizeClass, nothing},
     };
     for (const auto &c : cases) {
-        EXPECT_EQ(camera->DownloadFw(File(c.content), c.media), c.result);
+        EXPECT_EQ(camera.DownloadFw(File(c.content), c.media), c.result);
         EXPECT_EQ(camera.Traffic(), c.wire);
     }
+}
+
+TEST_F(FirmwareTest, RamIsWrittenThreeTimesComparedAndEntered)
+{
+    const Bytes code = Ramp(2400);
+    const Bytes image = kFx3Head + Fx3Record(600, 0x4000A0FC, code) + kFx3Tail;
+    const auto download = [&](Transport &camera) {
+        return camera.DownloadFw(File(image), Media::Ram);
+    };
+    // The first two rounds of a chunk do not count, nor do quieting and entry.
+    const auto success = DownloadResult::Success;
+    const auto failure = DownloadResult::RequestFailed;
+    EXPECT_EQ(ResultsOfFailures(kFx3, download),
+              (std::vector{success, failure, success, failure, success}));
+    for (const auto &[from, result] : {std::pair<uint64_t, DownloadResult>{0, success},
+                                       {4, failure},
+                                       {6, success},
+                                       {10, failure}}) {
+        Transport camera(kFx3, Corrupting(0xA0, from % 6 == 0 ? 4 : 2, from));
+        EXPECT_EQ(download(camera), result) << from;
+    }
+
+    Transport camera(kFx3);
+    ASSERT_EQ(download(camera), DownloadResult::Success);
+    Lines expected = Wire("sony 3007=40;fpga 00=00;cmd AF");
+    for (const std::string chunk : {"A0FC 4000 len 2048", "A8FC 4000 len 352"}) {
+        for (int round = 0; round < 3; ++round)
+            expected = expected + Lines{"40 A0 " + chunk, "C0 A0 " + chunk};
+    }
+    EXPECT_EQ(camera.Traffic(), expected + Lines{"40 A0 1234 4000 len 0"});
+    EXPECT_EQ(camera.Ram(0x4000A0FC, code.size()), code);
+    EXPECT_EQ(camera.Camera([](auto &c) { return c.ProgramEntry(); }), 0x40001234U);
 }
 
 TEST_F(FirmwareTest, FlashIsErasedAsFarAsTheImageReachesAndFilledUp)
 {
     const Bytes image = Ramp(0x10000 + 2048 + 257);
-    const auto download = [&](CCameraBase &camera) {
+    const auto download = [&](Transport &camera) {
         camera.EnableGPIF32DQ(false);
         return camera.DownloadFw(File(image), Media::SpiFlash);
     };
-    EXPECT_EQ(ResultsOfFailures<CCameraS470MM>("VSC470MM", download),
-              (std::vector{DownloadResult::EraseFailed, DownloadResult::RequestFailed,
-                           DownloadResult::Success}));
+    EXPECT_EQ(ResultsOfFailures(kFx3, download),
+              (std::vector{DownloadResult::EraseFailed, DownloadResult::RequestFailed}));
 
-    OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM");
-    Bus().With(camera.Device(), [](auto &c) { std::ranges::fill(c.Flash(), uint8_t{0}); });
-    ASSERT_EQ(download(*camera.operator->()), DownloadResult::Success);
+    Transport camera(kFx3);
+    camera.Camera([](auto &c) { std::ranges::fill(c.Flash(), uint8_t{0}); });
+    ASSERT_EQ(download(camera), DownloadResult::Success);
     Bytes expected = image;
     expected.resize(0x20000, 0xFF); // the rest of the last write, and what the erase left
     expected.resize(0x20001, 0x00); // the sector behind
-    Bus().With(camera.Device(), [&](auto &c) {
+    camera.Camera([&](auto &c) {
         EXPECT_TRUE(std::ranges::equal(expected, c.Flash().first(expected.size())));
     });
     EXPECT_EQ(camera.Traffic().back(), "flash write 010800+512");
+}
+
+TEST_F(FirmwareTest, I2cMemoriesFollowEachOtherInTheOrderOfTheirClass)
+{
+    const struct {
+        uint8_t sizeClass;
+        size_t deviceBytes;
+        std::vector<int> devices;
+    } cases[] = {
+        {2, 4'096, {0, 1, 2, 3, 4, 5, 6, 7, 0}},
+        {3, 8'192, {0, 1, 2}},
+        {4, 16'384, {0, 1}},
+        {5, 32'768, {0, 1}},
+        {6, 65'536, {0, 1}},
+        {7, 65'536, {0, 4, 1, 5, 1}},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(int{c.sizeClass});
+        Transport camera(kFx3);
+        Bytes image = Ramp(c.deviceBytes * c.devices.size());
+        image[2] = static_cast<uint8_t>(c.sizeClass << 1 | 0xF1);
+        ASSERT_EQ(camera.DownloadFw(File(image), Media::I2cEeprom), DownloadResult::Success);
+        Lines expected;
+        for (const int device : c.devices) {
+            for (size_t at = 0; at < c.deviceBytes; at += 2048) {
+                char line[40];
+                std::snprintf(line, sizeof line, "40 BA %04X %04X len 2048", device,
+                              static_cast<unsigned>(at));
+                expected.emplace_back(line);
+            }
+        }
+        EXPECT_EQ(camera.Traffic(), expected);
+    }
+}
+
+TEST_F(FirmwareTest, I2cMemoryIsPaddedAndReadBackAtItsEnd)
+{
+    Bytes image = Ramp(2048 + 65);
+    image[2] = 2 << 1;
+    const auto download = [&](Transport &camera) {
+        return camera.DownloadFw(File(image), Media::I2cEeprom);
+    };
+    EXPECT_EQ(ResultsOfFailures(kFx3, download), std::vector{DownloadResult::RequestFailed});
+
+    Transport camera(kFx3);
+    ASSERT_EQ(download(camera), DownloadResult::Success);
+    EXPECT_EQ(camera.Traffic(), (Lines{"40 BA 0000 0000 len 2048", "40 BA 0000 0800 len 128",
+                                       "C0 BB 0000 0800 len 128"}));
+    image.resize(2048 + 128);
+    EXPECT_EQ(camera.Eeprom(0, image.size()), image);
 }
 
 } // namespace

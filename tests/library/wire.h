@@ -32,8 +32,7 @@ inline std::vector<std::string> Wire(const std::string &text)
     return lines;
 }
 
-inline std::vector<std::string> operator+(std::vector<std::string> a,
-                                          const std::vector<std::string> &b)
+template <class T> std::vector<T> operator+(std::vector<T> a, const std::vector<T> &b)
 {
     a.insert(a.end(), b.begin(), b.end());
     return a;
