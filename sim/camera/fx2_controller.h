@@ -11,7 +11,7 @@ class Fx2Controller final : public Controller {
   public:
     Fx2Controller(Board &board, FrameStream &stream);
 
-    bool BootsAtReset() const override { return m_programmed; }
+    bool BootsAtReset() const override { return m_held || m_programmed; }
 
   private:
     enum class Program { None, Camera, EepromWriter };
@@ -35,7 +35,7 @@ class Fx2Controller final : public Controller {
 
     Program m_program = Program::None;
     bool m_held = false;
-    bool m_programmed = false;     // RAM or EEPROM, since it booted
+    bool m_programmed = false;     // it runs what a host loaded
     std::vector<uint16_t> m_loads; // addresses of what was loaded while the processor is held
 };
 

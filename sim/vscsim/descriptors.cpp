@@ -25,18 +25,21 @@ template <class... Parts> Bytes Joined(const Parts &...parts)
     return bytes;
 }
 
-Bytes DeviceDescriptor(uint16_t productId, bool super)
+Bytes DeviceDescriptor(const ModelFacts &model, bool super)
 {
+    const bool knowsSuper = model.controller == ControllerKind::Fx3;
     return Joined(usb_device_descriptor{
         .bLength = USB_DT_DEVICE_SIZE,
         .bDescriptorType = USB_DT_DEVICE,
-        .bcdUSB = static_cast<uint16_t>(super ? 0x0300 : 0x0210),
+        .bcdUSB = static_cast<uint16_t>(super        ? 0x0300
+                                        : knowsSuper ? 0x0210
+                                                     : 0x0200),
         .bDeviceClass = USB_CLASS_PER_INTERFACE,
         .bDeviceSubClass = 0,
         .bDeviceProtocol = 0,
         .bMaxPacketSize0 = static_cast<uint8_t>(super ? 9 : 64), // at SuperSpeed 2 to the 9th
         .idVendor = VendorId(),
-        .idProduct = productId,
+        .idProduct = model.productId,
         .bcdDevice = 0,
         .iManufacturer = kManufacturerString,
         .iProduct = kProductString,
@@ -134,9 +137,9 @@ Bytes StringDescriptor(std::string_view text)
 
 Descriptors::Descriptors(const ModelFacts &model, LinkSpeed link)
     : m_manufacturer(model.maker), m_product(model.name),
-      m_device(DeviceDescriptor(model.productId, link == LinkSpeed::Super)),
+      m_device(DeviceDescriptor(model, link == LinkSpeed::Super)),
       m_configuration(ConfigurationDescriptor(model.ImageEndpoint(), link == LinkSpeed::Super)),
-      m_objectStore(ObjectStore())
+      m_objectStore(model.controller == ControllerKind::Fx3 ? ObjectStore() : Bytes())
 {
 }
 

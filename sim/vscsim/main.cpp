@@ -162,11 +162,13 @@ int List(bool asJson)
                             {"width", model.sensorWidth},
                             {"height", model.sensorHeight},
                             {"colour", model.Colour()},
-                            {"cooled", model.cooled}});
+                            {"cooled", model.cooled},
+                            {"superSpeed", model.controller == ControllerKind::Fx3}});
         else
-            fmt::print("{:04x}:{:04x}  {:<16} {:4} x {:<4} {}{}\n", VendorId(), model.productId,
+            fmt::print("{:04x}:{:04x}  {:<16} {:4} x {:<4} {}{}{}\n", VendorId(), model.productId,
                        model.name, model.sensorWidth, model.sensorHeight,
-                       model.Colour() ? "colour" : "mono", model.cooled ? ", cooled" : "");
+                       model.Colour() ? "colour" : "mono", model.cooled ? ", cooled" : "",
+                       model.controller == ControllerKind::Fx2 ? ", USB 2.0" : "");
     if (asJson)
         fmt::print("{}\n", json.dump(2));
     return EXIT_SUCCESS;

@@ -229,6 +229,8 @@ TEST_F(Fx2, KeepsTheFirmwareThatIsWrittenToItsEeprom)
     host.camera.PowerCycle();
     EXPECT_EQ(Version(), 3);
     EXPECT_EQ(host.camera.Reset(host.now), AfterReset::SameDevice);
+    EXPECT_EQ(Hold(true), Outcome::Ok);
+    EXPECT_EQ(host.camera.Reset(host.now), AfterReset::NewDevice);
 }
 
 TEST_F(Fx2, BootsNothingFromADamagedImage)

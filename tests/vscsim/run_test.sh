@@ -39,7 +39,7 @@ Expect 0 '^4b59:470a super$' -- Run -- "$host" list
 Expect 0 $'^4b59:470b high\n4b59:470a super$' -- \
     Run --camera VSC470MC --camera VSC470MM:unreadable --camera vsc470mm:usb2 -- "$host" list
 Expect 0 '^4b59:340a high$' -- Run --camera VSC340MM -- "$host" list
-Expect 0 '4b59:340a  *VSC340MM  *1280 x 960' -- "$vscsim" list
+Expect 0 '4b59:340a  *VSC340MM  *1280 x 960  mono, USB 2.0' -- "$vscsim" list
 Expect 0 '4b59:470a  *VSC470MC  *1936 x 1096' -- "$vscsim" list
 Expect 0 '"name": "VSC470MM",.*"productId": 18187,' -- "$vscsim" list --json
 
