@@ -83,13 +83,19 @@ class Expected {
     }
     void AddSensorWrite(const std::string &text)
     {
+        std::istringstream write(text);
         unsigned address = 0, low = 0, high = 0, value = 0;
-        if (std::sscanf(text.c_str(), "%u[%u:%u]=%u", &address, &low, &high, &value) == 4) {
+        char sign = 0;
+        write >> address >> sign;
+        const bool bits = sign == '[';
+        if (bits)
+            write >> low >> sign >> high >> sign >> sign;
+        write >> value;
+        ASSERT_TRUE(write.eof() && sign == '=') << text;
+        if (bits) {
             Add("sensor %04X?", address);
             const unsigned mask = ((2U << (high - low)) - 1) << low;
             value = (m_sensor[address] & ~mask) | value << low;
-        } else {
-            ASSERT_EQ(std::sscanf(text.c_str(), "%u=%u", &address, &value), 2) << text;
         }
         m_sensor[address] = value;
         Add("sensor %04X=%04X", address, value);
