@@ -1,10 +1,10 @@
 #include "models/capture_worker.h"
 
 #include "base/debug_print.h"
+#include "models/per_model.h"
 #include "usb/requests.h"
 
 #include <algorithm>
-#include <array>
 #include <utility>
 
 namespace vsccam {
@@ -31,20 +31,11 @@ constexpr uint32_t kBurstIntervalMs = 5'000;
 
 /// The auto-bandwidth flag as the workers of a model last saw it. It outlives the camera object:
 /// only a change from off to on starts a new auto-bandwidth period.
-bool &RememberedAutoBandwidth(const CCameraBase &camera)
+Shared<bool> &RememberedAutoBandwidth(const CCameraBase &camera)
 {
-    struct Memory {
-        uint16_t productId = 0; // 0: not in use
-        bool on = false;
-    };
-    static std::array<Memory, 64> memories; // one per model; only one worker runs at a time
-    const uint16_t productId = camera.Model().productId;
-    auto *memory = std::ranges::find_if(memories, [productId](const Memory &m) {
-        return m.productId == productId || m.productId == 0;
-    });
-    if (memory->productId == 0)
-        *memory = {productId, camera.BandwidthAuto()};
-    return memory->on;
+    static PerModel<Shared<bool>> memories;
+    return memories.Of(camera.Model(),
+                       [&camera](Shared<bool> &on) { on = camera.BandwidthAuto(); });
 }
 
 } // namespace
@@ -219,9 +210,11 @@ void CaptureWorker::HandleDrop()
 
 bool CaptureWorker::InAutoBandwidthPeriod()
 {
-    bool &remembered = RememberedAutoBandwidth(m_camera);
-    if (m_camera.BandwidthAuto() && !std::exchange(remembered, true))
+    Shared<bool> &remembered = RememberedAutoBandwidth(m_camera);
+    if (m_camera.BandwidthAuto() && !remembered) {
+        remembered = true;
         m_autoBandwidthSince = GetTickCount();
+    }
     return m_camera.BandwidthAuto() && BandwidthMatters() &&
            GetTickCount() - m_autoBandwidthSince <= kAutoBandwidthPeriodMs;
 }

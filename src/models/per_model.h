@@ -1,0 +1,44 @@
+#pragma once
+
+#include "base/sync.h"
+#include "core/camera_model.h"
+
+#include <algorithm>
+#include <array>
+#include <mutex>
+
+namespace vsccam {
+
+/// Values that outlive the camera objects: one per model, shared by all cameras of it.
+template <class T> class PerModel {
+  public:
+    /// The value of a model; `setUp` is called on it the first time.
+    template <class SetUp> T &Of(const CameraModel &model, SetUp setUp)
+    {
+        const std::lock_guard lock(m_section);
+        Entry *entry = std::ranges::find_if(m_entries, [&model](const Entry &e) {
+            return e.productId == model.productId || e.productId == 0;
+        });
+        if (entry->productId == 0) {
+            entry->productId = model.productId;
+            setUp(entry->value);
+        }
+        return entry->value;
+    }
+
+    T &Of(const CameraModel &model)
+    {
+        return Of(model, [](T &) {});
+    }
+
+  private:
+    struct Entry {
+        uint16_t productId = 0; // 0: not in use
+        T value{};
+    };
+
+    CriticalSection m_section;         // guards which entry is whose
+    std::array<Entry, 64> m_entries{}; // more than there are models
+};
+
+} // namespace vsccam
