@@ -8,6 +8,11 @@
 #include "models/sony/s440.h"
 #include "models/sony/s450.h"
 #include "models/sony/s470.h"
+#include "models/usb2/s047.h"
+#include "models/usb2/s052.h"
+#include "models/usb2/s056.h"
+#include "models/usb2/s340.h"
+#include "models/usb2/s350.h"
 
 #include <algorithm>
 #include <string_view>
@@ -23,17 +28,17 @@ template <class Camera> std::unique_ptr<CCameraBase> Create()
 
 // Variants ("-A", "-B" and those of other brands) share a class. Order is part of the interface.
 constexpr Product kProducts[] = {
-    {0x350A, "CCameraS350MM", "KYR VSC350MM", nullptr},
-    {0x340A, "CCameraS340MM", "KYR VSC340MM", nullptr},
-    {0x340B, "CCameraS340MC", "KYR VSC340MC", nullptr},
-    {0x056B, "CCameraS056MC", "KYR VSC056MC", nullptr},
-    {0x056A, "CCameraS056MM", "KYR VSC056MM", nullptr},
-    {0x047A, "CCameraS047MC", "KYR VSC047MC", nullptr},
-    {0x052B, "CCameraS052MC", "KYR VSC052MC", nullptr},
-    {0x052A, "CCameraS052MC", "KYR VSC052MC-A", nullptr},
-    {0x052C, "CCameraS052MC", "KYR VSC052MC-B", nullptr},
-    {0x340D, "CCameraS340MM_S", "KYR VSC340MM-S", nullptr},
-    {0x340E, "CCameraS340MC_S", "KYR VSC340MC-S", nullptr},
+    {0x350A, "CCameraS350MM", "KYR VSC350MM", Create<CCameraS350MM>},
+    {0x340A, "CCameraS340MM", "KYR VSC340MM", Create<CCameraS340MM>},
+    {0x340B, "CCameraS340MC", "KYR VSC340MC", Create<CCameraS340MC>},
+    {0x056B, "CCameraS056MC", "KYR VSC056MC", Create<CCameraS056MC>},
+    {0x056A, "CCameraS056MM", "KYR VSC056MM", Create<CCameraS056MM>},
+    {0x047A, "CCameraS047MC", "KYR VSC047MC", Create<CCameraS047MC>},
+    {0x052B, "CCameraS052MC", "KYR VSC052MC", Create<CCameraS052MC>},
+    {0x052A, "CCameraS052MC", "KYR VSC052MC-A", Create<CCameraS052MC>},
+    {0x052C, "CCameraS052MC", "KYR VSC052MC-B", Create<CCameraS052MC>},
+    {0x340D, "CCameraS340MM_S", "KYR VSC340MM-S", Create<CCameraS340MM_S>},
+    {0x340E, "CCameraS340MC_S", "KYR VSC340MC-S", Create<CCameraS340MC_S>},
     {0x372A, "CCameraS372MC", "KYR VSC372MC", Create<CCameraS372MC>},
     {0x372C, "CCameraS372MC", "KYR VSC372MC-A", Create<CCameraS372MC>},
     {0x372D, "CCameraS372MC", "KYR VSC372MC-B", Create<CCameraS372MC>},
@@ -48,10 +53,10 @@ constexpr Product kProducts[] = {
     {0x420D, "CCameraS420MM_C", "KYR VSC420MM-Cool", Create<CCameraS420MM_C>},
     {0x430B, "CCameraS430MC_C", "KYR VSC430MC-Cool", Create<CCameraS430MC_C>},
     {0x083A, "CCameraS083MC", "KYR VSC083MC-Cool", Create<CCameraS083MC>},
-    {0x056C, "CCameraS056MM", "HALDRON VSC056MM-A", nullptr},
-    {0x056D, "CCameraS056MM", "HALDRON VSC056MM-B", nullptr},
-    {0x056E, "CCameraS056MC", "HALDRON VSC056MC-A", nullptr},
-    {0x056F, "CCameraS056MC", "HALDRON VSC056MC-B", nullptr},
+    {0x056C, "CCameraS056MM", "HALDRON VSC056MM-A", Create<CCameraS056MM>},
+    {0x056D, "CCameraS056MM", "HALDRON VSC056MM-B", Create<CCameraS056MM>},
+    {0x056E, "CCameraS056MC", "HALDRON VSC056MC-A", Create<CCameraS056MC>},
+    {0x056F, "CCameraS056MC", "HALDRON VSC056MC-B", Create<CCameraS056MC>},
     {0x470C, "CCameraS470MC_C", "KYR VSC470MC-Cool", Create<CCameraS470MC_C>},
     {0x470D, "CCameraS470MM_C", "KYR VSC470MM-Cool", Create<CCameraS470MM_C>},
     {0x420E, "CCameraS420MM", "KYR VSC420MM-A", Create<CCameraS420MM>},

@@ -225,6 +225,38 @@ bool CCameraBase::SetOverCLKPerc(int)
 {
     return false;
 }
+
+bool CCameraBase::StoreRGBBalance(int red, int blue, bool bAuto)
+{
+    if (!m_model.colour)
+        return true;
+    const std::lock_guard lock(m_settingsSection);
+    const WhiteBalanceRange &range = m_model.whiteBalance;
+    m_red = std::clamp(red, range.min, range.max);
+    m_blue = std::clamp(blue, range.min, range.max);
+    m_whiteBalanceAuto = bAuto;
+    return true;
+}
+
+bool CCameraBase::TellFPSPerc(int *percent, bool *pbAuto)
+{
+    *percent = m_bandwidth;
+    *pbAuto = m_bandwidthAuto;
+    return true;
+}
+
+void CCameraBase::IdentifyUsb3Camera()
+{
+    m_usb3Host = IsUSB3Host();
+    OutputDbgPrint(m_usb3Host ? "***********USB3.0 Host***********\n"
+                              : "***********USB2.0 Host***********\n");
+    SetHPCStates(true);
+    uint8_t version = 0;
+    uint8_t sub[4] = {};
+    (void)GetFirmwareVer(&version); // for the debug output only
+    (void)GetFPGAVer(&version, sub);
+}
+
 ExposureSetting CCameraBase::Exposure()
 {
     const std::lock_guard lock(m_settingsSection);

@@ -225,6 +225,14 @@ class CCameraBase : public CCameraFX3 {
         bool m_ran;
     };
 
+    /// What setting the balance and telling the bandwidth come to in every family.
+    bool StoreRGBBalance(int red, int blue, bool bAuto);
+    bool TellFPSPerc(int *percent, bool *pbAuto);
+
+    /// Host port, hot-pixel table and versions: the first requests of USB 3.0 cameras whenever they
+    /// are initialised.
+    void IdentifyUsb3Camera();
+
     /// Temperature by the thermistor of boards that have one; the last good reading when it fails.
     float GetADTemp();
 

@@ -85,15 +85,15 @@ bool CCameraBase::TakeFrame(uint8_t *frame, int waitMs)
     const size_t rowBytes =
         static_cast<size_t>(ReadoutSize().width) * static_cast<size_t>(m_output16Bits ? 2 : 1);
     const std::span bytes(frame, static_cast<size_t>(ReadoutBytes()));
-    if (!ReaderChecksFrames()) {
+    if (ReaderChecksFrames()) {
+        if (!TakeHeadMarkedFrame(bytes, waitMs))
+            return false;
+        HideHeadMark(bytes, rowBytes);
+    } else {
         if (!m_frames.ReadBuff(frame, ReadoutBytes(), waitMs))
             return false;
         HideFrameMarks(bytes, rowBytes);
-        return true;
     }
-    if (!TakeHeadMarkedFrame(bytes, waitMs))
-        return false;
-    HideHeadMark(bytes, rowBytes);
     if (m_output16Bits && m_model.highByteFirst)
         SwapBytes(bytes);
     return true;

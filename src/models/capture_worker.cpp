@@ -18,7 +18,6 @@ constexpr int kTransferBytes = 0x100000;
 
 // A single exposure fails once its dropped frames have cost this much exposure time.
 constexpr uint64_t kSingleExposureLossUs = 1'000'000;
-constexpr auto kAutoControlPass = 100ms;
 constexpr int kSilentResetsToFail = 2;
 constexpr int kRefusedReadsToGiveUp = 4;
 constexpr auto kRetryPause = 100ms; // after a read that failed at once
@@ -58,7 +57,7 @@ bool CaptureWorker::Prepare()
     m_transferCount = (m_frameBytes + kTransferBytes - 1) / kTransferBytes;
     m_camera.Raw().Reset();
     if (!m_camera.SingleExposure())
-        m_camera.startAutoControlThr(kAutoControlPass);
+        m_camera.startAutoControlThr(m_autoControlPass);
     return !m_camera.Lost() && StartStream();
 }
 

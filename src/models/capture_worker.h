@@ -24,8 +24,11 @@ class CaptureWorker {
   protected:
     enum class Turn { GoOn, Leave };
 
-    CaptureWorker(CCameraBase &camera, CaptureSensor &sensor, uint8_t endpoint)
-        : m_camera(camera), m_sensor(sensor), m_running(camera.Capturing()), m_endpoint(endpoint)
+    /// @param autoControlPass  from one look of the auto-control thread to the next
+    CaptureWorker(CCameraBase &camera, CaptureSensor &sensor, uint8_t endpoint,
+                  std::chrono::milliseconds autoControlPass)
+        : m_camera(camera), m_sensor(sensor), m_running(camera.Capturing()), m_endpoint(endpoint),
+          m_autoControlPass(autoControlPass)
     {
     }
     ~CaptureWorker() = default;
@@ -79,6 +82,7 @@ class CaptureWorker {
     void Leave();
 
     const uint8_t m_endpoint;
+    const std::chrono::milliseconds m_autoControlPass;
     int m_refusedReads = 0; // reads in a row for which nothing could be queued
     int m_silentResets = 0; // of a single exposure, for want of any byte
     uint32_t m_lastBurst = 0;

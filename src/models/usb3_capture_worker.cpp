@@ -12,13 +12,14 @@ using std::chrono::milliseconds;
 namespace {
 
 constexpr uint8_t kImageEndpoint = 0x81;
+constexpr auto kAutoControlPass = 100ms;
 constexpr int kEmptyReadsToReset = 4;
 constexpr int kDropsToComplain = 5;
 
 } // namespace
 
 Usb3CaptureWorker::Usb3CaptureWorker(CCameraBase &camera, CaptureSensor &sensor)
-    : CaptureWorker(camera, sensor, kImageEndpoint)
+    : CaptureWorker(camera, sensor, kImageEndpoint, kAutoControlPass)
 {
 }
 

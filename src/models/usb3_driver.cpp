@@ -35,7 +35,7 @@ template <class Base> bool Usb3Driver<Base>::InitCamera()
         return false;
     {
         const std::lock_guard lock(m_settingsSection);
-        IdentifyCamera();
+        this->IdentifyUsb3Camera();
         PowerUp();
         if (m_usb3Host)
             m_bandwidth = m_traits.bandwidthOnUsb3Host;
@@ -54,24 +54,12 @@ template <class Base> bool Usb3Driver<Base>::InitCamera()
     return true;
 }
 
-template <class Base> void Usb3Driver<Base>::IdentifyCamera()
-{
-    m_usb3Host = this->IsUSB3Host();
-    OutputDbgPrint(m_usb3Host ? "***********USB3.0 Host***********\n"
-                              : "***********USB2.0 Host***********\n");
-    this->SetHPCStates(true);
-    uint8_t version = 0;
-    uint8_t sub[4] = {};
-    (void)this->GetFirmwareVer(&version); // for the debug output only
-    (void)this->GetFPGAVer(&version, sub);
-}
-
 template <class Base> bool Usb3Driver<Base>::RestoreSettings()
 {
     if (!this->IsOpened())
         return false;
     const std::lock_guard lock(m_settingsSection);
-    IdentifyCamera();
+    this->IdentifyUsb3Camera();
     PowerUp();
     this->SetBrightness(m_brightness);
     this->SetGain(m_gain, m_gainAuto);
@@ -188,21 +176,12 @@ template <class Base> bool Usb3Driver<Base>::SetFPSPerc(int percent, bool bAuto)
 
 template <class Base> bool Usb3Driver<Base>::GetFPSPerc(int *percent, bool *pbAuto)
 {
-    *percent = m_bandwidth;
-    *pbAuto = m_bandwidthAuto;
-    return true;
+    return this->TellFPSPerc(percent, pbAuto);
 }
 
 template <class Base> bool Usb3Driver<Base>::SetRGBBalance(int red, int blue, bool bAuto)
 {
-    if (!m_model.colour)
-        return true;
-    const std::lock_guard lock(m_settingsSection);
-    const WhiteBalanceRange &range = m_model.whiteBalance;
-    m_red = std::clamp(red, range.min, range.max);
-    m_blue = std::clamp(blue, range.min, range.max);
-    m_whiteBalanceAuto = bAuto;
-    return true;
+    return this->StoreRGBBalance(red, blue, bAuto);
 }
 
 template <class Base> bool Usb3Driver<Base>::SetExp(unsigned long long microseconds, bool bAuto)
@@ -280,14 +259,6 @@ template <class Base> void Usb3Driver<Base>::CloseExposureGate()
     WriteFPGAREG(fpga::kExposureGate, 0);
 }
 
-template <class Base> void Usb3Driver<Base>::SetUpFpga()
-{
-    WriteFPGAREG(fpga::kBitDepth, 0x01);
-    const FpgaHold hold(*this);
-    for (uint16_t reg = fpga::kReg12; reg <= fpga::kReg15; ++reg)
-        WriteFPGAREG(reg, 0x80);
-}
-
 template <class Base> void Usb3Driver<Base>::RunFpga()
 {
     const uint16_t code = FpgaRunCode();
@@ -297,12 +268,6 @@ template <class Base> void Usb3Driver<Base>::RunFpga()
 template <class Base> void Usb3Driver<Base>::StopFpga()
 {
     WriteFPGAREG(fpga::kMode, m_longExposure ? fpga::kStop | fpga::kLongExposure : fpga::kStop);
-}
-
-template <class Base> void Usb3Driver<Base>::WriteFpga16(uint16_t reg, int value)
-{
-    WriteFPGAREG(reg, ByteOf(value, 0));
-    WriteFPGAREG(reg + 1, ByteOf(value, 1));
 }
 
 template <class Base> void Usb3Driver<Base>::WriteFrameLength(const FrameExposure &exposure)

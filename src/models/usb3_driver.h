@@ -3,6 +3,7 @@
 #include "cooling/camera_cool.h"
 #include "core/camera_base.h"
 #include "models/capture_sensor.h"
+#include "models/fpga.h"
 #include "models/fpga_registers.h"
 #include "models/frame_timing.h"
 
@@ -83,17 +84,14 @@ template <class Base> class Usb3Driver : public Base, protected CaptureSensor {
     void CloseExposureGate() override;
     bool RestoreSettings() override;
 
-    /// Host port, hot-pixel table and versions: the first requests of every initialisation.
-    void IdentifyCamera();
     bool SetCMOSClk(int clockKHz);
     bool SetCMOSClk() { return SetCMOSClk(ReadoutClockKHz()); }
     /// Aligns a start position and keeps it inside the sensor.
     void StoreStartPos(int x, int y);
-    /// What the FPGA gets after its reset.
-    void SetUpFpga();
+    void SetUpFpga() { vsccam::SetUpFpga(*this); }
+    void WriteFpga16(uint16_t reg, int value) { vsccam::WriteFpga16(*this, reg, value); }
     void RunFpga();
     void StopFpga();
-    void WriteFpga16(uint16_t reg, int value);
     void WriteFrameLength(const FrameExposure &exposure);
 
     // The state that the families share. Plain values: the object is destroyed as a CCameraBase.

@@ -86,9 +86,19 @@ class HostTest : public SimulatedBus {
     }
 };
 
+/// Bytes at the ends of a frame that the camera writes its marks over; the library gives them the
+/// values of the rows next to them.
+struct HiddenBytes {
+    int head;
+    int tail;
+};
+inline constexpr HiddenBytes kBothEnds = {4, 4}; // USB 3.0
+inline constexpr HiddenBytes kHeadOnly = {8, 0}; // USB 2.0
+
 /// Number of the pattern frame, modulo 256, that an 8-bit raw frame without binning and flips is a
 /// whole and true copy of; nothing when it is none.
-inline std::optional<int> PatternNumber(const Bytes &frame, int width, int startX, int startY)
+inline std::optional<int> PatternNumber(const Bytes &frame, int width, int startX, int startY,
+                                        HiddenBytes marks = kBothEnds)
 {
     const auto value = [=](uint32_t number, int x, int y) {
         return static_cast<uint8_t>(vscsim::PatternSample(number, startX + x, startY + y) >> 8);
@@ -100,9 +110,8 @@ inline std::optional<int> PatternNumber(const Bytes &frame, int width, int start
         ++number;
     for (int y = 0; y < height; ++y) {
         for (int x = 0; x < width; ++x) {
-            // The marks are hidden by the rows next to them.
-            const bool head = y == 0 && x < 4;
-            const bool tail = y == height - 1 && x >= width - 4;
+            const bool head = y == 0 && x < marks.head;
+            const bool tail = y == height - 1 && x >= width - marks.tail;
             const int row = head ? 1 : tail ? height - 2 : y;
             if (frame[static_cast<size_t>(y) * static_cast<size_t>(width) +
                       static_cast<size_t>(x)] != value(number, x, row))

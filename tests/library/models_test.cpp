@@ -71,8 +71,15 @@ constexpr Sensor k048MC = {640, 480, 3.75, 0, 1, 1, 0.0F, kNoFigures, {0, 600, 2
                            {43'272, 140'000, {72'000, 72'000, 0}, {}}};
 constexpr Sensor k048MM = {640, 480, 4.8, 0, 1, 1, 0.0F, kNoFigures, {0, 100, 50}, {0, 240, 1},
                            {43'272, 140'000, {72'000, 72'000, 0}, {}}};
+constexpr Sensor k340 = {1280, 960, 3.75, 2, 2, 1, 3.712F, {2, 5, 48, 9}, {0, 100, 50}, {0, 20, 0}, {}};
+constexpr Sensor k340S = {1280, 960, 3.75, 2, 2, 1, 3.52F, {2, 5, 48, 9}, {0, 100, 50}, {0, 20, 0}, {}};
+constexpr Sensor k350 = {1280, 1024, 5.2, 0, 2, 1, 0.0F, kNoFigures, {0, 100, 50}, {0, 0, 0}, {}};
+constexpr Sensor k056 = {752, 480, 6.0, 1, 1, 1, 0.0F, kNoFigures, {1, 100, 50}, {0, 0, 0}, {}};
+constexpr Sensor k047 = {640, 480, 6.0, 1, 1, 1, 0.0F, kNoFigures, {1, 100, 50}, {0, 0, 0}, {}};
+constexpr Sensor k052 = {728, 512, 5.6, 2, 2, 1, 0.0F, kNoFigures, {0, 100, 50}, {0, 20, 0}, {}};
 // clang-format on
 
+constexpr Range kThreeSteps = {0, 2, 1}; // of bandwidth
 constexpr Range kLong = {32, 2'000'000'000, 10'000};
 constexpr Range kUsb3Bandwidth = {40, 100, 40};
 
@@ -115,6 +122,15 @@ constexpr Sheet kSheets[] = {
     {"VSC083MC-Cool", 0x083A, k083, true, true, kLong, 60, 99},
     {"VSC065MC-Cool", 0x065A, k065, true, true, kLong, 60, 99},
     {"VSC385MC-Cool", 0x385A, k385, true, true, kLong, 60, 99},
+    {"VSC340MM-S", 0x340D, k340S, false, false, {64, 2'000'000'000, 14'000}},
+    {"VSC340MC-S", 0x340E, k340S, true, false, {64, 2'000'000'000, 14'000}},
+    {"VSC340MM", 0x340A, k340, false, false, {64, 2'000'000'000, 33'000}, 52, 95, false},
+    {"VSC340MC", 0x340B, k340, true, false, {64, 2'000'000'000, 33'000}, 52, 95, false},
+    {"VSC350MM", 0x350A, k350, false, false, {32, 999'000'000, 33'000}, 52, 95, false, kThreeSteps},
+    {"VSC056MM", 0x056A, k056, false, false, {32, 999'000'000, 33'000}, 52, 95, false, kThreeSteps},
+    {"VSC056MC", 0x056B, k056, true, false, {32, 999'000'000, 33'000}, 45, 70, false, kThreeSteps},
+    {"VSC047MC", 0x047A, k047, true, false, {32, 30'000'000, 33'000}, 45, 70, false, kThreeSteps},
+    {"VSC052MC", 0x052B, k052, true, false, {64, 64'000'000, 33'000}, 41, 94, false, {40, 100, 50}},
 };
 
 /// One way to read the sensor out.
@@ -220,7 +236,7 @@ TEST_F(ModelsTest, EachModelIsWhatItsDataSheetSays)
         EXPECT_EQ(getHeight(), sheet.sensor.height);
         EXPECT_DOUBLE_EQ(getPixelSize(), sheet.sensor.pixelUm);
         EXPECT_EQ(isColorCam(), sheet.colour);
-        EXPECT_EQ(getColorBayer(), sheet.sensor.bayer);
+        EXPECT_EQ(getColorBayer(), sheet.colour ? sheet.sensor.bayer : 0);
         EXPECT_EQ(isUSB3Camera(), sheet.usb3);
         EXPECT_EQ(getImgType(), VSC_IMG_RAW8);
         EXPECT_FALSE(isImgTypeSupported(-1) || isImgTypeSupported(4));
@@ -260,7 +276,9 @@ TEST_F(ModelsTest, VariantsAreCountedAndNamedButOnlyThePrimaryProductIdOpens)
     const struct {
         const char *primary;
         std::array<uint16_t, 2> variants;
-    } groups[] = {{"VSC372MC", {0x372C, 0x372D}}, {"VSC420MM", {0x420E, 0x420F}}};
+    } groups[] = {{"VSC372MC", {0x372C, 0x372D}},
+                  {"VSC420MM", {0x420E, 0x420F}},
+                  {"VSC052MC", {0x052A, 0x052C}}};
     for (const auto &group : groups) {
         SCOPED_TRACE(group.primary);
         const std::string name = std::string("KYR ") + group.primary;
@@ -299,13 +317,14 @@ TEST_F(ModelsTest, EachModelDeliversThePatternInEveryFormatAndBinning)
                 SCOPED_TRACE(testing::Message() << sheet.model << " " << readout << " " << type);
                 const Picture picture{.model = sheet.model,
                                       .width = 160,
-                                      .height = 120,
+                                      .height = 128,
                                       .bin = readout.bin,
                                       .type = type,
                                       .startX = 16,
                                       .startY = 10,
                                       .bayer = sheet.sensor.bayer,
-                                      .sensorBins = readout.sensorBins};
+                                      .sensorBins = readout.sensorBins,
+                                      .marks = sheet.usb3 ? kBothEnds : kHeadOnly};
                 ASSERT_TRUE(isImgTypeSupported(type));
                 ASSERT_TRUE(setImageFormat(picture.width, picture.height, picture.bin, type));
                 setStartPos(picture.startX, picture.startY);
@@ -323,14 +342,15 @@ TEST_F(ModelsTest, EachModelUsesAllOfItsSensor)
     for (const Sheet &sheet : kSheets) {
         SCOPED_TRACE(sheet.model);
         const int device = OpenOne(sheet.model);
-        const int lastX = vscsim::FindModel(sheet.model)->sensorWidth - 8;
-        ASSERT_TRUE(setImageFormat(8, 2, 1, VSC_IMG_RAW8));
+        const int lastX = vscsim::FindModel(sheet.model)->sensorWidth - 64;
+        ASSERT_TRUE(setImageFormat(64, 16, 1, VSC_IMG_RAW8));
         setStartPos(INT_MAX, INT_MAX);
         EXPECT_EQ(getStartX(), lastX);
-        EXPECT_EQ(getStartY(), sheet.sensor.height - 2);
+        EXPECT_EQ(getStartY(), sheet.sensor.height - 16);
         startCapture();
         const Bytes frame = NextFrame(5000);
-        EXPECT_TRUE(!frame.empty() && PatternNumber(frame, 8, lastX, sheet.sensor.height - 2));
+        EXPECT_TRUE(!frame.empty() && PatternNumber(frame, 64, lastX, sheet.sensor.height - 16,
+                                                    sheet.usb3 ? kBothEnds : kHeadOnly));
         stopCapture();
         EXPECT_FALSE(setImageFormat(sheet.sensor.width + 8, 2, 1, VSC_IMG_RAW8));
         EXPECT_FALSE(setImageFormat(8, sheet.sensor.height + 2, 1, VSC_IMG_RAW8));

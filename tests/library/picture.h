@@ -2,6 +2,7 @@
 
 #include "camera/pattern.h"
 #include "image/algorithm.h"
+#include "library/host_fixture.h"
 
 #include <vsccam.h>
 
@@ -19,6 +20,7 @@ struct Picture {
     bool flipX = false, flipY = false;
     int bayer = 0;           // phase of a colour model
     bool sensorBins = false; // by leaving out samples
+    HiddenBytes marks = kBothEnds;
 
     bool Colour() const { return std::string_view(model).find("MC") != std::string_view::npos; }
 
@@ -26,10 +28,10 @@ struct Picture {
     uint32_t ReadOut(uint32_t frame, int x, int y) const
     {
         const int factor = sensorBins ? 1 : bin; // of the binning that follows
-        const int marked = type == VSC_IMG_RAW16 ? 2 : 4;
-        if (y == 0 && x < marked)
+        const int pixelBytes = type == VSC_IMG_RAW16 ? 2 : 1;
+        if (y == 0 && x < marks.head / pixelBytes)
             ++y;
-        else if (y == height * factor - 1 && x >= width * factor - marked)
+        else if (y == height * factor - 1 && x >= width * factor - marks.tail / pixelBytes)
             --y;
         const int step = sensorBins ? bin : 1;
         const uint16_t v =

@@ -1,0 +1,29 @@
+#pragma once
+
+#include "models/usb2/usb2_driver.h"
+
+namespace vsccam {
+
+/// A camera of the family with a USB 2.0 controller. Vendor commands set its bit depth and stop its
+/// sensor's clock; some models get the controller's firmware from the host.
+class Fx2Camera : public Usb2Driver {
+  public:
+    using Usb2Driver::Usb2Driver;
+
+    bool OpenCamera(int n) override;
+    bool StartCapture(bool bSingleExposure) override;
+
+  private:
+    void PowerUpBoard() override;
+    void SelectBitDepth(bool is16) override;
+    void EndHostTiming() override;
+    bool WorkerFollowsExposure() const override { return true; }
+    LongExposurePlan PlanLongExposure(uint32_t exposureUs) const override;
+    void OpenExposureGate() override;
+    void CloseExposureGate() override;
+
+    bool FirmwareIsCurrent();
+    bool RefreshFirmware(int n);
+};
+
+} // namespace vsccam

@@ -1,0 +1,95 @@
+#include "models/usb2/fx3_edition.h"
+
+#include "models/fpga.h"
+#include "models/fpga_registers.h"
+#include "models/frame_timing.h"
+#include "models/register_holds.h"
+#include "models/usb3_capture_worker.h"
+#include "usb/requests.h"
+
+#include <mutex>
+
+namespace vsccam {
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr uint16_t kFpgaReset = 0x00;
+constexpr uint16_t kFpgaIdle = 0x30;
+constexpr auto kResetPause = 20ms;
+
+constexpr uint16_t FpgaMode(uint16_t code, bool longExposure)
+{
+    return static_cast<uint16_t>(longExposure ? code | fpga::kLongExposure : code);
+}
+
+} // namespace
+
+void Fx3Edition::PowerUpBoard()
+{
+    IdentifyUsb3Camera();
+    WriteFPGAREG(fpga::kMode, kFpgaReset);
+    SleepFor(kResetPause);
+    SendCMD(request::kStartSensorClock);
+    WriteFPGAREG(fpga::kMode, kFpgaIdle);
+    SetUpFpga(*this);
+}
+
+void Fx3Edition::SelectBitDepth(bool is16)
+{
+    WriteFPGAREG(fpga::kBitDepth, is16 ? 0x11 : 0x01);
+}
+
+void Fx3Edition::SetOutputSize(Size size)
+{
+    const FpgaHold hold(*this);
+    WriteFpga16(*this, fpga::kOutputHeight, size.height);
+    WriteFpga16(*this, fpga::kOutputWidth, size.width);
+}
+
+void Fx3Edition::BeginHostTiming()
+{
+    WriteFPGAREG(fpga::kMode, FpgaMode(fpga::kRun, true));
+}
+
+void Fx3Edition::EndHostTiming()
+{
+    WriteFPGAREG(fpga::kMode, FpgaMode(fpga::kRun, false));
+}
+
+bool Fx3Edition::StartCapture(bool bSingleExposure)
+{
+    return StartWorker(bSingleExposure, [this] { Usb3CaptureWorker(*this, *this).Run(); });
+}
+
+void Fx3Edition::StartSensorStreaming()
+{
+    const std::lock_guard lock(m_settingsSection); // an exposure may enter long mode meanwhile
+    Usb2Driver::StartSensorStreaming();
+    WriteFPGAREG(fpga::kMode, FpgaMode(fpga::kRun, m_longExposure));
+}
+
+void Fx3Edition::StopSensorStreaming()
+{
+    const std::lock_guard lock(m_settingsSection); // as above
+    WriteFPGAREG(fpga::kMode, FpgaMode(fpga::kStop, m_longExposure));
+    Usb2Driver::StopSensorStreaming();
+}
+
+LongExposurePlan Fx3Edition::PlanLongExposure(uint32_t exposureUs) const
+{
+    return GatedExposurePlan(exposureUs);
+}
+
+void Fx3Edition::OpenExposureGate()
+{
+    WriteFPGAREG(fpga::kExposureGate, 1);
+}
+
+void Fx3Edition::CloseExposureGate()
+{
+    WriteFPGAREG(fpga::kExposureGate, 0);
+}
+
+} // namespace vsccam

@@ -1,0 +1,44 @@
+#include "models/usb2/s052.h"
+
+#include "models/usb2/firmware_images.h"
+#include "models/usb2/neutral_power_up.h"
+
+// S052: 728 x 512, USB 2.0, colour only. Its registers are taken to be those of the S340, not
+// verified on hardware.
+namespace vsccam {
+
+namespace {
+
+constexpr auto kPowerUp = NeutralUsb2PowerUp<kUsb2KnownRows>(728, 512);
+
+constexpr Usb2Traits kTraits = {
+    .powerUp = kPowerUp,
+    .frameBlock = 1024,
+    .firmware = kFWCodeS052MC,
+};
+
+constexpr CameraModel kModel = {
+    .name = "KYR VSC052MC",
+    .productId = 0x052B,
+    .sensorWidth = 728,
+    .sensorHeight = 512,
+    .pixelSizeUm = 5.6,
+    .colour = true,
+    .bayer = 2,
+    .usb3Camera = false,
+    .bins = {1, 2},
+    .gain = {.min = 0, .max = 100, .initial = 50},
+    .exposureUs = {.min = 64, .max = 64'000'000, .initial = 33'000},
+    .brightness = {.min = 0, .max = 20, .initial = 0},
+    .bandwidth = {.min = 40, .max = 100, .initial = 50},
+    .whiteBalance = {.red = 41, .blue = 94},
+    .hasTemperature = true,
+    .hasHighSpeed = true,
+    .hasAutoBandwidth = true,
+};
+
+} // namespace
+
+CCameraS052MC::CCameraS052MC(unsigned long) : Fx2Camera(kModel, kTraits) {}
+
+} // namespace vsccam

@@ -1,0 +1,114 @@
+#pragma once
+
+#include "core/camera_base.h"
+#include "models/register_list.h"
+#include "models/usb2/usb2_timing.h"
+#include "models/usb2_capture_worker.h"
+
+#include <cstdint>
+#include <span>
+#include <type_traits>
+
+namespace vsccam {
+
+/// What sets one sensor of the family, and the board it sits on, apart from the others.
+struct Usb2Traits {
+    RegisterList powerUp;
+    int frameBlock = 1; // pixels: frames fill whole blocks of so many
+    struct Bandwidth {
+        int usb2Host = 42;
+        int usb3Host = 42;
+    } megabytesPerS = {}; // of 100 per cent
+
+    // What a step of the bandwidth control stands for, in per cent.
+    int percentAtZero = 0;
+    int percentPerStep = 1;
+    int autoBandwidth = 80; // steps
+
+    bool tellsBlackLevel = false;
+
+    // What the camera's controller gets at open when its firmware is no newer than this.
+    std::span<const uint8_t> firmware = {};
+    uint8_t lastOldFirmware = 0;
+};
+
+/// The one driver of the sensors of the USB 2.0 cameras, whose registers are 16 bits wide. The
+/// sensor makes the frame timing itself: clock, line length, and integration in lines. From 100 ms
+/// on it runs at its slowest clock; what is still too long for it the host times.
+///
+/// The sensors sit behind a USB 2.0 controller or, in some editions, behind the FPGA of the USB 3.0
+/// cameras. What that changes is left to the classes below this one.
+class Usb2Driver : public CCameraBase, protected Usb2Sensor {
+  public:
+    Usb2Driver(const CameraModel &model, const Usb2Traits &traits);
+
+    bool InitCamera() override;
+    bool SetResolution(int width, int height, int bin, IMAGE_TYPE type) override;
+    bool SetStartPos(int x, int y) override;
+    bool SetGain(int gain, bool bAuto) override;
+    bool SetGain(int gain) { return SetGain(gain, m_gainAuto); }
+    bool SetGain() { return SetGain(m_gain); }
+    bool SetHighSpeedMode(bool on) override;
+    bool SetFPSPerc(int percent, bool bAuto) override;
+    bool GetFPSPerc(int *percent, bool *pbAuto) override;
+    bool SetRGBBalance(int red, int blue, bool bAuto) override;
+    bool SetExp(unsigned long long microseconds, bool bAuto) override;
+    bool SetExp(unsigned long long microseconds) { return SetExp(microseconds, m_exposureAuto); }
+    bool SetExp() { return SetExp(m_exposureUs); }
+    float GetSensorTemp() override;
+
+    /// Black-level offsets by parity of row and column; the last ones where a reading fails.
+    /// @return whether the sensor has them and all were read; `flag`: whether that ever was so
+    bool GetBLOffset(bool *flag, signed char *ee, signed char *oo, signed char *eo,
+                     signed char *oe);
+
+  protected:
+    // What the board does, with m_settingsSection held.
+    virtual void PowerUpBoard() = 0;
+    virtual void SelectBitDepth(bool is16) = 0;
+    virtual void SetOutputSize(Size) {} // of the frames
+    virtual void BeginHostTiming() {}
+    virtual void EndHostTiming() {}
+    /// Whether a worker calls FollowExposure.
+    virtual bool WorkerFollowsExposure() const = 0;
+
+    void StartSensorStreaming() override;
+    void StopSensorStreaming() override;
+    bool RestoreSettings() override;
+    void FollowExposure() override;
+    void SlowDown() override;
+    void PrintBlackLevel() override;
+
+    /// How long the sensor integrates by itself in exposures that the host times.
+    uint32_t OwnIntegrationUs() const { return m_state.ownIntegrationUs; }
+    const Usb2Traits &Traits() const { return m_traits; }
+
+  private:
+    void PowerUp();
+    void Cam_SetResolution();
+    void SetOutput16Bits(bool on);
+    void SetCMOSClk(int clockMHz);
+    void SetCMOSClk();
+    void WriteFrameLength();
+    void WriteWindowEnd();
+    void StoreLineLength(int clocks);
+    void PublishTiming();
+    void WriteLines(int64_t lines);
+    void EnterLongExposure();
+    void Write(uint16_t address, int value);
+
+    // The driver's own state. Plain values: the object is destroyed as a CCameraBase. Guarded by
+    // m_settingsSection.
+    struct State {
+        Usb2Timing timing{};
+        Shared<uint32_t> ownIntegrationUs;
+        int8_t blackLevel[4] = {}; // as GetBLOffset has them
+        bool blackLevelKnown = false;
+    };
+    static_assert(std::is_trivially_destructible_v<State>);
+
+    const Usb2Traits &m_traits;
+    State m_state;
+};
+
+} // namespace vsccam

@@ -1,0 +1,152 @@
+#include "models/usb2_capture_worker.h"
+
+#include "base/debug_print.h"
+#include "image/frame_marks.h"
+#include "usb/requests.h"
+
+namespace vsccam {
+
+using namespace std::chrono_literals;
+using std::chrono::milliseconds;
+
+namespace {
+
+constexpr uint8_t kImageEndpoint = 0x82;
+constexpr int kSmallFrameBytes = 307'200;
+constexpr uint32_t kReaderChecksBelowUs = 100'000;
+
+constexpr int kDropsToSlowDown = 4;
+constexpr int kDropsToReset = 50;    // one more
+constexpr int kBadHeadsToReset = 20; // one more
+constexpr auto kAutoControlPass = 200ms;
+constexpr auto kResetPause = 200ms;
+constexpr long kAutoBandwidthBelowMs = 500; // slower frames do not load the link
+
+} // namespace
+
+Usb2CaptureWorker::Usb2CaptureWorker(CCameraBase &camera, Usb2Sensor &sensor)
+    : CaptureWorker(camera, sensor, kImageEndpoint, kAutoControlPass), m_usb2Sensor(sensor)
+{
+}
+
+void Usb2CaptureWorker::StartDataPath()
+{
+    m_usb2Sensor.PrintBlackLevel();
+    m_camera.StartSensorCLK();
+    m_camera.SendCMD(request::kStartDataPath);
+    m_sensor.StartSensorStreaming();
+    m_badHeads = 0;
+    m_midFrame = true;
+}
+
+void Usb2CaptureWorker::FollowExposure()
+{
+    m_usb2Sensor.FollowExposure();
+}
+
+BulkStream::Timeouts Usb2CaptureWorker::FrameTimeouts(const ExposureSetting &exposure) const
+{
+    const auto exposureUs = static_cast<int64_t>(exposure.us);
+    const milliseconds frameTime(exposure.frameTimeUs / 1000);
+    milliseconds wait{};
+    if (exposureUs >= exposure.frameTimeUs)
+        wait = milliseconds(exposureUs / 1000) + (exposureUs < 1'000'000 ? 1000ms : 2000ms);
+    else
+        wait = frameTime + (m_frameBytes <= kSmallFrameBytes ? 2ms : 10ms);
+    if (m_midFrame) // a frame that is on its way comes before the one to wait for
+        wait += 2 * frameTime;
+    return {.perTransfer = wait, .nextEvent = wait, .total = wait};
+}
+
+void Usb2CaptureWorker::PrintIncompleteFrame(const BulkStream::Pass &pass) const
+{
+    OutputDbgPrint("get len:0x%x drop:%d reset! frametime:%d waittime:%d\n", pass.received, m_drops,
+                   m_camera.FrameTimeUs(), static_cast<int>(m_waitMs));
+}
+
+Usb2CaptureWorker::Turn Usb2CaptureWorker::HandleMissingBytes(const BulkStream::Pass &pass)
+{
+    m_midFrame = true;
+    if (m_drops > kDropsToReset)
+        return ResetAfterDrops();
+    if (pass.received == 0)
+        PauseAfterEmptyRead(pass);
+    else
+        HandleDrop();
+    return Turn::GoOn;
+}
+
+Usb2CaptureWorker::Turn Usb2CaptureWorker::ResetAfterDrops()
+{
+    if (SilentTooOften())
+        return Fail();
+    OutputDbgPrint("DropCount more than 50, reset!\n");
+    m_drops = 0;
+    if (!m_camera.ResetDevice())
+        return RecoverDevice();
+    m_camera.StartSensorCLK();
+    m_camera.SendCMD(request::kStartDataPath);
+    (void)m_running.SleepFor(kResetPause);
+    return Turn::GoOn;
+}
+
+Usb2CaptureWorker::Turn Usb2CaptureWorker::HandleWholeFrame()
+{
+    m_midFrame = false;
+    if (!HasHeadMark(Frame()))
+        return HandleBadHead();
+    m_drops = m_badHeads = 0;
+    return HandleGoodFrame();
+}
+
+/// In fast video the reader throws the frame away, and with it the one before, whose end may be
+/// missing.
+Usb2CaptureWorker::Turn Usb2CaptureWorker::HandleBadHead()
+{
+    OutputDbgPrint("bad frame head:0x%x\n", HeadWord(Frame()));
+    if (++m_badHeads > kBadHeadsToReset)
+        return ResetAfterBadHeads();
+    if (!m_camera.SingleExposure() && m_camera.ExposureUs() < kReaderChecksBelowUs) {
+        InsertFrame(false);
+        return Turn::GoOn;
+    }
+    ++m_drops;
+    HandleDrop();
+    return Turn::GoOn;
+}
+
+Usb2CaptureWorker::Turn Usb2CaptureWorker::ResetAfterBadHeads()
+{
+    if (SilentTooOften())
+        return Fail();
+    OutputDbgPrint("bad frame than 20, reset!\n");
+    m_badHeads = 0;
+    m_midFrame = true;
+    m_camera.AddDroppedFrames(1);
+    m_usb2Sensor.SlowDown();
+    if (!m_camera.ResetDevice())
+        return RecoverDevice();
+    m_camera.SendCMD(request::kStartDataPath);
+    return Turn::GoOn;
+}
+
+bool Usb2CaptureWorker::BandwidthMatters() const
+{
+    return m_waitMs < kAutoBandwidthBelowMs;
+}
+
+void Usb2CaptureWorker::PrintBurst(int sinceStartMs, int sinceLastMs) const
+{
+    OutputDbgPrint("time from start:%d   time_delta:%d pkg:%x\n", sinceStartMs, sinceLastMs,
+                   static_cast<unsigned int>(m_camera.Bandwidth()));
+}
+
+void Usb2CaptureWorker::HandleFixedBandwidthDrop()
+{
+    if (m_drops != kDropsToSlowDown)
+        return;
+    OutputDbgPrint("try lowing pkg!!\n");
+    m_usb2Sensor.SlowDown();
+}
+
+} // namespace vsccam
