@@ -5,7 +5,8 @@ namespace {
 
 constexpr uint8_t kControl = 0;
 constexpr uint8_t kHold = 1;        // 1 collects writes
-constexpr uint8_t kOutputWidth = 4; // 2 registers each
+constexpr uint8_t kFirstColumn = 2; // 2 registers each
+constexpr uint8_t kOutputWidth = 4;
 constexpr uint8_t kOutputHeight = 8;
 constexpr uint8_t kFormat = 10;
 constexpr uint8_t kGate = 11;
@@ -88,6 +89,11 @@ bool Fpga::GateOpen() const
 bool Fpga::FanOn() const
 {
     return (m_registers.Acting(kFan) & kFanOff) == 0;
+}
+
+int Fpga::FirstColumn() const
+{
+    return static_cast<int>(m_registers.Acting(kFirstColumn, 2));
 }
 
 int Fpga::OutputWidth() const

@@ -23,6 +23,7 @@ class Fpga {
     bool GateOpen() const;
     bool FanOn() const;
 
+    int FirstColumn() const; // of a line of the sensor that it takes
     int OutputWidth() const;
     int OutputHeight() const;
     bool Output16Bits() const;

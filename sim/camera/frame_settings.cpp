@@ -43,6 +43,17 @@ void SetTimes(FrameSettings &settings, const FramePulses &pulses)
     settings.exposure = lines(pulses.exposedLines);
 }
 
+/// With the columns that the FPGA takes; none when it takes blank ones for the picture.
+Window TakenWindow(const SensorReadout &sensor, const Fpga &fpga)
+{
+    Window window = sensor.window;
+    const int skipped = (fpga.FirstColumn() - sensor.blankColumns) * sensor.bin;
+    const int left = skipped < 0 ? 0 : std::max(window.width - skipped, 0);
+    window.x += skipped;
+    window.width = std::min(left, fpga.OutputWidth() * sensor.bin);
+    return window;
+}
+
 } // namespace
 
 FrameSettings SettingsOf(const SensorReadout &sensor, const Fpga &fpga)
@@ -52,6 +63,7 @@ FrameSettings SettingsOf(const SensorReadout &sensor, const Fpga &fpga)
                            .height = fpga.OutputHeight(),
                            .output16Bits = fpga.Output16Bits(),
                            .inputBits = fpga.InputBits()};
+    settings.sensor.window = TakenWindow(sensor, fpga);
     if (std::max(settings.width, settings.height) > kLargestSide || sensor.clockHz <= 0)
         return settings; // without a period: impossible
     const uint32_t shortestFrame = RowsOf(settings) + kBlankingLines;

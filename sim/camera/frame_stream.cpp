@@ -130,7 +130,8 @@ void FrameStream::FollowGate(Time now)
     if (open && !m_gate) {
         m_gate = Gate{.settings = m_board.Settings(), .opened = now};
     } else if (!open && m_gate) {
-        m_next = Expose(m_gate->settings, now, now - m_gate->opened);
+        if (!m_board.sensor->Readout().keepsExposing)
+            m_next = Expose(m_gate->settings, now, now - m_gate->opened);
         m_gate.reset();
     }
 }

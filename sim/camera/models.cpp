@@ -1,5 +1,6 @@
 #include "camera/models.h"
 
+#include "camera/binning_sensor.h"
 #include "camera/python_sensor.h"
 #include "camera/self_timed_sensor.h"
 #include "camera/sony_sensor.h"
@@ -15,7 +16,7 @@ namespace vscsim {
 /// A sensor: its way of being programmed, and what distinguishes it from others of that way.
 struct SensorFamily {
     PixelArray pixels;
-    std::variant<std::monostate, PythonTraits, SelfTimedTraits, SonyTraits>
+    std::variant<std::monostate, BinningTraits, PythonTraits, SelfTimedTraits, SonyTraits>
         traits; // monostate: not simulated yet
     PixelFacts pixel;
 };
@@ -35,7 +36,7 @@ constexpr SensorFamily kS052 = {{728, 512}, SelfTimedTraits{}, {}};
 constexpr SensorFamily kS056 = {{752, 480}, SelfTimedTraits{}, {}};
 constexpr SensorFamily kS065 = {{7380, 4928}, kLargeFormat, {.electronsPerStep = 1.0}};
 constexpr SensorFamily kS083 = {{4944, 3284}, kLargeFormat, {.electronsPerStep = 2.82}};
-constexpr SensorFamily kS2800 = {{4656, 3520}, {}, {.electronsPerStep = 4.96}};
+constexpr SensorFamily kS2800 = {{4656, 3520}, BinningTraits{}, {.electronsPerStep = 4.96}};
 constexpr SensorFamily kS340 = {
     {1280, 960}, SelfTimedTraits{.highByteFirst = true}, {.electronsPerStep = 3.712}};
 constexpr SensorFamily kS350 = {
@@ -148,6 +149,10 @@ struct SensorMaker {
     std::unique_ptr<Sensor> operator()(const SonyTraits &traits) const
     {
         return std::make_unique<SonySensor>(model.family->pixels, traits);
+    }
+    std::unique_ptr<Sensor> operator()(const BinningTraits &traits) const
+    {
+        return std::make_unique<BinningSensor>(model.family->pixels, traits);
     }
     std::unique_ptr<Sensor> operator()(const PythonTraits &traits) const
     {

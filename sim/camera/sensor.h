@@ -28,9 +28,11 @@ struct FramePulses {
 
 /// What a sensor does with its clock and line pulses, as its registers say.
 struct SensorReadout {
-    bool streaming = false; // out of standby
+    bool streaming = false;     // out of standby
+    bool keepsExposing = false; // asleep meanwhile: cannot read out
     Window window;
-    int bin = 1; // of the sensor itself; it sends window / bin
+    int blankColumns = 0; // sent before those of the window
+    int bin = 1;          // of the sensor itself; it sends window / bin
     int bits = 12;
     bool highByteFirst = false;             // of samples that are sent in 16 bits
     double clockHz = 0;                     // in which the length of a line is counted
