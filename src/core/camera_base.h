@@ -205,6 +205,7 @@ class CCameraBase : public CCameraFX3 {
     RawFrames &Raw() { return m_raw; }
     /// Size of the frames that the camera sends, before software binning.
     Size ReadoutSize();
+    int SoftwareBin();
     int ReadoutBytes();
 
   protected:

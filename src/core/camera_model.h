@@ -49,7 +49,9 @@ struct CameraModel {
     bool hasHighSpeed = false;
     bool hasAutoBandwidth = false;
 
-    bool hardwareBinSums = false;       // pixels that the sensor bins are added up, not averaged
+    bool hardwareBinSums = false; // pixels that the sensor bins are added up, not averaged
+    // Of hardware binning 4 the sensor does 2 x 2, software the rest.
+    bool hardwareBin4IsHalf = false;
     bool startCountsFromBottom = false; // Y of the start position of hosts
 };
 

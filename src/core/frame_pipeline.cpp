@@ -43,8 +43,15 @@ void SwapBytes(std::span<uint8_t> samples)
 
 Size CCameraBase::ReadoutSize()
 {
-    const int factor = m_hardwareBin ? 1 : Bin();
+    const int factor = SoftwareBin();
     return {m_width * factor, m_height * factor};
+}
+
+int CCameraBase::SoftwareBin()
+{
+    if (!m_hardwareBin)
+        return m_bin;
+    return m_bin == 4 && m_model.hardwareBin4IsHalf ? 2 : 1;
 }
 
 int CCameraBase::ReadoutBytes()
@@ -142,7 +149,7 @@ FrameSteps<Sample> CCameraBase::Prepare(Sample *frame, const FrameCorrections &c
     FrameSteps<Sample> steps{.samples = frame,
                              .width = static_cast<size_t>(readout.width),
                              .height = static_cast<size_t>(readout.height),
-                             .bin = static_cast<unsigned>(m_hardwareBin ? 1 : Bin()),
+                             .bin = static_cast<unsigned>(SoftwareBin()),
                              .mosaic = m_model.colour && !m_monoBin,
                              .flipH = m_flipH,
                              .flipV = m_flipV};
