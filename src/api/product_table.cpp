@@ -1,5 +1,6 @@
 #include "api/product_table.h"
 
+#include "models/hardware_bin/s2800.h"
 #include "models/python/s048.h"
 #include "models/sony/large_format.h"
 #include "models/sony/s372.h"
@@ -66,14 +67,14 @@ constexpr Product kProducts[] = {
     {0x460A, "CCameraS460MC", "KYR VSC460MC", Create<CCameraS460MC>},
     {0x470A, "CCameraS470MC", "KYR VSC470MC", Create<CCameraS470MC>},
     {0x470B, "CCameraS470MM", "KYR VSC470MM", Create<CCameraS470MM>},
-    {0x2800, "CCameraS2800MC", "KYR VSC2800MC", nullptr},
-    {0x2801, "CCameraS2800MC_C", "KYR VSC2800MC-Cool", nullptr},
+    {0x2800, "CCameraS2800MC", "KYR VSC2800MC", Create<CCameraS2800MC>},
+    {0x2801, "CCameraS2800MC_C", "KYR VSC2800MC-Cool", Create<CCameraS2800MC_C>},
     {0x048A, "CCameraS048MC", "KYR VSC048MC", Create<CCameraS048MC>},
     {0x048B, "CCameraS048MM", "KYR VSC048MM", Create<CCameraS048MM>},
     {0x430C, "CCameraS430MM", "KYR VSC430MM", Create<CCameraS430MM>},
     {0x430D, "CCameraS430MM_C", "KYR VSC430MM-Cool", Create<CCameraS430MM_C>},
-    {0x2802, "CCameraS2800MM", "KYR VSC2800MM", nullptr},
-    {0x2803, "CCameraS2800MM_C", "KYR VSC2800MM-Cool", nullptr},
+    {0x2802, "CCameraS2800MM", "KYR VSC2800MM", Create<CCameraS2800MM>},
+    {0x2803, "CCameraS2800MM_C", "KYR VSC2800MM-Cool", Create<CCameraS2800MM_C>},
 };
 static_assert(std::size(kProducts) == 46);
 

@@ -5,9 +5,9 @@
 /// Registers of the FPGA of the USB 3.0 cameras. Those whose meaning is unknown carry their number.
 namespace vsccam::fpga {
 
-inline constexpr uint16_t kMode = 0;  // start and stop codes of the family
-inline constexpr uint16_t kHold = 1;  // 1 collects writes, 0 applies them together
-inline constexpr uint16_t kReg02 = 2; // with kReg03 the column offset of the large sensors
+inline constexpr uint16_t kMode = 0;        // start and stop codes of the family
+inline constexpr uint16_t kHold = 1;        // 1 collects writes, 0 applies them together
+inline constexpr uint16_t kFirstColumn = 2; // of the sensor's lines, two bytes
 inline constexpr uint16_t kOutputWidth = 4;
 inline constexpr uint16_t kReg06 = 6;
 inline constexpr uint16_t kOutputHeight = 8;
@@ -21,6 +21,11 @@ inline constexpr uint16_t kLineLength = 19;  // clocks, two bytes
 // Of kMode. PYTHON cameras have other codes to run and to stop.
 inline constexpr uint16_t kRun = 0x21;
 inline constexpr uint16_t kStop = 0x31;
+inline constexpr uint16_t kSensorBins = 0x02;   // added to run, for sensors that bin
 inline constexpr uint16_t kLongExposure = 0xC0; // added to both
+
+// Of kBitDepth.
+inline constexpr uint16_t kInput12Bits = 0x01;
+inline constexpr uint16_t kOutput16Bits = 0x10;
 
 } // namespace vsccam::fpga

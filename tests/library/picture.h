@@ -18,8 +18,8 @@ struct Picture {
     int width, height, bin, type;
     int startX, startY; // binned
     bool flipX = false, flipY = false;
-    int bayer = 0;           // phase of a colour model
-    bool sensorBins = false; // by leaving out samples
+    int bayer = 0;     // phase of a colour model
+    int sensorBin = 1; // of `bin`, by leaving out samples; software does the rest
     HiddenBytes marks = kBothEnds;
 
     bool Colour() const { return std::string_view(model).find("MC") != std::string_view::npos; }
@@ -27,15 +27,14 @@ struct Picture {
     /// A pixel of the frame as it was read out, marks hidden by the rows next to them.
     uint32_t ReadOut(uint32_t frame, int x, int y) const
     {
-        const int factor = sensorBins ? 1 : bin; // of the binning that follows
+        const int factor = bin / sensorBin;
         const int pixelBytes = type == VSC_IMG_RAW16 ? 2 : 1;
         if (y == 0 && x < marks.head / pixelBytes)
             ++y;
         else if (y == height * factor - 1 && x >= width * factor - marks.tail / pixelBytes)
             --y;
-        const int step = sensorBins ? bin : 1;
-        const uint16_t v =
-            vscsim::PatternSample(frame, startX * bin + x * step, startY * bin + y * step);
+        const uint16_t v = vscsim::PatternSample(frame, startX * bin + x * sensorBin,
+                                                 startY * bin + y * sensorBin);
         return type == VSC_IMG_RAW16 ? v : v >> 8;
     }
 
@@ -44,18 +43,17 @@ struct Picture {
     {
         x = flipX ? width - 1 - x : x;
         y = flipY ? height - 1 - y : y;
-        if (sensorBins)
-            return ReadOut(frame, x, y);
-        const bool mosaic = Colour() && bin > 1;
+        const int factor = bin / sensorBin;
+        const bool mosaic = Colour() && factor > 1;
         uint32_t sum = 0;
-        for (int k = 0; k < bin; ++k) {
-            for (int j = 0; j < bin; ++j)
-                sum += mosaic ? ReadOut(frame, (x & 1) + (x & ~1) * bin + 2 * j,
-                                        (y & 1) + (y & ~1) * bin + 2 * k)
-                              : ReadOut(frame, x * bin + j, y * bin + k);
+        for (int k = 0; k < factor; ++k) {
+            for (int j = 0; j < factor; ++j)
+                sum += mosaic ? ReadOut(frame, (x & 1) + (x & ~1) * factor + 2 * j,
+                                        (y & 1) + (y & ~1) * factor + 2 * k)
+                              : ReadOut(frame, x * factor + j, y * factor + k);
         }
-        const auto factor = static_cast<uint32_t>(bin);
-        return sum / factor / factor;
+        const auto divisor = static_cast<uint32_t>(factor);
+        return sum / divisor / divisor;
     }
 
     /// The delivered image; colour models with neutral white balance and without flips.

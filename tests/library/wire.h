@@ -21,7 +21,7 @@ inline std::vector<std::string> Wire(const std::string &text)
         std::istringstream words(group);
         std::string verb;
         words >> verb;
-        if (verb != "sony" && verb != "fpga") {
+        if (verb != "sony" && verb != "sensor" && verb != "fpga") {
             if (!verb.empty())
                 lines.push_back(group.substr(group.find_first_not_of(' ')));
             continue;

@@ -52,7 +52,7 @@ template <class Base> void SonyDriver<Base>::Cam_SetResolution()
     const Size output = ReadoutSize();
     const FpgaHold hold(*this);
     WriteSONYREG(sony::kWindowMode, HardwareBin2x2() ? sony::kBin2x2 : uint8_t{0});
-    WriteFPGAREG(fpga::kReg02, 0);
+    WriteFPGAREG(fpga::kFirstColumn, 0);
     WriteFPGAREG(fpga::kReg06, 9);
     WriteSony16(sony::kWindowWidth, m_width * m_bin);
     WriteSony16(sony::kWindowHeight, m_height * m_bin);

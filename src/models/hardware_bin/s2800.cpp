@@ -1,0 +1,113 @@
+#include "models/hardware_bin/s2800.h"
+
+#include "models/hardware_bin/binning_registers.h"
+
+#include <algorithm>
+
+// S2800: 4656 x 3520, USB 3.0. Editions differ in name, product ID, mosaic, cooling.
+namespace vsccam {
+
+namespace {
+
+using namespace binning;
+
+/// A register list of which only some steps are known; the others are pauses of no length, because
+/// a guess could harm the sensor.
+template <size_t Steps, size_t Known>
+constexpr std::array<RegisterWrite, Steps> Padded(const RegisterWrite (&known)[Known])
+{
+    static_assert(Known <= Steps);
+    std::array<RegisterWrite, Steps> list{};
+    list.fill(Pause(std::chrono::milliseconds(0)));
+    std::copy_n(known, Known, list.begin());
+    return list;
+}
+
+// The lists have the length and the order of use that the camera expects. What their real steps are
+// was never seen, nor were these tried on hardware.
+
+// The sensor after power-on: asleep, the whole of it, unbinned in 12 bits, lowest gain.
+constexpr auto kRegListBit = Padded<478>({
+    {kReg1C, 0x0001},
+    {kReg00, 0x0000},
+    {kBinning, 1},
+    {kAdcBits, 12},
+    {kFirstRow, 32},
+    {kRowsEnd, 3520 + 36},
+    {kReg118, 3520 + 47},
+    {kReg11E, 3520 + 47},
+    {kReg11C, 3520 + 48},
+    {kReg109, 3520 + 199},
+    {kGain, 0},
+    {kBlackLevel, 0},
+    {kShutter, 1},
+});
+constexpr auto kRegList12Bit = Padded<75>({{kBinning, 1}, {kAdcBits, 12}});
+constexpr auto kRegList10Bit = Padded<75>({{kBinning, 1}, {kAdcBits, 10}});
+constexpr auto kRegListBin2 = Padded<75>({{kBinning, 2}, {kAdcBits, 10}});
+constexpr auto kRegListBin3 = Padded<75>({{kBinning, 3}, {kAdcBits, 10}});
+
+constexpr RegisterWrite kColumns{fpga::kFirstColumn, kBlankColumns};
+
+constexpr BinningSensor kSensor = {
+    .common = {.budget = {.usb2Host = 43'272, .usb3Host = 390'906},
+               .lowestClockKHz = 37'125,
+               .initialLine = {.clockKHz = 37'125, .length = 680},
+               .startXStepAtBin3 = 6},
+    .powerUp = kRegListBit,
+    .bits12 = {.sensor = kRegList12Bit,
+               .fpga = {{{fpga::kBitDepth, fpga::kInput12Bits}, kColumns, {fpga::kReg06, 13}}},
+               .shortestLine = 680,
+               .message = "-----Binning 1 12bit-------\n"},
+    .bits10 = {.sensor = kRegList10Bit,
+               .fpga = {{{fpga::kBitDepth, 0}, kColumns, {fpga::kReg06, 13}}},
+               .shortestLine = 435,
+               .message = "-----Binning 1 10bit-------\n"},
+    .bin2 = {.sensor = kRegListBin2,
+             .fpga = {{kColumns, {fpga::kReg06, 8}, {fpga::kBitDepth, 0}}},
+             .shortestLine = 397,
+             .message = "-----Binning 2-------\n"},
+    .bin3 = {.sensor = kRegListBin3,
+             .fpga = {{kColumns, {fpga::kReg06, 6}, {fpga::kBitDepth, 0}}},
+             .shortestLine = 397,
+             .message = "-----Binning 3-------\n"},
+};
+
+constexpr CameraModel Edition(const char *name, uint16_t productId, bool colour, bool cooled)
+{
+    return {
+        .name = name,
+        .productId = productId,
+        .sensorWidth = 4656,
+        .sensorHeight = 3520,
+        .pixelSizeUm = 3.8,
+        .colour = colour,
+        .bayer = 2,
+        .cooled = cooled,
+        .bins = {1, 2, 3, 4},
+        .electronsPerAdu = 4.96F,
+        .gainOffset = {10, 21, 300, 50},
+        .gain = {.min = 0, .max = 600, .initial = 200},
+        .exposureUs = {.min = 32, .max = 2'000'000'000, .initial = 10'000},
+        .hasBrightness = true,
+        .hasTemperature = true,
+        .hasHardwareBin = true,
+        .hasHighSpeed = true,
+        .hasAutoBandwidth = true,
+        .hardwareBin4IsHalf = true,
+    };
+}
+
+constexpr CameraModel kMono = Edition("KYR VSC2800MM", 0x2802, false, false);
+constexpr CameraModel kColour = Edition("KYR VSC2800MC", 0x2800, true, false);
+constexpr CameraModel kMonoCool = Edition("KYR VSC2800MM-Cool", 0x2803, false, true);
+constexpr CameraModel kColourCool = Edition("KYR VSC2800MC-Cool", 0x2801, true, true);
+
+} // namespace
+
+CCameraS2800MM::CCameraS2800MM(unsigned long) : HardwareBinDriver(kMono, kSensor) {}
+CCameraS2800MC::CCameraS2800MC(unsigned long) : HardwareBinDriver(kColour, kSensor) {}
+CCameraS2800MM_C::CCameraS2800MM_C(unsigned long) : HardwareBinDriver(kMonoCool, kSensor) {}
+CCameraS2800MC_C::CCameraS2800MC_C(unsigned long) : HardwareBinDriver(kColourCool, kSensor) {}
+
+} // namespace vsccam
