@@ -1,5 +1,6 @@
 #include "image/algorithm.h"
 
+#include "image/kernel_choice.h"
 #include "image/rows.h"
 
 #include <algorithm>
@@ -34,6 +35,13 @@ std::array<uint8_t, 256> BalanceTable(int gain)
         table[i] =
             static_cast<uint8_t>(std::min<int64_t>(255, static_cast<int64_t>(i) * factor / 50));
     return table;
+}
+
+/// Rounded up, so that products of all bytes round down to those of the table.
+uint16_t KernelGain(int gain)
+{
+    constexpr int kUnity = 50;
+    return static_cast<uint16_t>(((std::max(gain, 0) << 14) + kUnity - 1) / kUnity);
 }
 
 std::array<int32_t, 256> FixedPointTable(double coefficient)
@@ -167,6 +175,9 @@ void CAlgorithm::SetRGBWB(int redSites, int blueSites)
 {
     m_iWBBTable = BalanceTable(redSites);
     m_iWBRTable = BalanceTable(blueSites);
+    m_kernelGains.reset();
+    if (std::max(redSites, blueSites) <= kLargestKernelGain)
+        m_kernelGains = {KernelGain(blueSites), KernelGain(redSites)};
 }
 
 void CAlgorithm::MonoBin(uint8_t *image8, uint16_t *image16, int w, int h, int bin, bool is16)
@@ -286,13 +297,43 @@ void CAlgorithm::ConvertPartialCell(const uint8_t *src, int x, uint8_t *dst, int
         std::copy_n(pixels + row * 2 * bytes, columns * bytes, dst + (row * w + x) * bytes);
 }
 
+/// Converts the inner cells of two rows by a kernel; false when there is none for them.
+template <BayerPhase kCell>
+bool CAlgorithm::ConvertInnerRows(const uint8_t *row, uint8_t *dst, int w, IMAGE_TYPE out) const
+{
+    const Kernels &kernels = CurrentKernels();
+    const auto kernel = out == kRgb24  ? kernels.demosaicRgb
+                        : out == kYuv2 ? kernels.demosaicYuv
+                                       : kernels.demosaicY8;
+    const auto width = static_cast<size_t>(w);
+    const size_t cells = (width - 1) / 2; // without the one at the right end
+    if (!m_kernelGains || cells < 2)
+        return false;
+    constexpr Site kFirst = RedSite(kCell);
+    for (size_t y = 0; y < 2; ++y) {
+        const bool ownIsFirst = y == kFirst.row;
+        const MosaicRow mosaic{.pixels = row + y * width + 2,
+                               .stride = width,
+                               .greenFirst = ownIsFirst == (kFirst.column == 1),
+                               .ownIsFirst = ownIsFirst,
+                               .firstGain = m_kernelGains->first,
+                               .thirdGain = m_kernelGains->third};
+        if (kernel(mosaic, dst + (y * width + 2) * BytesPerPixel(out), 2 * cells - 2) == 0)
+            return false;
+    }
+    return true;
+}
+
 template <BayerPhase kCell>
 void CAlgorithm::ConvertRows(const uint8_t *row, int y, uint8_t *dst, int w, int h, IMAGE_TYPE out)
 {
     uint8_t *const rgb = out == kRgb24 ? dst : nullptr;
     const bool borderRows = y == 0 || y >= h - 2;
     const bool partialRows = y + 1 == h;
+    const bool innerDone = !borderRows && ConvertInnerRows<kCell>(row, dst, w, out);
     for (int x = 0; x < w; x += 2) {
+        if (innerDone && x == 2)
+            x = (w - 1) & ~1;
         if (partialRows || x + 1 == w) {
             ConvertPartialCell<kCell>(row, x, dst, w, partialRows, out);
             continue;
@@ -430,7 +471,8 @@ void CAlgorithm::RGB2YUV2(const uint8_t *rgb, uint8_t *dst, int w, int h, bool f
     for (ptrdiff_t y = 0; y < h; ++y) {
         const uint8_t *row = rgb + 3 * (flip ? h - 1 - y : y) * w;
         uint8_t *out = dst + 2 * y * w;
-        for (ptrdiff_t x = 0; x + 1 < w; x += 2)
+        const size_t done = CurrentKernels().rgbToYuv(row, out, static_cast<size_t>(w));
+        for (auto x = static_cast<ptrdiff_t>(done); x + 1 < w; x += 2)
             PackPair(row + 3 * x, row + 3 * x + 3, out + 2 * x);
         if (w % 2 != 0) { // a pixel without its pair
             const uint8_t *last = row + 3 * (w - 1);
@@ -442,7 +484,7 @@ void CAlgorithm::RGB2YUV2(const uint8_t *rgb, uint8_t *dst, int w, int h, bool f
 
 void CAlgorithm::RGB2Y8(const uint8_t *rgb, uint8_t *dst, int w, int h) const
 {
-    for (size_t i = 0; i < Area(w, h); ++i)
+    for (size_t i = CurrentKernels().rgbToY8(rgb, dst, Area(w, h)); i < Area(w, h); ++i)
         dst[i] = static_cast<uint8_t>(Luminance(rgb + 3 * i));
 }
 

@@ -1,10 +1,12 @@
 #pragma once
 
 #include "image/image_type.h"
+#include "image/kernels.h"
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 namespace vsccam {
 
@@ -94,6 +96,8 @@ class CAlgorithm {
                             IMAGE_TYPE out);
     template <BayerPhase kCell>
     void ConvertImage(const uint8_t *src, uint8_t *dst, int w, int h, IMAGE_TYPE out);
+    template <BayerPhase kCell>
+    bool ConvertInnerRows(const uint8_t *row, uint8_t *dst, int w, IMAGE_TYPE out) const;
     void ConvertScratch(uint8_t *dst, int x, int w, IMAGE_TYPE out) const;
 
     int Luminance(const uint8_t *pixel) const;
@@ -103,6 +107,13 @@ class CAlgorithm {
 
     std::array<uint8_t, 256> m_iWBRTable{}; // for the first byte of the output
     std::array<uint8_t, 256> m_iWBBTable{}; // for the third byte
+
+    // The same gains for the kernels, in 1/2^14; nothing when they are out of the kernels' range.
+    struct KernelGains {
+        uint16_t first;
+        uint16_t third;
+    };
+    std::optional<KernelGains> m_kernelGains;
 
     // Quirk, kept: named after one set of coefficients, filled with another.
     Product YUV02990{};
