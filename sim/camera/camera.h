@@ -111,7 +111,6 @@ uint16_t VendorId();
 /// One simulated camera. Not thread-safe: a door serialises its calls.
 class Camera {
   public:
-    /// Throws std::invalid_argument when nobody has simulated the sensor of the model yet.
     Camera(const ModelFacts &model, CameraOptions options);
     ~Camera();
     Camera(Camera &&) noexcept;

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <stdexcept>
 #include <string>
 #include <variant>
 
@@ -16,8 +15,7 @@ namespace vscsim {
 /// A sensor: its way of being programmed, and what distinguishes it from others of that way.
 struct SensorFamily {
     PixelArray pixels;
-    std::variant<std::monostate, BinningTraits, PythonTraits, SelfTimedTraits, SonyTraits>
-        traits; // monostate: not simulated yet
+    std::variant<BinningTraits, PythonTraits, SelfTimedTraits, SonyTraits> traits;
     PixelFacts pixel;
 };
 
@@ -137,11 +135,6 @@ bool IsCalled(const ModelFacts &model, std::string_view name)
 struct SensorMaker {
     const ModelFacts &model;
 
-    std::unique_ptr<Sensor> operator()(std::monostate) const
-    {
-        throw std::invalid_argument(std::string("the sensor of ") + model.name +
-                                    " is not simulated");
-    }
     std::unique_ptr<Sensor> operator()(const SelfTimedTraits &traits) const
     {
         return std::make_unique<SelfTimedSensor>(model.family->pixels, traits);
