@@ -263,12 +263,6 @@ ExposureSetting CCameraBase::Exposure()
     return {m_exposureUs, m_frameTimeUs, m_longExposure};
 }
 
-bool CCameraBase::LowerBandwidth(int step)
-{
-    const std::lock_guard lock(m_settingsSection); // the host may be switching it off
-    return m_bandwidthAuto && SetFPSPerc(m_bandwidth - step, true);
-}
-
 float CCameraBase::GetSensorTemp()
 {
     return 0.0F;

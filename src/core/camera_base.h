@@ -3,6 +3,7 @@
 #include "base/sync.h"
 #include "base/zeroed_buffer.h"
 #include "core/camera_model.h"
+#include "core/controls.h"
 #include "core/dark_frames.h"
 #include "core/frame_geometry.h"
 #include "core/gamma.h"
@@ -107,6 +108,20 @@ class CCameraBase : public CCameraFX3 {
     void GetAutoPara(int *maxGain, int *maxExpSeconds, int *targetBrightness) const;
     /// Temperature that the cooler thread read last while it runs, else a fresh reading.
     float GetTemp();
+
+    /// The newer control interface. The list holds what the model offers; models refresh it once
+    /// they are made up.
+    void refreshControlList();
+    int ControlCount() const { return m_controlCount; }
+    /// @param index  of the list; false beyond it
+    bool GetControlCaps(int index, _VSC_CONTROL_CAPS *caps) const;
+    /// @return kControlSet, kControlNotSettable or kControlRefused
+    int SetControlValue(VSC_CONTROL_TYPE type, int32_t value, bool bAuto);
+    /// Sets an exposure unless it is the one that was asked for last.
+    bool SetExposureControl(int32_t us, bool bAuto);
+    /// False, with *pValue untouched, for unknown controls and those of a cooler that is not there.
+    bool GetControlValue(VSC_CONTROL_TYPE type, int32_t *pValue, int32_t *pbAuto);
+    void GetCameraProperty(_VSC_CAMERA_INFO *info) const;
 
     bool pulseGuide(int direction, int ms);
     bool pulseGuideOn(int direction);
@@ -314,6 +329,12 @@ class CCameraBase : public CCameraFX3 {
     Shared<bool> m_monoBin;
     Shared<bool> m_timeMark;
     int m_ordinal = 0;
+
+    // Of the newer control interface.
+    std::array<VSC_CONTROL_TYPE, 64> m_controlList{};
+    int m_controlCount = 0;
+    int32_t m_lastExposureAsked = -1;
+    bool m_lastExposureAutoAsked = false;
 
     Shared<int> m_autoMaxGain{50};
     Shared<int> m_autoMaxExpS{30};

@@ -27,6 +27,7 @@ Usb3Driver<Base>::Usb3Driver(const CameraModel &model, const Usb3Traits &traits)
     m_timing.line = traits.initialLine;
     m_timing.shortestLine = traits.initialLine.length;
     (void)Usb3Driver::SetRGBBalance(model.whiteBalance.red, model.whiteBalance.blue, false);
+    this->refreshControlList();
 }
 
 template <class Base> bool Usb3Driver<Base>::InitCamera()

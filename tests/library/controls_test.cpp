@@ -1,0 +1,141 @@
+#include "library/wire.h"
+#include "models/sony/s372.h"
+#include "models/sony/s440.h"
+#include "models/sony/s470.h"
+#include "support/simulated_bus.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace vsccam {
+namespace {
+
+class ControlsTest : public SimulatedBus {};
+
+std::map<std::string, _VSC_CONTROL_CAPS> CapsByName(CCameraBase &camera)
+{
+    std::map<std::string, _VSC_CONTROL_CAPS> all;
+    _VSC_CONTROL_CAPS caps{};
+    for (int i = 0; camera.GetControlCaps(i, &caps); ++i)
+        all.emplace(caps.name, caps);
+    return all;
+}
+
+std::vector<int> ListOf(CCameraBase &camera)
+{
+    std::vector<int> types;
+    _VSC_CONTROL_CAPS caps{};
+    for (int i = 0; camera.GetControlCaps(i, &caps); ++i)
+        types.push_back(caps.type);
+    return types;
+}
+
+TEST_F(ControlsTest, ListsWhatAModelOffersInItsOrder)
+{
+    CCameraS470MM mono(0UL);
+    CCameraS440MC_C cooledColour(0UL);
+    EXPECT_EQ(ListOf(mono), (std::vector{0, 1, 2, 5, 6, 9, 10, 11, 12, 13, 14, 8}));
+    EXPECT_EQ(ListOf(cooledColour),
+              (std::vector{0, 1, 2, 3, 4, 5, 6, 9, 10, 11, 12, 14, 18, 8, 15, 16, 17, 19}));
+    _VSC_CONTROL_CAPS caps{};
+    EXPECT_FALSE(mono.GetControlCaps(-1, &caps));
+    EXPECT_FALSE(mono.GetControlCaps(mono.ControlCount(), &caps));
+}
+
+TEST_F(ControlsTest, DescribesRangesOfTheModel)
+{
+    CCameraS470MM longExposing(0UL);
+    CCameraS372MC shortExposing(0UL);
+    const auto caps = CapsByName(longExposing);
+    const struct {
+        const char *name;
+        int min, max, initial, automatic, writable;
+    } cases[] = {
+        {"Gain", 0, 600, 200, 1, 1},           {"Exposure", 32, 2'000'000'000, 10'000, 1, 1},
+        {"BandWidth", 40, 100, 50, 1, 1},      {"Temperature", -500, 1000, 20, 0, 0},
+        {"AutoExpMaxGain", 0, 600, 300, 0, 1}, {"AutoExpMaxExp", 1, 60, 30, 0, 1}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        const auto found = caps.find(c.name);
+        ASSERT_NE(found, caps.end());
+        EXPECT_EQ(found->second.minimum, c.min);
+        EXPECT_EQ(found->second.maximum, c.max);
+        EXPECT_EQ(found->second.initial, c.initial);
+        EXPECT_EQ(found->second.autoSupported, c.automatic);
+        EXPECT_EQ(found->second.writable, c.writable);
+    }
+    EXPECT_EQ(CapsByName(shortExposing).at("AutoExpMaxExp").maximum, 4);
+}
+
+TEST_F(ControlsTest, SetsWhatItCanAndKeepsItsGaps)
+{
+    OpenedCamera camera(std::in_place_type<CCameraS470MM_C>, "VSC470MM-Cool");
+    const struct {
+        VSC_CONTROL_TYPE type;
+        int value, result;
+        int read; // afterwards
+    } cases[] = {{kControlGain, 700, kControlSet, 600},
+                 {kControlFlip, 2, kControlSet, 2},
+                 {kControlFlip, 3, kControlSet, 3},
+                 {kControlFlip, 4, kControlSet, 3},
+                 {kControlFlip, 1, kControlSet, 1},
+                 {kControlAutoMaxExposure, 7, kControlSet, 7},
+                 {kControlAutoBrightness, 120, kControlSet, 120},
+                 {kControlHardwareBin, 2, kControlSet, 1},
+                 {kControlMonoBin, 5, kControlSet, 1},
+                 {kControlOverClock, 10, kControlRefused, 0},
+                 {kControlTargetTemp, -10, kControlSet, 0}, // taken and forgotten
+                 {kControlCoolerOn, 1, kControlNotSettable, 0},
+                 {kControlFanOn, 1, kControlNotSettable, 0}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(testing::Message() << c.type << " = " << c.value);
+        EXPECT_EQ(camera->SetControlValue(c.type, c.value, false), c.result);
+        int32_t value = -1;
+        int32_t automatic = -1;
+        EXPECT_TRUE(camera->GetControlValue(c.type, &value, &automatic));
+        EXPECT_EQ(value, c.read);
+        EXPECT_EQ(automatic, 0);
+    }
+    int maxGain = 0, maxExposure = 0, target = 0;
+    camera->GetAutoPara(&maxGain, &maxExposure, &target);
+    EXPECT_EQ(std::tuple(maxGain, maxExposure, target), std::tuple(50, 7, 120));
+    EXPECT_EQ(camera->SetControlValue(static_cast<VSC_CONTROL_TYPE>(-1), 0, false),
+              kControlNotSettable);
+    EXPECT_EQ(camera->SetControlValue(static_cast<VSC_CONTROL_TYPE>(20), 0, false),
+              kControlNotSettable);
+
+    OpenedCamera uncooled(std::in_place_type<CCameraS470MM>, "VSC470MM");
+    int32_t value = 77;
+    int32_t automatic = 1;
+    EXPECT_FALSE(uncooled->GetControlValue(kControlCoolerPower, &value, &automatic));
+    EXPECT_EQ(value, 77);
+}
+
+TEST_F(ControlsTest, SendsTheSameExposureOnce)
+{
+    OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM");
+    EXPECT_EQ(camera->SetControlValue(kControlExposure, 5'000, false), kControlSet);
+    EXPECT_FALSE(camera.Traffic().empty());
+    EXPECT_EQ(camera->SetControlValue(kControlExposure, 5'000, false), kControlSet);
+    EXPECT_TRUE(camera.Traffic().empty());
+    EXPECT_EQ(camera->SetControlValue(kControlExposure, 5'000, true), kControlSet);
+    EXPECT_FALSE(camera.Traffic().empty());
+}
+
+TEST_F(ControlsTest, TellsWhatACameraIs)
+{
+    OpenedCamera camera(std::in_place_type<CCameraS440MC_C>, "VSC440MC-Cool");
+    _VSC_CAMERA_INFO info{};
+    camera->GetCameraProperty(&info);
+    EXPECT_STREQ(info.name, "KYR VSC440MC-Cool");
+    EXPECT_EQ(std::pair(info.maxWidth, info.maxHeight), std::pair(1944, 1224));
+    EXPECT_EQ(std::vector(info.bins, info.bins + 3), (std::vector{1, 2, 0}));
+    EXPECT_EQ(std::vector(info.imageTypes, info.imageTypes + 5), (std::vector{0, 1, 3, 2, -1}));
+    EXPECT_TRUE(info.colour && info.cooled && info.guidePort && !info.mechanicalShutter);
+}
+
+} // namespace
+} // namespace vsccam
