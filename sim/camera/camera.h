@@ -2,6 +2,7 @@
 
 #include "camera/fault_plan.h"
 
+#include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -62,8 +63,9 @@ enum class LinkSpeed { High, Super };
 struct CameraOptions {
     Scene scene = Scene::Pattern;
     LinkSpeed link = LinkSpeed::Super;
-    uint64_t seed = 1;     // of the sky, its noise and the random faults
-    bool capped = false;   // the sky does not reach the sensor, for dark frames
+    uint64_t seed = 1;                      // of the sky, its noise and the random faults
+    std::array<double, 3> glow = {1, 1, 1}; // of the sky in red, green, blue, times that of night
+    bool capped = false;                    // the sky does not reach the sensor, for dark frames
     bool flawless = false; // its sensor has no noise, no dark current and no hot pixels
     double speed = 1.0;    // times real time; 0: a frame is ready as soon as one is asked for
     bool readableDescriptor = true;

@@ -60,8 +60,9 @@ struct HotPixel {
 class SkySource final : public SceneSource {
   public:
     SkySource(const ModelFacts &model, const CameraOptions &options)
-        : m_model(model), m_capped(options.capped), m_flawless(options.flawless),
-          m_pixel(PixelFactsOf(model)), m_random(options.seed), m_noise(kNoiseValues),
+        : m_model(model), m_glow(options.glow), m_capped(options.capped),
+          m_flawless(options.flawless), m_pixel(PixelFactsOf(model)), m_random(options.seed),
+          m_noise(kNoiseValues),
           m_light(static_cast<size_t>(model.sensorWidth) * static_cast<size_t>(model.sensorHeight))
     {
         ScatterStars();
@@ -96,6 +97,7 @@ class SkySource final : public SceneSource {
     int PlaceOf(int binnedPlace, int part) const;
 
     ModelFacts m_model;
+    Colour m_glow;
     bool m_capped;
     bool m_flawless;
     PixelFacts m_pixel;
@@ -152,10 +154,13 @@ void SkySource::DrawSky()
 {
     if (m_capped)
         return;
+    std::array<float, 3> glow{};
+    for (size_t i = 0; i < glow.size(); ++i)
+        glow[i] = static_cast<float>(kSkyPerSecond[i] * m_glow[i]);
     for (int y = 0; y < m_model.sensorHeight; ++y) {
         const std::span<float> light = LightRow(y);
         for (int x = 0; x < m_model.sensorWidth; ++x)
-            light[static_cast<size_t>(x)] = static_cast<float>(kSkyPerSecond[SiteOf(x, y)]);
+            light[static_cast<size_t>(x)] = glow[SiteOf(x, y)];
     }
     for (const Star &star : m_stars)
         DrawStar(star);
