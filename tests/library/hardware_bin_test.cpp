@@ -254,7 +254,7 @@ TEST(SleepingExposure, IsOneSleepUpToTwoSecondsAndStepsBeyondAndWaitsForSlowFram
 
 class HardwareBinHostTest : public HostTest {
   protected:
-    /// Whether the pattern comes, and within frames that cannot be of the time before.
+    /// Whether the next frame is the pattern.
     static bool Shows(const Picture &picture)
     {
         const Bytes image = NextFrame(5000);
@@ -302,6 +302,31 @@ TEST_F(HardwareBinHostTest, ARunningCaptureFollowsEverySetting)
         closeCamera();
         Bus().Unplug(device);
     }
+}
+
+TEST_F(HardwareBinHostTest, ALostCameraComesBackInItsMode)
+{
+    const Picture picture{.model = "VSC2800MM",
+                          .width = 160,
+                          .height = 120,
+                          .bin = 3,
+                          .type = VSC_IMG_RAW16,
+                          .startX = 20,
+                          .startY = 10,
+                          .sensorBin = 3};
+    const int device = OpenOne(picture.model);
+    setValue(CONTROL_HARDWARE_BIN, 1, false);
+    ASSERT_TRUE(setImageFormat(picture.width, picture.height, picture.bin, picture.type));
+    setStartPos(picture.startX, picture.startY);
+    startCapture();
+    ASSERT_TRUE(Shows(picture));
+    Bus().Unplug(device);
+    SleepFor(3s);
+    while (!NextFrame(0).empty()) { // of before
+    }
+    Bus().Replug(device);
+    SleepFor(3s);
+    EXPECT_TRUE(Shows(picture));
 }
 
 } // namespace
