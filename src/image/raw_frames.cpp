@@ -9,6 +9,8 @@ namespace vsccam {
 
 RawFrames::Look::~Look()
 {
+    if (m_frame.empty())
+        return; // another one may be looking
     const std::lock_guard lock(m_owner.m_section);
     m_owner.m_lookedAt = kNone;
 }
@@ -37,7 +39,7 @@ void RawFrames::Reset()
 RawFrames::Look RawFrames::TakeLatest()
 {
     const std::lock_guard lock(m_section);
-    if (m_latest == kNone)
+    if (m_latest == kNone || m_lookedAt != kNone)
         return {*this, {}};
     m_lookedAt = std::exchange(m_latest, kNone);
     return {*this, m_buffers[m_lookedAt].First(m_latestBytes)};

@@ -49,7 +49,7 @@ class RawFrames {
     /// Forgets all frames: what is read from now on may have another format.
     void Reset();
 
-    /// The latest frame that nobody looked at yet. One thread at a time looks.
+    /// The latest frame that nobody looked at yet; none while another look lasts.
     Look TakeLatest();
 
   private:
