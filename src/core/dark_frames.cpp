@@ -129,9 +129,7 @@ void DarkFrames::Cut(const FrameRegion &region)
     const std::vector<uint32_t> bright = BrightPixelsOf(dark);
     OutputDbgPrint("Dead pixel:%d\n", static_cast<int>(bright.size()));
     Install(std::make_shared<const WorkingDark>(std::move(dark)),
-            std::make_shared<const PixelPatches>(
-                ListPatches(bright, region.frame.width, region.frame.height, region.mosaic ? 2 : 1,
-                            PatchRule::kMeanOfSides)));
+            PatchesFor(bright, region, PatchRule::kMeanOfSides));
 }
 
 void DarkFrames::Install(std::shared_ptr<const WorkingDark> working,

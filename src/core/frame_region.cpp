@@ -1,6 +1,7 @@
 #include "core/frame_region.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace vsccam {
 
@@ -79,6 +80,17 @@ std::vector<uint32_t> CutPixels(std::span<const uint32_t> pixels, const FrameReg
     std::ranges::sort(cut); // binning mixes rows, and brings pixels together
     cut.erase(std::unique(cut.begin(), cut.end()), cut.end());
     return cut;
+}
+
+std::shared_ptr<const PixelPatches> PatchesFor(const std::vector<uint32_t> &pixels,
+                                               const FrameRegion &region, PatchRule inside)
+{
+    const int step = region.mosaic ? 2 : 1; // to the next pixel of the same colour
+    PixelPatches patches =
+        ListPatches(pixels, region.frame.width, region.frame.height, step, inside);
+    if (patches.list.empty())
+        return nullptr;
+    return std::make_shared<const PixelPatches>(std::move(patches));
 }
 
 } // namespace vsccam

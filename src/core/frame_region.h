@@ -1,8 +1,10 @@
 #pragma once
 
 #include "core/frame_geometry.h"
+#include "image/pixel_patches.h"
 
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <vector>
 
@@ -24,5 +26,9 @@ std::vector<uint8_t> CutImage(std::span<const uint8_t> image, const FrameRegion 
 
 /// Where the frame shows these pixels of the sensor, in ascending order.
 std::vector<uint32_t> CutPixels(std::span<const uint32_t> pixels, const FrameRegion &region);
+
+/// What to do about pixels of the frame, in ascending order; null when there is nothing to do.
+std::shared_ptr<const PixelPatches> PatchesFor(const std::vector<uint32_t> &pixels,
+                                               const FrameRegion &region, PatchRule inside);
 
 } // namespace vsccam

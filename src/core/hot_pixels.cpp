@@ -103,9 +103,7 @@ void HotPixels::Cut(const FrameRegion &region)
     if (m_pixels.empty())
         return;
     const std::vector<uint32_t> shown = CutPixels(m_pixels, region);
-    m_patches = std::make_shared<const PixelPatches>(
-        ListPatches(shown, region.frame.width, region.frame.height, region.mosaic ? 2 : 1,
-                    PatchRule::kDenoise));
+    m_patches = PatchesFor(shown, region, PatchRule::kDenoise);
     OutputDbgPrint("HPC Dead pixel:%d\n", static_cast<int>(shown.size()));
 }
 
