@@ -290,7 +290,9 @@ VSC_API void GetMisc(bool *pbFlipX, bool *pbFlipY);
 VSC_API void pulseGuide(GuideD direction, int ms);
 
 /** Loads a dark frame from an 8-bit BMP file of the full sensor size and subtracts it from 8-bit
- *  frames from then on. Not built yet: always 0.
+ *  frames from then on; its mean is added back, and pixels far above it are patched. The
+ *  frame follows region and binning. With automatic exposure, nothing is subtracted below 0.5 s.
+ *  'vsccam dark make' writes such files.
  *  @return 1 when it was loaded; 0 otherwise, or without a camera */
 VSC_API VSC_BOOL EnableDarkSubtract(const char *bmpPath);
 

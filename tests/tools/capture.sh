@@ -67,6 +67,17 @@ expect 2 sim capture --roi 641x480+0+0
 expect 2 sim capture --roi 640x480+2147483647+0
 expect 2 sim capture --roi 640x480+0+2147483647
 
+# A dark frame is made with the cap on, and subtracted from pictures of one byte a pixel.
+expect 0 "$vsccam" --sim VSC470MC:capped --json dark make -e 20ms -n 3 -o dark.bmp
+contains output '"width":1936,"height":1096,'
+expect 9 sim dark make -e 20ms -o dark.bmp
+expect 0 "$vsccam" dark info dark.bmp
+contains output 'dark.bmp  1936 x 1096'
+expect 9 "$vsccam" dark info m42.fit
+expect 0 sim capture -e 20ms --format raw8 --dark dark.bmp -o subtracted.fit
+expect 9 sim capture -e 20ms --format raw8 --dark m42.fit -o never.fit
+expect 2 sim capture -e 20ms --dark dark.bmp -o never.fit
+
 # A reader that goes away is an error like any other, not the end by a signal.
 { sim capture -e 10ms -o unread.fit 2>messages || echo $? >code; } | true
 contains code 9

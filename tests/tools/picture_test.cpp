@@ -1,4 +1,5 @@
 #include "camera.h"
+#include "dark_bmp.h"
 #include "plane.h"
 #include "statistics.h"
 #include "stretch.h"
@@ -172,4 +173,11 @@ TEST(Sharpness, MeasuresTheStarsAndNothingElse)
     }
     EXPECT_FALSE(SharpnessOf(NoisySky(100, 100), 65535));
     EXPECT_FALSE(SharpnessOf(Plane(8, 2), 65535)); // smaller than the aperture
+}
+
+TEST(DarkFrameTest, MediansLeaveOutWhatShowsInOneFrame)
+{
+    const std::vector<std::vector<uint8_t>> frames = {{10, 255, 0}, {12, 20, 1}, {11, 22, 1}};
+    EXPECT_EQ(MedianOf(frames), (std::vector<uint8_t>{11, 22, 1}));
+    EXPECT_EQ(MeanOf(frames), (std::vector<uint8_t>{11, 99, 1}));
 }

@@ -42,6 +42,7 @@ void AddCommands(CLI::App &app, Command &chosen)
     AddListCommand(app, chosen);
     AddInfoCommand(app, chosen);
     AddCaptureCommand(app, chosen);
+    AddDarkCommand(app, chosen);
     AddVersionCommand(app, chosen);
     for (CLI::App *command : app.get_subcommands({}))
         command->fallthrough(); // global options may follow the command

@@ -23,7 +23,7 @@ std::string ProgressText(Microseconds elapsed, Microseconds total)
 
 void ProgressBar::Show(Microseconds elapsed)
 {
-    const std::string text = m_visible ? ProgressText(elapsed, m_total) : "";
+    const std::string text = m_visible ? m_label + ProgressText(elapsed, m_total) : "";
     if (text != m_shown)
         std::fputs((kWipeLine + text).c_str(), stderr);
     m_shown = text;

@@ -3,13 +3,18 @@
 #include "units.h"
 
 #include <string>
+#include <utility>
 
 namespace vsctool {
 
 /// A bar on the terminal while time passes. The line is wiped at the end.
 class ProgressBar {
   public:
-    ProgressBar(bool visible, Microseconds total) : m_visible(visible), m_total(total) {}
+    /// @param label  stands before the bar
+    ProgressBar(bool visible, Microseconds total, std::string label = "")
+        : m_visible(visible), m_label(std::move(label)), m_total(total)
+    {
+    }
     ~ProgressBar();
     ProgressBar(const ProgressBar &) = delete;
     ProgressBar &operator=(const ProgressBar &) = delete;
@@ -18,6 +23,7 @@ class ProgressBar {
 
   private:
     bool m_visible;
+    std::string m_label;
     std::string m_shown;
     Microseconds m_total;
 };

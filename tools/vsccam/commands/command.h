@@ -25,6 +25,7 @@ using Command = std::function<void(Context &)>;
 void AddListCommand(CLI::App &app, Command &chosen);
 void AddInfoCommand(CLI::App &app, Command &chosen);
 void AddCaptureCommand(CLI::App &app, Command &chosen);
+void AddDarkCommand(CLI::App &app, Command &chosen);
 void AddVersionCommand(CLI::App &app, Command &chosen);
 
 /// An option whose text a function of this program reads; `form` shows how to write it.

@@ -1,0 +1,165 @@
+#include "camera.h"
+#include "commands/command.h"
+#include "cooling.h"
+#include "dark_bmp.h"
+#include "failure.h"
+#include "statistics.h"
+#include "stop_signals.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <memory>
+#include <utility>
+
+namespace vsctool {
+namespace {
+
+using namespace std::chrono_literals;
+using nlohmann::ordered_json;
+
+constexpr int kLinearGamma = 50;
+constexpr int kMostFrames = 255;
+// The library patches pixels that are so much above the mean from their neighbours.
+constexpr int kBrightOverMean = 30;
+
+struct MakeOptions {
+    Microseconds exposure = 1s;
+    int count = 5;
+    std::optional<int> gain;
+    std::optional<int> offset;
+    std::optional<int> coolTo;
+    std::optional<double> waitWithin;
+    bool mean = false;
+    std::string file;
+    bool overwrite = false;
+};
+
+int BrightPixels(const DarkFrame &dark, double mean)
+{
+    return static_cast<int>(
+        std::count_if(dark.pixels.begin(), dark.pixels.end(), [mean](int sample) {
+            return sample > static_cast<int>(mean) + kBrightOverMean;
+        }));
+}
+
+void Report(const std::filesystem::path &file, const DarkFrame &dark, Console &console)
+{
+    const Levels levels = LevelsOf({dark.width, dark.height, PixelFormat::kRaw8, dark.pixels});
+    const int bright = BrightPixels(dark, levels.mean);
+    console.Say(fmt::format("{}  {} x {}  min {} mean {:.1f} max {}  {} bright pixels",
+                            file.string(), dark.width, dark.height, levels.min, levels.mean,
+                            levels.max, bright));
+    console.Emit({{"file", file.string()},
+                  {"width", dark.width},
+                  {"height", dark.height},
+                  {"min", levels.min},
+                  {"mean", levels.mean},
+                  {"max", levels.max},
+                  {"bright_pixels", bright}});
+}
+
+/// Whole sensor, one byte a pixel, as the sensor sends it.
+void SetUp(const MakeOptions &options, Camera &camera, Context &context)
+{
+    Framing framing;
+    framing.format = PixelFormat::kRaw8;
+    camera.SetFraming(framing);
+    SetMisc(false, false);
+    camera.Set(CONTROL_GAMMA, "gamma", kLinearGamma);
+    if (options.gain)
+        camera.Set(CONTROL_GAIN, "gain", *options.gain);
+    if (options.offset)
+        camera.Set(CONTROL_BRIGHTNESS, "offset", *options.offset);
+    if (options.coolTo)
+        CoolTo(camera, *options.coolTo, options.waitWithin, context.console);
+    (void)camera.SetExposure(options.exposure);
+}
+
+/// Refused before the frames are taken, which may be a long time.
+std::filesystem::path FileOf(const MakeOptions &options)
+{
+    const std::filesystem::path file =
+        options.file.empty() ? fmt::format("dark_{}_gain{}.bmp", FormatTime(options.exposure),
+                                           getValue(CONTROL_GAIN, nullptr))
+                             : options.file;
+    std::error_code unreachable; // shows when the file is created
+    if (!options.overwrite && std::filesystem::exists(file, unreachable))
+        throw Failure(Exit::kFile, fmt::format("{} exists; choose another name or add --overwrite",
+                                               file.string()));
+    return file;
+}
+
+std::vector<std::vector<uint8_t>> TakeFrames(const MakeOptions &options, Camera &camera,
+                                             Context &context)
+{
+    std::vector<std::vector<uint8_t>> frames;
+    for (int i = 1; i <= options.count; ++i) {
+        ProgressBar bar(context.console.ShowsProgress(), options.exposure,
+                        fmt::format("frame {} of {} ", i, options.count));
+        frames.push_back(camera.Take(options.exposure, context.timeout, bar).picture.bytes);
+        StopSignals::SleepFor(0ms); // where a signal ends the series of short exposures
+    }
+    return frames;
+}
+
+void Make(const MakeOptions &options, Context &context)
+{
+    Camera camera(context.camera);
+    SetUp(options, camera, context);
+    const std::filesystem::path file = FileOf(options);
+    const auto frames = TakeFrames(options, camera, context);
+    const DarkFrame dark = {getWidth(), getHeight(),
+                            options.mean ? MeanOf(frames) : MedianOf(frames)};
+    WriteDark(file, dark);
+    if (!EnableDarkSubtract(file.c_str()))
+        throw Failure(Exit::kFile, fmt::format("the library cannot read {}", file.string()));
+    Report(file, dark, context.console);
+}
+
+void AddMake(CLI::App &dark, Command &chosen)
+{
+    CLI::App *make = dark.add_subcommand(
+        "make", "Take dark frames, with the cap on, and write what --dark subtracts");
+    const auto options = std::make_shared<MakeOptions>();
+    MakeOptions &o = *options;
+    AddParsed(*make, "-e,--exposure", o.exposure, ParseTime, "TIME",
+              "Exposure of the pictures that it is meant for (default 1s)");
+    make->add_option("-n,--count", o.count, "Number of frames (default 5)")
+        ->check(CLI::Range(1, kMostFrames));
+    make->add_option("--gain", o.gain, "Gain, see 'vsccam info'");
+    make->add_option("--offset", o.offset, "Black level, see 'vsccam info'");
+    CLI::Option *cool = make->add_option("--cool", o.coolTo, "Cool the sensor to so many Celsius");
+    make->add_option("--wait-temp", o.waitWithin, "Wait until so many Celsius from the target")
+        ->needs(cool)
+        ->check(CLI::NonNegativeNumber);
+    make->add_flag("--mean", o.mean, "Means of the frames, not medians");
+    make->add_option("-o,--output", o.file, "File name (default dark_EXPOSURE_gainGAIN.bmp)");
+    make->add_flag("--overwrite", o.overwrite, "Replace a file that exists");
+    make->callback(
+        [&chosen, options] { chosen = [options](Context &context) { Make(*options, context); }; });
+}
+
+void AddInfo(CLI::App &dark, Command &chosen)
+{
+    CLI::App *info = dark.add_subcommand("info", "Show what is in a dark frame");
+    const auto file = std::make_shared<std::string>();
+    info->add_option("file", *file, "The file")->required();
+    info->callback([&chosen, file] {
+        chosen = [file](Context &context) { Report(*file, ReadDark(*file), context.console); };
+    });
+}
+
+} // namespace
+
+void AddDarkCommand(CLI::App &app, Command &chosen)
+{
+    CLI::App *dark = app.add_subcommand("dark", "Make and look at dark frames");
+    dark->require_subcommand(1);
+    AddMake(*dark, chosen);
+    AddInfo(*dark, chosen);
+    for (CLI::App *command : dark->get_subcommands({}))
+        command->fallthrough(); // global options may follow
+}
+
+} // namespace vsctool
