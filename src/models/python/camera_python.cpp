@@ -115,6 +115,8 @@ bool CCameraPython::SetStartPos(int x, int y)
 {
     const std::lock_guard lock(m_settingsSection);
     StoreStartPos(x, y);
+    AdjustDarkBuff();
+    AdjustHPCTable();
     constexpr int kColumnStep = 8;
     const int firstColumn = m_startX / kColumnStep;
     const int lastColumn = (m_startX + m_width * m_bin) / kColumnStep - 1;

@@ -144,6 +144,7 @@ bool Usb2Driver::SetStartPos(int x, int y)
     const Size region = ReadoutSize();
     m_startX = RegionStart(x, 2, region.width, m_model.sensorWidth);
     m_startY = RegionStart(y, 2, region.height, m_model.sensorHeight);
+    AdjustDarkBuff();
     const bool streams = Capturing();
     if (streams)
         Write(usb2::kStreaming, usb2::kStreamOff);
