@@ -74,6 +74,7 @@ void DarkFrames::Disable()
 void DarkFrames::Request(int frames)
 {
     const std::lock_guard lock(m_imageSection);
+    m_sum = {};
     m_framesTaken = 0;
     m_framesWanted = std::max(frames, 1);
     m_requested = frames > 0;
@@ -82,14 +83,15 @@ void DarkFrames::Request(int frames)
 bool DarkFrames::Add(std::span<const uint8_t> frame)
 {
     const std::lock_guard lock(m_imageSection);
-    if (m_framesTaken == 0)
-        m_image.assign(frame.size(), 0);
-    std::ranges::transform(m_image, frame, m_image.begin(), [this](uint8_t sum, uint8_t sample) {
+    if (!m_requested) // cancelled in the meantime
+        return false;
+    m_sum.resize(frame.size());
+    std::ranges::transform(m_sum, frame, m_sum.begin(), [this](uint8_t sum, uint8_t sample) {
         return static_cast<uint8_t>(std::min(sum + sample / m_framesWanted, kBrightest));
     });
     if (++m_framesTaken < m_framesWanted)
         return false;
-    m_framesTaken = 0;
+    m_image = std::exchange(m_sum, {});
     m_requested = false;
     return true;
 }

@@ -55,8 +55,9 @@ class DarkFrames {
 
     // Whoever needs several of these locks them in the order in which they stand here, and before
     // that of the hot pixels.
-    CriticalSection m_imageSection; // guards the next three
+    CriticalSection m_imageSection; // guards the next four
     std::vector<uint8_t> m_image;   // of the whole sensor; empty: none
+    std::vector<uint8_t> m_sum;     // of the frames taken, each divided by their number
     int m_framesWanted = 1;
     int m_framesTaken = 0;
 
