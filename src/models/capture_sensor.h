@@ -11,6 +11,7 @@ struct LongExposurePlan {
     int steps;                      // so many
     std::chrono::milliseconds readTimeout;
     long printedWaitMs;
+    std::chrono::milliseconds rest{}; // slept besides, for an exposure that is no whole steps
 };
 
 /// What a capture worker needs of a sensor family beside the operations of the camera.

@@ -121,6 +121,7 @@ BulkStream::Pass CaptureWorker::ExposeAndRead(uint32_t exposureUs)
     OutputDbgPrint("Begin long exp %d\n", exposureMs);
     m_sensor.OpenExposureGate();
     OutputDbgPrint("wait:%ld\n", plan.printedWaitMs);
+    (void)m_running.SleepFor(plan.rest);
     for (int i = 0; i < plan.steps && m_camera.ExposureUs() == exposureUs; ++i) {
         if (!m_running.SleepFor(plan.step))
             break;

@@ -16,7 +16,8 @@ constexpr int kSmallFrameBytes = 307'200;
 constexpr uint32_t kReaderChecksBelowUs = 100'000;
 
 constexpr int kDropsToSlowDown = 4;
-constexpr int kDropsToReset = 50;    // one more
+constexpr int kDropsToReset = 50; // one more
+constexpr int kBadHeadsToRealign = 2;
 constexpr int kBadHeadsToReset = 20; // one more
 constexpr auto kAutoControlPass = 200ms;
 constexpr auto kResetPause = 200ms;
@@ -108,11 +109,21 @@ Usb2CaptureWorker::Turn Usb2CaptureWorker::HandleBadHead()
         return ResetAfterBadHeads();
     if (!m_camera.SingleExposure() && m_camera.ExposureUs() < kReaderChecksBelowUs) {
         InsertFrame(false);
+        if (m_badHeads % kBadHeadsToRealign == 0)
+            Realign();
         return Turn::GoOn;
     }
     ++m_drops;
     HandleDrop();
     return Turn::GoOn;
+}
+
+/// Frames that begin wrongly one after the other are frames that begin in the middle: the camera
+/// has lost data. Dropping the rest of the current one makes the next read begin with a frame.
+void Usb2CaptureWorker::Realign()
+{
+    m_camera.ResetEndPoint(kImageEndpoint);
+    m_midFrame = true;
 }
 
 Usb2CaptureWorker::Turn Usb2CaptureWorker::ResetAfterBadHeads()

@@ -38,6 +38,7 @@ class Usb2CaptureWorker final : public CaptureWorker {
     void HandleFixedBandwidthDrop() override;
 
     Turn HandleBadHead();
+    void Realign();
     Turn ResetAfterDrops();
     Turn ResetAfterBadHeads();
 

@@ -110,15 +110,15 @@ std::optional<uint16_t> Usb2LinesWithoutHost(uint32_t exposureUs, int lineLength
 LongExposurePlan Usb2LongExposurePlan(uint32_t exposureUs, uint32_t ownUs)
 {
     constexpr uint32_t kLongStepsFromUs = 10'000'000;
-    const int longestStepMs = exposureUs < kLongStepsFromUs ? 200 : 500;
-    const auto sleepMs = static_cast<int>((exposureUs - std::min(exposureUs, ownUs)) / 1000);
-    const int steps = (sleepMs + longestStepMs - 1) / longestStepMs;
-    const int stepMs = steps > 0 ? sleepMs / steps : 0;
-    const int readMs = static_cast<int>(exposureUs / 1000) - steps * stepMs + 1000;
+    const int stepMs = exposureUs < kLongStepsFromUs ? 200 : 500;
+    const auto exposureMs = static_cast<int>(exposureUs / 1000);
+    const int sleepMs = exposureMs - std::min(exposureMs, static_cast<int>(ownUs / 1000));
+    const int readMs = exposureMs - sleepMs + 1000;
     return {.step = milliseconds(stepMs),
-            .steps = steps,
+            .steps = sleepMs / stepMs,
             .readTimeout = milliseconds(readMs),
-            .printedWaitMs = readMs};
+            .printedWaitMs = readMs,
+            .rest = milliseconds(sleepMs % stepMs)};
 }
 
 float Usb2Temperature(uint16_t reading, uint16_t at70, uint16_t at55)

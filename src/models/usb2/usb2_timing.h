@@ -48,8 +48,7 @@ bool Usb2NeedsHostTiming(uint32_t exposureUs, int64_t lines);
 std::optional<uint16_t> Usb2LinesWithoutHost(uint32_t exposureUs, int lineLength);
 
 /// An exposure during which the sensor's clock stands still. The host waits for all of it but what
-/// the sensor integrates by itself when its clock runs again, in equal sleeps of 200 or 500 ms at
-/// most.
+/// the sensor integrates by itself when its clock runs again.
 LongExposurePlan Usb2LongExposurePlan(uint32_t exposureUs, uint32_t ownUs);
 
 /// Degrees Celsius from a reading and those at 70 and 55 degrees; by the sensor's mean slope when
