@@ -18,6 +18,7 @@ constexpr int kTransferBytes = 0x100000;
 
 // A single exposure fails once its dropped frames have cost this much exposure time.
 constexpr uint64_t kSingleExposureLossUs = 1'000'000;
+constexpr int kEmptyReadsToReset = 4;
 constexpr int kSilentResetsToFail = 2;
 constexpr int kRefusedReadsToGiveUp = 4;
 constexpr auto kRetryPause = 100ms; // after a read that failed at once
@@ -65,7 +66,7 @@ bool CaptureWorker::StartStream()
 {
     StartDataPath();
     m_camera.ResetEndPoint(m_endpoint);
-    m_drops = m_refusedReads = m_silentResets = 0;
+    m_drops = m_emptyReads = m_refusedReads = m_silentResets = 0;
     return m_camera.initAsyncXfer(m_frameBytes, m_transferCount, kTransferBytes, m_endpoint);
 }
 
@@ -90,6 +91,8 @@ CaptureWorker::Turn CaptureWorker::CaptureOneFrame()
         return RecoverDevice();
     if (!m_running) // the read was cut short
         return Turn::Leave;
+    if (pass.received > 0)
+        m_emptyReads = 0;
     if (pass.received != m_frameBytes)
         return HandleIncompleteFrame(pass);
     m_refusedReads = 0;
@@ -156,12 +159,14 @@ CaptureWorker::Turn CaptureWorker::HandleRefusedRead(const BulkStream::Pass &pas
     return Turn::GoOn;
 }
 
-void CaptureWorker::PauseAfterEmptyRead(const BulkStream::Pass &pass)
+bool CaptureWorker::TooManyEmptyReads(const BulkStream::Pass &pass)
 {
+    OutputDbgPrint("nothing get count:%d\n", ++m_emptyReads);
     if (pass.error == LIBUSB_ERROR_PIPE)
         m_camera.ResetEndPoint(m_endpoint);
     if (pass.error != LIBUSB_ERROR_TIMEOUT)
         (void)m_running.SleepFor(kRetryPause); // it failed at once
+    return m_emptyReads >= kEmptyReadsToReset;
 }
 
 bool CaptureWorker::SilentTooOften()

@@ -50,8 +50,9 @@ class CaptureWorker {
     /// video mode when it is refused.
     bool InsertFrame(bool good);
     void HandleDrop();
-    /// After a read that brought nothing: lets the endpoint work again, and does not spin.
-    void PauseAfterEmptyRead(const BulkStream::Pass &pass);
+    /// Counts a read that brought nothing, lets the endpoint work again, and does not spin.
+    /// @return whether there were so many in a row that a reset is due
+    bool TooManyEmptyReads(const BulkStream::Pass &pass);
     /// Whether resetting the silent camera once more would only keep the host waiting.
     bool SilentTooOften();
     Turn RecoverDevice();
@@ -63,8 +64,9 @@ class CaptureWorker {
 
     int m_frameBytes = 0;
     int m_transferCount = 0;
-    int m_drops = 0;   // bad frames in a row or since the last measure against them
-    long m_waitMs = 0; // of the last read, for the debug output
+    int m_drops = 0;      // bad frames in a row or since the last measure against them
+    int m_emptyReads = 0; // in a row
+    long m_waitMs = 0;    // of the last read, for the debug output
 
   private:
     bool Prepare();

@@ -69,24 +69,29 @@ Usb2CaptureWorker::Turn Usb2CaptureWorker::HandleMissingBytes(const BulkStream::
 {
     m_midFrame = true;
     if (m_drops > kDropsToReset)
-        return ResetAfterDrops();
-    if (pass.received == 0)
-        PauseAfterEmptyRead(pass);
-    else
+        return ResetStream("DropCount more than 50, reset!\n");
+    if (pass.received > 0) {
         HandleDrop();
+        return Turn::GoOn;
+    }
+    // Fast frames time out early; fifty of them still say more than a few.
+    if (TooManyEmptyReads(pass) && !BandwidthMatters())
+        return ResetStream("no frame more than 5, reset!\n");
     return Turn::GoOn;
 }
 
-Usb2CaptureWorker::Turn Usb2CaptureWorker::ResetAfterDrops()
+/// Everything that starts the stream is sent again: one lost request may be what silenced it.
+Usb2CaptureWorker::Turn Usb2CaptureWorker::ResetStream(const char *complaint)
 {
     if (SilentTooOften())
         return Fail();
-    OutputDbgPrint("DropCount more than 50, reset!\n");
-    m_drops = 0;
+    OutputDbgPrint("%s", complaint);
+    m_drops = m_emptyReads = 0;
     if (!m_camera.ResetDevice())
         return RecoverDevice();
     m_camera.StartSensorCLK();
     m_camera.SendCMD(request::kStartDataPath);
+    m_sensor.StartSensorStreaming();
     (void)m_running.SleepFor(kResetPause);
     return Turn::GoOn;
 }

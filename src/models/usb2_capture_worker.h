@@ -39,7 +39,7 @@ class Usb2CaptureWorker final : public CaptureWorker {
 
     Turn HandleBadHead();
     void Realign();
-    Turn ResetAfterDrops();
+    Turn ResetStream(const char *complaint);
     Turn ResetAfterBadHeads();
 
     Usb2Sensor &m_usb2Sensor;

@@ -13,7 +13,6 @@ namespace {
 
 constexpr uint8_t kImageEndpoint = 0x81;
 constexpr auto kAutoControlPass = 100ms;
-constexpr int kEmptyReadsToReset = 4;
 constexpr int kDropsToComplain = 5;
 
 } // namespace
@@ -27,7 +26,6 @@ void Usb3CaptureWorker::StartDataPath()
 {
     m_camera.SendCMD(request::kStartDataPath);
     m_sensor.StartSensorStreaming();
-    m_emptyReads = 0;
 }
 
 BulkStream::Timeouts Usb3CaptureWorker::FrameTimeouts(const ExposureSetting &exposure) const
@@ -55,16 +53,13 @@ Usb3CaptureWorker::Turn Usb3CaptureWorker::HandleMissingBytes(const BulkStream::
 {
     if (pass.received == 0)
         return HandleEmptyRead(pass);
-    m_emptyReads = 0;
     HandleDrop();
     return Turn::GoOn;
 }
 
 Usb3CaptureWorker::Turn Usb3CaptureWorker::HandleEmptyRead(const BulkStream::Pass &pass)
 {
-    OutputDbgPrint("nothing get count:%d\n", ++m_emptyReads);
-    PauseAfterEmptyRead(pass);
-    if (m_emptyReads < kEmptyReadsToReset)
+    if (!TooManyEmptyReads(pass))
         return Turn::GoOn;
     if (SilentTooOften())
         return Fail();
@@ -89,7 +84,6 @@ void Usb3CaptureWorker::ResetStream()
 
 Usb3CaptureWorker::Turn Usb3CaptureWorker::HandleWholeFrame()
 {
-    m_emptyReads = 0;
     const FrameMarks marks = ReadFrameMarks(Frame());
     if (marks.Good()) {
         ZeroFrameMarks(Frame());

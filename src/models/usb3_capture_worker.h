@@ -21,8 +21,6 @@ class Usb3CaptureWorker final : public CaptureWorker {
 
     Turn HandleEmptyRead(const BulkStream::Pass &pass);
     void ResetStream();
-
-    int m_emptyReads = 0; // reads in a row that brought nothing
 };
 
 } // namespace vsccam
