@@ -97,10 +97,9 @@ size_t Area(int w, int h)
     return static_cast<size_t>(w) * static_cast<size_t>(h);
 }
 
-/// Bytes per pixel of what a demosaic makes; 0 when it does not make that.
-constexpr int DemosaicedBytes(IMAGE_TYPE out)
+constexpr bool IsDemosaiced(IMAGE_TYPE out)
 {
-    return out == kRgb24 ? 3 : out == kYuv2 ? 2 : out == kByteImage ? 1 : 0;
+    return out == kRgb24 || out == kYuv2 || out == kByteImage;
 }
 
 int Cross(const uint8_t *p, ptrdiff_t w)
@@ -123,8 +122,7 @@ int Vertical(const uint8_t *p, ptrdiff_t w)
     return (p[-w] + p[w]) >> 1;
 }
 
-/// A cell of the mosaic, and the place of its pixels in an RGB24 image. The first byte of a pixel
-/// comes from the site at `first`, the third from the opposite one.
+/// A cell of the mosaic, and the place of its pixels in an RGB24 image.
 struct Cell {
     const uint8_t *sites;
     ptrdiff_t sitesWidth;
@@ -291,7 +289,7 @@ void CAlgorithm::ConvertPartialCell(const uint8_t *src, int x, uint8_t *dst, int
     uint8_t pixels[12] = {};
     Copy<kCell>(sites, 0, 0, 2, out == kRgb24 ? pixels : nullptr);
     ConvertScratch(pixels, 0, 2, out);
-    const int bytes = DemosaicedBytes(out);
+    const auto bytes = static_cast<ptrdiff_t>(BytesPerPixel(out));
     const int columns = std::min(2, w - x);
     for (ptrdiff_t row = 0; row < (lastRow ? 1 : 2); ++row)
         std::copy_n(pixels + row * 2 * bytes, columns * bytes, dst + (row * w + x) * bytes);
@@ -349,11 +347,12 @@ void CAlgorithm::ConvertRows(const uint8_t *row, int y, uint8_t *dst, int w, int
 template <BayerPhase kCell>
 void CAlgorithm::ConvertImage(const uint8_t *src, uint8_t *dst, int w, int h, IMAGE_TYPE out)
 {
-    const int bytes = DemosaicedBytes(out);
-    if (bytes == 0 || w < 2 || h < 2)
+    if (!IsDemosaiced(out) || w < 2 || h < 2)
         return;
-    for (int y = 0; y < h; y += 2)
-        ConvertRows<kCell>(src + ptrdiff_t{y} * w, y, dst + ptrdiff_t{y} * w * bytes, w, h, out);
+    for (int y = 0; y < h; y += 2) {
+        const size_t at = Area(w, y);
+        ConvertRows<kCell>(src + at, y, dst + at * BytesPerPixel(out), w, h, out);
+    }
 }
 
 // The cells are named after the colour that comes first in the output, the images after red, which
@@ -390,7 +389,7 @@ void CAlgorithm::BayerConvRows(BayerPhase phase, const uint8_t *row, int y, uint
     constexpr decltype(&CAlgorithm::ConvertRows<BayerPhase::kBG>) kByPhase[] = {
         &CAlgorithm::ConvertRows<BayerPhase::kBG>, &CAlgorithm::ConvertRows<BayerPhase::kRG>,
         &CAlgorithm::ConvertRows<BayerPhase::kGB>, &CAlgorithm::ConvertRows<BayerPhase::kGR>};
-    if (DemosaicedBytes(out) != 0 && w >= 2 && h >= 2)
+    if (IsDemosaiced(out) && w >= 2 && h >= 2)
         (this->*kByPhase[static_cast<size_t>(phase)])(row, y, dst, w, h, out);
 }
 
