@@ -1,7 +1,7 @@
 #include "image/pixel_patches.h"
 
 #include <algorithm>
-#include <array>
+#include <cstddef>
 #include <optional>
 
 namespace vsccam {
@@ -13,17 +13,17 @@ constexpr uint32_t kSmallestExcess8 = 30; // over a neighbour; of 16-bit samples
 constexpr uint8_t kNeighbours[] = {neighbour::kAbove, neighbour::kLeft, neighbour::kRight,
                                    neighbour::kBelow};
 
-int64_t OffsetOf(uint8_t neighbour, int width, int step)
+std::ptrdiff_t OffsetOf(uint8_t neighbour, std::ptrdiff_t width, int step)
 {
     switch (neighbour) {
     case neighbour::kAbove:
-        return -int64_t{step} * width;
+        return -step * width;
     case neighbour::kLeft:
         return -step;
     case neighbour::kRight:
         return step;
     default:
-        return int64_t{step} * width;
+        return step * width;
     }
 }
 
@@ -95,7 +95,7 @@ PixelPatches ListPatches(const std::vector<uint32_t> &pixels, int width, int hei
             patch.rule = PatchRule::kFromLeft;
         else if (inside == PatchRule::kDenoise)
             for (const uint8_t place : kNeighbours)
-                if (healthyAt(index + OffsetOf(place, width, step)))
+                if (healthyAt(int64_t{index} + OffsetOf(place, width, step)))
                     patch.healthy |= place;
         if (patch.rule != PatchRule::kFromRight || int64_t{index} + step < area)
             patches.list.push_back(patch);
