@@ -107,7 +107,6 @@ TEST_F(DarkFile, IsRefusedWhateverIsWrongWithIt)
 
 class DarkSubtraction : public DarkTest {
   protected:
-    /// A dark camera on the stand-in bus with small frames of equal samples.
     static Bytes Frame(CCameraBase &camera)
     {
         Bytes frame(static_cast<size_t>(camera.Width() * camera.Height()));
@@ -141,83 +140,114 @@ TEST_F(DarkSubtraction, KeepsTheOldFrameUnlessTheNewOneIsThere)
     EXPECT_EQ(camera->SaveBMPToFile(InFolder("no/folder").c_str()), 0);
 }
 
-/// A night with a cap on the camera first: dark frame and hot-pixel table are made and then used on
-/// a part of the sky.
-TEST_F(DarkSubtraction, AndHotPixelsBringTheFlaggedPixelsFiveTimesNearerToTheScene)
-{
-    constexpr int kWidth = 800;
-    constexpr int kHeight = 600;
-    constexpr int kX = 500;
-    constexpr int kY = 200;
-    const vscsim::CameraOptions sky = {
-        .scene = vscsim::Scene::Sky, .speed = 0, .flashFile = InFolder("flash")};
-    const auto capture = [&](const vscsim::CameraOptions &options, auto prepare) {
-        OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM", options);
+/// A night with a cap on the camera first: dark frame and hot-pixel table are made, and then used
+/// on a part of the sky.
+class DarkNight : public DarkSubtraction {
+  protected:
+    struct Binning {
+        const char *what;
+        int bin;
+        bool hardware;
+    };
+
+    static constexpr Size kRegion{1600, 1024}; // of the sensor
+    static constexpr int kX = 160;
+    static constexpr int kY = 40;
+
+    void MakeDark()
+    {
+        vscsim::CameraOptions capped = m_sky;
+        capped.capped = true;
+        OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM", capped);
         EXPECT_TRUE(camera->InitCamera());
         EXPECT_TRUE(camera->SetExp(500'000, false));
-        EXPECT_TRUE(camera->SetResolution(kWidth, kHeight, 1, kByteImage));
-        EXPECT_TRUE(camera->SetStartPos(kX, kY));
+        EXPECT_TRUE(camera->SetResolution(kSensor.width, kSensor.height, 1, kByteImage));
+        const int frames = camera->GettingDark(true);
+        EXPECT_EQ(frames, 3);
+        EXPECT_TRUE(camera->StartCapture(false));
+        for (int i = 0; i < frames; ++i) {
+            EXPECT_TRUE(camera->DarkRequested());
+            (void)Frame(*camera.operator->());
+        }
+        EXPECT_FALSE(camera->DarkRequested());
+        EXPECT_TRUE(camera->StopCapture());
+        EXPECT_EQ(camera->SaveBMPToFile(m_file.c_str()), 1);
+        EXPECT_TRUE(camera->SaveHPCTable());
+        TellTheOffset(m_file);
+        EXPECT_EQ(ReadDarkFile(OpenRegularFile(m_file.c_str()).get(), kSensor, &m_dark),
+                  DarkFileResult::kRead);
+        m_darkMean =
+            std::accumulate(m_dark.begin(), m_dark.end(), 0.0) / static_cast<double>(m_dark.size());
+    }
+
+    template <class Prepare>
+    static Bytes Picture(const vscsim::CameraOptions &options, const Binning &binning,
+                         Prepare prepare)
+    {
+        OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM", options);
+        EXPECT_TRUE(camera->InitCamera()); // finds the table
+        EXPECT_TRUE(camera->SetExp(500'000, false));
+        EXPECT_TRUE(camera->SetResolution(kRegion.width / binning.bin, kRegion.height / binning.bin,
+                                          binning.bin, kByteImage));
+        EXPECT_TRUE(camera->SetHardwareBin(binning.hardware));
         prepare(*camera.operator->());
+        EXPECT_TRUE(camera->SetStartPos(kX, kY));
         EXPECT_TRUE(camera->StartCapture(false));
         Bytes frame = Frame(*camera.operator->());
         EXPECT_TRUE(camera->StopCapture());
         return frame;
-    };
-    const std::string path = InFolder("night.bmp");
-    vscsim::CameraOptions capped = sky;
-    capped.capped = true;
-    (void)capture(capped, [&](CCameraBase &camera) {
-        EXPECT_TRUE(camera.SetResolution(kSensor.width, kSensor.height, 1, kByteImage));
-        EXPECT_EQ(camera.GettingDark(true), 3);
-        EXPECT_TRUE(camera.StartCapture(false));
-        for (int i = 0; i < 3; ++i) {
-            EXPECT_TRUE(camera.DarkRequested());
-            (void)Frame(camera);
-        }
-        EXPECT_FALSE(camera.DarkRequested());
-        EXPECT_TRUE(camera.StopCapture());
-        EXPECT_EQ(camera.SaveBMPToFile(path.c_str()), 1);
-        EXPECT_TRUE(camera.SaveHPCTable());
-    });
-    TellTheOffset(path);
-    const auto asItIs = [](CCameraBase &camera) { camera.SetHPCStates(false); };
-    vscsim::CameraOptions flawless = sky;
-    flawless.flawless = true;
-    const Bytes scene = capture(flawless, asItIs);
-    const Bytes raw = capture(sky, asItIs);
-    const Bytes corrected = capture(sky, [](CCameraBase &) {}); // InitCamera found the table
-    const Bytes subtracted = capture(sky, [&](CCameraBase &camera) {
-        camera.SetHPCStates(false);
-        EXPECT_EQ(camera.LoadBMPFromFile(path.c_str()), 1);
-    });
-
-    Bytes dark;
-    ASSERT_EQ(ReadDarkFile(OpenRegularFile(path.c_str()).get(), kSensor, &dark),
-              DarkFileResult::kRead);
-    const double mean =
-        std::accumulate(dark.begin(), dark.end(), 0.0) / static_cast<double>(dark.size());
-    int flagged = 0;
-    double rawError = 0, correctedError = 0, subtractedError = 0;
-    const auto error = [&scene](const Bytes &frame, size_t i) {
-        return std::abs(frame[i] - scene[i]);
-    };
-    for (size_t i = 0; i < scene.size(); ++i) {
-        const size_t x = i % kWidth + kX;
-        const size_t y = i / kWidth + kY;
-        if (dark[y * kSensor.width + x] <= mean + 31)
-            continue;
-        ++flagged;
-        rawError += error(raw, i);
-        correctedError += error(corrected, i);
-        subtractedError += error(subtracted, i);
     }
-    EXPECT_GT(flagged, 10);
-    EXPECT_GT(rawError, 5 * correctedError);
-    EXPECT_GT(rawError, 5 * subtractedError);
-    RecordProperty("flagged", flagged);
-    RecordProperty("raw", std::to_string(rawError / flagged));
-    RecordProperty("corrected", std::to_string(correctedError / flagged));
-    RecordProperty("subtracted", std::to_string(subtractedError / flagged));
+
+    /// Whether a pixel of the picture is far above the mean of the dark frame.
+    bool IsFlagged(size_t index, const Binning &binning) const
+    {
+        const auto bin = static_cast<size_t>(binning.bin);
+        const size_t width = kRegion.width / bin;
+        double sum = 0;
+        for (size_t i = 0; i < bin * bin; ++i)
+            sum += m_dark[(index / width * bin + i / bin + kY) * kSensor.width +
+                          index % width * bin + i % bin + kX];
+        return sum / static_cast<double>(bin * bin) > m_darkMean + 32;
+    }
+
+    const std::string m_file = InFolder("night.bmp");
+    const vscsim::CameraOptions m_sky = {
+        .scene = vscsim::Scene::Sky, .speed = 0, .flashFile = InFolder("flash")};
+    Bytes m_dark;
+    double m_darkMean = 0;
+};
+
+TEST_F(DarkNight, FlaggedPixelsComeFiveTimesNearerToTheScene)
+{
+    MakeDark();
+    vscsim::CameraOptions flawless = m_sky;
+    flawless.flawless = true;
+    const auto withoutTable = [](CCameraBase &camera) { camera.SetHPCStates(false); };
+    const auto withDark = [this](CCameraBase &camera) {
+        camera.SetHPCStates(false);
+        EXPECT_EQ(camera.LoadBMPFromFile(m_file.c_str()), 1);
+    };
+    for (const Binning binning : {Binning{"unbinned", 1, false}, Binning{"in software", 2, false},
+                                  Binning{"in the sensor", 2, true}}) {
+        SCOPED_TRACE(binning.what);
+        const Bytes scene = Picture(flawless, binning, withoutTable);
+        const Bytes raw = Picture(m_sky, binning, withoutTable);
+        const Bytes corrected = Picture(m_sky, binning, [](CCameraBase &) {});
+        const Bytes subtracted = Picture(m_sky, binning, withDark);
+        int flagged = 0;
+        int rawError = 0, correctedError = 0, subtractedError = 0;
+        for (size_t i = 0; i < scene.size(); ++i) {
+            if (!IsFlagged(i, binning))
+                continue;
+            ++flagged;
+            rawError += std::abs(raw[i] - scene[i]);
+            correctedError += std::abs(corrected[i] - scene[i]);
+            subtractedError += std::abs(subtracted[i] - scene[i]);
+        }
+        EXPECT_GT(flagged, 10);
+        EXPECT_GT(rawError, 5 * correctedError);
+        EXPECT_GT(rawError, 5 * subtractedError);
+    }
 }
 
 } // namespace
