@@ -75,6 +75,7 @@ expect 0 "$vsccam" dark info dark.bmp
 contains output 'dark.bmp  1936 x 1096'
 expect 9 "$vsccam" dark info m42.fit
 expect 0 sim capture -e 20ms --format raw8 --dark dark.bmp -o subtracted.fit
+contains subtracted.fit "DARKSUB =                    T"
 expect 9 sim capture -e 20ms --format raw8 --dark m42.fit -o never.fit
 expect 2 sim capture -e 20ms --dark dark.bmp -o never.fit
 

@@ -218,6 +218,8 @@ SavedPicture Series::Save(const std::filesystem::path &file, const Exposure &exp
     saved.facts.simulated = m_context.simulated;
 
     std::vector<FitsKey> keys = HeaderOf(saved.facts);
+    if (!m_options.dark.empty()) // or it might be subtracted twice
+        keys.push_back({"DARKSUB", true, "a dark frame was subtracted"});
     keys.insert(keys.end(), m_userKeys.begin(), m_userKeys.end());
     WriteFits(file, exposure.picture, keys);
     if (WritesPreview()) {
