@@ -99,6 +99,7 @@ TEST_F(CaptureTest, DeliversThePatternInAnyRegionAndFlip)
         {"VSC470MM", 320, 240, 2, VSC_IMG_RAW8, 10, 20, true, true},
         {"VSC470MC", 320, 240, 1, VSC_IMG_RAW8, 300, 300, true, false},
         {"VSC470MC-Cool", 320, 240, 2, VSC_IMG_RAW16, 20, 30, false, true},
+        {"VSC470MC", 320, 240, 2, VSC_IMG_RAW16, 2, 3, true, true, 0, 1, kBothEnds, true},
         {"VSC470MM-Cool", 8, 2, 1, VSC_IMG_RAW8, 480, 546, false, false},
     };
     for (const Picture &picture : pictures) {
@@ -108,6 +109,7 @@ TEST_F(CaptureTest, DeliversThePatternInAnyRegionAndFlip)
         ASSERT_TRUE(setImageFormat(picture.width, picture.height, picture.bin, picture.type));
         setStartPos(picture.startX, picture.startY);
         SetMisc(picture.flipX, picture.flipY);
+        setValue(CONTROL_MONO_BIN, picture.monoBin, false);
         ASSERT_EQ(getStartX(), picture.startX);
         ASSERT_EQ(getStartY(), picture.startY);
         startCapture();

@@ -21,6 +21,7 @@ struct Picture {
     int bayer = 0;     // phase of a colour model
     int sensorBin = 1; // of `bin`, by leaving out samples; software does the rest
     HiddenBytes marks = kBothEnds;
+    bool monoBin = false; // of a colour model: neighbours, whatever their colours
 
     bool Colour() const { return std::string_view(model).find("MC") != std::string_view::npos; }
 
@@ -44,7 +45,7 @@ struct Picture {
         x = flipX ? width - 1 - x : x;
         y = flipY ? height - 1 - y : y;
         const int factor = bin / sensorBin;
-        const bool mosaic = Colour() && factor > 1;
+        const bool mosaic = Colour() && factor > 1 && !monoBin;
         uint32_t sum = 0;
         for (int k = 0; k < factor; ++k) {
             for (int j = 0; j < factor; ++j)
