@@ -176,7 +176,12 @@ bool CCameraBase::SaveHPCTable()
 
 void CCameraBase::AdjustHPCTable()
 {
-    m_hotPixels.Cut(RawFrameRegion());
+    try {
+        m_hotPixels.Cut(RawFrameRegion());
+    } catch (const std::bad_alloc &) {
+        OutputDbgPrint("no memory for the hot pixels\n");
+        m_hotPixels.Disable();
+    }
 }
 
 void CCameraBase::HandleHotPixels(uint8_t *frame, const FrameCorrections &corrections)
