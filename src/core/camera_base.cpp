@@ -226,6 +226,26 @@ bool CCameraBase::SetOverCLKPerc(int)
     return false;
 }
 
+bool CCameraBase::MoveRegion(int x, int y, int stepX, const std::function<void()> &program)
+{
+    const std::lock_guard lock(m_settingsSection);
+    m_startX = RegionStart(x, stepX, m_width * m_bin, m_model.sensorWidth);
+    m_startY = RegionStart(y, 2, m_height * m_bin, m_model.sensorHeight);
+    program();
+    FitCorrections();
+    return true;
+}
+
+/// Only when the region is another one: cutting them of a large sensor takes its time.
+void CCameraBase::FitCorrections()
+{
+    const FrameRegion region = RawFrameRegion();
+    if (std::exchange(m_correctedRegion, region) == region)
+        return;
+    AdjustDarkBuff();
+    AdjustHPCTable();
+}
+
 bool CCameraBase::StoreRGBBalance(int red, int blue, bool bAuto)
 {
     if (!m_model.colour)

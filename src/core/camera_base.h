@@ -6,6 +6,7 @@
 #include "core/controls.h"
 #include "core/dark_frames.h"
 #include "core/frame_geometry.h"
+#include "core/frame_region.h"
 #include "core/gamma.h"
 #include "core/hot_pixels.h"
 #include "core/raw_frame.h"
@@ -146,8 +147,7 @@ class CCameraBase : public CCameraFX3 {
     bool LoadHPCTable();
     /// Makes a table of the pixels that are bright in the dark frame, and stores it.
     bool SaveHPCTable();
-    /// To be called whenever region or binning changed: fit dark frame and hot pixels to the frames
-    /// that follow.
+    /// Fit dark frame and hot pixels to the frames that follow.
     void AdjustDarkBuff();
     void AdjustHPCTable();
 
@@ -241,6 +241,11 @@ class CCameraBase : public CCameraFX3 {
         bool m_ran;
     };
 
+    /// Stores the start of a region of the size and binning that are set, aligned to `stepX`
+    /// columns and two rows and kept on the sensor, and lets `program` tell the sensor. Corrections
+    /// follow the region here: whoever moves it, in whatever family, passes through.
+    bool MoveRegion(int x, int y, int stepX, const std::function<void()> &program);
+
     /// What setting the balance and telling the bandwidth come to in every family.
     bool StoreRGBBalance(int red, int blue, bool bAuto);
     bool TellFPSPerc(int *percent, bool *pbAuto);
@@ -312,6 +317,7 @@ class CCameraBase : public CCameraFX3 {
     bool TakeFrame(uint8_t *frame, int waitMs);
     bool TakeHeadMarkedFrame(std::span<uint8_t> frame, int waitMs);
     FrameRegion RawFrameRegion();
+    void FitCorrections();
     FrameCorrections Corrections(Size readout);
     void DoGetDark(const uint8_t *frame, Size readout);
     void HandleHotPixels(uint8_t *frame, const FrameCorrections &corrections);
@@ -342,6 +348,7 @@ class CCameraBase : public CCameraFX3 {
 
     DarkFrames m_darkFrames;
     HotPixels m_hotPixels;
+    FrameRegion m_correctedRegion; // that both were fitted to last; guarded by m_settingsSection
 
     // The pipeline, on the host's thread.
     CAlgorithm m_algorithm;

@@ -19,6 +19,8 @@ struct FrameRegion {
     int binning = 1;     // that the sensor does itself: so many of its pixels, each way, make one
     bool mosaic = false; // binned are pixels of one colour
     bool sums = false;   // binned pixels are sums, not means
+
+    friend bool operator==(const FrameRegion &, const FrameRegion &) = default;
 };
 
 /// What the frame shows of an image of the whole sensor. Zero where the sensor has no pixels.

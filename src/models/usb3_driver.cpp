@@ -104,11 +104,12 @@ template <class Base> void Usb3Driver<Base>::ReapplyTiming()
     this->SetExp(m_exposureUs, m_exposureAuto);
 }
 
-template <class Base> void Usb3Driver<Base>::StoreStartPos(int x, int y)
+template <class Base>
+bool Usb3Driver<Base>::MoveRegion(int x, int y, const std::function<void()> &program)
 {
+    const std::lock_guard lock(m_settingsSection); // the binning is part of the alignment
     const int stepX = m_bin == 3 ? m_traits.startXStepAtBin3 : m_traits.startXStep;
-    m_startX = RegionStart(x, stepX, m_width * m_bin, m_model.sensorWidth);
-    m_startY = RegionStart(y, 2, m_height * m_bin, m_model.sensorHeight);
+    return Base::MoveRegion(x, y, stepX, program);
 }
 
 template <class Base> void Usb3Driver<Base>::SetOutput16Bits(bool on)

@@ -7,6 +7,7 @@
 #include "models/fpga_registers.h"
 #include "models/frame_timing.h"
 
+#include <functional>
 #include <type_traits>
 
 namespace vsccam {
@@ -86,8 +87,8 @@ template <class Base> class Usb3Driver : public Base, protected CaptureSensor {
 
     bool SetCMOSClk(int clockKHz);
     bool SetCMOSClk() { return SetCMOSClk(ReadoutClockKHz()); }
-    /// Aligns a start position and keeps it inside the sensor.
-    void StoreStartPos(int x, int y);
+    /// With the alignment of the model.
+    bool MoveRegion(int x, int y, const std::function<void()> &program);
     void SetUpFpga() { vsccam::SetUpFpga(*this); }
     void WriteFpga16(uint16_t reg, int value) { vsccam::WriteFpga16(*this, reg, value); }
     void RunFpga();

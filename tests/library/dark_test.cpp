@@ -140,6 +140,56 @@ TEST_F(DarkSubtraction, KeepsTheOldFrameUnlessTheNewOneIsThere)
     EXPECT_EQ(camera->SaveBMPToFile(InFolder("no/folder").c_str()), 0);
 }
 
+/// Before a sky that saturates the sensor, a dark frame like a chess board shows where it was cut.
+TEST_F(DarkSubtraction, FollowsARegionThatMovesDuringVideoInEveryFamily)
+{
+    constexpr int kField = 64; // columns and rows of the sensor
+    constexpr int kSide = 128; // pixels of the frame
+    const auto isDark = [](int x, int y) { return ((x / kField + y / kField) & 1) != 0; };
+    const struct {
+        const char *model;
+        int bin;
+        bool sensorBins;
+    } cases[] = {{"VSC470MM", 1, false}, {"VSC470MM", 2, true},   {"VSC2800MM", 1, false},
+                 {"VSC2800MM", 2, true}, {"VSC2800MM", 4, true},  {"VSC048MM", 1, false},
+                 {"VSC340MM", 1, false}, {"VSC340MM-S", 2, false}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(testing::Message() << c.model << " bin " << c.bin);
+        const int device = OpenOne(
+            c.model, {.scene = vscsim::Scene::Sky, .glow = {1e6, 1e6, 1e6}, .flawless = true});
+        const int width = getMaxWidth();
+        Bytes board(static_cast<size_t>(width) * static_cast<size_t>(getMaxHeight()));
+        for (size_t i = 0; i < board.size(); ++i) {
+            const auto at = static_cast<int>(i);
+            board[i] = isDark(at % width, at / width) ? 16 : 0;
+        }
+        board[static_cast<size_t>(width) * 10 + 80] = 255; // to be patched away
+        const std::string path = InFolder("board.bmp");
+        ASSERT_TRUE(CreateBMP(path.c_str(), {width, getMaxHeight()}, board));
+        TellTheOffset(path);
+        setValue(CONTROL_HARDWARE_BIN, c.sensorBins, false);
+        ASSERT_TRUE(setImageFormat(kSide, kSide, c.bin, VSC_IMG_RAW8));
+        ASSERT_EQ(EnableDarkSubtract(path.c_str()), 1);
+        startCapture();
+        for (const int startX : {0, kField}) {
+            setStartPos(startX / c.bin, 0);
+            Bytes frame;
+            for (int i = 0; i < 4; ++i) // those on their way are of before
+                frame = NextFrame(5000);
+            ASSERT_FALSE(frame.empty());
+            int wrong = 0;
+            for (int y = 0; y < kSide; ++y)
+                for (int x = 0; x < kSide; ++x) {
+                    const bool dark = isDark(x * c.bin + startX, y * c.bin);
+                    // Half of the fields are dark, and what is left gets the mean back.
+                    wrong += frame[static_cast<size_t>(y * kSide + x)] != (dark ? 247 : 255);
+                }
+            EXPECT_EQ(wrong, 0) << startX;
+        }
+        Remove(device);
+    }
+}
+
 /// A night with a cap on the camera first: dark frame and hot-pixel table are made, and then used
 /// on a part of the sky.
 class DarkNight : public DarkSubtraction {

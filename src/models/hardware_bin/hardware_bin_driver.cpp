@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <mutex>
-#include <utility>
 
 namespace vsccam {
 
@@ -116,10 +115,12 @@ template <class Base> void HardwareBinDriver<Base>::Cam_SetResolution()
 
 template <class Base> bool HardwareBinDriver<Base>::SetStartPos(int x, int y)
 {
-    const std::lock_guard lock(m_settingsSection);
-    this->StoreStartPos(x, y);
+    return this->MoveRegion(x, y, [this] { WriteStartPos(); });
+}
+
+template <class Base> void HardwareBinDriver<Base>::WriteStartPos()
+{
     OutputDbgPrint("startPos: (%d, %d)\n", static_cast<int>(m_startX), static_cast<int>(m_startY));
-    FitCorrections();
     {
         const FpgaHold hold(*this);
         const int sensorBin = m_bin / this->SoftwareBin();
@@ -132,17 +133,6 @@ template <class Base> bool HardwareBinDriver<Base>::SetStartPos(int x, int y)
     WriteCameraRegister(kRowsEnd, static_cast<uint16_t>(m_startY + kRowsAround + m_bin * m_height));
     if (capturing)
         RunFpga();
-    return true;
-}
-
-/// Cutting dark frame and hot pixels of a sensor that large takes its time.
-template <class Base> void HardwareBinDriver<Base>::FitCorrections()
-{
-    const Region region{m_startX, m_startY, m_width, m_height, m_bin, m_hardwareBin};
-    if (std::exchange(m_corrected, region) == region)
-        return;
-    this->AdjustDarkBuff();
-    this->AdjustHPCTable();
 }
 
 template <class Base> bool HardwareBinDriver<Base>::SetGain(int gain, bool bAuto)

@@ -71,18 +71,9 @@ template <class Base> class HardwareBinDriver : public Usb3Driver<Base> {
     void WakeSensorLongExp();
     void SleepSensorLongExp();
     void Send(RegisterList list);
-    void FitCorrections();
-
-    struct Region {
-        int x, y, width, height, bin;
-        bool hardwareBin;
-
-        friend bool operator==(const Region &, const Region &) = default;
-    };
-    static_assert(std::is_trivially_destructible_v<Region>);
+    void WriteStartPos();
 
     const BinningSensor &m_sensor;
-    Region m_corrected{}; // that dark frame and hot pixels were cut for last
 };
 
 extern template class HardwareBinDriver<CCameraBase>;

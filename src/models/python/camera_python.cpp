@@ -113,10 +113,11 @@ bool CCameraPython::SetHighSpeedMode(bool on)
 
 bool CCameraPython::SetStartPos(int x, int y)
 {
-    const std::lock_guard lock(m_settingsSection);
-    StoreStartPos(x, y);
-    AdjustDarkBuff();
-    AdjustHPCTable();
+    return MoveRegion(x, y, [this] { WriteWindow(); });
+}
+
+void CCameraPython::WriteWindow()
+{
     constexpr int kColumnStep = 8;
     const int firstColumn = m_startX / kColumnStep;
     const int lastColumn = (m_startX + m_width * m_bin) / kColumnStep - 1;
@@ -125,7 +126,6 @@ bool CCameraPython::SetStartPos(int x, int y)
     WriteCameraRegister(python::kWindowTop, static_cast<uint16_t>(m_startY));
     WriteCameraRegister(python::kWindowBottom,
                         static_cast<uint16_t>(m_startY + m_height * m_bin - 1));
-    return true;
 }
 
 void CCameraPython::Cam_SetResolution()

@@ -38,6 +38,7 @@ class CCameraPython : public Usb3Driver<CCameraBase> {
     void StartSensorStreaming() override;
     void StopSensorStreaming() override;
 
+    void WriteWindow();
     void Send(python::Sequence sequence);
 };
 

@@ -62,14 +62,11 @@ template <class Base> void SonyDriver<Base>::Cam_SetResolution()
 
 template <class Base> bool SonyDriver<Base>::SetStartPos(int x, int y)
 {
-    const std::lock_guard lock(m_settingsSection);
-    this->StoreStartPos(x, y);
-    this->AdjustDarkBuff();
-    this->AdjustHPCTable();
-    const sony::Hold hold(*this);
-    WriteSony16(sony::kWindowLeft, m_startX);
-    WriteSony16(sony::kWindowTop, m_startY);
-    return true;
+    return this->MoveRegion(x, y, [this] {
+        const sony::Hold hold(*this);
+        WriteSony16(sony::kWindowLeft, m_startX);
+        WriteSony16(sony::kWindowTop, m_startY);
+    });
 }
 
 template <class Base> bool SonyDriver<Base>::SetGain(int gain, bool bAuto)

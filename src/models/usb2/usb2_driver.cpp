@@ -140,11 +140,12 @@ void Usb2Driver::Cam_SetResolution()
 
 bool Usb2Driver::SetStartPos(int x, int y)
 {
-    const std::lock_guard lock(m_settingsSection);
-    const Size region = ReadoutSize();
-    m_startX = RegionStart(x, 2, region.width, m_model.sensorWidth);
-    m_startY = RegionStart(y, 2, region.height, m_model.sensorHeight);
-    AdjustDarkBuff();
+    constexpr int kColumnStep = 2;
+    return MoveRegion(x, y, kColumnStep, [this] { WriteWindow(); });
+}
+
+void Usb2Driver::WriteWindow()
+{
     const bool streams = Capturing();
     if (streams)
         Write(usb2::kStreaming, usb2::kStreamOff);
@@ -153,7 +154,6 @@ bool Usb2Driver::SetStartPos(int x, int y)
     WriteWindowEnd();
     if (streams)
         Write(usb2::kStreaming, usb2::kStreamOn);
-    return true;
 }
 
 void Usb2Driver::WriteWindowEnd()

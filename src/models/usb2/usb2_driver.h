@@ -90,6 +90,7 @@ class Usb2Driver : public CCameraBase, protected Usb2Sensor {
     void SetCMOSClk(int clockMHz);
     void SetCMOSClk();
     void WriteFrameLength();
+    void WriteWindow();
     void WriteWindowEnd();
     void StoreLineLength(int clocks);
     void PublishTiming();
