@@ -33,9 +33,7 @@ int OrdinalOf(int index)
 std::unique_ptr<CCameraBase> CreateCamera(uint32_t productId)
 {
     const Product *product = FindProduct(productId);
-    if (product && !product->create)
-        OutputDbgPrint("the driver %s is not built yet\n", product->className);
-    if (!product || !product->create)
+    if (!product)
         return nullptr;
     try {
         return product->create();

@@ -12,7 +12,7 @@ struct Product {
     uint16_t productId;
     const char *className; // of its driver; products of one class form a group
     const char *modelName;
-    std::unique_ptr<CCameraBase> (*create)(); // null while the driver does not exist
+    std::unique_ptr<CCameraBase> (*create)();
 };
 
 /// The product with this ID, nullptr when there is none.
