@@ -15,6 +15,7 @@ constexpr CameraModel Edition(CameraModel sensor, const char *name, uint16_t pro
     sensor.name = name;
     sensor.productId = productId;
     sensor.colour = pixels == Pixels::Colour;
+    sensor.bayer = sensor.colour ? sensor.bayer : 0;
     sensor.cooled = housing == Housing::Cooled;
     sensor.hasBrightness = true;
     sensor.hasTemperature = true;

@@ -1,5 +1,6 @@
 #include "models/hardware_bin/s2800.h"
 
+#include "models/edition.h"
 #include "models/hardware_bin/binning_registers.h"
 
 #include <algorithm>
@@ -10,6 +11,8 @@ namespace vsccam {
 namespace {
 
 using namespace binning;
+using enum Pixels;
+using enum Housing;
 
 /// A register list of which only some steps are known; the others are pauses of no length, because
 /// a guess could harm the sensor.
@@ -73,35 +76,24 @@ constexpr BinningSensor kSensor = {
              .message = "-----Binning 3-------\n"},
 };
 
-constexpr CameraModel Edition(const char *name, uint16_t productId, bool colour, bool cooled)
-{
-    return {
-        .name = name,
-        .productId = productId,
-        .sensorWidth = 4656,
-        .sensorHeight = 3520,
-        .pixelSizeUm = 3.8,
-        .colour = colour,
-        .bayer = colour ? 2 : 0,
-        .cooled = cooled,
-        .bins = {1, 2, 3, 4},
-        .electronsPerAdu = 4.96F,
-        .gainOffset = {10, 21, 300, 50},
-        .gain = {.min = 0, .max = 600, .initial = 200},
-        .exposureUs = {.min = 32, .max = 2'000'000'000, .initial = 10'000},
-        .hasBrightness = true,
-        .hasTemperature = true,
-        .hasHardwareBin = true,
-        .hasHighSpeed = true,
-        .hasAutoBandwidth = true,
-        .hardwareBin4IsHalf = true,
-    };
-}
+constexpr CameraModel kS2800 = {
+    .sensorWidth = 4656,
+    .sensorHeight = 3520,
+    .pixelSizeUm = 3.8,
+    .bayer = 2,
+    .bins = {1, 2, 3, 4},
+    .electronsPerAdu = 4.96F,
+    .gainOffset = {10, 21, 300, 50},
+    .gain = {.min = 0, .max = 600, .initial = 200},
+    .exposureUs = {.min = 32, .max = 2'000'000'000, .initial = 10'000},
+    .hasHardwareBin = true,
+    .hardwareBin4IsHalf = true,
+};
 
-constexpr CameraModel kMono = Edition("KYR VSC2800MM", 0x2802, false, false);
-constexpr CameraModel kColour = Edition("KYR VSC2800MC", 0x2800, true, false);
-constexpr CameraModel kMonoCool = Edition("KYR VSC2800MM-Cool", 0x2803, false, true);
-constexpr CameraModel kColourCool = Edition("KYR VSC2800MC-Cool", 0x2801, true, true);
+constexpr CameraModel kMono = Edition(kS2800, "KYR VSC2800MM", 0x2802, Mono);
+constexpr CameraModel kColour = Edition(kS2800, "KYR VSC2800MC", 0x2800, Colour);
+constexpr CameraModel kMonoCool = Edition(kS2800, "KYR VSC2800MM-Cool", 0x2803, Mono, Cooled);
+constexpr CameraModel kColourCool = Edition(kS2800, "KYR VSC2800MC-Cool", 0x2801, Colour, Cooled);
 
 } // namespace
 
