@@ -46,6 +46,7 @@ CCameraBase::CCameraBase(const CameraModel &model)
       m_rowScratch(static_cast<size_t>(model.sensorWidth)), m_raw(LargestFrame(model)),
       m_frames(LargestFrame(model))
 {
+    refreshControlList();
     m_algorithm.RGBYUV_Init();
     if (!m_frames.StartInstBufThr())
         throw std::bad_alloc();
@@ -244,6 +245,14 @@ void CCameraBase::FitCorrections()
         return;
     AdjustDarkBuff();
     AdjustHPCTable();
+}
+
+uint32_t CCameraBase::ExposureInRange(unsigned long long microseconds) const
+{
+    const ControlRange &range = m_model.exposureUs;
+    return static_cast<uint32_t>(std::clamp(microseconds,
+                                            static_cast<unsigned long long>(range.min),
+                                            static_cast<unsigned long long>(range.max)));
 }
 
 bool CCameraBase::StoreRGBBalance(int red, int blue, bool bAuto)

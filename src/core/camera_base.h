@@ -110,8 +110,7 @@ class CCameraBase : public CCameraFX3 {
     /// Temperature that the cooler thread read last while it runs, else a fresh reading.
     float GetTemp();
 
-    /// The newer control interface. The list holds what the model offers; models refresh it once
-    /// they are made up.
+    /// The newer control interface. The list holds what the model offers.
     void refreshControlList();
     int ControlCount() const { return m_controlCount; }
     /// @param index  of the list; false beyond it
@@ -245,6 +244,8 @@ class CCameraBase : public CCameraFX3 {
     /// columns and two rows and kept on the sensor, and lets `program` tell the sensor. Corrections
     /// follow the region here: whoever moves it, in whatever family, passes through.
     bool MoveRegion(int x, int y, int stepX, const std::function<void()> &program);
+
+    uint32_t ExposureInRange(unsigned long long microseconds) const; // of the model
 
     /// What setting the balance and telling the bandwidth come to in every family.
     bool StoreRGBBalance(int red, int blue, bool bAuto);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "core/frame_geometry.h"
 #include "usb/camera_fx3.h"
 
 #include <cstdint>
@@ -11,5 +12,14 @@ void SetUpFpga(CCameraFX3 &camera);
 
 /// Writes a number into a register and the one behind it, low byte first.
 void WriteFpga16(CCameraFX3 &camera, uint16_t reg, int value);
+
+/// Size of the frames, to be written while the FPGA holds.
+void WriteOutputSize(CCameraFX3 &camera, Size size);
+
+/// @param code  for the mode register, as without long exposures
+void SetFpgaMode(CCameraFX3 &camera, uint16_t code, bool longExposure);
+
+/// Of long exposures: open, the sensor integrates; closed, it reads out.
+void SetExposureGate(CCameraFX3 &camera, bool open);
 
 } // namespace vsccam

@@ -27,5 +27,9 @@ inline constexpr uint16_t kLongExposure = 0xC0; // added to both
 // Of kBitDepth.
 inline constexpr uint16_t kInput12Bits = 0x01;
 inline constexpr uint16_t kOutput16Bits = 0x10;
+constexpr uint16_t TwelveBitInput(bool output16Bits)
+{
+    return output16Bits ? kInput12Bits | kOutput16Bits : kInput12Bits;
+}
 
 } // namespace vsccam::fpga

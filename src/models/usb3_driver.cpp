@@ -27,7 +27,6 @@ Usb3Driver<Base>::Usb3Driver(const CameraModel &model, const Usb3Traits &traits)
     m_timing.line = traits.initialLine;
     m_timing.shortestLine = traits.initialLine.length;
     (void)Usb3Driver::SetRGBBalance(model.whiteBalance.red, model.whiteBalance.blue, false);
-    this->refreshControlList();
 }
 
 template <class Base> bool Usb3Driver<Base>::InitCamera()
@@ -66,8 +65,13 @@ template <class Base> bool Usb3Driver<Base>::RestoreSettings()
     this->SetGain(m_gain, m_gainAuto);
     SetOutput16Bits(m_output16Bits);
     LoadReadoutMode();
-    Cam_SetResolution();
-    this->SetStartPos(m_startX, m_startY);
+    // Either may write the rows, each in its own way: the last one before counts.
+    const bool startWasLast = m_startWasLast;
+    if (!startWasLast)
+        this->SetStartPos(m_startX, m_startY);
+    WriteSize();
+    if (startWasLast)
+        this->SetStartPos(m_startX, m_startY);
     SetCMOSClk();
     this->SetFPSPerc(m_bandwidth, m_bandwidthAuto); // and the exposure with it
     this->OnReconnected();
@@ -91,10 +95,16 @@ bool Usb3Driver<Base>::SetResolution(int width, int height, int bin, IMAGE_TYPE 
     m_startY = (sensor.height - height * bin) >> 1;
     this->SetStartPos(m_startX, m_startY);
     SetOutput16Bits(Is16Bit(type));
-    Cam_SetResolution();
+    WriteSize();
     ReapplyTiming();
     FinishSettings();
     return true;
+}
+
+template <class Base> void Usb3Driver<Base>::WriteSize()
+{
+    Cam_SetResolution();
+    m_startWasLast = false;
 }
 
 template <class Base> void Usb3Driver<Base>::ReapplyTiming()
@@ -109,6 +119,7 @@ bool Usb3Driver<Base>::MoveRegion(int x, int y, const std::function<void()> &pro
 {
     const std::lock_guard lock(m_settingsSection); // the binning is part of the alignment
     const int stepX = m_bin == 3 ? m_traits.startXStepAtBin3 : m_traits.startXStep;
+    m_startWasLast = true;
     return Base::MoveRegion(x, y, stepX, program);
 }
 
@@ -121,13 +132,14 @@ template <class Base> bool Usb3Driver<Base>::SetHardwareBin(bool on)
 {
     if (!m_model.hasHardwareBin)
         return Base::SetHardwareBin(on);
-    const bool changes = m_hardwareBin != on;
-    m_hardwareBin = on;
-    if (m_bin == 1)
-        return true;
-    if (changes) {
+    {
         const std::lock_guard lock(m_settingsSection);
-        LoadReadoutMode();
+        const bool changes = m_hardwareBin != on;
+        m_hardwareBin = on;
+        if (m_bin == 1)
+            return true;
+        if (changes)
+            LoadReadoutMode();
     }
     const CapturePause pause(*this);
     const int x = m_startX; // the region is centred when its size is set
@@ -190,9 +202,7 @@ template <class Base> bool Usb3Driver<Base>::SetExp(unsigned long long microseco
 {
     const std::lock_guard lock(m_settingsSection);
     m_exposureAuto = bAuto;
-    m_exposureUs = static_cast<uint32_t>(std::clamp<unsigned long long>(
-        microseconds, static_cast<unsigned long long>(m_model.exposureUs.min),
-        static_cast<unsigned long long>(m_model.exposureUs.max)));
+    m_exposureUs = this->ExposureInRange(microseconds);
     SelectLongExposure(m_exposureUs >= kLongExposureFromUs);
 
     const SensorLine line = m_timing.line;
@@ -211,11 +221,14 @@ template <class Base> void Usb3Driver<Base>::SelectLongExposure(bool on)
 {
     if (on == m_longExposure)
         return;
-    m_longExposure = on;
-    RunFpga();
+    if (!on)
+        OutputDbgPrint("-----Exit long exp mode\n");
+    SetFpgaMode(*this, FpgaRunCode(), on);
     if (!on)
         SetCMOSClk();
-    OutputDbgPrint(on ? "-----Enter long exp mode\n" : "-----Exit long exp mode\n");
+    m_longExposure = on;
+    if (on)
+        OutputDbgPrint("-----Enter long exp mode\n");
 }
 
 template <class Base> void Usb3Driver<Base>::CalcMaxFPS()
@@ -253,23 +266,22 @@ template <class Base> LongExposurePlan Usb3Driver<Base>::PlanLongExposure(uint32
 
 template <class Base> void Usb3Driver<Base>::OpenExposureGate()
 {
-    WriteFPGAREG(fpga::kExposureGate, 1);
+    SetExposureGate(*this, true);
 }
 
 template <class Base> void Usb3Driver<Base>::CloseExposureGate()
 {
-    WriteFPGAREG(fpga::kExposureGate, 0);
+    SetExposureGate(*this, false);
 }
 
 template <class Base> void Usb3Driver<Base>::RunFpga()
 {
-    const uint16_t code = FpgaRunCode();
-    WriteFPGAREG(fpga::kMode, m_longExposure ? code | fpga::kLongExposure : code);
+    SetFpgaMode(*this, FpgaRunCode(), m_longExposure);
 }
 
 template <class Base> void Usb3Driver<Base>::StopFpga()
 {
-    WriteFPGAREG(fpga::kMode, m_longExposure ? fpga::kStop | fpga::kLongExposure : fpga::kStop);
+    SetFpgaMode(*this, fpga::kStop, m_longExposure);
 }
 
 template <class Base> void Usb3Driver<Base>::WriteFrameLength(const FrameExposure &exposure)

@@ -105,6 +105,9 @@ template <class Base> class Usb3Driver : public Base, protected CaptureSensor {
 
     Timing m_timing;
 
+    /// Region and size of the read-out go to the sensor.
+    void WriteSize();
+
   private:
     int AutoBandwidth() const { return m_usb3Host ? 100 : 80; }
     int Budget() const { return m_usb3Host ? m_traits.budget.usb3Host : m_traits.budget.usb2Host; }
@@ -113,6 +116,7 @@ template <class Base> class Usb3Driver : public Base, protected CaptureSensor {
     void CalcMaxFPS();
 
     const Usb3Traits &m_traits;
+    bool m_startWasLast = false; // to be written, not the size; guarded by m_settingsSection
 };
 
 extern template class Usb3Driver<CCameraBase>;

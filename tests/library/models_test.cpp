@@ -1,3 +1,4 @@
+#include "api/session.h"
 #include "core/frame_geometry.h"
 #include "library/host_fixture.h"
 #include "library/picture.h"
@@ -8,6 +9,7 @@
 #include <chrono>
 #include <climits>
 #include <ostream>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -207,6 +209,32 @@ class ModelsTest : public HostTest {
         EXPECT_EQ(Clamped(control, INT_MAX), range.max);
         EXPECT_EQ(Clamped(control, range.min - 1), range.min);
     }
+    /// Both interfaces have to offer the same.
+    static void ExpectListedControlsToBeAvailable()
+    {
+        const CCameraBase &camera = *TheSession().pCamera;
+        std::set<int> listed;
+        _VSC_CONTROL_CAPS caps{};
+        for (int i = 0; camera.GetControlCaps(i, &caps); ++i)
+            listed.insert(caps.type);
+        EXPECT_EQ(camera.ControlCount(), static_cast<int>(listed.size()));
+        const std::pair<VSC_CONTROL_TYPE, Control_TYPE> controls[] = {
+            {kControlGain, CONTROL_GAIN},
+            {kControlExposure, CONTROL_EXPOSURE},
+            {kControlGamma, CONTROL_GAMMA},
+            {kControlRed, CONTROL_WB_RED},
+            {kControlBlue, CONTROL_WB_BLUE},
+            {kControlBrightness, CONTROL_BRIGHTNESS},
+            {kControlBandwidth, CONTROL_BANDWIDTH},
+            {kControlOverClock, CONTROL_OVERCLOCK},
+            {kControlTemperature, CONTROL_TEMPERATURE},
+            {kControlHardwareBin, CONTROL_HARDWARE_BIN},
+            {kControlHighSpeed, CONTROL_HIGH_SPEED},
+            {kControlCoolerOn, CONTROL_COOLER_ON},
+        };
+        for (const auto &[newer, older] : controls)
+            EXPECT_EQ(listed.contains(newer), isAvailable(older)) << "control " << older;
+    }
     static bool Set(const Readout &readout, int width, int height)
     {
         setValue(CONTROL_HIGH_SPEED, readout.fast, false);
@@ -275,6 +303,7 @@ TEST_F(ModelsTest, EachModelIsWhatItsDataSheetSays)
         EXPECT_EQ(isAvailable(CONTROL_HARDWARE_BIN), sheet.SensorBins());
         EXPECT_EQ(Clamped(CONTROL_HARDWARE_BIN, 1), sheet.SensorBins());
         EXPECT_TRUE(isAvailable(CONTROL_HIGH_SPEED) && isAvailable(CONTROL_TEMPERATURE));
+        ExpectListedControlsToBeAvailable();
         Remove(device);
     }
 }
@@ -283,30 +312,32 @@ TEST_F(ModelsTest, VariantsAreCountedAndNamedButOnlyThePrimaryProductIdOpens)
 {
     const struct {
         const char *primary;
-        std::array<uint16_t, 2> variants;
-    } groups[] = {{"VSC372MC", {0x372C, 0x372D}},
-                  {"VSC420MM", {0x420E, 0x420F}},
-                  {"VSC052MC", {0x052A, 0x052C}}};
+        std::array<std::pair<uint16_t, const char *>, 2> variants;
+    } groups[] = {{"VSC372MC", {{{0x372C, "KYR VSC372MC-A"}, {0x372D, "KYR VSC372MC-B"}}}},
+                  {"VSC420MM", {{{0x420E, "KYR VSC420MM-A"}, {0x420F, "KYR VSC420MM-B"}}}},
+                  {"VSC052MC", {{{0x052A, "KYR VSC052MC-A"}, {0x052C, "KYR VSC052MC-B"}}}},
+                  {"VSC056MM", {{{0x056C, "HALDRON VSC056MM-A"}, {0x056D, "HALDRON VSC056MM-B"}}}},
+                  {"VSC056MC", {{{0x056E, "HALDRON VSC056MC-A"}, {0x056F, "HALDRON VSC056MC-B"}}}}};
     for (const auto &group : groups) {
         SCOPED_TRACE(group.primary);
-        const std::string name = std::string("KYR ") + group.primary;
-        const int a = Bus().PlugForeign(vscsim::VendorId(), group.variants[0]);
-        const int b = Bus().PlugForeign(vscsim::VendorId(), group.variants[1]);
+        std::vector<int> devices;
+        for (const auto &[productId, name] : group.variants)
+            devices.push_back(Bus().PlugForeign(vscsim::VendorId(), productId));
         ASSERT_EQ(getNumberOfConnectedCameras(), 2);
-        EXPECT_EQ(getCameraModel(0), name + "-A");
-        EXPECT_EQ(getCameraModel(1), name + "-B");
-        EXPECT_FALSE(openCamera(0));
-        EXPECT_FALSE(openCamera(1));
+        for (int i = 0; i < 2; ++i) {
+            EXPECT_STREQ(getCameraModel(i), group.variants[static_cast<size_t>(i)].second);
+            EXPECT_FALSE(openCamera(i));
+        }
         closeCamera();
 
         // Variants count in the ordinal of the camera to open, but cameras of the primary product
         // ID only are found by it.
-        const int first = Bus().Plug(group.primary);
+        devices.push_back(Bus().Plug(group.primary));
         ASSERT_EQ(getNumberOfConnectedCameras(), 3);
         EXPECT_FALSE(openCamera(2)); // asks for the third
         EXPECT_TRUE(openCamera(0));  // asks for the first
         closeCamera();
-        for (const int device : {a, b, first})
+        for (const int device : devices)
             Bus().Unplug(device);
     }
 }

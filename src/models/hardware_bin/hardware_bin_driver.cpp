@@ -109,8 +109,7 @@ template <class Base> void HardwareBinDriver<Base>::Cam_SetResolution()
     write(kReg11E, rows + 47);
     write(kReg11C, rows + 48);
     write(kReg109, rows + 199);
-    WriteFpga16(fpga::kOutputHeight, output.height);
-    WriteFpga16(fpga::kOutputWidth, output.width);
+    WriteOutputSize(*this, output);
 }
 
 template <class Base> bool HardwareBinDriver<Base>::SetStartPos(int x, int y)
@@ -147,20 +146,23 @@ template <class Base> bool HardwareBinDriver<Base>::SetGain(int gain, bool bAuto
 template <class Base> bool HardwareBinDriver<Base>::SetBrightness(int brightness)
 {
     const std::lock_guard lock(m_settingsSection);
-    m_brightness = brightness;
-    WriteCameraRegister(kBlackLevel, static_cast<uint16_t>(brightness));
+    m_brightness = std::clamp(brightness, m_model.brightness.min, m_model.brightness.max);
+    WriteCameraRegister(kBlackLevel, static_cast<uint16_t>(m_brightness));
     return true;
 }
 
 template <class Base> bool HardwareBinDriver<Base>::SetHighSpeedMode(bool on)
 {
-    m_highSpeed = on;
+    {
+        const std::lock_guard lock(m_settingsSection);
+        m_highSpeed = on;
+    }
     if (this->IsHardBinRun() || m_output16Bits)
         return true;
     const CapturePause pause(*this);
     const std::lock_guard lock(m_settingsSection);
     InitSensorBinning(m_bin);
-    Cam_SetResolution();
+    this->WriteSize();
     SetStartPos(m_startX, m_startY);
     this->SetExp(m_exposureUs, m_exposureAuto);
     SetGain(m_gain, m_gainAuto);

@@ -113,7 +113,14 @@ bool CCameraPython::SetHighSpeedMode(bool on)
 
 bool CCameraPython::SetStartPos(int x, int y)
 {
-    return MoveRegion(x, y, [this] { WriteWindow(); });
+    return MoveRegion(x, y, [this] {
+        const bool reads = Capturing();
+        if (reads) // no frame mixes two windows
+            StopPYTHONStreaming();
+        WriteWindow();
+        if (reads)
+            StartPYTHONStreaming();
+    });
 }
 
 void CCameraPython::WriteWindow()
@@ -133,14 +140,13 @@ void CCameraPython::Cam_SetResolution()
     OutputDbgPrint("SetResolution!\n");
     const Size output = ReadoutSize();
     const FpgaHold hold(*this);
-    WriteFpga16(fpga::kOutputHeight, output.height);
-    WriteFpga16(fpga::kOutputWidth, output.width);
+    WriteOutputSize(*this, output);
 }
 
 void CCameraPython::SetOutput16Bits(bool on)
 {
     Usb3Driver::SetOutput16Bits(on);
-    WriteFPGAREG(fpga::kBitDepth, on ? 0x11 : 0x01);
+    WriteFPGAREG(fpga::kBitDepth, fpga::TwelveBitInput(on));
 }
 
 bool CCameraPython::SetGain(int gain, bool bAuto)
@@ -155,8 +161,8 @@ bool CCameraPython::SetGain(int gain, bool bAuto)
 bool CCameraPython::SetBrightness(int brightness)
 {
     const std::lock_guard lock(m_settingsSection);
-    m_brightness = brightness;
-    WriteCameraRegister_B(python::kBlackLevel, 0, 7, static_cast<uint16_t>(brightness));
+    m_brightness = std::clamp(brightness, m_model.brightness.min, m_model.brightness.max);
+    WriteCameraRegister_B(python::kBlackLevel, 0, 7, static_cast<uint16_t>(m_brightness));
     return true;
 }
 

@@ -56,8 +56,7 @@ template <class Base> void SonyDriver<Base>::Cam_SetResolution()
     WriteFPGAREG(fpga::kReg06, 9);
     WriteSony16(sony::kWindowWidth, m_width * m_bin);
     WriteSony16(sony::kWindowHeight, m_height * m_bin);
-    WriteFpga16(fpga::kOutputHeight, output.height);
-    WriteFpga16(fpga::kOutputWidth, output.width);
+    WriteOutputSize(*this, output);
 }
 
 template <class Base> bool SonyDriver<Base>::SetStartPos(int x, int y)
@@ -106,7 +105,7 @@ template <class Base> void SonyDriver<Base>::SetOutput16Bits(bool on)
     } else {
         WriteSONYREG(sony::kOutputBits, 0xF1);
         WriteSONYREG(sony::kAdcBits, HardwareBin2x2() ? 0x00 : 0x01);
-        WriteFPGAREG(fpga::kBitDepth, on ? 0x11 : 0x01);
+        WriteFPGAREG(fpga::kBitDepth, fpga::TwelveBitInput(on));
         WriteSONYREG(sony::kReg3129, 0x00);
         WriteSONYREG(sony::kReg317C, 0x00);
         WriteSONYREG(sony::kReg31EC, 0x0E);

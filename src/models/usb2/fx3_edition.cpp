@@ -19,11 +19,6 @@ constexpr uint16_t kFpgaReset = 0x00;
 constexpr uint16_t kFpgaIdle = 0x30;
 constexpr auto kResetPause = 20ms;
 
-constexpr uint16_t FpgaMode(uint16_t code, bool longExposure)
-{
-    return static_cast<uint16_t>(longExposure ? code | fpga::kLongExposure : code);
-}
-
 } // namespace
 
 void Fx3Edition::PowerUpBoard()
@@ -38,24 +33,23 @@ void Fx3Edition::PowerUpBoard()
 
 void Fx3Edition::SelectBitDepth(bool is16)
 {
-    WriteFPGAREG(fpga::kBitDepth, is16 ? 0x11 : 0x01);
+    WriteFPGAREG(fpga::kBitDepth, fpga::TwelveBitInput(is16));
 }
 
 void Fx3Edition::SetOutputSize(Size size)
 {
     const FpgaHold hold(*this);
-    WriteFpga16(*this, fpga::kOutputHeight, size.height);
-    WriteFpga16(*this, fpga::kOutputWidth, size.width);
+    WriteOutputSize(*this, size);
 }
 
 void Fx3Edition::BeginHostTiming()
 {
-    WriteFPGAREG(fpga::kMode, FpgaMode(fpga::kRun, true));
+    SetFpgaMode(*this, fpga::kRun, true);
 }
 
 void Fx3Edition::EndHostTiming()
 {
-    WriteFPGAREG(fpga::kMode, FpgaMode(fpga::kRun, false));
+    SetFpgaMode(*this, fpga::kRun, false);
 }
 
 bool Fx3Edition::StartCapture(bool bSingleExposure)
@@ -67,13 +61,13 @@ void Fx3Edition::StartSensorStreaming()
 {
     const std::lock_guard lock(m_settingsSection); // an exposure may enter long mode meanwhile
     Usb2Driver::StartSensorStreaming();
-    WriteFPGAREG(fpga::kMode, FpgaMode(fpga::kRun, m_longExposure));
+    SetFpgaMode(*this, fpga::kRun, m_longExposure);
 }
 
 void Fx3Edition::StopSensorStreaming()
 {
     const std::lock_guard lock(m_settingsSection); // as above
-    WriteFPGAREG(fpga::kMode, FpgaMode(fpga::kStop, m_longExposure));
+    SetFpgaMode(*this, fpga::kStop, m_longExposure);
     Usb2Driver::StopSensorStreaming();
 }
 
@@ -84,12 +78,12 @@ LongExposurePlan Fx3Edition::PlanLongExposure(uint32_t exposureUs) const
 
 void Fx3Edition::OpenExposureGate()
 {
-    WriteFPGAREG(fpga::kExposureGate, 1);
+    SetExposureGate(*this, true);
 }
 
 void Fx3Edition::CloseExposureGate()
 {
-    WriteFPGAREG(fpga::kExposureGate, 0);
+    SetExposureGate(*this, false);
 }
 
 } // namespace vsccam

@@ -271,9 +271,7 @@ bool Usb2Driver::SetExp(unsigned long long microseconds, bool bAuto)
 {
     const std::lock_guard lock(m_settingsSection);
     m_exposureAuto = bAuto;
-    m_exposureUs = static_cast<uint32_t>(std::clamp<unsigned long long>(
-        microseconds, static_cast<unsigned long long>(m_model.exposureUs.min),
-        static_cast<unsigned long long>(m_model.exposureUs.max)));
+    m_exposureUs = ExposureInRange(microseconds);
     if (m_longExposure) {
         if (!WorkerFollowsExposure())
             FollowExposure();
