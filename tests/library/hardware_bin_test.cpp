@@ -1,3 +1,4 @@
+#include "base/debug_print.h"
 #include "library/host_fixture.h"
 #include "library/picture.h"
 #include "library/wire.h"
@@ -8,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <functional>
 
 namespace vsccam {
 namespace {
@@ -113,6 +115,95 @@ TEST_F(HardwareBinTest, SetResolutionLoadsTheModeOfBinningAndFormat)
     }
     EXPECT_TRUE(camera->SetHighSpeedMode(true));
     EXPECT_TRUE(camera.Traffic().empty()); // the flag only
+}
+
+TEST_F(HardwareBinTest, LoadsAModeForANewFormatAndForANewBinningOfTheSensorOnly)
+{
+    const Lines bits10 =
+        Wire("fpga 01=01; sensor 0020=0001 0021=000A; fpga 0A=00 02=3C 06=0D 01=00");
+    const Lines bits12Wide =
+        Wire("fpga 01=01; sensor 0020=0001 0021=000C; fpga 0A=11 02=3C 06=0D 01=00");
+    const Lines nothing;
+    const struct {
+        const char *what;
+        bool fast;
+        int binBefore;
+        bool sensorBins;
+        int bin;
+        IMAGE_TYPE type;
+        const Lines &mode;
+    } cases[] = {
+        {"16 bits", false, 1, false, 1, kRaw16, bits12Wide},
+        {"software binning", false, 1, false, 2, kByteImage, nothing},
+        {"out of sensor binning, fast", true, 2, true, 1, kByteImage, bits10},
+        {"out of sensor binning", false, 2, true, 1, kByteImage, kMode12Bits},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.what);
+        ReadyCamera camera;
+        ASSERT_TRUE(camera->SetHighSpeedMode(c.fast));
+        ASSERT_TRUE(camera->SetHardwareBin(c.sensorBins));
+        ASSERT_TRUE(camera->SetResolution(320, 240, c.binBefore, kByteImage));
+        (void)camera.Traffic();
+        ASSERT_TRUE(camera->SetResolution(320, 240, c.bin, c.type));
+        const Lines begins = kWakeUp + c.mode + Wire("fpga 01=01 02=");
+        const Lines wire = camera.Traffic();
+        ASSERT_GT(wire.size(), begins.size());
+        for (size_t i = 0; i < begins.size(); ++i)
+            EXPECT_TRUE(wire[i].starts_with(begins[i])) << wire[i] << " is not " << begins[i];
+    }
+}
+
+TEST_F(HardwareBinTest, AnnouncesWhatItDoes)
+{
+    const struct {
+        const char *what;
+        std::function<void(CCameraBase &)> act;
+        std::vector<std::string> texts; // in this order
+    } cases[] = {
+        {"open",
+         [](CCameraBase &c) { c.CloseCamera(), c.OpenCamera(1); },
+         {"camera closed\n", "open camera success\n"}},
+        {"initialise",
+         [](CCameraBase &c) { c.InitCamera(); },
+         {"***********USB3.0 Host***********\n", "-----Binning 1 12bit-------\n"}},
+        {"fast",
+         [](CCameraBase &c) { c.SetHighSpeedMode(true); },
+         {"-----Binning 1 10bit-------\n"}},
+        {"hardware bin", [](CCameraBase &c) { c.SetHardwareBin(true); }, {}},
+        {"bin 2",
+         [](CCameraBase &c) { c.SetResolution(320, 240, 2, kByteImage); },
+         {"-----Binning 2-------\n", "startPos: (2008, 1520)\n",
+          "SetResolution! start pos x:2008 y:1520 iHeight:240 iWidth:320 \n"}},
+        {"bin 3",
+         [](CCameraBase &c) { c.SetResolution(320, 240, 3, kByteImage); },
+         {"-----Binning 3-------\n", "startPos: (1848, 1400)\n",
+          "SetResolution! start pos x:1848 y:1400 iHeight:240 iWidth:320 \n"}},
+        {"long",
+         [](CCameraBase &c) { c.SetExp(1'000'000, false); },
+         {"-----Enter long exp mode\n", "VMAX:"}},
+        {"short",
+         [](CCameraBase &c) { c.SetExp(999'999, false); },
+         {"-----Exit long exp mode\n", "set clk 37125 M!\n", "VMAX:"}},
+    };
+    for (const auto link : {vscsim::LinkSpeed::Super, vscsim::LinkSpeed::High}) {
+        OpenedCamera camera(std::in_place_type<CCameraS2800MM>, "VSC2800MM", {.link = link});
+        for (const auto &c : cases) {
+            SCOPED_TRACE(c.what);
+            testing::internal::CaptureStdout();
+            SetDebugPrint(true);
+            c.act(*camera.operator->());
+            SetDebugPrint(false);
+            const std::string printed = testing::internal::GetCapturedStdout();
+            size_t at = 0;
+            for (std::string text : c.texts) {
+                if (link == vscsim::LinkSpeed::High && text.find("USB3.0") != std::string::npos)
+                    text[text.find('3')] = '2';
+                at = printed.find(std::string("<VSC SDK> ").append(text), at);
+                ASSERT_NE(at, std::string::npos) << text << "is not in\n" << printed;
+            }
+        }
+    }
 }
 
 TEST_F(HardwareBinTest, HardwareBinningLoadsAModeWhenItChangesAndKeepsTheRegion)
@@ -327,6 +418,32 @@ TEST_F(HardwareBinHostTest, ALostCameraComesBackInItsMode)
     Bus().Replug(device);
     SleepFor(3s);
     EXPECT_TRUE(Shows(picture));
+}
+
+TEST_F(HardwareBinHostTest, ALostCameraComesBackWithItsRows)
+{
+    for (const bool moved : {false, true}) { // a new size and a new start count rows differently
+        SCOPED_TRACE(moved);
+        const int device = OpenOne("VSC2800MM");
+        const auto firstAndEnd = [device] {
+            return Bus().With(device, [](auto &camera) {
+                return std::pair(camera.SensorRegister(0x1DC), camera.SensorRegister(0x1DD));
+            });
+        };
+        ASSERT_TRUE(setImageFormat(160, 1700, 2, VSC_IMG_RAW8));
+        if (moved)
+            setStartPos(10, 20);
+        const auto before = firstAndEnd();
+        EXPECT_EQ(before.first, (moved ? 40 : 2 * 60) + 32);
+        startCapture();
+        ASSERT_FALSE(NextFrame(5000).empty());
+        Bus().Unplug(device);
+        SleepFor(3s);
+        Bus().Replug(device);
+        SleepFor(3s);
+        EXPECT_EQ(firstAndEnd(), before);
+        Remove(device);
+    }
 }
 
 } // namespace

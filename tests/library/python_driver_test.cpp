@@ -172,6 +172,9 @@ TEST_F(PythonDriverTest, WritesEachControlAsTheSensorWantsIt)
         {"gain 30", [](CCameraBase &c) { return c.SetGain(30, false); }, "python 205=307"},
         {"gain 101", [](CCameraBase &c) { return c.SetGain(101, false); }, "python 205=2048"},
         {"brightness", [](CCameraBase &c) { return c.SetBrightness(240); }, "python 128[0:7]=240"},
+        {"brightness -1", [](CCameraBase &c) { return c.SetBrightness(-1); }, "python 128[0:7]=0"},
+        {"brightness 256", [](CCameraBase &c) { return c.SetBrightness(256); },
+         "python 128[0:7]=240"},
         {"exposure 15", [](CCameraBase &c) { return c.SetExp(15, false); },
          "fpga 01=01 10=F2 11=01 12=00 01=00; python 201=16"},
         {"exposure 70 ms", [](CCameraBase &c) { return c.SetExp(70'000, false); },
@@ -210,6 +213,30 @@ TEST_F(PythonDriverTest, HighSpeedChangesWhileVideoRunsWithoutATornFrame)
         const Bytes frame = NextFrame(5000);
         ASSERT_TRUE(!frame.empty() && PatternNumber(frame, 640, 0, 0)) << i;
         setValue(CONTROL_HIGH_SPEED, i % 2, false);
+    }
+}
+
+TEST_F(PythonDriverTest, ARegionMovesWhileVideoRunsWithoutAFrameOfTwoPlaces)
+{
+    constexpr int kWidth = 320;
+    OpenOne("VSC048MM");
+    ASSERT_TRUE(setImageFormat(kWidth, 240, 1, VSC_IMG_RAW8));
+    const std::pair<int, int> places[] = {{0, 0}, {160, 120}, {320, 240}};
+    setStartPos(0, 0);
+    startCapture();
+    for (int i = 0; i < 30; ++i) {
+        const auto [x, y] = places[i % 3];
+        setStartPos(x, y);
+        bool there = false;
+        for (int frames = 0; frames < 4; ++frames) { // those on their way are of before
+            const Bytes frame = NextFrame(5000);
+            ASSERT_FALSE(frame.empty());
+            there = PatternNumber(frame, kWidth, x, y).has_value();
+            EXPECT_TRUE(std::ranges::any_of(places, [&frame](const auto &place) {
+                return PatternNumber(frame, kWidth, place.first, place.second).has_value();
+            })) << i;
+        }
+        EXPECT_TRUE(there) << i;
     }
 }
 
