@@ -98,3 +98,25 @@ stops() {
 }
 stops TERM 143
 stops HUP 129
+
+# Controls under their names, in their units; settings hold for the command behind them.
+expect 0 sim set gain=300 exposure=20ms red=auto -- get gain exposure
+[ "$(cat output)" = "$(printf '300\n20ms')" ]
+expect 0 sim --json controls
+contains output '"name":"exposure","available":true,"value_s":0.01'
+expect 2 sim set gain=700 -- info
+contains messages '0 to 600'
+expect 2 sim set exposure=bright -- info
+expect 10 sim set gamma=auto -- info
+expect 10 sim get target-temp
+expect 2 "$vsccam" set gain=3
+
+# A pulse, the identifier, and the cooler, which warms again at the end.
+expect 0 sim guide n 50ms
+expect 1 sim id get
+expect 0 sim id set 0102030405060708 --yes
+contains output 0102030405060708
+expect 2 sim id set 01 --yes
+expect 10 sim cool --target 0
+expect 0 "$vsccam" --sim VSC470MM-Cool cool --target 15 --for 1s
+contains output 'target  15 C'

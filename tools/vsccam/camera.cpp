@@ -74,16 +74,18 @@ template <class Duration> Microseconds ToMicroseconds(Duration time)
 
 } // namespace
 
-Camera::Camera(const std::string &selector)
+Camera::Camera(const CameraChoice &choice)
 {
     const std::vector<CameraEntry> cameras = ListCameras();
     m_connected = static_cast<int>(cameras.size());
-    m_entry = SelectCamera(cameras, selector);
+    m_entry = SelectCamera(cameras, choice.selector);
     if (!openCamera(m_entry.index))
         throw WhyNotOpened(m_entry);
     if (!initCamera())
         throw Failure(Exit::kFailure,
                       fmt::format("{} does not answer; plug it in again", m_entry.model));
+    for (const Setting &setting : choice.settings)
+        Apply(setting);
 }
 
 void Camera::SetFraming(const Framing &framing)

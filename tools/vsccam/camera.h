@@ -1,5 +1,6 @@
 #pragma once
 
+#include "controls.h"
 #include "picture.h"
 #include "progress.h"
 #include "units.h"
@@ -10,6 +11,7 @@
 #include <chrono>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace vsctool {
 
@@ -29,10 +31,16 @@ struct Framing {
     std::optional<Region> region;
 };
 
+/// Which camera, and what is set as soon as it is open.
+struct CameraChoice {
+    std::string selector; // see SelectCamera
+    std::vector<Setting> settings;
+};
+
 /// The open camera; there is one per process. All functions throw Failure.
 class Camera {
   public:
-    explicit Camera(const std::string &selector);
+    explicit Camera(const CameraChoice &choice);
 
     const CameraEntry &Entry() const { return m_entry; }
 

@@ -3,6 +3,7 @@
 #include "simulate.h"
 #include "stop_signals.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 
@@ -37,18 +38,40 @@ void AddGlobalOptions(CLI::App &app, GlobalOptions &o)
     app.set_config("--config", "", "Read options from this file");
 }
 
+Command ParseCommand(std::vector<std::string> words);
+
 void AddCommands(CLI::App &app, Command &chosen)
 {
     AddListCommand(app, chosen);
     AddInfoCommand(app, chosen);
     AddCaptureCommand(app, chosen);
+    AddControlsCommands(app, chosen, ParseCommand);
+    AddCoolCommand(app, chosen);
     AddDarkCommand(app, chosen);
+    AddGuideCommand(app, chosen);
+    AddIdCommand(app, chosen);
     AddVersionCommand(app, chosen);
     for (CLI::App *command : app.get_subcommands({}))
-        command->fallthrough(); // global options may follow the command
+        if (!command->get_prefix_command()) // what follows a prefix is not its own
+            command->fallthrough();         // global options may follow the command
     CLI::App *help = app.add_subcommand("help", "Show this text");
     help->callback([] { throw CLI::CallForAllHelp(); });
     app.require_subcommand(1);
+}
+
+/// The command behind a prefix; global options stand before that.
+Command ParseCommand(std::vector<std::string> words)
+{
+    CLI::App app("the command behind the settings", "vsccam");
+    Command command;
+    AddCommands(app, command);
+    std::reverse(words.begin(), words.end()); // the form that the parser takes
+    try {
+        app.parse(words);
+    } catch (const CLI::ParseError &error) {
+        throw Failure(Exit::kUsage, error.what());
+    }
+    return command;
 }
 
 int Main(int argc, char **argv)
@@ -71,7 +94,7 @@ int Main(int argc, char **argv)
     global.console.colour = global.colour == "auto";
     Console console(global.console);
     try {
-        Context context{console, global.camera, global.timeout, IsSimulated()};
+        Context context{console, {global.camera, {}}, global.timeout, IsSimulated()};
         command(context);
     } catch (const Failure &failure) {
         console.Error(failure.what());

@@ -23,13 +23,18 @@ std::string ProgressText(Microseconds elapsed, Microseconds total)
 
 void ProgressBar::Show(Microseconds elapsed)
 {
-    const std::string text = m_visible ? m_label + ProgressText(elapsed, m_total) : "";
-    if (text != m_shown)
-        std::fputs((kWipeLine + text).c_str(), stderr);
+    m_line.Show(m_label + ProgressText(elapsed, m_total));
+}
+
+void LiveLine::Show(const std::string &text)
+{
+    if (!m_visible || text == m_shown)
+        return;
+    std::fputs((kWipeLine + text).c_str(), stderr);
     m_shown = text;
 }
 
-ProgressBar::~ProgressBar()
+LiveLine::~LiveLine()
 {
     if (!m_shown.empty())
         std::fputs(kWipeLine, stderr);

@@ -7,24 +7,35 @@
 
 namespace vsctool {
 
-/// A bar on the terminal while time passes. The line is wiped at the end.
+/// A line on the terminal that changes in place. It is wiped at the end.
+class LiveLine {
+  public:
+    explicit LiveLine(bool visible) : m_visible(visible) {}
+    ~LiveLine();
+    LiveLine(const LiveLine &) = delete;
+    LiveLine &operator=(const LiveLine &) = delete;
+
+    void Show(const std::string &text);
+
+  private:
+    bool m_visible;
+    std::string m_shown;
+};
+
+/// A bar on the terminal while time passes.
 class ProgressBar {
   public:
     /// @param label  stands before the bar
     ProgressBar(bool visible, Microseconds total, std::string label = "")
-        : m_visible(visible), m_label(std::move(label)), m_total(total)
+        : m_line(visible), m_label(std::move(label)), m_total(total)
     {
     }
-    ~ProgressBar();
-    ProgressBar(const ProgressBar &) = delete;
-    ProgressBar &operator=(const ProgressBar &) = delete;
 
     void Show(Microseconds elapsed);
 
   private:
-    bool m_visible;
+    LiveLine m_line;
     std::string m_label;
-    std::string m_shown;
     Microseconds m_total;
 };
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "camera.h"
 #include "console.h"
 #include "units.h"
 
@@ -7,13 +8,14 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace vsctool {
 
 /// What all commands share.
 struct Context {
     Console &console;
-    std::string camera; // selector, see SelectCamera
+    CameraChoice camera;
     Microseconds timeout{};
     bool simulated = false;
 };
@@ -21,11 +23,18 @@ struct Context {
 /// A parsed command, ready to run. Throws Failure unless all went well.
 using Command = std::function<void(Context &)>;
 
+/// Makes a command of the words behind a prefix. Throws Failure.
+using CommandParser = std::function<Command(std::vector<std::string>)>;
+
 // Each adds its command to the program; parsing stores what to run in `chosen`.
 void AddListCommand(CLI::App &app, Command &chosen);
 void AddInfoCommand(CLI::App &app, Command &chosen);
 void AddCaptureCommand(CLI::App &app, Command &chosen);
+void AddControlsCommands(CLI::App &app, Command &chosen, const CommandParser &parse);
+void AddCoolCommand(CLI::App &app, Command &chosen);
 void AddDarkCommand(CLI::App &app, Command &chosen);
+void AddGuideCommand(CLI::App &app, Command &chosen);
+void AddIdCommand(CLI::App &app, Command &chosen);
 void AddVersionCommand(CLI::App &app, Command &chosen);
 
 /// An option whose text a function of this program reads; `form` shows how to write it.

@@ -1,0 +1,144 @@
+#include "controls.h"
+
+#include "camera.h"
+#include "commands/command.h"
+#include "failure.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <memory>
+
+namespace vsctool {
+namespace {
+
+using nlohmann::ordered_json;
+
+/// A figure in the unit that the name of the entry tells.
+void AddFigure(ordered_json &json, const NamedControl &control, const std::string &key, int value)
+{
+    switch (control.unit) {
+    case ControlUnit::kMicroseconds:
+        json[key + "_s"] = Seconds(Microseconds(value));
+        break;
+    case ControlUnit::kSeconds:
+        json[key + "_s"] = value;
+        break;
+    case ControlUnit::kTenthCelsius:
+        json[key + "_c"] = value / 10.0;
+        break;
+    case ControlUnit::kCelsius:
+        json[key + "_c"] = value;
+        break;
+    case ControlUnit::kPercent:
+        json[key + "_percent"] = value;
+        break;
+    case ControlUnit::kSwitch:
+        json[key] = value != 0;
+        break;
+    case ControlUnit::kPlain:
+        json[key] = value;
+        break;
+    }
+}
+
+ordered_json AsJson(const NamedControl &control, const ControlState &state)
+{
+    ordered_json json = {{"name", control.name}, {"available", state.available}};
+    if (!state.available)
+        return json;
+    AddFigure(json, control, "value", state.value);
+    AddFigure(json, control, "min", state.min);
+    AddFigure(json, control, "max", state.max);
+    json["auto"] = state.automatic;
+    json["has_auto"] = state.hasAutomatic;
+    json["read_only"] = control.readOnly;
+    return json;
+}
+
+std::string InWords(const NamedControl &control, const ControlState &state)
+{
+    if (!state.available)
+        return fmt::format("{:<18} -", control.name);
+    const char *mode = state.automatic      ? "auto"
+                       : control.readOnly   ? "read only"
+                       : state.hasAutomatic ? "manual"
+                                            : "";
+    const auto text = [&](int value) { return FormatValue(control, value); };
+    return fmt::format("{:<18} {:>10}  {:>9} to {:<10} {}", control.name, text(state.value),
+                       text(state.min), text(state.max), mode);
+}
+
+void ShowControls(Context &context)
+{
+    const Camera camera(context.camera);
+    ordered_json all = ordered_json::array();
+    for (const NamedControl &control : AllControls()) {
+        const ControlState state = StateOf(control);
+        context.console.Say(InWords(control, state));
+        all.push_back(AsJson(control, state));
+    }
+    context.console.Emit({{"model", camera.Entry().model}, {"controls", all}});
+}
+
+/// Just the values, one per line, for scripts.
+void Get(const std::vector<std::string> &names, Context &context)
+{
+    std::vector<const NamedControl *> controls; // all names are right before a camera is opened
+    std::transform(names.begin(), names.end(), std::back_inserter(controls),
+                   [](const std::string &name) { return &FindControl(name); });
+    const Camera camera(context.camera);
+    for (const NamedControl *control : controls) {
+        const ControlState state = StateOf(*control);
+        if (!state.available)
+            throw Failure(Exit::kNotSupported,
+                          fmt::format("{} has no {}", camera.Entry().model, control->name));
+        context.console.Say(FormatValue(*control, state.value));
+        context.console.Emit(AsJson(*control, state));
+    }
+}
+
+bool IsSetting(const std::string &word)
+{
+    return word.find('=') != std::string::npos;
+}
+
+/// Settings end with the program, so that they only make sense in front of another command.
+Command Prefixed(std::vector<std::string> words, const CommandParser &parse)
+{
+    if (const auto mark = std::find(words.begin(), words.end(), "--"); mark != words.end())
+        words.erase(mark);
+    const auto rest = std::find_if_not(words.begin(), words.end(), IsSetting);
+    if (rest == words.end())
+        throw Failure(Exit::kUsage, "settings end with the program: put a command behind them, as "
+                                    "in 'set gain=200 -- capture'");
+    std::vector<Setting> settings;
+    std::transform(words.begin(), rest, std::back_inserter(settings), ParseSetting);
+    return [settings, command = parse({rest, words.end()})](Context &context) {
+        context.camera.settings.insert(context.camera.settings.end(), settings.begin(),
+                                       settings.end());
+        command(context);
+    };
+}
+
+} // namespace
+
+void AddControlsCommands(CLI::App &app, Command &chosen, const CommandParser &parse)
+{
+    app.add_subcommand("controls", "Show all controls with their ranges")->callback([&chosen] {
+        chosen = ShowControls;
+    });
+
+    CLI::App *get = app.add_subcommand("get", "Show the values of some controls");
+    const auto names = std::make_shared<std::vector<std::string>>();
+    get->add_option("name", *names, "Controls, see 'vsccam controls'")->required();
+    get->callback(
+        [&chosen, names] { chosen = [names](Context &context) { Get(*names, context); }; });
+
+    CLI::App *set = app.add_subcommand("set", "Set controls, then run the command behind '--'");
+    set->footer("NAME=VALUE... -- COMMAND; exposure=20ms gain=auto cooler=on -- capture");
+    set->prefix_command();
+    set->callback([&chosen, set, parse] { chosen = Prefixed(set->remaining(), parse); });
+}
+
+} // namespace vsctool

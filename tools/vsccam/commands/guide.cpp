@@ -1,0 +1,84 @@
+#include "camera.h"
+#include "commands/command.h"
+#include "failure.h"
+#include "stop_signals.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <memory>
+
+namespace vsctool {
+namespace {
+
+using namespace std::chrono_literals;
+using std::chrono::milliseconds;
+
+// The library switches a pulse off at its end. A signal waits for that; longer pulses are made of
+// several, so that it never waits for long.
+constexpr milliseconds kLongestPiece = 1s;
+constexpr Microseconds kLongestPulse = 1h;
+
+struct GuideOptions {
+    std::string direction;
+    Microseconds time{};
+};
+
+constexpr std::pair<const char *, GuideD> kDirections[] = {
+    {"N", GUIDE_NORTH}, {"S", GUIDE_SOUTH}, {"E", GUIDE_EAST}, {"W", GUIDE_WEST}};
+
+GuideD DirectionOf(const std::string &name)
+{
+    const auto *found = std::find_if(std::begin(kDirections), std::end(kDirections),
+                                     [&](const auto &entry) { return name == entry.first; });
+    return found->second; // the parser lets no other name through
+}
+
+/// A program that was killed in a pulse left its line on.
+void SwitchAllOff()
+{
+    for (const auto &[name, direction] : kDirections)
+        pulseGuide(direction, 0);
+}
+
+void Guide(const GuideOptions &options, Context &context)
+{
+    if (options.time > kLongestPulse)
+        throw Failure(Exit::kUsage,
+                      fmt::format("a pulse of {} is too long; {} at most", FormatTime(options.time),
+                                  FormatTime(kLongestPulse)));
+    const GuideD direction = DirectionOf(options.direction);
+    const Camera camera(context.camera);
+    SwitchAllOff();
+    auto left = std::chrono::ceil<milliseconds>(options.time);
+    while (left > 0ms) {
+        const milliseconds piece = std::min(left, kLongestPiece);
+        pulseGuide(direction, static_cast<int>(piece.count()));
+        left -= piece;
+        StopSignals::SleepFor(0ms); // the line is off: here a signal may end the program
+    }
+    camera.CheckPresence();
+    context.console.Say(
+        fmt::format("guided {} for {}", options.direction, FormatTime(options.time)));
+    context.console.Emit({{"direction", options.direction}, {"time_s", Seconds(options.time)}});
+}
+
+} // namespace
+
+void AddGuideCommand(CLI::App &app, Command &chosen)
+{
+    CLI::App *guide = app.add_subcommand("guide", "Send a pulse to the mount");
+    const auto options = std::make_shared<GuideOptions>();
+    guide->add_option("direction", options->direction, "N, S, E or W")
+        ->required()
+        ->check(CLI::IsMember({"N", "S", "E", "W"}))
+        ->transform([](std::string text) {
+            std::transform(text.begin(), text.end(), text.begin(), ::toupper);
+            return text;
+        });
+    AddParsed(*guide, "time", options->time, ParseTime, "TIME", "Length: 500ms, 2s")->required();
+    guide->callback(
+        [&chosen, options] { chosen = [options](Context &context) { Guide(*options, context); }; });
+}
+
+} // namespace vsctool

@@ -1,0 +1,107 @@
+#include "camera.h"
+#include "commands/command.h"
+#include "failure.h"
+
+#include <nlohmann/json.hpp>
+#include <unistd.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+#include <memory>
+
+namespace vsctool {
+namespace {
+
+struct SetOptions {
+    _VSC_ID id{};
+    bool yes = false;
+};
+
+std::string InHex(const _VSC_ID &id)
+{
+    std::string text;
+    for (const unsigned char byte : id.id)
+        text += fmt::format("{:02x}", byte);
+    return text;
+}
+
+_VSC_ID ParseId(const std::string &text)
+{
+    _VSC_ID id{};
+    bool complete = text.size() == 2 * std::size(id.id);
+    for (size_t i = 0; complete && i < std::size(id.id); ++i) {
+        const char *digits = text.data() + 2 * i;
+        const auto [end, error] = std::from_chars(digits, digits + 2, id.id[i], 16);
+        complete = error == std::errc() && end == digits + 2;
+    }
+    if (!complete)
+        throw Failure(Exit::kUsage,
+                      fmt::format("'{}' is no identifier: write 16 hexadecimal digits", text));
+    return id;
+}
+
+void Show(Context &context, const Camera &camera, const _VSC_ID &id)
+{
+    context.console.Say(InHex(id));
+    context.console.Emit({{"model", camera.Entry().model}, {"id", InHex(id)}});
+}
+
+void GetId(Context &context)
+{
+    const Camera camera(context.camera);
+    _VSC_ID id{};
+    if (!GetID(&id))
+        throw Failure(Exit::kFailure,
+                      fmt::format("{} has no identifier yet; give it one with 'vsccam id set'",
+                                  camera.Entry().model));
+    Show(context, camera, id);
+}
+
+/// Only a person at a terminal can be asked.
+void Confirm(const Camera &camera)
+{
+    if (isatty(STDIN_FILENO) == 0)
+        throw Failure(Exit::kUsage, "nobody to ask; add --yes to write the flash of the camera");
+    std::fputs(
+        fmt::format("Replace the identifier in the flash of {}? [y/N] ", camera.Entry().model)
+            .c_str(),
+        stderr);
+    const int answer = std::getchar();
+    if (answer != 'y' && answer != 'Y')
+        throw Failure(Exit::kFailure, "nothing was written");
+}
+
+void SetId(const SetOptions &options, Context &context)
+{
+    const Camera camera(context.camera);
+    if (!options.yes)
+        Confirm(camera);
+    _VSC_ID written{};
+    // The library looks at the first half only when it has written.
+    const bool ok = SetID(options.id) && GetID(&written) &&
+                    std::equal(std::begin(written.id), std::end(written.id), options.id.id);
+    if (!ok)
+        throw Failure(Exit::kFailure, fmt::format("the flash of {} does not take the identifier; "
+                                                  "plug the camera in again and retry",
+                                                  camera.Entry().model));
+    Show(context, camera, written);
+}
+
+} // namespace
+
+void AddIdCommand(CLI::App &app, Command &chosen)
+{
+    CLI::App *id = app.add_subcommand("id", "Read or write the identifier in a camera's flash");
+    id->require_subcommand(1);
+    id->add_subcommand("get", "Show it")->fallthrough()->callback([&chosen] { chosen = GetId; });
+    CLI::App *set = id->add_subcommand("set", "Write it")->fallthrough();
+    const auto options = std::make_shared<SetOptions>();
+    AddParsed(*set, "id", options->id, ParseId, "HEX", "Eight bytes: 16 hexadecimal digits")
+        ->required();
+    set->add_flag("--yes", options->yes, "Do not ask");
+    set->callback(
+        [&chosen, options] { chosen = [options](Context &context) { SetId(*options, context); }; });
+}
+
+} // namespace vsctool

@@ -1,0 +1,208 @@
+#include "controls.h"
+
+#include "failure.h"
+#include "units.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <string_view>
+
+namespace vsctool {
+namespace {
+
+using enum ControlUnit;
+
+// The limits of automatic exposure have a function of their own in the library.
+enum AutoLimit : Control_TYPE { kAutoMaxGain = 100, kAutoMaxExposure, kAutoBrightness };
+constexpr int kAutoLimits = 3;
+
+constexpr NamedControl kControls[] = {
+    {"gain", CONTROL_GAIN, kPlain},
+    {"exposure", CONTROL_EXPOSURE, kMicroseconds},
+    {"gamma", CONTROL_GAMMA, kPlain},
+    {"red", CONTROL_WB_RED, kPlain},
+    {"blue", CONTROL_WB_BLUE, kPlain},
+    {"offset", CONTROL_BRIGHTNESS, kPlain},
+    {"bandwidth", CONTROL_BANDWIDTH, kPercent},
+    {"overclock", CONTROL_OVERCLOCK, kPercent},
+    {"hardware-bin", CONTROL_HARDWARE_BIN, kSwitch},
+    {"high-speed", CONTROL_HIGH_SPEED, kSwitch},
+    {"mono-bin", CONTROL_MONO_BIN, kSwitch},
+    {"auto-max-gain", kAutoMaxGain, kPlain},
+    {"auto-max-exposure", kAutoMaxExposure, kSeconds},
+    {"auto-brightness", kAutoBrightness, kPlain},
+    {"temperature", CONTROL_TEMPERATURE, kTenthCelsius, true},
+    {"cooler-power", CONTROL_COOLER_POWER, kPercent, true},
+    {"target-temp", CONTROL_TARGET_TEMP, kCelsius},
+    {"cooler", CONTROL_COOLER_ON, kSwitch},
+    {"fan", CONTROL_FAN_ON, kSwitch},
+};
+
+bool IsAutoLimit(const NamedControl &control)
+{
+    return control.type >= kAutoMaxGain;
+}
+
+std::array<int, kAutoLimits> AutoLimits()
+{
+    std::array<int, kAutoLimits> limits{};
+    getAutoPara(&limits[0], &limits[1], &limits[2]);
+    return limits;
+}
+
+ControlState StateOfAutoLimit(const NamedControl &control)
+{
+    const auto which = static_cast<size_t>(control.type - kAutoMaxGain);
+    const int largest[kAutoLimits] = {getMax(CONTROL_GAIN), 60, 160};
+    constexpr int kSmallest[kAutoLimits] = {0, 1, 50};
+    return {.available = true,
+            .value = AutoLimits()[which],
+            .min = kSmallest[which],
+            .max = largest[which]};
+}
+
+/// Takes a unit off the end, and the blanks before it.
+std::string_view WithoutUnit(std::string_view text, std::string_view unit)
+{
+    if (text.ends_with(unit))
+        text.remove_suffix(unit.size());
+    while (text.ends_with(' '))
+        text.remove_suffix(1);
+    return text;
+}
+
+int ParseWhole(std::string_view text, const std::string &whole)
+{
+    int value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc() || end != text.data() + text.size())
+        throw Failure(Exit::kUsage, fmt::format("'{}' ends with no whole number", whole));
+    return value;
+}
+
+int ParseValue(const NamedControl &control, const std::string &text, const std::string &whole)
+{
+    switch (control.unit) {
+    case kMicroseconds:
+        return static_cast<int>(std::clamp<int64_t>(ParseTime(text).count(), 0, INT32_MAX));
+    case kSeconds:
+        return static_cast<int>(std::min<int64_t>(ParseTime(text).count() / 1'000'000, INT32_MAX));
+    case kSwitch:
+        for (const auto &[word, value] : {std::pair{"on", 1}, {"off", 0}, {"1", 1}, {"0", 0}}) {
+            if (text == word)
+                return value;
+        }
+        throw Failure(Exit::kUsage, fmt::format("'{}': a switch is on or off", whole));
+    case kPercent:
+        return ParseWhole(WithoutUnit(text, "%"), whole);
+    case kCelsius:
+    case kTenthCelsius:
+        return ParseWhole(WithoutUnit(text, "C"), whole);
+    case kPlain:
+        break;
+    }
+    return ParseWhole(text, whole);
+}
+
+void SetAutoLimit(const NamedControl &control, int value)
+{
+    std::array<int, kAutoLimits> limits = AutoLimits();
+    limits[static_cast<size_t>(control.type - kAutoMaxGain)] = value;
+    setAutoPara(limits[0], limits[1], limits[2]);
+}
+
+} // namespace
+
+std::span<const NamedControl> AllControls()
+{
+    return kControls;
+}
+
+const NamedControl &FindControl(const std::string &name)
+{
+    const auto *found = std::find_if(std::begin(kControls), std::end(kControls),
+                                     [&](const NamedControl &c) { return name == c.name; });
+    if (found != std::end(kControls))
+        return *found;
+    std::string names;
+    for (const NamedControl &control : kControls)
+        names.append(names.empty() ? "" : ", ").append(control.name);
+    throw Failure(Exit::kUsage, fmt::format("no control '{}'; there are {}", name, names));
+}
+
+ControlState StateOf(const NamedControl &control)
+{
+    if (IsAutoLimit(control))
+        return StateOfAutoLimit(control);
+    // Colour cameras have it; the library does not announce it.
+    const bool unannounced = control.type == CONTROL_MONO_BIN && isColorCam();
+    ControlState state = {.available = isAvailable(control.type) || unannounced};
+    if (!state.available)
+        return state;
+    state.value = getValue(control.type, &state.automatic);
+    state.min = getMin(control.type);
+    state.max = getMax(control.type);
+    state.hasAutomatic = isAutoSupported(control.type) != 0;
+    return state;
+}
+
+std::string FormatValue(const NamedControl &control, int value)
+{
+    switch (control.unit) {
+    case kMicroseconds:
+        return FormatTime(Microseconds(value));
+    case kSeconds:
+        return fmt::format("{} s", value);
+    case kSwitch:
+        return value ? "on" : "off";
+    case kPercent:
+        return fmt::format("{} %", value);
+    case kCelsius:
+        return fmt::format("{} C", value);
+    case kTenthCelsius:
+        return fmt::format("{:.1f} C", value / 10.0);
+    case kPlain:
+        break;
+    }
+    return fmt::format("{}", value);
+}
+
+Setting ParseSetting(const std::string &text)
+{
+    const size_t equals = text.find('=');
+    if (equals == std::string::npos)
+        throw Failure(Exit::kUsage, fmt::format("'{}' sets nothing; write gain=200", text));
+    const NamedControl &control = FindControl(text.substr(0, equals));
+    if (control.readOnly)
+        throw Failure(Exit::kUsage, fmt::format("{} can only be read", control.name));
+    const std::string value = text.substr(equals + 1);
+    if (value == "auto")
+        return {.control = &control, .automatic = true};
+    return {.control = &control, .value = ParseValue(control, value, text)};
+}
+
+void Apply(const Setting &setting)
+{
+    const NamedControl &control = *setting.control;
+    const ControlState state = StateOf(control);
+    if (!state.available)
+        throw Failure(Exit::kNotSupported, fmt::format("this camera has no {}", control.name));
+    if (setting.automatic && !state.hasAutomatic)
+        throw Failure(Exit::kNotSupported, fmt::format("{} cannot set itself", control.name));
+    const int value = setting.automatic ? state.value : setting.value;
+    if (value < state.min || value > state.max)
+        throw Failure(Exit::kUsage,
+                      fmt::format("{} {} is outside {} to {}", control.name,
+                                  FormatValue(control, value), FormatValue(control, state.min),
+                                  FormatValue(control, state.max)));
+    if (IsAutoLimit(control))
+        SetAutoLimit(control, value);
+    else
+        setValue(control.type, value, setting.automatic);
+}
+
+} // namespace vsctool

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <vsccam.h>
+
+#include <span>
+#include <string>
+
+namespace vsctool {
+
+/// How people write and read the value of a control.
+enum class ControlUnit {
+    kPlain,
+    kPercent,
+    kMicroseconds,
+    kSeconds,
+    kCelsius,
+    kTenthCelsius,
+    kSwitch
+};
+
+/// A control under the name that a person would type.
+struct NamedControl {
+    const char *name;
+    Control_TYPE type; // beyond the library's own: a limit of automatic exposure
+    ControlUnit unit;
+    bool readOnly = false;
+};
+
+std::span<const NamedControl> AllControls();
+
+/// Throws Failure, which lists the names, when there is none.
+const NamedControl &FindControl(const std::string &name);
+
+/// Of the open camera, in the library's figures.
+struct ControlState {
+    bool available = false;
+    int value = 0;
+    int min = 0;
+    int max = 0;
+    bool automatic = false;
+    bool hasAutomatic = false;
+};
+ControlState StateOf(const NamedControl &control);
+
+/// "20ms", "80 %", "-10.5 C", "on"
+std::string FormatValue(const NamedControl &control, int value);
+
+/// A control and what it is to be.
+struct Setting {
+    const NamedControl *control = nullptr;
+    int value = 0;
+    bool automatic = false; // then the value is the present one
+};
+
+/// "gain=200", "exposure=auto", "target-temp=-10C", "cooler=on". Throws Failure.
+Setting ParseSetting(const std::string &text);
+
+/// Sets a control of the open camera. Throws Failure when it does not have it or cannot be that.
+void Apply(const Setting &setting);
+
+} // namespace vsctool
