@@ -1,6 +1,7 @@
 #include "library/host_fixture.h"
 #include "library/wire.h"
 #include "models/usb2/firmware_images.h"
+#include "support/temporary_file.h"
 #include "usb/firmware_image.h"
 
 #include <gtest/gtest.h>
@@ -165,7 +166,7 @@ class FirmwareTest : public HostTest {
     }
 
   private:
-    const std::string m_path = testing::TempDir() + "firmware_test.img";
+    const std::string m_path = TemporaryFile("firmware_test.img");
 };
 
 const Lines kProgrammerLoads = {"40 A0 E600 0000 len 1", "40 A0 0000 0000 len 2048",

@@ -1,4 +1,5 @@
 #include "sim/host.h"
+#include "support/temporary_file.h"
 
 #include <cmath>
 #include <cstdio>
@@ -186,7 +187,7 @@ TEST_F(Flash, IsOutOfReachWhileBusyBeyondItsEndOrBehindTheWideBus)
 
 TEST_F(Flash, KeepsItsContentsInAFile)
 {
-    const std::string file = testing::TempDir() + "vscsim_flash.bin";
+    const std::string file = vsccam::TemporaryFile("vscsim_flash.bin");
     std::remove(file.c_str());
     const CameraOptions options{.speed = 0, .flashFile = file};
     {

@@ -1,5 +1,6 @@
 #include "camera/fault_plan.h"
 #include "sim/host.h"
+#include "support/temporary_file.h"
 
 #include <cstdio>
 #include <fstream>
@@ -43,7 +44,7 @@ TEST(FaultPlan, ReadsShorthandAndJsonAlike)
          {{.fault = Fault::BadHead, .count = kForEver, .probability = 0.25},
           {.fault = Fault::Mute, .from = 7}}},
     };
-    const std::string file = testing::TempDir() + "vscsim_plan.json";
+    const std::string file = vsccam::TemporaryFile("vscsim_plan.json");
     for (const auto &c : cases) {
         SCOPED_TRACE(c.json);
         EXPECT_EQ(Plan(c.shorthand), c.expected);
