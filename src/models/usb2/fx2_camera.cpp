@@ -11,7 +11,10 @@ bool Fx2Camera::OpenCamera(int n)
 {
     if (IsOpened())
         return true;
-    return Usb2Driver::OpenCamera(n) && (FirmwareIsCurrent() || RefreshFirmware(n));
+    if (!Usb2Driver::OpenCamera(n))
+        return false;
+    // A worker that opens a lost camera again must end soon when it is stopped.
+    return Lost() || FirmwareIsCurrent() || RefreshFirmware(n);
 }
 
 bool Fx2Camera::FirmwareIsCurrent()

@@ -93,10 +93,10 @@ bool Usb2Driver::RestoreSettings()
     PowerUp();
     SelectBitDepth(m_output16Bits);
     SetStartPos(m_startX, m_startY);
-    SetGain();
     StoreLineLength(line); // at slow exposures nothing else sets it
     Cam_SetResolution();
     SetExp();
+    SetGain(); // last: its code depends on the clock that the exposure selected
     OnReconnected();
     return true;
 }
@@ -152,7 +152,7 @@ void Usb2Driver::WriteWindow()
     Write(usb2::kWindowTop, m_startY + usb2::kTopMargin);
     Write(usb2::kWindowLeft, m_startX);
     WriteWindowEnd();
-    if (streams)
+    if (streams && Capturing()) // a single exposure may have ended meanwhile
         Write(usb2::kStreaming, usb2::kStreamOn);
 }
 
@@ -234,7 +234,7 @@ bool Usb2Driver::SetFPSPerc(int percent, bool bAuto)
     timing.frameLines = ReadoutSize().height + usb2::kFrameOverhead;
     StoreLineLength(
         Usb2LineLength(timing.clockMHz, ReadoutBytes(), megabytesPerS, share, timing.frameLines));
-    const double fps = 1e6 / std::max(timing.FrameTimeUs(), 1);
+    const double fps = timing.FramesPerS();
     // Quirk, kept: the line length is printed as "pkg".
     OutputDbgPrint("clk:%d fps:%2.2f size:%2.2f  value:%d pkg:%x \n", timing.clockMHz, fps,
                    ReadoutBytes() * fps / 1e6, static_cast<int>(m_bandwidth),
@@ -411,6 +411,7 @@ void Usb2Driver::StartSensorStreaming()
 
 void Usb2Driver::StopSensorStreaming()
 {
+    const std::lock_guard lock(m_settingsSection); // who switches it on holds this as well
     Write(usb2::kStreaming, usb2::kStreamOff);
 }
 

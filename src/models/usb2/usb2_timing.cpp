@@ -71,7 +71,17 @@ Usb2Gain Usb2GainFor(int gain, ControlRange range, int clockMHz)
 
 int Usb2Timing::FrameTimeUs() const
 {
-    return (lineLength * frameLines - kFrameTail) / clockMHz;
+    return FrameClocks() / clockMHz;
+}
+
+double Usb2Timing::FramesPerS() const
+{
+    return clockMHz * 1e6 / FrameClocks();
+}
+
+int Usb2Timing::FrameClocks() const
+{
+    return lineLength * frameLines - kFrameTail;
 }
 
 int64_t Usb2Timing::Lines(uint32_t exposureUs) const

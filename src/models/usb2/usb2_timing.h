@@ -30,10 +30,13 @@ struct Usb2Timing {
     int frameLines;
 
     int FrameTimeUs() const;
+    double FramesPerS() const;
     /// Lines of integration for an exposure, at least 1.
     int64_t Lines(uint32_t exposureUs) const;
     /// How long the sensor integrates by itself in exposures that the host times.
     uint32_t OwnIntegrationUs() const;
+
+    int FrameClocks() const;
 };
 
 /// Line length, in clocks, that keeps to a share of the bandwidth.
