@@ -84,7 +84,7 @@ CaptureWorker::Turn CaptureWorker::CaptureOneFrame()
         return Fail();
 
     const BulkStream::Pass pass =
-        exposure.timedByHost ? ExposeAndRead(exposure.us) : ReadFrame(exposure);
+        exposure.timedByHost ? ExposeAndRead(exposure.us) : ReadVideoFrame(exposure);
     if (!m_camera.BandwidthAuto())
         RememberedAutoBandwidth(m_camera) = false;
     if (pass.deviceGone)
@@ -109,11 +109,11 @@ CaptureWorker::Turn CaptureWorker::HandleIncompleteFrame(const BulkStream::Pass 
     return HandleMissingBytes(pass);
 }
 
-BulkStream::Pass CaptureWorker::ReadFrame(const ExposureSetting &exposure)
+BulkStream::Pass CaptureWorker::ReadVideoFrame(const ExposureSetting &exposure)
 {
     const BulkStream::Timeouts timeouts = FrameTimeouts(exposure);
     m_waitMs = static_cast<long>(timeouts.perTransfer.count());
-    return m_camera.startAsyncXfer(m_camera.Raw().Filling(), timeouts, m_running);
+    return ReadFrame(exposure, timeouts);
 }
 
 /// The host opens and closes the exposure gate; then the sensor reads out.

@@ -36,6 +36,8 @@ class CaptureWorker {
     virtual void StartDataPath() = 0; // and the sensor's streaming
     virtual void FollowExposure() {}  // before each frame
     virtual BulkStream::Timeouts FrameTimeouts(const ExposureSetting &exposure) const = 0;
+    virtual BulkStream::Pass ReadFrame(const ExposureSetting &exposure,
+                                       BulkStream::Timeouts timeouts) = 0;
     virtual void PrintIncompleteFrame(const BulkStream::Pass &pass) const = 0;
     virtual Turn HandleMissingBytes(const BulkStream::Pass &pass) = 0; // counted already
     virtual Turn HandleWholeFrame() = 0;
@@ -72,7 +74,7 @@ class CaptureWorker {
     bool Prepare();
     bool StartStream();
     Turn CaptureOneFrame();
-    BulkStream::Pass ReadFrame(const ExposureSetting &exposure);
+    BulkStream::Pass ReadVideoFrame(const ExposureSetting &exposure);
     BulkStream::Pass ExposeAndRead(uint32_t exposureUs);
     Turn HandleIncompleteFrame(const BulkStream::Pass &pass);
     Turn HandleRefusedRead(const BulkStream::Pass &pass);

@@ -54,9 +54,22 @@ BulkStream::Timeouts Usb2CaptureWorker::FrameTimeouts(const ExposureSetting &exp
         wait = milliseconds(exposureUs / 1000) + (exposureUs < 1'000'000 ? 1000ms : 2000ms);
     else
         wait = frameTime + (m_frameBytes <= kSmallFrameBytes ? 2ms : 10ms);
-    if (m_midFrame) // a frame that is on its way comes before the one to wait for
-        wait += 2 * frameTime;
     return {.perTransfer = wait, .nextEvent = wait, .total = wait};
+}
+
+/// A read that begins within a frame gets the rest of that one first. It is given that time, too:
+/// else it would time out in the middle of the next frame, and so would each read after it, at the
+/// same place for ever. The time-out that is printed, and tells slow frames from fast ones, is the
+/// one without it.
+BulkStream::Pass Usb2CaptureWorker::ReadFrame(const ExposureSetting &exposure,
+                                              BulkStream::Timeouts timeouts)
+{
+    if (m_midFrame) {
+        const milliseconds extra = 2 * milliseconds(exposure.frameTimeUs / 1000);
+        timeouts.perTransfer += extra;
+        timeouts.total += extra;
+    }
+    return m_camera.ReadFrameOnce(m_camera.Raw().Filling(), timeouts, m_running);
 }
 
 void Usb2CaptureWorker::PrintIncompleteFrame(const BulkStream::Pass &pass) const
@@ -80,18 +93,21 @@ Usb2CaptureWorker::Turn Usb2CaptureWorker::HandleMissingBytes(const BulkStream::
     return Turn::GoOn;
 }
 
-/// Everything that starts the stream is sent again: one lost request may be what silenced it.
+/// A camera that has sent nothing of late gets everything that starts the stream again: one lost
+/// request may be what silenced it.
 Usb2CaptureWorker::Turn Usb2CaptureWorker::ResetStream(const char *complaint)
 {
     if (SilentTooOften())
         return Fail();
     OutputDbgPrint("%s", complaint);
+    const bool silent = m_emptyReads > 0;
     m_drops = m_emptyReads = 0;
     if (!m_camera.ResetDevice())
         return RecoverDevice();
     m_camera.StartSensorCLK();
     m_camera.SendCMD(request::kStartDataPath);
-    m_sensor.StartSensorStreaming();
+    if (silent)
+        m_sensor.StartSensorStreaming();
     (void)m_running.SleepFor(kResetPause);
     return Turn::GoOn;
 }

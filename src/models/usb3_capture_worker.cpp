@@ -43,6 +43,12 @@ BulkStream::Timeouts Usb3CaptureWorker::FrameTimeouts(const ExposureSetting &exp
     return timeouts;
 }
 
+BulkStream::Pass Usb3CaptureWorker::ReadFrame(const ExposureSetting & /*exposure*/,
+                                              BulkStream::Timeouts timeouts)
+{
+    return m_camera.startAsyncXfer(m_camera.Raw().Filling(), timeouts, m_running);
+}
+
 void Usb3CaptureWorker::PrintIncompleteFrame(const BulkStream::Pass &pass) const
 {
     OutputDbgPrint("get len:0x%x drop:%d  frametime:%dus waittime:%ldms\n", pass.received, m_drops,

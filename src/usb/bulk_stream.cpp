@@ -109,7 +109,8 @@ void BulkStream::Allocate(libusb_device_handle *handle, int totalLen, int count,
     }
 }
 
-BulkStream::Pass BulkStream::Run(uint8_t *buffer, Timeouts timeouts, const RunFlag &running)
+BulkStream::Pass BulkStream::Run(uint8_t *buffer, Timeouts timeouts, const RunFlag &running,
+                                 Count count)
 {
     Pass pass;
     if (!running)
@@ -133,20 +134,21 @@ BulkStream::Pass BulkStream::Run(uint8_t *buffer, Timeouts timeouts, const RunFl
         SubmitFrom(buffer, pass); // those that found no memory before
     }
     (void)Reap(); // what stays away is reaped by the next pass, or freed when the device is closed
-    Collect(pass);
+    Collect(pass, count);
     return pass;
 }
 
-void BulkStream::Collect(Pass &pass) const
+void BulkStream::Collect(Pass &pass, Count count) const
 {
     for (const auto &transfer : m_transfers) {
         if (!transfer->submitted)
             continue;
         const auto status =
             transfer->Completed() ? transfer->usb->status : LIBUSB_TRANSFER_CANCELLED;
-        if (status == LIBUSB_TRANSFER_COMPLETED)
+        const bool whole = status == LIBUSB_TRANSFER_COMPLETED;
+        if (whole || (count == Count::AllThatCame && transfer->Completed()))
             pass.received += transfer->usb->actual_length;
-        else if (pass.error == 0)
+        if (!whole && pass.error == 0)
             pass.error = ErrorOf(status);
         pass.ioError = pass.ioError || status == LIBUSB_TRANSFER_ERROR;
         pass.deviceGone = pass.deviceGone || status == LIBUSB_TRANSFER_NO_DEVICE;

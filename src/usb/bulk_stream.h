@@ -46,9 +46,13 @@ class BulkStream {
     bool Init(libusb_device_handle *handle, int totalLen, int count, int chunkSize,
               uint8_t endpoint);
 
+    /// Which bytes of a frame count: only those of transfers that completed, or also those that a
+    /// transfer had when it ended otherwise, as a synchronous read tells them.
+    enum class Count { Completed, AllThatCame };
+
     /// Reads one frame into `buffer`. Ends early when `running` is cleared. On return no transfer
     /// is in flight, unless one could not be cancelled: then the next Run starts with reaping it.
-    Pass Run(uint8_t *buffer, Timeouts timeouts, const RunFlag &running);
+    Pass Run(uint8_t *buffer, Timeouts timeouts, const RunFlag &running, Count count);
 
     /// Frees the transfers, but for those that did not come back: they stay until DeviceClosed.
     void Release();
@@ -68,7 +72,7 @@ class BulkStream {
     void Allocate(libusb_device_handle *handle, int totalLen, int count, int chunkSize,
                   uint8_t endpoint);
     void SubmitFrom(uint8_t *buffer, Pass &pass);
-    void Collect(Pass &pass) const;
+    void Collect(Pass &pass, Count count) const;
     static bool WaitFor(Transfer &transfer, Clock::time_point deadline,
                         std::chrono::milliseconds eventTimeout, const RunFlag &running);
     bool Reap();

@@ -319,17 +319,18 @@ bool CCameraFX3::initAsyncXfer(int totalLen, int count, int chunkSize, uint8_t e
 BulkStream::Pass CCameraFX3::startAsyncXfer(uint8_t *buffer, BulkStream::Timeouts timeouts,
                                             const RunFlag &running)
 {
-    const BulkStream::Pass first = m_stream.Run(buffer, timeouts, running);
+    constexpr auto kCount = BulkStream::Count::Completed;
+    const BulkStream::Pass first = m_stream.Run(buffer, timeouts, running, kCount);
     if (!first.ioError || first.deviceGone || !running)
         return first;
     OutputDbgPrint("repeat 2#\n");
-    return m_stream.Run(buffer, timeouts, running);
+    return m_stream.Run(buffer, timeouts, running, kCount);
 }
 
 BulkStream::Pass CCameraFX3::ReadFrameOnce(uint8_t *buffer, BulkStream::Timeouts timeouts,
                                            const RunFlag &running)
 {
-    return m_stream.Run(buffer, timeouts, running);
+    return m_stream.Run(buffer, timeouts, running, BulkStream::Count::AllThatCame);
 }
 
 void CCameraFX3::releaseAsyncXfer()

@@ -117,10 +117,12 @@ class CCameraFX3 {
 
     /// Prepares the reading of frames of `totalLen` bytes, see BulkStream::Init.
     bool initAsyncXfer(int totalLen, int count, int chunkSize, uint8_t endpoint);
-    /// Reads one frame, with one repetition after a transfer error.
+    /// Reads one frame, with one repetition after a transfer error. Transfers that did not complete
+    /// count as nothing.
     BulkStream::Pass startAsyncXfer(uint8_t *buffer, BulkStream::Timeouts timeouts,
                                     const RunFlag &running);
-    /// Reads one frame, without repetition.
+    /// Reads one frame as a single synchronous read does: without repetition, and whatever came
+    /// before a failure or the time-out counts.
     BulkStream::Pass ReadFrameOnce(uint8_t *buffer, BulkStream::Timeouts timeouts,
                                    const RunFlag &running);
     void releaseAsyncXfer();

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <functional>
 
 namespace vsccam {
@@ -216,6 +217,33 @@ TEST_F(Usb2DriverTest, TellsTheBlackLevelThatWasReadLast)
     EXPECT_TRUE(camera.CloseCamera());
 }
 
+TEST_F(Usb2DriverTest, ReadThatTimesOutTellsWhatHasCome)
+{
+    OpenedCamera camera(std::in_place_type<CCameraS340MM>, "VSC340MM");
+    ASSERT_TRUE(camera->InitCamera());
+    const int length = camera->ReadoutBytes();
+    std::vector<uint8_t> frame(static_cast<size_t>(length));
+    ASSERT_TRUE(camera->initAsyncXfer(length, 2, 0x100000, 0x82));
+    for (const uint8_t command : {uint8_t{0xAF}, uint8_t{0xA9}})
+        EXPECT_TRUE(camera->SendCMD(command));
+    EXPECT_TRUE(camera->WriteCameraRegister(0x301A, 0x10DC));
+    const std::chrono::milliseconds inTheMiddle(camera->FrameTimeUs() * 3 / 2000);
+    Thread host; // the simulated camera moves the bytes of a frame when it is asked for something
+    EXPECT_TRUE(host.Start([&] {
+        SleepFor(inTheMiddle - std::chrono::milliseconds(1));
+        (void)camera->GetSensorTemp();
+    }));
+    RunFlag running;
+    running.Set();
+    const BulkStream::Pass pass =
+        camera->ReadFrameOnce(frame.data(), {inTheMiddle, inTheMiddle, inTheMiddle}, running);
+    host.Join();
+    EXPECT_EQ(pass.error, LIBUSB_ERROR_TIMEOUT);
+    EXPECT_GT(pass.received, 0);
+    EXPECT_LT(pass.received, 0x100000);
+    camera->releaseAsyncXfer();
+}
+
 TEST_F(Usb2DriverTest, RefreshesFirmwareThatIsTooOldOnly)
 {
     const struct {
@@ -241,6 +269,10 @@ TEST_F(Usb2DriverTest, RefreshesFirmwareThatIsTooOldOnly)
         EXPECT_TRUE(camera->GetFirmwareVer(&version));
         EXPECT_EQ(version, c.refreshed ? 3 : c.version);
         EXPECT_EQ(std::ranges::count(bus.TakeTraffic(device), "reset"), c.refreshed ? 1 : 0);
+        camera->SetLost(true); // a worker that finds its camera again has no time for firmware
+        EXPECT_TRUE(camera->ReConnectCamera());
+        for (const std::string &line : bus.TakeTraffic(device))
+            EXPECT_FALSE(line.starts_with("C0")) << line;
         EXPECT_TRUE(camera->CloseCamera());
     }
 }
