@@ -316,7 +316,7 @@ class CCameraBase : public CCameraFX3 {
     /// Cameras that mark only the head of a frame: the worker cannot tell whether it is whole.
     bool ReaderChecksFrames() const { return !m_model.usb3Camera; }
     bool TakeFrame(uint8_t *frame, int waitMs);
-    bool TakeHeadMarkedFrame(std::span<uint8_t> frame, int waitMs);
+    bool AwaitHeadMarkedFrame(int waitMs);
     FrameRegion RawFrameRegion();
     void FitCorrections();
     FrameCorrections Corrections(Size readout);

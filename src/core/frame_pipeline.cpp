@@ -4,7 +4,6 @@
 #include "image/time_mark.h"
 
 #include <algorithm>
-#include <climits>
 #include <cstdint>
 #include <ctime>
 #include <utility>
@@ -26,12 +25,8 @@ bool Aligned16(const uint8_t *bytes)
 
 constexpr int kNoLimit = -1;
 constexpr uint32_t kSlowVideoFromUs = 100'000; // frames this far apart are taken as they come
-
-/// How long the frame behind one may take to come.
-int WaitForFollower(int waitMs)
-{
-    return static_cast<int>(std::min<int64_t>((int64_t{waitMs} + 250) * 2, INT_MAX));
-}
+// A host that waits is held up so much longer for the frame behind the one that has come.
+constexpr std::chrono::milliseconds kGraceForFollower{100};
 
 void SwapBytes(std::span<uint8_t> samples)
 {
@@ -72,7 +67,7 @@ bool CCameraBase::GetImage(unsigned char *buffer, int size, int waitMs)
         Area({m_width, m_height}) * static_cast<int64_t>(BytesPerPixel(ImageType())) > size)
         return false;
     // The buffer of the host serves as the work buffer where each pixel stays in its place.
-    const bool inPlace = DeliveredAsRead() && Aligned16(buffer) && !ReaderChecksFrames();
+    const bool inPlace = DeliveredAsRead() && Aligned16(buffer);
     uint8_t *frame = inPlace ? buffer : m_work.data();
     if (!TakeFrame(frame, waitMs))
         return false;
@@ -93,7 +88,7 @@ bool CCameraBase::TakeFrame(uint8_t *frame, int waitMs)
         static_cast<size_t>(ReadoutSize().width) * static_cast<size_t>(m_output16Bits ? 2 : 1);
     const std::span bytes(frame, static_cast<size_t>(ReadoutBytes()));
     if (ReaderChecksFrames()) {
-        if (!TakeHeadMarkedFrame(bytes, waitMs))
+        if (!AwaitHeadMarkedFrame(waitMs) || !m_frames.ReadBuff(frame, ReadoutBytes(), 0))
             return false;
         HideHeadMark(bytes, rowBytes);
     } else {
@@ -106,26 +101,32 @@ bool CCameraBase::TakeFrame(uint8_t *frame, int waitMs)
     return true;
 }
 
-/// Frames whose mark is missing are thrown away here. So is, in fast video, a frame that a frame
-/// without mark follows: it has lost its end to it. A finite wait is not begun anew for the next
-/// frame.
-bool CCameraBase::TakeHeadMarkedFrame(std::span<uint8_t> frame, int waitMs)
+/// Waits for a good frame, which is next to be read then. Frames whose mark is missing are thrown
+/// away here. So is, in fast video, a frame that a frame without mark follows: it has lost its end
+/// to it. One that nothing follows in time stays for the next call; when the capture stops, it is
+/// gone with all that was not taken. A finite wait is not begun anew for the next frame.
+bool CCameraBase::AwaitHeadMarkedFrame(int waitMs)
 {
-    const auto deadline = Clock::now() + std::chrono::milliseconds(waitMs);
-    const auto left = [&] {
-        const auto ms = std::chrono::floor<std::chrono::milliseconds>(deadline - Clock::now());
+    using std::chrono::milliseconds;
+    const auto deadline = Clock::now() + milliseconds(waitMs);
+    const auto left = [&](milliseconds grace) {
+        const auto ms = std::chrono::floor<milliseconds>(deadline + grace - Clock::now());
         return waitMs == kNoLimit ? kNoLimit : static_cast<int>(std::max<int64_t>(ms.count(), 0));
     };
-    const int length = static_cast<int>(frame.size());
-    while (m_frames.ReadBuff(frame.data(), length, left())) {
-        if (!HasHeadMark(frame)) {
+    const bool standsAlone = m_singleExposure || m_exposureUs >= kSlowVideoFromUs;
+    while (m_frames.WaitForBuff(left(milliseconds(0)))) {
+        if (m_frames.IsBuffHeadCorrect(kHeadMark, 0) != CirBuf::Head::Correct) {
             OutputDbgPrint("*buf head error*\n");
-        } else if (m_singleExposure || m_exposureUs >= kSlowVideoFromUs ||
-                   m_frames.IsBuffHeadCorrect(kHeadMark, WaitForFollower(waitMs))) {
+        } else if (standsAlone) {
             return true;
         } else {
+            const CirBuf::Head follower = m_frames.IsBuffHeadCorrect(
+                kHeadMark, left(kGraceForFollower), CirBuf::Place::Behind);
+            if (follower != CirBuf::Head::Wrong)
+                return follower == CirBuf::Head::Correct;
             OutputDbgPrint("*next buf head error*\n");
         }
+        m_frames.DiscardBuff();
         AddDroppedFrames(1);
     }
     return false;

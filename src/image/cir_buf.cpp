@@ -9,7 +9,14 @@
 
 namespace vsccam {
 
-using namespace std::chrono_literals;
+namespace {
+
+Clock::time_point DeadlineOf(int timeoutMs)
+{
+    return timeoutMs == -1 ? kNever : Clock::now() + std::chrono::milliseconds(timeoutMs);
+}
+
+} // namespace
 
 CirBuf::CirBuf(size_t size)
     : m_slotSize(size), m_slots{{ZeroedBuffer(size), 0}, {ZeroedBuffer(size), 0}}
@@ -99,14 +106,15 @@ std::optional<CirBuf::Insertion> CirBuf::NextInsertion()
     return std::exchange(m_pending, {});
 }
 
-bool CirBuf::WaitForFrame(std::unique_lock<CriticalSection> &lock, Clock::time_point deadline)
+bool CirBuf::WaitForFrames(std::unique_lock<CriticalSection> &lock, int count,
+                           Clock::time_point deadline)
 {
     const bool endsWithProducer = m_producing || deadline == kNever;
-    (void)m_frameAvailable.WaitUntil(lock, deadline, [this, endsWithProducer] {
+    (void)m_frameAvailable.WaitUntil(lock, deadline, [=, this] {
         const bool onItsWay = m_pending.source || m_inserting;
-        return m_filled > 0 || (endsWithProducer && !m_producing && !onItsWay);
+        return m_filled >= count || (endsWithProducer && !m_producing && !onItsWay);
     });
-    return m_filled > 0;
+    return m_filled >= count;
 }
 
 void CirBuf::DropOldest()
@@ -117,10 +125,9 @@ void CirBuf::DropOldest()
 
 bool CirBuf::ReadBuff(uint8_t *dst, int len, int timeoutMs)
 {
-    const auto deadline =
-        timeoutMs == -1 ? kNever : Clock::now() + std::chrono::milliseconds(timeoutMs);
+    const auto deadline = DeadlineOf(timeoutMs);
     std::unique_lock lock(m_section);
-    while (WaitForFrame(lock, deadline)) {
+    while (WaitForFrames(lock, 1, deadline)) {
         const Slot &slot = m_slots[m_readIndex];
         if (slot.length != len) {
             DropOldest();
@@ -139,20 +146,33 @@ bool CirBuf::ReadBuff(uint8_t *dst, int len, int timeoutMs)
     return false;
 }
 
-bool CirBuf::IsBuffHeadCorrect(uint32_t mark, int timeoutMs)
+bool CirBuf::WaitForBuff(int timeoutMs)
 {
-    const auto thisSecond = std::chrono::floor<std::chrono::seconds>(Clock::now());
-    const auto deadline =
-        timeoutMs == -1 ? kNever : thisSecond + 1s + std::chrono::seconds(timeoutMs / 1000);
+    const auto deadline = DeadlineOf(timeoutMs);
     std::unique_lock lock(m_section);
-    if (!WaitForFrame(lock, deadline)) {
+    return WaitForFrames(lock, 1, deadline);
+}
+
+CirBuf::Head CirBuf::IsBuffHeadCorrect(uint32_t mark, int timeoutMs, Place place)
+{
+    const bool behind = place == Place::Behind;
+    const auto deadline = DeadlineOf(timeoutMs);
+    std::unique_lock lock(m_section);
+    if (!WaitForFrames(lock, behind ? 2 : 1, deadline)) {
         OutputDbgPrint("[%s] Read time out wait %dms\n", "IsBuffHeadCorrect", timeoutMs);
-        return false;
+        return Head::Missing;
     }
+    const Slot &slot = m_slots[behind ? m_readIndex ^ 1 : m_readIndex];
     uint32_t word = 0; // little-endian, like the hosts that the library runs on
-    std::memcpy(&word, m_slots[m_readIndex].bytes.data(),
-                std::min(sizeof word, static_cast<size_t>(m_slots[m_readIndex].length)));
-    return word == mark;
+    std::memcpy(&word, slot.bytes.data(), std::min(sizeof word, static_cast<size_t>(slot.length)));
+    return word == mark ? Head::Correct : Head::Wrong;
+}
+
+void CirBuf::DiscardBuff()
+{
+    const std::lock_guard lock(m_section);
+    if (m_filled > 0)
+        DropOldest();
 }
 
 void CirBuf::SetProducing(bool producing)

@@ -38,9 +38,17 @@ class CirBuf {
     ///                   waited for without limit, and a wait ends when the producer goes away.
     bool ReadBuff(uint8_t *dst, int len, int timeoutMs);
 
-    /// Whether the frame that ReadBuff would take begins with this word; waits for a frame first.
-    // Quirk, kept: whole seconds, one more than asked, as the USB 2.0 readers have always waited.
-    bool IsBuffHeadCorrect(uint32_t mark, int timeoutMs);
+    /// Waits, as ReadBuff does, until there is a frame to read.
+    bool WaitForBuff(int timeoutMs);
+
+    /// Whether a frame begins with this word: the one that ReadBuff would take, or the one behind
+    /// it. Waits for the frame, as ReadBuff does.
+    enum class Head { Correct, Wrong, Missing };
+    enum class Place { Next, Behind };
+    Head IsBuffHeadCorrect(uint32_t mark, int timeoutMs, Place place = Place::Next);
+
+    /// Frees the slot of the oldest frame, if there is one.
+    void DiscardBuff();
 
     /// Tells readers whether frames can come.
     void SetProducing(bool producing);
@@ -57,7 +65,8 @@ class CirBuf {
 
     void InsertBufThd();
     std::optional<Insertion> NextInsertion();
-    bool WaitForFrame(std::unique_lock<CriticalSection> &lock, Clock::time_point deadline);
+    bool WaitForFrames(std::unique_lock<CriticalSection> &lock, int count,
+                       Clock::time_point deadline);
     void DropOldest();
 
     size_t m_slotSize;

@@ -118,16 +118,26 @@ TEST_F(FrameBuffer, WaitEndsWithAFrameTheTimeoutOrTheProducer)
     EXPECT_EQ(Read(kSlot, -1), -1); // nothing can come: no endless wait
 }
 
-TEST_F(FrameBuffer, TellsTheFirstWordOfTheNextFrameWithoutTakingIt)
+TEST_F(FrameBuffer, TellsTheHeadsOfBothFramesWithoutTakingThem)
 {
-    Bytes frame(kSlot, 0);
-    const uint8_t head[] = {0x11, 0xAA, 0x00, 0xBB};
-    std::copy_n(head, 4, frame.begin());
-    EXPECT_FALSE(m_buffer.IsBuffHeadCorrect(0xBB00AA11, 0));
-    ASSERT_TRUE(m_buffer.InsertBuff(frame.data(), kSlot));
-    EXPECT_TRUE(m_buffer.IsBuffHeadCorrect(0xBB00AA11, 0));
-    EXPECT_FALSE(m_buffer.IsBuffHeadCorrect(0xBB00AA12, 0));
-    EXPECT_EQ(Read(), 0x11);
+    using Head = CirBuf::Head;
+    using Place = CirBuf::Place;
+    const auto headOf = [this](uint8_t value, Place place) {
+        return m_buffer.IsBuffHeadCorrect(value * 0x01010101U, 0, place);
+    };
+    EXPECT_EQ(headOf(1, Place::Next), Head::Missing);
+    EXPECT_TRUE(Insert(1));
+    EXPECT_EQ(headOf(1, Place::Next), Head::Correct);
+    EXPECT_EQ(headOf(2, Place::Next), Head::Wrong);
+    EXPECT_EQ(headOf(1, Place::Behind), Head::Missing);
+    EXPECT_TRUE(Insert(2));
+    EXPECT_EQ(headOf(2, Place::Behind), Head::Correct);
+    EXPECT_EQ(headOf(1, Place::Behind), Head::Wrong);
+    m_buffer.DiscardBuff();
+    EXPECT_EQ(headOf(2, Place::Next), Head::Correct);
+    EXPECT_EQ(Read(), 2);
+    m_buffer.DiscardBuff(); // nothing left
+    EXPECT_EQ(Read(), -1);
 }
 
 } // namespace
