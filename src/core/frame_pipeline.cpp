@@ -142,7 +142,7 @@ bool CCameraBase::DeliveredAsRead()
 }
 
 /// What is left to be done with a frame row by row. Bad pixels are patched here, since that looks
-/// at the rows around them; only then the steps before it are a pass of their own.
+/// at the rows around them; then, and before large bins, the corrections are a pass of their own.
 template <class Sample>
 FrameSteps<Sample> CCameraBase::Prepare(Sample *frame, const FrameCorrections &corrections)
 {
@@ -162,7 +162,7 @@ FrameSteps<Sample> CCameraBase::Prepare(Sample *frame, const FrameCorrections &c
     }
     if (const WorkingDark *dark = corrections.dark.get())
         steps.dark = {dark->pixels.data(), static_cast<unsigned>(dark->mean)};
-    if (corrections.hotPixels || corrections.darkPixels) {
+    if (corrections.hotPixels || corrections.darkPixels || steps.bin > RowScratch::kLargestBin) {
         CorrectInPlace(steps, m_rowScratch, frame);
         HandleHotPixels(reinterpret_cast<uint8_t *>(frame), corrections);
     }

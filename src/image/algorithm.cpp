@@ -4,6 +4,7 @@
 #include "image/rows.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace vsccam {
 
@@ -16,6 +17,12 @@ struct Site {
 
 // Place of the red site in a cell of 2 x 2; blue is diagonally opposite, the rest is green.
 constexpr Site kRedSite[] = {{0, 0}, {1, 1}, {1, 0}, {0, 1}}; // by BayerPhase
+
+/// Phases come from the data of models, as numbers.
+constexpr bool IsKnown(BayerPhase phase)
+{
+    return static_cast<size_t>(phase) < std::size(kRedSite);
+}
 
 constexpr Site RedSite(BayerPhase phase)
 {
@@ -52,27 +59,16 @@ std::array<int32_t, 256> FixedPointTable(double coefficient)
     return table;
 }
 
-template <class Sample> void BinMono(Sample *image, int w, int h, int bin)
+template <class Sample> void BinInPlace(Sample *image, int w, int h, int bin, bool mosaic)
 {
-    const auto count = static_cast<size_t>(w);
-    const auto factor = static_cast<unsigned>(bin);
-    for (size_t y = 0; y < static_cast<size_t>(h); ++y)
-        BinMonoRow(image + y * factor * count * factor, count * factor, factor, image + y * count,
-                   count);
-}
-
-template <class Sample> void BinMosaic(Sample *image, int w, int h, int bin)
-{
+    const auto binRow = mosaic ? &BinMosaicRow<Sample> : &BinMonoRow<Sample>;
     const auto count = static_cast<size_t>(w);
     const auto rows = static_cast<size_t>(h);
     const auto factor = static_cast<unsigned>(bin);
     const size_t stride = count * factor;
     for (size_t y = 0; y < rows; ++y) {
-        const Sample *first = image + ((y & 1) + (y & ~size_t{1}) * factor) * stride;
-        // The last row of an odd height has only one row of its colours, as had it been read so
-        // often.
-        const bool alone = y + 1 == rows && rows % 2 != 0;
-        BinMosaicRow(first, alone ? 0 : 2 * stride, factor, image + y * count, count);
+        const auto [first, step] = RowsOfBinned(y, rows, factor, mosaic);
+        binRow(image + first * stride, step * stride, factor, image + y * count, count);
     }
 }
 
@@ -147,6 +143,8 @@ void Store(uint8_t *pixel, uint8_t first, int second, uint8_t third)
 
 BayerPhase FlippedPhase(BayerPhase sensor, bool flipH, bool flipV)
 {
+    if (!IsKnown(sensor))
+        return sensor;
     Site red = RedSite(sensor);
     red.column ^= flipH ? 1 : 0;
     red.row ^= flipV ? 1 : 0;
@@ -183,9 +181,9 @@ void CAlgorithm::MonoBin(uint8_t *image8, uint16_t *image16, int w, int h, int b
     if (bin < 2)
         return;
     if (is16)
-        BinMono(image16, w, h, bin);
+        BinInPlace(image16, w, h, bin, false);
     else
-        BinMono(image8, w, h, bin);
+        BinInPlace(image8, w, h, bin, false);
 }
 
 void CAlgorithm::ColorRAWBin(uint8_t *image8, uint16_t *image16, int w, int h, int bin, bool is16)
@@ -193,9 +191,9 @@ void CAlgorithm::ColorRAWBin(uint8_t *image8, uint16_t *image16, int w, int h, i
     if (bin < 2)
         return;
     if (is16)
-        BinMosaic(image16, w, h, bin);
+        BinInPlace(image16, w, h, bin, true);
     else
-        BinMosaic(image8, w, h, bin);
+        BinInPlace(image8, w, h, bin, true);
 }
 
 void CAlgorithm::SoftMisc(uint8_t *image, int w, int h, int mul, bool is16, bool flipV, bool flipH)
@@ -380,7 +378,8 @@ void CAlgorithm::BayerConv(BayerPhase phase, const uint8_t *src, uint8_t *dst, i
     constexpr decltype(&CAlgorithm::BayerConv_RG) kByPhase[] = {
         &CAlgorithm::BayerConv_RG, &CAlgorithm::BayerConv_BG, &CAlgorithm::BayerConv_GR,
         &CAlgorithm::BayerConv_GB};
-    (this->*kByPhase[static_cast<size_t>(phase)])(src, dst, w, h, out);
+    if (IsKnown(phase))
+        (this->*kByPhase[static_cast<size_t>(phase)])(src, dst, w, h, out);
 }
 
 void CAlgorithm::BayerConvRows(BayerPhase phase, const uint8_t *row, int y, uint8_t *dst, int w,
@@ -389,7 +388,7 @@ void CAlgorithm::BayerConvRows(BayerPhase phase, const uint8_t *row, int y, uint
     constexpr decltype(&CAlgorithm::ConvertRows<BayerPhase::kBG>) kByPhase[] = {
         &CAlgorithm::ConvertRows<BayerPhase::kBG>, &CAlgorithm::ConvertRows<BayerPhase::kRG>,
         &CAlgorithm::ConvertRows<BayerPhase::kGB>, &CAlgorithm::ConvertRows<BayerPhase::kGR>};
-    if (IsDemosaiced(out) && w >= 2 && h >= 2)
+    if (IsKnown(phase) && IsDemosaiced(out) && w >= 2 && h >= 2)
         (this->*kByPhase[static_cast<size_t>(phase)])(row, y, dst, w, h, out);
 }
 

@@ -45,8 +45,8 @@ class CAlgorithm {
     /// Takes the dark frame away, down to 0, and adds the offset, up to 255. No dark, no change.
     static void SubtractDark(uint8_t *image, int w, int h, unsigned offset, const uint8_t *dark);
 
-    /// Demosaics into RGB24 (bytes blue, green, red), luminance or packed YUV. Other formats and
-    /// images of less than 2 x 2 pixels write nothing.
+    /// Demosaics into RGB24 (bytes blue, green, red), luminance or packed YUV. Other formats,
+    /// unknown phases and images of less than 2 x 2 pixels write nothing.
     void BayerConv(BayerPhase phase, const uint8_t *src, uint8_t *dst, int w, int h,
                    IMAGE_TYPE out);
     void BayerConv_RG(const uint8_t *src, uint8_t *dst, int w, int h, IMAGE_TYPE out);

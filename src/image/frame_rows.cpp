@@ -46,9 +46,7 @@ template <class Sample> const Sample *FrameRows<Sample>::Binned(size_t y, Sample
     const size_t bin = m_steps.bin;
     if (bin == 1)
         return Corrected(y, room);
-    // Rows of a mosaic alternate in their colours.
-    const size_t step = m_steps.mosaic ? 2 : 1;
-    const size_t first = m_steps.mosaic ? (y & 1) + (y & ~size_t{1}) * bin : y * bin;
+    const auto [first, step] = RowsOfBinned(y, Height(), m_steps.bin, m_steps.mosaic);
     const Sample *rows = m_steps.samples + first * m_steps.width;
     size_t stride = step * m_steps.width;
     if (m_steps.dark.samples || m_steps.gamma) {

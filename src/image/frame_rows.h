@@ -21,7 +21,7 @@ template <class Sample> struct FrameSteps {
     size_t height = 0;
     DarkFrame dark{};              // of 8-bit frames
     const Sample *gamma = nullptr; // lookup table; none: linear
-    unsigned bin = 1;              // a divisor of width and height
+    unsigned bin = 1;              // a divisor of width and height; see RowScratch::kLargestBin
     bool mosaic = false;           // is kept by binning
     bool flipH = false;
     bool flipV = false;
@@ -36,6 +36,9 @@ class RowScratch {
     }
 
     static constexpr size_t kWindowRows = 8;
+    /// Largest bin factor with corrections of values. Frames that are to be binned by more are
+    /// corrected as a whole first: hosts ask for that too seldom to keep room for so many rows.
+    static constexpr size_t kLargestBin = 4;
 
     uint8_t *Window() { return m_bytes.data(); } // of 8-bit samples
     template <class Sample> Sample *BinRows() { return At<Sample>(kWindowRows); }
@@ -43,7 +46,6 @@ class RowScratch {
     template <class Sample> Sample *Row() { return At<Sample>(kWindowRows + kLargestBin + 1); }
 
   private:
-    static constexpr size_t kLargestBin = 4;
     static constexpr size_t kLargestSample = 2;
 
     template <class Sample> Sample *At(size_t row)

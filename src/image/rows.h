@@ -23,6 +23,23 @@ template <class Sample> void ReverseInPlace(Sample *samples, size_t count);
 /// Each sample three times.
 void CopyThrice(const uint8_t *in, uint8_t *out, size_t count);
 
+/// Which rows of a frame make a row of the binned one: the first, and how far the others lie apart.
+struct BinnedRows {
+    size_t first;
+    size_t step;
+};
+
+/// @param height  of the binned frame
+constexpr BinnedRows RowsOfBinned(size_t y, size_t height, unsigned bin, bool mosaic)
+{
+    if (!mosaic)
+        return {y * bin, 1};
+    // Rows alternate in their colours. The last one of an odd height has only one row of its
+    // colours, which is taken as had it been read so often.
+    const bool alone = y + 1 == height && height % 2 != 0;
+    return {(y & 1) + (y & ~size_t{1}) * bin, alone ? size_t{0} : size_t{2}};
+}
+
 /// Means of bin x bin samples out of `bin` rows that lie `stride` samples apart. The output may be
 /// the first of them.
 template <class Sample>

@@ -1,5 +1,7 @@
 #include "core/dark_frames.h"
+#include "core/gamma.h"
 #include "library/dark_fixture.h"
+#include "library/picture.h"
 
 #include <sys/stat.h>
 
@@ -187,6 +189,58 @@ TEST_F(DarkSubtraction, FollowsARegionThatMovesDuringVideoInEveryFamily)
             EXPECT_EQ(wrong, 0) << startX;
         }
         Remove(device);
+    }
+}
+
+/// Hosts may ask for any factor, far beyond those for which rows are kept.
+TEST_F(DarkSubtraction, AndGammaComeBeforeBinningByWhateverFactor)
+{
+    constexpr int kLevel = 9; // of the dark frame, everywhere
+    constexpr int kGamma = 80;
+    const auto values = [](int type, bool dark) {
+        GammaTable8 gamma8{};
+        FillGammaTable(kGamma, gamma8);
+        const auto gamma16 = std::make_unique<GammaTable16>();
+        FillGammaTable(kGamma, *gamma16);
+        if (type == VSC_IMG_RAW16)
+            return std::vector<uint16_t>(gamma16->begin(), gamma16->end());
+        std::vector<uint16_t> table;
+        for (int v = 0; v < 256; ++v)
+            table.push_back(gamma8[static_cast<size_t>(dark ? std::max(v, int{kLevel}) : v)]);
+        return table;
+    };
+    const std::string path = InFolder("level.bmp");
+    ASSERT_TRUE(CreateBMP(path.c_str(), kSensor, Bytes(kSensor.width * kSensor.height, kLevel)));
+    TellTheOffset(path);
+    for (const char *model : {"VSC470MM", "VSC470MC"}) {
+        for (const int type : {VSC_IMG_RAW8, VSC_IMG_RAW16}) {
+            for (const int bin : {5, 8, 16}) {
+                for (const bool dark : {false, true}) {
+                    const Picture picture{.model = model,
+                                          .width = 1920 / bin / 8 * 8,
+                                          .height = 4,
+                                          .bin = bin,
+                                          .type = type,
+                                          .startX = 0,
+                                          .startY = 0,
+                                          .flipX = true,
+                                          .values = values(type, dark)};
+                    SCOPED_TRACE(testing::Message() << model << " bin " << bin << " type " << type
+                                                    << (dark ? " dark" : ""));
+                    const int device = OpenOne(model);
+                    ASSERT_TRUE(setImageFormat(picture.width, picture.height, bin, type));
+                    setStartPos(0, 0);
+                    SetMisc(true, false);
+                    setValue(CONTROL_GAMMA, kGamma, false);
+                    if (dark) {
+                        ASSERT_EQ(EnableDarkSubtract(path.c_str()), 1);
+                    }
+                    startCapture();
+                    EXPECT_TRUE(picture.IsOneOfTheFirst(NextFrame(5000)));
+                    Remove(device);
+                }
+            }
+        }
     }
 }
 

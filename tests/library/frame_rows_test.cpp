@@ -46,7 +46,7 @@ template <class Sample> std::vector<Sample> Staged(const FrameSteps<Sample> &ste
 template <class Sample, class Check> void ForAllSteps(Check check)
 {
     const auto gamma = RandomSamples<Sample>(size_t{1} << (8 * sizeof(Sample)), 3);
-    for (const auto &[w, h] : {std::pair{8U, 2U}, {16U, 8U}, {136U, 12U}, {200U, 22U}}) {
+    for (const auto &[w, h] : {std::pair{8U, 2U}, {16U, 8U}, {16U, 5U}, {136U, 12U}, {200U, 23U}}) {
         for (unsigned combination = 0; combination < 128; ++combination) {
             const unsigned bin = 1 + (combination >> 5);
             const size_t width = w * bin;

@@ -313,6 +313,11 @@ TEST_F(Demosaic, ConvertsToLuminanceAndPackedYuvAsIfByWayOfRgb)
     }
     Bytes untouched(4, kGuard);
     m_algorithm.BayerConv(BayerPhase::kRG, Bytes(4).data(), untouched.data(), 2, 2, kRaw16);
+    for (const int unknown : {-1, 4}) {
+        const BayerPhase phase = FlippedPhase(static_cast<BayerPhase>(unknown), true, true);
+        m_algorithm.BayerConv(phase, Bytes(4).data(), untouched.data(), 2, 2, kByteImage);
+        m_algorithm.BayerConvRows(phase, Bytes(4).data(), 0, untouched.data(), 2, 2, kByteImage);
+    }
     EXPECT_EQ(untouched, Bytes(4, kGuard));
 }
 

@@ -21,7 +21,8 @@ struct Picture {
     int bayer = 0;     // phase of a colour model
     int sensorBin = 1; // of `bin`, by leaving out samples; software does the rest
     HiddenBytes marks = kBothEnds;
-    bool monoBin = false; // of a colour model: neighbours, whatever their colours
+    bool monoBin = false;           // of a colour model: neighbours, whatever their colours
+    std::vector<uint16_t> values{}; // what samples become before they are binned; empty: as read
 
     bool Colour() const { return std::string_view(model).find("MC") != std::string_view::npos; }
 
@@ -36,7 +37,8 @@ struct Picture {
             --y;
         const uint16_t v = vscsim::PatternSample(frame, startX * bin + x * sensorBin,
                                                  startY * bin + y * sensorBin);
-        return type == VSC_IMG_RAW16 ? v : v >> 8;
+        const uint32_t sample = type == VSC_IMG_RAW16 ? v : v >> 8;
+        return values.empty() ? sample : values[sample];
     }
 
     /// A pixel of the binned and flipped image.
