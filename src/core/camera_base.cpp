@@ -243,7 +243,7 @@ void CCameraBase::FitCorrections()
     const FrameRegion region = RawFrameRegion();
     if (std::exchange(m_correctedRegion, region) == region)
         return;
-    AdjustDarkBuff();
+    (void)AdjustDarkBuff(); // frames are delivered without it, too
     AdjustHPCTable();
 }
 

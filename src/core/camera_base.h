@@ -146,8 +146,9 @@ class CCameraBase : public CCameraFX3 {
     bool LoadHPCTable();
     /// Makes a table of the pixels that are bright in the dark frame, and stores it.
     bool SaveHPCTable();
-    /// Fit dark frame and hot pixels to the frames that follow.
-    void AdjustDarkBuff();
+    /// Fit dark frame and hot pixels to the frames that follow. Without memory for it the
+    /// correction ends; of the dark frame, the result says so.
+    bool AdjustDarkBuff();
     void AdjustHPCTable();
 
     /// One step of automatic exposure and gain, and of automatic white balance, on a raw frame that

@@ -19,6 +19,7 @@ constexpr int kBrightOverMean = 30;
 constexpr int kBrightest = 255;
 constexpr int kSuccess = 1; // of operations that return numbers
 constexpr uint32_t kSubtractedInAutoFromUs = 500'000;
+constexpr char kNoMemory[] = "no memory for the dark frame\n";
 
 bool IsBright(int value, int mean)
 {
@@ -167,18 +168,23 @@ void CCameraBase::DoGetDark(const uint8_t *frame, Size readout)
     if (!m_darkFrames.Requested() || readout != m_maxSize)
         return;
     const auto pixels = static_cast<size_t>(readout.width) * static_cast<size_t>(readout.height);
-    if (m_darkFrames.Add({frame, pixels}))
-        AdjustDarkBuff();
+    try {
+        if (m_darkFrames.Add({frame, pixels}))
+            (void)AdjustDarkBuff(); // without it the host gets the frame as it is
+    } catch (const std::bad_alloc &) {
+        OutputDbgPrint(kNoMemory);
+        m_darkFrames.Request(0);
+    }
 }
 
-void CCameraBase::AdjustDarkBuff()
-{
-    try {
-        m_darkFrames.Cut(RawFrameRegion());
-    } catch (const std::bad_alloc &) {
-        OutputDbgPrint("no memory for the dark frame\n");
-        m_darkFrames.Disable();
-    }
+bool CCameraBase::AdjustDarkBuff()
+try {
+    m_darkFrames.Cut(RawFrameRegion());
+    return true;
+} catch (const std::bad_alloc &) {
+    OutputDbgPrint(kNoMemory);
+    m_darkFrames.Disable();
+    return false;
 }
 
 void CCameraBase::UsingDark(bool on)
@@ -190,12 +196,15 @@ void CCameraBase::UsingDark(bool on)
 }
 
 int CCameraBase::SaveBMPToFile(const char *path)
-{
+try {
     const std::vector<uint8_t> image = m_darkFrames.Image();
     if (image.empty() || !CreateBMP(path, m_maxSize, image))
         return 0;
     OutputDbgPrint("Save file %s --> succeed!\n", path);
     return kSuccess;
+} catch (const std::bad_alloc &) {
+    OutputDbgPrint(kNoMemory);
+    return 0;
 }
 
 int CCameraBase::LoadBMPFromFile(const char *path)
@@ -210,12 +219,14 @@ try {
     const DarkFileResult result = ReadDarkFile(file.get(), m_maxSize, &image);
     if (result == DarkFileResult::kRead) {
         m_darkFrames.SetImage(std::move(image));
-        AdjustDarkBuff();
+        if (!AdjustDarkBuff())
+            return static_cast<int>(DarkFileResult::kUnusable);
         UsingDark(true);
         OutputDbgPrint("Open file %s --> succeed!\n", path);
     }
     return static_cast<int>(result);
 } catch (const std::bad_alloc &) {
+    OutputDbgPrint(kNoMemory);
     return static_cast<int>(DarkFileResult::kUnusable);
 }
 

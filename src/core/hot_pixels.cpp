@@ -159,7 +159,7 @@ bool CCameraBase::LoadHPCTable()
 }
 
 bool CCameraBase::SaveHPCTable()
-{
+try {
     FlashAccess flash(*this);
     const std::vector<uint8_t> bitmap = m_darkFrames.BrightBitmap();
     if (bitmap.empty())
@@ -172,6 +172,9 @@ bool CCameraBase::SaveHPCTable()
     }
     // Quirk, kept: a record without a last, shorter chunk is reported as not saved.
     return WriteRecord(flash, record) && record.size() % FlashAccess::kChunk != 0;
+} catch (const std::bad_alloc &) {
+    OutputDbgPrint("no memory for the hot pixels\n");
+    return false;
 }
 
 void CCameraBase::AdjustHPCTable()

@@ -8,6 +8,27 @@
 #include <cmath>
 #include <numeric>
 
+// Sanitizers have an allocator of their own, whose checks are worth more.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#define VSCCAM_SCARCE_MEMORY 1
+namespace {
+constexpr int kEnough = -1;
+thread_local int g_bigBlocksLeft = kEnough; // that this thread gets
+} // namespace
+
+// Not inlined, for the compiler knows what belongs to delete.
+__attribute__((noinline)) void *operator new(size_t size)
+{
+    constexpr size_t kBig = 100'000;
+    void *block = nullptr;
+    if (size < kBig || g_bigBlocksLeft == kEnough || g_bigBlocksLeft-- > 0)
+        block = std::malloc(size);
+    else
+        g_bigBlocksLeft = 0;
+    return block ? block : throw std::bad_alloc();
+}
+#endif
+
 namespace vsccam {
 namespace {
 
@@ -353,6 +374,41 @@ TEST_F(DarkNight, FlaggedPixelsComeFiveTimesNearerToTheScene)
         EXPECT_GT(rawError, 5 * subtractedError);
     }
 }
+
+#if VSCCAM_SCARCE_MEMORY
+TEST_F(DarkNight, EndsTheCorrectionAndNotTheProgramWithoutMemory)
+{
+    MakeDark();
+    OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM", m_sky);
+    ASSERT_TRUE(camera->InitCamera());
+    ASSERT_TRUE(camera->SetResolution(kSensor.width, kSensor.height, 1, kByteImage));
+    const auto load = [&] { return camera->LoadBMPFromFile(m_file.c_str()); };
+    int failures = 0;
+    while (true) { // the first allocation fails, the second ...
+        g_bigBlocksLeft = failures;
+        const int result = load();
+        g_bigBlocksLeft = kEnough;
+        if (result == 1)
+            break;
+        EXPECT_EQ(result, 0);
+        EXPECT_EQ(camera->SaveBMPToFile(InFolder("none.bmp").c_str()), 0) << failures;
+        ASSERT_LT(++failures, 10);
+    }
+    EXPECT_GE(failures, 2); // the frame of the sensor, what is shown of it
+    g_bigBlocksLeft = 0;
+    EXPECT_EQ(camera->SaveBMPToFile(InFolder("none.bmp").c_str()), 0);
+    EXPECT_FALSE(camera->SaveHPCTable());
+    g_bigBlocksLeft = kEnough;
+
+    Bytes frame(kSensor.width * kSensor.height);
+    (void)camera->GettingDark(true);
+    ASSERT_TRUE(camera->StartCapture(false));
+    g_bigBlocksLeft = 0;
+    EXPECT_TRUE(camera->GetImage(frame.data(), static_cast<int>(frame.size()), 5000));
+    g_bigBlocksLeft = kEnough;
+    EXPECT_FALSE(camera->DarkRequested());
+}
+#endif
 
 } // namespace
 } // namespace vsccam
