@@ -137,11 +137,12 @@ class Step {
     void RaiseExposure()
     {
         const auto limit = static_cast<uint64_t>(std::max(m_state.exposureLimitS, 0)) * 1'000'000;
-        SetExposure(std::min(limit, m_exposureUs + Share(m_state.target - m_state.mean, 200)));
+        SetExposure(
+            std::min(limit, m_exposureUs + Share(int64_t{m_state.target} - m_state.mean, 200)));
     }
     void LowerExposure()
     {
-        const uint64_t less = Share(m_state.mean - m_state.target, 400);
+        const uint64_t less = Share(int64_t{m_state.mean} - m_state.target, 400);
         SetExposure(m_exposureUs - std::min(less, m_exposureUs));
     }
     uint64_t Share(int64_t error, uint64_t divisor) const
