@@ -101,8 +101,9 @@ void CCameraCool::StopAutoTempThr()
     OutputDbgPrint("AutoTempThr bf wait\n");
     m_coolerThread.Join();
     OutputDbgPrint("AutoTempThr af wait\n");
-    if (!SetPowerPerc(0.0F))
-        (void)SetPowerPerc(0.0F); // one refused request must not leave the cooler on
+    // One refused request must not leave the cooler on; a mute camera would only hold up the end.
+    if (!SetPowerPerc(0.0F) && !LastRequestTimedOut())
+        (void)SetPowerPerc(0.0F);
 }
 
 void CCameraCool::OnInitialised()

@@ -20,22 +20,21 @@ constexpr int kThreadControlsBelowUs = 100'000;
 constexpr int kBrightest = 255;
 } // namespace
 
-/// Nothing when it is no whole frame of the present format.
+/// Nothing when it is no frame of the present format: hardware binning is switched while the
+/// worker still reads frames of the size before.
 std::optional<RawFrame> CCameraBase::AsRawFrame(std::span<const uint8_t> bytes)
 {
     const RawFrame frame{bytes, ReadoutSize(), m_output16Bits, m_model.highByteFirst};
-    if (bytes.size() < RawFrame::Bytes(frame.size, frame.is16))
+    if (bytes.size() != RawFrame::Bytes(frame.size, frame.is16))
         return std::nullopt;
     return frame;
 }
 
 /// The automatics reckon with the sum of the pixels that are binned after the read-out.
-int CCameraBase::BinScale()
+int CCameraBase::BinScale(const RawFrame &frame)
 {
-    constexpr int kBinnedTwice = 4; // by 2 x 2 in the sensor, by 2 x 2 afterwards
-    if (IsHardBinRun())
-        return m_bin == kBinnedTwice ? 4 : 1;
-    return m_bin * m_bin;
+    const int bin = frame.size.width / m_width;
+    return bin * bin;
 }
 
 void CCameraBase::AutoExpGain(std::span<const uint8_t> bytes)
@@ -52,7 +51,7 @@ void CCameraBase::AutoExpGain(std::span<const uint8_t> bytes)
     const AutoExposureState state = {
         .exposureAuto = m_exposureAuto,
         .gainAuto = m_gainAuto,
-        .mean = std::min(*mean * (scales ? BinScale() : 1), kBrightest),
+        .mean = std::min(*mean * (scales ? BinScale(*frame) : 1), kBrightest),
         .target = m_autoTarget,
         .gain = m_gain,
         .minGain = m_model.gain.min,
@@ -62,12 +61,14 @@ void CCameraBase::AutoExpGain(std::span<const uint8_t> bytes)
         .exposureLimitS = m_autoMaxExpS,
         .exposureLines = m_exposureLines,
     };
-    for (const auto &[setting, value] : DecideAutoExposure(state)) {
+    StepAutoExposure(state, [this](const AutoExposureChange &change) -> uint32_t {
+        const auto [setting, value] = change;
         if (setting == AutoExposureChange::Setting::kGain)
             (void)SetGain(static_cast<int>(value), m_gainAuto); // the next frame shows what it did
         else
             (void)SetExp(static_cast<unsigned long long>(value), true);
-    }
+        return m_exposureLines;
+    });
     OutputDbgPrint("Dest:%d Mean:%d  gain:%d exp:%llu reg:0x%x\n", state.target, state.mean,
                    static_cast<int>(m_gain), static_cast<unsigned long long>(m_exposureUs),
                    static_cast<unsigned int>(m_exposureLines));
@@ -81,7 +82,7 @@ void CCameraBase::AutoWhiBal(std::span<const uint8_t> bytes)
     if (!frame || !m_model.colour)
         return;
     const ColourLevels levels =
-        MosaicLevels(*frame, static_cast<BayerPhase>(m_model.bayer), BinScale());
+        MosaicLevels(*frame, static_cast<BayerPhase>(m_model.bayer), BinScale(*frame));
 
     const std::lock_guard lock(m_settingsSection); // as above
     if (!m_whiteBalanceAuto)

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <utility>
 
 namespace vsccam {
 
@@ -50,21 +49,22 @@ constexpr bool InMiddle(int place, int extent)
 /// A step in the making: every change starts from what the one before it set.
 class Step {
   public:
-    explicit Step(const AutoExposureState &state)
-        : m_state(state), m_gain(state.gain), m_range(int64_t{state.maxGain} - state.minGain),
-          m_gainLimit(std::min(state.gainLimit, state.maxGain)), m_exposureUs(state.exposureUs)
+    Step(const AutoExposureState &state, const ApplyChange &apply)
+        : m_state(state), m_apply(apply), m_gain(state.gain),
+          m_range(int64_t{state.maxGain} - state.minGain),
+          m_gainLimit(std::min(state.gainLimit, state.maxGain)), m_exposureUs(state.exposureUs),
+          m_exposureLines(state.exposureLines)
     {
     }
 
-    std::vector<AutoExposureChange> Decide()
+    void Make()
     {
         if (!m_state.exposureAuto && !m_state.gainAuto)
-            return {};
+            return;
         if (m_state.mean < Band(-kDeadBand))
             Brighten();
         else if (m_state.mean > Band(kDeadBand))
             Darken();
-        return std::move(m_changes);
     }
 
   private:
@@ -82,8 +82,8 @@ class Step {
         const auto within = [this, side](int percent) {
             return side < 0 ? m_state.mean > Band(-percent) : m_state.mean < Band(percent);
         };
-        return (m_state.exposureLines <= kCoarseLines && within(kCoarseBand)) ||
-               (m_state.exposureLines <= kVeryCoarseLines && within(kVeryCoarseBand));
+        return (m_exposureLines <= kCoarseLines && within(kCoarseBand)) ||
+               (m_exposureLines <= kVeryCoarseLines && within(kVeryCoarseBand));
     }
 
     void Brighten()
@@ -121,7 +121,7 @@ class Step {
         if (!m_state.gainAuto)
             return;
         LowerGain();
-        if (m_state.exposureLines <= kCoarseLines)
+        if (m_exposureLines <= kCoarseLines)
             LowerGain();
     }
 
@@ -129,7 +129,7 @@ class Step {
     void LowerGain() { SetGain(std::max(kLowestAutoGain, m_gain - FineGain())); }
     void SetGain(int64_t gain)
     {
-        m_changes.push_back({AutoExposureChange::Setting::kGain, gain});
+        m_exposureLines = m_apply({AutoExposureChange::Setting::kGain, gain});
         m_gain = std::clamp<int64_t>(gain, m_state.minGain, m_state.maxGain);
     }
 
@@ -151,16 +151,18 @@ class Step {
     }
     void SetExposure(uint64_t us)
     {
-        m_changes.push_back({AutoExposureChange::Setting::kExposure, static_cast<int64_t>(us)});
+        m_exposureLines =
+            m_apply({AutoExposureChange::Setting::kExposure, static_cast<int64_t>(us)});
         m_exposureUs = us;
     }
 
     const AutoExposureState &m_state;
+    const ApplyChange &m_apply;
     int64_t m_gain;
     int64_t m_range;
     int64_t m_gainLimit;
     uint64_t m_exposureUs;
-    std::vector<AutoExposureChange> m_changes;
+    uint32_t m_exposureLines;
 };
 
 } // namespace
@@ -188,9 +190,9 @@ std::optional<int> MeanBrightness(const RawFrame &frame, uint32_t seed)
     return sum / count + 1; // never 0
 }
 
-std::vector<AutoExposureChange> DecideAutoExposure(const AutoExposureState &state)
+void StepAutoExposure(const AutoExposureState &state, const ApplyChange &apply)
 {
-    return Step(state).Decide();
+    Step(state, apply).Make();
 }
 
 } // namespace vsccam

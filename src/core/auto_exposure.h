@@ -3,8 +3,8 @@
 #include "core/raw_frame.h"
 
 #include <cstdint>
+#include <functional>
 #include <optional>
-#include <vector>
 
 /// Automatic exposure and gain: how bright a frame is, and what to change. A proportional
 /// controller with a dead band that takes one step per frame and remembers nothing.
@@ -38,7 +38,10 @@ struct AutoExposureChange {
     bool operator==(const AutoExposureChange &) const = default;
 };
 
-/// The changes of one step in the order they are to be made; gains may be below what the model has.
-std::vector<AutoExposureChange> DecideAutoExposure(const AutoExposureState &state);
+/// Makes a change and tells the exposure that the sensor has then, in periods of its lines.
+using ApplyChange = std::function<uint32_t(const AutoExposureChange &)>;
+
+/// Makes the changes of one step; gains may be below what the model has.
+void StepAutoExposure(const AutoExposureState &state, const ApplyChange &apply);
 
 } // namespace vsccam

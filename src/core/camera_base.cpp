@@ -76,6 +76,8 @@ void CCameraBase::operator delete(void *memory)
 void CCameraBase::operator delete(CCameraBase *camera, std::destroying_delete_t)
 {
     void *const whole = dynamic_cast<void *>(camera);
+    // The threads call virtual operations: they end while the camera is still what it was built as.
+    (void)camera->CloseCamera();
     camera->~CCameraBase();
     ::operator delete(whole);
 }

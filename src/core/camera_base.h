@@ -67,8 +67,8 @@ class CCameraBase : public CCameraFX3 {
 
     static void *operator new(size_t size);
     static void operator delete(void *memory); // of an object whose constructor failed
-    /// Makes `delete` through the base well defined: destroys the base, then frees the whole
-    /// object.
+    /// Makes `delete` through the base well defined: closes the camera, destroys the base, then
+    /// frees the whole object.
     void operator delete(CCameraBase *camera, std::destroying_delete_t);
 
     virtual bool OpenCamera(int n);
@@ -313,7 +313,7 @@ class CCameraBase : public CCameraFX3 {
     void SetGainExpFunc(std::chrono::milliseconds pass);
     void RunAutomatics(bool whiteBalanceToo);
     std::optional<RawFrame> AsRawFrame(std::span<const uint8_t> bytes);
-    int BinScale();
+    int BinScale(const RawFrame &frame);
     /// Cameras that mark only the head of a frame: the worker cannot tell whether it is whole.
     bool ReaderChecksFrames() const { return !m_model.usb3Camera; }
     bool TakeFrame(uint8_t *frame, int waitMs);

@@ -135,7 +135,7 @@ template <class Base> bool Usb3Driver<Base>::SetHardwareBin(bool on)
     {
         const std::lock_guard lock(m_settingsSection);
         const bool changes = m_hardwareBin != on;
-        m_hardwareBin = on;
+        m_hardwareBin = on; // frames of before are told by their size until the capture pauses
         if (m_bin == 1)
             return true;
         if (changes)

@@ -93,6 +93,12 @@ bool CCameraFX3::HasHandle()
     return m_handle != nullptr;
 }
 
+bool CCameraFX3::LastRequestTimedOut()
+{
+    const std::lock_guard lock(m_controlSection);
+    return m_timeoutsInRow > 0;
+}
+
 int CCameraFX3::Control(uint8_t requestType, uint8_t req, uint16_t value, uint16_t index,
                         uint8_t *buf, uint16_t len, std::chrono::milliseconds timeout, Try when)
 {

@@ -136,6 +136,8 @@ class CCameraFX3 {
     void CloseDevice();
     /// Whether there is a device handle, open for requests or not.
     bool HasHandle();
+    /// Whether the camera did not answer the request that was sent last.
+    bool LastRequestTimedOut();
 
     uint8_t m_fpgaMajor = 0;
     uint32_t m_fpgaSub = 0;

@@ -13,14 +13,18 @@
 namespace vsccam {
 namespace {
 
-/// "g56 e1500 g62": gain and exposure in the order they are set.
-std::string InWords(const std::vector<AutoExposureChange> &changes)
+/// "g56 e1500 g62": gain and exposure in the order they are set, on a sensor with lines of 20 us.
+std::string StepInWords(const AutoExposureState &state)
 {
     std::string words;
-    for (const auto &[setting, value] : changes)
+    uint32_t lines = state.exposureLines;
+    StepAutoExposure(state, [&](const AutoExposureChange &change) {
+        const bool gain = change.setting == AutoExposureChange::Setting::kGain;
         words.append(words.empty() ? "" : " ")
-            .append(setting == AutoExposureChange::Setting::kGain ? "g" : "e")
-            .append(std::to_string(value));
+            .append(gain ? "g" : "e")
+            .append(std::to_string(change.value));
+        return lines = gain ? lines : static_cast<uint32_t>(change.value / 20);
+    });
     return words;
 }
 
@@ -61,6 +65,8 @@ TEST(AutoExposure, DecidesByMeanExposureAndWhatIsAutomatic)
         {"bright, long: gain stays", kOn, kOn, 255, 20, 100'001, 900, "e61251"},
         {"bright, both", kOn, kOn, 255, 20, 100'000, 900, "e61250 g14"},
         {"bright, both, a short one", kOn, kOn, 255, 20, 64, 2, "e40 g14 g8"},
+        {"bright, both, becoming a short one", kOn, kOn, 255, 20, 64, 3, "e40 g14 g8"},
+        {"not becoming one", kOn, kOn, 255, 20, 200, 10, "e123 g14"},
         {"never below 1", kOn, kOn, 255, 4, 64, 2, "e40 g1 g1"},
         {"one line, small error", kOn, kOff, 144, 20, 64, 1, ""},
         {"two lines, that error", kOn, kOff, 144, 20, 64, 2, "e57"},
@@ -75,7 +81,7 @@ TEST(AutoExposure, DecidesByMeanExposureAndWhatIsAutomatic)
         state.maxGain = 600;
         state.exposureUs = c.exposureUs;
         state.exposureLines = c.lines;
-        EXPECT_EQ(InWords(DecideAutoExposure(state)), c.changes);
+        EXPECT_EQ(StepInWords(state), c.changes);
     }
 }
 
@@ -87,12 +93,12 @@ TEST(AutoExposure, WithstandsLimitsThatMakeNoSense)
     state.exposureUs = 2'000'000'000;
     state.mean = 200;
     state.target = INT32_MIN;
-    EXPECT_EQ(InWords(DecideAutoExposure(state)), "e0");
+    EXPECT_EQ(StepInWords(state), "e0");
     state.target = INT32_MAX;
     state.exposureLimitS = -1;
     state.gainLimit = 600; // more than there is: reached at the largest gain
     state.gain = 510;
-    EXPECT_EQ(InWords(DecideAutoExposure(state)), "g510 e0");
+    EXPECT_EQ(StepInWords(state), "g510 e0");
 }
 
 /// An 8-bit frame with one brightness inside the middle 60 per cent, another outside.
@@ -247,6 +253,15 @@ class AutoLoopTest : public HostTest {
         return means;
     }
 
+    /// Of samples as hosts get them.
+    static Bytes HighBytes(const Bytes &frame)
+    {
+        Bytes high;
+        for (size_t i = 1; i < frame.size(); i += 2)
+            high.push_back(frame[i]);
+        return high;
+    }
+
     template <class... Values> static void Show(const char *format, Values... values)
     {
         if (std::getenv("VSCCAM_SHOW_STEPS")) // NOLINT(concurrency-mt-unsafe): nobody sets it
@@ -262,6 +277,9 @@ TEST_F(AutoLoopTest, BringsBrightnessIntoItsBandAndKeepsItThere)
         int exposureUs, gain; // at the start
         bool exposureAuto, gainAuto;
         bool endsLong; // at 100 ms and more, where the worker controls
+        int bin = 1;
+        bool hardwareBin = false;
+        int type = VSC_IMG_RAW8;
     } cases[] = {
         {"VSC470MC", 300, 32, 200, true, false, false},
         {"VSC470MC", 300, 90'000, 200, true, false, false},
@@ -271,13 +289,17 @@ TEST_F(AutoLoopTest, BringsBrightnessIntoItsBandAndKeepsItThere)
         {"VSC470MM", 1, 32, 0, true, true, true},
         {"VSC470MM", 5, 2'000'000, 0, true, true, true},
         {"VSC2800MC", 300, 90'000, 200, true, false, false},
+        {"VSC2800MC", 300, 90'000, 200, true, false, false, 2, true},
+        {"VSC340MM", 300, 60'000, 20, true, false, false, 1, false, VSC_IMG_RAW16},
         {"VSC048MC", 1000, 16, 200, true, false, false},
         {"VSC048MC", 1000, 60'000, 200, true, false, false},
     };
     for (const auto &c : cases) {
-        SCOPED_TRACE(testing::Message() << c.model << " from " << c.exposureUs << " us");
+        SCOPED_TRACE(testing::Message() << c.model << " from " << c.exposureUs << " us at bin "
+                                        << c.bin << (c.hardwareBin ? " of the sensor" : ""));
         const int device = OpenOne(c.model, Sky({c.glow, c.glow, c.glow}));
-        ASSERT_TRUE(setImageFormat(320, 240, 1, VSC_IMG_RAW8));
+        setValue(CONTROL_HARDWARE_BIN, c.hardwareBin, false);
+        ASSERT_TRUE(setImageFormat(320, 240, c.bin, c.type));
         setAutoPara(600, 30, kTarget);
         setValue(CONTROL_GAIN, c.gain, c.gainAuto);
         setValue(CONTROL_EXPOSURE, c.exposureUs, c.exposureAuto);
@@ -291,7 +313,8 @@ TEST_F(AutoLoopTest, BringsBrightnessIntoItsBandAndKeepsItThere)
         for (; inBand < enough && frames < 2000; ++frames) {
             const Bytes frame = NextFrame(60'000);
             ASSERT_FALSE(frame.empty());
-            const double mean = Means(frame, 1)[0];
+            const double mean =
+                c.type == VSC_IMG_RAW16 ? Means(HighBytes(frame), 1)[0] : Means(frame, 1)[0];
             inBand = std::abs(mean + 1 - kTarget) <= kBand ? inBand + 1 : 0;
             const int us = getValue(CONTROL_EXPOSURE, nullptr);
             if (us != shownUs)

@@ -2,6 +2,7 @@
 #include "library/host_fixture.h"
 #include "library/picture.h"
 #include "library/wire.h"
+#include "models/sony/s470.h"
 
 #include <gtest/gtest.h>
 
@@ -300,6 +301,35 @@ TEST_F(CaptureTest, SilentOrMuteCameraHoldsNobodyUp)
         EXPECT_LE(Took(stopCapture), 2000U);
         EXPECT_LE(Took(closeCamera), 2000U);
         Bus().Reset();
+    }
+}
+
+TEST_F(CaptureTest, MuteCooledCameraIsClosedInTimeToo)
+{
+    OpenOne("VSC470MM-Cool");
+    setValue(CONTROL_TARGET_TEMP, -40, false);
+    setValue(CONTROL_COOLER_ON, 1, false);
+    startCapture();
+    SleepFor(60s);
+    ASSERT_GT(getValue(CONTROL_COOLER_POWER, nullptr), 0);
+    FailNext("libusb_control_transfer", 1'000'000, LIBUSB_ERROR_TIMEOUT);
+    EXPECT_LE(Took(closeCamera), 2000U);
+}
+
+TEST_F(CaptureTest, DeletingACameraEndsWhatRuns)
+{
+    const int device = Bus().Plug("VSC470MM-Cool");
+    for (int i = 0; i < 20; ++i) {
+        std::unique_ptr<CCameraBase> camera = std::make_unique<CCameraS470MM_C>(0UL);
+        ASSERT_TRUE(camera->OpenCamera(1) && camera->InitCamera());
+        ASSERT_TRUE(camera->SetResolution(320, 240, 1, kByteImage));
+        ASSERT_TRUE(camera->SetExp(10'000, true));
+        (void)camera->SetControlValue(kControlCoolerOn, 1, false);
+        ASSERT_TRUE(camera->StartCapture(false));
+        SleepFor(std::chrono::milliseconds(3700 + 13 * i));
+        (void)Bus().TakeTraffic(device);
+        camera.reset();
+        EXPECT_FALSE(Bus().TakeTraffic(device).empty()); // the stream was ended on the wire
     }
 }
 
