@@ -104,6 +104,9 @@ expect 0 sim set gain=300 exposure=20ms red=auto -- get gain exposure
 [ "$(cat output)" = "$(printf '300\n20ms')" ]
 expect 0 sim --json controls
 contains output '"name":"exposure","available":true,"value_s":0.01'
+expect 0 sim set exposure=40us -- get exposure
+contains output 40us
+expect 0 sim set exposure=40us exposure=auto -- info
 expect 2 sim set gain=700 -- info
 contains messages '0 to 600'
 expect 2 sim set exposure=bright -- info

@@ -57,7 +57,8 @@ std::array<int, kAutoLimits> AutoLimits()
 ControlState StateOfAutoLimit(const NamedControl &control)
 {
     const auto which = static_cast<size_t>(control.type - kAutoMaxGain);
-    const int largest[kAutoLimits] = {getMax(CONTROL_GAIN), 60, 160};
+    const int longestS = std::min(getMax(CONTROL_EXPOSURE) / 1'000'000, 60);
+    const int largest[kAutoLimits] = {getMax(CONTROL_GAIN), longestS, 160};
     constexpr int kSmallest[kAutoLimits] = {0, 1, 50};
     return {.available = true,
             .value = AutoLimits()[which],
@@ -194,7 +195,10 @@ void Apply(const Setting &setting)
     if (setting.automatic && !state.hasAutomatic)
         throw Failure(Exit::kNotSupported, fmt::format("{} cannot set itself", control.name));
     const int value = setting.automatic ? state.value : setting.value;
-    if (value < state.min || value > state.max)
+    // The library tells one shortest exposure for all models; some go below and clamp it
+    // themselves.
+    const int smallest = control.type == CONTROL_EXPOSURE ? 0 : state.min;
+    if (!setting.automatic && (value < smallest || value > state.max))
         throw Failure(Exit::kUsage,
                       fmt::format("{} {} is outside {} to {}", control.name,
                                   FormatValue(control, value), FormatValue(control, state.min),

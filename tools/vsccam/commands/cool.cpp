@@ -20,7 +20,7 @@ using SteadyClock = std::chrono::steady_clock;
 constexpr auto kReportInterval = 4s;
 constexpr size_t kTrendReports = 15; // over the last minute
 constexpr double kUsualWarmingCPerMin = 5;
-constexpr double kWarmEnoughC = 1; // below what it was at the start
+constexpr double kWarmEnoughC = 1; // below the warmest target, on a hot day
 
 struct CoolOptions {
     int targetC = 0;
@@ -45,9 +45,12 @@ class CoolingRun {
         try {
             Cool();
         } catch (const Failure &failure) {
-            if (failure.Code() < static_cast<int>(Exit::kSignal))
+            if (failure.Code() == static_cast<int>(Exit::kCameraLost))
                 throw;
-            m_console.Note("warming the sensor; stop once more to end at once");
+            if (failure.Code() >= static_cast<int>(Exit::kSignal))
+                m_console.Note("warming the sensor; stop once more to end at once");
+            else
+                m_silent = true; // nobody reads what it says any more
             Warm();
             throw;
         }
@@ -90,13 +93,14 @@ class CoolingRun {
         }
     }
 
-    /// A sensor that warms fast may gather dew, and strains.
+    /// A sensor that warms fast may gather dew, and strains. It is warm when regulation needs no
+    /// power: also after a start with a sensor that was cold already.
     void Warm()
     {
         const auto start = SteadyClock::now();
         const double fromC = Temperature();
         const double cPerMin = m_options.rampCPerMin.value_or(kUsualWarmingCPerMin);
-        const double warmC = std::min<double>(m_startC, getMax(CONTROL_TARGET_TEMP));
+        const double warmC = getMax(CONTROL_TARGET_TEMP);
         while (Temperature() < warmC - kWarmEnoughC &&
                getValue(CONTROL_COOLER_POWER, nullptr) > 0) {
             Regulate(OnRamp(fromC, warmC, cPerMin, SteadyClock::now() - start));
@@ -114,6 +118,8 @@ class CoolingRun {
 
     void Report()
     {
+        if (m_silent)
+            return;
         const double celsius = Temperature();
         const int power = getValue(CONTROL_COOLER_POWER, nullptr);
         const int target = getValue(CONTROL_TARGET_TEMP, nullptr);
@@ -150,6 +156,7 @@ class CoolingRun {
     Camera m_camera;
     LiveLine m_line;
     double m_startC = 0;
+    bool m_silent = false;
     std::deque<Reading> m_lastMinute;
 };
 

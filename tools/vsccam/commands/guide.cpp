@@ -34,13 +34,6 @@ GuideD DirectionOf(const std::string &name)
     return found->second; // the parser lets no other name through
 }
 
-/// A program that was killed in a pulse left its line on.
-void SwitchAllOff()
-{
-    for (const auto &[name, direction] : kDirections)
-        pulseGuide(direction, 0);
-}
-
 void Guide(const GuideOptions &options, Context &context)
 {
     if (options.time > kLongestPulse)
@@ -49,7 +42,6 @@ void Guide(const GuideOptions &options, Context &context)
                                   FormatTime(kLongestPulse)));
     const GuideD direction = DirectionOf(options.direction);
     const Camera camera(context.camera);
-    SwitchAllOff();
     auto left = std::chrono::ceil<milliseconds>(options.time);
     while (left > 0ms) {
         const milliseconds piece = std::min(left, kLongestPiece);
