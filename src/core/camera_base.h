@@ -97,8 +97,6 @@ class CCameraBase : public CCameraFX3 {
     void StartExposure() { (void)StartCapture(true); } // the status tells how it went
     void StopExposure() { (void)StopCapture(); }
     bool GetImageAfterExp(unsigned char *buffer, int size);
-    /// Demosaics a read-out that was mirrored as the settings say.
-    void BayerConv(unsigned char *src, unsigned char *dst, int w, int h, IMAGE_TYPE out);
     /// Draws the local date and time into an image of the current height, if it has room for it.
     void AddTimeMark(unsigned char *image, int width, IMAGE_TYPE type);
     bool ReConnectCamera();

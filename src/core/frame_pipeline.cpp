@@ -204,12 +204,6 @@ void CCameraBase::FollowBalance()
     std::ranges::copy(balance, m_balanceInTable);
 }
 
-void CCameraBase::BayerConv(unsigned char *src, unsigned char *dst, int w, int h, IMAGE_TYPE out)
-{
-    const auto phase = FlippedPhase(static_cast<BayerPhase>(m_model.bayer), m_flipH, m_flipV);
-    m_algorithm.BayerConv(phase, src, dst, w, h, out);
-}
-
 void CCameraBase::AddTimeMark(unsigned char *image, int width, IMAGE_TYPE type)
 {
     const bool drawable = type == kByteImage || type == kRgb24;
