@@ -18,9 +18,6 @@ class PythonSensor final : public Sensor {
   public:
     PythonSensor(PixelArray pixels, const PythonTraits &traits);
 
-    /// Its bus knows words only.
-    void WriteByte(uint16_t, uint8_t) override {}
-    uint8_t ReadByte(uint16_t) const override { return 0; }
     void WriteWord(uint16_t address, uint16_t value) override;
     uint16_t ReadWord(uint16_t address) const override;
 

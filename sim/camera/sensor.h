@@ -56,8 +56,9 @@ class Sensor {
     Sensor &operator=(const Sensor &) = delete;
     virtual ~Sensor() = default;
 
-    virtual void WriteByte(uint16_t address, uint8_t value) = 0;
-    virtual uint8_t ReadByte(uint16_t address) const = 0;
+    /// Sensors whose bus knows words only take no notice of bytes.
+    virtual void WriteByte(uint16_t /*address*/, uint8_t /*value*/) {}
+    virtual uint8_t ReadByte(uint16_t /*address*/) const { return 0; }
     virtual void WriteWord(uint16_t address, uint16_t value) = 0;
     virtual uint16_t ReadWord(uint16_t address) const = 0;
 
