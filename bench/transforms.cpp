@@ -41,8 +41,9 @@ struct FrameSize {
     const char *name;
     int width;
     int height;
+    double goalShareRgb; // of a copy, for the demosaic into RGB24
 };
-constexpr FrameSize kSizes[] = {{"S", 1936, 1096}, {"L", 7380, 4928}};
+constexpr FrameSize kSizes[] = {{"S", 1936, 1096, 0.9}, {"L", 7380, 4928, 1.1}};
 
 /// Buffers that the operations on one size share.
 struct Frames {
@@ -111,7 +112,7 @@ void AddDemosaics(Frames &f, std::vector<Comparison> &list)
     };
     list.push_back({"demosaic RGB24",
                     3 * f.pixels,
-                    f.size.width < 4000 ? 0.9 : 1.1,
+                    f.size.goalShareRgb,
                     6,
                     ours(kRgb24),
                     {{"OpenCV, LUT", toBalanced},
