@@ -144,6 +144,9 @@ class CCameraBase : public CCameraFX3 {
     bool LoadHPCTable();
     /// Makes a table of the pixels that are bright in the dark frame, and stores it.
     bool SaveHPCTable();
+    /// What the two deal in: the pixels that were loaded, and the bitmap that would be stored.
+    std::vector<uint32_t> HotPixelTable() { return m_hotPixels.Pixels(); }
+    std::vector<uint8_t> BrightBitmap() { return m_darkFrames.BrightBitmap(); }
     /// Fit dark frame and hot pixels to the frames that follow. Without memory for it the
     /// correction ends; of the dark frame, the result says so.
     bool AdjustDarkBuff();

@@ -11,6 +11,8 @@
 /// that is not zero, within a block of 256 bytes; the pair of zeros ends a block.
 namespace vsccam {
 
+/// Where it begins in the flash.
+inline constexpr uint32_t kHotPixelAddress = 0x40000;
 /// Magic and length, before the pairs.
 inline constexpr size_t kHotPixelHeader = 8;
 inline constexpr uint32_t kLongestHotPixelRecord = 0x30000; // up to the sector of the identity

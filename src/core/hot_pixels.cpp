@@ -15,7 +15,6 @@ namespace vsccam {
 
 namespace {
 
-constexpr uint32_t kHotPixelAddress = 0x40000;
 constexpr int kAttempts = 3;
 
 uint32_t AddressOf(size_t chunk)
@@ -95,6 +94,12 @@ void HotPixels::SetPixels(std::vector<uint32_t> pixels)
     const std::lock_guard lock(m_section);
     m_pixels = std::move(pixels);
     m_patches = nullptr;
+}
+
+std::vector<uint32_t> HotPixels::Pixels()
+{
+    const std::lock_guard lock(m_section);
+    return m_pixels;
 }
 
 void HotPixels::Cut(const FrameRegion &region)

@@ -21,6 +21,7 @@ class HotPixels {
 
     /// @param pixels  of the whole sensor, in ascending order
     void SetPixels(std::vector<uint32_t> pixels);
+    std::vector<uint32_t> Pixels();
 
     /// Looks up the pixels that a region shows. Does nothing without pixels.
     void Cut(const FrameRegion &region);
