@@ -55,8 +55,8 @@ struct HotPixel {
     float perSecond = 0; // at the reference temperature
 };
 
-/// A night sky over the sensor. Stars, colours and hot pixels come from the seed; so does the
-/// noise, whose draws go on from frame to frame.
+/// A night sky over the sensor. Stars and colours come from the seed; so does the noise, whose
+/// draws go on from frame to frame. Hot pixels are those of the sensor, whatever it looks at.
 class SkySource final : public SceneSource {
   public:
     SkySource(const ModelFacts &model, const CameraOptions &options)
@@ -143,10 +143,14 @@ void SkySource::ScatterStars()
 
 void SkySource::ScatterHotPixels()
 {
+    std::mt19937_64 sensor(m_model.productId);
+    const auto below = [&sensor](double end) {
+        return std::uniform_real_distribution<double>(0, end)(sensor);
+    };
     for (int i = 0; i < kHotPixels; ++i)
-        m_hotPixels.push_back({.x = static_cast<int>(Uniform(0, m_model.sensorWidth)),
-                               .y = static_cast<int>(Uniform(0, m_model.sensorHeight)),
-                               .perSecond = static_cast<float>(20.0 * std::exp(Uniform(0, 5)))});
+        m_hotPixels.push_back({.x = static_cast<int>(below(m_model.sensorWidth)),
+                               .y = static_cast<int>(below(m_model.sensorHeight)),
+                               .perSecond = static_cast<float>(20.0 * std::exp(below(5)))});
     std::ranges::sort(m_hotPixels, {}, &HotPixel::y);
 }
 

@@ -40,6 +40,7 @@ A camera is a model, followed by what is particular about it:
   VSC470MC:unreadable   its descriptor cannot be read
   VSC340MM:firmware=1   it comes with firmware of that version (3)
   VSC470MC:capped       no light reaches its sensor, for dark frames
+  VSC470MC:flawless     no noise, dark current or hot pixels, to compare pictures with
   VSC470MC:flash=FILE   its flash memory lies in a file and outlasts the run
 Faults, separated by commas: NAME[:REQUEST][@FIRST][xCOUNT][%PROBABILITY][=AMOUNT], or a JSON file.
   short-frame@5         frame 5 (counted from 0) lacks its last 512 bytes
@@ -78,6 +79,8 @@ BusDevice ParseCamera(const std::string &text)
             device.options.firmwareVersion = ParseFirmware(part.substr(kFirmware.size()));
         else if (part == "capped")
             device.options.capped = true;
+        else if (part == "flawless")
+            device.options.flawless = true;
         else if (part.starts_with(kFlash))
             device.options.flashFile = part.substr(kFlash.size());
         else
