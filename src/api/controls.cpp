@@ -6,51 +6,44 @@
 
 #include <cstddef>
 #include <iterator>
+#include <optional>
 
 using namespace vsccam;
 
 namespace {
 
-constexpr int kMinExposureUs = 64; // Quirk, kept: reported for every model, whatever it can do
-constexpr int kMaxOverClock = 30;
+using Camera = CCameraBase;
+
+/// A control of the exported interface: the one of the newer interface, but for what stands here.
+struct Control {
+    VSC_CONTROL_TYPE type;
+    std::optional<int> min = {};
+    void (*set)(Camera &, int value, bool bAuto) = nullptr;
+};
+
+// Quirk, kept: these are reported for every model, whatever it can do.
+constexpr int kMin = 0;
+constexpr int kMinExposureUs = 64;
 
 /// The cooler of a cooled model, nullptr otherwise.
-CCameraCool *Cooler(CCameraBase &camera)
+CCameraCool *Cooler(Camera &camera)
 {
     return camera.Model().cooled ? static_cast<CCameraCool *>(&camera) : nullptr;
 }
 
-/// What the exported functions do with one control. Getters write the auto flag only where the
-/// control has one.
-struct Control {
-    int (*get)(CCameraBase &, bool *pbAuto);
-    void (*set)(CCameraBase &, int value, bool bAuto);
-    int (*min)(const CameraModel &);
-    int (*max)(const CameraModel &);
-    bool (*available)(const CameraModel &);
-    bool (*autoSupported)(const CameraModel &);
-};
-
-int GetExposure(CCameraBase &camera, bool *pbAuto)
+void SetExposure(Camera &camera, int us, bool bAuto)
 {
-    *pbAuto = camera.ExposureAuto();
-    return static_cast<int>(camera.ExposureUs());
+    // Sign-extended: a negative exposure is a huge one, which the model clamps.
+    (void)camera.SetExp(static_cast<unsigned long long>(us), bAuto);
 }
 
-int GetBandwidth(CCameraBase &camera, bool *pbAuto)
+void SetTargetTemp(Camera &camera, int celsius, bool)
 {
-    int percent = 0;
-    (void)camera.GetFPSPerc(&percent, pbAuto); // models without the control report 0
-    return percent;
+    if (CCameraCool *cooler = Cooler(camera))
+        cooler->SetAutoTemp(camera.CoolerOn(), static_cast<float>(celsius));
 }
 
-template <int (CCameraBase::*Channel)() const> int GetBalance(CCameraBase &camera, bool *pbAuto)
-{
-    *pbAuto = camera.WhiteBalanceAuto();
-    return (camera.*Channel)();
-}
-
-void SetCoolerOn(CCameraBase &camera, int value)
+void SetCoolerOn(Camera &camera, int value, bool)
 {
     CCameraCool *cooler = Cooler(camera);
     if (!cooler)
@@ -60,123 +53,30 @@ void SetCoolerOn(CCameraBase &camera, int value)
         (void)cooler->SetPowerPerc(0.0F);
 }
 
-constexpr auto kNothing = [](CCameraBase &, int, bool) {};
-constexpr auto kAlways = [](const CameraModel &) { return true; };
-constexpr auto kNowhere = [](const CameraModel &) { return false; };
-constexpr auto kColour = [](const CameraModel &model) { return model.colour; };
-constexpr auto kCooled = [](const CameraModel &model) { return model.cooled; };
-template <int Value> constexpr auto kFixed = [](const CameraModel &) { return Value; };
-
-using Camera = CCameraBase;
-using Model = CameraModel;
+void SetFanOn(Camera &camera, int value, bool)
+{
+    if (CCameraCool *cooler = Cooler(camera))
+        (void)cooler->SetFanOn(value > 0);
+}
 
 // By Control_TYPE.
 constexpr Control kControls[] = {
-    {.get = [](Camera &c, bool *a) { return c.GetGain(a); },
-     .set = [](Camera &c, int v, bool a) { (void)c.SetGain(v, a); },
-     .min = kFixed<0>,
-     .max = [](const Model &m) { return m.gain.max; },
-     .available = kAlways,
-     .autoSupported = kAlways},
-    {.get = GetExposure,
-     // Sign-extended: a negative exposure is a huge one, which the model clamps.
-     .set = [](Camera &c, int v, bool a) { (void)c.SetExp(static_cast<unsigned long long>(v), a); },
-     .min = kFixed<kMinExposureUs>,
-     .max = [](const Model &m) { return m.exposureUs.max; },
-     .available = kAlways,
-     .autoSupported = kAlways},
-    {.get = [](Camera &c, bool *) { return c.GetGamma(); },
-     .set = [](Camera &c, int v, bool) { (void)c.SetGamma(v); },
-     .min = kFixed<0>,
-     .max = [](const Model &m) { return m.gamma.max; },
-     .available = kAlways,
-     .autoSupported = kNowhere},
-    {.get = GetBalance<&Camera::Red>,
-     .set = [](Camera &c, int v, bool a) { (void)c.SetRGBBalance(v, c.Blue(), a); },
-     .min = kFixed<0>,
-     .max = [](const Model &m) { return m.whiteBalance.max; },
-     .available = kColour,
-     .autoSupported = kAlways},
-    {.get = GetBalance<&Camera::Blue>,
-     .set = [](Camera &c, int v, bool a) { (void)c.SetRGBBalance(c.Red(), v, a); },
-     .min = kFixed<0>,
-     .max = [](const Model &m) { return m.whiteBalance.max; },
-     .available = kColour,
-     .autoSupported = kAlways},
-    {.get = [](Camera &c, bool *) { return c.Brightness(); },
-     .set = [](Camera &c, int v, bool) { (void)c.SetBrightness(v); },
-     .min = kFixed<0>,
-     .max = [](const Model &m) { return m.brightness.max; },
-     .available = [](const Model &m) { return m.hasBrightness; },
-     .autoSupported = kNowhere},
-    {.get = GetBandwidth,
-     .set = [](Camera &c, int v, bool a) { (void)c.SetFPSPerc(v, a); },
-     .min = [](const Model &m) { return m.bandwidth.min; },
-     .max = [](const Model &m) { return m.bandwidth.max; },
-     .available = kAlways,
-     .autoSupported = [](const Model &m) { return m.hasAutoBandwidth; }},
-    {.get = [](Camera &c, bool *) { return c.OverClock(); },
-     .set = [](Camera &c, int v, bool) { (void)c.SetOverCLKPerc(v); },
-     .min = kFixed<0>,
-     .max = kFixed<kMaxOverClock>,
-     .available = kNowhere,
-     .autoSupported = kNowhere},
-    {.get = [](Camera &c, bool *) { return static_cast<int>(c.GetSensorTemp() * 10.0F); },
-     .set = kNothing,
-     .min = kFixed<-500>,
-     .max = kFixed<1000>,
-     .available = [](const Model &m) { return m.hasTemperature; },
-     .autoSupported = kNowhere},
-    {.get = [](Camera &c, bool *) { return c.HardwareBin() ? 1 : 0; },
-     .set = [](Camera &c, int v, bool) { (void)c.SetHardwareBin(v > 0); },
-     .min = kFixed<0>,
-     .max = kFixed<1>,
-     .available = [](const Model &m) { return m.hasHardwareBin; },
-     .autoSupported = kNowhere},
-    {.get = [](Camera &c, bool *) { return c.HighSpeed() ? 1 : 0; },
-     .set = [](Camera &c, int v, bool) { (void)c.SetHighSpeedMode(v > 0); },
-     .min = kFixed<0>,
-     .max = kFixed<1>,
-     .available = [](const Model &m) { return m.hasHighSpeed; },
-     .autoSupported = kNowhere},
-    {.get = [](Camera &c, bool *) { return static_cast<int>(c.CoolerPower()); },
-     .set = kNothing,
-     .min = kFixed<0>,
-     .max = kFixed<100>,
-     .available = kCooled,
-     .autoSupported = kNowhere},
-    {.get = [](Camera &c, bool *) { return c.TargetTemp(); },
-     .set =
-         [](Camera &c, int v, bool) {
-             if (CCameraCool *cooler = Cooler(c))
-                 cooler->SetAutoTemp(c.CoolerOn(), static_cast<float>(v));
-         },
-     .min = kFixed<-40>,
-     .max = kFixed<30>,
-     .available = kCooled,
-     .autoSupported = kNowhere},
-    {.get = [](Camera &c, bool *) { return c.CoolerOn() ? 1 : 0; },
-     .set = [](Camera &c, int v, bool) { SetCoolerOn(c, v); },
-     .min = kFixed<0>,
-     .max = kFixed<1>,
-     .available = kCooled,
-     .autoSupported = kNowhere},
-    {.get = [](Camera &c, bool *) { return c.MonoBin() ? 1 : 0; },
-     .set = [](Camera &c, int v, bool) { c.SetMonoBin(v > 0); },
-     .min = kFixed<0>,
-     .max = kFixed<1>,
-     .available = kNowhere,
-     .autoSupported = kNowhere}, // Quirk, kept: it works, and is not announced
-    {.get = [](Camera &c, bool *) { return c.FanOn() ? 1 : 0; },
-     .set =
-         [](Camera &c, int v, bool) {
-             if (CCameraCool *cooler = Cooler(c))
-                 (void)cooler->SetFanOn(v > 0);
-         },
-     .min = kFixed<0>,
-     .max = kFixed<1>,
-     .available = kCooled,
-     .autoSupported = kNowhere},
+    {.type = kControlGain, .min = kMin},
+    {.type = kControlExposure, .min = kMinExposureUs, .set = SetExposure},
+    {.type = kControlGamma, .min = kMin},
+    {.type = kControlRed, .min = kMin},
+    {.type = kControlBlue, .min = kMin},
+    {.type = kControlBrightness, .min = kMin},
+    {.type = kControlBandwidth},
+    {.type = kControlOverClock},
+    {.type = kControlTemperature},
+    {.type = kControlHardwareBin},
+    {.type = kControlHighSpeed},
+    {.type = kControlCoolerPower},
+    {.type = kControlTargetTemp, .set = SetTargetTemp},
+    {.type = kControlCoolerOn, .set = SetCoolerOn},
+    {.type = kControlMonoBin},
+    {.type = kControlFanOn, .set = SetFanOn},
 };
 static_assert(std::size(kControls) == CONTROL_FAN_ON + 1);
 
@@ -191,42 +91,57 @@ const Control *RowOf(Control_TYPE control)
 
 int getValue(Control_TYPE control, bool *pbAuto)
 {
-    bool ignored = false;
-    bool *automatic = pbAuto ? pbAuto : &ignored;
-    *automatic = false;
+    if (pbAuto)
+        *pbAuto = false;
     const Control *row = RowOf(control);
-    return row ? row->get(*CurrentCamera(), automatic) : 0;
+    if (!row)
+        return 0;
+    if (row->type == kControlTemperature)
+        return static_cast<int>(CurrentCamera()->GetSensorTemp() *
+                                10.0F); // here always a fresh one
+    int32_t value = 0;                  // of the cooler that a model does not have
+    int32_t automatic = 0;
+    (void)CurrentCamera()->GetControlValue(row->type, &value, &automatic);
+    if (pbAuto)
+        *pbAuto = automatic != 0;
+    return value;
 }
 
 void setValue(Control_TYPE control, int value, bool bAuto)
 {
     OutputDbgPrint("Set Control %d value %d\n", control, value);
-    if (const Control *row = RowOf(control))
+    const Control *row = RowOf(control);
+    if (!row)
+        return;
+    if (row->set)
         row->set(*CurrentCamera(), value, bAuto);
+    else
+        (void)CurrentCamera()->SetControlValue(row->type, value, bAuto);
 }
 
 int getMin(Control_TYPE control)
 {
     const Control *row = RowOf(control);
-    return row ? row->min(CurrentCamera()->Model()) : 0;
+    return row ? row->min.value_or(RangeOf(CurrentCamera()->Model(), row->type).min) : 0;
 }
 
 int getMax(Control_TYPE control)
 {
     const Control *row = RowOf(control);
-    return row ? row->max(CurrentCamera()->Model()) : 0;
+    return row ? RangeOf(CurrentCamera()->Model(), row->type).max : 0;
 }
 
 VSC_BOOL isAutoSupported(Control_TYPE control)
 {
     const Control *row = RowOf(control);
-    return row && row->autoSupported(CurrentCamera()->Model());
+    return row && HasAuto(CurrentCamera()->Model(), row->type);
 }
 
 VSC_BOOL isAvailable(Control_TYPE control)
 {
     const Control *row = RowOf(control);
-    return row && row->available(CurrentCamera()->Model());
+    // Quirk, kept: binning to mono works, and is not announced.
+    return row && control != CONTROL_MONO_BIN && Offers(CurrentCamera()->Model(), row->type);
 }
 
 void setAutoPara(int maxGain, int maxExp, int targetBrightness)

@@ -15,16 +15,12 @@ namespace {
 using Camera = CCameraBase;
 using Model = CameraModel;
 
-struct Range {
-    int32_t min, max, initial;
-};
-
 /// What the interface does with one control. Setters return whether the camera took the value,
 /// getters write the auto flag only where the control has one.
 struct ControlRow {
     const char *name;
     const char *description;
-    Range (*range)(const Model &);
+    ControlRange (*range)(const Model &);
     bool (*available)(const Model &);
     int32_t (*get)(Camera &, int32_t *pbAuto);
     bool (*set)(Camera &, int32_t value, bool bAuto) = nullptr; // not settable here
@@ -42,13 +38,10 @@ bool Cooled(const Model &m)
 constexpr auto kNothing = [](Camera &, int32_t, bool) { return true; };
 template <int Min, int Max, int Initial>
 constexpr auto kFixed = [](const Model &) {
-    return Range{Min, Max, Initial};
+    return ControlRange{Min, Max, Initial};
 };
 template <ControlRange Model::*Field>
-constexpr auto kOfModel = [](const Model &m) {
-    const ControlRange &range = m.*Field;
-    return Range{range.min, range.max, range.initial};
-};
+constexpr auto kOfModel = [](const Model &m) { return m.*Field; };
 template <bool (Camera::*Flag)() const> int32_t GetFlag(Camera &camera, int32_t *)
 {
     return (camera.*Flag)() ? 1 : 0;
@@ -66,12 +59,12 @@ template <int (Camera::*Channel)() const> int32_t GetBalance(Camera &camera, int
 constexpr int32_t kUsPerS = 1'000'000;
 constexpr int32_t kLongestAutoExposureS = 60;
 
-Range AutoExposureRange(const Model &model)
+ControlRange AutoExposureRange(const Model &model)
 {
     return {1, std::min(model.exposureUs.max / kUsPerS, kLongestAutoExposureS), 30};
 }
 
-Range AutoGainRange(const Model &model)
+ControlRange AutoGainRange(const Model &model)
 {
     return {model.gain.min, model.gain.max, (model.gain.min + model.gain.max) / 2};
 }
@@ -159,7 +152,7 @@ constexpr ControlRow kControls[] = {
      .description = "White balance: Red",
      .range =
          [](const Model &m) {
-             return Range{m.whiteBalance.min, m.whiteBalance.max, m.whiteBalance.red};
+             return ControlRange{m.whiteBalance.min, m.whiteBalance.max, m.whiteBalance.red};
          },
      .available = kColour,
      .get = GetBalance<&Camera::Red>,
@@ -173,7 +166,7 @@ constexpr ControlRow kControls[] = {
      .description = "White balance: Blue",
      .range =
          [](const Model &m) {
-             return Range{m.whiteBalance.min, m.whiteBalance.max, m.whiteBalance.blue};
+             return ControlRange{m.whiteBalance.min, m.whiteBalance.max, m.whiteBalance.blue};
          },
      .available = kColour,
      .get = GetBalance<&Camera::Blue>,
@@ -193,7 +186,7 @@ constexpr ControlRow kControls[] = {
      .description = "USB bandwidth percentage",
      .range =
          [](const Model &m) {
-             return Range{m.bandwidth.min, m.bandwidth.max, 50};
+             return ControlRange{m.bandwidth.min, m.bandwidth.max, 50};
          },
      .available = kAlways,
      .get = GetBandwidth,
@@ -308,11 +301,26 @@ template <size_t Size> void CopyText(char (&target)[Size], const char *text)
 
 } // namespace
 
+ControlRange RangeOf(const CameraModel &model, VSC_CONTROL_TYPE type)
+{
+    return RowOf(type)->range(model);
+}
+
+bool HasAuto(const CameraModel &model, VSC_CONTROL_TYPE type)
+{
+    return RowOf(type)->hasAuto(model);
+}
+
+bool Offers(const CameraModel &model, VSC_CONTROL_TYPE type)
+{
+    return RowOf(type)->available(model);
+}
+
 void CCameraBase::refreshControlList()
 {
     m_controlCount = 0;
     for (const VSC_CONTROL_TYPE type : kListOrder) {
-        if (RowOf(type)->available(m_model))
+        if (Offers(m_model, type))
             m_controlList[static_cast<size_t>(m_controlCount++)] = type;
     }
 }
@@ -323,7 +331,7 @@ bool CCameraBase::GetControlCaps(int index, _VSC_CONTROL_CAPS *caps) const
         return false;
     caps->type = m_controlList[static_cast<size_t>(index)];
     const ControlRow &control = *RowOf(caps->type);
-    const Range range = control.range(m_model);
+    const ControlRange range = control.range(m_model);
     CopyText(caps->name, control.name);
     CopyText(caps->description, control.description);
     caps->maximum = range.max;

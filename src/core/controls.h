@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/camera_model.h"
+
 #include <cstdint>
 
 /// The newer control interface: a camera lists its controls and describes each of them.
@@ -64,5 +66,10 @@ struct _VSC_CAMERA_INFO { // NOLINT(bugprone-reserved-identifier): the interface
     int32_t usb3Camera;
     float electronsPerAdu;
 };
+
+/// What is known of each control of a model, also of those that it does not offer.
+ControlRange RangeOf(const CameraModel &model, VSC_CONTROL_TYPE type);
+bool HasAuto(const CameraModel &model, VSC_CONTROL_TYPE type);
+bool Offers(const CameraModel &model, VSC_CONTROL_TYPE type);
 
 } // namespace vsccam

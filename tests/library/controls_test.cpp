@@ -77,7 +77,11 @@ TEST_F(ControlsTest, SetsWhatItCanAndKeepsItsGaps)
         VSC_CONTROL_TYPE type;
         int value, result;
         int read; // afterwards
+        bool bAuto = false;
     } cases[] = {{kControlGain, 700, kControlSet, 600},
+                 {kControlGamma, 120, kControlSet, 120, true}, // it has no automatic mode
+                 {kControlGamma, 7, kControlSet, 100, true},   // after one out of range
+                 {kControlBrightness, 30, kControlSet, 30, true},
                  {kControlFlip, 2, kControlSet, 2},
                  {kControlFlip, 3, kControlSet, 3},
                  {kControlFlip, 4, kControlSet, 3},
@@ -92,7 +96,7 @@ TEST_F(ControlsTest, SetsWhatItCanAndKeepsItsGaps)
                  {kControlFanOn, 1, kControlNotSettable, 0}};
     for (const auto &c : cases) {
         SCOPED_TRACE(testing::Message() << c.type << " = " << c.value);
-        EXPECT_EQ(camera->SetControlValue(c.type, c.value, false), c.result);
+        EXPECT_EQ(camera->SetControlValue(c.type, c.value, c.bAuto), c.result);
         int32_t value = -1;
         int32_t automatic = -1;
         EXPECT_TRUE(camera->GetControlValue(c.type, &value, &automatic));
