@@ -23,7 +23,8 @@ struct Board {
     Board(const ModelFacts &model, const CameraOptions &options, Memories memories)
         : sensor(MakeSensor(model)), hasFpga(model.controller == ControllerKind::Fx3),
           flash(std::move(memories.flash)), eeprom(std::move(memories.eeprom)),
-          climate(model.cooled), link(options.link), firmwareVersion(options.firmwareVersion)
+          climate(model.cooled, options.ambientC), link(options.link),
+          firmwareVersion(options.firmwareVersion)
     {
     }
 

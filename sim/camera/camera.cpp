@@ -4,7 +4,9 @@
 #include "camera/controller.h"
 #include "camera/fault_injector.h"
 #include "camera/frame_stream.h"
+#include "camera/request_line.h"
 
+#include <fstream>
 #include <utility>
 
 namespace vscsim {
@@ -45,7 +47,8 @@ struct Camera::State {
           board(facts, options, std::move(memories)), scene(MakeSource(facts, options)),
           faults(options.faults, options.seed),
           stream(board, *scene, faults, options, PacketSize(options.link)),
-          controller(MakeController(facts, board, stream))
+          controller(MakeController(facts, board, stream)),
+          requestFile(options.requestFile, std::ios::app)
     {
     }
 
@@ -76,6 +79,7 @@ struct Camera::State {
     FaultInjector faults;
     FrameStream stream;
     std::unique_ptr<Controller> controller;
+    std::ofstream requestFile;
 };
 
 Camera::Camera(const ModelFacts &model, CameraOptions options)
@@ -106,6 +110,8 @@ const CameraOptions &Camera::Options() const
 
 ControlReply Camera::Control(const ControlRequest &request, Time now)
 {
+    if (m_state->requestFile.is_open())
+        m_state->requestFile << LineOf(request) << std::endl; // readers want each when it comes
     const std::vector<FaultRule> hits = m_state->faults.ForRequest(request.request);
     if (const auto outcome = m_state->Preempted(hits))
         return {.outcome = *outcome};
@@ -170,6 +176,11 @@ AfterReset Camera::Reset(Time now)
 size_t Camera::BulkPacketSize() const
 {
     return PacketSize(m_state->options.link);
+}
+
+double Camera::Celsius(Time now) const
+{
+    return m_state->board.climate.Celsius(now);
 }
 
 uint64_t Camera::FramesProduced() const

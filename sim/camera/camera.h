@@ -72,8 +72,10 @@ struct CameraOptions {
     size_t framesMadeBeforehand = 0; // so many are made once and sent in turn; 0: each is made anew
     std::optional<uint64_t> frameLimit = {}; // the camera falls silent after so many frames
     FaultPlan faults = {};
-    uint8_t firmwareVersion = 3; // that the camera is delivered with
-    std::string flashFile = {};  // keeps the SPI flash: read at the start, written on changes
+    double ambientC = 20.0;       // of the air around the camera
+    uint8_t firmwareVersion = 3;  // that the camera is delivered with
+    std::string flashFile = {};   // keeps the SPI flash: read at the start, written on changes
+    std::string requestFile = {}; // gets a line for each control request, see LineOf
 };
 
 /// The colours of the first two pixels of the first row.
@@ -152,6 +154,7 @@ class Camera {
     uint64_t FramesProduced() const;
 
     /// The values that the host programmed, for tests that look behind the wire.
+    double Celsius(Time now) const; // of the sensor, whatever its thermometer tells
     uint8_t SonyRegister(uint16_t address) const;
     uint16_t FpgaRegister(uint8_t number) const;
     uint16_t SensorRegister(uint16_t address) const;

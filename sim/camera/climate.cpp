@@ -6,7 +6,6 @@
 namespace vscsim {
 namespace {
 
-constexpr double kAmbientC = 20.0;
 constexpr double kTimeConstantS = 60.0; // well below 2 degrees a second at any change of drive
 constexpr double kDeepestC = 38.0;      // below ambient, at full current with the fan on
 constexpr double kWithoutFan = 0.5;     // of that, when the warm side keeps its heat
@@ -18,11 +17,11 @@ constexpr int kFullCurrentCode = 40;
 double Climate::Equilibrium() const
 {
     if (!m_cooled)
-        return kAmbientC;
+        return m_ambientC;
     const int code = std::clamp<int>(m_driveCode, kFullCurrentCode, kNoCurrentCode);
     const double drive = static_cast<double>(kNoCurrentCode - code) /
                          static_cast<double>(kNoCurrentCode - kFullCurrentCode);
-    return kAmbientC - kDeepestC * drive * (m_fan ? 1.0 : kWithoutFan);
+    return m_ambientC - kDeepestC * drive * (m_fan ? 1.0 : kWithoutFan);
 }
 
 double Climate::Celsius(Time now)

@@ -8,7 +8,10 @@ namespace vscsim {
 /// allow, with one time constant.
 class Climate {
   public:
-    explicit Climate(bool cooled) : m_cooled(cooled) {}
+    Climate(bool cooled, double ambientC)
+        : m_cooled(cooled), m_ambientC(ambientC), m_celsius(ambientC)
+    {
+    }
 
     void SetDriveCode(uint16_t code, Time now);
     void SetFan(bool on, Time now);
@@ -18,9 +21,10 @@ class Climate {
     double Equilibrium() const;
 
     bool m_cooled;
+    double m_ambientC;
     uint16_t m_driveCode = 255; // 255: no current
     bool m_fan = false;
-    double m_celsius = 20.0;
+    double m_celsius;
     Time m_at{};
 };
 

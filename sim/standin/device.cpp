@@ -1,6 +1,6 @@
 #include "standin/device.h"
 
-#include "standin/traffic.h"
+#include "camera/request_line.h"
 
 #include <algorithm>
 
@@ -153,7 +153,7 @@ Device::Ending Device::ServeControl(const libusb_transfer &usb, Transfer &transf
     const ControlRequest request = RequestOf(usb);
     if (!m_camera)
         return LIBUSB_TRANSFER_STALL;
-    traffic.push_back(TrafficLine(request));
+    traffic.push_back(LineOf(request));
     const ControlReply reply = m_camera->Control(request, now);
     LookAtBulkAgain(now);
     if (reply.outcome == Outcome::Timeout)

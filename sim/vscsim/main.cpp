@@ -20,7 +20,10 @@ namespace {
 using namespace vscsim;
 
 constexpr size_t kMebibyte = 1 << 20;
+constexpr std::string_view kAmbient = "ambient=";
+constexpr std::string_view kFirmware = "firmware=";
 constexpr std::string_view kFlash = "flash=";
+constexpr std::string_view kRequests = "requests=";
 
 /// What the command line asks for.
 struct RunOptions {
@@ -41,7 +44,9 @@ A camera is a model, followed by what is particular about it:
   VSC340MM:firmware=1   it comes with firmware of that version (3)
   VSC470MC:capped       no light reaches its sensor, for dark frames
   VSC470MC:flawless     no noise, dark current or hot pixels, to compare pictures with
+  VSC470MM:ambient=5    the air around it has 5 degrees Celsius (20)
   VSC470MC:flash=FILE   its flash memory lies in a file and outlasts the run
+  VSC470MC:requests=FILE  a file gets a line for each request that reaches the camera
 Faults, separated by commas: NAME[:REQUEST][@FIRST][xCOUNT][%PROBABILITY][=AMOUNT], or a JSON file.
   short-frame@5         frame 5 (counted from 0) lacks its last 512 bytes
   empty-frame@10x4      frames 10 to 13 are not sent
@@ -50,14 +55,14 @@ Faults, separated by commas: NAME[:REQUEST][@FIRST][xCOUNT][%PROBABILITY][=AMOUN
 Example:
   vscsim run --camera VSC470MC --camera VSC470MM:usb2 -- vsccam list)";
 
-uint8_t ParseFirmware(std::string_view text)
+template <class Number> Number ParseNumber(std::string_view text, std::string_view what)
 {
-    uint8_t version = 0;
+    Number number = 0;
     const char *const end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, version);
+    const auto [stop, error] = std::from_chars(text.data(), end, number);
     if (error != std::errc() || stop != end)
-        throw CLI::ValidationError("--camera", fmt::format("no firmware version: {}", text));
-    return version;
+        throw CLI::ValidationError("--camera", fmt::format("no {}: {}", what, text));
+    return number;
 }
 
 /// Reads MODEL and what follows it, see kRunFooter.
@@ -69,20 +74,25 @@ BusDevice ParseCamera(const std::string &text)
     BusDevice device{.model = FindModel(part)};
     if (!device.model)
         throw CLI::ValidationError("--camera", fmt::format("no model {}; see vscsim list", part));
-    constexpr std::string_view kFirmware = "firmware=";
     while (std::getline(parts, part, ':')) {
         if (part == "usb2")
             device.options.link = LinkSpeed::High;
         else if (part == "unreadable")
             device.options.readableDescriptor = false;
         else if (part.starts_with(kFirmware))
-            device.options.firmwareVersion = ParseFirmware(part.substr(kFirmware.size()));
+            device.options.firmwareVersion =
+                ParseNumber<uint8_t>(part.substr(kFirmware.size()), "firmware version");
+        else if (part.starts_with(kAmbient))
+            device.options.ambientC =
+                ParseNumber<double>(part.substr(kAmbient.size()), "temperature");
         else if (part == "capped")
             device.options.capped = true;
         else if (part == "flawless")
             device.options.flawless = true;
         else if (part.starts_with(kFlash))
             device.options.flashFile = part.substr(kFlash.size());
+        else if (part.starts_with(kRequests))
+            device.options.requestFile = part.substr(kRequests.size());
         else
             throw CLI::ValidationError("--camera", fmt::format("\"{}\" in {}", part, text));
     }

@@ -1,4 +1,4 @@
-#include "standin/traffic.h"
+#include "camera/request_line.h"
 
 #include <array>
 #include <cstdarg>
@@ -77,7 +77,7 @@ constexpr Verb kVerbs[] = {
 
 } // namespace
 
-std::string TrafficLine(const ControlRequest &request)
+std::string LineOf(const ControlRequest &request)
 {
     for (const Verb &verb : kVerbs) {
         // A program that replaces the camera's own takes other requests, with data, by these codes.
