@@ -50,7 +50,7 @@ void SetCoolerOn(Camera &camera, int value, bool)
         return;
     cooler->SetAutoTemp(value > 0, static_cast<float>(camera.TargetTemp()));
     if (value <= 0)
-        (void)cooler->SetPowerPerc(0.0F);
+        cooler->SwitchOff();
 }
 
 void SetFanOn(Camera &camera, int value, bool)

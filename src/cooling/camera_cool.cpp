@@ -101,6 +101,11 @@ void CCameraCool::StopAutoTempThr()
     OutputDbgPrint("AutoTempThr bf wait\n");
     m_coolerThread.Join();
     OutputDbgPrint("AutoTempThr af wait\n");
+    SwitchOff();
+}
+
+void CCameraCool::SwitchOff()
+{
     // One refused request must not leave the cooler on; a mute camera would only hold up the end.
     if (!SetPowerPerc(0.0F) && !LastRequestTimedOut())
         (void)SetPowerPerc(0.0F);
@@ -110,7 +115,7 @@ void CCameraCool::OnInitialised()
 {
     const std::lock_guard lock(m_coolerSection); // no control step in between
     StartAutoTempThr();
-    (void)SetPowerPerc(0.0F);
+    SwitchOff();
     SetAutoTemp(false, static_cast<float>(m_targetTempC));
 }
 

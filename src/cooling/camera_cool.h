@@ -24,6 +24,8 @@ class CCameraCool : public CCameraBase {
     bool SetDA(int code);
     /// Sets the power within 0 to 100 per cent. @return false when the request failed
     bool SetPowerPerc(float percent);
+    /// Sets the power to 0, once more when the camera refuses.
+    void SwitchOff();
     /// Switches regulation and sets its target, -40 to 30 degrees. Both start the controller anew.
     void SetAutoTemp(bool on, float targetC);
     /// @return false when the request failed; FanOn() then tells the old state

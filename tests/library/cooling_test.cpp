@@ -1,13 +1,19 @@
 #include "cooling/temperature_control.h"
+#include "library/host_fixture.h"
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cmath>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace vsccam {
 namespace {
+
+using namespace std::chrono_literals;
 
 constexpr ControlGains kGains{.p = 0.2F, .i = 0.0F, .d = 0.6F};
 
@@ -183,52 +189,142 @@ TEST(TemperatureControl, StepsThePowerUntilTheCodeMoves)
     }
 }
 
-/// Heat flows in from outside and is pumped out in proportion to the power; the sensor tells
-/// sixteenths of a degree.
-class Sensor {
-  public:
-    explicit Sensor(double spanC) : m_spanC(spanC) {}
-
-    void Run(double seconds, float percent)
+/// A host with a cooled camera, in air and with faults of its choice.
+class CoolingTest : public HostTest {
+  protected:
+    int Regulate(int targetC, vscsim::CameraOptions options = {},
+                 std::string_view model = "VSC470MC-Cool")
     {
-        const double goal = kAmbientC - m_spanC * static_cast<double>(percent) / 100.0;
-        m_celsius = goal + (m_celsius - goal) * std::exp(-seconds / kTimeConstantS);
+        const int device = OpenOne(model, std::move(options));
+        setValue(CONTROL_TARGET_TEMP, targetC, false);
+        setValue(CONTROL_COOLER_ON, 1, false);
+        return device;
     }
-    float Reading() const { return static_cast<float>(std::floor(m_celsius * 16.0) / 16.0); }
 
-  private:
-    static constexpr double kAmbientC = 20.0;
-    static constexpr double kTimeConstantS = 60.0;
-    double m_spanC;
-    double m_celsius = kAmbientC;
+    /// Of the sensor itself, whatever its thermometer tells.
+    static double SensorC(int device)
+    {
+        const vscsim::Time now(Clock::now().time_since_epoch());
+        return Bus().With(device, [now](auto &camera) { return camera.Celsius(now); });
+    }
+
+    static int Power() { return getValue(CONTROL_COOLER_POWER, nullptr); }
+
+    /// The last drive code or state of the fan that reached the camera.
+    static std::string LastOf(int device, std::string_view verb)
+    {
+        std::string last;
+        for (const std::string &line : Bus().TakeTraffic(device)) {
+            if (line.starts_with(verb))
+                last = line;
+        }
+        return last;
+    }
 };
 
-TEST(TemperatureControl, SettlesWithinADegreeOrAtTheEndOfItsPower)
+TEST_F(CoolingTest, HoldsItsTargetForAnHourWhateverDisturbsIt)
 {
-    constexpr uint32_t kStepMs = 3580;
-    constexpr int kSettledAfter = 500; // steps, half an hour
+    // A sensor gets 38 degrees below the air at most.
     const struct {
+        const char *name;
+        double ambientC;
         int targetC;
-        double spanC; // at full power
         double settledC;
-    } cases[] = {{0, 38.0, 0.0},     {-10, 38.0, -10.0}, {-17, 38.0, -17.0},
-                 {-10, 60.0, -10.0}, {-40, 38.0, -18.0}, {30, 38.0, 20.0}};
+        int powerAtLeast, powerAtMost; // at the end
+        const char *faults = nullptr;
+        const char *model = "VSC470MC-Cool";
+        double withinC = 0.5;
+    } cases[] = {
+        {"a mild night", 20, -10, -10, 60, 95},
+        {"a hot one", 34, 0, 0, 60, 99},
+        {"a cold one", -5, -25, -25, 30, 80},
+        {"a target close to the air", 20, 18, 18, 1, 20},
+        {"one above it", 5, 30, 5, 0, 0},
+        {"one out of reach", 30, -40, -8, 100, 100},
+        {"a noisy thermometer", 20, -10, -10, 60, 95, "corrupt-answer:b3%0.3x*=0"},
+        {"one that jumps", 20, -10, -10, 60, 95, "corrupt-answer:b3%0.03x*=1"},
+        {"one that falls silent at times", 20, -10, -10, 60, 95, "refuse-request:b3%0.4x*"},
+        {"drive codes that get lost", 20, -10, -10, 60, 95, "refuse-request:b2%0.2x*"},
+        // Which tells 0.6 degrees apart at best.
+        {"a thermistor", 20, -10, -10, 60, 95, nullptr, "VSC083MC-Cool", 0.8},
+    };
     for (const auto &c : cases) {
-        SCOPED_TRACE("target " + std::to_string(c.targetC) + ", span " + std::to_string(c.spanC));
-        TemperatureControl control;
-        control.Restart(kGains);
-        PlainCooler cooler(0.0F);
-        Sensor sensor(c.spanC);
-        uint32_t tickMs = 1;
-        for (int step = 0; step < 1000; ++step, tickMs += kStepMs) {
-            const float celsius = sensor.Reading();
-            const auto change = control.TakeReading(celsius, tickMs);
-            ASSERT_FALSE(change && change->IsGlitch());
-            cooler.Apply(control.Step(static_cast<float>(c.targetC), celsius));
-            sensor.Run(kStepMs / 1000.0, cooler.drive.percent);
-            if (step >= kSettledAfter) {
-                ASSERT_NEAR(celsius, c.settledC, 1.0) << "step " << step;
-            }
+        SCOPED_TRACE(c.name);
+        vscsim::CameraOptions options{.ambientC = c.ambientC};
+        if (c.faults)
+            options.faults = vscsim::ParseFaultPlan(c.faults, nullptr).value();
+        const int device = Regulate(c.targetC, options, c.model);
+        EXPECT_NEAR(SensorC(device), c.ambientC, 0.5);
+        SleepFor(20min);
+        for (int minute = 0; minute <= 60; ++minute) {
+            ASSERT_NEAR(SensorC(device), c.settledC, c.withinC) << "minute " << minute;
+            SleepFor(1min);
+        }
+        EXPECT_GE(Power(), c.powerAtLeast);
+        EXPECT_LE(Power(), c.powerAtMost);
+        Remove(device);
+    }
+}
+
+TEST_F(CoolingTest, RecoversAtOnceFromAnHourAtFullPower)
+{
+    const int device = Regulate(-10);
+    SleepFor(20min);
+    FailNext("libusb_control_transfer", 1, LIBUSB_ERROR_PIPE);
+    setValue(CONTROL_FAN_ON, 0, false);
+    EXPECT_EQ(getValue(CONTROL_FAN_ON, nullptr), 1); // it was not heard
+    setValue(CONTROL_FAN_ON, 0, false);
+    EXPECT_EQ(getValue(CONTROL_FAN_ON, nullptr), 0);
+    EXPECT_EQ(LastOf(device, "fpga 19"), "fpga 19=80");
+    SleepFor(60min);
+    EXPECT_EQ(Power(), 100);
+    EXPECT_GT(SensorC(device), 0); // without the fan it gets no lower
+
+    setValue(CONTROL_FAN_ON, 1, false);
+    for (int seconds = 0; seconds < 600; seconds += 5) {
+        SleepFor(5s);
+        ASSERT_GT(SensorC(device), -15.0) << "far lower than after a start, " << seconds << " s";
+    }
+    EXPECT_NEAR(SensorC(device), -10.0, 0.5);
+}
+
+TEST_F(CoolingTest, IsOffAtTheEndAlsoWhenARequestIsRefused)
+{
+    const struct {
+        const char *name;
+        void (*end)();
+    } cases[] = {{"switched off", [] { setValue(CONTROL_COOLER_ON, 0, false); }},
+                 {"closed", closeCamera}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        const int device = Regulate(-10);
+        SleepFor(1min);
+        EXPECT_NE(LastOf(device, "cooler"), "cooler 255");
+        FailNext("libusb_control_transfer", 1, LIBUSB_ERROR_PIPE);
+        c.end();
+        SleepFor(1min);
+        EXPECT_EQ(LastOf(device, "cooler"), "cooler 255");
+        EXPECT_EQ(Power(), 0);
+        Remove(device);
+    }
+}
+
+TEST_F(CoolingTest, EndsInTimeWhereverTheCameraIsLost)
+{
+    constexpr uint64_t kCalls = 8; // of the time below: readings, drive codes, the end
+    for (const int code : {LIBUSB_ERROR_NO_DEVICE, LIBUSB_ERROR_TIMEOUT, LIBUSB_ERROR_PIPE}) {
+        for (uint64_t call = 0; call < kCalls; ++call) {
+            SCOPED_TRACE(testing::Message() << "code " << code << " from call " << call);
+            const int device = Regulate(-10);
+            SleepFor(10s);
+            Bus().FailCalls(Bus().Calls() + call, 1'000'000, code);
+            SleepFor(5s);
+            const uint32_t start = GetTickCount();
+            setValue(CONTROL_COOLER_ON, 0, false);
+            closeCamera();
+            EXPECT_LE(GetTickCount() - start, 2000U);
+            Bus().Unplug(device);
+            Bus().Reset();
         }
     }
 }
