@@ -395,56 +395,5 @@ TEST_F(HardwareBinHostTest, ARunningCaptureFollowsEverySetting)
     }
 }
 
-TEST_F(HardwareBinHostTest, ALostCameraComesBackInItsMode)
-{
-    const Picture picture{.model = "VSC2800MM",
-                          .width = 160,
-                          .height = 120,
-                          .bin = 3,
-                          .type = VSC_IMG_RAW16,
-                          .startX = 20,
-                          .startY = 10,
-                          .sensorBin = 3};
-    const int device = OpenOne(picture.model);
-    setValue(CONTROL_HARDWARE_BIN, 1, false);
-    ASSERT_TRUE(setImageFormat(picture.width, picture.height, picture.bin, picture.type));
-    setStartPos(picture.startX, picture.startY);
-    startCapture();
-    ASSERT_TRUE(Shows(picture));
-    Bus().Unplug(device);
-    SleepFor(3s);
-    while (!NextFrame(0).empty()) { // of before
-    }
-    Bus().Replug(device);
-    SleepFor(3s);
-    EXPECT_TRUE(Shows(picture));
-}
-
-TEST_F(HardwareBinHostTest, ALostCameraComesBackWithItsRows)
-{
-    for (const bool moved : {false, true}) { // a new size and a new start count rows differently
-        SCOPED_TRACE(moved);
-        const int device = OpenOne("VSC2800MM");
-        const auto firstAndEnd = [device] {
-            return Bus().With(device, [](auto &camera) {
-                return std::pair(camera.SensorRegister(0x1DC), camera.SensorRegister(0x1DD));
-            });
-        };
-        ASSERT_TRUE(setImageFormat(160, 1700, 2, VSC_IMG_RAW8));
-        if (moved)
-            setStartPos(10, 20);
-        const auto before = firstAndEnd();
-        EXPECT_EQ(before.first, (moved ? 40 : 2 * 60) + 32);
-        startCapture();
-        ASSERT_FALSE(NextFrame(5000).empty());
-        Bus().Unplug(device);
-        SleepFor(3s);
-        Bus().Replug(device);
-        SleepFor(3s);
-        EXPECT_EQ(firstAndEnd(), before);
-        Remove(device);
-    }
-}
-
 } // namespace
 } // namespace vsccam
