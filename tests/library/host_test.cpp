@@ -108,16 +108,6 @@ TEST_F(HostTest, CountsNoMoreCamerasThanItCanList)
     EXPECT_EQ(getCameraModel(1025), nullptr);
 }
 
-TEST_F(HostTest, NamesEveryModelThatThereIs)
-{
-    for (const vscsim::ModelFacts &model : vscsim::AllModels())
-        Bus().PlugForeign(vscsim::VendorId(), model.productId);
-    ASSERT_EQ(getNumberOfConnectedCameras(), std::ssize(vscsim::AllModels()));
-    int index = 0;
-    for (const vscsim::ModelFacts &model : vscsim::AllModels())
-        EXPECT_EQ(getCameraModel(index++), std::string(model.maker) + ' ' + model.name);
-}
-
 TEST_F(HostTest, FailedOpenKeepsTheObjectAndTheNextOneWorks)
 {
     const int first = Bus().Plug("VSC470MM");
@@ -253,18 +243,6 @@ TEST_F(HostTest, DeliversNothingBeforeAFormatIsSet)
     startCapture();
     Bytes buffer(64);
     EXPECT_FALSE(getImageData(buffer.data(), 64, 100));
-}
-
-TEST_F(HostTest, StartPositionIsInBinnedPixels)
-{
-    OpenOne("VSC470MM");
-    ASSERT_TRUE(setImageFormat(320, 240, 2, VSC_IMG_RAW8));
-    setStartPos(50, 31);
-    EXPECT_EQ(getStartX(), 50);
-    EXPECT_EQ(getStartY(), 31);
-    setStartPos(INT_MAX, INT_MIN);
-    EXPECT_EQ(getStartX(), (1936 - 640) / 2);
-    EXPECT_EQ(getStartY(), 0);
 }
 
 TEST_F(HostTest, KeepsItsIdentityInFlash)
