@@ -26,42 +26,6 @@ TEST(Models, AreFoundByNameAndOnlyByName)
         AllModels(), {}, [](const ModelFacts &model) { return std::string_view(model.name); }));
 }
 
-TEST(Controller, AnswersEachReadOfTheProtocol)
-{
-    Host host;
-    host.Sony(0x3014, 0x5A);
-    host.Out(0xA6, 0x3200, 0x1234);
-    host.Fpga(19, 0xCB);
-    host.Fpga(29, 0xFF); // cannot be written
-    const struct {
-        const char *what;
-        uint8_t request;
-        int value;
-        int length;
-        Bytes expected;
-    } cases[] = {
-        {"sensor byte", 0xB7, 0x3014, 1, {0x5A}},
-        {"sensor byte, never written", 0xB7, 0x3015, 1, {0x00}},
-        {"sensor word", 0xA7, 0x3200, 2, {0x12, 0x34}},
-        {"lower byte of the word", 0xB7, 0x3201, 1, {0x34}},
-        {"word across the end", 0xA7, 0xFFFF, 2, {0x00, 0x00}},
-        {"FPGA register", 0xBC, 19, 1, {0xCB}},
-        {"FPGA version", 0xBC, 29, 1, {0x02}},
-        {"firmware version", 0xAD, 0, 2, {'V', 3}},
-        {"host speed", 0xB4, 0, 1, {1}},
-        {"temperature, 20 degrees", 0xB3, 0, 2, {0x00, 0x14}},
-        {"asked for less", 0xAD, 0, 1, {'V'}},
-        {"asked for more", 0xAD, 0, 64, {'V', 3}},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.what);
-        const ControlReply reply = host.In(c.request, c.value, 0, c.length);
-        EXPECT_EQ(reply.outcome, Outcome::Ok);
-        EXPECT_EQ(reply.data, c.expected);
-    }
-    EXPECT_EQ(Host({.link = LinkSpeed::High, .speed = 0}).In(0xB4, 0, 0, 1).data, Bytes{0});
-}
-
 TEST(Controller, StallsWhatItDoesNotKnow)
 {
     Host host;

@@ -14,7 +14,7 @@
 
 namespace vscsim {
 
-constexpr uint8_t kImageEndpoint = 0x81;
+constexpr uint8_t kImageEndpoint = 0x82;
 
 /// A program on the simulated bus in virtual time. It may leave nothing behind.
 class BusTest : public testing::Test {
@@ -62,11 +62,10 @@ inline libusb_device_handle *OpenDevice(size_t n = 0)
     return handle;
 }
 
-/// An open camera of the S470 family. It streams when asked to: 640 x 480 pixels of 8 bits, 5.4 ms
-/// a frame.
+/// An open USB 2.0 camera, which streams all of its sensor when asked to.
 class OpenCamera {
   public:
-    static constexpr int kFrameBytes = 640 * 480;
+    static constexpr int kFrameBytes = 1280 * 960;
 
     explicit OpenCamera(size_t n = 0) : handle(OpenDevice(n))
     {
@@ -79,27 +78,14 @@ class OpenCamera {
 
     void Stream() const
     {
-        const struct {
-            uint8_t request;
-            uint16_t address, value;
-        } writes[] = {{0xBD, 1, 1},         {0xB6, 0x3006, 0},    {0xB6, 0x3007, 0x40},
-                      {0xB6, 0x3042, 0x80}, {0xB6, 0x3043, 0x02}, {0xB6, 0x303E, 0xE0},
-                      {0xB6, 0x303F, 0x01}, {0xB6, 0x3046, 0xF1}, {0xB6, 0x3009, 1},
-                      {0xBD, 8, 0xE0},      {0xBD, 9, 0x01},      {0xBD, 4, 0x80},
-                      {0xBD, 5, 0x02},      {0xBD, 10, 1},        {0xBD, 19, 203},
-                      {0xBD, 16, 0xF2},     {0xBD, 17, 0x01},     {0xB6, 0x3020, 1},
-                      {0xBD, 1, 0},         {0xB6, 0x3000, 0},    {0xBD, 0, 0x21}};
         EXPECT_EQ(Command(0xA9), 0);
-        for (const auto &write : writes)
-            EXPECT_EQ(libusb_control_transfer(handle, 0x40, write.request, write.address,
-                                              write.value, nullptr, 0, 500),
-                      0);
+        EXPECT_EQ(libusb_control_transfer(handle, 0x40, 0xA6, 0x301A, 0x10DC, nullptr, 0, 500), 0);
         EXPECT_EQ(libusb_clear_halt(handle, kImageEndpoint), 0);
     }
 
-    int Command(uint8_t request, unsigned int timeoutMs = 200) const
+    int Command(uint8_t request) const
     {
-        return libusb_control_transfer(handle, 0x40, request, 0, 0, nullptr, 0, timeoutMs);
+        return libusb_control_transfer(handle, 0x40, request, 0, 0, nullptr, 0, 200);
     }
     void Close()
     {
@@ -113,11 +99,10 @@ class OpenCamera {
 /// A bulk transfer with its buffer. Records how it completed.
 class BulkRead {
   public:
-    BulkRead(libusb_device_handle *handle, int bytes, unsigned int timeoutMs = 0)
-        : m_buffer(static_cast<size_t>(bytes))
+    BulkRead(libusb_device_handle *handle, int bytes) : m_buffer(static_cast<size_t>(bytes))
     {
         libusb_fill_bulk_transfer(usb, handle, kImageEndpoint, m_buffer.data(), bytes, CallBack,
-                                  this, timeoutMs);
+                                  this, 0);
     }
     BulkRead(const BulkRead &) = delete;
     BulkRead &operator=(const BulkRead &) = delete;
