@@ -9,7 +9,9 @@
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <numeric>
 #include <string_view>
+#include <vector>
 
 namespace vsctool {
 namespace {
@@ -109,6 +111,24 @@ int ParseValue(const NamedControl &control, const std::string &text, const std::
     return ParseWhole(text, whole);
 }
 
+constexpr size_t kLargestSlip = 2; // of the finger, in letters
+
+/// Letters to change, add or leave out until one word is the other.
+size_t Distance(std::string_view from, std::string_view to)
+{
+    std::vector<size_t> row(to.size() + 1); // to the words that `to` begins with
+    std::iota(row.begin(), row.end(), size_t{0});
+    for (const char letter : from) {
+        size_t before = row[0]++;
+        for (size_t i = 0; i < to.size(); ++i) {
+            const size_t changed = before + (letter == to[i] ? 0 : 1);
+            before = row[i + 1];
+            row[i + 1] = std::min({changed, row[i] + 1, before + 1});
+        }
+    }
+    return row.back();
+}
+
 void SetAutoLimit(const NamedControl &control, int value)
 {
     std::array<int, kAutoLimits> limits = AutoLimits();
@@ -129,6 +149,11 @@ const NamedControl &FindControl(const std::string &name)
                                      [&](const NamedControl &c) { return name == c.name; });
     if (found != std::end(kControls))
         return *found;
+    const auto distance = [&](const NamedControl &c) { return Distance(name, c.name); };
+    const NamedControl &nearest = *std::ranges::min_element(kControls, {}, distance);
+    if (distance(nearest) <= kLargestSlip)
+        throw Failure(Exit::kUsage,
+                      fmt::format("no control '{}'; did you mean {}?", name, nearest.name));
     std::string names;
     for (const NamedControl &control : kControls)
         names.append(names.empty() ? "" : ", ").append(control.name);
