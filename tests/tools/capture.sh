@@ -83,22 +83,6 @@ expect 2 sim capture -e 20ms --dark dark.bmp -o never.fit
 { sim capture -e 10ms -o unread.fit 2>messages || echo $? >code; } | true
 contains code 9
 
-# stops SIGNAL CODE: a stopped exposure leaves no file and tells by which signal. The simulator
-# passes signals on. Whoever runs this test may ignore hang-ups, the program here shall not.
-stops() {
-    env --default-signal="$1" "$vsccam" --sim VSC470MC capture -e 60s -o never.fit \
-        >output 2>messages &
-    camera=$!
-    sleep 2
-    kill -s "$1" "$camera"
-    got=0
-    wait "$camera" || got=$?
-    [ "$got" = "$2" ] || { echo "stopped by $1 with $got"; cat messages; exit 1; }
-    [ -z "$(find . -name '*never*')" ]
-}
-stops TERM 143
-stops HUP 129
-
 # Controls under their names, in their units; settings hold for the command behind them.
 expect 0 sim set gain=300 exposure=20ms red=auto -- get gain exposure
 [ "$(cat output)" = "$(printf '300\n20ms')" ]
@@ -111,6 +95,8 @@ expect 2 sim set gain=700 -- info
 contains messages '0 to 600'
 expect 2 sim set exposure=bright -- info
 expect 10 sim set gamma=auto -- info
+expect 2 sim set gian=3 -- info
+contains messages 'did you mean gain?'
 expect 10 sim get target-temp
 expect 2 "$vsccam" set gain=3
 

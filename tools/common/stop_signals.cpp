@@ -2,11 +2,18 @@
 
 #include "failure.h"
 
+#include <poll.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <iterator>
 
 namespace vsctool {
+
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -60,6 +67,18 @@ void StopSignals::SleepFor(std::chrono::milliseconds time)
         if (signal > 0)
             throw Failure(static_cast<int>(Exit::kSignal) + signal, "stopped");
     } while (errno == EINTR); // the program was suspended and goes on
+}
+
+void StopSignals::WaitForInput(int descriptor)
+{
+    const sigset_t set = StopSet();
+    const int signals = signalfd(-1, &set, SFD_CLOEXEC);
+    pollfd both[] = {{.fd = signals, .events = POLLIN, .revents = 0},
+                     {.fd = descriptor, .events = POLLIN, .revents = 0}};
+    while (poll(both, std::size(both), -1) < 0 && errno == EINTR)
+        continue;
+    close(signals);
+    SleepFor(0ms); // takes the signal, if there is one
 }
 
 } // namespace vsctool

@@ -13,6 +13,9 @@ class StopSignals {
 
     /// Waits; throws Failure with the exit code of the signal when one arrives or has arrived.
     static void SleepFor(std::chrono::milliseconds time);
+
+    /// Waits until there is something to read, or its end, unless a signal comes first: as above.
+    static void WaitForInput(int descriptor);
 };
 
 } // namespace vsctool

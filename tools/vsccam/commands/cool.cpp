@@ -48,7 +48,7 @@ class CoolingRun {
             if (failure.Code() == static_cast<int>(Exit::kCameraLost))
                 throw;
             if (failure.Code() >= static_cast<int>(Exit::kSignal))
-                m_console.Note("warming the sensor; stop once more to end at once");
+                Note("warming the sensor; stop once more to end at once");
             else
                 m_silent = true; // nobody reads what it says any more
             Warm();
@@ -108,6 +108,13 @@ class CoolingRun {
             Wait();
         }
         setValue(CONTROL_COOLER_ON, 0, false);
+        Note(fmt::format("the cooler is off, the sensor at {:.1f} C", Temperature()));
+    }
+
+    void Note(const std::string &line)
+    {
+        m_line.Show(""); // which stands where the note goes
+        m_console.Note(line);
     }
 
     void Wait()

@@ -1,6 +1,7 @@
 #include "camera.h"
 #include "commands/command.h"
 #include "failure.h"
+#include "stop_signals.h"
 
 #include <nlohmann/json.hpp>
 #include <unistd.h>
@@ -67,7 +68,8 @@ void Confirm(const Camera &camera)
         fmt::format("Replace the identifier in the flash of {}? [y/N] ", camera.Entry().model)
             .c_str(),
         stderr);
-    const int answer = std::getchar();
+    StopSignals::WaitForInput(STDIN_FILENO);
+    const int answer = std::getchar(); // at the end of the input nobody said yes
     if (answer != 'y' && answer != 'Y')
         throw Failure(Exit::kFailure, "nothing was written");
 }
