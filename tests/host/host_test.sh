@@ -46,5 +46,7 @@ else
 fi
 "${run[@]}" "$work/on_stand_in"
 if [[ -n $VSCSIM ]]; then
-    LD_LIBRARY_PATH=$libraries "$VSCSIM" run --camera VSC470MM -- "$work/on_libusb"
+    for camera in VSC470MM VSC340MM:firmware=1; do # the second one gets new firmware first
+        LD_LIBRARY_PATH=$libraries "$VSCSIM" run --camera "$camera" -- "$work/on_libusb"
+    done
 fi

@@ -10,6 +10,8 @@
 enum {
     kVendorId = 0x4B59,
     kEndpoint = 0x81,
+    kSony = 0xB6, /* the requests that write a register */
+    kFpga = 0xBD,
     kWidth = 1936,
     kHeight = 1096,
     kFrameBytes = kWidth * kHeight,
@@ -35,48 +37,43 @@ static void Out(libusb_device_handle *camera, int request, int value, int index)
                                   NULL, 0, 500) == 0);
 }
 
-static void Sony(libusb_device_handle *camera, int address, int value, int bytes)
+/* Registers of one byte each, the low byte of the value first. */
+static void Write(libusb_device_handle *camera, int request, int first, int value, int bytes)
 {
     for (int i = 0; i < bytes; ++i)
-        Out(camera, 0xB6, address + i, value >> 8 * i & 0xFF);
-}
-
-static void Fpga(libusb_device_handle *camera, int number, int value, int bytes)
-{
-    for (int i = 0; i < bytes; ++i)
-        Out(camera, 0xBD, number + i, value >> 8 * i & 0xFF);
+        Out(camera, request, first + i, value >> 8 * i & 0xFF);
 }
 
 /* Whole sensor, 8 bits, 18.5625 MHz, lines of 203 clocks, the shortest frame, exposed throughout.
  */
 static void StartStream(libusb_device_handle *camera)
 {
-    Fpga(camera, 1, 1, 1);
-    Sony(camera, 0x3007, 0x40, 1);
-    Sony(camera, 0x3042, kWidth, 2);
-    Sony(camera, 0x303E, kHeight, 2);
-    Sony(camera, 0x3040, 0, 2);
-    Sony(camera, 0x303C, 0, 2);
-    Sony(camera, 0x3046, 0xF1, 1);
-    Sony(camera, 0x3009, 0x01, 1);
-    Sony(camera, 0x300A, 1, 2);
-    Fpga(camera, 8, kHeight, 2);
-    Fpga(camera, 4, kWidth, 2);
-    Fpga(camera, 10, 0x01, 1);
-    Fpga(camera, 19, 203, 2);
-    Fpga(camera, 16, kHeight + 18, 3);
-    Sony(camera, 0x3020, 1, 3);
-    Fpga(camera, 1, 0, 1);
+    Write(camera, kFpga, 1, 1, 1);
+    Write(camera, kSony, 0x3007, 0x40, 1);
+    Write(camera, kSony, 0x3042, kWidth, 2);
+    Write(camera, kSony, 0x303E, kHeight, 2);
+    Write(camera, kSony, 0x3040, 0, 2);
+    Write(camera, kSony, 0x303C, 0, 2);
+    Write(camera, kSony, 0x3046, 0xF1, 1);
+    Write(camera, kSony, 0x3009, 0x01, 1);
+    Write(camera, kSony, 0x300A, 1, 2);
+    Write(camera, kFpga, 8, kHeight, 2);
+    Write(camera, kFpga, 4, kWidth, 2);
+    Write(camera, kFpga, 10, 0x01, 1);
+    Write(camera, kFpga, 19, 203, 2);
+    Write(camera, kFpga, 16, kHeight + 18, 3);
+    Write(camera, kSony, 0x3020, 1, 3);
+    Write(camera, kFpga, 1, 0, 1);
     Out(camera, 0xA9, 0, 0);
-    Sony(camera, 0x3000, 0, 1);
-    Fpga(camera, 0, 0x21, 1);
+    Write(camera, kSony, 0x3000, 0, 1);
+    Write(camera, kFpga, 0, 0x21, 1);
     CHECK(libusb_clear_halt(camera, kEndpoint) == 0);
 }
 
 static void StopStream(libusb_device_handle *camera)
 {
-    Fpga(camera, 0, 0x31, 1);
-    Sony(camera, 0x3000, 1, 1);
+    Write(camera, kFpga, 0, 0x31, 1);
+    Write(camera, kSony, 0x3000, 1, 1);
     Out(camera, 0xAA, 0, 0);
 }
 
@@ -171,29 +168,12 @@ static void CheckRequests(libusb_device_handle *camera)
     CHECK(libusb_control_transfer(camera, 0xC0, 0xB4, 0, 0, bytes, 1, 500) == 1);
     const int speed = libusb_get_device_speed(libusb_get_device(camera));
     CHECK(bytes[0] == (speed == LIBUSB_SPEED_SUPER ? 1 : 0));
-    Sony(camera, 0x3014, 0x5A, 1);
+    Write(camera, kSony, 0x3014, 0x5A, 1);
     CHECK(libusb_control_transfer(camera, 0xC0, 0xB7, 0x3014, 0, bytes, 1, 500) == 1);
     CHECK(bytes[0] == 0x5A);
     CHECK(libusb_control_transfer(camera, 0xC0, 0x01, 0, 0, bytes, 1, 500) == LIBUSB_ERROR_PIPE);
     CHECK(libusb_get_string_descriptor_ascii(camera, 2, bytes, sizeof bytes) > 0);
     CHECK(strncmp((const char *)bytes, "VSC470", 6) == 0);
-}
-
-static void CheckFlash(libusb_device_handle *camera)
-{
-    uint8_t written[2048], read[2048];
-    for (size_t i = 0; i < sizeof written; ++i)
-        written[i] = (uint8_t)(i * 7);
-    Out(camera, 0xBE, 0, 0); /* its pins are shared with the wide data bus */
-    Out(camera, 0xC4, 1, 7);
-    do {
-        CHECK(libusb_control_transfer(camera, 0xC0, 0xC4, 0, 7, read, 1, 500) == 1);
-    } while (read[0] != 0);
-    CHECK(libusb_control_transfer(camera, 0x40, 0xC2, 0, 0x700, written, sizeof written, 500) ==
-          (int)sizeof written);
-    CHECK(libusb_control_transfer(camera, 0xC0, 0xC3, 0, 0x700, read, sizeof read, 500) ==
-          (int)sizeof read);
-    CHECK(memcmp(written, read, sizeof read) == 0);
 }
 
 static void CheckFrames(libusb_device_handle *camera)
@@ -240,7 +220,7 @@ static void CheckCancel(libusb_device_handle *camera)
 static void CheckReset(libusb_device_handle *camera)
 {
     uint8_t value = 0;
-    Sony(camera, 0x3014, 0x33, 1);
+    Write(camera, kSony, 0x3014, 0x33, 1);
     CHECK(libusb_reset_device(camera) == 0);
     CHECK(libusb_control_transfer(camera, 0xC0, 0xB7, 0x3014, 0, &value, 1, 500) == 1);
     CHECK(value == 0x33);
@@ -337,43 +317,13 @@ static void CheckTimeout(libusb_device_handle *camera)
     CHECK(libusb_control_transfer(camera, 0xC0, 0xAD, 0, 0, version, 2, kTimeoutMs) == 2);
 }
 
-/* A USB 2.0 camera, delivered with firmware of version 1. */
-static void CheckUsb2(libusb_device_handle *camera)
-{
-    enum { kBytes = 1280 * 960, kUsb2Endpoint = 0x82 };
-    uint8_t *frame = malloc(kBytes);
-    uint8_t version[2], program[3] = {0}, held = 1, runs = 0;
-    int bytes = 0;
-    CHECK(frame != NULL);
-    Out(camera, 0xA9, 0, 0);
-    Out(camera, 0xA6, 0x301A, 0x10DC);
-    CHECK(libusb_clear_halt(camera, kUsb2Endpoint) == 0);
-    CHECK(libusb_clear_halt(camera, kEndpoint) == LIBUSB_ERROR_NOT_FOUND);
-    CHECK(libusb_bulk_transfer(camera, kUsb2Endpoint, frame, kBytes, &bytes, kTimeoutMs) == 0);
-    CHECK(bytes == kBytes && Word(frame) == 0xAA11 && Word(frame + 2) == 0xBB00);
-    free(frame);
-
-    /* Another program lasts until the camera is reset. */
-    CHECK(libusb_control_transfer(camera, 0xC0, 0xAD, 0, 0, version, 2, 500) == 2);
-    CHECK(version[1] == 1);
-    CHECK(libusb_control_transfer(camera, 0x40, 0xA0, 0xE600, 0, &held, 1, 500) == 1);
-    CHECK(libusb_control_transfer(camera, 0x40, 0xA0, 0, 0, program, sizeof program, 500) == 3);
-    CHECK(libusb_control_transfer(camera, 0x40, 0xA0, 0xE600, 0, &runs, 1, 500) == 1);
-    CHECK(libusb_control_transfer(camera, 0xC0, 0xAD, 0, 0, version, 2, 500) == 2);
-    CHECK(version[1] == 3);
-    CHECK(libusb_reset_device(camera) == 0);
-    CHECK(libusb_control_transfer(camera, 0xC0, 0xAD, 0, 0, version, 2, 500) == 2);
-    CHECK(version[1] == 1);
-}
-
 static const struct {
     const char *name;
     void (*run)(libusb_device_handle *camera);
 } kChecks[] = {
-    {"requests", CheckRequests},  {"flash", CheckFlash},   {"frames", CheckFrames},
-    {"cancel", CheckCancel},      {"reset", CheckReset},   {"claim", CheckClaim},
-    {"memory", CheckMemoryLimit}, {"faults", CheckFaults}, {"timeout", CheckTimeout},
-    {"usb2", CheckUsb2},
+    {"requests", CheckRequests}, {"frames", CheckFrames},   {"cancel", CheckCancel},
+    {"reset", CheckReset},       {"claim", CheckClaim},     {"memory", CheckMemoryLimit},
+    {"faults", CheckFaults},     {"timeout", CheckTimeout},
 };
 
 static void List(void)
