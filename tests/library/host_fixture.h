@@ -103,6 +103,8 @@ inline std::optional<int> PatternNumber(const Bytes &frame, int width, int start
     const auto value = [=](uint32_t number, int x, int y) {
         return static_cast<uint8_t>(vscsim::PatternSample(number, startX + x, startY + y) >> 8);
     };
+    if (frame.empty())
+        return std::nullopt;
     const int height = static_cast<int>(frame.size()) / width;
     uint32_t number = 0;
     const uint8_t probe = frame[static_cast<size_t>(width)]; // first pixel of the second row
