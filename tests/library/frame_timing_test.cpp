@@ -5,30 +5,6 @@
 namespace vsccam {
 namespace {
 
-constexpr Size kFull{1936, 1096};
-
-TEST(FrameTiming, LineLengthKeepsToTheBudgetAndToTheClocksShortestLine)
-{
-    const struct {
-        int budget, percent;
-        Size window;
-        bool is16;
-        int clockKHz, shortest, expected;
-    } cases[] = {{360'715, 100, kFull, false, 18'562, 203, 203},
-                 {360'715, 40, kFull, false, 18'562, 203, 245},
-                 {360'715, 100, kFull, true, 18'562, 203, 203},
-                 {360'715, 100, kFull, false, 37'124, 196, 196},
-                 {360'715, 100, {968, 548}, false, 9'281, 145, 145},
-                 {43'272, 100, kFull, false, 18'562, 203, 817},
-                 {43'272, 40, kFull, true, 18'562, 203, 4'085},
-                 {0, 100, kFull, false, 18'562, 203, 65'535}}; // not initialised
-    for (const auto &c : cases) {
-        const float fps = FrameRate(c.budget, c.percent, c.window, c.is16);
-        EXPECT_EQ(LineLength(fps, c.clockKHz, c.window.height, c.shortest, {}), c.expected)
-            << c.budget << " " << c.percent << " %";
-    }
-}
-
 TEST(FrameTiming, ShutterMovesWithinTheFrameAndTheFrameGrowsBeyondIt)
 {
     constexpr SensorLine kLine{.clockKHz = 18'562, .length = 203}; // 10.936 us, frame 12,172 us

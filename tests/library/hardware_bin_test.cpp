@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <functional>
 
 namespace vsccam {
 namespace {
@@ -156,53 +155,31 @@ TEST_F(HardwareBinTest, LoadsAModeForANewFormatAndForANewBinningOfTheSensorOnly)
 
 TEST_F(HardwareBinTest, AnnouncesWhatItDoes)
 {
-    const struct {
-        const char *what;
-        std::function<void(CCameraBase &)> act;
-        std::vector<std::string> texts; // in this order
-    } cases[] = {
-        {"open",
-         [](CCameraBase &c) { c.CloseCamera(), c.OpenCamera(1); },
-         {"camera closed\n", "open camera success\n"}},
-        {"initialise",
-         [](CCameraBase &c) { c.InitCamera(); },
-         {"***********USB3.0 Host***********\n", "-----Binning 1 12bit-------\n"}},
-        {"fast",
-         [](CCameraBase &c) { c.SetHighSpeedMode(true); },
-         {"-----Binning 1 10bit-------\n"}},
-        {"hardware bin", [](CCameraBase &c) { c.SetHardwareBin(true); }, {}},
-        {"bin 2",
-         [](CCameraBase &c) { c.SetResolution(320, 240, 2, kByteImage); },
-         {"-----Binning 2-------\n", "startPos: (2008, 1520)\n",
-          "SetResolution! start pos x:2008 y:1520 iHeight:240 iWidth:320 \n"}},
-        {"bin 3",
-         [](CCameraBase &c) { c.SetResolution(320, 240, 3, kByteImage); },
-         {"-----Binning 3-------\n", "startPos: (1848, 1400)\n",
-          "SetResolution! start pos x:1848 y:1400 iHeight:240 iWidth:320 \n"}},
-        {"long",
-         [](CCameraBase &c) { c.SetExp(1'000'000, false); },
-         {"-----Enter long exp mode\n", "VMAX:"}},
-        {"short",
-         [](CCameraBase &c) { c.SetExp(999'999, false); },
-         {"-----Exit long exp mode\n", "set clk 37125 M!\n", "VMAX:"}},
-    };
+    testing::internal::CaptureStdout();
+    SetDebugPrint(true);
     for (const auto link : {vscsim::LinkSpeed::Super, vscsim::LinkSpeed::High}) {
         OpenedCamera camera(std::in_place_type<CCameraS2800MM>, "VSC2800MM", {.link = link});
-        for (const auto &c : cases) {
-            SCOPED_TRACE(c.what);
-            testing::internal::CaptureStdout();
-            SetDebugPrint(true);
-            c.act(*camera.operator->());
-            SetDebugPrint(false);
-            const std::string printed = testing::internal::GetCapturedStdout();
-            size_t at = 0;
-            for (std::string text : c.texts) {
-                if (link == vscsim::LinkSpeed::High && text.find("USB3.0") != std::string::npos)
-                    text[text.find('3')] = '2';
-                at = printed.find(std::string("<VSC SDK> ").append(text), at);
-                ASSERT_NE(at, std::string::npos) << text << "is not in\n" << printed;
-            }
-        }
+        (void)camera->InitCamera();
+        (void)camera->SetHighSpeedMode(true);
+        (void)camera->SetHardwareBin(true);
+        (void)camera->SetResolution(320, 240, 2, kByteImage);
+        (void)camera->SetResolution(320, 240, 3, kByteImage);
+        (void)camera->SetExp(1'000'000, false);
+        (void)camera->SetExp(999'999, false);
+    }
+    SetDebugPrint(false);
+    const std::string printed = testing::internal::GetCapturedStdout();
+    size_t at = 0;
+    for (const std::string text :
+         {"open camera success\n", "***********USB3.0 Host***********\n",
+          "-----Binning 1 12bit-------\n", "-----Binning 1 10bit-------\n",
+          "-----Binning 2-------\n", "startPos: (2008, 1520)\n",
+          "SetResolution! start pos x:2008 y:1520 iHeight:240 iWidth:320 \n",
+          "-----Binning 3-------\n", "startPos: (1848, 1400)\n", "-----Enter long exp mode\n",
+          "VMAX:", "-----Exit long exp mode\n", "set clk 37125 M!\n", "camera closed\n",
+          "***********USB2.0 Host***********\n"}) { // in this order
+        at = printed.find("<VSC SDK> " + text, at);
+        ASSERT_NE(at, std::string::npos) << text << "is not in\n" << printed;
     }
 }
 

@@ -82,14 +82,6 @@ TEST(Climate, FollowsDriveAndFanInCooledModelsOnly)
     }
 }
 
-TEST(Climate, ShowsAtTheThermistorToo)
-{
-    Host host;
-    const Bytes bytes = host.In(0xC7, 0, 0, 2).data;
-    const int reading = bytes[0] >> 4 | (bytes[1] & 0x0F) << 4;
-    EXPECT_NEAR(reading * 10.0 / (256 - reading), 12.5, 0.3); // kOhm, at 20 degrees
-}
-
 class Flash : public testing::Test {
   protected:
     Flash() { host.Out(0xBE, 0); }

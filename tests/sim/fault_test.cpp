@@ -101,22 +101,6 @@ TEST(FaultPlan, SaysWhatIsWrongAndWhere)
     EXPECT_FALSE(ParseFaultPlan(std::string(100'000, '['), nullptr));
 }
 
-TEST(Faults, HitRequestsByNumberAndCode)
-{
-    Host host({.speed = 0,
-               .faults = Plan("refuse-request:b6@1,time-out-request:b7x2,short-answer:ad=1")});
-    const std::vector<Outcome> seen = {
-        host.Out(0xB6, 0x3014, 1),           host.Out(0xBD, 2, 1),
-        host.Out(0xB6, 0x3014, 2),           host.Out(0xB6, 0x3015, 3),
-        host.In(0xB7, 0x3014, 0, 1).outcome, host.In(0xB7, 0x3014, 0, 1).outcome};
-    const std::vector<Outcome> expected = {Outcome::Ok, Outcome::Ok,      Outcome::Stall,
-                                           Outcome::Ok, Outcome::Timeout, Outcome::Timeout};
-    EXPECT_EQ(seen, expected);
-    EXPECT_EQ(host.In(0xB7, 0x3014, 0, 1).data.at(0), 1); // the refused write did nothing
-    EXPECT_EQ(host.In(0xAD, 0, 0, 2).data.size(), 1U);
-    EXPECT_EQ(host.In(0xAD, 0, 0, 2).data.size(), 2U);
-}
-
 TEST(Faults, ComeAtRandomFromTheSeed)
 {
     const auto spoiled = [](uint64_t seed) {
