@@ -97,6 +97,8 @@ expect 2 sim set exposure=bright -- info
 expect 10 sim set gamma=auto -- info
 expect 2 sim set gian=3 -- info
 contains messages 'did you mean gain?'
+expect 2 sim set gain -- info
+contains messages "'gain' is neither a setting"
 expect 10 sim get target-temp
 expect 2 "$vsccam" set gain=3
 

@@ -65,6 +65,12 @@ Command ParseCommand(std::vector<std::string> words)
     CLI::App app("the command behind the settings", "vsccam");
     Command command;
     AddCommands(app, command);
+    const auto isMeant = [&](const CLI::App *one) { return one->check_name(words.front()); };
+    if (app.get_subcommands(isMeant).empty())
+        throw Failure(Exit::kUsage,
+                      fmt::format("'{}' is neither a setting like gain=200 nor a command; options "
+                                  "for all commands stand before 'set'",
+                                  words.front()));
     std::reverse(words.begin(), words.end()); // the form that the parser takes
     try {
         app.parse(words);
