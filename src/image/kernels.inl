@@ -381,21 +381,140 @@ size_t BinMosaic(const Sample *in, size_t stride, unsigned bin, Sample *out, siz
                       : 0;
 }
 
-// ---------------------------------------------------------------------- luminance and chroma
-// Of the three bytes of a pixel, each in 16-bit lanes. The tables of the plain loops hold products
-// cut to 1/65536. These forms give the same for all 2^24 pixels; the term with the small
-// coefficients makes up for the cuts.
+// --------------------------------------------------------------------------------------- colour
+// In each block of 16 pixels the even ones come first, then the odd ones: neighbours differ in how
+// they are made, and share their chroma.
 
-constexpr uint16_t k125th = 33555; // of 1/2^22: lanes are divided by 125
+// What the instruction sets do each in its own way: all that packs lanes into bytes, and sums of
+// products of bytes.
+#if HWY_TARGET == HWY_NEON
+
+/// One byte of each pixel; what is more than 255 becomes 255.
+HWY_INLINE V8 Packed(V16 even, V16 odd)
+{
+    return V8(vcombine_u8(vqmovn_u16(even.raw), vqmovn_u16(odd.raw)));
+}
+
+HWY_INLINE V8 EvenFirst(V8 inOrder)
+{
+    const uint8x8x2_t halves = vuzp_u8(vget_low_u8(inOrder.raw), vget_high_u8(inOrder.raw));
+    return V8(vcombine_u8(halves.val[0], halves.val[1]));
+}
+HWY_INLINE V8 InOrder(V8 evenFirst)
+{
+    const uint8x8x2_t halves = vzip_u8(vget_low_u8(evenFirst.raw), vget_high_u8(evenFirst.raw));
+    return V8(vcombine_u8(halves.val[0], halves.val[1]));
+}
+
+/// The three bytes of the pixels in half of each block.
+struct Colours {
+    uint8x8_t bytes[3];
+
+    /// k0 bytes[0] + k1 bytes[1] + k2 bytes[2] + kAdded
+    template <int k0, int k1, int k2, int kAdded = 0> HWY_INLINE V16 Sum() const
+    {
+        uint16x8_t sum = vdupq_n_u16(kAdded);
+        sum = AddTimes<k0>(sum, bytes[0]);
+        sum = AddTimes<k1>(sum, bytes[1]);
+        return V16(AddTimes<k2>(sum, bytes[2]));
+    }
+    template <int kFactor> static HWY_INLINE uint16x8_t AddTimes(uint16x8_t sum, uint8x8_t v)
+    {
+        if constexpr (kFactor < 0)
+            return vmlsl_u8(sum, v, vdup_n_u8(-kFactor));
+        return kFactor == 0 ? sum : vmlal_u8(sum, v, vdup_n_u8(kFactor));
+    }
+};
+
+HWY_INLINE Colours LowerColours(V8 first, V8 second, V8 third)
+{
+    return {{vget_low_u8(first.raw), vget_low_u8(second.raw), vget_low_u8(third.raw)}};
+}
+HWY_INLINE Colours UpperColours(V8 first, V8 second, V8 third)
+{
+    return {{vget_high_u8(first.raw), vget_high_u8(second.raw), vget_high_u8(third.raw)}};
+}
+
+#else
+
+#if HWY_TARGET == HWY_SSE4
+#define VSCCAM_VECTOR(operation) _mm_##operation
+#elif HWY_TARGET == HWY_AVX2
+#define VSCCAM_VECTOR(operation) _mm256_##operation
+#else
+#define VSCCAM_VECTOR(operation) _mm512_##operation
+#endif
+
+/// One byte of each pixel; what is more than 255 becomes 255.
+HWY_INLINE V8 Packed(V16 even, V16 odd)
+{
+    return V8{VSCCAM_VECTOR(packus_epi16)(even.raw, odd.raw)};
+}
+
+HWY_INLINE V8 EvenFirst(V8 inOrder)
+{
+    alignas(16) constexpr uint8_t kFrom[] = {0, 2, 4, 6, 8, 10, 12, 14, 1, 3, 5, 7, 9, 11, 13, 15};
+    return hn::TableLookupBytes(inOrder, hn::LoadDup128(d8, kFrom));
+}
+HWY_INLINE V8 InOrder(V8 evenFirst)
+{
+    alignas(16) constexpr uint8_t kFrom[] = {0, 8, 1, 9, 2, 10, 3, 11, 4, 12, 5, 13, 6, 14, 7, 15};
+    return hn::TableLookupBytes(evenFirst, hn::LoadDup128(d8, kFrom));
+}
+
+/// The three bytes of the pixels in half of each block, as pairs.
+struct Colours {
+    static constexpr int kUnit = 250; // the partner of the second byte, for constants
+
+    V8 outer;  // first and third byte
+    V8 second; // and kUnit
+
+    /// k0 bytes[0] + k1 bytes[1] + k2 bytes[2] + kAdded
+    template <int k0, int k1, int k2, int kAdded = 0> HWY_INLINE V16 Sum() const
+    {
+        static_assert(kAdded % kUnit == 0);
+        const V16 sum = PairSums<k0, k2>(outer);
+        if constexpr (k1 == 0 && kAdded == 0)
+            return sum;
+        return hn::Add(sum, PairSums<k1, kAdded / kUnit>(second));
+    }
+    template <int kEven, int kOdd> static HWY_INLINE V16 PairSums(V8 pairs)
+    {
+        static_assert(-128 <= kEven && kEven < 128 && -128 <= kOdd && kOdd < 128);
+        const V16 factors = hn::Set(d16, static_cast<uint16_t>((kOdd << 8) | (kEven & 0xFF)));
+        return V16{VSCCAM_VECTOR(maddubs_epi16)(pairs.raw, factors.raw)};
+    }
+};
+
+HWY_INLINE Colours LowerColours(V8 first, V8 second, V8 third)
+{
+    return {hn::InterleaveLower(d8, first, third),
+            hn::InterleaveLower(d8, second, hn::Set(d8, Colours::kUnit))};
+}
+HWY_INLINE Colours UpperColours(V8 first, V8 second, V8 third)
+{
+    return {hn::InterleaveUpper(d8, first, third),
+            hn::InterleaveUpper(d8, second, hn::Set(d8, Colours::kUnit))};
+}
+
+#undef VSCCAM_VECTOR
+#endif
+
+/// The three bytes of pixels, even pixels first.
+struct Pixels {
+    V8 bytes[3];
+
+    HWY_INLINE Colours Even() const { return LowerColours(bytes[0], bytes[1], bytes[2]); }
+    HWY_INLINE Colours Odd() const { return UpperColours(bytes[0], bytes[1], bytes[2]); }
+};
+
+// The tables of the plain loops hold products cut to 1/65536. These forms give the same for all
+// 2^24 pixels; the term with the small coefficients makes up for the cuts.
 
 HWY_INLINE V16 DividedBy125(V16 v)
 {
+    constexpr uint16_t k125th = 33555; // of 1/2^22
     return hn::ShiftRight<6>(hn::MulHigh(v, hn::Set(d16, k125th)));
-}
-
-template <int kFactor> HWY_INLINE V16 Times(V16 v)
-{
-    return hn::Mul(v, hn::Set(d16, static_cast<uint16_t>(kFactor)));
 }
 
 HWY_INLINE V16 EighthOfSigned(V16 v)
@@ -403,48 +522,31 @@ HWY_INLINE V16 EighthOfSigned(V16 v)
     return hn::BitCast(d16, hn::ShiftRight<3>(hn::BitCast(dSigned16, v)));
 }
 
-HWY_INLINE V16 Luminance(V16 p0, V16 p1, V16 p2)
+template <int kBlack> HWY_INLINE V16 Luminance(const Colours &c)
 {
-    const V16 anyOuter = hn::Min(hn::Or(p0, p2), hn::Set(d16, 1));
-    const V16 cuts = EighthOfSigned(hn::Sub(hn::Add(p0, hn::ShiftLeft<1>(p2)), anyOuter));
-    const V16 sum = hn::Add(hn::Add(Times<63>(p1), hn::ShiftLeft<5>(p0)), Times<12>(p2));
-    return DividedBy125(hn::Add(sum, cuts));
+    const V16 cuts = hn::SaturatedSub(c.Sum<1, 0, 2>(), hn::Set(d16, 1));
+    return DividedBy125(hn::Add(c.Sum<32, 63, 12, 125 * kBlack>(), hn::ShiftRight<3>(cuts)));
 }
 
-HWY_INLINE V16 ChromaOf(V16 sum, V16 cuts)
+constexpr int kMiddle = 128 * 125;
+
+HWY_INLINE V16 ChromaV(const Colours &c)
 {
-    constexpr uint16_t kMiddle = 128 * 125;
-    return DividedBy125(hn::Add(hn::Add(sum, EighthOfSigned(cuts)), hn::Set(d16, kMiddle)));
+    return DividedBy125(hn::Add(c.Sum<55, -46, -9, kMiddle>(), EighthOfSigned(c.Sum<-1, 0, 1>())));
 }
 
-HWY_INLINE V16 ChromaV(V16 p0, V16 p1, V16 p2)
+HWY_INLINE V16 ChromaU(const Colours &c)
 {
-    const V16 sum = hn::Sub(hn::Sub(Times<55>(p0), Times<46>(p1)), Times<9>(p2));
-    return ChromaOf(sum, hn::Sub(p2, p0));
+    return DividedBy125(
+        hn::Add(c.Sum<-18, -36, 55, kMiddle>(), EighthOfSigned(c.Sum<-4, -3, -1>())));
 }
-
-HWY_INLINE V16 ChromaU(V16 p0, V16 p1, V16 p2)
-{
-    const V16 sum = hn::Sub(hn::Sub(Times<55>(p2), Times<18>(p0)), Times<36>(p1));
-    const V16 cuts = hn::Add(hn::Add(p2, hn::ShiftLeft<2>(p0)), Times<3>(p1));
-    return ChromaOf(sum, hn::Sub(hn::Zero(d16), cuts));
-}
-
-// --------------------------------------------------------------------------------------- colour
-
-/// Pixels as three bytes each, even and odd ones apart.
-struct Pixels {
-    V16 even[3];
-    V16 odd[3];
-};
 
 struct AsRgb {
     static constexpr size_t kBytes = 3;
     static HWY_INLINE void Store(const Pixels &p, uint8_t *out)
     {
-        const auto plane = [&p](size_t i)
-                               HWY_ATTR { return hn::BitCast(d8, Join(p.even[i], p.odd[i])); };
-        hn::StoreInterleaved3(plane(0), plane(1), plane(2), d8, out);
+        hn::StoreInterleaved3(InOrder(p.bytes[0]), InOrder(p.bytes[1]), InOrder(p.bytes[2]), d8,
+                              out);
     }
 };
 
@@ -452,9 +554,7 @@ struct AsY8 {
     static constexpr size_t kBytes = 1;
     static HWY_INLINE void Store(const Pixels &p, uint8_t *out)
     {
-        StorePairs(Join(Luminance(p.even[0], p.even[1], p.even[2]),
-                        Luminance(p.odd[0], p.odd[1], p.odd[2])),
-                   out);
+        hn::StoreU(InOrder(Packed(Luminance<0>(p.Even()), Luminance<0>(p.Odd()))), d8, out);
     }
 };
 
@@ -462,13 +562,13 @@ struct AsYuv {
     static constexpr size_t kBytes = 2;
     static HWY_INLINE void Store(const Pixels &p, uint8_t *out)
     {
-        const V16 black = hn::Set(d16, 16);
-        const V16 *const e = p.even;
-        const V16 *const o = p.odd;
-        const V16 luminance = Join(hn::Add(Luminance(e[0], e[1], e[2]), black),
-                                   hn::Add(Luminance(o[0], o[1], o[2]), black));
-        const V16 chroma = Join(ChromaV(e[0], e[1], e[2]), ChromaU(e[0], e[1], e[2]));
-        hn::StoreInterleaved2(hn::BitCast(d8, luminance), hn::BitCast(d8, chroma), d8, out);
+        constexpr int kBlack = 16;
+        const Colours even = p.Even();
+        const V8 luminance = Packed(Luminance<kBlack>(even), Luminance<kBlack>(p.Odd()));
+        const V8 chroma = Packed(ChromaV(even), ChromaU(even));
+        hn::StoreInterleaved2(hn::BitCast(d16, hn::InterleaveLower(d8, luminance, chroma)),
+                              hn::BitCast(d16, hn::InterleaveUpper(d8, luminance, chroma)), d16,
+                              reinterpret_cast<uint16_t *>(out));
     }
 };
 
@@ -478,29 +578,29 @@ template <class Output> size_t ConvertRgb(const uint8_t *rgb, uint8_t *out, size
     for (; i + kLanes8 <= count; i += kLanes8) {
         V8 planes[3];
         hn::LoadInterleaved3(d8, rgb + 3 * i, planes[0], planes[1], planes[2]);
-        Pixels pixels;
-        for (size_t plane = 0; plane < 3; ++plane) {
-            const V16 pairs = hn::BitCast(d16, planes[plane]);
-            pixels.even[plane] = Even(pairs);
-            pixels.odd[plane] = Odd(pairs);
-        }
-        Output::Store(pixels, out + i * Output::kBytes);
+        Output::Store({{EvenFirst(planes[0]), EvenFirst(planes[1]), EvenFirst(planes[2])}},
+                      out + i * Output::kBytes);
     }
     return i;
 }
 
 // ------------------------------------------------------------------------------------- demosaic
 
-/// Times gain, rounded down, at most 255.
-HWY_INLINE V16 Balanced(V16 v, V16 gain)
+/// The mean of 2^kShift samples, rounded down, times gain, rounded down. What exceeds a byte is cut
+/// when the bytes are packed.
+template <int kShift> HWY_INLINE V16 Balanced(V16 sum, V16 gain)
 {
+    const V16 multiple = hn::And(sum, hn::Set(d16, static_cast<uint16_t>(~0U << kShift)));
 #if HWY_TARGET == HWY_NEON
-    const V16 product(vreinterpretq_u16_s16(vqdmulhq_s16(
-        vreinterpretq_s16_u16(hn::ShiftLeft<1>(v).raw), vreinterpretq_s16_u16(gain.raw))));
+    const V16 twice = kShift == 2   ? hn::ShiftRight<1>(multiple)
+                      : kShift == 1 ? multiple
+                                    : hn::ShiftLeft<1>(sum);
+    return V16(vreinterpretq_u16_s16(
+        vqdmulhq_s16(vreinterpretq_s16_u16(twice.raw), vreinterpretq_s16_u16(gain.raw))));
 #else
-    const V16 product = hn::MulHigh(hn::ShiftLeft<2>(v), gain);
+    const V16 fourfold = kShift == 0 ? hn::ShiftLeft<2>(sum) : hn::ShiftLeft<2 - kShift>(multiple);
+    return hn::MulHigh(fourfold, gain);
 #endif
-    return hn::Min(product, hn::Set(d16, 255));
 }
 
 /// The pixels of a row from column x (even) on. Each pixel takes the means of its nearest
@@ -539,24 +639,14 @@ HWY_INLINE Pixels Interpolated(const uint8_t *at, size_t stride, V16 firstGain, 
     }
     const V16 ownGain = kOwnIsFirst ? firstGain : thirdGain;
     const V16 otherGain = kOwnIsFirst ? thirdGain : firstGain;
-    ownAtSite = Balanced(ownAtSite, ownGain);
-    otherAtSite = Balanced(hn::ShiftRight<2>(otherAtSite), otherGain);
-    greenAtSite = hn::ShiftRight<2>(greenAtSite);
-    ownAtGreen = Balanced(hn::ShiftRight<1>(ownAtGreen), ownGain);
-    otherAtGreen = Balanced(hn::ShiftRight<1>(otherAtGreen), otherGain);
-
-    constexpr size_t kOwn = kOwnIsFirst ? 0 : 2;
-    constexpr size_t kOther = 2 - kOwn;
-    Pixels pixels;
-    V16 *const site = kGreenFirst ? pixels.odd : pixels.even;
-    V16 *const greenSite = kGreenFirst ? pixels.even : pixels.odd;
-    site[kOwn] = ownAtSite;
-    site[1] = greenAtSite;
-    site[kOther] = otherAtSite;
-    greenSite[kOwn] = ownAtGreen;
-    greenSite[1] = green;
-    greenSite[kOther] = otherAtGreen;
-    return pixels;
+    const auto packed = [](V16 atSite, V16 atGreen) HWY_ATTR {
+        return kGreenFirst ? Packed(atGreen, atSite) : Packed(atSite, atGreen);
+    };
+    const V8 own = packed(Balanced<0>(ownAtSite, ownGain), Balanced<1>(ownAtGreen, ownGain));
+    const V8 other =
+        packed(Balanced<2>(otherAtSite, otherGain), Balanced<1>(otherAtGreen, otherGain));
+    const V8 middle = packed(hn::ShiftRight<2>(greenAtSite), green);
+    return kOwnIsFirst ? Pixels{{own, middle, other}} : Pixels{{other, middle, own}};
 }
 
 template <class Output, bool kGreenFirst, bool kOwnIsFirst>
@@ -566,11 +656,13 @@ size_t DemosaicRow(const MosaicRow &row, uint8_t *out, size_t count)
         return 0;
     const V16 firstGain = hn::Set(d16, row.firstGain);
     const V16 thirdGain = hn::Set(d16, row.thirdGain);
+    const uint8_t *const pixels = row.pixels;
+    const size_t stride = row.stride;
     for (size_t i = 0; i < count; i += kLanes8) {
         const size_t x = i + kLanes8 <= count ? i : count - kLanes8; // the last do some twice
-        Output::Store(Interpolated<kGreenFirst, kOwnIsFirst>(row.pixels + x, row.stride, firstGain,
-                                                             thirdGain),
-                      out + x * Output::kBytes);
+        Output::Store(
+            Interpolated<kGreenFirst, kOwnIsFirst>(pixels + x, stride, firstGain, thirdGain),
+            out + x * Output::kBytes);
     }
     return count;
 }
