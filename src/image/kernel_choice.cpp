@@ -20,6 +20,16 @@ template <class... Arguments> size_t None(Arguments...)
 constexpr Kernels kPlain = {"plain", None, None, None, None, None, None, None, None,
                             None,    None, None, None, None, None, None, None};
 
+#if defined(__x86_64__)
+
+bool HasAvx512()
+{
+    return __builtin_cpu_supports("avx512bw") != 0 && __builtin_cpu_supports("avx512vl") != 0 &&
+           __builtin_cpu_supports("avx512dq") != 0 && __builtin_cpu_supports("avx512cd") != 0;
+}
+
+#endif
+
 bool Always()
 {
     return true;
@@ -33,6 +43,7 @@ struct Candidate {
 // The best first.
 constexpr Candidate kCandidates[] = {
 #if defined(__x86_64__)
+    {HasAvx512, &kAvx512Kernels},
     {[] { return __builtin_cpu_supports("avx2") != 0; }, &kAvx2Kernels},
     {[] { return __builtin_cpu_supports("sse4.2") != 0; }, &kSse4Kernels},
 #elif defined(__arm__)

@@ -61,6 +61,7 @@ constexpr int kLargestKernelGain = 99;
 // One for each instruction set, from the same source.
 extern const Kernels kSse4Kernels;
 extern const Kernels kAvx2Kernels;
+extern const Kernels kAvx512Kernels;
 extern const Kernels kNeonKernels;
 
 } // namespace vsccam
