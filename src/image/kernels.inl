@@ -69,6 +69,26 @@ HWY_INLINE void StorePairs(V32 pairs, uint16_t *out)
     hn::StoreU(hn::BitCast(d16, pairs), d16, out);
 }
 
+#if HWY_TARGET != HWY_NEON
+
+#if HWY_TARGET == HWY_SSE4
+#define VSCCAM_VECTOR(operation) _mm_##operation
+#elif HWY_TARGET == HWY_AVX2
+#define VSCCAM_VECTOR(operation) _mm256_##operation
+#else
+#define VSCCAM_VECTOR(operation) _mm512_##operation
+#endif
+
+/// kEven times the even byte of each pair plus kOdd times the odd one.
+template <int kEven, int kOdd> HWY_INLINE V16 WeighedPairs(V8 pairs)
+{
+    static_assert(-128 <= kEven && kEven < 128 && -128 <= kOdd && kOdd < 128);
+    const V16 factors = hn::Set(d16, static_cast<uint16_t>((kOdd << 8) | (kEven & 0xFF)));
+    return V16{VSCCAM_VECTOR(maddubs_epi16)(pairs.raw, factors.raw)};
+}
+
+#endif
+
 /// Lanes that fit into half of their width, without the other half.
 HWY_INLINE void StoreNarrow(V16 lanes, uint8_t *out)
 {
@@ -264,6 +284,18 @@ HWY_INLINE VPairs<Sample> PairColumnSums(const Sample *in, size_t stride)
     return hn::Add(sums.even, sums.odd);
 }
 
+#if HWY_TARGET != HWY_NEON
+
+template <size_t kRows> HWY_INLINE V16 PairColumnSums(const uint8_t *in, size_t stride)
+{
+    V16 sums = WeighedPairs<1, 1>(hn::LoadU(d8, in));
+    for (size_t row = 1; row < kRows; ++row)
+        sums = hn::Add(sums, WeighedPairs<1, 1>(hn::LoadU(d8, in + row * stride)));
+    return sums;
+}
+
+#endif
+
 template <class Sample> constexpr size_t kLanesOf = hn::MaxLanes(hn::ScalableTag<Sample>());
 
 template <class Sample> size_t BinMono2(const Sample *in, size_t stride, Sample *out, size_t count)
@@ -406,6 +438,12 @@ HWY_INLINE V8 InOrder(V8 evenFirst)
     return V8(vcombine_u8(halves.val[0], halves.val[1]));
 }
 
+/// All bytes of the pixels, in order.
+HWY_INLINE void StoreRgb(V8 first, V8 second, V8 third, uint8_t *out)
+{
+    hn::StoreInterleaved3(InOrder(first), InOrder(second), InOrder(third), d8, out);
+}
+
 /// The three bytes of the pixels in half of each block.
 struct Colours {
     uint8x8_t bytes[3];
@@ -420,9 +458,12 @@ struct Colours {
     }
     template <int kFactor> static HWY_INLINE uint16x8_t AddTimes(uint16x8_t sum, uint8x8_t v)
     {
-        if constexpr (kFactor < 0)
+        if constexpr (kFactor > 0)
+            return vmlal_u8(sum, v, vdup_n_u8(kFactor));
+        else if constexpr (kFactor < 0)
             return vmlsl_u8(sum, v, vdup_n_u8(-kFactor));
-        return kFactor == 0 ? sum : vmlal_u8(sum, v, vdup_n_u8(kFactor));
+        else
+            return sum;
     }
 };
 
@@ -436,14 +477,6 @@ HWY_INLINE Colours UpperColours(V8 first, V8 second, V8 third)
 }
 
 #else
-
-#if HWY_TARGET == HWY_SSE4
-#define VSCCAM_VECTOR(operation) _mm_##operation
-#elif HWY_TARGET == HWY_AVX2
-#define VSCCAM_VECTOR(operation) _mm256_##operation
-#else
-#define VSCCAM_VECTOR(operation) _mm512_##operation
-#endif
 
 /// One byte of each pixel; what is more than 255 becomes 255.
 HWY_INLINE V8 Packed(V16 even, V16 odd)
@@ -462,6 +495,47 @@ HWY_INLINE V8 InOrder(V8 evenFirst)
     return hn::TableLookupBytes(evenFirst, hn::LoadDup128(d8, kFrom));
 }
 
+/// Where the 48 bytes of a block's pixels come from, 16 by 16: for the first, second and third byte
+/// of the pixels, their places in the block, or nothing.
+struct RgbOrder {
+    uint8_t from[3][3][16];
+};
+constexpr RgbOrder MakeRgbOrder()
+{
+    RgbOrder order{};
+    for (size_t i = 0; i < 48; ++i)
+        for (size_t byte = 0; byte < 3; ++byte)
+            order.from[i / 16][byte][i % 16] =
+                static_cast<uint8_t>(i % 3 == byte ? i / 3 % 2 * 8 + i / 6 : 0x80);
+    return order;
+}
+
+/// A vector for all blocks, each of which has 48 bytes.
+template <class D> HWY_INLINE void StoreBlocks(D d, hn::Vec<D> v, uint8_t *out)
+{
+    if constexpr (hn::MaxLanes(d) == 16) {
+        hn::StoreU(v, d, out);
+    } else {
+        constexpr hn::Half<D> half;
+        StoreBlocks(half, hn::LowerHalf(half, v), out);
+        StoreBlocks(half, hn::UpperHalf(half, v), out + 3 * hn::MaxLanes(half));
+    }
+}
+
+/// All bytes of the pixels, in order.
+HWY_INLINE void StoreRgb(V8 first, V8 second, V8 third, uint8_t *out)
+{
+    alignas(16) static constexpr RgbOrder kOrder = MakeRgbOrder();
+    for (size_t sixteen = 0; sixteen < 3; ++sixteen) {
+        const auto &from = kOrder.from[sixteen];
+        const auto part = [&from](V8 bytes, size_t byte) HWY_ATTR {
+            return hn::TableLookupBytesOr0(bytes, hn::LoadDup128(d8, from[byte]));
+        };
+        StoreBlocks(d8, hn::Or(hn::Or(part(first, 0), part(second, 1)), part(third, 2)),
+                    out + 16 * sixteen);
+    }
+}
+
 /// The three bytes of the pixels in half of each block, as pairs.
 struct Colours {
     static constexpr int kUnit = 250; // the partner of the second byte, for constants
@@ -473,16 +547,10 @@ struct Colours {
     template <int k0, int k1, int k2, int kAdded = 0> HWY_INLINE V16 Sum() const
     {
         static_assert(kAdded % kUnit == 0);
-        const V16 sum = PairSums<k0, k2>(outer);
+        const V16 sum = WeighedPairs<k0, k2>(outer);
         if constexpr (k1 == 0 && kAdded == 0)
             return sum;
-        return hn::Add(sum, PairSums<k1, kAdded / kUnit>(second));
-    }
-    template <int kEven, int kOdd> static HWY_INLINE V16 PairSums(V8 pairs)
-    {
-        static_assert(-128 <= kEven && kEven < 128 && -128 <= kOdd && kOdd < 128);
-        const V16 factors = hn::Set(d16, static_cast<uint16_t>((kOdd << 8) | (kEven & 0xFF)));
-        return V16{VSCCAM_VECTOR(maddubs_epi16)(pairs.raw, factors.raw)};
+        return hn::Add(sum, WeighedPairs<k1, kAdded / kUnit>(second));
     }
 };
 
@@ -497,10 +565,9 @@ HWY_INLINE Colours UpperColours(V8 first, V8 second, V8 third)
             hn::InterleaveUpper(d8, second, hn::Set(d8, Colours::kUnit))};
 }
 
-#undef VSCCAM_VECTOR
 #endif
 
-/// The three bytes of pixels, even pixels first.
+/// Pixels, even ones first.
 struct Pixels {
     V8 bytes[3];
 
@@ -545,8 +612,7 @@ struct AsRgb {
     static constexpr size_t kBytes = 3;
     static HWY_INLINE void Store(const Pixels &p, uint8_t *out)
     {
-        hn::StoreInterleaved3(InOrder(p.bytes[0]), InOrder(p.bytes[1]), InOrder(p.bytes[2]), d8,
-                              out);
+        StoreRgb(p.bytes[0], p.bytes[1], p.bytes[2], out);
     }
 };
 
