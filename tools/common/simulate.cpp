@@ -39,8 +39,9 @@ void RunSimulated(const std::vector<std::string> &models, const std::vector<std:
     setenv(kMark, "1", 1); // NOLINT(concurrency-mt-unsafe): there is no other thread yet
     execv((self.parent_path() / "vscsim").c_str(), pointers.data());
     execvp("vscsim", pointers.data());
-    throw Failure(Exit::kFailure, "the simulator 'vscsim' was found neither beside vsccam nor in "
-                                  "PATH; install the package vscsim");
+    throw Failure(Exit::kFailure,
+                  "the simulator 'vscsim' was found neither beside this program nor "
+                  "in PATH; install the package vscsim");
 }
 
 } // namespace vsctool

@@ -1,46 +1,14 @@
 #include "commands/command.h"
 #include "failure.h"
-#include "simulate.h"
-#include "stop_signals.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <exception>
 
 namespace vsctool {
 namespace {
 
-using namespace std::chrono_literals;
-
-struct GlobalOptions {
-    ConsoleOptions console;
-    std::string camera;
-    std::vector<std::string> simulated;
-    Microseconds timeout = 20s;
-    std::string colour = "auto";
-};
-
-void AddGlobalOptions(CLI::App &app, GlobalOptions &o)
-{
-    app.add_option("--camera", o.camera, "Index or model (default: the first usable camera)");
-    app.add_option("--sim", o.simulated, "Use a simulated camera of this model; may be repeated")
-        ->allow_extra_args(false);
-    app.add_flag("--json", o.console.json, "Results as JSON, one object per line");
-    app.add_flag("-q,--quiet", o.console.quiet, "Show nothing but errors (and JSON)");
-    app.add_flag("-v,--verbose", o.console.verbose, "Show the library's messages");
-    AddParsed(app, "--timeout", o.timeout, ParseTime, "TIME",
-              "Longest wait for a frame that is exposed");
-    app.add_flag("!--no-progress", o.console.progress, "No progress bar");
-    app.add_option("--color", o.colour, "Colour on terminals")
-        ->check(CLI::IsMember({"auto", "never"}));
-    app.add_option("--log", o.console.logFile, "Append all messages to this file");
-    app.set_version_flag("--version", std::string("vsccam ") + VSCCAM_VERSION);
-    app.set_config("--config", "", "Read options from this file");
-}
-
 Command ParseCommand(std::vector<std::string> words);
 
-void AddCommands(CLI::App &app, Command &chosen)
+void AddAll(CLI::App &app, Command &chosen)
 {
     AddListCommand(app, chosen);
     AddInfoCommand(app, chosen);
@@ -51,20 +19,20 @@ void AddCommands(CLI::App &app, Command &chosen)
     AddGuideCommand(app, chosen);
     AddIdCommand(app, chosen);
     AddVersionCommand(app, chosen);
-    for (CLI::App *command : app.get_subcommands({}))
-        if (!command->get_prefix_command()) // what follows a prefix is not its own
-            command->fallthrough();         // global options may follow the command
-    CLI::App *help = app.add_subcommand("help", "Show this text");
-    help->callback([] { throw CLI::CallForAllHelp(); });
-    app.require_subcommand(1);
+}
+
+Program Vsccam()
+{
+    return {.name = "vsccam", .purpose = "works the VSC cameras", .addCommands = AddAll};
 }
 
 /// The command behind a prefix; global options stand before that.
 Command ParseCommand(std::vector<std::string> words)
 {
-    CLI::App app("the command behind the settings", "vsccam");
+    const Program program = Vsccam();
+    CLI::App app("the command behind the settings", program.name);
     Command command;
-    AddCommands(app, command);
+    AddCommands(app, program, command);
     const auto isMeant = [&](const CLI::App *one) { return one->check_name(words.front()); };
     if (app.get_subcommands(isMeant).empty())
         throw Failure(Exit::kUsage,
@@ -80,48 +48,10 @@ Command ParseCommand(std::vector<std::string> words)
     return command;
 }
 
-int Main(int argc, char **argv)
-{
-    CLI::App app("vsccam: works the VSC cameras. 'vsccam COMMAND --help' tells more.", "vsccam");
-    GlobalOptions global;
-    Command command;
-    AddGlobalOptions(app, global);
-    AddCommands(app, command);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError &error) {
-        const bool isHelp = app.exit(error) == 0;
-        return static_cast<int>(isHelp ? Exit::kOk : Exit::kUsage);
-    }
-    if (!global.simulated.empty() && !IsSimulated())
-        RunSimulated(global.simulated, {argv + 1, argv + argc});
-
-    StopSignals::Block();
-    global.console.colour = global.colour == "auto";
-    Console console(global.console);
-    try {
-        Context context{console, {global.camera, {}}, global.timeout, IsSimulated()};
-        command(context);
-    } catch (const Failure &failure) {
-        console.Error(failure.what());
-        return failure.Code();
-    }
-    return static_cast<int>(Exit::kOk);
-}
-
 } // namespace
 } // namespace vsctool
 
 int main(int argc, char **argv)
 {
-    // What reaches this place failed before there was a console.
-    try {
-        return vsctool::Main(argc, argv);
-    } catch (const vsctool::Failure &failure) {
-        std::fprintf(stderr, "error: %s\n", failure.what());
-        return failure.Code();
-    } catch (const std::exception &error) {
-        std::fprintf(stderr, "error: %s\n", error.what());
-        return static_cast<int>(vsctool::Exit::kFailure);
-    }
+    return vsctool::RunProgram(vsctool::Vsccam(), argc, argv);
 }
