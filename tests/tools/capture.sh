@@ -3,31 +3,8 @@
 set -eu
 vsccam=$1
 fitsverify=$2
-folder=$(mktemp -d)
-trap 'rm -rf "$folder"' EXIT
-cd "$folder"
-
-# expect CODE COMMAND...: the command ends with this code.
-expect() {
-    wanted=$1
-    shift
-    got=0
-    "$@" >output 2>messages || got=$?
-    if [ "$got" != "$wanted" ]; then
-        echo "'$*' ended with $got instead of $wanted:"
-        cat output messages
-        exit 1
-    fi
-}
-
-# contains FILE TEXT
-contains() {
-    grep -qF -- "$2" "$1" || {
-        echo "no '$2' in:"
-        cat "$1"
-        exit 1
-    }
-}
+# shellcheck source=tests/tools/expect.sh
+. "$(dirname "$0")/expect.sh"
 
 sim() {
     "$vsccam" --sim VSC470MC "$@"

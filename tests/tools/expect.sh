@@ -1,0 +1,27 @@
+# Sourced by the scripts here: a folder of its own for each, and what they expect of programs.
+# shellcheck shell=sh
+folder=$(mktemp -d)
+trap 'rm -rf "$folder"' EXIT
+cd "$folder" || exit
+
+# expect CODE COMMAND...: the command ends with this code.
+expect() {
+    wanted=$1
+    shift
+    got=0
+    "$@" >output 2>messages || got=$?
+    if [ "$got" != "$wanted" ]; then
+        echo "'$*' ended with $got instead of $wanted:"
+        cat output messages
+        exit 1
+    fi
+}
+
+# contains FILE TEXT
+contains() {
+    grep -qF -- "$2" "$1" || {
+        echo "no '$2' in:"
+        cat "$1"
+        exit 1
+    }
+}
