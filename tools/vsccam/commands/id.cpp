@@ -1,14 +1,12 @@
 #include "camera.h"
 #include "commands/command.h"
+#include "confirm.h"
 #include "failure.h"
-#include "stop_signals.h"
 
 #include <nlohmann/json.hpp>
-#include <unistd.h>
 
 #include <algorithm>
 #include <charconv>
-#include <cstdio>
 #include <memory>
 
 namespace vsctool {
@@ -59,26 +57,11 @@ void GetId(Context &context)
     Show(context, camera, id);
 }
 
-/// Only a person at a terminal can be asked.
-void Confirm(const Camera &camera)
-{
-    if (isatty(STDIN_FILENO) == 0)
-        throw Failure(Exit::kUsage, "nobody to ask; add --yes to write the flash of the camera");
-    std::fputs(
-        fmt::format("Replace the identifier in the flash of {}? [y/N] ", camera.Entry().model)
-            .c_str(),
-        stderr);
-    StopSignals::WaitForInput(STDIN_FILENO);
-    const int answer = std::getchar(); // at the end of the input nobody said yes
-    if (answer != 'y' && answer != 'Y')
-        throw Failure(Exit::kFailure, "nothing was written");
-}
-
 void SetId(const SetOptions &options, Context &context)
 {
     const Camera camera(context.camera);
     if (!options.yes)
-        Confirm(camera);
+        Confirm(fmt::format("Replace the identifier in the flash of {}?", camera.Entry().model));
     _VSC_ID written{};
     // The library looks at the first half only when it has written.
     const bool ok = SetID(options.id) && GetID(&written) &&
