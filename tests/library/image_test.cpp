@@ -347,6 +347,24 @@ TEST(Dark, IsSubtractedAndItsMeanAddedWithinTheRange)
     }
 }
 
+TEST(Gamma, Of16BitsTakesEachSampleFromTheTableInFramesOfAnySize)
+{
+    std::vector<uint16_t> table(65536);
+    for (size_t v = 0; v < table.size(); ++v)
+        table[v] = static_cast<uint16_t>(65535 - v * v % 65521);
+    for (int w = 0; w <= 17; ++w) {
+        SCOPED_TRACE(w);
+        std::vector<uint16_t> image(static_cast<size_t>(w) + 1);
+        for (size_t i = 0; i < image.size(); ++i)
+            image[i] = static_cast<uint16_t>(40'503 * (i + 1));
+        std::vector<uint16_t> expected = image;
+        for (size_t i = 0; i + 1 < image.size(); ++i) // the last one is behind the frame
+            expected[i] = table[image[i]];
+        CAlgorithm::Gamma(image.data(), table.data(), w, 1);
+        EXPECT_EQ(image, expected);
+    }
+}
+
 TEST(Gamma, BrightensAboveTheMiddleAndDarkensBelowIt)
 {
     GammaTable8 table8{};
