@@ -48,6 +48,8 @@ expect 2 sim capture --roi 640x480+0+2147483647
 expect 0 "$vsccam" --sim VSC470MC:capped --json dark make -e 20ms -n 3 -o dark.bmp
 contains output '"width":1936,"height":1096,'
 expect 9 sim dark make -e 20ms -o dark.bmp
+expect 2 "$vsccam" --sim VSC065MC-Cool dark make -n 18 -o never.bmp
+contains messages 'medians of this sensor are made of 17 frames at most'
 expect 0 "$vsccam" dark info dark.bmp
 contains output 'dark.bmp  1936 x 1096'
 expect 9 "$vsccam" dark info m42.fit

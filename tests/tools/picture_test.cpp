@@ -1,5 +1,5 @@
 #include "camera.h"
-#include "dark_bmp.h"
+#include "frame_stack.h"
 #include "plane.h"
 #include "statistics.h"
 #include "stretch.h"
@@ -10,6 +10,7 @@
 #include <cmath>
 #include <cstring>
 #include <numbers>
+#include <numeric>
 #include <random>
 
 using namespace vsctool;
@@ -175,9 +176,29 @@ TEST(Sharpness, MeasuresTheStarsAndNothingElse)
     EXPECT_FALSE(SharpnessOf(Plane(8, 2), 65535)); // smaller than the aperture
 }
 
-TEST(DarkFrameTest, MediansLeaveOutWhatShowsInOneFrame)
+TEST(FrameStackTest, MakesMeansAndMediansOfAnyNumberOfFrames)
 {
-    const std::vector<std::vector<uint8_t>> frames = {{10, 255, 0}, {12, 20, 1}, {11, 22, 1}};
-    EXPECT_EQ(MedianOf(frames), (std::vector<uint8_t>{11, 22, 1}));
-    EXPECT_EQ(MeanOf(frames), (std::vector<uint8_t>{11, 99, 1}));
+    std::mt19937 random(1);
+    for (size_t count = 1; count <= 255; count = count < 8 ? count + 1 : 2 * count - 1) {
+        std::vector<Samples> frames(count, Samples(100));
+        MeanStack mean;
+        MedianStack median(count);
+        for (Samples &frame : frames) {
+            std::ranges::generate(frame, [&random] { return static_cast<uint8_t>(random()); });
+            frame[0] = 255;
+            mean.Add(frame);
+            median.Add(frame);
+        }
+        const Samples means = mean.Result();
+        const Samples medians = median.Result();
+        for (size_t i = 0; i < means.size(); ++i) {
+            Samples values;
+            for (const Samples &frame : frames)
+                values.push_back(frame[i]);
+            std::ranges::sort(values);
+            EXPECT_EQ(medians.at(i), values[count / 2]) << count;
+            const double sum = std::accumulate(values.begin(), values.end(), 0.0);
+            EXPECT_EQ(means[i], std::lround(sum / static_cast<double>(count))) << count;
+        }
+    }
 }

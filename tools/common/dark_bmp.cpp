@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <array>
 #include <fstream>
-#include <numeric>
 
 namespace vsctool {
 namespace {
@@ -110,33 +109,6 @@ DarkFrame ReadDark(const std::filesystem::path &path)
     if (!Get(file, dark.pixels))
         throw fail("the end of the picture is missing");
     return dark;
-}
-
-std::vector<uint8_t> MeanOf(const std::vector<std::vector<uint8_t>> &frames)
-{
-    std::vector<uint8_t> means(frames.front().size());
-    const auto count = static_cast<unsigned>(frames.size());
-    for (size_t i = 0; i < means.size(); ++i) {
-        const unsigned sum = std::accumulate(
-            frames.begin(), frames.end(), 0U,
-            [i](unsigned before, const std::vector<uint8_t> &frame) { return before + frame[i]; });
-        means[i] = static_cast<uint8_t>((sum + count / 2) / count);
-    }
-    return means;
-}
-
-std::vector<uint8_t> MedianOf(const std::vector<std::vector<uint8_t>> &frames)
-{
-    std::vector<uint8_t> medians(frames.front().size());
-    std::vector<uint8_t> samples(frames.size());
-    const auto middle = samples.begin() + static_cast<std::ptrdiff_t>(samples.size() / 2);
-    for (size_t i = 0; i < medians.size(); ++i) {
-        std::transform(frames.begin(), frames.end(), samples.begin(),
-                       [i](const std::vector<uint8_t> &frame) { return frame[i]; });
-        std::nth_element(samples.begin(), middle, samples.end());
-        medians[i] = *middle;
-    }
-    return medians;
 }
 
 } // namespace vsctool

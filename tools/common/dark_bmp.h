@@ -19,9 +19,4 @@ void WriteDark(const std::filesystem::path &path, const DarkFrame &dark);
 /// Reads what the library would. Throws Failure, with the reason, when it would read nothing.
 DarkFrame ReadDark(const std::filesystem::path &path);
 
-/// Rounded means of as many frames as there are, pixel by pixel.
-std::vector<uint8_t> MeanOf(const std::vector<std::vector<uint8_t>> &frames);
-/// Medians, which leave out what shows in few frames: cosmic rays.
-std::vector<uint8_t> MedianOf(const std::vector<std::vector<uint8_t>> &frames);
-
 } // namespace vsctool

@@ -3,6 +3,7 @@
 #include "cooling.h"
 #include "dark_bmp.h"
 #include "failure.h"
+#include "frame_stack.h"
 #include "statistics.h"
 #include "stop_signals.h"
 
@@ -20,6 +21,9 @@ using nlohmann::ordered_json;
 
 constexpr int kLinearGamma = 50;
 constexpr int kMostFrames = 255;
+static_assert(kMostFrames <= MeanStack::kMostFrames);
+// Boards with 1 GB have to make dark frames of the largest sensors too, beside all else.
+constexpr size_t kMostMedianBytes = size_t{320} << 20;
 // The library patches pixels that are so much above the mean from their neighbours.
 constexpr int kBrightOverMean = 30;
 
@@ -90,27 +94,40 @@ std::filesystem::path FileOf(const MakeOptions &options)
     return file;
 }
 
-std::vector<std::vector<uint8_t>> TakeFrames(const MakeOptions &options, Camera &camera,
-                                             Context &context)
+/// Refuses medians of more frames than there is memory for.
+std::unique_ptr<FrameStack> StackFor(const MakeOptions &options)
 {
-    std::vector<std::vector<uint8_t>> frames;
+    if (options.mean)
+        return std::make_unique<MeanStack>();
+    const auto count = static_cast<size_t>(options.count);
+    const size_t pixels = static_cast<size_t>(getMaxWidth()) * static_cast<size_t>(getMaxHeight());
+    const size_t mostKept = kMostMedianBytes / pixels;
+    if (MedianStack::KeptOf(count) > mostKept)
+        throw Failure(Exit::kUsage,
+                      fmt::format("medians of this sensor are made of {} frames at most; take "
+                                  "fewer, or add --mean",
+                                  2 * mostKept - 1));
+    return std::make_unique<MedianStack>(count);
+}
+
+void TakeFrames(FrameStack &stack, const MakeOptions &options, Camera &camera, Context &context)
+{
     for (int i = 1; i <= options.count; ++i) {
         ProgressBar bar(context.console.ShowsProgress(), options.exposure,
                         fmt::format("frame {} of {} ", i, options.count));
-        frames.push_back(camera.Take(options.exposure, context.timeout, bar).picture.bytes);
+        stack.Add(camera.Take(options.exposure, context.timeout, bar).picture.bytes);
         StopSignals::SleepFor(0ms); // where a signal ends the series of short exposures
     }
-    return frames;
 }
 
 void Make(const MakeOptions &options, Context &context)
 {
     Camera camera(context.camera);
+    const std::unique_ptr<FrameStack> stack = StackFor(options);
     SetUp(options, camera, context);
     const std::filesystem::path file = FileOf(options);
-    const auto frames = TakeFrames(options, camera, context);
-    const DarkFrame dark = {getWidth(), getHeight(),
-                            options.mean ? MeanOf(frames) : MedianOf(frames)};
+    TakeFrames(*stack, options, camera, context);
+    const DarkFrame dark = {getWidth(), getHeight(), stack->Result()};
     WriteDark(file, dark);
     if (!EnableDarkSubtract(file.c_str()))
         throw Failure(Exit::kFile, fmt::format("the library cannot read {}", file.string()));
@@ -125,7 +142,8 @@ void AddMake(CLI::App &dark, Command &chosen)
     MakeOptions &o = *options;
     AddParsed(*make, "-e,--exposure", o.exposure, ParseTime, "TIME",
               "Exposure of the pictures that it is meant for (default 1s)");
-    make->add_option("-n,--count", o.count, "Number of frames (default 5)")
+    make->add_option("-n,--count", o.count,
+                     "Number of frames (default 5); medians of the largest sensors take 17 at most")
         ->check(CLI::Range(1, kMostFrames));
     make->add_option("--gain", o.gain, "Gain, see 'vsccam info'");
     make->add_option("--offset", o.offset, "Black level, see 'vsccam info'");
