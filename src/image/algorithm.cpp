@@ -145,6 +145,7 @@ BayerPhase FlippedPhase(BayerPhase sensor, bool flipH, bool flipV)
 {
     if (!IsKnown(sensor))
         return sensor;
+    // Quirk, kept: takes sizes for even. Images of odd ones, flipped, come in the wrong colours.
     Site red = RedSite(sensor);
     red.column ^= flipH ? 1 : 0;
     red.row ^= flipV ? 1 : 0;
