@@ -85,7 +85,7 @@ void HotPixels::Disable()
 {
     m_enabled = false;
     const std::lock_guard lock(m_section);
-    m_pixels = {};
+    m_pixels.reset();
     m_patches = nullptr;
 }
 
@@ -99,15 +99,15 @@ void HotPixels::SetPixels(std::vector<uint32_t> pixels)
 std::vector<uint32_t> HotPixels::Pixels()
 {
     const std::lock_guard lock(m_section);
-    return m_pixels;
+    return m_pixels.value_or(std::vector<uint32_t>());
 }
 
 void HotPixels::Cut(const FrameRegion &region)
 {
     const std::lock_guard lock(m_section);
-    if (m_pixels.empty())
+    if (!m_pixels)
         return;
-    const std::vector<uint32_t> shown = CutPixels(m_pixels, region);
+    const std::vector<uint32_t> shown = CutPixels(*m_pixels, region);
     m_patches = PatchesFor(shown, region, PatchRule::kDenoise);
     OutputDbgPrint("HPC Dead pixel:%d\n", static_cast<int>(shown.size()));
 }

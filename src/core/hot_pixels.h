@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace vsccam {
@@ -23,7 +24,7 @@ class HotPixels {
     void SetPixels(std::vector<uint32_t> pixels);
     std::vector<uint32_t> Pixels();
 
-    /// Looks up the pixels that a region shows. Does nothing without pixels.
+    /// Looks up the pixels that a region shows. Does nothing before they are set.
     void Cut(const FrameRegion &region);
 
     /// Null when there is none.
@@ -33,7 +34,7 @@ class HotPixels {
     Shared<bool> m_enabled;
 
     CriticalSection m_section; // guards the rest; the last of the four that dark_frames.h orders
-    std::vector<uint32_t> m_pixels;
+    std::optional<std::vector<uint32_t>> m_pixels; // a sensor may well have none
     std::shared_ptr<const PixelPatches> m_patches;
 };
 
