@@ -37,6 +37,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *bytes, size_t size)
     const std::vector<uint32_t> shown = CutPixels(pixels, region);
     std::vector<uint16_t> frame(32 * 16, 0x1000);
     Must(std::ranges::all_of(shown, [&](uint32_t pixel) { return pixel < frame.size(); }));
-    ApplyPatches(frame.data(), ListPatches(shown, 32, 16, binning, PatchRule::kDenoise), 0xFFF0);
+    ApplyPatches<uint16_t>(ListPatches(shown, 32, 16, binning, PatchRule::kDenoise),
+                           {frame, 0, 0xFFF0});
     return 0;
 }

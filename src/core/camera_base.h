@@ -41,12 +41,10 @@ struct ExposureSetting {
     bool timedByHost; // long exposures: the host opens and closes the gate
 };
 
-/// What is corrected in one raw frame, of its size; null: nothing. Patches come after gamma, in
-/// this order.
+/// What is corrected in one raw frame, of its size; null: nothing.
 struct FrameCorrections {
-    std::shared_ptr<const WorkingDark> dark; // 8-bit frames only
+    DarkCut dark; // its frame: of 8-bit frames only
     std::shared_ptr<const PixelPatches> hotPixels;
-    std::shared_ptr<const PixelPatches> darkPixels;
 };
 
 /// A camera: its settings, its frames, its threads. Sensor families derive from it and program
@@ -323,13 +321,13 @@ class CCameraBase : public CCameraFX3 {
     void FitCorrections();
     FrameCorrections Corrections(Size readout);
     void DoGetDark(const uint8_t *frame, Size readout);
-    void HandleHotPixels(uint8_t *frame, const FrameCorrections &corrections);
     template <class Sample>
-    FrameSteps<Sample> Prepare(Sample *frame, const FrameCorrections &corrections);
+    FrameSteps<Sample> Prepare(Sample *frame, bool inPlace, const FrameCorrections &corrections);
     void Deliver16(uint16_t *frame, uint8_t *buffer);
     void Deliver8(uint8_t *frame, uint8_t *buffer);
     void FollowBalance();
-    bool DeliveredAsRead();
+    bool DeliversSamples();
+    bool DeliversAsRead();
 
     // Host settings that only the image pipeline uses.
     Shared<bool> m_rawOutput;

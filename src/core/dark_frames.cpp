@@ -41,15 +41,6 @@ std::vector<uint32_t> BrightPixelsOf(const WorkingDark &dark)
     return bright;
 }
 
-Size SizeOf(const WorkingDark &dark)
-{
-    return dark.size;
-}
-Size SizeOf(const PixelPatches &patches)
-{
-    return {patches.width, patches.height};
-}
-
 } // namespace
 
 int DarkFramesFor(uint32_t exposureUs)
@@ -69,7 +60,7 @@ void DarkFrames::Disable()
     m_enabled = false;
     const std::lock_guard imageLock(m_imageSection);
     m_image = {};
-    Install(nullptr, nullptr);
+    Install({});
 }
 
 void DarkFrames::Request(int frames)
@@ -111,9 +102,9 @@ std::vector<uint8_t> DarkFrames::Image()
 
 std::vector<uint8_t> DarkFrames::BrightBitmap()
 {
-    const auto working = Working();
-    const int mean = working ? working->mean : 0;
     const std::lock_guard lock(m_imageSection);
+    const auto working = Current().working;
+    const int mean = working ? working->mean : 0;
     std::vector<uint8_t> bitmap(m_image.size() / 8);
     for (size_t i = 0; i < bitmap.size() * 8; ++i)
         if (IsBright(m_image[i], mean))
@@ -131,29 +122,22 @@ void DarkFrames::Cut(const FrameRegion &region)
     OutputDbgPrint("avarage:%d\n", dark.mean);
     const std::vector<uint32_t> bright = BrightPixelsOf(dark);
     OutputDbgPrint("Dead pixel:%d\n", static_cast<int>(bright.size()));
-    Install(std::make_shared<const WorkingDark>(std::move(dark)),
-            PatchesFor(bright, region, PatchRule::kMeanOfSides));
+    Install({std::make_shared<const WorkingDark>(std::move(dark)),
+             PatchesFor(bright, region, PatchRule::kMeanOfSides)});
 }
 
-void DarkFrames::Install(std::shared_ptr<const WorkingDark> working,
-                         std::shared_ptr<const PixelPatches> bright)
+void DarkFrames::Install(DarkCut cut)
 {
     const std::lock_guard workingLock(m_workingSection);
     const std::lock_guard brightLock(m_brightSection);
-    m_working = std::move(working);
-    m_bright = std::move(bright);
+    m_cut = std::move(cut);
 }
 
-std::shared_ptr<const WorkingDark> DarkFrames::Working()
+DarkCut DarkFrames::Current()
 {
-    const std::lock_guard lock(m_workingSection);
-    return m_working;
-}
-
-std::shared_ptr<const PixelPatches> DarkFrames::BrightPixels()
-{
-    const std::lock_guard lock(m_brightSection);
-    return m_bright;
+    const std::lock_guard workingLock(m_workingSection);
+    const std::lock_guard brightLock(m_brightSection);
+    return m_cut;
 }
 
 int CCameraBase::GettingDark(bool on, unsigned long long)
@@ -248,19 +232,21 @@ FrameRegion CCameraBase::RawFrameRegion()
 FrameCorrections CCameraBase::Corrections(Size readout)
 {
     FrameCorrections corrections;
-    const auto ifItFits = [readout](auto snapshot) {
-        const bool fits = snapshot && SizeOf(*snapshot) == readout;
-        return fits ? snapshot : nullptr;
-    };
     if (m_darkFrames.Enabled()) {
+        corrections.dark = m_darkFrames.Current();
+        if (corrections.dark.working && corrections.dark.working->size != readout)
+            corrections.dark = {};
         // Auto exposure looks at frames as they come; short ones have little dark current.
         const bool leftAlone = m_exposureAuto && m_exposureUs < kSubtractedInAutoFromUs;
-        if (!m_output16Bits && !leftAlone)
-            corrections.dark = ifItFits(m_darkFrames.Working());
-        corrections.darkPixels = ifItFits(m_darkFrames.BrightPixels());
+        if (m_output16Bits || leftAlone)
+            corrections.dark.working = nullptr;
     }
-    if (m_hotPixels.Enabled())
-        corrections.hotPixels = ifItFits(m_hotPixels.Patches());
+    if (m_hotPixels.Enabled()) {
+        corrections.hotPixels = m_hotPixels.Patches();
+        const PixelPatches *patches = corrections.hotPixels.get();
+        if (patches && Size{patches->width, patches->height} != readout)
+            corrections.hotPixels = nullptr;
+    }
     return corrections;
 }
 

@@ -18,6 +18,12 @@ struct WorkingDark {
     std::vector<uint8_t> pixels;
 };
 
+/// What a dark frame comes to in the frames of one geometry. Null: nothing.
+struct DarkCut {
+    std::shared_ptr<const WorkingDark> working;
+    std::shared_ptr<const PixelPatches> bright; // its pixels that are to be patched
+};
+
 /// The dark frame of a camera: captured or loaded for the whole sensor, cut for the frames that are
 /// read now. What has been cut is never changed, but replaced: who took it may go on using it.
 class DarkFrames {
@@ -42,13 +48,11 @@ class DarkFrames {
     /// Cuts the frame for a region. Does nothing without a frame.
     void Cut(const FrameRegion &region);
 
-    // Null when there is none.
-    std::shared_ptr<const WorkingDark> Working();
-    std::shared_ptr<const PixelPatches> BrightPixels();
+    /// Both of one cut.
+    DarkCut Current();
 
   private:
-    void Install(std::shared_ptr<const WorkingDark> working,
-                 std::shared_ptr<const PixelPatches> bright);
+    void Install(DarkCut cut);
 
     Shared<bool> m_enabled;
     Shared<bool> m_requested;
@@ -61,11 +65,10 @@ class DarkFrames {
     int m_framesWanted = 1;
     int m_framesTaken = 0;
 
-    CriticalSection m_workingSection;
-    std::shared_ptr<const WorkingDark> m_working;
-
-    CriticalSection m_brightSection;
-    std::shared_ptr<const PixelPatches> m_bright;
+    // Both are locked for either: they change together.
+    CriticalSection m_workingSection; // guards m_cut.working
+    CriticalSection m_brightSection;  // guards m_cut.bright
+    DarkCut m_cut;
 };
 
 /// Number of frames that make a dark frame of this exposure.

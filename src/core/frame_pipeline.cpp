@@ -67,7 +67,7 @@ bool CCameraBase::GetImage(unsigned char *buffer, int size, int waitMs)
         Area({m_width, m_height}) * static_cast<int64_t>(BytesPerPixel(ImageType())) > size)
         return false;
     // The buffer of the host serves as the work buffer where each pixel stays in its place.
-    const bool inPlace = DeliveredAsRead() && Aligned16(buffer);
+    const bool inPlace = DeliversAsRead() && Aligned16(buffer);
     uint8_t *frame = inPlace ? buffer : m_work.data();
     if (!TakeFrame(frame, waitMs))
         return false;
@@ -132,47 +132,58 @@ bool CCameraBase::AwaitHeadMarkedFrame(int waitMs)
     return false;
 }
 
-/// Whether the delivered image has the pixels of the read-out where they were, apart from their
-/// values.
-bool CCameraBase::DeliveredAsRead()
+/// Whether hosts get the samples themselves, and not what is made of several or for a colour.
+bool CCameraBase::DeliversSamples()
 {
     const IMAGE_TYPE type = ImageType();
-    const bool raw = type == kRaw16 || (type == kByteImage && (m_rawOutput || !m_model.colour));
-    return raw && ReadoutSize() == Size{m_width, m_height} && !m_flipH && !m_flipV;
+    return type == kRaw16 || (type == kByteImage && (m_rawOutput || !m_model.colour));
 }
 
-/// What is left to be done with a frame row by row. Bad pixels are patched here, since that looks
-/// at the rows around them; then, and before large bins, the corrections are a pass of their own.
+/// Whether the delivered image has the pixels of the read-out where they were, apart from their
+/// values.
+bool CCameraBase::DeliversAsRead()
+{
+    return DeliversSamples() && ReadoutSize() == Size{m_width, m_height} && !m_flipH && !m_flipV;
+}
+
+/// What is left to be done with a frame row by row: nothing in place, where the corrections are all
+/// there is to do. Patches alone are put into the frame, whose rows can then be used where they
+/// are; and before large bins, the corrections are a pass of their own.
 template <class Sample>
-FrameSteps<Sample> CCameraBase::Prepare(Sample *frame, const FrameCorrections &corrections)
+FrameSteps<Sample> CCameraBase::Prepare(Sample *frame, bool inPlace,
+                                        const FrameCorrections &corrections)
 {
     const Size readout = ReadoutSize();
-    FrameSteps<Sample> steps{.samples = frame,
-                             .width = static_cast<size_t>(readout.width),
-                             .height = static_cast<size_t>(readout.height),
-                             .bin = static_cast<unsigned>(SoftwareBin()),
-                             .mosaic = m_model.colour && !m_monoBin,
-                             .flipH = m_flipH,
-                             .flipV = m_flipV};
+    FrameSteps<Sample> steps{
+        .samples = frame,
+        .width = static_cast<size_t>(readout.width),
+        .height = static_cast<size_t>(readout.height),
+        .patches = {corrections.hotPixels.get(), corrections.dark.bright.get()},
+        .bin = static_cast<unsigned>(SoftwareBin()),
+        .mosaic = m_model.colour && !m_monoBin,
+        .flipH = m_flipH,
+        .flipV = m_flipV};
+    if constexpr (sizeof(Sample) == 2)
+        steps.converterBits = static_cast<uint16_t>(0xFFFF << (16 - m_model.adcBits));
     if (m_gamma != kLinearGamma) {
         if constexpr (sizeof(Sample) == 1)
             steps.gamma = m_gamma8.data();
         else
             steps.gamma = m_gamma16->data();
     }
-    if (const WorkingDark *dark = corrections.dark.get())
+    if (const WorkingDark *dark = corrections.dark.working.get())
         steps.dark = {dark->pixels.data(), static_cast<unsigned>(dark->mean)};
-    if (corrections.hotPixels || corrections.darkPixels || steps.bin > RowScratch::kLargestBin) {
+    if (inPlace || !steps.CorrectsEachSample() || steps.bin > RowScratch::kLargestBin)
         CorrectInPlace(steps, m_rowScratch, frame);
-        HandleHotPixels(reinterpret_cast<uint8_t *>(frame), corrections);
-    }
     return steps;
 }
 
 void CCameraBase::Deliver16(uint16_t *frame, uint8_t *buffer)
 {
-    const FrameSteps<uint16_t> steps = Prepare(frame, Corrections(ReadoutSize()));
-    if (ImageType() == kRaw16)
+    const FrameCorrections corrections = Corrections(ReadoutSize()); // holds the lists in use
+    const bool inPlace = reinterpret_cast<uint8_t *>(frame) == buffer;
+    const FrameSteps<uint16_t> steps = Prepare(frame, inPlace, corrections);
+    if (DeliversSamples())
         FrameRows(steps, m_rowScratch).CopyTo(buffer);
 }
 
@@ -180,10 +191,9 @@ void CCameraBase::Deliver8(uint8_t *frame, uint8_t *buffer)
 {
     DoGetDark(frame, ReadoutSize());
     const FrameCorrections corrections = Corrections(ReadoutSize()); // holds the dark frame in use
-    const FrameSteps<uint8_t> steps = Prepare(frame, corrections);
+    const FrameSteps<uint8_t> steps = Prepare(frame, frame == buffer, corrections);
     const IMAGE_TYPE type = ImageType();
-    const bool raw = type == kByteImage && (m_rawOutput || !m_model.colour);
-    if (raw) {
+    if (DeliversSamples()) {
         FrameRows(steps, m_rowScratch).CopyTo(buffer);
     } else if (m_model.colour) {
         FollowBalance();

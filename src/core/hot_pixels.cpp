@@ -192,17 +192,4 @@ void CCameraBase::AdjustHPCTable()
     }
 }
 
-void CCameraBase::HandleHotPixels(uint8_t *frame, const FrameCorrections &corrections)
-{
-    for (const auto &patches : {corrections.hotPixels, corrections.darkPixels}) {
-        if (!patches)
-            continue;
-        if (m_output16Bits)
-            ApplyPatches(reinterpret_cast<uint16_t *>(frame), *patches,
-                         static_cast<uint16_t>(0xFFFF << (16 - m_model.adcBits)));
-        else
-            ApplyPatches(frame, *patches);
-    }
-}
-
 } // namespace vsccam

@@ -23,37 +23,71 @@ FrameRows<Sample>::FrameRows(const FrameSteps<Sample> &steps, RowScratch &scratc
     }
 }
 
-/// A row of the read-out without dark frame and with gamma.
-template <class Sample> const Sample *FrameRows<Sample>::Corrected(size_t y, Sample *room)
+/// Samples of the read-out without dark frame and with gamma.
+template <class Sample>
+const Sample *FrameRows<Sample>::Corrected(size_t first, size_t count, Sample *room) const
 {
-    const size_t at = y * m_steps.width;
-    const Sample *row = m_steps.samples + at;
+    const Sample *samples = m_steps.samples + first;
     if constexpr (sizeof(Sample) == 1) {
         if (m_steps.dark.samples) {
-            SubtractDark(row, m_steps.dark.samples + at, m_steps.dark.offset, room, m_steps.width);
-            row = room;
+            SubtractDark(samples, m_steps.dark.samples + first, m_steps.dark.offset, room, count);
+            samples = room;
         }
     }
     if (m_steps.gamma) {
-        LookUp(row, m_steps.gamma, room, m_steps.width);
-        row = room;
+        LookUp(samples, m_steps.gamma, room, count);
+        samples = room;
     }
-    return row;
+    return samples;
+}
+
+/// A row of the read-out, corrected, and patched by so many of the lists.
+template <class Sample>
+const Sample *FrameRows<Sample>::Patched(size_t lists, size_t y, Sample *room)
+{
+    const size_t first = y * m_steps.width;
+    if (lists == 0)
+        return Corrected(first, m_steps.width, room);
+    const Sample *row = Patched(lists - 1, y, room);
+    const PixelPatches *patches = m_steps.patches[lists - 1];
+    if (!patches)
+        return row;
+    if (row != room)
+        std::copy_n(row, m_steps.width, room);
+    ApplyPatches<Sample>(*patches,
+                         {.samples = {room, m_steps.width},
+                          .first = first,
+                          .converterBits = m_steps.converterBits,
+                          .outside = [=, this](size_t i) { return PatchedSample(lists - 1, i); }});
+    return room;
+}
+
+/// Other rows than the present one matter to few pixels.
+template <class Sample> uint32_t FrameRows<Sample>::PatchedSample(size_t lists, size_t index)
+{
+    Sample room;
+    if (lists == 0)
+        return *Corrected(index, 1, &room);
+    return Patched(lists, index / m_steps.width,
+                   m_scratch.PatchRow<Sample>())[index % m_steps.width];
 }
 
 template <class Sample> const Sample *FrameRows<Sample>::Binned(size_t y, Sample *room)
 {
     const size_t bin = m_steps.bin;
     if (bin == 1)
-        return Corrected(y, room);
+        return Patched(m_steps.patches.size(), y, room);
     const auto [first, step] = RowsOfBinned(y, Height(), m_steps.bin, m_steps.mosaic);
     const Sample *rows = m_steps.samples + first * m_steps.width;
     size_t stride = step * m_steps.width;
-    if (m_steps.dark.samples || m_steps.gamma) {
+    if (m_steps.Corrects()) {
         Sample *const corrected = m_scratch.BinRows<Sample>();
-        for (size_t k = 0; k < bin; ++k)
-            (void)Corrected(first + k * step,
-                            corrected + k * m_steps.width); // always into the room
+        for (size_t k = 0; k < bin; ++k) {
+            Sample *const to = corrected + k * m_steps.width;
+            const Sample *row = Patched(m_steps.patches.size(), first + k * step, to);
+            if (row != to)
+                std::copy_n(row, m_steps.width, to);
+        }
         rows = corrected;
         stride = m_steps.width;
     }
@@ -89,14 +123,21 @@ template class FrameRows<uint16_t>;
 template <class Sample>
 void CorrectInPlace(FrameSteps<Sample> &steps, RowScratch &scratch, Sample *frame)
 {
-    if (!steps.dark.samples && !steps.gamma)
-        return;
-    FrameSteps<Sample> corrections = steps;
-    corrections.bin = 1;
-    corrections.flipH = corrections.flipV = false;
-    FrameRows(corrections, scratch).CopyTo(reinterpret_cast<uint8_t *>(frame));
+    if (steps.CorrectsEachSample()) {
+        const FrameSteps<Sample> corrections = {.samples = steps.samples,
+                                                .width = steps.width,
+                                                .height = steps.height,
+                                                .dark = steps.dark,
+                                                .gamma = steps.gamma};
+        FrameRows(corrections, scratch).CopyTo(reinterpret_cast<uint8_t *>(frame));
+    }
+    for (const PixelPatches *patches : steps.patches)
+        if (patches)
+            ApplyPatches<Sample>(*patches, {.samples = {frame, steps.width * steps.height},
+                                            .converterBits = steps.converterBits});
     steps.dark = {};
     steps.gamma = nullptr;
+    steps.patches = {};
 }
 
 template void CorrectInPlace(FrameSteps<uint8_t> &, RowScratch &, uint8_t *);
@@ -144,7 +185,7 @@ class RowWindow {
 
 bool NothingToDo(const FrameSteps<uint8_t> &steps)
 {
-    return !steps.dark.samples && !steps.gamma && steps.bin == 1 && !steps.flipH && !steps.flipV;
+    return !steps.Corrects() && steps.bin == 1 && !steps.flipH && !steps.flipV;
 }
 
 } // namespace

@@ -2,7 +2,9 @@
 
 #include "base/zeroed_buffer.h"
 #include "image/algorithm.h"
+#include "image/pixel_patches.h"
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 
@@ -19,19 +21,24 @@ template <class Sample> struct FrameSteps {
     const Sample *samples = nullptr;
     size_t width = 0; // of the read-out
     size_t height = 0;
-    DarkFrame dark{};              // of 8-bit frames
-    const Sample *gamma = nullptr; // lookup table; none: linear
-    unsigned bin = 1;              // a divisor of width and height; see RowScratch::kLargestBin
-    bool mosaic = false;           // is kept by binning
+    DarkFrame dark{};                              // of 8-bit frames
+    const Sample *gamma = nullptr;                 // lookup table; none: linear
+    std::array<const PixelPatches *, 2> patches{}; // none: null
+    uint16_t converterBits = 0xFFFF;               // see PatchedRows
+    unsigned bin = 1;    // a divisor of width and height; see RowScratch::kLargestBin
+    bool mosaic = false; // is kept by binning
     bool flipH = false;
     bool flipV = false;
+
+    bool CorrectsEachSample() const { return dark.samples || gamma; }
+    bool Corrects() const { return CorrectsEachSample() || patches[0] || patches[1]; }
 };
 
 /// Room for the rows in process, for frames of up to `maxWidth` samples per row.
 class RowScratch {
   public:
     explicit RowScratch(size_t maxWidth)
-        : m_bytes((kWindowRows + kLargestBin + 2) * maxWidth * kLargestSample), m_maxWidth(maxWidth)
+        : m_bytes((kWindowRows + kLargestBin + 3) * maxWidth * kLargestSample), m_maxWidth(maxWidth)
     {
     }
 
@@ -44,6 +51,7 @@ class RowScratch {
     template <class Sample> Sample *BinRows() { return At<Sample>(kWindowRows); }
     template <class Sample> Sample *TurnedRow() { return At<Sample>(kWindowRows + kLargestBin); }
     template <class Sample> Sample *Row() { return At<Sample>(kWindowRows + kLargestBin + 1); }
+    template <class Sample> Sample *PatchRow() { return At<Sample>(kWindowRows + kLargestBin + 2); }
 
   private:
     static constexpr size_t kLargestSample = 2;
@@ -70,11 +78,13 @@ template <class Sample> class FrameRows {
     const Sample *Row(size_t y, Sample *room);
 
     /// Makes all rows, one after the other in `out`, which need not be aligned. It may be the frame
-    /// itself when no step moves samples.
+    /// itself when no step moves or patches samples.
     void CopyTo(uint8_t *out);
 
   private:
-    const Sample *Corrected(size_t y, Sample *room);
+    const Sample *Corrected(size_t first, size_t count, Sample *room) const;
+    const Sample *Patched(size_t lists, size_t y, Sample *room);
+    uint32_t PatchedSample(size_t lists, size_t index);
     const Sample *Binned(size_t y, Sample *room);
 
     FrameSteps<Sample> m_steps;

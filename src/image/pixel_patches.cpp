@@ -27,51 +27,71 @@ std::ptrdiff_t OffsetOf(uint8_t neighbour, std::ptrdiff_t width, int step)
     }
 }
 
-/// What becomes of a pixel that stands out from all its healthy neighbours; nothing when it does
-/// not, or when none of them is healthy.
-template <class Sample>
-std::optional<Sample> DeNoiseHPC(const Sample *pixel, uint8_t healthy, int width, int step)
-{
-    constexpr uint32_t kSmallestExcess = kSmallestExcess8 << (8 * (sizeof(Sample) - 1));
-    const uint32_t value = *pixel;
-    uint32_t sum = 0;
-    uint32_t count = 0;
-    for (const uint8_t place : kNeighbours) {
-        if (!(healthy & place))
-            continue;
-        const uint32_t next = pixel[OffsetOf(place, width, step)];
-        if (value <= next + kSmallestExcess || next > value * 7 / 10)
-            return std::nullopt;
-        sum += next;
-        ++count;
+template <class Sample> class Patcher {
+  public:
+    Patcher(const PixelPatches &patches, const PatchedRows<Sample> &rows)
+        : m_width(patches.width), m_step(patches.step), m_rows(rows)
+    {
     }
-    if (count == 0)
-        return std::nullopt;
-    return static_cast<Sample>(sum / count);
-}
 
-template <class Sample> void Apply(Sample *frame, const PixelPatches &patches, Sample grid)
-{
-    const int step = patches.step;
-    for (const PixelPatch patch : patches.list) {
-        Sample *const pixel = frame + patch.index;
+    void Patch(const PixelPatch &patch) const
+    {
+        if (const auto value = ValueOf(patch))
+            m_rows.samples[patch.index - m_rows.first] = static_cast<Sample>(*value);
+    }
+
+  private:
+    /// Nothing: the pixel stays as it is.
+    std::optional<uint32_t> ValueOf(const PixelPatch &patch) const
+    {
+        const size_t left = patch.index - static_cast<size_t>(m_step);
+        const size_t right = patch.index + static_cast<size_t>(m_step);
         switch (patch.rule) {
         case PatchRule::kFromRight:
-            *pixel = pixel[step];
-            break;
+            return SampleAt(right);
         case PatchRule::kFromLeft:
-            *pixel = pixel[-step];
-            break;
+            return SampleAt(left);
         case PatchRule::kMeanOfSides:
-            *pixel = static_cast<Sample>((pixel[-step] + pixel[step]) >> 1);
-            break;
+            return (SampleAt(left) + SampleAt(right)) >> 1;
         case PatchRule::kDenoise:
-            if (const auto mean = DeNoiseHPC(pixel, patch.healthy, patches.width, step))
-                *pixel = *mean & grid;
             break;
         }
+        return DeNoiseHPC(patch);
     }
-}
+
+    /// What becomes of a pixel that stands out from all its healthy neighbours; nothing when it
+    /// does not, or when none of them is healthy.
+    std::optional<uint32_t> DeNoiseHPC(const PixelPatch &patch) const
+    {
+        constexpr uint32_t kSmallestExcess = kSmallestExcess8 << (8 * (sizeof(Sample) - 1));
+        const uint32_t value = SampleAt(patch.index);
+        uint32_t sum = 0;
+        uint32_t count = 0;
+        for (const uint8_t place : kNeighbours) {
+            if (!(patch.healthy & place))
+                continue;
+            const uint32_t next =
+                SampleAt(patch.index + static_cast<size_t>(OffsetOf(place, m_width, m_step)));
+            if (value <= next + kSmallestExcess || next > value * 7 / 10)
+                return std::nullopt;
+            sum += next;
+            ++count;
+        }
+        if (count == 0)
+            return std::nullopt;
+        return sum / count & m_rows.converterBits;
+    }
+
+    uint32_t SampleAt(size_t index) const
+    {
+        const size_t place = index - m_rows.first; // wraps round before the rows
+        return place < m_rows.samples.size() ? m_rows.samples[place] : m_rows.outside(index);
+    }
+
+    const int m_width;
+    const int m_step;
+    const PatchedRows<Sample> &m_rows;
+};
 
 } // namespace
 
@@ -103,14 +123,17 @@ PixelPatches ListPatches(const std::vector<uint32_t> &pixels, int width, int hei
     return patches;
 }
 
-void ApplyPatches(uint8_t *frame, const PixelPatches &patches)
+template <class Sample>
+void ApplyPatches(const PixelPatches &patches, const PatchedRows<Sample> &rows)
 {
-    Apply<uint8_t>(frame, patches, 0xFF);
+    const Patcher<Sample> patcher(patches, rows);
+    auto patch = std::ranges::lower_bound(patches.list, rows.first, {}, &PixelPatch::index);
+    const size_t end = rows.first + rows.samples.size();
+    for (; patch != patches.list.end() && patch->index < end; ++patch)
+        patcher.Patch(*patch);
 }
 
-void ApplyPatches(uint16_t *frame, const PixelPatches &patches, uint16_t grid)
-{
-    Apply<uint16_t>(frame, patches, grid);
-}
+template void ApplyPatches(const PixelPatches &, const PatchedRows<uint8_t> &);
+template void ApplyPatches(const PixelPatches &, const PatchedRows<uint16_t> &);
 
 } // namespace vsccam

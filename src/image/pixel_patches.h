@@ -1,6 +1,9 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <span>
 #include <vector>
 
 namespace vsccam {
@@ -42,9 +45,17 @@ struct PixelPatches {
 PixelPatches ListPatches(const std::vector<uint32_t> &pixels, int width, int height, int step,
                          PatchRule inside);
 
-/// Patches a frame of the list's size.
-void ApplyPatches(uint8_t *frame, const PixelPatches &patches);
-/// The same; denoised pixels keep only the bits of `grid`, those that the converter has.
-void ApplyPatches(uint16_t *frame, const PixelPatches &patches, uint16_t grid);
+/// Whole rows of a frame, which are patched where they lie.
+template <class Sample> struct PatchedRows {
+    std::span<Sample> samples;
+    size_t first = 0;                             // of them, in the frame
+    uint16_t converterBits = 0xFFFF;              // denoised samples keep only these
+    std::function<uint32_t(size_t)> outside = {}; // the frame's samples in other rows
+};
+
+/// Patches one pixel after the other, each seeing what became of the ones before it. Other rows are
+/// seen as they were before this list.
+template <class Sample>
+void ApplyPatches(const PixelPatches &patches, const PatchedRows<Sample> &rows);
 
 } // namespace vsccam

@@ -45,7 +45,9 @@ void SubtractDark(const uint8_t *in, const uint8_t *dark, unsigned offset, uint8
 
 void LookUp(const uint8_t *in, const uint8_t *table, uint8_t *out, size_t count)
 {
-    for (size_t i = CurrentKernels().lookUp(in, table, out, count); i < count; ++i)
+    constexpr size_t kFew = 16; // kernels take the table apart first
+    for (size_t i = count < kFew ? 0 : CurrentKernels().lookUp(in, table, out, count); i < count;
+         ++i)
         out[i] = table[in[i]];
 }
 

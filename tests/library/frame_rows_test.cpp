@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <numeric>
 #include <random>
 #include <vector>
 
@@ -21,6 +22,41 @@ template <class Sample> std::vector<Sample> RandomSamples(size_t count, unsigned
     return samples;
 }
 
+/// Patches bad pixels one after the other where they are.
+template <class Sample>
+void PatchInPlace(std::vector<Sample> &image, const PixelPatches &patches, uint16_t converterBits)
+{
+    const int excess = sizeof(Sample) == 1 ? 30 : 30 * 256;
+    const int below = patches.step * patches.width;
+    for (const PixelPatch &patch : patches.list) {
+        const auto at = [&](int offset) -> Sample & {
+            return image[static_cast<size_t>(static_cast<int>(patch.index) + offset)];
+        };
+        const int value = at(0);
+        if (patch.rule == PatchRule::kFromRight)
+            at(0) = at(patches.step);
+        if (patch.rule == PatchRule::kFromLeft)
+            at(0) = at(-patches.step);
+        if (patch.rule == PatchRule::kMeanOfSides)
+            at(0) = static_cast<Sample>((at(-patches.step) + at(patches.step)) / 2);
+        if (patch.rule != PatchRule::kDenoise)
+            continue;
+        std::vector<int> healthy;
+        for (const auto &[place, offset] : {std::pair{neighbour::kAbove, -below},
+                                            {neighbour::kLeft, -patches.step},
+                                            {neighbour::kRight, patches.step},
+                                            {neighbour::kBelow, below}})
+            if (patch.healthy & place)
+                healthy.push_back(at(offset));
+        const bool standsOut = std::ranges::all_of(
+            healthy, [=](int next) { return value - next > excess && next <= value * 7 / 10; });
+        if (standsOut && !healthy.empty())
+            at(0) = static_cast<Sample>(std::accumulate(healthy.begin(), healthy.end(), 0) /
+                                            static_cast<int>(healthy.size()) &
+                                        converterBits);
+    }
+}
+
 /// All steps as operations on the whole frame, one after the other.
 template <class Sample> std::vector<Sample> Staged(const FrameSteps<Sample> &steps)
 {
@@ -35,11 +71,28 @@ template <class Sample> std::vector<Sample> Staged(const FrameSteps<Sample> &ste
         CAlgorithm::SubtractDark(bytes, w, h, steps.dark.offset, steps.dark.samples);
     if (steps.gamma)
         CAlgorithm::Gamma(image.data(), steps.gamma, w, h);
+    for (const PixelPatches *patches : steps.patches)
+        if (patches)
+            PatchInPlace(image, *patches, steps.converterBits);
     (steps.mosaic ? CAlgorithm::ColorRAWBin : CAlgorithm::MonoBin)(bytes, words, w / bin, h / bin,
                                                                    bin, kIs16);
     image.resize(image.size() / steps.bin / steps.bin);
     CAlgorithm::SoftMisc(bytes, w / bin, h / bin, 1, kIs16, steps.flipV, steps.flipH);
     return image;
+}
+
+/// Pixels here and there, and every second one at the borders; `seed` is what is common to lists.
+PixelPatches SomePatches(size_t width, size_t height, bool mosaic, PatchRule inside, unsigned seed)
+{
+    std::minstd_rand random(seed);
+    std::vector<uint32_t> pixels;
+    for (uint32_t i = 0; i < width * height; ++i) {
+        const bool border = i % width < 2 || i % width + 2 >= width || i / width < 2;
+        if ((random() >> 7) % (border ? 2 : 9) == 0)
+            pixels.push_back(i);
+    }
+    return ListPatches(pixels, static_cast<int>(width), static_cast<int>(height), mosaic ? 2 : 1,
+                       inside);
 }
 
 /// Calls `check` with all combinations of steps, on random frames.
@@ -63,6 +116,14 @@ template <class Sample, class Check> void ForAllSteps(Check check)
                                      .flipV = (combination & 8) != 0};
             if (sizeof(Sample) == 1 && combination & 16)
                 steps.dark = {dark.data(), 100 + combination};
+            // Pixels of both lists are patched twice.
+            const PixelPatches hot =
+                SomePatches(width, height, steps.mosaic, PatchRule::kDenoise, combination);
+            const PixelPatches bright =
+                SomePatches(width, height, steps.mosaic, PatchRule::kMeanOfSides, combination / 2);
+            steps.patches = {combination % 3 ? &hot : nullptr, combination % 5 ? &bright : nullptr};
+            if (sizeof(Sample) == 2)
+                steps.converterBits = 0xFFF0;
             SCOPED_TRACE(testing::Message() << w << "x" << h << " steps " << combination);
             check(steps);
         }
@@ -76,6 +137,12 @@ TEST(FrameRows, GiveWhatTheStepsGiveOneAfterTheOther)
         const Bytes expected = Staged(steps);
         Bytes out(expected.size());
         FrameRows(steps, scratch).CopyTo(out.data());
+        EXPECT_EQ(out, expected);
+        Bytes work(steps.samples, steps.samples + steps.width * steps.height);
+        FrameSteps<uint8_t> rest = steps;
+        rest.samples = work.data();
+        CorrectInPlace(rest, scratch, work.data()); // dark frame and patches in the frame itself
+        FrameRows(rest, scratch).CopyTo(out.data());
         EXPECT_EQ(out, expected);
         Bytes grey(3 * expected.size());
         CopyGrey(steps, scratch, grey.data());

@@ -1,10 +1,12 @@
 #pragma once
 
 #include "base/clock.h"
+#include "base/debug_print.h"
 #include "camera/pattern.h"
 #include "standin/bus.h"
 #include "support/simulated_bus.h"
 
+#include <gtest/gtest.h>
 #include <libusb.h>
 #include <vsccam.h>
 
@@ -19,6 +21,20 @@
 namespace vsccam {
 
 using Bytes = std::vector<uint8_t>;
+
+/// What the library prints meanwhile, without its tags.
+template <class Act> std::string Printed(Act act)
+{
+    constexpr std::string_view kTag = "<VSC SDK> ";
+    testing::internal::CaptureStdout();
+    SetDebugPrint(true);
+    act();
+    SetDebugPrint(false);
+    std::string text = testing::internal::GetCapturedStdout();
+    for (size_t at = 0; (at = text.find(kTag, at)) != std::string::npos;)
+        text.erase(at, kTag.size());
+    return text;
+}
 
 /// A host program: the exported functions on a simulated bus.
 class HostTest : public SimulatedBus {

@@ -165,17 +165,18 @@ TEST(PixelPatchesTest, CopyAtBordersAndDenoiseWhatStandsOut)
             frame8[index] = static_cast<uint8_t>(value);
             frame16[index] = static_cast<uint16_t>(value << 8);
         }
-        ApplyPatches(frame8.data(), patches);
+        ApplyPatches<uint8_t>(patches, {frame8});
         EXPECT_EQ(frame8[c.looked], c.becomes);
         if (c.what == std::string_view("mean of the sides"))
             continue; // 55.5 there
-        ApplyPatches(frame16.data(), patches, 0xFFFF);
+        ApplyPatches<uint16_t>(patches, {frame16});
         EXPECT_NEAR(frame16[c.looked], c.becomes << 8, 255);
     }
     // 16-bit means keep the bits of the converter only.
     std::vector<uint16_t> frame(kWidth * kHeight, 0x1237);
     frame[18] = 0xFFFF;
-    ApplyPatches(frame.data(), ListPatches({18}, kWidth, kHeight, 1, PatchRule::kDenoise), 0xFFF0);
+    ApplyPatches<uint16_t>(ListPatches({18}, kWidth, kHeight, 1, PatchRule::kDenoise),
+                           {frame, 0, 0xFFF0});
     EXPECT_EQ(frame[18], 0x1230);
     // In a frame of two rows the last pixel has nothing on its right.
     EXPECT_TRUE(ListPatches({15}, 8, 2, 2, PatchRule::kDenoise).list.empty());
@@ -183,13 +184,24 @@ TEST(PixelPatchesTest, CopyAtBordersAndDenoiseWhatStandsOut)
 
 class HotPixelTable : public DarkTest {
   protected:
+    struct Loaded {
+        bool whole;
+        std::string printed;
+    };
     /// The table in the flash of a camera, as a host with it would use it.
-    static bool Load(OpenedCamera &camera, const Bytes &flash)
+    static Loaded Load(OpenedCamera &camera, const Bytes &flash)
     {
         Bus().With(camera.Device(), [&flash](vscsim::Camera &device) {
             std::ranges::copy(flash, device.Flash().begin() + 0x40000);
         });
-        return camera->LoadHPCTable();
+        Loaded result{};
+        result.printed = Printed([&] { result.whole = camera->LoadHPCTable(); });
+        return result;
+    }
+
+    static std::string LengthAnd(int length, const std::string &rest)
+    {
+        return "LoadHPC: Compressed length: " + std::to_string(length) + " :\n" + rest;
     }
 };
 
@@ -197,49 +209,66 @@ TEST_F(HotPixelTable, IsReadInChunksAndRefusedWhenItIsNone)
 {
     const std::string head = "gpif32 off;flash read 040000+2048;";
     const std::string second = "flash read 040800+";
+    const std::string none = "HPC Dead pixel:0\n";
+    const std::string tooLong = "LoadHPCTable: HPC data length too big\n";
+    // Far more blocks than the sensor has, then a pixel.
+    Bytes beyond(0x30000 - 8);
+    beyond.back() = 1;
+    std::string allChunks;
+    for (int chunk = 1; chunk < 0x30000 / 2048; ++chunk) {
+        char read[32];
+        (void)std::snprintf(read, sizeof read, "flash read %06X+2048;", 0x40000 + chunk * 2048U);
+        allChunks += read;
+    }
     const struct {
         const char *what;
         Bytes flash;
         bool loaded;
         std::string wire;
+        std::string printed;
     } cases[] = {
-        {"nothing", {}, false, ""},
-        {"other magic", {'V', 'S', 'C', 'E', 0, 0, 0, 8}, false, ""},
-        {"length 0", RecordOf(0, {}), true, ""},
-        {"length 7", RecordOf(7, {}), true, second + "256;"},
-        {"header alone", RecordOf(8, {}), true, second + "256;"},
-        {"short", RecordOf(300, Bytes(300)), true, second + "512;"},
-        {"a chunk", RecordOf(2048, Bytes(2040)), true, ""},
+        {"nothing", {}, false, "", ""},
+        {"other magic", {'V', 'S', 'C', 'E', 0, 0, 0, 8}, false, "", ""},
+        {"length 0", RecordOf(0, {}), true, "", LengthAnd(0, none)},
+        {"length 7", RecordOf(7, {}), true, second + "256;", LengthAnd(7, none)},
+        {"header alone", RecordOf(8, {}), true, second + "256;", LengthAnd(8, none)},
+        {"short", RecordOf(300, Bytes(300)), true, second + "512;", LengthAnd(300, none)},
+        {"a chunk", RecordOf(2048, Bytes(2040)), true, "", LengthAnd(2048, none)},
         {"two and a tail", RecordOf(4097, Bytes(4089)), true,
-         second + "2048;flash read 041000+256;"},
-        {"pair outside", RecordOf(2048, Bytes(2040, 0xFF)), true, ""}, // 1020 pairs in one block
-        {"blocks outside", RecordOf(10, {0xFF, 0xFF}), true, second + "256;"},
-        {"too long", RecordOf(0x30001, {}), false, ""},
-        {"as long as can be", RecordOf(0xFFFFFFFF, {}), false, ""},
+         second + "2048;flash read 041000+256;", LengthAnd(4097, none)},
+        {"two pixels", RecordOf(10, {0x01, 0x81}), true, second + "256;",
+         LengthAnd(10, "HPC Dead pixel:2\n")},
+        {"pair outside", RecordOf(0x30000, beyond), false, allChunks,
+         LengthAnd(0x30000, "Uncompress over flow,block25164544,x0,y0\n")},
+        {"too long", RecordOf(0x30001, {}), false, "", tooLong},
+        {"as long as can be", RecordOf(0xFFFFFFFF, {}), false, "", tooLong},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.what);
         OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM");
-        EXPECT_EQ(Load(camera, c.flash), c.loaded);
+        const Loaded result = Load(camera, c.flash);
+        EXPECT_EQ(result.whole, c.loaded);
+        EXPECT_EQ(result.printed, c.printed);
         EXPECT_EQ(camera.Traffic(), Wire(head + c.wire + "gpif32 on"));
     }
-    // Far more blocks than the sensor has, then a pixel: only this one is outside.
-    Bytes beyond(0x30000 - 8);
-    beyond.back() = 1;
-    OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM");
-    EXPECT_FALSE(Load(camera, RecordOf(0x30000, beyond)));
-    beyond.back() = 0;
-    EXPECT_TRUE(Load(camera, RecordOf(0x30000, beyond)));
 }
 
-TEST_F(HotPixelTable, ReadsAChunkThreeTimesAtMost)
+TEST_F(HotPixelTable, ReadsAChunkThreeTimesAtMostAndUsesWhatItHas)
 {
-    for (const uint64_t failures : {2U, 3U}) {
+    Bytes pairs(4088);
+    pairs[0] = 0x01; // byte 16 of the bitmap
+    pairs[1] = 0x10;
+    for (const size_t failures : {2U, 3U}) {
         OpenedCamera camera(
             std::in_place_type<CCameraS470MM>, "VSC470MM",
             {.faults = {
                  {.fault = Fault::RefuseRequest, .request = 0xC3, .from = 1, .count = failures}}});
-        EXPECT_EQ(Load(camera, RecordOf(4096, Bytes(4088))), failures < 3);
+        const Loaded result = Load(camera, RecordOf(4096, pairs));
+        EXPECT_EQ(result.whole, failures < 3);
+        std::string printed;
+        for (size_t i = 0; i < failures; ++i)
+            printed += "fail 1\n";
+        EXPECT_EQ(result.printed, LengthAnd(4096, printed + "HPC Dead pixel:1\n"));
     }
 }
 
@@ -251,25 +280,34 @@ TEST_F(HotPixelTable, IsWrittenWithReadBackAndThreeAttempts)
         vscsim::FaultPlan faults;
         bool saved;
         int writes;
+        std::string printed;
     } cases[] = {
-        {"a chunk and a tail", 10, {}, true, 2},
-        {"two whole chunks", 1008, {}, false, 2},
-        {"erase fails", 10, {{.fault = Fault::RefuseRequest, .request = 0xC4}}, false, 0},
+        {"a chunk and a tail", 10, {}, true, 2, ""},
+        {"two whole chunks", 1008, {}, false, 2, ""},
+        {"erase fails",
+         10,
+         {{.fault = Fault::RefuseRequest, .request = 0xC4}},
+         false,
+         0,
+         "Erase SPI FLASH sector 4 failed :\n"},
         {"two bad read-backs",
          10,
          {{.fault = Fault::ShortAnswer, .request = 0xC3, .count = 2, .amount = 9}},
          true,
-         4},
+         4,
+         "fail 0 try again :1\nfail 0 try again :2\n"},
         {"three bad read-backs",
          10,
          {{.fault = Fault::ShortAnswer, .request = 0xC3, .count = 3, .amount = 9}},
          false,
-         3},
+         3,
+         "fail 0 try again :1\nfail 0 try again :2\nfail 0 try again :3\n"},
         {"writing fails",
          10,
          {{.fault = Fault::RefuseRequest, .request = 0xC2, .count = UINT64_MAX}},
          false,
-         3},
+         3,
+         "fail 0 try again :1\nfail 0 try again :2\nfail 0 try again :3\n"},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.what);
@@ -280,7 +318,9 @@ TEST_F(HotPixelTable, IsWrittenWithReadBackAndThreeAttempts)
         for (size_t i = 0; i < c.hotBytes; ++i)
             dark[i * 8 + 3] = 200;
         ASSERT_EQ(LoadDark(*camera.operator->(), dark), 1);
-        EXPECT_EQ(camera->SaveHPCTable(), c.saved);
+        const auto save = [&] { EXPECT_EQ(camera->SaveHPCTable(), c.saved); };
+        EXPECT_EQ(Printed(save), "SaveHPC: Compressed length: " +
+                                     std::to_string(2080 + 2 * c.hotBytes) + " :\n" + c.printed);
         const std::vector<std::string> traffic = camera.Traffic();
         EXPECT_EQ(traffic.front(), "gpif32 off");
         EXPECT_EQ(traffic.back(), "gpif32 on");
@@ -298,7 +338,8 @@ TEST_F(HotPixelTable, IsRefusedWhenItWouldReachTheIdentity)
     for (size_t i = 0; i < 100'000; ++i)
         dark[i * 8] = 200;
     ASSERT_EQ(LoadDark(*camera.operator->(), dark), 1);
-    EXPECT_FALSE(camera->SaveHPCTable());
+    EXPECT_EQ(Printed([&] { EXPECT_FALSE(camera->SaveHPCTable()); }),
+              "SaveHPC: Compressed length: 202080 :\nSaveHPC: Compressed length too big\n");
     EXPECT_EQ(camera.Traffic(), Wire("gpif32 off;gpif32 on"));
 }
 
