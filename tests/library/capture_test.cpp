@@ -1,3 +1,4 @@
+#include "api/session.h"
 #include "core/gamma.h"
 #include "library/capture_fixture.h"
 #include "library/picture.h"
@@ -117,6 +118,45 @@ TEST_F(CaptureTest, AppliesBalanceAndGammaToAFlippedMosaic)
         startCapture();
         const Bytes image = NextFrame(1000);
         EXPECT_TRUE(image == c.process(kRaw.Image(0)) || image == c.process(kRaw.Image(1)));
+        Remove(device);
+    }
+}
+
+TEST_F(CaptureTest, MarksTheTimeInImagesOfBytesThatHaveRoomForIt)
+{
+    const struct {
+        Picture picture;
+        bool marked;
+    } cases[] = {
+        {{"VSC470MM", 208, 32, 1, VSC_IMG_RAW8, 0, 0}, true},
+        {{"VSC470MM", 208, 24, 2, VSC_IMG_RGB24, 0, 0}, true},
+        {{"VSC470MM", 208, 32, 1, VSC_IMG_RAW16, 0, 0}, false},
+        {{"VSC470MM", 192, 32, 1, VSC_IMG_RAW8, 0, 0}, false},
+        {{"VSC470MM", 208, 22, 1, VSC_IMG_RAW8, 0, 0}, false},
+    };
+    for (const auto &[picture, marked] : cases) {
+        SCOPED_TRACE(testing::Message()
+                     << picture.width << "x" << picture.height << " type " << picture.type);
+        const int device = OpenOne(picture.model);
+        ASSERT_TRUE(setImageFormat(picture.width, picture.height, picture.bin, picture.type));
+        setStartPos(0, 0);
+        CurrentCamera()->SetTimeMark(true);
+        ASSERT_EQ(Expose(), VSC_EXP_SUCCESS);
+        const Bytes image = ExposedFrame();
+        const Bytes unmarked = picture.Image(0);
+        ASSERT_EQ(image.size(), unmarked.size());
+        const size_t pixelBytes = FrameBytes() / static_cast<size_t>(getWidth() * getHeight());
+        int drawn = 0;
+        for (size_t i = 0; i < image.size(); ++i) {
+            if (image[i] == unmarked[i])
+                continue;
+            ++drawn;
+            const auto pixel = static_cast<int>(i / pixelBytes);
+            const int fromRight = picture.width - pixel % picture.width;
+            const int y = pixel / picture.width;
+            ASSERT_TRUE(y >= 8 && y < 24 && fromRight <= 200 && fromRight > 64) << pixel;
+        }
+        EXPECT_EQ(drawn > 300, marked) << drawn; // 16 letters of 11 rows
         Remove(device);
     }
 }

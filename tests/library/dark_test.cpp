@@ -1,5 +1,6 @@
 #include "core/dark_frames.h"
 #include "core/gamma.h"
+#include "core/hot_pixel_record.h"
 #include "library/dark_fixture.h"
 #include "library/picture.h"
 
@@ -52,6 +53,34 @@ TEST(DarkFramesTest, TakesMoreFramesOfShorterExposures)
                                               {775'999, 2}, {776'000, 1}, {2'000'000'000, 1}};
     for (const auto &[exposureUs, frames] : cases)
         EXPECT_EQ(DarkFramesFor(exposureUs), frames) << exposureUs;
+}
+
+TEST(DarkFramesTest, AreTheMeansOfOneWholeCapture)
+{
+    DarkFrames dark;
+    dark.Request(2);
+    EXPECT_FALSE(dark.Add(Bytes(6, 200)));
+    dark.Request(0); // given up in the middle
+    EXPECT_FALSE(dark.Requested());
+    EXPECT_FALSE(dark.Add(Bytes(6, 200)));
+    EXPECT_TRUE(dark.Image().empty());
+    dark.Request(2);
+    EXPECT_FALSE(dark.Add(Bytes{0, 1, 10, 11, 80, 255}));
+    EXPECT_TRUE(dark.Requested());
+    EXPECT_TRUE(dark.Add(Bytes{0, 1, 20, 21, 90, 255}));
+    EXPECT_FALSE(dark.Requested());
+    EXPECT_EQ(dark.Image(), (Bytes{0, 0, 15, 15, 85, 254})); // divided before they are added
+    EXPECT_EQ(Printed([&] {
+                  dark.Cut({.sensor = {3, 2}, .frame = {3, 2}});
+              }),
+              "avarage:61\nDead pixel:1\n");
+    // More than 30 above the mean is much.
+    dark.SetImage({41, 41, 40, 41, 0, 0});
+    EXPECT_EQ(Printed([&] {
+                  dark.Cut({.sensor = {3, 2}, .y = 1, .frame = {3, 1}});
+              }),
+              "avarage:13\nDead pixel:0\n");
+    EXPECT_EQ(dark.Current().working->pixels, (Bytes{41, 0, 0}));
 }
 
 class DarkFile : public DarkTest {
@@ -130,6 +159,24 @@ TEST_F(DarkFile, IsRefusedWhateverIsWrongWithIt)
 
 class DarkSubtraction : public DarkTest {
   protected:
+    /// What samples become with a dark frame of one level everywhere.
+    static std::vector<uint16_t> Values(int type, int gamma, int darkLevel)
+    {
+        GammaTable8 gamma8{};
+        FillGammaTable(gamma, gamma8);
+        const auto gamma16 = std::make_unique<GammaTable16>();
+        FillGammaTable(gamma, *gamma16);
+        std::vector<uint16_t> values(type == VSC_IMG_RAW16 ? gamma16->size() : gamma8.size());
+        for (size_t v = 0; v < values.size(); ++v) {
+            const size_t rest = std::max(v, static_cast<size_t>(darkLevel));
+            const bool linear = gamma == kLinearGamma;
+            values[v] = static_cast<uint16_t>(linear                  ? rest
+                                              : type == VSC_IMG_RAW16 ? (*gamma16)[rest]
+                                                                      : gamma8[rest]);
+        }
+        return values;
+    }
+
     static Bytes Frame(CCameraBase &camera)
     {
         Bytes frame(static_cast<size_t>(camera.Width() * camera.Height()));
@@ -145,22 +192,36 @@ TEST_F(DarkSubtraction, KeepsTheOldFrameUnlessTheNewOneIsThere)
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
     ASSERT_EQ(LoadDark(*camera.operator->(), Bytes(kSensor.width * kSensor.height, 9)), 1);
     WriteAll(InFolder("small.bmp"), Bytes(100));
+    WriteAll(InFolder("header.bmp"), Bytes{'B', 'M', 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
+    WriteAll(InFolder("empty.bmp"), {});
     const struct {
         std::string path;
         int result;
         bool kept;
+        std::string says;
     } cases[] = {
-        {InFolder("small.bmp"), 0, true},
-        {InFolder("missing.bmp"), 6, false},
-        {pipe, 6, false},
-        {InFolder(""), 6, false},
+        {InFolder("small.bmp"), 0, true, ""},
+        {InFolder("header.bmp"), 0, true, "Read bmp infomation failed!\n"},
+        {InFolder("empty.bmp"), 0, true, "Read bmp header failed!\n"},
+        {InFolder("missing.bmp"), 6, false, "Open file " + InFolder("missing.bmp") + " failed!\n"},
+        {pipe, 6, false, "Open file " + pipe + " failed!\n"},
+        {InFolder(""), 6, false, "Open file " + InFolder("") + " failed!\n"},
     };
     for (const auto &c : cases) {
         ASSERT_EQ(LoadDark(*camera.operator->(), Bytes(kSensor.width * kSensor.height, 9)), 1);
-        EXPECT_EQ(camera->LoadBMPFromFile(c.path.c_str()), c.result) << c.path;
+        int result = -1;
+        const auto load = [&] { result = camera->LoadBMPFromFile(c.path.c_str()); };
+        EXPECT_EQ(Printed(load), c.says) << c.path;
+        EXPECT_EQ(result, c.result) << c.path;
         EXPECT_EQ(camera->SaveBMPToFile(InFolder("kept.bmp").c_str()), c.kept ? 1 : 0) << c.path;
     }
     EXPECT_EQ(camera->SaveBMPToFile(InFolder("no/folder").c_str()), 0);
+    EXPECT_EQ(Printed([&] {
+                  (void)LoadDark(*camera.operator->(), Bytes(kSensor.width * kSensor.height, 9));
+              }),
+              "avarage:9\nDead pixel:0\nOpen file " + InFolder("dark.bmp") + " --> succeed!\n");
+    EXPECT_EQ(Printed([&] { (void)camera->SaveBMPToFile(InFolder("dark.bmp").c_str()); }),
+              "Save file " + InFolder("dark.bmp") + " --> succeed!\n");
 }
 
 /// Before a sky that saturates the sensor, a dark frame like a chess board shows where it was cut.
@@ -213,23 +274,86 @@ TEST_F(DarkSubtraction, FollowsARegionThatMovesDuringVideoInEveryFamily)
     }
 }
 
+/// Dark frame, gamma, hot pixels, bright pixels: the order shows where one pixel is copied from its
+/// neighbour, which is patched then.
+TEST_F(DarkSubtraction, AndPatchesComeInTheirOrderWhereTheyApply)
+{
+    constexpr int kLevel = 9;
+    constexpr int kWidth = 160;
+    constexpr int kHotRow = 4; // its first pixel is hot, its second bright
+    Bytes dark(kSensor.width * kSensor.height, kLevel);
+    dark[kHotRow * kSensor.width + 1] = 255;
+    const std::string path = InFolder("bright.bmp");
+    ASSERT_TRUE(CreateBMP(path.c_str(), kSensor, dark));
+    TellTheOffset(path);
+    Bytes hot(kSensor.width * kSensor.height / 8);
+    hot[kHotRow * kSensor.width / 8] = 1;
+    const struct {
+        const char *what;
+        int type;
+        int gamma;
+        int exposureUs;
+        bool autoExposure;
+        bool subtracted;
+    } cases[] = {
+        {"8 bits", VSC_IMG_RAW8, 50, 10'000, false, true},
+        {"with gamma", VSC_IMG_RAW8, 80, 10'000, false, true},
+        {"short automatic exposure", VSC_IMG_RAW8, 80, 499'999, true, false},
+        {"long automatic exposure", VSC_IMG_RAW8, 80, 500'000, true, true},
+        {"16 bits", VSC_IMG_RAW16, 50, 10'000, false, false},
+        {"16 bits with gamma", VSC_IMG_RAW16, 80, 10'000, false, false},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.what);
+        const int device = OpenOne("VSC470MM");
+        Bus().With(device, [&hot](vscsim::Camera &camera) {
+            std::ranges::copy(Compress(hot), camera.Flash().begin() + 0x40000);
+        });
+        ASSERT_TRUE(initCamera()); // finds the table
+        ASSERT_TRUE(setImageFormat(kWidth, 120, 1, c.type));
+        setStartPos(0, 0);
+        setValue(CONTROL_GAMMA, c.gamma, false);
+        setValue(CONTROL_EXPOSURE, c.exposureUs, c.autoExposure);
+        ASSERT_TRUE(EnableDarkSubtract(path.c_str()));
+        startExposure();
+        while (getExpStatus() == VSC_EXP_WORKING)
+            SleepFor(std::chrono::milliseconds(50));
+        const Bytes image = ExposedFrame();
+        ASSERT_FALSE(image.empty());
+
+        const int sampleBytes = c.type == VSC_IMG_RAW16 ? 2 : 1;
+        const Picture picture{.model = "VSC470MM",
+                              .width = kWidth,
+                              .height = 120,
+                              .bin = 1,
+                              .type = c.type,
+                              .startX = 0,
+                              .startY = 0,
+                              .values = Values(c.type, c.gamma, c.subtracted ? kLevel : 0)};
+        const auto patched = [&](uint32_t frame) {
+            Bytes expected = picture.Image(frame);
+            const auto put = [&](int x, uint32_t value) {
+                for (int i = 0; i < sampleBytes; ++i, value >>= 8)
+                    expected[static_cast<size_t>((kHotRow * kWidth + x) * sampleBytes + i)] =
+                        static_cast<uint8_t>(value);
+            };
+            // The dark frame leaves nothing of the bright pixel but the mean.
+            const uint32_t bright =
+                c.subtracted ? picture.values[0] : picture.ReadOut(frame, 1, kHotRow);
+            put(0, bright);
+            put(1, (bright + picture.ReadOut(frame, 2, kHotRow)) / 2);
+            return expected;
+        };
+        EXPECT_TRUE(image == patched(0) || image == patched(1));
+        Remove(device);
+    }
+}
+
 /// Hosts may ask for any factor, far beyond those for which rows are kept.
 TEST_F(DarkSubtraction, AndGammaComeBeforeBinningByWhateverFactor)
 {
     constexpr int kLevel = 9; // of the dark frame, everywhere
     constexpr int kGamma = 80;
-    const auto values = [](int type, bool dark) {
-        GammaTable8 gamma8{};
-        FillGammaTable(kGamma, gamma8);
-        const auto gamma16 = std::make_unique<GammaTable16>();
-        FillGammaTable(kGamma, *gamma16);
-        if (type == VSC_IMG_RAW16)
-            return std::vector<uint16_t>(gamma16->begin(), gamma16->end());
-        std::vector<uint16_t> table;
-        for (int v = 0; v < 256; ++v)
-            table.push_back(gamma8[static_cast<size_t>(dark ? std::max(v, int{kLevel}) : v)]);
-        return table;
-    };
     const std::string path = InFolder("level.bmp");
     ASSERT_TRUE(CreateBMP(path.c_str(), kSensor, Bytes(kSensor.width * kSensor.height, kLevel)));
     TellTheOffset(path);
@@ -237,15 +361,16 @@ TEST_F(DarkSubtraction, AndGammaComeBeforeBinningByWhateverFactor)
         for (const int type : {VSC_IMG_RAW8, VSC_IMG_RAW16}) {
             for (const int bin : {5, 8, 16}) {
                 for (const bool dark : {false, true}) {
-                    const Picture picture{.model = model,
-                                          .width = 1920 / bin / 8 * 8,
-                                          .height = 4,
-                                          .bin = bin,
-                                          .type = type,
-                                          .startX = 0,
-                                          .startY = 0,
-                                          .flipX = true,
-                                          .values = values(type, dark)};
+                    const Picture picture{
+                        .model = model,
+                        .width = 1920 / bin / 8 * 8,
+                        .height = 4,
+                        .bin = bin,
+                        .type = type,
+                        .startX = 0,
+                        .startY = 0,
+                        .flipX = true,
+                        .values = Values(type, kGamma, dark && type == VSC_IMG_RAW8 ? kLevel : 0)};
                     SCOPED_TRACE(testing::Message() << model << " bin " << bin << " type " << type
                                                     << (dark ? " dark" : ""));
                     const int device = OpenOne(model);

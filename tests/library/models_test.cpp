@@ -45,6 +45,7 @@ struct Sensor {
     Range gain;
     Range brightness;
     FpgaTiming timing; // of cameras that have an FPGA, where it is known
+    int adcBits = 12;
 };
 
 // clang-format off
@@ -62,13 +63,13 @@ constexpr Sensor k440 = {1944, 1224, 3.75, 0, 2, 1, 5.584F, {10, 26, 240, 75}, {
 constexpr Sensor k372 = {1944, 1224, 2.8, 3, 2, 1, 4.0F, {9, 25, -1, -1}, {0, 480, 200}, {0, 240, 1},
                          {42'830, 256'981, {2'200, 4'400, 0}, {}}};
 constexpr Sensor k430 = {3096, 2080, 2.4, 0, 4, 1, 0.916F, {25, 25, 270, 340}, {0, 510, 210}, {0, 600, 10},
-                         {43'000, 385'000, {27'000, 27'000, 0}, {}}};
+                         {43'000, 385'000, {27'000, 27'000, 0}, {}}, 14};
 constexpr Sensor k083 = {4944, 3284, 4.78, 0, 4, 1, 2.82F, {8, 20, 300, 65}, {0, 600, 200}, {0, 1024, 5},
-                         {43'272, 325'643, {20'250, 20'250, 0}, {}}};
+                         {43'272, 325'643, {20'250, 20'250, 0}, {}}, 14};
 constexpr Sensor k065 = {7376, 4928, 5.97, 0, 4, 1, 1.0F, {10, 21, 300, 50}, {0, 600, 200}, {0, 1024, 5},
-                         {43'272, 333'333, {20'250, 20'250, 0}, {}}};
+                         {43'272, 333'333, {20'250, 20'250, 0}, {}}, 14};
 constexpr Sensor k385 = {6032, 4032, 5.97, 0, 4, 1, 1.0F, {10, 21, 300, 50}, {0, 600, 200}, {0, 1024, 5},
-                         {43'272, 333'333, {20'250, 20'250, 0}, {}}};
+                         {43'272, 333'333, {20'250, 20'250, 0}, {}}, 14};
 constexpr Sensor k048MC = {640, 480, 3.75, 0, 1, 1, 0.0F, kNoFigures, {0, 600, 200}, {0, 240, 1}, {}};
 constexpr Sensor k048MM = {640, 480, 4.8, 0, 1, 1, 0.0F, kNoFigures, {0, 100, 50}, {0, 240, 1}, {}};
 constexpr Sensor k340 = {1280, 960, 3.75, 2, 2, 1, 3.712F, {2, 5, 48, 9}, {0, 100, 50}, {0, 20, 0}, {}};
@@ -281,6 +282,7 @@ TEST_F(ModelsTest, EachModelIsWhatItsDataSheetSays)
         std::array<int, 4> figures{};
         getGainOffset(&figures[0], &figures[1], &figures[2], &figures[3]);
         EXPECT_EQ(figures, sheet.sensor.figures);
+        EXPECT_EQ(CurrentCamera()->Model().adcBits, sheet.sensor.adcBits);
 
         ExpectRange(CONTROL_GAIN, sheet.sensor.gain);
         ExpectRange(CONTROL_EXPOSURE, sheet.exposureUs);
