@@ -9,6 +9,8 @@ namespace {
 
 constexpr size_t kRegisters = 0x400;
 
+constexpr uint16_t kPower = 0x00;
+constexpr uint16_t kWakingUp = 0x0053; // of the power register
 constexpr uint16_t kBinning = 0x20;
 constexpr uint16_t kBits = 0x21;
 constexpr uint16_t kGain = 0x30; // steps of 0.1 dB
@@ -35,9 +37,10 @@ const BinningSensor::Mode BinningSensor::kModes[] = {
     {1, 12, 680}, {1, 10, 435}, {2, 10, 397}, {3, 10, 397}};
 
 const BinningSensor::Setting BinningSensor::kAwake[] = {
-    {0x00, 0x0173}, {0x05, 0x1000}, {0x06, 0x7C00}, {0x11, 0x3C43}, {0x1C, 0x0008}};
-const BinningSensor::Setting BinningSensor::kAsleepExposing[] = {
-    {0x00, 0x0000}, {0x05, 0x1000}, {0x06, 0x7C00}, {0x11, 0x3C40}, {0x1C, 0x0008}, {0x60, 0x0011}};
+    {kPower, 0x0173}, {0x05, 0x1000}, {0x06, 0x7C00}, {0x11, 0x3C43}, {0x1C, 0x0008}};
+const BinningSensor::Setting BinningSensor::kAsleepExposing[] = {{kPower, 0x0000}, {0x05, 0x1000},
+                                                                 {0x06, 0x7C00},   {0x11, 0x3C40},
+                                                                 {0x1C, 0x0008},   {0x60, 0x0011}};
 
 BinningSensor::BinningSensor(PixelArray pixels, const BinningTraits &traits)
     : m_pixels(pixels), m_traits(traits), m_registers(kRegisters)
@@ -46,8 +49,20 @@ BinningSensor::BinningSensor(PixelArray pixels, const BinningTraits &traits)
 
 void BinningSensor::WriteWord(uint16_t address, uint16_t value)
 {
-    if (address < kRegisters)
-        m_registers[address] = value;
+    if (address >= kRegisters)
+        return;
+    m_registers[address] = value;
+    // On the way from one state to the next, it goes on as it was.
+    if (address == kPower && value != kWakingUp)
+        m_power = SelectedPower();
+}
+
+BinningSensor::Power BinningSensor::SelectedPower() const
+{
+    const auto holds = [this](const Setting &setting) { return Is(setting); };
+    if (std::ranges::all_of(kAwake, holds))
+        return Power::Awake;
+    return std::ranges::all_of(kAsleepExposing, holds) ? Power::AsleepExposing : Power::Asleep;
 }
 
 uint16_t BinningSensor::ReadWord(uint16_t address) const
@@ -74,13 +89,11 @@ Window BinningSensor::ReadoutWindow() const
 
 SensorReadout BinningSensor::Readout() const
 {
-    const auto holds = [this](const Setting &setting) { return Is(setting); };
-    const bool keepsExposing = std::ranges::all_of(kAsleepExposing, holds);
     const Mode *const mode = ReadoutMode();
-    if (!mode || !(keepsExposing || std::ranges::all_of(kAwake, holds)))
+    if (!mode || m_power == Power::Asleep)
         return {};
     return {.streaming = true,
-            .keepsExposing = keepsExposing,
+            .keepsExposing = m_power == Power::AsleepExposing,
             .window = ReadoutWindow(),
             .blankColumns = kBlankColumns,
             .bin = mode->binning,

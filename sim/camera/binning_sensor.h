@@ -35,13 +35,17 @@ class BinningSensor final : public Sensor {
     static const Setting kAwake[];
     static const Setting kAsleepExposing[];
 
+    enum class Power { Asleep, Awake, AsleepExposing };
+
     bool Is(const Setting &setting) const { return ReadWord(setting.address) == setting.value; }
+    Power SelectedPower() const;
     const Mode *ReadoutMode() const;
     Window ReadoutWindow() const;
 
     PixelArray m_pixels;
     BinningTraits m_traits;
     std::vector<uint16_t> m_registers;
+    Power m_power = Power::Asleep;
 };
 
 } // namespace vscsim
