@@ -161,8 +161,12 @@ class CCameraBase : public CCameraFX3 {
     /// Whether exposure and gain are the auto-control thread's; of longer frames each counts, and
     /// the worker looks at every one.
     bool AutoControlByThread() const;
-    /// Whether anybody would look at a frame.
-    bool AnyAutomatic() const { return m_exposureAuto || m_gainAuto || m_whiteBalanceAuto; }
+    /// Whether the auto-control thread would look at a frame. One that the worker steps by is not
+    /// for both: exposure would be changed twice for it.
+    bool AutoThreadLooks() const
+    {
+        return m_whiteBalanceAuto || ((m_exposureAuto || m_gainAuto) && AutoControlByThread());
+    }
 
     // What the model is and what is set.
     const CameraModel &Model() const { return m_model; }

@@ -181,7 +181,7 @@ bool CaptureWorker::InsertFrame(bool good)
     if (!inserted && !m_camera.SingleExposure())
         m_camera.AddDroppedFrames(1);
     m_camera.Raw().Complete(frame.size(),
-                            {.copied = inserted, .lookedAt = good && m_camera.AnyAutomatic()});
+                            {.copied = inserted, .lookedAt = good && m_camera.AutoThreadLooks()});
     return inserted;
 }
 
