@@ -67,6 +67,7 @@ bool CaptureWorker::StartStream()
     StartDataPath();
     m_camera.ResetEndPoint(m_endpoint);
     m_drops = m_emptyReads = m_refusedReads = m_silentResets = 0;
+    m_timedByHost = m_camera.Exposure().timedByHost;
     return m_camera.initAsyncXfer(m_frameBytes, m_transferCount, kTransferBytes, m_endpoint);
 }
 
@@ -79,6 +80,8 @@ CaptureWorker::Turn CaptureWorker::CaptureOneFrame()
 {
     FollowExposure();
     const ExposureSetting exposure = m_camera.Exposure();
+    if (std::exchange(m_timedByHost, exposure.timedByHost) != exposure.timedByHost)
+        m_mixedExposure = true;
     const uint64_t lossUs = static_cast<uint64_t>(m_drops) * exposure.us;
     if (m_camera.SingleExposure() && lossUs > kSingleExposureLossUs)
         return Fail();
@@ -174,21 +177,22 @@ bool CaptureWorker::SilentTooOften()
     return m_camera.SingleExposure() && ++m_silentResets >= kSilentResetsToFail;
 }
 
-bool CaptureWorker::InsertFrame(bool good)
+bool CaptureWorker::InsertFrame(bool measurable)
 {
     const std::span<uint8_t> frame = Frame();
     const bool inserted = m_camera.Frames().InsertBuff(frame.data(), m_frameBytes);
     if (!inserted && !m_camera.SingleExposure())
         m_camera.AddDroppedFrames(1);
-    m_camera.Raw().Complete(frame.size(),
-                            {.copied = inserted, .lookedAt = good && m_camera.AutoThreadLooks()});
+    m_camera.Raw().Complete(
+        frame.size(), {.copied = inserted, .lookedAt = measurable && m_camera.AutoThreadLooks()});
     return inserted;
 }
 
 CaptureWorker::Turn CaptureWorker::HandleGoodFrame()
 {
     const std::span<uint8_t> frame = Frame();
-    const bool inserted = InsertFrame(true);
+    const bool exposedAsSet = !std::exchange(m_mixedExposure, false);
+    const bool inserted = InsertFrame(exposedAsSet);
     if (m_camera.SingleExposure()) {
         if (!inserted)
             return Fail();
@@ -197,7 +201,8 @@ CaptureWorker::Turn CaptureWorker::HandleGoodFrame()
         m_camera.SetExpStatus(kExpSuccess);
         return Turn::Leave;
     }
-    if (!m_camera.AutoControlByThread() && (m_camera.GainAuto() || m_camera.ExposureAuto()))
+    if (exposedAsSet && !m_camera.AutoControlByThread() &&
+        (m_camera.GainAuto() || m_camera.ExposureAuto()))
         m_camera.AutoExpGain(frame);
     return Turn::GoOn;
 }

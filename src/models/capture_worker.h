@@ -48,9 +48,9 @@ class CaptureWorker {
 
     std::span<uint8_t> Frame() const;
     Turn HandleGoodFrame();
-    /// Hands the frame to the buffer, and a good one to the automatics; counts it as dropped in
-    /// video mode when it is refused.
-    bool InsertFrame(bool good);
+    /// Hands the frame to the buffer, and one that tells something to the auto-control thread;
+    /// counts it as dropped in video mode when it is refused.
+    bool InsertFrame(bool measurable);
     void HandleDrop();
     /// Counts a read that brought nothing, lets the endpoint work again, and does not spin.
     /// @return whether there were so many in a row that a reset is due
@@ -87,6 +87,10 @@ class CaptureWorker {
 
     const uint8_t m_endpoint;
     const std::chrono::milliseconds m_autoControlPass;
+    bool m_timedByHost = false; // the exposure of the present frame
+    // A sensor that runs on while the host begins or ends to time it exposes one frame in both
+    // ways, for a time that nobody set: the next one that comes is nothing to regulate by.
+    bool m_mixedExposure = false;
     int m_refusedReads = 0; // reads in a row for which nothing could be queued
     int m_silentResets = 0; // of a single exposure, for want of any byte
     uint32_t m_lastBurst = 0;
