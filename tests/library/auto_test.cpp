@@ -1,16 +1,21 @@
 #include "core/auto_exposure.h"
 #include "core/auto_white_balance.h"
 #include "image/raw_frames.h"
-#include "library/host_fixture.h"
+#include "library/capture_fixture.h"
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace vsccam {
+
+using namespace std::chrono_literals;
+
 namespace {
 
 /// "g56 e1500 g62": gain and exposure in the order they are set, on a sensor with lines of 20 us.
@@ -262,138 +267,318 @@ class AutoLoopTest : public HostTest {
         return high;
     }
 
+    /// Of a raw frame, from 0 to 255.
+    static double Brightness(const Bytes &frame)
+    {
+        return Means(getImgType() == VSC_IMG_RAW16 ? HighBytes(frame) : frame, 1)[0];
+    }
+
     template <class... Values> static void Show(const char *format, Values... values)
     {
         if (std::getenv("VSCCAM_SHOW_STEPS")) // NOLINT(concurrency-mt-unsafe): nobody sets it
             std::printf(format, values...);
     }
+
+    enum class Auto { kExposure, kGain, kBoth };
+    static const char *NameOf(Auto automatic)
+    {
+        constexpr const char *kNames[] = {"exposure", "gain", "both"};
+        return kNames[static_cast<int>(automatic)];
+    }
+    struct Setting {
+        int exposureUs;
+        int gain;
+
+        bool operator==(const Setting &) const = default;
+    };
+    static Setting Now()
+    {
+        return {getValue(CONTROL_EXPOSURE, nullptr), getValue(CONTROL_GAIN, nullptr)};
+    }
+    static void Start(const Setting &start, Auto automatic)
+    {
+        setValue(CONTROL_GAIN, start.gain, automatic != Auto::kExposure);
+        setValue(CONTROL_EXPOSURE, start.exposureUs, automatic != Auto::kGain);
+        startCapture();
+    }
 };
 
 TEST_F(AutoLoopTest, BringsBrightnessIntoItsBandAndKeepsItThere)
 {
+    struct Format {
+        int type = VSC_IMG_RAW8;
+        int bin = 1;
+        bool hardwareBin = false;
+        int sum = 1; // of so many pixels is what has to reach the target
+    };
+    constexpr Format k8{};
+    constexpr Format k16{VSC_IMG_RAW16};
+    constexpr Format kBin2{VSC_IMG_RAW8, 2, false, 4}; // what is delivered is their mean
+    constexpr Format k16Bin2{VSC_IMG_RAW16, 2};
+    constexpr Format kHardBin2{VSC_IMG_RAW8, 2, true};
+    constexpr Format kHardBin4{VSC_IMG_RAW8, 4, true, 4};
+    struct Range {
+        int from, to;
+    };
+    constexpr Range kShort{16, 99'999};           // the auto-control thread's
+    constexpr Range kLong{100'000, 3'999'999};    // the worker's
+    constexpr Range kLongest{4'000'001, INT_MAX}; // too long for the sensors of USB 2.0 cameras
+    using enum Auto;
     const struct {
         const char *model;
         double glow;
-        int exposureUs, gain; // at the start
-        bool exposureAuto, gainAuto;
-        bool endsLong; // at 100 ms and more, where the worker controls
-        int bin = 1;
-        bool hardwareBin = false;
-        int type = VSC_IMG_RAW8;
+        Setting start;
+        Auto automatic;
+        Range ends;
+        Format format = {};
     } cases[] = {
-        {"VSC470MC", 300, 32, 200, true, false, false},
-        {"VSC470MC", 300, 90'000, 200, true, false, false},
-        {"VSC470MC", 300, 32, 200, true, true, false},
-        {"VSC470MC", 1, 100'000, 200, true, false, true},
-        {"VSC470MC", 1, 15'000'000, 200, true, false, true},
-        {"VSC470MM", 1, 32, 0, true, true, true},
-        {"VSC470MM", 5, 2'000'000, 0, true, true, true},
-        {"VSC2800MC", 300, 90'000, 200, true, false, false},
-        {"VSC2800MC", 300, 90'000, 200, true, false, false, 2, true},
-        {"VSC340MM", 300, 60'000, 20, true, false, false, 1, false, VSC_IMG_RAW16},
-        {"VSC048MC", 1000, 16, 200, true, false, false},
-        {"VSC048MC", 1000, 60'000, 200, true, false, false},
+        {"VSC470MC", 300, {32, 200}, kExposure, kShort, k8},
+        {"VSC470MC", 300, {90'000, 200}, kExposure, kShort, k8},
+        {"VSC470MC", 300, {500, 20}, kBoth, kShort, k8},
+        {"VSC470MC", 300, {200, 200}, kExposure, kShort, kBin2},
+        {"VSC470MM", 300, {90'000, 200}, kBoth, kShort, k16Bin2},
+        {"VSC470MC", 1, {100'000, 200}, kExposure, kLong, k8},
+        {"VSC470MC", 1, {15'000'000, 200}, kExposure, kLong, k8},
+        {"VSC470MC", 30, {400'000, 300}, kExposure, kShort, k8},
+        {"VSC470MM", 0.2, {10'000, 0}, kBoth, kLong, k8},
+        {"VSC470MM", 5, {2'000'000, 0}, kBoth, kLong, k8},
+        {"VSC470MM", 300, {10'000, 0}, kGain, kShort, k8},
+        {"VSC470MM", 300, {10'000, 300}, kGain, kShort, k8},
+        {"VSC470MM", 5, {400'000, 400}, kGain, kLong, k16},
+        {"VSC2800MM", 300, {400, 200}, kExposure, kShort, k8},
+        {"VSC2800MC", 300, {90'000, 200}, kExposure, kShort, k8},
+        {"VSC2800MC", 300, {90'000, 200}, kExposure, kShort, kHardBin2},
+        {"VSC2800MM", 300, {90'000, 200}, kExposure, kShort, kHardBin4},
+        {"VSC2800MC", 1, {100'000, 200}, kExposure, kLong, k16},
+        {"VSC2800MM", 1, {15'000'000, 200}, kBoth, kLong, k8},
+        {"VSC340MM", 300, {600, 20}, kExposure, kShort, k8},
+        {"VSC340MM", 300, {60'000, 20}, kExposure, kShort, k16},
+        {"VSC340MC", 1, {30'000, 20}, kExposure, kLongest, k8},
+        {"VSC340MM", 1, {25'000'000, 20}, kExposure, kLongest, k16},
+        {"VSC340MM", 20, {25'000'000, 20}, kBoth, kLong, k8},
+        {"VSC340MC-S", 300, {60'000, 90}, kBoth, kShort, k8},
+        {"VSC340MM-S", 1, {30'000, 20}, kExposure, kLongest, k16},
+        {"VSC350MM", 300, {500, 0}, kBoth, kShort, k16},
+        {"VSC350MM", 10, {10'000'000, 20}, kExposure, kLong, k8},
+        {"VSC052MC", 300, {1'000, 20}, kExposure, kShort, k8},
+        {"VSC056MM", 300, {90'000, 20}, kExposure, kShort, k8},
+        {"VSC056MC", 1, {15'000'000, 20}, kExposure, kLongest, k8},
+        {"VSC047MC", 10, {5'000, 20}, kBoth, kLong, k8},
+        {"VSC048MC", 1000, {200, 200}, kExposure, kShort, k8},
+        {"VSC048MC", 1000, {60'000, 200}, kExposure, kShort, k16},
+        {"VSC048MM", 15, {10'000, 0}, kBoth, {64'000, 64'000}, k8}, // its longest, then gain alone
     };
     for (const auto &c : cases) {
-        SCOPED_TRACE(testing::Message() << c.model << " from " << c.exposureUs << " us at bin "
-                                        << c.bin << (c.hardwareBin ? " of the sensor" : ""));
+        SCOPED_TRACE(testing::Message() << c.model << " from " << c.start.exposureUs << " us, type "
+                                        << c.format.type << ", bin " << c.format.bin);
         const int device = OpenOne(c.model, Sky({c.glow, c.glow, c.glow}));
-        setValue(CONTROL_HARDWARE_BIN, c.hardwareBin, false);
-        ASSERT_TRUE(setImageFormat(320, 240, c.bin, c.type));
+        setValue(CONTROL_HARDWARE_BIN, c.format.hardwareBin, false);
+        ASSERT_TRUE(setImageFormat(256, 128, c.format.bin, c.format.type));
+        setStartPos(0, 0);
         setAutoPara(600, 30, kTarget);
-        setValue(CONTROL_GAIN, c.gain, c.gainAuto);
-        setValue(CONTROL_EXPOSURE, c.exposureUs, c.exposureAuto);
-        startCapture();
-        Show("%s, %d us, gain %d, auto %s%s\n", c.model, c.exposureUs, c.gain,
-             c.exposureAuto ? "exposure " : "", c.gainAuto ? "gain" : "");
+        Start(c.start, c.automatic);
+        Show("%s, glow %g, type %d, bin %d%s: %d us, gain %d, automatic %s\n", c.model, c.glow,
+             c.format.type, c.format.bin, c.format.hardwareBin ? " of the sensor" : "",
+             c.start.exposureUs, c.start.gain, NameOf(c.automatic));
+        const int enough = c.ends.from >= kLong.from ? 10 : 100;
         int inBand = 0;
-        int shownUs = -1;
         int frames = 0;
-        const int enough = c.endsLong ? 10 : 100;
-        for (; inBand < enough && frames < 2000; ++frames) {
+        double mean = 0;
+        for (Setting before = c.start; inBand < enough && frames < 2000; ++frames) {
             const Bytes frame = NextFrame(60'000);
             ASSERT_FALSE(frame.empty());
-            const double mean =
-                c.type == VSC_IMG_RAW16 ? Means(HighBytes(frame), 1)[0] : Means(frame, 1)[0];
-            inBand = std::abs(mean + 1 - kTarget) <= kBand ? inBand + 1 : 0;
-            const int us = getValue(CONTROL_EXPOSURE, nullptr);
-            if (us != shownUs)
-                Show("%5d  mean %5.1f  exposure %8d us  gain %3d\n", frames, mean, us,
-                     getValue(CONTROL_GAIN, nullptr));
-            shownUs = us;
+            mean = Brightness(frame);
+            const double error = std::abs((mean + 1) * c.format.sum - kTarget);
+            inBand = error <= kBand + c.format.sum - 1 ? inBand + 1 : 0;
+            const Setting now = Now();
+            if (now != before)
+                Show("%5d  mean %5.1f  exposure %8d us  gain %3d\n", frames, mean, now.exposureUs,
+                     now.gain);
+            before = now;
         }
+        Show("%5d  mean %5.1f\n", frames, mean);
         EXPECT_GE(inBand, enough) << "after " << frames << " frames";
-        EXPECT_EQ(getValue(CONTROL_EXPOSURE, nullptr) >= 100'000, c.endsLong);
-        closeCamera();
-        Bus().Unplug(device);
+        EXPECT_GE(Now().exposureUs, c.ends.from);
+        EXPECT_LE(Now().exposureUs, c.ends.to);
+        Remove(device);
+    }
+}
+
+TEST_F(AutoLoopTest, StaysWhereALimitKeepsItFromTheTarget)
+{
+    using enum Auto;
+    const struct {
+        const char *model;
+        double glow;
+        Setting start;
+        Auto automatic;
+        Setting ends;
+    } cases[] = {
+        {"VSC048MC", 10, {16, 200}, kExposure, {64'000, 200}}, // of the model
+        {"VSC470MM", 0.1, {32, 20}, kExposure, {2'000'000, 20}},
+        {"VSC470MM", 0.1, {32, 20}, kBoth, {2'000'000, 60}},
+        {"VSC470MM", 0.1, {10'000, 20}, kGain, {10'000, 60}},
+        {"VSC340MM", 0.1, {64, 20}, kBoth, {2'000'000, 60}},
+        {"VSC470MM", 1e6, {90'000, 20}, kExposure, {32, 20}},
+        {"VSC470MM", 1e6, {90'000, 20}, kBoth, {32, 1}},
+        {"VSC470MM", 1e6, {90'000, 200}, kGain, {90'000, 0}},
+        {"VSC056MM", 1e6, {90'000, 50}, kGain, {90'000, 50}}, // a hundredth of its gains is none
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(testing::Message()
+                     << c.model << ", glow " << c.glow << ", from " << c.start.exposureUs << " us");
+        const int device = OpenOne(c.model, Sky({c.glow, c.glow, c.glow}));
+        ASSERT_TRUE(setImageFormat(256, 128, 1, VSC_IMG_RAW8));
+        setAutoPara(60, 2, kTarget);
+        Start(c.start, c.automatic);
+        for (int i = 0; i < 1000 && Now() != c.ends; ++i)
+            ASSERT_FALSE(NextFrame(60'000).empty());
+        for (int i = 0; i < 5; ++i) {
+            ASSERT_FALSE(NextFrame(60'000).empty());
+            SleepFor(200ms); // further looks
+        }
+        EXPECT_EQ(Now().exposureUs, c.ends.exposureUs);
+        EXPECT_EQ(Now().gain, c.ends.gain);
+        Remove(device);
     }
 }
 
 TEST_F(AutoLoopTest, MakesATintedSceneGrey)
 {
+    constexpr std::array kGrey = {360 / 280.0, 1.0, 360 / 250.0}; // what a night lacks of it
+    const auto grey = [&](double glow) {
+        return std::array{kGrey[0] * glow, kGrey[1] * glow, kGrey[2] * glow};
+    };
     const struct {
         const char *model;
         std::array<double, 3> glow;
-        int type;
         int exposureUs;
+        bool exposureAuto = false;
+        WhiteBalance start = {99, 1};
     } cases[] = {
-        {"VSC470MC", {300, 300, 300}, VSC_IMG_RGB24, 5'000},
-        {"VSC470MC", {450, 300, 400}, VSC_IMG_RGB24, 5'000},
-        {"VSC470MC", {1.3, 1.0, 1.1}, VSC_IMG_RGB24, 1'500'000}, // longer than the thread's passes
-        {"VSC048MC", {900, 1000, 1200}, VSC_IMG_RGB24, 6'000},
+        {"VSC470MC", {300, 300, 300}, 5'000},
+        {"VSC470MC", {450, 300, 400}, 5'000},
+        {"VSC470MC", {1.3, 1.0, 1.1}, 1'500'000}, // longer than the thread's passes
+        {"VSC470MC", {200, 300, 400}, 5'000, true},
+        {"VSC470MC", grey(300), 5'000, false, {52, 95}},
+        {"VSC470MC", grey(300), 5'000, false, {50, 50}},
+        {"VSC2800MC", {300, 300, 300}, 5'000},
+        {"VSC340MC", {300, 300, 300}, 10'000},
+        {"VSC340MC", {6, 5, 5}, 500'000},
+        {"VSC052MC", {300, 300, 400}, 10'000, true},
+        {"VSC048MC", {900, 1000, 1200}, 6'000},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(testing::Message() << c.model << " " << c.glow[0]);
         const int device = OpenOne(c.model, Sky(c.glow));
-        ASSERT_TRUE(setImageFormat(320, 240, 1, c.type));
-        setValue(CONTROL_GAIN, 200, false);
-        setValue(CONTROL_EXPOSURE, c.exposureUs, false);
-        setValue(CONTROL_WB_RED, 99, true);
-        setValue(CONTROL_WB_BLUE, 1, true);
+        ASSERT_TRUE(setImageFormat(256, 128, 1, VSC_IMG_RGB24));
+        setValue(CONTROL_GAIN, getMax(CONTROL_GAIN) / 3, false);
+        setValue(CONTROL_EXPOSURE, c.exposureUs, c.exposureAuto);
+        setValue(CONTROL_WB_RED, c.start.red, true);
+        setValue(CONTROL_WB_BLUE, c.start.blue, true);
         startCapture();
-        Show("%s, glow %g %g %g\n", c.model, c.glow[0], c.glow[1], c.glow[2]);
-        int grey = 0;
-        int shownRed = -1;
-        for (int i = 0; i < 400 && grey < 8; ++i) {
+        Show("%s, glow %.3g %.3g %.3g\n", c.model, c.glow[0], c.glow[1], c.glow[2]);
+        const double limit = c.exposureAuto ? 13 : 7;
+        int inBand = 0;
+        WhiteBalance now;
+        for (int i = 0; i < 400 && inBand < 8; ++i) {
             const Bytes frame = NextFrame(60'000);
             ASSERT_FALSE(frame.empty());
             const auto [blue, green, red] = Means(frame, 3);
-            EXPECT_GT(green, 30);
-            const bool now = std::abs(red - green) <= 7 && std::abs(blue - green) <= 7;
-            const int balance = getValue(CONTROL_WB_RED, nullptr);
-            if (balance != shownRed)
+            const bool good =
+                green > 30 && std::abs(red - green) <= limit && std::abs(blue - green) <= limit;
+            inBand = good ? inBand + 1 : 0;
+            const WhiteBalance shown = std::exchange(
+                now, {getValue(CONTROL_WB_RED, nullptr), getValue(CONTROL_WB_BLUE, nullptr)});
+            if (now != shown)
                 Show("%5d  red %5.1f green %5.1f blue %5.1f  balance %d %d\n", i, red, green, blue,
-                     balance, getValue(CONTROL_WB_BLUE, nullptr));
-            shownRed = balance;
-            grey = now ? grey + 1 : 0;
+                     now.red, now.blue);
         }
-        EXPECT_GE(grey, 8);
-        closeCamera();
-        Bus().Unplug(device);
+        EXPECT_GE(inBand, 8);
+        Remove(device);
     }
 }
 
-TEST_F(AutoLoopTest, GoesOnWhenRequestsFailAndEndsWhenSwitchedOff)
+TEST_F(AutoLoopTest, GoesOnWhenRequestsFail)
+{
+    const struct {
+        const char *model;
+        int count;
+        int error;
+    } cases[] = {{"VSC470MC", 10, LIBUSB_ERROR_PIPE}, {"VSC340MM", 4, LIBUSB_ERROR_TIMEOUT}};
+    for (const auto &[model, count, error] : cases) {
+        SCOPED_TRACE(model);
+        const int device = OpenOne(model, Sky({300, 300, 300}));
+        ASSERT_TRUE(setImageFormat(256, 128, 1, VSC_IMG_RAW8));
+        setValue(CONTROL_EXPOSURE, 90'000, true);
+        startCapture();
+        int inBand = 0;
+        for (int i = 0; i < 2000 && inBand < 30; ++i) {
+            if (i == 3)
+                FailNext("libusb_control_transfer", static_cast<uint64_t>(count), error);
+            const Bytes frame = NextFrame(5'000);
+            ASSERT_FALSE(frame.empty());
+            inBand = std::abs(Brightness(frame) + 1 - kTarget) <= kBand ? inBand + 1 : 0;
+        }
+        EXPECT_GE(inBand, 30);
+        Remove(device);
+    }
+}
+
+TEST_F(AutoLoopTest, LeavesAloneWhatTheHostTakesBack)
 {
     OpenOne("VSC470MC", Sky({300, 300, 300}));
-    ASSERT_TRUE(setImageFormat(320, 240, 1, VSC_IMG_RAW8));
-    setValue(CONTROL_EXPOSURE, 90'000, true);
+    ASSERT_TRUE(setImageFormat(256, 128, 1, VSC_IMG_RGB24));
     startCapture();
-    for (int i = 0; i < 40; ++i) {
-        if (i == 3)
-            FailNext("libusb_control_transfer", 10, LIBUSB_ERROR_PIPE);
-        EXPECT_FALSE(NextFrame(5'000).empty());
+    SleepFor(100ms);
+    for (int i = 1; i <= 50; ++i) {
+        setValue(CONTROL_GAIN, 400, true);
+        setValue(CONTROL_EXPOSURE, 90'000, true);
+        setValue(CONTROL_WB_RED, 99, true);
+        SleepFor(100ms); // the automatics wake at the same moment
+        setValue(CONTROL_GAIN, i, false);
+        setValue(CONTROL_EXPOSURE, 1'000 + i, false);
+        setValue(CONTROL_WB_RED, i, false);
+        SleepFor(100ms);
+        bool automatic[3] = {};
+        ASSERT_EQ(getValue(CONTROL_GAIN, &automatic[0]), i);
+        ASSERT_EQ(getValue(CONTROL_EXPOSURE, &automatic[1]), 1'000 + i);
+        ASSERT_EQ(getValue(CONTROL_WB_RED, &automatic[2]), i);
+        ASSERT_FALSE(automatic[0] || automatic[1] || automatic[2]);
     }
-    for (int i = 0; i < 200; ++i)
-        (void)NextFrame(5'000);
-    EXPECT_NEAR(Means(NextFrame(5'000), 1)[0] + 1, kTarget, kBand);
+}
 
-    setValue(CONTROL_EXPOSURE, 1'000, false);
-    for (int i = 0; i < 50; ++i)
-        (void)NextFrame(5'000);
-    bool automatic = true;
-    EXPECT_EQ(getValue(CONTROL_EXPOSURE, &automatic), 1'000);
-    EXPECT_FALSE(automatic);
+TEST_F(AutoLoopTest, RestsWithoutNewFramesAndEndsInTime)
+{
+    using vscsim::Fault;
+    const struct {
+        int exposureUs;
+        std::optional<Fault> fault;
+    } cases[] = {{10'000, {}},
+                 {20'000'000, {}},
+                 {10'000, Fault::EmptyFrame},
+                 {10'000, Fault::Mute},
+                 {10'000, Fault::Unplug}};
+    for (const char *model : {"VSC470MC", "VSC2800MC", "VSC340MC", "VSC048MC"}) {
+        for (const auto &c : cases) {
+            SCOPED_TRACE(testing::Message() << model << ", " << c.exposureUs << " us, fault "
+                                            << (c.fault ? vscsim::NameOf(*c.fault) : "none"));
+            vscsim::CameraOptions options = Sky({300, 300, 300});
+            if (c.fault)
+                options.faults = {{.fault = *c.fault, .from = 5, .count = kForEver}};
+            OpenOne(model, options);
+            ASSERT_TRUE(setImageFormat(256, 128, 1, VSC_IMG_RAW8));
+            setValue(CONTROL_WB_RED, 99, true);
+            Start({c.exposureUs, 20}, Auto::kBoth);
+            SleepFor(4s); // of a mute camera, each request of the last step has its time-out
+            const Setting before = Now();
+            SleepFor(1s);
+            EXPECT_TRUE(!c.fault || Now() == before);
+            EXPECT_LE(Took(stopCapture), 2000U);
+            EXPECT_LE(Took(closeCamera), 2000U);
+            Bus().Reset();
+        }
+    }
 }
 
 } // namespace
