@@ -157,7 +157,7 @@ TEST_F(HostTest, ReportsAndClampsEveryControl)
         EXPECT_EQ(isAutoSupported(c.control), c.hasAuto);
         if (c.set == kUnset && c.expected == kUnset)
             continue;
-        setValue(c.control, c.set, c.hasAuto && c.control != CONTROL_BANDWIDTH);
+        setValue(c.control, c.set, c.control != CONTROL_BANDWIDTH); // also where it means nothing
         bool automatic = false;
         EXPECT_EQ(getValue(c.control, &automatic), c.expected);
         EXPECT_EQ(automatic, c.hasAuto && c.control != CONTROL_BANDWIDTH);
