@@ -2,6 +2,7 @@
 #include "image/frame_rows.h"
 #include "image/kernel_choice.h"
 
+#include <benchmark/benchmark.h>
 #include <dc1394/conversions.h>
 #include <libyuv.h>
 #include <opencv2/imgproc.hpp>
@@ -10,11 +11,11 @@ extern "C" {
 }
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 #include <functional>
-#include <limits>
+#include <map>
 #include <memory>
 #include <random>
 #include <string>
@@ -353,35 +354,40 @@ void AddPipeline(Frames &f, std::vector<Comparison> &list)
            }}}});
 }
 
-/// Of this thread: what others do on the machine meanwhile takes none of it.
-double Milliseconds()
-{
-    timespec now{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-    return 1e3 * static_cast<double>(now.tv_sec) + 1e-6 * static_cast<double>(now.tv_nsec);
-}
-
-/// The shortest time of each. They take turns, so that all of them meet what the machine is like
-/// meanwhile; first in each turn is a run that does not count, which leaves the caches as the work
-/// itself does.
-std::vector<double> ShortestTimes(const std::vector<Work> &works)
-{
-    constexpr int kTurns = 7;
-    constexpr double kTurnMs = 10;
-    std::vector<double> shortest(works.size(), std::numeric_limits<double>::infinity());
-    for (int turn = 0; turn < kTurns; ++turn) {
-        for (size_t i = 0; i < works.size(); ++i) {
-            works[i]();
-            const double start = Milliseconds();
-            for (double before = start; before - start < kTurnMs;) {
-                works[i]();
-                const double now = Milliseconds();
-                shortest[i] = std::min(shortest[i], now - before);
-                before = now;
-            }
+/// Keeps the shortest time of each, of the thread: what others do on the machine takes none of it.
+class Shortest : public benchmark::BenchmarkReporter {
+  public:
+    bool ReportContext(const Context &) override { return true; }
+    void ReportRuns(const std::vector<Run> &runs) override
+    {
+        for (const Run &run : runs) {
+            if (run.run_type != Run::RT_Iteration)
+                continue;
+            const double ns = run.GetAdjustedCPUTime();
+            const auto [entry, isNew] = m_ns.try_emplace(run.run_name.function_name, ns);
+            if (!isNew)
+                entry->second = std::min(entry->second, ns);
         }
     }
-    return shortest;
+    double Milliseconds(const std::string &name) const { return 1e-6 * m_ns.at(name); }
+
+  private:
+    std::map<std::string, double> m_ns;
+};
+
+/// First is a run that does not count, which leaves the caches as the work itself does.
+void Register(const std::string &name, const Work &work)
+{
+    benchmark::RegisterBenchmark(name.c_str(),
+                                 [work](benchmark::State &state) {
+                                     work();
+                                     for ([[maybe_unused]] const auto iteration : state) {
+                                         work();
+                                         benchmark::ClobberMemory();
+                                     }
+                                 })
+        ->MinTime(0.01)
+        ->Repetitions(15);
 }
 
 void PrintGoal(double value, double goal)
@@ -395,20 +401,24 @@ void PrintGoal(double value, double goal)
 void Compare(Frames &f, const Comparison &c)
 {
     std::ranges::copy(f.noise, f.frame.begin());
-    std::vector<Work> works = {c.ours,
-                               [&f, &c] { std::memcpy(f.out.data(), f.rgb.data(), c.copied); }};
+    benchmark::ClearRegisteredBenchmarks();
+    Register("ours", c.ours);
+    Register("copy", [&f, &c] { std::memcpy(f.out.data(), f.rgb.data(), c.copied); });
     for (const Peer &peer : c.peers)
-        works.push_back(peer.work);
-    const std::vector<double> times = ShortestTimes(works);
-    const double ours = times[0];
+        Register(peer.name, peer.work);
+    Shortest times;
+    benchmark::RunSpecifiedBenchmarks(&times);
+
+    const double ours = times.Milliseconds("ours");
     std::printf("%-16s %-4s %8.3f", c.transform.c_str(), f.size.name, ours);
-    PrintGoal(times[1] / ours, c.goalShare);
-    for (size_t i = 0; i < c.peers.size(); ++i) {
-        if (i > 0)
+    PrintGoal(times.Milliseconds("copy") / ours, c.goalShare);
+    for (const Peer &peer : c.peers) {
+        if (&peer != &c.peers.front())
             std::printf("\n%44s", "");
-        std::printf(" %8.3f", times[i + 2]);
-        PrintGoal(times[i + 2] / ours, c.peers[i].goal);
-        std::printf(" %s", c.peers[i].name.c_str());
+        const double theirs = times.Milliseconds(peer.name);
+        std::printf(" %8.3f", theirs);
+        PrintGoal(theirs / ours, peer.goal);
+        std::printf(" %s", peer.name.c_str());
     }
     std::printf("\n");
     std::fflush(stdout);
@@ -421,6 +431,12 @@ void Compare(Frames &f, const Comparison &c)
 int main(int argc, char **argv)
 {
     cv::setNumThreads(1);
+    // The repetitions of what is compared take turns: all meet what the machine is like.
+    std::string interleaved = "--benchmark_enable_random_interleaving=true";
+    std::array flags = {argv[0], interleaved.data()};
+    int flagCount = static_cast<int>(flags.size());
+    benchmark::Initialize(&flagCount, flags.data());
+
     std::string_view wanted;
     for (const std::string_view argument : std::vector<std::string_view>(argv + 1, argv + argc)) {
         const auto runnable = RunnableKernels();
