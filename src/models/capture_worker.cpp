@@ -251,29 +251,42 @@ CaptureWorker::Turn CaptureWorker::RecoverDevice()
     m_camera.Frames().SetProducing(false); // nobody waits for a camera that is gone
     m_camera.releaseAsyncXfer();
     const auto lostAt = Clock::now();
-    // Without a handle there is nothing to connect again: an earlier run lost it.
-    bool open = m_camera.ReConnectCamera() || m_camera.OpenCamera(m_camera.Ordinal());
+    bool open = Reopen();
     if (m_camera.SingleExposure())
         return LoseExposure(open);
     while (m_running && !(open && Resume())) {
         (void)m_running.SleepFor(kReopenInterval);
-        open = m_camera.OpenCamera(m_camera.Ordinal());
+        open = Reopen();
     }
     m_camera.AddDroppedFrames(FramesSince(lostAt));
     return Turn::GoOn;
 }
 
+bool CaptureWorker::Reopen()
+{
+    // Without a handle there is nothing to connect again: an earlier try lost it.
+    return m_camera.ReConnectCamera() || m_camera.OpenCamera(m_camera.Ordinal());
+}
+
 /// Programs a camera that is back already for the next exposure; this one failed.
 CaptureWorker::Turn CaptureWorker::LoseExposure(bool open)
 {
-    if (open && m_running && m_sensor.RestoreSettings())
+    if (open && m_running && Restore())
         m_camera.SetLost(false);
     return Fail();
 }
 
+/// A camera that has just come back may need a while until it answers: one that missed a request
+/// is programmed by half, and nothing would ever show it.
+bool CaptureWorker::Restore()
+{
+    const int unanswered = m_camera.UnansweredRequests();
+    return m_sensor.RestoreSettings() && m_camera.UnansweredRequests() == unanswered;
+}
+
 bool CaptureWorker::Resume()
 {
-    if (!m_sensor.RestoreSettings() || !StartStream())
+    if (!Restore() || !StartStream())
         return false;
     m_camera.SetLost(false);
     m_camera.Frames().SetProducing(true);

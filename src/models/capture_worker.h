@@ -81,6 +81,8 @@ class CaptureWorker {
     bool InAutoBandwidthPeriod();
     void LowerBandwidth();
     Turn LoseExposure(bool open);
+    bool Reopen();
+    bool Restore();
     bool Resume();
     int FramesSince(Clock::time_point start) const;
     void Leave();

@@ -103,11 +103,14 @@ int CCameraFX3::Control(uint8_t requestType, uint8_t req, uint16_t value, uint16
                         uint8_t *buf, uint16_t len, std::chrono::milliseconds timeout, Try when)
 {
     const std::lock_guard lock(m_controlSection);
-    if (!m_opened || (when == Try::UnlessMute && MuteLately()))
-        return LIBUSB_ERROR_NO_DEVICE;
-    const int result = libusb_control_transfer(m_handle, requestType, req, value, index, buf, len,
-                                               static_cast<unsigned int>(timeout.count()));
-    NoteResult(result);
+    int result = LIBUSB_ERROR_NO_DEVICE;
+    if (m_opened && !(when == Try::UnlessMute && MuteLately())) {
+        result = libusb_control_transfer(m_handle, requestType, req, value, index, buf, len,
+                                         static_cast<unsigned int>(timeout.count()));
+        NoteResult(result);
+    }
+    if (result < 0 && result != LIBUSB_ERROR_PIPE)
+        ++m_unansweredRequests;
     return result;
 }
 

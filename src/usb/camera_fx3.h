@@ -31,6 +31,9 @@ class CCameraFX3 {
 
     bool IsOpened() const { return m_opened; }
 
+    /// Requests of any thread so far that the camera did not answer; a refusal is an answer.
+    int UnansweredRequests() const { return m_unansweredRequests; }
+
     /// Vendor command without data, 200 ms time-out.
     bool SendCMD(uint8_t cmd);
     /// Vendor request, 500 ms time-out. A read clears `buf` first. The length on the wire is the
@@ -162,6 +165,7 @@ class CCameraFX3 {
     PortPath m_port; // of the device that was opened last
     int m_timeoutsInRow = 0;
     Clock::time_point m_muteUntil{};
+    Shared<int> m_unansweredRequests;
 
     BulkStream m_stream; // used by the capture worker
 };
