@@ -39,12 +39,18 @@ FrameExposure FrameExposureFor(uint32_t exposureUs, SensorLine line, int windowH
             std::min(shutter, inFrame - 1), frameTimeUs};
 }
 
-LongExposurePlan GatedExposurePlan(uint32_t exposureUs)
+LongExposurePlan GatedExposurePlan(uint32_t exposureUs, int frameTimeUs)
 {
     using namespace std::chrono_literals;
     constexpr uint32_t kOneSleepUpToUs = 1'000'999;
     constexpr uint32_t kStepUs = 200'000;
-    LongExposurePlan plan{.step = 200ms, .steps = 0, .readTimeout = 2000ms, .printedWaitMs = 1000};
+    constexpr std::chrono::milliseconds kShortestReadTimeout = 2000ms;
+    // The largest frames take longer than that to cross a USB 2.0 link.
+    const auto readTimeout = std::chrono::milliseconds(frameTimeUs / 1000) + 1000ms;
+    LongExposurePlan plan{.step = 200ms,
+                          .steps = 0,
+                          .readTimeout = std::max(readTimeout, kShortestReadTimeout),
+                          .printedWaitMs = 1000};
     if (exposureUs <= kOneSleepUpToUs) {
         plan.step = std::chrono::milliseconds(exposureUs / 1000);
         plan.steps = 1;

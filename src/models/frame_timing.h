@@ -48,7 +48,8 @@ struct FrameExposure {
 FrameExposure FrameExposureFor(uint32_t exposureUs, SensorLine line, int windowHeight,
                                FrameOffsets offsets);
 
-/// One sleep for exposures of about a second, steps of 200 ms for longer ones.
-LongExposurePlan GatedExposurePlan(uint32_t exposureUs);
+/// One sleep for exposures of about a second, steps of 200 ms for longer ones; then the sensor
+/// reads out, for one frame time.
+LongExposurePlan GatedExposurePlan(uint32_t exposureUs, int frameTimeUs);
 
 } // namespace vsccam

@@ -261,7 +261,7 @@ template <class Base> bool Usb3Driver<Base>::StartCapture(bool bSingleExposure)
 
 template <class Base> LongExposurePlan Usb3Driver<Base>::PlanLongExposure(uint32_t exposureUs) const
 {
-    return GatedExposurePlan(exposureUs);
+    return GatedExposurePlan(exposureUs, m_frameTimeUs);
 }
 
 template <class Base> void Usb3Driver<Base>::OpenExposureGate()

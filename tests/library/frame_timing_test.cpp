@@ -41,16 +41,18 @@ TEST(FrameTiming, LongExposuresAreSleptWholeUpToASecondAndThenInSteps)
 {
     const struct {
         uint32_t exposureUs;
-        int stepMs, steps;
-    } cases[] = {{1'000'000, 1'000, 1},
-                 {1'000'999, 1'000, 1},
-                 {1'001'000, 200, 5},
-                 {1'300'000, 200, 6},
-                 {2'000'000'000, 200, 10'000}};
+        int frameTimeUs;
+        int stepMs, steps, readMs;
+    } cases[] = {{1'000'000, 12'172, 1'000, 1, 2'000},
+                 {1'000'999, 1'000'999, 1'000, 1, 2'000},
+                 {1'001'000, 1'001'000, 200, 5, 2'001},
+                 {1'300'000, 4'200'000, 200, 6, 5'200},
+                 {2'000'000'000, 12'172, 200, 10'000, 2'000}};
     for (const auto &c : cases) {
-        const LongExposurePlan plan = GatedExposurePlan(c.exposureUs);
+        const LongExposurePlan plan = GatedExposurePlan(c.exposureUs, c.frameTimeUs);
         EXPECT_EQ(plan.step.count(), c.stepMs) << c.exposureUs;
         EXPECT_EQ(plan.steps, c.steps) << c.exposureUs;
+        EXPECT_EQ(plan.readTimeout.count(), c.readMs) << c.exposureUs;
     }
 }
 

@@ -73,7 +73,7 @@ void Fx3Edition::StopSensorStreaming()
 
 LongExposurePlan Fx3Edition::PlanLongExposure(uint32_t exposureUs) const
 {
-    return GatedExposurePlan(exposureUs);
+    return GatedExposurePlan(exposureUs, m_frameTimeUs);
 }
 
 void Fx3Edition::OpenExposureGate()
