@@ -173,6 +173,11 @@ AfterReset Camera::Reset(Time now)
     return AfterReset::SameDevice;
 }
 
+bool Camera::IsMute() const
+{
+    return m_state->board.condition == Board::Condition::Mute;
+}
+
 size_t Camera::BulkPacketSize() const
 {
     return PacketSize(m_state->options.link);

@@ -143,6 +143,9 @@ class Camera {
     void ClearHalt(uint8_t endpoint, Time now);
     AfterReset Reset(Time now);
 
+    /// Whether a fault of the plan keeps it from answering anything.
+    bool IsMute() const;
+
     /// Power was off: registers and the fault plan start anew, flash and EEPROM keep their
     /// contents.
     void PowerCycle();

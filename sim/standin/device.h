@@ -63,6 +63,8 @@ class Device {
     bool IsCamera() const { return m_camera.has_value(); }
     Camera &TheCamera() { return *m_camera; }
 
+    bool IsMute() const { return m_camera && m_camera->IsMute(); }
+
     void PowerCycle();
 
     void Queue(Transfer &transfer, Time now);

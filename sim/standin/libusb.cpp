@@ -18,6 +18,7 @@ namespace {
 // calls must not keep time from moving.
 constexpr Time kIdleCallTime = 10us;
 constexpr Time kControlTime = 100us; // of the requests that the kernel makes
+constexpr Time kKernelPatience = 5s; // with a camera that does not answer them
 constexpr Time kResetTime = 200ms;
 constexpr Time kBootTime = 300ms; // until a controller that boots is on the bus again
 
@@ -349,6 +350,10 @@ int libusb_clear_halt(libusb_device_handle *handle, unsigned char endpoint)
     return OnAttached(__func__, handle, kControlTime, [=](Call &call, vscsim::Device &device) {
         if (call->HasQueued(*handle->device, endpoint))
             call.Misuse("transfers are queued");
+        if (device.IsMute()) {
+            call.Sleep(kKernelPatience);
+            return LIBUSB_ERROR_OTHER; // libusb has no name for this time-out
+        }
         std::array<char, 16> line{};
         (void)std::snprintf(line.data(), line.size(), "clear halt %02X", endpoint);
         device.traffic.emplace_back(line.data());

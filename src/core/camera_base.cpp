@@ -112,15 +112,13 @@ bool CCameraBase::ReConnectCamera()
     if (!HasHandle())
         return false;
     CloseDevice();
-    (void)m_capturing.SleepFor(100ms); // a stop ends the waits
+    (void)m_capturing.SleepFor(100ms); // a stop ends the waits, and the search
     if (libusb_init(nullptr) != 0)
         std::puts("init libusb fail");
     OutputDbgPrint("camera closed\n");
-    (void)m_capturing.SleepFor(50ms);
-    if (OpenCamera(m_ordinal))
+    if (m_capturing.SleepFor(50ms) && OpenCamera(m_ordinal))
         return true;
-    (void)m_capturing.SleepFor(1s);
-    return OpenCamera(m_ordinal);
+    return m_capturing.SleepFor(1s) && OpenCamera(m_ordinal);
 }
 
 bool CCameraBase::StartWorker(bool single, std::function<void()> body)

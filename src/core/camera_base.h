@@ -97,6 +97,7 @@ class CCameraBase : public CCameraFX3 {
     bool GetImageAfterExp(unsigned char *buffer, int size);
     /// Draws the local date and time into an image of the current height, if it has room for it.
     void AddTimeMark(unsigned char *image, int width, IMAGE_TYPE type);
+    /// For the capture worker: gives up when it is to end.
     bool ReConnectCamera();
     bool StartSensorCLK();
     bool StopSensorCLK();

@@ -265,7 +265,7 @@ CaptureWorker::Turn CaptureWorker::RecoverDevice()
 bool CaptureWorker::Reopen()
 {
     // Without a handle there is nothing to connect again: an earlier try lost it.
-    return m_camera.ReConnectCamera() || m_camera.OpenCamera(m_camera.Ordinal());
+    return m_camera.ReConnectCamera() || (m_running && m_camera.OpenCamera(m_camera.Ordinal()));
 }
 
 /// Programs a camera that is back already for the next exposure; this one failed.

@@ -301,11 +301,10 @@ bool CCameraFX3::SetProgramEntry(uint8_t req, uint32_t address)
 bool CCameraFX3::ResetEndPoint(uint8_t endpoint)
 {
     const std::lock_guard lock(m_controlSection);
-    if (!m_opened || MuteLately() || m_stream.InFlight())
+    // The kernel gives a camera that does not answer five seconds for it, not to be cut short.
+    if (!m_opened || MuteLately() || m_timeoutsInRow > 0 || m_stream.InFlight())
         return false;
-    const int result = libusb_clear_halt(m_handle, endpoint);
-    NoteResult(result);
-    return result == 0;
+    return libusb_clear_halt(m_handle, endpoint) == 0;
 }
 
 bool CCameraFX3::ResetDevice()

@@ -113,7 +113,7 @@ class CCameraFX3 {
     DownloadResult DownloadBuftoI2CE2PROM(std::span<const uint8_t> image, uint8_t req);
 
     /// Ends a stall of an endpoint. Refused while transfers are in flight that could not be
-    /// cancelled. For the capture worker.
+    /// cancelled, and while the camera leaves requests unanswered. For the capture worker.
     bool ResetEndPoint(uint8_t endpoint);
     /// Resets the device on its port.
     bool ResetDevice();

@@ -270,6 +270,7 @@ TEST_F(Usb2DriverTest, RefreshesFirmwareThatIsTooOldOnly)
         EXPECT_EQ(version, c.refreshed ? 3 : c.version);
         EXPECT_EQ(std::ranges::count(bus.TakeTraffic(device), "reset"), c.refreshed ? 1 : 0);
         camera->SetLost(true); // a worker that finds its camera again has no time for firmware
+        camera->Capturing().Set();
         EXPECT_TRUE(camera->ReConnectCamera());
         for (const std::string &line : bus.TakeTraffic(device))
             EXPECT_FALSE(line.starts_with("C0")) << line;
