@@ -23,6 +23,7 @@ constexpr int kSilentResetsToFail = 2;
 constexpr int kRefusedReadsToGiveUp = 4;
 constexpr auto kRetryPause = 100ms; // after a read that failed at once
 constexpr auto kReopenInterval = 1s;
+constexpr auto kPresenceInterval = 1s; // from one look for the camera to the next
 
 constexpr int kDropsToLowerBandwidth = 2;
 constexpr int kBandwidthStep = 4;
@@ -127,11 +128,8 @@ BulkStream::Pass CaptureWorker::ExposeAndRead(uint32_t exposureUs)
     OutputDbgPrint("Begin long exp %d\n", exposureMs);
     m_sensor.OpenExposureGate();
     OutputDbgPrint("wait:%ld\n", plan.printedWaitMs);
-    (void)m_running.SleepFor(plan.rest);
-    for (int i = 0; i < plan.steps && m_camera.ExposureUs() == exposureUs; ++i) {
-        if (!m_running.SleepFor(plan.step))
-            break;
-    }
+    if (!SleepWhileExposing(plan, exposureUs))
+        return {.deviceGone = true};
     m_sensor.CloseExposureGate();
     m_waitMs = plan.printedWaitMs;
 
@@ -146,6 +144,25 @@ BulkStream::Pass CaptureWorker::ExposeAndRead(uint32_t exposureUs)
         OutputDbgPrint("transfer error:%d\n", pass.error);
     OutputDbgPrint("Long exp:Get one Frame %d\n", exposureMs);
     return pass;
+}
+
+/// Until the exposure is over, is set to another length or is to end. Nothing is sent meanwhile
+/// that would tell of a camera that was unplugged: the list of devices does.
+/// @return false when the camera is gone
+bool CaptureWorker::SleepWhileExposing(const LongExposurePlan &plan, uint32_t exposureUs)
+{
+    auto nextLook = Clock::now() + kPresenceInterval;
+    (void)m_running.SleepFor(plan.rest);
+    for (int i = 0; i < plan.steps && m_camera.ExposureUs() == exposureUs; ++i) {
+        if (!m_running.SleepFor(plan.step))
+            break;
+        if (Clock::now() < nextLook)
+            continue;
+        if (!m_camera.IsAttached())
+            return false;
+        nextLook = Clock::now() + kPresenceInterval;
+    }
+    return true;
 }
 
 /// Nothing could be queued: memory is short, or transfers of before do not come back.

@@ -76,6 +76,7 @@ class CaptureWorker {
     Turn CaptureOneFrame();
     BulkStream::Pass ReadVideoFrame(const ExposureSetting &exposure);
     BulkStream::Pass ExposeAndRead(uint32_t exposureUs);
+    bool SleepWhileExposing(const LongExposurePlan &plan, uint32_t exposureUs);
     Turn HandleIncompleteFrame(const BulkStream::Pass &pass);
     Turn HandleRefusedRead(const BulkStream::Pass &pass);
     bool InAutoBandwidthPeriod();

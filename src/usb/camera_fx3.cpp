@@ -68,6 +68,7 @@ bool CCameraFX3::OpenDevice(uint16_t productId, int ordinal)
     if (m_handle && libusb_set_configuration(m_handle, kConfiguration) == 0 &&
         libusb_claim_interface(m_handle, kInterface) == 0) {
         m_port = PortPathOf(libusb_get_device(m_handle));
+        m_gone = false;
         m_timeoutsInRow = 0;
         m_muteUntil = {};
         m_opened = true;
@@ -91,6 +92,12 @@ bool CCameraFX3::HasHandle()
 {
     const std::lock_guard lock(m_controlSection);
     return m_handle != nullptr;
+}
+
+bool CCameraFX3::IsAttached()
+{
+    const std::lock_guard lock(m_controlSection);
+    return m_opened && !m_gone && IsOnTheBus(libusb_get_device(m_handle));
 }
 
 bool CCameraFX3::LastRequestTimedOut()
@@ -121,6 +128,7 @@ bool CCameraFX3::MuteLately() const
 
 void CCameraFX3::NoteResult(int result)
 {
+    m_gone = m_gone || result == LIBUSB_ERROR_NO_DEVICE;
     m_timeoutsInRow = result == LIBUSB_ERROR_TIMEOUT ? m_timeoutsInRow + 1 : 0;
     if (m_timeoutsInRow >= kMuteAfterTimeouts)
         m_muteUntil = Clock::now() + kMuteTime;

@@ -31,6 +31,9 @@ class CCameraFX3 {
 
     bool IsOpened() const { return m_opened; }
 
+    /// Whether the open device is on the bus, as far as the system has told libusb: sends nothing.
+    bool IsAttached();
+
     /// Requests of any thread so far that the camera did not answer; a refusal is an answer.
     int UnansweredRequests() const { return m_unansweredRequests; }
 
@@ -162,7 +165,8 @@ class CCameraFX3 {
     std::atomic<bool> m_opened{false};
     CriticalSection m_controlSection; // guards the members below and every control transfer
     libusb_device_handle *m_handle = nullptr;
-    PortPath m_port; // of the device that was opened last
+    PortPath m_port;     // of the device that was opened last
+    bool m_gone = false; // a request said so
     int m_timeoutsInRow = 0;
     Clock::time_point m_muteUntil{};
     Shared<int> m_unansweredRequests;

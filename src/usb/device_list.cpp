@@ -41,4 +41,10 @@ libusb_device_handle *OpenDeviceAt(const PortPath &path, uint16_t vid, uint16_t 
     return nullptr;
 }
 
+bool IsOnTheBus(libusb_device *device)
+{
+    const DeviceList devices(nullptr);
+    return devices.Failed() || std::ranges::find(devices, device) != devices.end();
+}
+
 } // namespace vsccam

@@ -28,6 +28,9 @@ PortPath PortPathOf(libusb_device *device);
 /// none or it cannot be opened.
 libusb_device_handle *OpenDeviceAt(const PortPath &path, uint16_t vid, uint16_t pid);
 
+/// Whether the device was not unplugged yet. Without a list there is no saying: true.
+bool IsOnTheBus(libusb_device *device);
+
 /// The bus's devices. Drops its references when it goes.
 class DeviceList {
   public:
@@ -40,6 +43,7 @@ class DeviceList {
     DeviceList(const DeviceList &) = delete;
     DeviceList &operator=(const DeviceList &) = delete;
 
+    bool Failed() const { return m_count < 0; }
     libusb_device **begin() const { return m_list; }
     libusb_device **end() const { return m_list + (m_count > 0 ? m_count : 0); }
 

@@ -390,6 +390,25 @@ TEST_F(CaptureTest, ALostCameraComesBackWithEveryRegisterAsItWas)
     }
 }
 
+TEST_F(CaptureTest, UnpluggingEndsAnExposureThatTheHostTimes)
+{
+    for (const char *model : {"VSC470MM", "VSC340MM"}) {
+        SCOPED_TRACE(model);
+        const int device = OpenOne(model);
+        setValue(CONTROL_EXPOSURE, 2'000'000'000, false);
+        startExposure();
+        SleepFor(2s);
+        (void)Bus().TakeTraffic(device);
+        SleepFor(60s);
+        EXPECT_TRUE(Bus().TakeTraffic(device).empty()); // nothing disturbs the exposure
+        EXPECT_EQ(getExpStatus(), VSC_EXP_WORKING);
+        Bus().Unplug(device);
+        EXPECT_LE(Took([] { WaitWhileWorking(); }), 3000U); // a second of it to find it again
+        EXPECT_EQ(getExpStatus(), VSC_EXP_FAILED);
+        Remove(device);
+    }
+}
+
 TEST_F(CaptureTest, FindsALostCameraAtItsPortAndNotItsTwin)
 {
     const int device = OpenSmall();
