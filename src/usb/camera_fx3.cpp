@@ -44,10 +44,10 @@ constexpr uint16_t High(uint32_t value)
 
 } // namespace
 
-CCameraFX3::CCameraFX3()
+// The reference stays: the context lives as long as the process.
+CCameraFX3::CCameraFX3() : m_hasContext(libusb_init(nullptr) == 0)
 {
-    // The reference stays: the context lives as long as the process.
-    if (libusb_init(nullptr) != 0)
+    if (!m_hasContext)
         std::puts("failed to initialise libusb");
 }
 
@@ -60,7 +60,7 @@ CCameraFX3::~CCameraFX3()
 bool CCameraFX3::OpenDevice(uint16_t productId, int ordinal)
 {
     const std::lock_guard lock(m_controlSection);
-    if (m_opened)
+    if (m_opened || !m_hasContext)
         return false;
     m_handle = m_port.depth > 0 ? OpenDeviceAt(m_port, CAMERA_VID, productId)
                                 : libusb_open_device_with_vid_pid_index(nullptr, CAMERA_VID,

@@ -162,6 +162,7 @@ class CCameraFX3 {
     void QuietSensor();
     bool WriteRam(uint32_t address, std::span<const uint8_t> chunk, uint8_t req);
 
+    const bool m_hasContext; // else libusb must not be asked for anything
     std::atomic<bool> m_opened{false};
     CriticalSection m_controlSection; // guards the members below and every control transfer
     libusb_device_handle *m_handle = nullptr;
