@@ -30,16 +30,15 @@ int OrdinalOf(int index)
            }));
 }
 
-std::unique_ptr<CCameraBase> CreateCamera(uint32_t productId)
+/// False when memory or threads are short, too: no exception reaches the host.
+bool CreateAndOpen(std::unique_ptr<CCameraBase> &camera, const Product &product, int ordinal)
 {
-    const Product *product = FindProduct(productId);
-    if (!product)
-        return nullptr;
     try {
-        return product->create();
-    } catch (const std::exception &) { // short of memory or threads
-        OutputDbgPrint("no memory for %s\n", product->modelName);
-        return nullptr;
+        camera = product.create();
+        return camera->OpenCamera(ordinal);
+    } catch (const std::exception &) {
+        OutputDbgPrint("no memory for %s\n", product.modelName);
+        return false;
     }
 }
 
@@ -97,14 +96,14 @@ VSC_BOOL openCamera(int iCamIndex)
         OutputDbgPrint("already open close and reopen\n");
         session.CloseCamera();
     }
-    session.pCamera = CreateCamera(session.ConnectedCameras[iCamIndex]);
-    if (!session.pCamera)
+    const Product *product = FindProduct(session.ConnectedCameras[iCamIndex]);
+    if (!product)
         return false;
     session.iCamIndex = iCamIndex;
     session.ownerPid = getpid();
     session.data_lenth = 0;
     // A failed open leaves the object: the next open of another index, or a close, destroys it.
-    return session.pCamera->OpenCamera(OrdinalOf(iCamIndex));
+    return CreateAndOpen(session.pCamera, *product, OrdinalOf(iCamIndex));
 }
 
 VSC_BOOL initCamera()

@@ -1,8 +1,24 @@
 #include "base/sync.h"
 
+#include "base/debug_print.h"
+
 #include <exception>
 
 namespace vsccam {
+
+namespace {
+
+/// An exception that leaves a thread would end the host's whole program.
+void RunGuarded(const std::function<void()> &body)
+{
+    try {
+        body();
+    } catch (const std::exception &failure) { // short of memory
+        OutputDbgPrint("thread failed: %s\n", failure.what());
+    }
+}
+
+} // namespace
 
 bool Thread::Start(std::function<void()> body)
 {
@@ -13,7 +29,7 @@ bool Thread::Start(std::function<void()> body)
         source->ThreadStarts();
     try {
         m_thread = std::thread([this, source, body = std::move(body)] {
-            body();
+            RunGuarded(body);
             m_finished = true;
             if (source) {
                 source->Wake();

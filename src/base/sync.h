@@ -159,7 +159,8 @@ class Thread {
     Thread &operator=(const Thread &) = delete;
     ~Thread() { Join(); }
 
-    /// Joins the previous run, then starts `body`; false when the system has no thread to give.
+    /// Joins the previous run, then starts `body`; false when the system has no thread to give. A
+    /// body that throws has ended.
     bool Start(std::function<void()> body);
 
     /// Whether there is a run that was not joined yet.

@@ -5,9 +5,9 @@
 #include "usb/requests.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <span>
-#include <vector>
 
 namespace vsccam {
 
@@ -37,11 +37,12 @@ class FlashAccess {
     /// Writes and reads back. @return whether the first `compared` bytes came back
     bool WriteAndCompare(uint32_t address, std::span<const uint8_t> from, size_t compared)
     {
-        std::vector<uint8_t> readBack(from.size());
+        std::array<uint8_t, kChunk> chunk{};
+        const auto readBack = std::span(chunk).first(from.size());
         return m_camera.WriteToSPIFlash(from.data(), static_cast<int>(from.size()), address,
                                         request::kWriteFlash) &&
                Read(address, readBack) &&
-               std::ranges::equal(from.first(compared), std::span(readBack).first(compared));
+               std::ranges::equal(from.first(compared), readBack.first(compared));
     }
     bool Erase(size_t sector)
     {

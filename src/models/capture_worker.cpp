@@ -5,6 +5,7 @@
 #include "usb/requests.h"
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 namespace vsccam {
@@ -43,9 +44,13 @@ Shared<bool> &RememberedAutoBandwidth(const CCameraBase &camera)
 
 void CaptureWorker::Run()
 {
-    Turn turn = Prepare() ? Turn::GoOn : RecoverDevice();
-    while (turn == Turn::GoOn && m_running)
-        turn = CaptureOneFrame();
+    try {
+        Turn turn = Prepare() ? Turn::GoOn : RecoverDevice();
+        while (turn == Turn::GoOn && m_running)
+            turn = CaptureOneFrame();
+    } catch (const std::bad_alloc &) {
+        (void)Fail(); // nobody waits for a frame for ever
+    }
     Leave();
 }
 

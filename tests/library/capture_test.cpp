@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <map>
+#include <new>
 
 namespace vsccam {
 namespace {
@@ -300,6 +301,13 @@ TEST_F(CaptureTest, MuteCooledCameraIsClosedInTimeToo)
     ASSERT_GT(getValue(CONTROL_COOLER_POWER, nullptr), 0);
     FailNext("libusb_control_transfer", 1'000'000, LIBUSB_ERROR_TIMEOUT);
     EXPECT_LE(Took(closeCamera), 2000U);
+}
+
+TEST_F(CaptureTest, AThreadThatThrowsEndsAlone)
+{
+    Thread thread;
+    ASSERT_TRUE(thread.Start([] { throw std::bad_alloc(); }));
+    thread.Join();
 }
 
 TEST_F(CaptureTest, DeletingACameraEndsWhatRuns)
