@@ -45,7 +45,7 @@ Shared<bool> &RememberedAutoBandwidth(const CCameraBase &camera)
 void CaptureWorker::Run()
 {
     try {
-        Turn turn = Prepare() ? Turn::GoOn : RecoverDevice();
+        Turn turn = Prepare() || BringBackDevice() ? Turn::GoOn : GiveUp();
         while (turn == Turn::GoOn && m_running)
             turn = CaptureOneFrame();
     } catch (const std::bad_alloc &) {
@@ -265,37 +265,39 @@ void CaptureWorker::LowerBandwidth()
     m_drops = 0;
 }
 
-/// The device is gone: opens it again once it is back, programs it as it was and goes on. A single
-/// exposure is lost with it.
+/// The device is gone. A single exposure is lost with it.
 CaptureWorker::Turn CaptureWorker::RecoverDevice()
+{
+    const bool back = BringBackDevice();
+    return back && !m_camera.SingleExposure() ? Turn::GoOn : GiveUp();
+}
+
+CaptureWorker::Turn CaptureWorker::GiveUp()
+{
+    return m_camera.SingleExposure() ? Fail() : Turn::Leave;
+}
+
+/// Opens the device again once it is back, and programs it as it was. For a single exposure it has
+/// to be back already: the host waits.
+bool CaptureWorker::BringBackDevice()
 {
     m_camera.SetLost(true);
     m_camera.Frames().SetProducing(false); // nobody waits for a camera that is gone
     m_camera.releaseAsyncXfer();
     const auto lostAt = Clock::now();
-    bool open = Reopen();
-    if (m_camera.SingleExposure())
-        return LoseExposure(open);
-    while (m_running && !(open && Resume())) {
+    bool back = Reopen() && Resume();
+    while (!back && m_running && !m_camera.SingleExposure()) {
         (void)m_running.SleepFor(kReopenInterval);
-        open = Reopen();
+        back = Reopen() && Resume();
     }
     m_camera.AddDroppedFrames(FramesSince(lostAt));
-    return Turn::GoOn;
+    return back;
 }
 
 bool CaptureWorker::Reopen()
 {
     // Without a handle there is nothing to connect again: an earlier try lost it.
     return m_camera.ReConnectCamera() || (m_running && m_camera.OpenCamera(m_camera.Ordinal()));
-}
-
-/// Programs a camera that is back already for the next exposure; this one failed.
-CaptureWorker::Turn CaptureWorker::LoseExposure(bool open)
-{
-    if (open && m_running && Restore())
-        m_camera.SetLost(false);
-    return Fail();
 }
 
 /// A camera that has just come back may need a while until it answers: one that missed a request
@@ -308,7 +310,7 @@ bool CaptureWorker::Restore()
 
 bool CaptureWorker::Resume()
 {
-    if (!Restore() || !StartStream())
+    if (!m_running || !Restore() || !StartStream())
         return false;
     m_camera.SetLost(false);
     m_camera.Frames().SetProducing(true);

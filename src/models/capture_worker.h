@@ -81,7 +81,8 @@ class CaptureWorker {
     Turn HandleRefusedRead(const BulkStream::Pass &pass);
     bool InAutoBandwidthPeriod();
     void LowerBandwidth();
-    Turn LoseExposure(bool open);
+    bool BringBackDevice();
+    Turn GiveUp();
     bool Reopen();
     bool Restore();
     bool Resume();

@@ -413,6 +413,12 @@ TEST_F(CaptureTest, UnpluggingEndsAnExposureThatTheHostTimes)
         Bus().Unplug(device);
         EXPECT_LE(Took([] { WaitWhileWorking(); }), 3000U); // a second of it to find it again
         EXPECT_EQ(getExpStatus(), VSC_EXP_FAILED);
+        Bus().Replug(device);
+        setValue(CONTROL_EXPOSURE, 10'000, false);
+        startExposure(); // finds the camera before it exposes
+        WaitWhileWorking();
+        EXPECT_EQ(getExpStatus(), VSC_EXP_SUCCESS);
+        EXPECT_FALSE(ExposedFrame().empty());
         Remove(device);
     }
 }
