@@ -81,8 +81,11 @@ void Usb2CaptureWorker::PrintIncompleteFrame(const BulkStream::Pass &pass) const
 Usb2CaptureWorker::Turn Usb2CaptureWorker::HandleMissingBytes(const BulkStream::Pass &pass)
 {
     m_midFrame = true;
-    if (m_drops > kDropsToReset)
+    if (m_drops > kDropsToReset) {
+        if (pass.received > 0)
+            m_camera.AddDroppedFrames(1);
         return ResetStream("DropCount more than 50, reset!\n");
+    }
     if (pass.received > 0) {
         HandleDrop();
         return Turn::GoOn;

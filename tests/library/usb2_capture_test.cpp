@@ -108,8 +108,9 @@ TEST_F(Usb2CaptureTest, TakesItsMeasuresAtTheirThresholds)
         int resets;
     } cases[] = {
         {Fault::ShortFrame, 3, false, 0},  {Fault::ShortFrame, 4, true, 0},
-        {Fault::EmptyFrame, 50, false, 0}, {Fault::EmptyFrame, 51, false, 1},
-        {Fault::BadHead, 20, false, 0},    {Fault::BadHead, 21, true, 1},
+        {Fault::ShortFrame, 51, true, 1},  {Fault::EmptyFrame, 50, false, 0},
+        {Fault::EmptyFrame, 51, false, 1}, {Fault::BadHead, 20, false, 0},
+        {Fault::BadHead, 21, true, 1},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(testing::Message() << NameOf(c.fault) << " x" << c.count);
@@ -125,6 +126,9 @@ TEST_F(Usb2CaptureTest, TakesItsMeasuresAtTheirThresholds)
         const auto traffic = Bus().TakeTraffic(device);
         EXPECT_EQ(std::ranges::count(traffic, "reset"), c.resets);
         EXPECT_EQ(SensorNumber(device, 0x300C), c.slowerLines ? line + 30 : line);
+        if (c.fault == Fault::ShortFrame) {
+            EXPECT_GE(getDroppedFrames(), static_cast<int>(c.count));
+        }
         Remove(device);
     }
 }
