@@ -20,7 +20,7 @@ constexpr int kTransferBytes = 0x100000;
 // A single exposure fails once its dropped frames have cost this much exposure time.
 constexpr uint64_t kSingleExposureLossUs = 1'000'000;
 constexpr int kEmptyReadsToReset = 4;
-constexpr int kSilentResetsToFail = 2;
+constexpr int kResetsToFail = 2;
 constexpr int kRefusedReadsToGiveUp = 4;
 constexpr auto kRetryPause = 100ms; // after a read that failed at once
 constexpr auto kReopenInterval = 1s;
@@ -72,7 +72,7 @@ bool CaptureWorker::StartStream()
 {
     StartDataPath();
     m_camera.ResetEndPoint(m_endpoint);
-    m_drops = m_emptyReads = m_refusedReads = m_silentResets = 0;
+    m_drops = m_emptyReads = m_refusedReads = m_resets = 0;
     m_timedByHost = m_camera.Exposure().timedByHost;
     return m_camera.initAsyncXfer(m_frameBytes, m_transferCount, kTransferBytes, m_endpoint);
 }
@@ -194,9 +194,9 @@ bool CaptureWorker::TooManyEmptyReads(const BulkStream::Pass &pass)
     return m_emptyReads >= kEmptyReadsToReset;
 }
 
-bool CaptureWorker::SilentTooOften()
+bool CaptureWorker::ResetTooOften()
 {
-    return m_camera.SingleExposure() && ++m_silentResets >= kSilentResetsToFail;
+    return m_camera.SingleExposure() && ++m_resets >= kResetsToFail;
 }
 
 bool CaptureWorker::InsertFrame(bool measurable)

@@ -55,8 +55,8 @@ class CaptureWorker {
     /// Counts a read that brought nothing, lets the endpoint work again, and does not spin.
     /// @return whether there were so many in a row that a reset is due
     bool TooManyEmptyReads(const BulkStream::Pass &pass);
-    /// Whether resetting the silent camera once more would only keep the host waiting.
-    bool SilentTooOften();
+    /// Whether resetting the camera once more would only keep a single exposure waiting.
+    bool ResetTooOften();
     Turn RecoverDevice();
     Turn Fail();
 
@@ -96,7 +96,7 @@ class CaptureWorker {
     // ways, for a time that nobody set: the next one that comes is nothing to regulate by.
     bool m_mixedExposure = false;
     int m_refusedReads = 0; // reads in a row for which nothing could be queued
-    int m_silentResets = 0; // of a single exposure, for want of any byte
+    int m_resets = 0;       // of a single exposure
     uint32_t m_lastBurst = 0;
     uint32_t m_autoBandwidthSince = 0;
 };

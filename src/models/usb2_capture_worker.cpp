@@ -100,7 +100,7 @@ Usb2CaptureWorker::Turn Usb2CaptureWorker::HandleMissingBytes(const BulkStream::
 /// request may be what silenced it.
 Usb2CaptureWorker::Turn Usb2CaptureWorker::ResetStream(const char *complaint)
 {
-    if (SilentTooOften())
+    if (ResetTooOften())
         return Fail();
     OutputDbgPrint("%s", complaint);
     const bool silent = m_emptyReads > 0;
@@ -152,7 +152,7 @@ void Usb2CaptureWorker::Realign()
 
 Usb2CaptureWorker::Turn Usb2CaptureWorker::ResetAfterBadHeads()
 {
-    if (SilentTooOften())
+    if (ResetTooOften())
         return Fail();
     OutputDbgPrint("bad frame than 20, reset!\n");
     m_badHeads = 0;

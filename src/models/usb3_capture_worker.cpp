@@ -67,7 +67,7 @@ Usb3CaptureWorker::Turn Usb3CaptureWorker::HandleEmptyRead(const BulkStream::Pas
 {
     if (!TooManyEmptyReads(pass))
         return Turn::GoOn;
-    if (SilentTooOften())
+    if (ResetTooOften())
         return Fail();
     // Quirk, kept: four reads, whatever the message says.
     OutputDbgPrint("no frame more than 5, reset!\n");
