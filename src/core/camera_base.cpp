@@ -165,9 +165,10 @@ bool CCameraBase::StopCapture()
 CCameraBase::CapturePause::CapturePause(CCameraBase &camera)
     : m_camera(camera), m_ran(camera.m_capturing)
 {
-    if (m_ran)
-        (void)m_camera.StopCapture();
+    (void)m_camera.StopCapture(); // also joins an exposure that is just ending
     m_camera.m_frames.ResetCirBuff();
+    if (m_camera.m_expStatus == kExpSuccess)
+        m_camera.m_expStatus = kExpIdle; // its frame is gone
 }
 
 CCameraBase::CapturePause::~CapturePause()

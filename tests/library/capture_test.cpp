@@ -469,6 +469,7 @@ TEST_F(CaptureTest, NothingOfAnEarlierRunIsDelivered)
     OpenSmall();
     ASSERT_EQ(Expose(), VSC_EXP_SUCCESS);
     ASSERT_TRUE(setImageFormat(240, 320, 1, VSC_IMG_RAW8)); // as many bytes
+    EXPECT_EQ(getExpStatus(), VSC_EXP_IDLE);
     EXPECT_TRUE(ExposedFrame().empty());
     for (int i = 0; i < 20; ++i) {
         startCapture();
