@@ -48,7 +48,8 @@ enum {
     CONTROL_WB_RED = 3,        /**< white balance of the red sites, 50 is unity; colour models */
     CONTROL_WB_BLUE = 4,       /**< white balance of the blue sites, 50 is unity; colour models */
     CONTROL_BRIGHTNESS = 5,    /**< black-level offset added by the sensor */
-    CONTROL_BANDWIDTH = 6,     /**< share of the USB bandwidth that frames may use, per cent */
+    CONTROL_BANDWIDTH = 6,     /**< share of the USB bandwidth that frames may use, per cent; on
+                                *   S350, S056 and S047 models a step from 0 to 2 */
     CONTROL_OVERCLOCK = 7,     /**< over-clock, per cent; no model offers it */
     CONTROL_TEMPERATURE = 8,   /**< sensor temperature, tenths of a degree Celsius; read only */
     CONTROL_HARDWARE_BIN = 9,  /**< 1: binning is done by the sensor */
@@ -64,14 +65,14 @@ enum {
 enum VSC_IMG_TYPE {
     VSC_IMG_RAW8 = 0,  /**< one byte per pixel as the sensor has it (mosaic on colour models) */
     VSC_IMG_RGB24 = 1, /**< three bytes per pixel, demosaiced, in the order blue, green, red */
-    VSC_IMG_RAW16 = 2, /**< 16 bits per pixel in host byte order, as the sensor has it */
+    VSC_IMG_RAW16 = 2, /**< 16 bits per pixel in host byte order; the sample in the upper bits */
     VSC_IMG_Y8 = 3     /**< one byte luminance per pixel */
 };
 
 /** Result of getExpStatus. */
 enum VSC_EXP_STATUS {
-    VSC_EXP_IDLE = 0,    /**< no single exposure under way, or its frame was already taken */
-    VSC_EXP_WORKING = 1, /**< the exposure runs */
+    VSC_EXP_IDLE = 0,    /**< no single exposure under way, or its frame was taken or dropped */
+    VSC_EXP_WORKING = 1, /**< the exposure runs; also during video and after it */
     VSC_EXP_SUCCESS = 2, /**< a frame waits for getImageAfterExp */
     VSC_EXP_FAILED = 3   /**< the exposure ended without a frame; also: no camera is open */
 };
@@ -113,7 +114,10 @@ VSC_API char *getCameraModel(int iCamIndex);
  *  "-B") are counted but not opened by themselves.
  *  @return 1 on success; 0 when there is no such camera, it is in use by another program, access
  *          to it is not permitted, or memory ran out
- *  @note Cameras whose firmware is refreshed take up to 10 s. */
+ *  @note After a failure the index counts as open: call closeCamera before trying it again.
+ *  @note Cameras whose firmware is refreshed take up to 10 s. The firmware in this version only
+ *        stands in for the real one, which is not known: a USB 2.0 camera with old firmware cannot
+ *        be opened, and stays silent until it is plugged in again. */
 VSC_API VSC_BOOL openCamera(int iCamIndex);
 
 /** Programs sensor and camera and sets the full sensor size, bin 1, VSC_IMG_RAW8. To be called
@@ -133,8 +137,9 @@ VSC_API void closeCamera(void);
 VSC_API int getValue(Control_TYPE control, bool *pbAuto);
 
 /** Sets a control. Gain, exposure, white balance, bandwidth and target temperature are clamped to
- *  what the model can do; gamma and brightness are taken as they are (see getMin and getMax).
- *  Read-only and unknown controls, and cooler controls of models without a cooler, are ignored.
+ *  what the model can do; gamma and brightness are taken as they are (see getMin and getMax), but
+ *  S2800 and PYTHON models clamp brightness, too. Read-only and unknown controls, and cooler
+ *  controls of models without a cooler, are ignored.
  *  @param bAuto  true lets the control set itself (gain, exposure, white balance, bandwidth) */
 VSC_API void setValue(Control_TYPE control, int value, bool bAuto);
 
@@ -162,10 +167,14 @@ VSC_API void getAutoPara(int *maxGain, int *maxExp, int *targetBrightness);
 /* ---- geometry and format ---- */
 
 /** Sets size, binning and format of the frames, with the region centred on the sensor (setStartPos
- *  moves it). A running video is stopped, programmed and started again: no frame of the old size is
- *  delivered afterwards.
- *  @param width    output pixels, a multiple of 8; width * bin at most getMaxWidth()
- *  @param height   output pixels, even; height * bin at most getMaxHeight()
+ *  moves it). A running video is stopped, programmed and started again, and so is a running
+ *  exposure: no frame of the old size is delivered afterwards. The frame of a finished exposure
+ *  that was not taken is dropped.
+ *  Width times bin is at most getMaxWidth(), height times bin at most getMaxHeight(). USB 3.0
+ *  models other than S340 want a width that is a multiple of 8 and an even height; S340 and S052
+ *  models want width * height * bin * bin to be a multiple of 1024.
+ *  @param width    output pixels
+ *  @param height   output pixels
  *  @param bin      binning factor, see isBinSupported
  *  @param imgType  VSC_IMG_TYPE
  *  @return 1 on success; 0 when the camera refuses, in which case the previous format stays */
