@@ -1,11 +1,14 @@
 #include "base/debug_print.h"
 
+#include <signal.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 namespace vsccam {
 
@@ -14,6 +17,26 @@ std::atomic<bool> g_bDebugPrint{false};
 constexpr char kTag[] = "<VSC SDK> ";
 constexpr size_t kTagLength = sizeof(kTag) - 1;
 constexpr size_t kMessageSize = 128; // with the final zero
+
+/// Writes to standard output. When that is a pipe that nobody reads any more, the signal for it
+/// must not end the host: it is kept from this thread and taken back, unless one was there before.
+void WriteQuietly(std::string_view text)
+{
+    sigset_t brokenPipe;
+    sigset_t before;
+    sigset_t pending;
+    (void)sigemptyset(&brokenPipe);
+    (void)sigaddset(&brokenPipe, SIGPIPE);
+    (void)sigpending(&pending);
+    (void)pthread_sigmask(SIG_BLOCK, &brokenPipe, &before);
+    const bool broken = write(STDOUT_FILENO, text.data(), text.size()) < 0 && errno == EPIPE;
+    if (broken && sigismember(&pending, SIGPIPE) == 0) {
+        constexpr timespec kNow{};
+        (void)sigtimedwait(&brokenPipe, nullptr, &kNow);
+    }
+    (void)pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
 } // namespace
 
 void SetDebugPrint(bool on)
@@ -31,9 +54,7 @@ void OutputDbgPrint(const char *format, ...)
     va_start(arguments, format);
     (void)std::vsnprintf(line + kTagLength, kMessageSize, format, arguments);
     va_end(arguments);
-    // A closed standard output is no reason to disturb the host.
-    if (write(STDOUT_FILENO, line, std::strlen(line)) < 0)
-        return;
+    WriteQuietly({line, std::strlen(line)});
 }
 
 } // namespace vsccam

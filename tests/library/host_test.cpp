@@ -1,8 +1,10 @@
 #include "library/host_fixture.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <climits>
+#include <cstdio>
 
 namespace vsccam {
 namespace {
@@ -84,6 +86,24 @@ TEST_F(HostTest, CountsNamesAndOpensCamerasInTheOrderOfTheBus)
     EXPECT_EQ(Bus().LiveObjects().handles, 1);
     closeCamera();
     EXPECT_EQ(getNumberOfConnectedCameras(), 3);
+}
+
+TEST_F(HostTest, MessagesThatNobodyReadsAnyMoreDoNotEndTheHost)
+{
+    Bus().Plug("VSC470MM");
+    int ends[2] = {};
+    ASSERT_EQ(pipe(ends), 0);
+    (void)std::fflush(stdout);
+    const int output = dup(STDOUT_FILENO);
+    (void)dup2(ends[1], STDOUT_FILENO);
+    (void)close(ends[0]);
+    setDebugPrint(true);
+    const int count = getNumberOfConnectedCameras(); // prints each
+    setDebugPrint(false);
+    (void)dup2(output, STDOUT_FILENO);
+    (void)close(output);
+    (void)close(ends[1]);
+    EXPECT_EQ(count, 1);
 }
 
 TEST_F(HostTest, UnreadableDescriptorEndsTheCount)
