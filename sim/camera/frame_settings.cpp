@@ -49,7 +49,8 @@ Window TakenWindow(const SensorReadout &sensor, const Fpga &fpga)
     Window window = sensor.window;
     const int skipped = (fpga.FirstColumn() - sensor.blankColumns) * sensor.bin;
     const int left = skipped < 0 ? 0 : std::max(window.width - skipped, 0);
-    window.x += skipped;
+    if (left > 0) // else there is no place on the sensor for it
+        window.x += skipped;
     window.width = std::min(left, fpga.OutputWidth() * sensor.bin);
     return window;
 }

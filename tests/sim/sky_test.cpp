@@ -57,6 +57,13 @@ class Sky : public testing::Test {
     }
 };
 
+TEST_F(Sky, SendsFramesWithoutAPictureWhenTheFpgaTakesNoneOfTheWindow)
+{
+    Host host = Started(0.1);
+    host.Fpga(2, 5'000, 2); // first column
+    (void)Take(host);
+}
+
 TEST_F(Sky, GrowsWithExposureAndGainAndStandsOnTheBlackLevel)
 {
     Host host = Started(0.1);
