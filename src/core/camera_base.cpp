@@ -219,10 +219,6 @@ bool CCameraBase::SetFPSPerc(int, bool)
 {
     return false;
 }
-bool CCameraBase::GetFPSPerc(int *, bool *)
-{
-    return false;
-}
 bool CCameraBase::SetOverCLKPerc(int)
 {
     return false;
@@ -256,7 +252,7 @@ uint32_t CCameraBase::ExposureInRange(unsigned long long microseconds) const
                                             static_cast<unsigned long long>(range.max)));
 }
 
-bool CCameraBase::StoreRGBBalance(int red, int blue, bool bAuto)
+bool CCameraBase::SetRGBBalance(int red, int blue, bool bAuto)
 {
     if (!m_model.colour)
         return true;
@@ -268,7 +264,7 @@ bool CCameraBase::StoreRGBBalance(int red, int blue, bool bAuto)
     return true;
 }
 
-bool CCameraBase::TellFPSPerc(int *percent, bool *pbAuto)
+bool CCameraBase::GetFPSPerc(int *percent, bool *pbAuto)
 {
     *percent = m_bandwidth;
     *pbAuto = m_bandwidthAuto;

@@ -84,7 +84,7 @@ class CCameraBase : public CCameraFX3 {
     virtual bool SetFPSPerc(int percent, bool bAuto);
     virtual bool GetFPSPerc(int *percent, bool *pbAuto);
     virtual bool SetOverCLKPerc(int percent);
-    virtual bool SetRGBBalance(int red, int blue, bool bAuto) = 0;
+    virtual bool SetRGBBalance(int red, int blue, bool bAuto); // of colour models
     virtual bool SetExp(unsigned long long microseconds, bool bAuto) = 0;
     virtual bool GetImage(unsigned char *buffer, int size, int waitMs);
     virtual float GetSensorTemp();
@@ -251,10 +251,6 @@ class CCameraBase : public CCameraFX3 {
     bool MoveRegion(int x, int y, int stepX, const std::function<void()> &program);
 
     uint32_t ExposureInRange(unsigned long long microseconds) const; // of the model
-
-    /// What setting the balance and telling the bandwidth come to in every family.
-    bool StoreRGBBalance(int red, int blue, bool bAuto);
-    bool TellFPSPerc(int *percent, bool *pbAuto);
 
     /// Host port, hot-pixel table and versions: the first requests of USB 3.0 cameras whenever they
     /// are initialised.

@@ -26,7 +26,6 @@ Usb3Driver<Base>::Usb3Driver(const CameraModel &model, const Usb3Traits &traits)
     OutputDbgPrint("CCAMERA::CCAMERA()\n");
     m_timing.line = traits.initialLine;
     m_timing.shortestLine = traits.initialLine.length;
-    (void)Usb3Driver::SetRGBBalance(model.whiteBalance.red, model.whiteBalance.blue, false);
 }
 
 template <class Base> bool Usb3Driver<Base>::InitCamera()
@@ -186,16 +185,6 @@ template <class Base> bool Usb3Driver<Base>::SetFPSPerc(int percent, bool bAuto)
     this->SetExp(m_exposureUs, m_exposureAuto);
     CalcMaxFPS();
     return true;
-}
-
-template <class Base> bool Usb3Driver<Base>::GetFPSPerc(int *percent, bool *pbAuto)
-{
-    return this->TellFPSPerc(percent, pbAuto);
-}
-
-template <class Base> bool Usb3Driver<Base>::SetRGBBalance(int red, int blue, bool bAuto)
-{
-    return this->StoreRGBBalance(red, blue, bAuto);
 }
 
 template <class Base> bool Usb3Driver<Base>::SetExp(unsigned long long microseconds, bool bAuto)

@@ -42,8 +42,6 @@ template <class Base> class Usb3Driver : public Base, protected CaptureSensor {
     bool SetResolution(int width, int height, int bin, IMAGE_TYPE type) override;
     bool SetHardwareBin(bool on) override;
     bool SetFPSPerc(int percent, bool bAuto) override;
-    bool GetFPSPerc(int *percent, bool *pbAuto) override;
-    bool SetRGBBalance(int red, int blue, bool bAuto) override;
     bool SetExp(unsigned long long microseconds, bool bAuto) override;
     float GetSensorTemp() override;
     bool StartCapture(bool bSingleExposure) override;

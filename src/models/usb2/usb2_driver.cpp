@@ -42,7 +42,6 @@ Usb2Driver::Usb2Driver(const CameraModel &model, const Usb2Traits &traits)
     m_state.timing = {.clockMHz = kPowerUpClockMHz,
                       .lineLength = kPowerUpLine,
                       .frameLines = model.sensorHeight + usb2::kFrameOverhead};
-    (void)StoreRGBBalance(model.whiteBalance.red, model.whiteBalance.blue, false);
 }
 
 bool Usb2Driver::InitCamera()
@@ -255,16 +254,6 @@ void Usb2Driver::PublishTiming()
 {
     m_frameTimeUs = m_state.timing.FrameTimeUs();
     m_state.ownIntegrationUs = m_state.timing.OwnIntegrationUs();
-}
-
-bool Usb2Driver::GetFPSPerc(int *percent, bool *pbAuto)
-{
-    return TellFPSPerc(percent, pbAuto);
-}
-
-bool Usb2Driver::SetRGBBalance(int red, int blue, bool bAuto)
-{
-    return StoreRGBBalance(red, blue, bAuto);
 }
 
 bool Usb2Driver::SetExp(unsigned long long microseconds, bool bAuto)

@@ -50,8 +50,6 @@ class Usb2Driver : public CCameraBase, protected Usb2Sensor {
     bool SetGain() { return SetGain(m_gain); }
     bool SetHighSpeedMode(bool on) override;
     bool SetFPSPerc(int percent, bool bAuto) override;
-    bool GetFPSPerc(int *percent, bool *pbAuto) override;
-    bool SetRGBBalance(int red, int blue, bool bAuto) override;
     bool SetExp(unsigned long long microseconds, bool bAuto) override;
     bool SetExp(unsigned long long microseconds) { return SetExp(microseconds, m_exposureAuto); }
     bool SetExp() { return SetExp(m_exposureUs); }
