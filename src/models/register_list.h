@@ -2,7 +2,10 @@
 
 #include "base/clock.h"
 
+#include <algorithm>
+#include <array>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <span>
 
@@ -20,6 +23,18 @@ struct RegisterWrite {
 constexpr RegisterWrite Pause(std::chrono::milliseconds time)
 {
     return {RegisterWrite::kPause, static_cast<uint16_t>(time.count())};
+}
+
+/// A list of which only some steps are known; the others are pauses of no length, because a guess
+/// could harm the sensor.
+template <size_t Steps, size_t Known>
+constexpr std::array<RegisterWrite, Steps> Padded(const RegisterWrite (&known)[Known])
+{
+    static_assert(Known <= Steps);
+    std::array<RegisterWrite, Steps> list{};
+    list.fill(Pause(std::chrono::milliseconds(0)));
+    std::copy_n(known, Known, list.begin());
+    return list;
 }
 
 using RegisterList = std::span<const RegisterWrite>;

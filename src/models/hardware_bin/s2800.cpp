@@ -3,8 +3,6 @@
 #include "models/edition.h"
 #include "models/hardware_bin/binning_registers.h"
 
-#include <algorithm>
-
 // S2800: 4656 x 3520, USB 3.0. Editions differ in name, product ID, mosaic, cooling.
 namespace vsccam {
 
@@ -13,18 +11,6 @@ namespace {
 using namespace binning;
 using enum Pixels;
 using enum Housing;
-
-/// A register list of which only some steps are known; the others are pauses of no length, because
-/// a guess could harm the sensor.
-template <size_t Steps, size_t Known>
-constexpr std::array<RegisterWrite, Steps> Padded(const RegisterWrite (&known)[Known])
-{
-    static_assert(Known <= Steps);
-    std::array<RegisterWrite, Steps> list{};
-    list.fill(Pause(std::chrono::milliseconds(0)));
-    std::copy_n(known, Known, list.begin());
-    return list;
-}
 
 // The lists have the length and the order of use that the camera expects. What their real steps are
 // was never seen, nor were these tried on hardware.

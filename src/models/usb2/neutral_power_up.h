@@ -3,7 +3,6 @@
 #include "models/register_list.h"
 #include "models/usb2/usb2_registers.h"
 
-#include <algorithm>
 #include <array>
 #include <cstddef>
 
@@ -18,7 +17,6 @@ inline constexpr size_t kUsb2KnownRows = 15;
 template <size_t Rows>
 consteval std::array<RegisterWrite, Rows> NeutralUsb2PowerUp(int width, int height)
 {
-    static_assert(Rows >= kUsb2KnownRows);
     const auto number = [](int value) { return static_cast<uint16_t>(value); };
     const RegisterWrite known[] = {
         {usb2::kStreaming, usb2::kStreamOff},
@@ -38,10 +36,7 @@ consteval std::array<RegisterWrite, Rows> NeutralUsb2PowerUp(int width, int heig
         {usb2::kFineGain, 32},
     };
     static_assert(std::size(known) == kUsb2KnownRows);
-    std::array<RegisterWrite, Rows> list;
-    list.fill(Pause(std::chrono::milliseconds(0)));
-    std::ranges::copy(known, list.begin());
-    return list;
+    return Padded<Rows>(known);
 }
 
 } // namespace vsccam

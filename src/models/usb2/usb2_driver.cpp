@@ -72,12 +72,8 @@ bool Usb2Driver::InitCamera()
 void Usb2Driver::PowerUp()
 {
     PowerUpBoard();
-    for (const auto [address, value] : m_traits.powerUp) {
-        if (address == RegisterWrite::kPause)
-            SleepFor(std::chrono::milliseconds(value));
-        else
-            Write(address, value);
-    }
+    SendRegisterList(m_traits.powerUp,
+                     [this](uint16_t address, uint16_t value) { Write(address, value); });
     m_state.timing.clockMHz = kPowerUpClockMHz;
     m_state.timing.lineLength = kPowerUpLine;
     m_longExposure = false;
@@ -151,7 +147,7 @@ void Usb2Driver::WriteWindow()
     Write(usb2::kWindowTop, m_startY + usb2::kTopMargin);
     Write(usb2::kWindowLeft, m_startX);
     WriteWindowEnd();
-    if (streams && Capturing()) // a single exposure may have ended meanwhile
+    if (streams) // a worker that ends meanwhile stops it again after this
         Write(usb2::kStreaming, usb2::kStreamOn);
 }
 
