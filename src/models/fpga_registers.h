@@ -19,6 +19,8 @@ inline constexpr uint16_t kFrameLength = 16; // lines, three bytes
 inline constexpr uint16_t kLineLength = 19;  // clocks, two bytes
 
 // Of kMode. PYTHON cameras have other codes to run and to stop.
+inline constexpr uint16_t kReset = 0x00;
+inline constexpr uint16_t kIdle = 0x30; // after the reset
 inline constexpr uint16_t kRun = 0x21;
 inline constexpr uint16_t kStop = 0x31;
 inline constexpr uint16_t kSensorBins = 0x02;   // added to run, for sensors that bin

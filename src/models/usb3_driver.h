@@ -33,7 +33,8 @@ struct Usb3Traits {
 /// sensor family fills in how its registers are written.
 ///
 /// Base is CCameraBase, or a class between it and the family such as CCameraCool. Families override
-/// privately; everything below that they override is called with m_settingsSection held.
+/// privately; what they override is called with m_settingsSection held, but for the exposure's plan
+/// and gate and the streaming, which are the worker's.
 template <class Base> class Usb3Driver : public Base, protected CaptureSensor {
   public:
     Usb3Driver(const CameraModel &model, const Usb3Traits &traits);

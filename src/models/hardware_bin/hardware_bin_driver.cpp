@@ -51,9 +51,9 @@ template <class Base> void HardwareBinDriver<Base>::PowerUp()
     SleepFor(kFpgaResetPause);
     WriteFPGAREG(fpga::kExposureGate, 0);
     Send(m_sensor.powerUp);
-    WriteFPGAREG(fpga::kMode, 0);
+    WriteFPGAREG(fpga::kMode, fpga::kReset);
     SleepFor(kFpgaResetPause);
-    WriteFPGAREG(fpga::kMode, 0x30);
+    WriteFPGAREG(fpga::kMode, fpga::kIdle);
     WriteFPGAREG(fpga::kBitDepth, fpga::kInput12Bits);
 }
 

@@ -37,12 +37,12 @@ template <class Base> void SonyDriver<Base>::PowerUp()
     WriteSONYREG(sony::kReg303A, 0x08);
     WriteSONYREG(sony::kReg3007, 0x40);
 
-    WriteFPGAREG(fpga::kMode, 0);
+    WriteFPGAREG(fpga::kMode, fpga::kReset);
     SleepFor(kStandbyPause);
     SendCMD(request::kStartSensorClock);
     WriteSONYREG(sony::kReg3002, 0x01);
     WriteSONYREG(sony::kReg304B, 0x00);
-    WriteFPGAREG(fpga::kMode, 0x30);
+    WriteFPGAREG(fpga::kMode, fpga::kIdle);
     this->SetUpFpga();
 }
 

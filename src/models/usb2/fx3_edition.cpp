@@ -15,8 +15,6 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr uint16_t kFpgaReset = 0x00;
-constexpr uint16_t kFpgaIdle = 0x30;
 constexpr auto kResetPause = 20ms;
 
 } // namespace
@@ -24,10 +22,10 @@ constexpr auto kResetPause = 20ms;
 void Fx3Edition::PowerUpBoard()
 {
     IdentifyUsb3Camera();
-    WriteFPGAREG(fpga::kMode, kFpgaReset);
+    WriteFPGAREG(fpga::kMode, fpga::kReset);
     SleepFor(kResetPause);
     SendCMD(request::kStartSensorClock);
-    WriteFPGAREG(fpga::kMode, kFpgaIdle);
+    WriteFPGAREG(fpga::kMode, fpga::kIdle);
     SetUpFpga(*this);
 }
 
