@@ -41,10 +41,9 @@ struct Board {
     enum class Condition { Working, Mute, Unplugged };
     Condition condition = Condition::Working;
 
-    bool dataPath = false;   // from the FPGA through the controller to the bulk endpoint
-    bool sensorClock = true; // stops when the FPGA is reset
-    bool wideDataBus = true; // its upper half shares pins with the flash
-    uint32_t transferCount = 0;
+    bool dataPath = false;     // from the FPGA through the controller to the bulk endpoint
+    bool sensorClock = true;   // stops when the FPGA is reset
+    bool wideDataBus = true;   // its upper half shares pins with the flash
     bool output16Bits = false; // without an FPGA
 
     bool Streaming() const

@@ -102,9 +102,9 @@ ControlReply Fx3Controller::SensorTemperature(const ControlRequest &, Time now)
         TwelveBits(static_cast<int>(std::lround(m_board.climate.Celsius(now) * kStepsPerDegree))));
 }
 
-ControlReply Fx3Controller::SetTransferCount(const ControlRequest &request, Time)
+/// The simulated controller needs none.
+ControlReply Fx3Controller::SetTransferCount(const ControlRequest & /*request*/, Time)
 {
-    m_board.transferCount = static_cast<uint32_t>(request.value) << 16 | request.index;
     return Done();
 }
 

@@ -13,7 +13,6 @@ class GuidePort {
     static constexpr int kLines = 4;
 
     void Switch(int line, bool on, Time now);
-    bool IsOn(int line) const { return m_on.at(static_cast<size_t>(line)); }
 
     struct Shift {
         double x = 0; // pixels

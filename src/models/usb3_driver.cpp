@@ -37,7 +37,7 @@ template <class Base> bool Usb3Driver<Base>::InitCamera()
         this->IdentifyUsb3Camera();
         PowerUp();
         if (m_usb3Host)
-            m_bandwidth = m_traits.bandwidthOnUsb3Host;
+            m_bandwidth = AutoBandwidth();
         this->SetGamma(m_gamma);
         this->SetRGBBalance(m_red, m_blue, m_whiteBalanceAuto);
         this->SetBrightness(m_brightness);

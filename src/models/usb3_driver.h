@@ -23,8 +23,7 @@ struct Usb3Traits {
     FrameOffsets offsets{};
     int startXStep = 4; // unbinned pixels
     int startXStepAtBin3 = 4;
-    int bandwidthOnUsb3Host = 100; // per cent, set when the camera is initialised
-    bool thermistor = false;       // on the board, in place of the sensor's own thermometer
+    bool thermistor = false; // on the board, in place of the sensor's own thermometer
 };
 
 /// What the drivers of all USB 3.0 cameras do alike: the FPGA makes the frame timing (line and
