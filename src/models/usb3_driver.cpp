@@ -147,14 +147,14 @@ template <class Base> bool Usb3Driver<Base>::SetHardwareBin(bool on)
     return this->SetStartPos(x, y);
 }
 
-template <class Base> bool Usb3Driver<Base>::SetCMOSClk(int clockKHz)
+template <class Base> void Usb3Driver<Base>::SetCMOSClk()
 {
     if (!this->IsOpened())
-        return false;
+        return;
+    const int clockKHz = ReadoutClockKHz();
     OutputDbgPrint("set clk %d M!\n", clockKHz);
-    SelectClock(clockKHz);
+    SelectClock();
     m_timing.line.clockKHz = clockKHz;
-    return true;
 }
 
 template <class Base> bool Usb3Driver<Base>::SetFPSPerc(int percent, bool bAuto)

@@ -66,7 +66,7 @@ template <class Base> class Usb3Driver : public Base, protected CaptureSensor {
 
     /// Of the read-out as it is set.
     virtual int ReadoutClockKHz() { return m_traits.initialLine.clockKHz; }
-    virtual void SelectClock(int /*clockKHz*/) {}
+    virtual void SelectClock() {}
     /// Stores the flag; families add what the registers want.
     virtual void SetOutput16Bits(bool on);
     /// Loads the sensor's read-out mode, for sensors that have several: at the start and when the
@@ -83,8 +83,7 @@ template <class Base> class Usb3Driver : public Base, protected CaptureSensor {
     void CloseExposureGate() override;
     bool RestoreSettings() override;
 
-    bool SetCMOSClk(int clockKHz);
-    bool SetCMOSClk() { return SetCMOSClk(ReadoutClockKHz()); }
+    void SetCMOSClk();
     /// With the alignment of the model.
     bool MoveRegion(int x, int y, const std::function<void()> &program);
     void SetUpFpga() { vsccam::SetUpFpga(*this); }

@@ -38,7 +38,6 @@ constexpr SonySensor SensorOf(const LargeFormat &format)
         .normal = {.kHz = kClockKHz, .rateCode = 0x01, .shortestLine = format.line},
         .highSpeed = {.kHz = kClockKHz, .rateCode = 0x00, .shortestLine = format.fastLine},
         .hardwareBin = {},
-        .other = {.kHz = kClockKHz, .rateCode = 0x02, .shortestLine = format.line},
         .powerUp = kNeutralPowerUp,
     };
 }

@@ -18,7 +18,6 @@ constexpr SonySensor kSensor = {
     .normal = {.kHz = 2'200, .rateCode = 0x01, .shortestLine = 33},
     .highSpeed = {.kHz = 4'400, .rateCode = 0x00, .shortestLine = 33},
     .hardwareBin = {},
-    .other = {.kHz = 1'100, .rateCode = 0x02, .shortestLine = 33},
     .powerUp = kNeutralPowerUp,
 };
 

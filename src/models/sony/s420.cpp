@@ -21,7 +21,6 @@ constexpr SonySensor kSensor = {
     .normal = {.kHz = 13'920, .rateCode = 0x01, .shortestLine = 138},
     .highSpeed = {.kHz = 13'920, .rateCode = 0x00, .shortestLine = 69},
     .hardwareBin = {},
-    .other = {.kHz = 37'125, .rateCode = 0x02, .shortestLine = 1440},
     .powerUp = kNeutralPowerUp,
 };
 

@@ -21,7 +21,6 @@ constexpr SonySensor kSensor = {
     .normal = {.kHz = 27'000, .rateCode = 0x01, .shortestLine = 420},
     .highSpeed = {.kHz = 27'000, .rateCode = 0x00, .shortestLine = 216},
     .hardwareBin = {},
-    .other = {.kHz = 6'750, .rateCode = 0x02, .shortestLine = 420},
     .powerUp = kNeutralPowerUp,
 };
 

@@ -21,7 +21,6 @@ constexpr SonySensor kSensor = {
     .normal = {.kHz = 9'280, .rateCode = 0x01, .shortestLine = 139},
     .highSpeed = {.kHz = 18'560, .rateCode = 0x00, .shortestLine = 139},
     .hardwareBin = {},
-    .other = {.kHz = 4'640, .rateCode = 0x02, .shortestLine = 139},
     .powerUp = kNeutralPowerUp,
 };
 

@@ -20,7 +20,6 @@ constexpr SonySensor kSensor = {
     .normal = {.kHz = 18'562, .rateCode = 0x01, .shortestLine = 292},
     .highSpeed = {.kHz = 37'124, .rateCode = 0x00, .shortestLine = 249},
     .hardwareBin = {.kHz = 9'281, .rateCode = 0x00, .shortestLine = 145},
-    .other = {.kHz = 0, .rateCode = 0x02, .shortestLine = 292},
     .powerUp = kNeutralPowerUp,
 };
 

@@ -133,11 +133,9 @@ template <class Base> const SonyClock &SonyDriver<Base>::ReadoutClock()
     return TenBitReadout() ? m_sensor.highSpeed : m_sensor.normal;
 }
 
-template <class Base> void SonyDriver<Base>::SelectClock(int clockKHz)
+template <class Base> void SonyDriver<Base>::SelectClock()
 {
-    // Read-outs may share a clock and differ in the shortest line.
-    const SonyClock readout = ReadoutClock();
-    const SonyClock clock = clockKHz == readout.kHz ? readout : m_sensor.other;
+    const SonyClock &clock = ReadoutClock();
     const bool highConversion = SonyGainFor(m_gain, m_model.gain).highConversion;
     WriteSONYREG(
         sony::kReadoutMode,

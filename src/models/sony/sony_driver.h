@@ -18,7 +18,6 @@ struct SonySensor {
     SonyClock normal;
     SonyClock highSpeed;   // with 8-bit output
     SonyClock hardwareBin; // 2 x 2 in the sensor
-    SonyClock other;       // any clock but that of the read-out
     RegisterList powerUp;
 };
 
@@ -48,7 +47,7 @@ template <class Base> class SonyDriver : public Usb3Driver<Base> {
     void Cam_SetResolution() override;
     void ProgramExposure(const FrameExposure &exposure) override;
     int ReadoutClockKHz() override { return ReadoutClock().kHz; }
-    void SelectClock(int clockKHz) override;
+    void SelectClock() override;
     void SetOutput16Bits(bool on) override;
     void StartSensorStreaming() override;
     void StopSensorStreaming() override;
