@@ -36,13 +36,11 @@ template <class Base> bool Usb3Driver<Base>::InitCamera()
         const std::lock_guard lock(m_settingsSection);
         this->IdentifyUsb3Camera();
         PowerUp();
-        if (m_usb3Host)
+        if (m_usb3Host || m_bandwidthAuto)
             m_bandwidth = AutoBandwidth();
         this->SetGamma(m_gamma);
         this->SetRGBBalance(m_red, m_blue, m_whiteBalanceAuto);
         this->SetBrightness(m_brightness);
-        if (m_bandwidthAuto)
-            m_bandwidth = AutoBandwidth();
         SetCMOSClk();
         LoadReadoutMode();
         this->SetGain(m_gain, m_gainAuto);

@@ -71,7 +71,7 @@ void CCameraPython::PowerUp()
     WriteCameraRegister_B(python::kReg194, 2, 2, 1);
     WriteCameraRegister_B(python::kTemperatureSensor, 0, 0, 1);
 
-    WriteFPGAREG(fpga::kMode, 0);
+    WriteFPGAREG(fpga::kMode, fpga::kReset);
     SleepFor(kFpgaPause);
     WriteFPGAREG(fpga::kMode, kFpgaWait);
     SetUpFpga();
