@@ -2,6 +2,7 @@
 
 #include "models/usb2/firmware_images.h"
 #include "models/usb2/neutral_power_up.h"
+#include "models/usb2/usb2_edition.h"
 
 // S052: 728 x 512, USB 2.0, colour only. Its registers are taken to be those of the S340, not
 // verified on hardware.
@@ -17,25 +18,20 @@ constexpr Usb2Traits kTraits = {
     .firmware = kFWCodeS052MC,
 };
 
-constexpr CameraModel kModel = {
-    .name = "KYR VSC052MC",
-    .productId = 0x052B,
+constexpr CameraModel kS052 = {
     .sensorWidth = 728,
     .sensorHeight = 512,
     .pixelSizeUm = 5.6,
-    .colour = true,
     .bayer = 2,
-    .usb3Camera = false,
     .bins = {1, 2},
     .gain = {.min = 0, .max = 100, .initial = 50},
     .exposureUs = {.min = 64, .max = 64'000'000, .initial = 33'000},
     .brightness = {.min = 0, .max = 20, .initial = 0},
     .bandwidth = {.min = 40, .max = 100, .initial = 50},
     .whiteBalance = {.red = 41, .blue = 94},
-    .hasTemperature = true,
-    .hasHighSpeed = true,
-    .hasAutoBandwidth = true,
 };
+
+constexpr CameraModel kModel = Usb2Edition(kS052, "KYR VSC052MC", 0x052B, Pixels::Colour);
 
 } // namespace
 

@@ -1,6 +1,7 @@
 #include "models/usb2/s056.h"
 
 #include "models/usb2/neutral_power_up.h"
+#include "models/usb2/usb2_edition.h"
 
 // S056: 752 x 480, USB 2.0. Its registers are taken to be those of the S340, not verified on
 // hardware.
@@ -12,36 +13,28 @@ constexpr auto kPowerUp = NeutralUsb2PowerUp<kUsb2KnownRows>(752, 480);
 
 constexpr Usb2Traits kTraits = {
     .powerUp = kPowerUp,
-    .percentAtZero = 40, // the three steps are taken to be 40, 70 and 100 per cent
-    .percentPerStep = 30,
-    .autoBandwidth = 1,
+    .bandwidth = kThreeSteps,
 };
 
-constexpr CameraModel Edition(const char *name, uint16_t productId, bool colour)
+constexpr CameraModel Sensor(WhiteBalanceRange whiteBalance)
 {
     return {
-        .name = name,
-        .productId = productId,
         .sensorWidth = 752,
         .sensorHeight = 480,
         .pixelSizeUm = 6.0,
-        .colour = colour,
-        .bayer = colour ? 1 : 0,
-        .usb3Camera = false,
+        .bayer = 1,
         .bins = {1},
         .gain = {.min = 1, .max = 100, .initial = 50},
         .exposureUs = {.min = 32, .max = 999'000'000, .initial = 33'000},
         .brightness = {.min = 0, .max = 0, .initial = 0},
         .bandwidth = {.min = 0, .max = 2, .initial = 1},
-        .whiteBalance = {.red = colour ? 45 : 52, .blue = colour ? 70 : 95},
-        .hasTemperature = true,
-        .hasHighSpeed = true,
-        .hasAutoBandwidth = true,
+        .whiteBalance = whiteBalance,
     };
 }
 
-constexpr CameraModel kMono = Edition("KYR VSC056MM", 0x056A, false);
-constexpr CameraModel kColour = Edition("KYR VSC056MC", 0x056B, true);
+constexpr CameraModel kMono = Usb2Edition(Sensor({}), "KYR VSC056MM", 0x056A, Pixels::Mono);
+constexpr CameraModel kColour =
+    Usb2Edition(Sensor({.red = 45, .blue = 70}), "KYR VSC056MC", 0x056B, Pixels::Colour);
 
 } // namespace
 

@@ -2,6 +2,7 @@
 
 #include "models/usb2/firmware_images.h"
 #include "models/usb2/neutral_power_up.h"
+#include "models/usb2/usb2_edition.h"
 
 // S340: 1280 x 960, USB 2.0, and editions with the controller and FPGA of the USB 3.0 cameras. What
 // a USB 3.0 host carries is derived, not verified on hardware.
@@ -29,34 +30,34 @@ constexpr Usb2Traits kUsb3Traits = {
     .megabytesPerS = {.usb2Host = 42, .usb3Host = 360},
 };
 
-constexpr CameraModel Edition(const char *name, uint16_t productId, bool colour, bool usb3)
+constexpr CameraModel kSensor = {
+    .sensorWidth = 1280,
+    .sensorHeight = 960,
+    .pixelSizeUm = 3.75,
+    .bayer = 2,
+    .highByteFirst = true,
+    .bins = {1, 2},
+    .electronsPerAdu = 3.712F,
+    .gainOffset = {2, 5, 48, 9},
+    .gain = {.min = 0, .max = 100, .initial = 50},
+    .exposureUs = {.min = 64, .max = 2'000'000'000, .initial = 33'000},
+    .brightness = {.min = 0, .max = 20, .initial = 0},
+};
+
+constexpr CameraModel OnUsb3(CameraModel model)
 {
-    return {
-        .name = name,
-        .productId = productId,
-        .sensorWidth = 1280,
-        .sensorHeight = 960,
-        .pixelSizeUm = 3.75,
-        .colour = colour,
-        .bayer = colour ? 2 : 0,
-        .usb3Camera = usb3,
-        .highByteFirst = true,
-        .bins = {1, 2},
-        .electronsPerAdu = usb3 ? 3.52F : 3.712F,
-        .gainOffset = {2, 5, 48, 9},
-        .gain = {.min = 0, .max = 100, .initial = 50},
-        .exposureUs = {.min = 64, .max = 2'000'000'000, .initial = usb3 ? 14'000 : 33'000},
-        .brightness = {.min = 0, .max = 20, .initial = 0},
-        .hasTemperature = true,
-        .hasHighSpeed = true,
-        .hasAutoBandwidth = true,
-    };
+    model.usb3Camera = true;
+    model.electronsPerAdu = 3.52F;
+    model.exposureUs.initial = 14'000;
+    return model;
 }
 
-constexpr CameraModel kMono = Edition("KYR VSC340MM", 0x340A, false, false);
-constexpr CameraModel kColour = Edition("KYR VSC340MC", 0x340B, true, false);
-constexpr CameraModel kMonoUsb3 = Edition("KYR VSC340MM-S", 0x340D, false, true);
-constexpr CameraModel kColourUsb3 = Edition("KYR VSC340MC-S", 0x340E, true, true);
+constexpr CameraModel kMono = Usb2Edition(kSensor, "KYR VSC340MM", 0x340A, Pixels::Mono);
+constexpr CameraModel kColour = Usb2Edition(kSensor, "KYR VSC340MC", 0x340B, Pixels::Colour);
+constexpr CameraModel kMonoUsb3 =
+    OnUsb3(Usb2Edition(kSensor, "KYR VSC340MM-S", 0x340D, Pixels::Mono));
+constexpr CameraModel kColourUsb3 =
+    OnUsb3(Usb2Edition(kSensor, "KYR VSC340MC-S", 0x340E, Pixels::Colour));
 
 } // namespace
 

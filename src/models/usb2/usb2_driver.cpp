@@ -58,7 +58,7 @@ bool Usb2Driver::InitCamera()
         if (m_usb3Host)
             m_bandwidth = m_model.bandwidth.max;
         if (m_bandwidthAuto)
-            m_bandwidth = m_traits.autoBandwidth;
+            m_bandwidth = m_traits.bandwidth.automatic;
         SetCMOSClk();
         SetFPSPerc(m_bandwidth, m_bandwidthAuto);
         SetGain();
@@ -216,7 +216,7 @@ bool Usb2Driver::SetFPSPerc(int percent, bool bAuto)
 {
     const std::lock_guard lock(m_settingsSection);
     const bool switchesToAuto = bAuto && !m_bandwidthAuto;
-    m_bandwidth = std::clamp(switchesToAuto ? m_traits.autoBandwidth : percent,
+    m_bandwidth = std::clamp(switchesToAuto ? m_traits.bandwidth.automatic : percent,
                              m_model.bandwidth.min, m_model.bandwidth.max);
     m_bandwidthAuto = bAuto;
     // Quirk, kept: at exactly the slow clock's first exposure the line still follows the bandwidth.
@@ -224,7 +224,8 @@ bool Usb2Driver::SetFPSPerc(int percent, bool bAuto)
         return false;
     const int megabytesPerS =
         m_usb3Host ? m_traits.megabytesPerS.usb3Host : m_traits.megabytesPerS.usb2Host;
-    const int share = m_traits.percentAtZero + m_traits.percentPerStep * m_bandwidth;
+    const auto &scale = m_traits.bandwidth;
+    const int share = scale.percentAtZero + scale.percentPerStep * m_bandwidth;
     Usb2Timing &timing = m_state.timing;
     timing.frameLines = ReadoutSize().height + usb2::kFrameOverhead;
     StoreLineLength(

@@ -20,10 +20,12 @@ struct Usb2Traits {
         int usb3Host = 42;
     } megabytesPerS = {}; // of 100 per cent
 
-    // What a step of the bandwidth control stands for, in per cent.
-    int percentAtZero = 0;
-    int percentPerStep = 1;
-    int autoBandwidth = 80; // steps
+    /// What the values of the bandwidth control stand for.
+    struct BandwidthScale {
+        int percentAtZero = 0;
+        int percentPerStep = 1;
+        int automatic = 80; // steps
+    } bandwidth = {};
 
     bool tellsBlackLevel = false;
 
@@ -31,6 +33,10 @@ struct Usb2Traits {
     std::span<const uint8_t> firmware = {};
     uint8_t lastOldFirmware = 0;
 };
+
+/// Of models whose bandwidth has three steps; they are taken to be 40, 70 and 100 per cent.
+inline constexpr Usb2Traits::BandwidthScale kThreeSteps = {
+    .percentAtZero = 40, .percentPerStep = 30, .automatic = 1};
 
 /// The one driver of the sensors of the USB 2.0 cameras, whose registers are 16 bits wide. The
 /// sensor makes the frame timing itself: clock, line length, and integration in lines. From 100 ms
