@@ -25,7 +25,8 @@ constexpr Kernels kPlain = {"plain", None, None, None, None, None, None, None, N
 bool HasAvx512()
 {
     return __builtin_cpu_supports("avx512bw") != 0 && __builtin_cpu_supports("avx512vl") != 0 &&
-           __builtin_cpu_supports("avx512dq") != 0 && __builtin_cpu_supports("avx512cd") != 0;
+           __builtin_cpu_supports("avx512dq") != 0 && __builtin_cpu_supports("avx512cd") != 0 &&
+           __builtin_cpu_supports("avx512vbmi") != 0;
 }
 
 #endif

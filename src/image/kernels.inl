@@ -130,6 +130,26 @@ size_t LookUp(const uint8_t *in, const uint8_t *table, uint8_t *out, size_t coun
     return i;
 }
 
+#elif HWY_TARGET == HWY_AVX3
+
+size_t LookUp(const uint8_t *in, const uint8_t *table, uint8_t *out, size_t count)
+{
+    // The table in four vectors. A look-up in two of them takes no notice of the highest bit.
+    const V8 low = hn::LoadU(d8, table);
+    const V8 low2 = hn::LoadU(d8, table + kLanes8);
+    const V8 high = hn::LoadU(d8, table + 2 * kLanes8);
+    const V8 high2 = hn::LoadU(d8, table + 3 * kLanes8);
+    size_t i = 0;
+    for (; i + kLanes8 <= count; i += kLanes8) {
+        const V8 v = hn::LoadU(d8, in + i);
+        const V8 ifLow{_mm512_permutex2var_epi8(low.raw, v.raw, low2.raw)};
+        const V8 ifHigh{_mm512_permutex2var_epi8(high.raw, v.raw, high2.raw)};
+        const V8 looked{_mm512_mask_blend_epi8(_mm512_movepi8_mask(v.raw), ifLow.raw, ifHigh.raw)};
+        hn::StoreU(looked, d8, out + i);
+    }
+    return i;
+}
+
 #else
 
 /// Looks bytes up in 16 tables of 16. The shuffle takes the low four bits of a byte and gives zero
