@@ -82,7 +82,7 @@ struct Camera::State {
     std::ofstream requestFile;
 };
 
-Camera::Camera(const ModelFacts &model, CameraOptions options)
+Camera::Camera(const ModelFacts &model, const CameraOptions &options)
     : m_state(std::make_unique<State>(model, options, MakeMemories(model, options)))
 {
 }

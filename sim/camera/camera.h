@@ -115,7 +115,7 @@ uint16_t VendorId();
 /// One simulated camera. Not thread-safe: a door serialises its calls.
 class Camera {
   public:
-    Camera(const ModelFacts &model, CameraOptions options);
+    Camera(const ModelFacts &model, const CameraOptions &options);
     ~Camera();
     Camera(Camera &&) noexcept;
     Camera &operator=(Camera &&) noexcept;
