@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <mutex>
 #include <new>
-#include <numeric>
 #include <utility>
 
 // Dark frames: the sensor's fixed pattern, subtracted from 8-bit frames.
@@ -24,12 +23,6 @@ constexpr char kNoMemory[] = "no memory for the dark frame\n";
 bool IsBright(int value, int mean)
 {
     return value > mean + kBrightOverMean;
-}
-
-int MeanOf(const std::vector<uint8_t> &pixels)
-{
-    const auto sum = std::accumulate(pixels.begin(), pixels.end(), uint64_t{0});
-    return static_cast<int>(sum / std::max<uint64_t>(pixels.size(), 1));
 }
 
 std::vector<uint32_t> BrightPixelsOf(const WorkingDark &dark)
@@ -117,8 +110,8 @@ void DarkFrames::Cut(const FrameRegion &region)
     const std::lock_guard lock(m_imageSection);
     if (m_image.empty())
         return;
-    WorkingDark dark{region.frame, 0, CutImage(m_image, region)};
-    dark.mean = MeanOf(dark.pixels);
+    ImageCut cut = CutImage(m_image, region);
+    WorkingDark dark{region.frame, cut.mean, std::move(cut.pixels)};
     OutputDbgPrint("avarage:%d\n", dark.mean);
     const std::vector<uint32_t> bright = BrightPixelsOf(dark);
     OutputDbgPrint("Dead pixel:%d\n", static_cast<int>(bright.size()));

@@ -1,6 +1,7 @@
 #include "core/frame_region.h"
 
 #include <algorithm>
+#include <numeric>
 #include <utility>
 
 namespace vsccam {
@@ -21,27 +22,63 @@ int PlaceInFrame(int pixel, const FrameRegion &region)
     return pixel / (period * region.binning) * period + pixel % period;
 }
 
-/// The part of the region that lies on the sensor, along one axis, counted within the region.
+/// The part of the region that lies on the sensor, along one axis, counted within the region:
+/// whole cells of those that are binned.
 struct Extent {
     int begin;
     int end;
 };
 
-Extent OnSensor(int start, int binnedLength, int binning, int sensorLength)
+Extent OnSensor(int start, int binnedLength, int sensorLength, const FrameRegion &region)
 {
-    const int begin = std::max(0, -start);
-    return {begin, std::max(begin, std::min(binnedLength * binning, sensorLength - start))};
+    const int cell = region.binning == 1 ? 1 : region.binning * (region.mosaic ? 2 : 1);
+    const int length = binnedLength * region.binning;
+    const int begin = std::clamp((cell - 1 - start) / cell * cell, 0, length);
+    return {begin, std::clamp((sensorLength - start) / cell * cell, begin, length)};
+}
+
+Extent ColumnsOnSensor(const FrameRegion &region)
+{
+    return OnSensor(region.x, region.frame.width, region.sensor.width, region);
+}
+
+Extent RowsOnSensor(const FrameRegion &region)
+{
+    return OnSensor(region.y, region.frame.height, region.sensor.height, region);
+}
+
+/// The mean of the part on the sensor, which the rest, still 0, gets as well.
+int FillOffSensor(std::vector<uint8_t> &frame, const FrameRegion &region)
+{
+    const auto inFrame = [&region](Extent extent) {
+        return Extent{extent.begin / region.binning, extent.end / region.binning};
+    };
+    const Extent columns = inFrame(ColumnsOnSensor(region));
+    const Extent rows = inFrame(RowsOnSensor(region));
+    const size_t pixels = Index(0, rows.end - rows.begin, columns.end - columns.begin);
+    const auto sum = std::accumulate(frame.begin(), frame.end(), uint64_t{0});
+    const auto mean = static_cast<uint8_t>(sum / std::max<size_t>(pixels, 1));
+    const auto fill = [&](int y, Extent part) {
+        std::fill_n(&frame[Index(0, y, region.frame.width)] + part.begin, part.end - part.begin,
+                    mean);
+    };
+    for (int y = 0; y < region.frame.height; ++y) {
+        const bool onSensor = y >= rows.begin && y < rows.end;
+        fill(y, {0, onSensor ? columns.begin : region.frame.width});
+        fill(y, {columns.end, region.frame.width});
+    }
+    return mean;
 }
 
 } // namespace
 
-std::vector<uint8_t> CutImage(std::span<const uint8_t> image, const FrameRegion &region)
+ImageCut CutImage(std::span<const uint8_t> image, const FrameRegion &region)
 {
     const int width = region.frame.width;
     const int binning = region.binning;
     std::vector<uint8_t> cut(Index(0, region.frame.height, width));
-    const Extent columns = OnSensor(region.x, width, binning, region.sensor.width);
-    const Extent rows = OnSensor(region.y, region.frame.height, binning, region.sensor.height);
+    const Extent columns = ColumnsOnSensor(region);
+    const Extent rows = RowsOnSensor(region);
     for (int y = rows.begin; y < rows.end; ++y) {
         const uint8_t *from =
             image.data() + Index(region.x + columns.begin, region.y + y, region.sensor.width);
@@ -56,15 +93,14 @@ std::vector<uint8_t> CutImage(std::span<const uint8_t> image, const FrameRegion 
             sum = static_cast<uint8_t>(std::min(sum + part, kBrightest));
         }
     }
-    return cut;
+    const int mean = FillOffSensor(cut, region);
+    return {std::move(cut), mean};
 }
 
 std::vector<uint32_t> CutPixels(std::span<const uint32_t> pixels, const FrameRegion &region)
 {
-    const Extent columns =
-        OnSensor(region.x, region.frame.width, region.binning, region.sensor.width);
-    const Extent rows =
-        OnSensor(region.y, region.frame.height, region.binning, region.sensor.height);
+    const Extent columns = ColumnsOnSensor(region);
+    const Extent rows = RowsOnSensor(region);
     const auto within = [](int place, Extent extent) {
         return place >= extent.begin && place < extent.end;
     };

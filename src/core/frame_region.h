@@ -23,8 +23,14 @@ struct FrameRegion {
     friend bool operator==(const FrameRegion &, const FrameRegion &) = default;
 };
 
-/// What the frame shows of an image of the whole sensor. Zero where the sensor has no pixels.
-std::vector<uint8_t> CutImage(std::span<const uint8_t> image, const FrameRegion &region);
+struct ImageCut {
+    std::vector<uint8_t> pixels;
+    int mean;
+};
+
+/// What the frame shows of an image of the whole sensor, and its mean. Places that the image does
+/// not reach have the mean of the others.
+ImageCut CutImage(std::span<const uint8_t> image, const FrameRegion &region);
 
 /// Where the frame shows these pixels of the sensor, in ascending order.
 std::vector<uint32_t> CutPixels(std::span<const uint32_t> pixels, const FrameRegion &region);

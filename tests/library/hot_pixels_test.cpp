@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <numeric>
 #include <random>
 
 namespace vsccam {
@@ -97,28 +98,44 @@ TEST(FrameRegionTest, CutsImageAndPixelsAlike)
     const struct {
         const char *what;
         FrameRegion region;
+        size_t shown; // pixels of the frame that are on the sensor
         std::vector<std::pair<uint32_t, uint32_t>> places; // sensor, frame
-        uint8_t value;                                     // in the frame, of 80 on the sensor
+        int value;                                         // in the frame, of 80 on the sensor
     } cases[] = {
-        {"all", {.sensor = sensor, .frame = sensor}, {{0, 0}, {127, 127}}, 80},
-        {"a region", {sensor, 4, 2, {8, 4}}, {{36, 0}, {91, 31}, {35, 99}, {92, 99}}, 80},
-        {"beyond the edges", {sensor, 12, -2, {8, 4}}, {{12, 16}, {31, 27}}, 80},
-        {"binned", {sensor, 4, 2, {4, 2}, 2}, {{36, 0}, {53, 0}, {38, 1}, {68, 4}}, 20},
-        {"binned mosaic", {sensor, 0, 0, {8, 4}, 2, true}, {{0, 0}, {2, 0}, {33, 1}, {20, 10}}, 20},
-        {"summed", {sensor, 4, 2, {4, 2}, 2, false, true}, {{36, 0}}, 80},
+        {"all", {.sensor = sensor, .frame = sensor}, 128, {{0, 0}, {127, 127}}, 80},
+        {"a region", {sensor, 4, 2, {8, 4}}, 32, {{36, 0}, {91, 31}, {35, 99}, {92, 99}}, 80},
+        {"beyond the edges", {sensor, 12, -2, {8, 4}}, 8, {{12, 16}, {31, 27}}, 80},
+        {"beyond the end, binned", {sensor, 8, 4, {8, 4}, 2}, 8, {{72, 0}, {127, 11}}, 20},
+        {"outside", {sensor, 16, 0, {4, 4}}, 0, {{15, 99}}, 80},
+        {"binned", {sensor, 4, 2, {4, 2}, 2}, 8, {{36, 0}, {53, 0}, {38, 1}, {68, 4}}, 20},
+        {"mosaic", {sensor, 0, 0, {8, 4}, 2, true}, 32, {{0, 0}, {2, 0}, {33, 1}, {20, 10}}, 20},
+        {"half a cell", {sensor, 10, 0, {8, 4}, 2, true}, 8, {{12, 0}, {15, 99}}, 20},
+        {"summed", {sensor, 4, 2, {4, 2}, 2, false, true}, 8, {{36, 0}}, 80},
     };
+    std::vector<uint32_t> all(128);
+    std::iota(all.begin(), all.end(), 0U);
     for (const auto &c : cases) {
+        const std::vector<uint32_t> onSensor = CutPixels(all, c.region);
+        EXPECT_EQ(onSensor.size(), c.shown) << c.what;
         for (const auto &[from, to] : c.places) {
             SCOPED_TRACE(std::string(c.what) + " " + std::to_string(from));
             Bytes image(128);
             image[from] = 80;
-            Bytes expected(static_cast<size_t>(c.region.frame.width * c.region.frame.height));
+            const auto area = static_cast<size_t>(c.region.frame.width * c.region.frame.height);
+            const bool shown = to < area;
+            const int mean = shown ? c.value / static_cast<int>(c.shown) : 0;
+            // Where there is no sensor, the mean of the rest keeps frames as they come.
+            Bytes expected(area, static_cast<uint8_t>(mean));
+            for (const uint32_t pixel : onSensor)
+                expected.at(pixel) = 0;
             std::vector<uint32_t> pixels;
-            if (to < expected.size()) {
-                expected[to] = c.value;
+            if (shown) {
+                expected.at(to) = static_cast<uint8_t>(c.value);
                 pixels.push_back(to);
             }
-            EXPECT_EQ(CutImage(image, c.region), expected);
+            const ImageCut cut = CutImage(image, c.region);
+            EXPECT_EQ(cut.pixels, expected);
+            EXPECT_EQ(cut.mean, mean);
             EXPECT_EQ(CutPixels(std::vector<uint32_t>{from}, c.region), pixels);
         }
     }
@@ -126,7 +143,7 @@ TEST(FrameRegionTest, CutsImageAndPixelsAlike)
     const FrameRegion binned = {sensor, 0, 0, {8, 4}, 2};
     EXPECT_EQ(CutPixels(std::vector<uint32_t>{0, 3, 16, 17}, binned),
               (std::vector<uint32_t>{0, 1}));
-    EXPECT_EQ(CutImage(Bytes(128, 255), binned), Bytes(32, 252));
+    EXPECT_EQ(CutImage(Bytes(128, 255), binned).pixels, Bytes(32, 252));
 }
 
 TEST(PixelPatchesTest, CopyAtBordersAndDenoiseWhatStandsOut)
