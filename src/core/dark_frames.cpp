@@ -142,7 +142,10 @@ int CCameraBase::GettingDark(bool on, unsigned long long)
 
 void CCameraBase::DoGetDark(const uint8_t *frame, Size readout)
 {
-    if (!m_darkFrames.Requested() || readout != m_maxSize)
+    // Decision: only whole frames count, and a request waits for them: what the host reads at other
+    // sizes is no failure, and the request is still there when it reads the whole sensor again.
+    const bool whole = readout == m_maxSize && m_startX == 0 && m_startY == 0;
+    if (!m_darkFrames.Requested() || !whole)
         return;
     const auto pixels = static_cast<size_t>(readout.width) * static_cast<size_t>(readout.height);
     try {

@@ -3,6 +3,7 @@
 #include "core/hot_pixel_record.h"
 #include "library/dark_fixture.h"
 #include "library/picture.h"
+#include "models/sony/large_format.h"
 
 #include <sys/stat.h>
 
@@ -271,6 +272,31 @@ TEST_F(DarkSubtraction, FollowsARegionThatMovesDuringVideoInEveryFamily)
             EXPECT_EQ(wrong, 0) << startX;
         }
         Remove(device);
+    }
+}
+
+TEST_F(DarkSubtraction, IsCapturedFromTheWholeSensorOnly)
+{
+    // Of a sensor wider than that, so that frames of the largest size have room to move.
+    OpenedCamera camera(std::in_place_type<CCameraS385MC>, "VSC385MC-Cool", {.speed = 0});
+    ASSERT_TRUE(camera->InitCamera());
+    const Size whole = camera->MaxSize();
+    ASSERT_TRUE(camera->SetExp(800'000, false));
+    ASSERT_EQ(camera->GettingDark(true), 1);
+    const struct {
+        Size size;
+        int startX;
+        bool taken;
+    } frames[] = {{{64, 64}, 0, false}, {whole, 4, false}, {whole, 0, true}};
+    for (const auto &f : frames) {
+        SCOPED_TRACE(testing::Message() << f.size.width << " at " << f.startX);
+        ASSERT_TRUE(camera->SetResolution(f.size.width, f.size.height, 1, kByteImage));
+        ASSERT_TRUE(camera->SetStartPos(f.startX, 0));
+        ASSERT_EQ(camera->StartX(), f.startX);
+        ASSERT_TRUE(camera->StartCapture(false));
+        (void)Frame(*camera.operator->());
+        ASSERT_TRUE(camera->StopCapture());
+        EXPECT_EQ(camera->DarkRequested(), !f.taken);
     }
 }
 
