@@ -16,6 +16,7 @@ namespace vsccam {
 namespace {
 
 constexpr int kAttempts = 3;
+constexpr char kNoMemory[] = "no memory for the hot pixels\n";
 
 uint32_t AddressOf(size_t chunk)
 {
@@ -79,37 +80,55 @@ bool WriteRecord(FlashAccess &flash, std::vector<uint8_t> record)
     return true;
 }
 
+/// Looks up the pixels that a region shows. Takes its time with long lists: nobody waits for it.
+std::shared_ptr<const PixelPatches> PatchesShown(const std::vector<uint32_t> &pixels,
+                                                 const FrameRegion &region)
+{
+    const std::vector<uint32_t> shown = CutPixels(pixels, region);
+    OutputDbgPrint("HPC Dead pixel:%d\n", static_cast<int>(shown.size()));
+    return PatchesFor(shown, region, PatchRule::kDenoise);
+}
+
 } // namespace
 
 void HotPixels::Disable()
 {
     m_enabled = false;
     const std::lock_guard lock(m_section);
-    m_pixels.reset();
+    m_pixels = nullptr;
     m_patches = nullptr;
 }
 
-void HotPixels::SetPixels(std::vector<uint32_t> pixels)
+void HotPixels::SetPixels(std::vector<uint32_t> pixels, const FrameRegion &region)
 {
+    auto list = std::make_shared<const std::vector<uint32_t>>(std::move(pixels));
+    auto patches = PatchesShown(*list, region);
     const std::lock_guard lock(m_section);
-    m_pixels = std::move(pixels);
-    m_patches = nullptr;
+    m_pixels.swap(list);
+    m_patches.swap(patches);
 }
 
 std::vector<uint32_t> HotPixels::Pixels()
 {
-    const std::lock_guard lock(m_section);
-    return m_pixels.value_or(std::vector<uint32_t>());
+    const auto pixels = List();
+    return pixels ? *pixels : std::vector<uint32_t>();
 }
 
 void HotPixels::Cut(const FrameRegion &region)
 {
-    const std::lock_guard lock(m_section);
-    if (!m_pixels)
+    const auto pixels = List();
+    if (!pixels)
         return;
-    const std::vector<uint32_t> shown = CutPixels(*m_pixels, region);
-    m_patches = PatchesFor(shown, region, PatchRule::kDenoise);
-    OutputDbgPrint("HPC Dead pixel:%d\n", static_cast<int>(shown.size()));
+    auto patches = PatchesShown(*pixels, region);
+    const std::lock_guard lock(m_section);
+    if (m_pixels == pixels) // neither replaced nor forgotten meanwhile
+        m_patches.swap(patches);
+}
+
+std::shared_ptr<const std::vector<uint32_t>> HotPixels::List()
+{
+    const std::lock_guard lock(m_section);
+    return m_pixels;
 }
 
 std::shared_ptr<const PixelPatches> HotPixels::Patches()
@@ -124,12 +143,7 @@ void CCameraBase::SetHPCStates(bool on)
         m_hotPixels.Disable();
         return;
     }
-    bool loaded = false;
-    try {
-        loaded = LoadHPCTable();
-    } catch (const std::bad_alloc &) {
-        OutputDbgPrint("no memory for the hot pixels\n");
-    }
+    const bool loaded = LoadHPCTable();
     if (loaded)
         m_hotPixels.Enable();
     else
@@ -138,7 +152,7 @@ void CCameraBase::SetHPCStates(bool on)
 }
 
 bool CCameraBase::LoadHPCTable()
-{
+try {
     FlashAccess flash(*this);
     std::vector<uint8_t> record(FlashAccess::kChunk);
     if (!flash.Read(AddressOf(0), record))
@@ -158,9 +172,11 @@ bool CCameraBase::LoadHPCTable()
     const auto bitmap = Uncompress(std::span(record).first(*length), sensorPixels / 8);
     if (!bitmap)
         return false;
-    m_hotPixels.SetPixels(FlaggedPixels(*bitmap));
-    AdjustHPCTable();
+    m_hotPixels.SetPixels(FlaggedPixels(*bitmap), RawFrameRegion());
     return complete;
+} catch (const std::bad_alloc &) {
+    OutputDbgPrint(kNoMemory);
+    return false;
 }
 
 bool CCameraBase::SaveHPCTable()
@@ -178,18 +194,16 @@ try {
     // Quirk, kept: a record without a last, shorter chunk is reported as not saved.
     return WriteRecord(flash, record) && record.size() % FlashAccess::kChunk != 0;
 } catch (const std::bad_alloc &) {
-    OutputDbgPrint("no memory for the hot pixels\n");
+    OutputDbgPrint(kNoMemory);
     return false;
 }
 
 void CCameraBase::AdjustHPCTable()
-{
-    try {
-        m_hotPixels.Cut(RawFrameRegion());
-    } catch (const std::bad_alloc &) {
-        OutputDbgPrint("no memory for the hot pixels\n");
-        m_hotPixels.Disable();
-    }
+try {
+    m_hotPixels.Cut(RawFrameRegion());
+} catch (const std::bad_alloc &) {
+    OutputDbgPrint(kNoMemory);
+    m_hotPixels.Disable();
 }
 
 } // namespace vsccam

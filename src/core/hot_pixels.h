@@ -6,7 +6,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <vector>
 
 namespace vsccam {
@@ -21,20 +20,23 @@ class HotPixels {
     void Disable();
 
     /// @param pixels  of the whole sensor, in ascending order
-    void SetPixels(std::vector<uint32_t> pixels);
+    /// @param region  that is shown
+    void SetPixels(std::vector<uint32_t> pixels, const FrameRegion &region);
     std::vector<uint32_t> Pixels();
 
-    /// Looks up the pixels that a region shows. Does nothing before they are set.
+    /// Looks up the pixels that another region shows. Does nothing before they are set.
     void Cut(const FrameRegion &region);
 
     /// Null when there is none.
     std::shared_ptr<const PixelPatches> Patches();
 
   private:
+    std::shared_ptr<const std::vector<uint32_t>> List();
+
     Shared<bool> m_enabled;
 
     CriticalSection m_section; // guards the rest; the last of the four that dark_frames.h orders
-    std::optional<std::vector<uint32_t>> m_pixels; // a sensor may well have none
+    std::shared_ptr<const std::vector<uint32_t>> m_pixels; // null: not loaded
     std::shared_ptr<const PixelPatches> m_patches;
 };
 

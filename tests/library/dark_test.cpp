@@ -559,6 +559,29 @@ TEST_F(DarkNight, EndsTheCorrectionAndNotTheProgramWithoutMemory)
     g_bigBlocksLeft = kEnough;
     EXPECT_FALSE(camera->DarkRequested());
 }
+
+TEST_F(DarkSubtraction, AndHotPixelsAreNotSaidToBeCorrectedWithoutMemoryForThem)
+{
+    OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM");
+    Bytes bitmap(kSensor.width * kSensor.height / 8);
+    std::fill_n(bitmap.begin(), 20'000, 0xFF); // the lists of these are big, too
+    Bus().With(camera.Device(), [&bitmap](vscsim::Camera &device) {
+        std::ranges::copy(Compress(bitmap), device.Flash().begin() + 0x40000);
+    });
+    int failures = 0;
+    for (bool loaded = false; !loaded; ++failures) { // the first allocation fails, the second ...
+        ASSERT_LT(failures, 20);
+        const std::string printed = Printed([&] {
+            g_bigBlocksLeft = failures;
+            camera->SetHPCStates(true);
+            g_bigBlocksLeft = kEnough;
+        });
+        loaded = printed.ends_with("Load HPC table success\n");
+        EXPECT_EQ(camera->HotPixelTable().size(), loaded ? 160'000U : 0U) << failures;
+        EXPECT_EQ(printed.find("no memory for the hot pixels\n") == std::string::npos, loaded);
+    }
+    EXPECT_GE(failures, 5); // record, bitmap, pixels, those shown, their patches
+}
 #endif
 
 } // namespace
