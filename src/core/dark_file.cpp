@@ -135,6 +135,7 @@ bool CreateBMP(const char *path, Size size, std::span<const uint8_t> image)
     const auto width = static_cast<size_t>(size.width);
     for (size_t y = 0; y < static_cast<size_t>(size.height); ++y)
         written = written && WriteRow(file, image.subspan(y * width, width));
+    // Decision: a file that could not be written to its end is as bad as one that was not opened.
     return written && std::fflush(file) == 0;
 }
 

@@ -217,6 +217,7 @@ TEST_F(DarkSubtraction, KeepsTheOldFrameUnlessTheNewOneIsThere)
         EXPECT_EQ(camera->SaveBMPToFile(InFolder("kept.bmp").c_str()), c.kept ? 1 : 0) << c.path;
     }
     EXPECT_EQ(camera->SaveBMPToFile(InFolder("no/folder").c_str()), 0);
+    EXPECT_EQ(camera->SaveBMPToFile("/dev/full"), 0);
     EXPECT_EQ(Printed([&] {
                   (void)LoadDark(*camera.operator->(), Bytes(kSensor.width * kSensor.height, 9));
               }),
