@@ -153,16 +153,20 @@ void CCameraBase::SetHPCStates(bool on)
 
 bool CCameraBase::LoadHPCTable()
 try {
+    const auto noTable = [this] {
+        m_hotPixels.Disable();
+        return false;
+    };
     FlashAccess flash(*this);
     std::vector<uint8_t> record(FlashAccess::kChunk);
     if (!flash.Read(AddressOf(0), record))
-        return false;
+        return false; // tells nothing about the table
     const auto length = RecordLength(std::span(record).first<kHotPixelHeader>());
     if (!length)
-        return false;
+        return noTable();
     if (*length > kLongestHotPixelRecord) {
         OutputDbgPrint("LoadHPCTable: HPC data length too big\n");
-        return false;
+        return noTable();
     }
     OutputDbgPrint("LoadHPC: Compressed length: %d :\n", static_cast<int>(*length));
     // What could be read of a record is used, though it counts as a failure.
@@ -171,7 +175,7 @@ try {
         static_cast<size_t>(m_maxSize.width) * static_cast<size_t>(m_maxSize.height);
     const auto bitmap = Uncompress(std::span(record).first(*length), sensorPixels / 8);
     if (!bitmap)
-        return false;
+        return noTable();
     m_hotPixels.SetPixels(FlaggedPixels(*bitmap), RawFrameRegion());
     return complete;
 } catch (const std::bad_alloc &) {

@@ -244,7 +244,7 @@ TEST_F(HotPixelTable, IsReadInChunksAndRefusedWhenItIsNone)
         std::string wire;
         std::string printed;
     } cases[] = {
-        {"nothing", {}, false, "", ""},
+        {"nothing", Bytes(8, 0xFF), false, "", ""},
         {"other magic", {'V', 'S', 'C', 'E', 0, 0, 0, 8}, false, "", ""},
         {"length 0", RecordOf(0, {}), true, "", LengthAnd(0, none)},
         {"length 7", RecordOf(7, {}), true, second + "256;", LengthAnd(7, none)},
@@ -263,8 +263,12 @@ TEST_F(HotPixelTable, IsReadInChunksAndRefusedWhenItIsNone)
     for (const auto &c : cases) {
         SCOPED_TRACE(c.what);
         OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM");
+        EXPECT_TRUE(Load(camera, RecordOf(10, {0x01, 0x01})).whole);
+        const std::vector<uint32_t> before = camera->HotPixelTable();
+        (void)camera.Traffic();
         const Loaded result = Load(camera, c.flash);
         EXPECT_EQ(result.whole, c.loaded);
+        EXPECT_NE(camera->HotPixelTable(), before);
         EXPECT_EQ(result.printed, c.printed);
         EXPECT_EQ(camera.Traffic(), Wire(head + c.wire + "gpif32 on"));
     }
