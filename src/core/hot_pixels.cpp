@@ -146,7 +146,7 @@ void CCameraBase::SetHPCStates(bool on)
     const bool loaded = LoadHPCTable();
     if (loaded)
         m_hotPixels.Enable();
-    else
+    else if (!Lost()) // a camera that comes back and cannot be read yet has the table of before
         m_hotPixels.Disable();
     OutputDbgPrint(loaded ? "Load HPC table success\n" : "Load HPC table error\n");
 }
@@ -171,6 +171,8 @@ try {
     OutputDbgPrint("LoadHPC: Compressed length: %d :\n", static_cast<int>(*length));
     // What could be read of a record is used, though it counts as a failure.
     const bool complete = ReadRest(flash, *length, record);
+    if (!complete && Lost())
+        return false;
     const auto sensorPixels =
         static_cast<size_t>(m_maxSize.width) * static_cast<size_t>(m_maxSize.height);
     const auto bitmap = Uncompress(std::span(record).first(*length), sensorPixels / 8);

@@ -301,6 +301,41 @@ TEST_F(HotPixelTable, ReadsAChunkThreeTimesAtMostAndUsesWhatItHas)
     }
 }
 
+TEST_F(HotPixelTable, StaysWhereACameraThatComesBackDoesNotShowIt)
+{
+    const Bytes table = RecordOf(10, {0x01, 0x01});
+    const Bytes longTable = RecordOf(4097, Bytes(4089));
+    const struct {
+        const char *what;
+        Bytes found;
+        uint64_t refused; // request
+        bool lost;
+        bool corrects;
+    } cases[] = {
+        {"the same", table, UINT64_MAX, true, true},
+        {"refused", table, 2, true, true},
+        {"refused in the middle", longTable, 3, true, true},
+        {"none", Bytes(8, 0xFF), UINT64_MAX, true, false},
+        {"refused at the start of a session", table, 2, false, false},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.what);
+        OpenedCamera camera(
+            std::in_place_type<CCameraS470MM>, "VSC470MM",
+            {.faults = {
+                 {.fault = Fault::RefuseRequest, .request = 0xC3, .from = c.refused, .count = 3}}});
+        (void)Load(camera, table);
+        const std::vector<uint32_t> before = camera->HotPixelTable();
+        ASSERT_EQ(before.size(), 1U);
+        camera->SetLost(c.lost);
+        Bus().With(camera.Device(), [&c](vscsim::Camera &device) {
+            std::ranges::copy(c.found, device.Flash().begin() + 0x40000);
+        });
+        camera->SetHPCStates(true);
+        EXPECT_EQ(camera->HotPixelTable(), c.corrects ? before : std::vector<uint32_t>());
+    }
+}
+
 TEST_F(HotPixelTable, IsWrittenWithReadBackAndThreeAttempts)
 {
     const struct {
