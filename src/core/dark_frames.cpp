@@ -221,7 +221,7 @@ FrameRegion CCameraBase::RawFrameRegion()
                        .mosaic = m_model.colour,
                        .sums = m_model.hardwareBinSums};
     if (m_model.startCountsFromBottom) // for the sensor reads out from there
-        region.y = m_maxSize.height - region.y - frame.height * region.binning;
+        region.y = m_maxSize.height - region.y - frame.height; // Quirk, kept: binned rows
     return region;
 }
 
