@@ -29,6 +29,15 @@ constexpr Site RedSite(BayerPhase phase)
     return kRedSite[static_cast<size_t>(phase)];
 }
 
+/// The cells are named after the colour that comes first in the output, the images after red, which
+/// comes last: each image is made of the cells of the opposite diagonal.
+constexpr BayerPhase CellOf(BayerPhase image)
+{
+    constexpr BayerPhase kCells[] = {BayerPhase::kBG, BayerPhase::kRG, BayerPhase::kGB,
+                                     BayerPhase::kGR};
+    return kCells[static_cast<size_t>(image)];
+}
+
 constexpr Site Opposite(Site site)
 {
     return {1 - site.column, 1 - site.row};
@@ -321,9 +330,10 @@ bool CAlgorithm::ConvertInnerRows(const uint8_t *row, uint8_t *dst, int w, IMAGE
     return true;
 }
 
-template <BayerPhase kCell>
+template <BayerPhase kImage>
 void CAlgorithm::ConvertRows(const uint8_t *row, int y, uint8_t *dst, int w, int h, IMAGE_TYPE out)
 {
+    constexpr BayerPhase kCell = CellOf(kImage);
     uint8_t *const rgb = out == kRgb24 ? dst : nullptr;
     const bool borderRows = y == 0 || y >= h - 2;
     const bool partialRows = y + 1 == h;
@@ -343,34 +353,32 @@ void CAlgorithm::ConvertRows(const uint8_t *row, int y, uint8_t *dst, int w, int
     }
 }
 
-template <BayerPhase kCell>
+template <BayerPhase kImage>
 void CAlgorithm::ConvertImage(const uint8_t *src, uint8_t *dst, int w, int h, IMAGE_TYPE out)
 {
     if (!IsDemosaiced(out) || w < 2 || h < 2)
         return;
     for (int y = 0; y < h; y += 2) {
         const size_t at = Area(w, y);
-        ConvertRows<kCell>(src + at, y, dst + at * BytesPerPixel(out), w, h, out);
+        ConvertRows<kImage>(src + at, y, dst + at * BytesPerPixel(out), w, h, out);
     }
 }
 
-// The cells are named after the colour that comes first in the output, the images after red, which
-// comes last: each image is made of the cells of the opposite diagonal.
 void CAlgorithm::BayerConv_RG(const uint8_t *src, uint8_t *dst, int w, int h, IMAGE_TYPE out)
-{
-    ConvertImage<BayerPhase::kBG>(src, dst, w, h, out);
-}
-void CAlgorithm::BayerConv_BG(const uint8_t *src, uint8_t *dst, int w, int h, IMAGE_TYPE out)
 {
     ConvertImage<BayerPhase::kRG>(src, dst, w, h, out);
 }
+void CAlgorithm::BayerConv_BG(const uint8_t *src, uint8_t *dst, int w, int h, IMAGE_TYPE out)
+{
+    ConvertImage<BayerPhase::kBG>(src, dst, w, h, out);
+}
 void CAlgorithm::BayerConv_GR(const uint8_t *src, uint8_t *dst, int w, int h, IMAGE_TYPE out)
 {
-    ConvertImage<BayerPhase::kGB>(src, dst, w, h, out);
+    ConvertImage<BayerPhase::kGR>(src, dst, w, h, out);
 }
 void CAlgorithm::BayerConv_GB(const uint8_t *src, uint8_t *dst, int w, int h, IMAGE_TYPE out)
 {
-    ConvertImage<BayerPhase::kGR>(src, dst, w, h, out);
+    ConvertImage<BayerPhase::kGB>(src, dst, w, h, out);
 }
 
 void CAlgorithm::BayerConv(BayerPhase phase, const uint8_t *src, uint8_t *dst, int w, int h,
@@ -386,9 +394,9 @@ void CAlgorithm::BayerConv(BayerPhase phase, const uint8_t *src, uint8_t *dst, i
 void CAlgorithm::BayerConvRows(BayerPhase phase, const uint8_t *row, int y, uint8_t *dst, int w,
                                int h, IMAGE_TYPE out)
 {
-    constexpr decltype(&CAlgorithm::ConvertRows<BayerPhase::kBG>) kByPhase[] = {
-        &CAlgorithm::ConvertRows<BayerPhase::kBG>, &CAlgorithm::ConvertRows<BayerPhase::kRG>,
-        &CAlgorithm::ConvertRows<BayerPhase::kGB>, &CAlgorithm::ConvertRows<BayerPhase::kGR>};
+    constexpr decltype(&CAlgorithm::ConvertRows<BayerPhase::kRG>) kByPhase[] = {
+        &CAlgorithm::ConvertRows<BayerPhase::kRG>, &CAlgorithm::ConvertRows<BayerPhase::kBG>,
+        &CAlgorithm::ConvertRows<BayerPhase::kGR>, &CAlgorithm::ConvertRows<BayerPhase::kGB>};
     if (IsKnown(phase) && IsDemosaiced(out) && w >= 2 && h >= 2)
         (this->*kByPhase[static_cast<size_t>(phase)])(row, y, dst, w, h, out);
 }

@@ -18,6 +18,9 @@ BayerPhase FlippedPhase(BayerPhase sensor, bool flipH, bool flipV);
 
 /// The image transforms: plain functions of buffers, integer arithmetic throughout. Sizes are in
 /// pixels, rows follow each other without padding.
+///
+/// Frames are delivered by frame_rows.h, which does all steps row by row and uses only the tables,
+/// BayerConv and BayerConvRows of these. The others, on whole images, are for callers by name.
 class CAlgorithm {
   public:
     /// Fills the tables, with neutral white balance.
@@ -89,12 +92,12 @@ class CAlgorithm {
     template <BayerPhase kCell> void Copy(const uint8_t *src, int x, int y, int w, uint8_t *dst);
     template <BayerPhase kCell>
     void Bilinear(const uint8_t *src, int x, int y, int w, uint8_t *dst);
-    template <BayerPhase kCell>
+    template <BayerPhase kImage>
     void ConvertRows(const uint8_t *row, int y, uint8_t *dst, int w, int h, IMAGE_TYPE out);
     template <BayerPhase kCell>
     void ConvertPartialCell(const uint8_t *src, int x, uint8_t *dst, int w, bool lastRow,
                             IMAGE_TYPE out);
-    template <BayerPhase kCell>
+    template <BayerPhase kImage>
     void ConvertImage(const uint8_t *src, uint8_t *dst, int w, int h, IMAGE_TYPE out);
     template <BayerPhase kCell>
     bool ConvertInnerRows(const uint8_t *row, uint8_t *dst, int w, IMAGE_TYPE out) const;
