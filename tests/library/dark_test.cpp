@@ -76,12 +76,14 @@ TEST(DarkFramesTest, AreTheMeansOfOneWholeCapture)
               }),
               "avarage:61\nDead pixel:1\n");
     // More than 30 above the mean is much.
-    dark.SetImage({41, 41, 40, 41, 0, 0});
-    EXPECT_EQ(Printed([&] {
-                  dark.Cut({.sensor = {3, 2}, .y = 1, .frame = {3, 1}});
-              }),
-              "avarage:13\nDead pixel:0\n");
-    EXPECT_EQ(dark.Current().working->pixels, (Bytes{41, 0, 0}));
+    for (const auto &[brightest, bright] : {std::pair{45, 0}, {46, 1}}) {
+        dark.SetImage({41, 41, 40, static_cast<uint8_t>(brightest), 0, 0});
+        EXPECT_EQ(Printed([&] {
+                      dark.Cut({.sensor = {3, 2}, .y = 1, .frame = {3, 1}});
+                  }),
+                  "avarage:15\nDead pixel:" + std::to_string(bright) + "\n");
+    }
+    EXPECT_EQ(dark.Current().working->pixels, (Bytes{46, 0, 0}));
 }
 
 class DarkFile : public DarkTest {
