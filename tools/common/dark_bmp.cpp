@@ -104,10 +104,13 @@ DarkFrame ReadDark(const std::filesystem::path &path)
     if (dark.width <= 0 || dark.height <= 0 || std::max(dark.width, dark.height) > kLargestSide ||
         headers[kPlanesAndBits] >> 16 != 8)
         throw fail("a bitmap, but not in the form of a dark frame; make one with 'dark make'");
-    dark.pixels.resize(static_cast<size_t>(dark.width) * static_cast<size_t>(dark.height));
+    const auto pixels = static_cast<size_t>(dark.width) * static_cast<size_t>(dark.height);
+    if (std::filesystem::file_size(path, unreachable) < headers[kPixelOffset] + uint64_t{pixels})
+        throw fail("the end of the picture is missing"); // headers may promise a gigabyte
+    dark.pixels.resize(pixels);
     file.seekg(headers[kPixelOffset]);
     if (!Get(file, dark.pixels))
-        throw fail("the end of the picture is missing");
+        throw fail("cannot be read");
     return dark;
 }
 
