@@ -1,10 +1,11 @@
 #!/bin/sh
-# service.sh VSCCAM VSCSERVICE IMPROVEMENT: hot pixels, from the dark frame into the camera's flash
-# and out of the pictures of later programs.
+# service.sh VSCCAM VSCSERVICE IMPROVEMENT VSCSIM: hot pixels, from the dark frame into the camera's
+# flash and out of the pictures of later programs.
 set -eu
 vsccam=$1
 service=$2
 improvement=$3
+simulator=$4
 # shellcheck source=tests/tools/expect.sh
 . "$(dirname "$0")/expect.sh"
 
@@ -62,6 +63,23 @@ contains messages "of the $bright hot pixels in the flash are not bright"
 expect 0 bench erase --yes
 cmp flash.bin delivered.bin
 expect 1 bench show
+
+# A table that ends with a page of the flash is there, though the library takes it for not saved.
+{
+    head -c 1080 dark.bmp
+    yes "$(printf '\377      ')" | head -c $((8 * 1008))
+    yes '       ' | head -c $((1936 * 1096 - 8 * 1008))
+} >pages.bmp
+expect 0 bench save pages.bmp --yes
+expect 0 bench show
+contains output '1008 hot pixels'
+
+# Where the flash is not even erased, the table of before stays.
+cp flash.bin before.bin
+expect 1 "$simulator" run --camera VSC470MC:flash=flash.bin --fault refuse-request:c4 -- \
+    "$service" hotpixels save dark.bmp --yes
+contains messages 'those of before are unchanged'
+cmp flash.bin before.bin
 
 # The same pixels, patched by the dark frame instead.
 picture scene8.fit :flawless --format raw8

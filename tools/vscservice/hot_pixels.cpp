@@ -47,7 +47,8 @@ class Bench {
     std::optional<Pixels> Stored();
     /// What the library finds bright in a dark frame. Throws Failure when that is no table.
     Pixels BrightIn(const std::string &file);
-    void Save(const Pixels &pixels);
+    /// Throws Failure when they are not there afterwards.
+    void Save(const Pixels &pixels, const std::optional<Pixels> &before);
     void Erase();
 
   private:
@@ -84,11 +85,18 @@ Pixels Bench::BrightIn(const std::string &file)
     return bright;
 }
 
-void Bench::Save(const Pixels &pixels)
+void Bench::Save(const Pixels &pixels, const std::optional<Pixels> &before)
 {
-    // A table of some lengths is stored, but reported as not saved: what is there decides.
-    if (m_inside.SaveHPCTable() || Stored() == pixels)
+    if (m_inside.SaveHPCTable())
         return;
+    // A table of some lengths is stored, but reported as not saved: what is there decides.
+    const std::optional<Pixels> stored = Stored();
+    if (stored == pixels)
+        return;
+    if (stored && stored == before)
+        throw Failure(Exit::kFailure, fmt::format("the flash of {} does not take the hot pixels; "
+                                                  "those of before are unchanged; try once more",
+                                                  Name()));
     Erase(); // half a table would be taken for a whole one
     throw Failure(Exit::kFailure, fmt::format("the flash of {} does not take the hot pixels and "
                                               "holds none now; try once more",
@@ -155,13 +163,14 @@ void Save(const SaveOptions &options, Context &context)
     (void)ReadDark(options.dark); // tells what is wrong with a file, which the library does not
     Bench bench(context.camera);
     const Pixels bright = bench.BrightIn(options.dark);
-    const Pixels before = bench.Stored().value_or(Pixels());
+    const std::optional<Pixels> stored = bench.Stored();
+    const Pixels before = stored.value_or(Pixels());
     NoteLostPixels(before, bright, context.console);
     if (!options.yes)
         Confirm(fmt::format("Replace the {} hot pixels in the flash of {} by {}?", before.size(),
                             bench.Name(), bright.size()));
     StopIfAsked();
-    bench.Save(bright);
+    bench.Save(bright, stored);
     Report(bench, bright, false, context.console);
     StopIfAsked();
 }
