@@ -90,3 +90,5 @@ expect 2 sim id set 01 --yes
 expect 10 sim cool --target 0
 expect 0 "$vsccam" --sim VSC470MM-Cool cool --target 15 --for 1s
 contains output 'target  15 C'
+expect 0 "$vsccam" --sim VSC470MM-Cool:ambient=35 cool --target 0 --ramp 2 --for 1s
+contains output 'target  30 C'

@@ -62,7 +62,9 @@ class CoolingRun {
 
     void Regulate(double targetC)
     {
-        const int whole = static_cast<int>(std::lround(targetC));
+        // A ramp may begin beyond what can be asked for, on a hot day.
+        const int whole = std::clamp(static_cast<int>(std::lround(targetC)),
+                                     getMin(CONTROL_TARGET_TEMP), getMax(CONTROL_TARGET_TEMP));
         if (getValue(CONTROL_TARGET_TEMP, nullptr) != whole ||
             !getValue(CONTROL_COOLER_ON, nullptr)) {
             m_camera.Set(CONTROL_TARGET_TEMP, "target temperature", whole);
