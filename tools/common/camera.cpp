@@ -76,9 +76,7 @@ template <class Duration> Microseconds ToMicroseconds(Duration time)
 
 Camera::Camera(const CameraChoice &choice)
 {
-    const std::vector<CameraEntry> cameras = ListCameras();
-    m_connected = static_cast<int>(cameras.size());
-    m_entry = SelectCamera(cameras, choice.selector);
+    m_entry = SelectCamera(ListCameras(), choice.selector);
     if (!openCamera(m_entry.index))
         throw WhyNotOpened(m_entry);
     if (!initCamera())
@@ -170,7 +168,9 @@ Microseconds Camera::ExposedTime(Microseconds asked, Microseconds untilFrame) co
 
 void Camera::CheckPresence() const
 {
-    if (getNumberOfConnectedCameras() < m_connected)
+    const std::vector<CameraEntry> cameras = ListCameras();
+    const auto isIt = [this](const CameraEntry &camera) { return camera.IsSamePlace(m_entry); };
+    if (std::ranges::none_of(cameras, isIt))
         throw Failure(Exit::kCameraLost,
                       fmt::format("{} was unplugged; check plug and power", m_entry.model));
 }

@@ -67,7 +67,6 @@ class Camera {
     [[noreturn]] void ThrowNoFrame(const std::string &what) const;
     Microseconds ExposedTime(Microseconds asked, Microseconds untilFrame) const;
 
-    int m_connected;
     CameraEntry m_entry;
     CloseAtEnd m_closeAtEnd; // stops exposure and cooling too, on every way out
 };

@@ -179,6 +179,12 @@ std::string CameraEntry::Usable() const
     return "yes";
 }
 
+bool CameraEntry::IsSamePlace(const CameraEntry &other) const
+{
+    const auto port = [](const CameraEntry &c) { return c.usb ? c.usb->port : std::string(); };
+    return model == other.model && port(*this) == port(other);
+}
+
 std::vector<CameraEntry> ListCameras()
 {
     std::vector<CameraEntry> cameras;

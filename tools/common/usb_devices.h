@@ -33,6 +33,8 @@ struct CameraEntry {
     bool IsVariant() const;
     /// "yes", or why not.
     std::string Usable() const;
+    /// A camera of this model at this port, whatever its index is by now.
+    bool IsSamePlace(const CameraEntry &other) const;
 };
 std::vector<CameraEntry> ListCameras();
 

@@ -58,18 +58,12 @@ void Show(Console &console, const std::vector<CameraEntry> &cameras)
     console.Emit({{"cameras", all}});
 }
 
-bool IsSamePlace(const CameraEntry &a, const CameraEntry &b)
-{
-    const auto port = [](const CameraEntry &c) { return c.usb ? c.usb->port : std::string(); };
-    return a.model == b.model && port(a) == port(b);
-}
-
 /// Tells of the cameras that are in `these` but not in `those`.
 void ShowMissing(Console &console, const char *event, const std::vector<CameraEntry> &these,
                  const std::vector<CameraEntry> &those)
 {
     for (const CameraEntry &camera : these) {
-        const auto isIt = [&](const CameraEntry &other) { return IsSamePlace(camera, other); };
+        const auto isIt = [&](const CameraEntry &other) { return camera.IsSamePlace(other); };
         if (std::any_of(those.begin(), those.end(), isIt))
             continue;
         console.Say(fmt::format("{:<9} {}", event, InWords(camera)));
