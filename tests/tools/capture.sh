@@ -10,6 +10,13 @@ sim() {
     "$vsccam" --sim VSC470MC "$@"
 }
 
+# faulty FAULTS ARGUMENTS: the same with a camera that fails.
+faulty() {
+    faults=$1
+    shift
+    "$(dirname "$vsccam")/vscsim" run --camera VSC470MC --fault "$faults" -- "$vsccam" "$@"
+}
+
 expect 2 "$vsccam"
 expect 2 "$vsccam" capture -e 5parsec
 expect 0 sim --json list
@@ -62,6 +69,10 @@ expect 2 sim capture -e 20ms --dark dark.bmp -o never.fit
 { sim capture -e 10ms -o unread.fit 2>messages || echo $? >code; } | true
 contains code 9
 
+# A camera that is lost, or delivers nothing.
+expect 6 faulty unplug capture -e 10ms -o never.fit
+expect 7 faulty mute --timeout 1s capture -e 10ms -o never.fit
+
 # Controls under their names, in their units; settings hold for the command behind them.
 expect 0 sim set gain=300 exposure=20ms red=auto -- get gain exposure
 [ "$(cat output)" = "$(printf '300\n20ms')" ]
@@ -83,6 +94,7 @@ expect 2 "$vsccam" set gain=3
 
 # A pulse, the identifier, and the cooler, which warms again at the end.
 expect 0 sim guide n 50ms
+expect 6 faulty unplug:b0@1 guide s 1h
 expect 1 sim id get
 expect 0 sim id set 0102030405060708 --yes
 contains output 0102030405060708

@@ -48,8 +48,8 @@ void Guide(const GuideOptions &options, Context &context)
         pulseGuide(direction, static_cast<int>(piece.count()));
         left -= piece;
         StopSignals::SleepFor(0ms); // the line is off: here a signal may end the program
+        camera.CheckPresence();
     }
-    camera.CheckPresence();
     context.console.Say(
         fmt::format("guided {} for {}", options.direction, FormatTime(options.time)));
     context.console.Emit({{"direction", options.direction}, {"time_s", Seconds(options.time)}});
