@@ -104,3 +104,7 @@ expect 0 "$vsccam" --sim VSC470MM-Cool cool --target 15 --for 1s
 contains output 'target  15 C'
 expect 0 "$vsccam" --sim VSC470MM-Cool:ambient=35 cool --target 0 --ramp 2 --for 1s
 contains output 'target  30 C'
+
+# At a terminal the temperature stays in one line, but not in a file.
+script -qefc "'$vsccam' --sim VSC470MM-Cool cool --target 15 --for 1s >words" /dev/null >output
+contains words 'target  15 C'

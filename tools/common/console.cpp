@@ -32,7 +32,8 @@ int OpenMessages(const std::string &logFile)
 
 Console::Console(const ConsoleOptions &options)
     : m_options(options), m_isTerminal(isatty(STDERR_FILENO) == 1),
-      m_showsProgress(options.progress && m_isTerminal && !options.quiet && !options.json)
+      m_showsProgress(options.progress && m_isTerminal && !options.quiet && !options.json),
+      m_resultsOnTerminal(isatty(STDOUT_FILENO) == 1)
 {
     const int messages = OpenMessages(options.logFile);
     std::fflush(stdout);

@@ -37,6 +37,8 @@ class Console {
     void Error(const std::string &line);
 
     bool ShowsProgress() const { return m_showsProgress; }
+    /// Whether a line that changes in place serves for the results: nobody else reads them.
+    bool ShowsResultsInPlace() const { return m_showsProgress && m_resultsOnTerminal; }
 
   private:
     struct CloseFile {
@@ -49,6 +51,7 @@ class Console {
     ConsoleOptions m_options;
     bool m_isTerminal;
     bool m_showsProgress;
+    bool m_resultsOnTerminal;
     std::unique_ptr<std::FILE, CloseFile> m_results;
 };
 

@@ -33,7 +33,7 @@ class CoolingRun {
   public:
     CoolingRun(const CoolOptions &options, Context &context)
         : m_options(options), m_console(context.console), m_camera(context.camera),
-          m_line(context.console.ShowsProgress())
+          m_line(context.console.ShowsResultsInPlace())
     {
         if (!isCoolerCam())
             throw Failure(Exit::kNotSupported, m_camera.Entry().model + " has no cooler");
@@ -135,7 +135,7 @@ class CoolingRun {
         const double trend = TrendTo(celsius);
         const std::string words = fmt::format(
             "{:6.1f} C  target {:3} C  power {:3} %  {:+.1f} C/min", celsius, target, power, trend);
-        if (m_console.ShowsProgress())
+        if (m_console.ShowsResultsInPlace())
             m_line.Show(words);
         else
             m_console.Say(words);
