@@ -89,6 +89,7 @@ expect 2 sim set gian=3 -- info
 contains messages 'did you mean gain?'
 expect 2 sim set gain -- info
 contains messages "'gain' is neither a setting"
+expect 0 "$vsccam" --sim VSC048MM set auto-max-exposure=1s -- get auto-max-exposure
 expect 10 sim get target-temp
 expect 2 "$vsccam" set gain=3
 

@@ -59,7 +59,8 @@ std::array<int, kAutoLimits> AutoLimits()
 ControlState StateOfAutoLimit(const NamedControl &control)
 {
     const auto which = static_cast<size_t>(control.type - kAutoMaxGain);
-    const int longestS = std::min(getMax(CONTROL_EXPOSURE) / 1'000'000, 60);
+    // At least one second, also where exposures are shorter: the least that can be set.
+    const int longestS = std::clamp(getMax(CONTROL_EXPOSURE) / 1'000'000, 1, 60);
     const int largest[kAutoLimits] = {getMax(CONTROL_GAIN), longestS, 160};
     constexpr int kSmallest[kAutoLimits] = {0, 1, 50};
     return {.available = true,
