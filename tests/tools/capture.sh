@@ -84,6 +84,7 @@ expect 0 sim set exposure=40us exposure=auto -- info
 expect 2 sim set gain=700 -- info
 contains messages '0 to 600'
 expect 2 sim set exposure=bright -- info
+expect 2 sim set auto-max-exposure=1.5s -- info
 expect 10 sim set gamma=auto -- info
 expect 2 sim set gian=3 -- info
 contains messages 'did you mean gain?'

@@ -88,13 +88,21 @@ int ParseWhole(std::string_view text, const std::string &whole)
     return value;
 }
 
+int ParseWholeSeconds(const std::string &text, const std::string &whole)
+{
+    const Microseconds time = ParseTime(text);
+    if (time % std::chrono::seconds(1) != Microseconds(0))
+        throw Failure(Exit::kUsage, fmt::format("'{}' is set in whole seconds", whole));
+    return static_cast<int>(std::min<int64_t>(time.count() / 1'000'000, INT32_MAX));
+}
+
 int ParseValue(const NamedControl &control, const std::string &text, const std::string &whole)
 {
     switch (control.unit) {
     case kMicroseconds:
         return static_cast<int>(std::clamp<int64_t>(ParseTime(text).count(), 0, INT32_MAX));
     case kSeconds:
-        return static_cast<int>(std::min<int64_t>(ParseTime(text).count() / 1'000'000, INT32_MAX));
+        return ParseWholeSeconds(text, whole);
     case kSwitch:
         for (const auto &[word, value] : {std::pair{"on", 1}, {"off", 0}, {"1", 1}, {"0", 0}}) {
             if (text == word)
