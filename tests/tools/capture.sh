@@ -98,7 +98,11 @@ expect 2 "$vsccam" set gain=3
 expect 0 sim guide n 50ms
 expect 6 faulty unplug:b0@1 guide s 1h
 expect 1 sim id get
-expect 0 sim id set 0102030405060708 --yes
+expect 6 faulty unplug:c4 id set 0102030405060708 --yes
+head -c 1048576 /dev/zero >flash.bin
+expect 0 "$vsccam" --sim VSC470MC:flash=flash.bin id set 0102030405060708 --yes
+contains output 0102030405060708
+expect 0 "$vsccam" --sim VSC470MC:flash=flash.bin id get
 contains output 0102030405060708
 expect 2 sim id set 01 --yes
 expect 10 sim cool --target 0

@@ -50,10 +50,12 @@ void GetId(Context &context)
 {
     const Camera camera(context.camera);
     _VSC_ID id{};
-    if (!GetID(&id))
+    if (!GetID(&id)) {
+        camera.CheckPresence();
         throw Failure(Exit::kFailure,
                       fmt::format("{} has no identifier yet; give it one with 'vsccam id set'",
                                   camera.Entry().model));
+    }
     Show(context, camera, id);
 }
 
@@ -66,10 +68,12 @@ void SetId(const SetOptions &options, Context &context)
     // The library looks at the first half only when it has written.
     const bool ok = SetID(options.id) && GetID(&written) &&
                     std::equal(std::begin(written.id), std::end(written.id), options.id.id);
-    if (!ok)
+    if (!ok) {
+        camera.CheckPresence();
         throw Failure(Exit::kFailure, fmt::format("the flash of {} does not take the identifier; "
                                                   "plug the camera in again and retry",
                                                   camera.Entry().model));
+    }
     Show(context, camera, written);
 }
 
