@@ -33,7 +33,7 @@ contains messages 'VSC SDK'
 expect 0 sim capture -e 10ms -o 'm42_{seq}.fit' --format rgb24 --roi 640x480+64+32
 contains output m42_3.fit
 [ -s m42_3.png ]
-expect 0 sim capture -e 10ms --roi 640x480+65+33 -o moved.fit
+expect 0 sim --log /dev/full capture -e 10ms --roi 640x480+65+33 -o moved.fit
 contains messages 'region is 640x480+64+32 on this camera'
 for file in m42.fit m42_1.fit m42_2.fit m42_3.fit; do
     "$fitsverify" -q "$file"

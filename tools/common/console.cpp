@@ -28,6 +28,12 @@ int OpenMessages(const std::string &logFile)
     return descriptor;
 }
 
+/// Each line at once: readers of a pipe get every result when it is there.
+bool WriteLine(std::FILE *file, const std::string &line)
+{
+    return std::fputs((line + "\n").c_str(), file) != EOF && std::fflush(file) != EOF;
+}
+
 } // namespace
 
 Console::Console(const ConsoleOptions &options)
@@ -48,7 +54,7 @@ Console::Console(const ConsoleOptions &options)
 void Console::Say(const std::string &line)
 {
     if (!m_options.json && !m_options.quiet)
-        WriteLine(m_results.get(), line);
+        WriteResult(line);
 }
 
 void Console::Emit(const nlohmann::ordered_json &result)
@@ -58,8 +64,7 @@ void Console::Emit(const nlohmann::ordered_json &result)
     nlohmann::ordered_json object = {{"schema", kSchema}};
     object.update(result);
     // A name may hold any bytes; what is no UTF-8 is shown as such and stops nothing.
-    WriteLine(m_results.get(),
-              object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+    WriteResult(object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
 }
 
 void Console::Note(const std::string &line)
@@ -80,13 +85,12 @@ void Console::Error(const std::string &line)
 void Console::Log(const std::string &line)
 {
     if (!m_options.logFile.empty())
-        WriteLine(stdout, line); // descriptor 1 leads there
+        (void)WriteLine(stdout, line); // descriptor 1 leads there
 }
 
-void Console::WriteLine(std::FILE *file, const std::string &line)
+void Console::WriteResult(const std::string &line)
 {
-    // Each line at once: readers of a pipe get every result when it is there.
-    if (std::fputs((line + "\n").c_str(), file) == EOF || std::fflush(file) == EOF)
+    if (!WriteLine(m_results.get(), line))
         throw Failure(Exit::kFile,
                       "cannot write the results: " + std::generic_category().message(errno));
 }

@@ -32,7 +32,8 @@ class Console {
     /// ... and for programs (only with --json): one object per line.
     void Emit(const nlohmann::ordered_json &result);
 
-    /// What the user may want to know while waiting. That nobody reads it stops nothing.
+    /// What the user may want to know while waiting. That nobody can read it, neither there nor in
+    /// the log, stops nothing: neither throws.
     void Note(const std::string &line);
     void Error(const std::string &line);
 
@@ -46,7 +47,7 @@ class Console {
     };
 
     void Log(const std::string &line);
-    void WriteLine(std::FILE *file, const std::string &line);
+    void WriteResult(const std::string &line);
 
     ConsoleOptions m_options;
     bool m_isTerminal;
