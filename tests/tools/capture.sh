@@ -95,7 +95,11 @@ expect 10 sim get target-temp
 expect 2 "$vsccam" set gain=3
 
 # A pulse, the identifier, and the cooler, which warms again at the end.
-expect 0 sim guide n 50ms
+for line in n:0 S:1 e:2 W:3; do
+    rm -f requests
+    expect 0 "$vsccam" --sim VSC470MC:requests=requests guide "${line%:*}" 50ms
+    [ "$(grep ^guide requests)" = "$(printf 'guide on %d\nguide off %d' "${line#*:}" "${line#*:}")" ]
+done
 expect 6 faulty unplug:b0@1 guide s 1h
 expect 1 sim id get
 expect 6 faulty unplug:c4 id set 0102030405060708 --yes

@@ -63,11 +63,7 @@ void AddGuideCommand(CLI::App &app, Command &chosen)
     const auto options = std::make_shared<GuideOptions>();
     guide->add_option("direction", options->direction, "N, S, E or W")
         ->required()
-        ->check(CLI::IsMember({"N", "S", "E", "W"}))
-        ->transform([](std::string text) {
-            std::transform(text.begin(), text.end(), text.begin(), ::toupper);
-            return text;
-        });
+        ->transform(CLI::IsMember({"N", "S", "E", "W"}, CLI::ignore_case));
     AddParsed(*guide, "time", options->time, ParseTime, "TIME", "Length: 500ms, 2s")->required();
     guide->callback(
         [&chosen, options] { chosen = [options](Context &context) { Guide(*options, context); }; });
