@@ -104,16 +104,6 @@ void Camera::SetFraming(const Framing &framing)
         setStartPos(region.x, region.y);
 }
 
-void Camera::Set(Control_TYPE control, const char *name, int value)
-{
-    if (!isAvailable(control))
-        throw Failure(Exit::kNotSupported, fmt::format("{} has no {}", m_entry.model, name));
-    if (value < getMin(control) || value > getMax(control))
-        throw Failure(Exit::kUsage, fmt::format("{} {} is outside {} to {}", name, value,
-                                                getMin(control), getMax(control)));
-    setValue(control, value, false);
-}
-
 Microseconds Camera::SetExposure(Microseconds time)
 {
     const Microseconds longest(getMax(CONTROL_EXPOSURE));

@@ -45,8 +45,6 @@ class Camera {
     const CameraEntry &Entry() const { return m_entry; }
 
     void SetFraming(const Framing &framing);
-    /// Sets a control after checking the range that the model has.
-    void Set(Control_TYPE control, const char *name, int value);
     /// Sets the exposure and returns what it is now: models round and clamp.
     Microseconds SetExposure(Microseconds time);
 

@@ -243,4 +243,9 @@ void Apply(const Setting &setting)
         setValue(control.type, value, setting.automatic);
 }
 
+void Set(const std::string &name, int value)
+{
+    Apply({.control = &FindControl(name), .value = value});
+}
+
 } // namespace vsctool

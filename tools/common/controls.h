@@ -28,7 +28,7 @@ struct NamedControl {
 
 std::span<const NamedControl> AllControls();
 
-/// Throws Failure, which lists the names, when there is none.
+/// Throws Failure, with the name that was meant or all of them, when there is none.
 const NamedControl &FindControl(const std::string &name);
 
 /// Of the open camera, in the library's figures.
@@ -57,5 +57,7 @@ Setting ParseSetting(const std::string &text);
 
 /// Sets a control of the open camera. Throws Failure when it does not have it or cannot be that.
 void Apply(const Setting &setting);
+/// The same, for a control by its name.
+void Set(const std::string &name, int value);
 
 } // namespace vsctool

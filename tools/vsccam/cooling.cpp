@@ -18,12 +18,22 @@ constexpr auto kLongestWait = 20min;
 
 } // namespace
 
-void CoolTo(Camera &camera, int targetC, std::optional<double> withinC, Console &console)
+void RequireCooler(const Camera &camera)
 {
     if (!isCoolerCam())
         throw Failure(Exit::kNotSupported, camera.Entry().model + " has no cooler");
-    camera.Set(CONTROL_TARGET_TEMP, "target temperature", targetC);
-    camera.Set(CONTROL_COOLER_ON, "cooler", 1);
+}
+
+void Regulate(int targetC)
+{
+    Set("target-temp", targetC);
+    Set("cooler", 1);
+}
+
+void CoolTo(Camera &camera, int targetC, std::optional<double> withinC, Console &console)
+{
+    RequireCooler(camera);
+    Regulate(targetC);
     if (!withinC)
         return;
     for (auto waited = 0s; std::abs(getSensorTemp() - static_cast<float>(targetC)) > *withinC;

@@ -142,9 +142,9 @@ void Series::SetUp()
                                            getHeight(), getStartX(), getStartY()));
     SetMisc(m_options.flipX, m_options.flipY);
     if (m_options.gain)
-        m_camera.Set(CONTROL_GAIN, "gain", *m_options.gain);
+        Set("gain", *m_options.gain);
     if (m_options.offset)
-        m_camera.Set(CONTROL_BRIGHTNESS, "offset", *m_options.offset);
+        Set("offset", *m_options.offset);
     if (!m_options.dark.empty() && !EnableDarkSubtract(m_options.dark.c_str()))
         throw Failure(Exit::kFile,
                       fmt::format("{} is no dark frame of this camera: an 8-bit BMP of "

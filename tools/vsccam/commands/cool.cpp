@@ -1,5 +1,6 @@
 #include "camera.h"
 #include "commands/command.h"
+#include "cooling.h"
 #include "failure.h"
 #include "stop_signals.h"
 
@@ -35,8 +36,7 @@ class CoolingRun {
         : m_options(options), m_console(context.console), m_camera(context.camera),
           m_line(context.console.ShowsResultsInPlace())
     {
-        if (!isCoolerCam())
-            throw Failure(Exit::kNotSupported, m_camera.Entry().model + " has no cooler");
+        RequireCooler(m_camera);
         m_startC = Temperature();
     }
 
@@ -60,16 +60,14 @@ class CoolingRun {
   private:
     static double Temperature() { return static_cast<double>(getSensorTemp()); }
 
-    void Regulate(double targetC)
+    static void MoveTo(double targetC)
     {
         // A ramp may begin beyond what can be asked for, on a hot day.
         const int whole = std::clamp(static_cast<int>(std::lround(targetC)),
                                      getMin(CONTROL_TARGET_TEMP), getMax(CONTROL_TARGET_TEMP));
         if (getValue(CONTROL_TARGET_TEMP, nullptr) != whole ||
-            !getValue(CONTROL_COOLER_ON, nullptr)) {
-            m_camera.Set(CONTROL_TARGET_TEMP, "target temperature", whole);
-            m_camera.Set(CONTROL_COOLER_ON, "cooler", 1);
-        }
+            !getValue(CONTROL_COOLER_ON, nullptr))
+            Regulate(whole); // which begins anew: not more often than need be
     }
 
     /// Where a ramp from `fromC` to `toC` is by now.
@@ -85,9 +83,8 @@ class CoolingRun {
         const double finalC = m_options.targetC;
         for (;;) {
             const auto elapsed = SteadyClock::now() - start;
-            Regulate(m_options.rampCPerMin
-                         ? OnRamp(m_startC, finalC, *m_options.rampCPerMin, elapsed)
-                         : finalC);
+            MoveTo(m_options.rampCPerMin ? OnRamp(m_startC, finalC, *m_options.rampCPerMin, elapsed)
+                                         : finalC);
             Report();
             if (m_options.duration && elapsed >= *m_options.duration)
                 return;
@@ -105,7 +102,7 @@ class CoolingRun {
         const double warmC = getMax(CONTROL_TARGET_TEMP);
         while (Temperature() < warmC - kWarmEnoughC &&
                getValue(CONTROL_COOLER_POWER, nullptr) > 0) {
-            Regulate(OnRamp(fromC, warmC, cPerMin, SteadyClock::now() - start));
+            MoveTo(OnRamp(fromC, warmC, cPerMin, SteadyClock::now() - start));
             Report();
             Wait();
         }

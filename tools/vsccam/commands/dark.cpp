@@ -70,11 +70,11 @@ void SetUp(const MakeOptions &options, Camera &camera, Context &context)
     framing.format = PixelFormat::kRaw8;
     camera.SetFraming(framing);
     SetMisc(false, false);
-    camera.Set(CONTROL_GAMMA, "gamma", kLinearGamma);
+    Set("gamma", kLinearGamma);
     if (options.gain)
-        camera.Set(CONTROL_GAIN, "gain", *options.gain);
+        Set("gain", *options.gain);
     if (options.offset)
-        camera.Set(CONTROL_BRIGHTNESS, "offset", *options.offset);
+        Set("offset", *options.offset);
     if (options.coolTo)
         CoolTo(camera, *options.coolTo, options.waitWithin, context.console);
     (void)camera.SetExposure(options.exposure);
