@@ -1,18 +1,20 @@
 #pragma once
 
 #include "base/debug_print.h"
+#include "base/sync.h"
 #include "usb/camera_fx3.h"
 #include "usb/requests.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <mutex>
 #include <span>
 
 namespace vsccam {
 
 /// Use of the SPI flash, which is reachable only while the controller's data bus is not 32 bits
-/// wide.
+/// wide. One at a time: the bus must not become wide, nor a sector be erased, under another.
 class FlashAccess {
   public:
     static constexpr size_t kPage = 256;
@@ -20,7 +22,7 @@ class FlashAccess {
     static constexpr size_t kSector = 0x10000;
     static constexpr uint8_t kErased = 0xFF;
 
-    explicit FlashAccess(CCameraFX3 &camera) : m_camera(camera)
+    explicit FlashAccess(CCameraFX3 &camera) : m_camera(camera), m_lock(camera.FlashSection())
     {
         (void)m_camera.EnableGPIF32DQ(false);
     }
@@ -55,6 +57,7 @@ class FlashAccess {
 
   private:
     CCameraFX3 &m_camera; // the requests that follow fail by themselves when the switch failed
+    std::lock_guard<CriticalSection> m_lock; // until the bus is wide again
 };
 
 } // namespace vsccam

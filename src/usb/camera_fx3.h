@@ -78,6 +78,10 @@ class CCameraFX3 {
     /// Whether the controller's boot loader answers.
     bool IsBootLoaderRunning();
 
+    /// Held by whoever has the data bus narrow for the flash: the host, or a capture worker that
+    /// programs a camera which came back. Locked after the sections of settings and cooler.
+    CriticalSection &FlashSection() { return m_flashSection; }
+
     /// SPI flash: `address` is rounded down to a page of 256 bytes; at most 2048 bytes a request.
     bool ReadFromSPIFlash(uint8_t *buf, int len, uint32_t address, uint8_t req);
     bool WriteToSPIFlash(const uint8_t *buf, int len, uint32_t address, uint8_t req);
@@ -171,6 +175,8 @@ class CCameraFX3 {
     int m_timeoutsInRow = 0;
     Clock::time_point m_muteUntil{};
     Shared<int> m_unansweredRequests;
+
+    CriticalSection m_flashSection; // guards the width of the data bus
 
     BulkStream m_stream; // used by the capture worker
 };

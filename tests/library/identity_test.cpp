@@ -1,3 +1,4 @@
+#include "base/sync.h"
 #include "library/wire.h"
 #include "models/sony/s470.h"
 #include "support/simulated_bus.h"
@@ -30,6 +31,23 @@ const Lines kAttempt = Wire("flash write 070000+256; flash read 070000+256");
 Lines Narrowed(const Lines &requests)
 {
     return Wire("gpif32 off") + requests + Wire("gpif32 on");
+}
+
+TEST_F(IdentityTest, IsNotReadWhileItIsWritten)
+{
+    const Lines read = Narrowed(Wire("flash read 070000+256"));
+    const Lines written = Narrowed(kErase + kAttempt);
+    OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM");
+    Thread reader;
+    ASSERT_TRUE(reader.Start([&camera] {
+        CameraId id{};
+        (void)camera->ReadIDFromSPI(&id); // of before or after: the wire tells
+    }));
+    EXPECT_TRUE(camera->WriteIDToSPI(kId)); // waits for the erased sector
+    reader.Join();
+    const Lines traffic = camera.Traffic();
+    EXPECT_TRUE(traffic == read + written || traffic == written + read)
+        << testing::PrintToString(traffic);
 }
 
 // The answer to the read (C3) begins with the tag's two bytes, then come those of the identity.
