@@ -50,7 +50,7 @@ void SetCoolerOn(Camera &camera, int value, bool)
         return;
     cooler->SetAutoTemp(value > 0, static_cast<float>(camera.TargetTemp()));
     if (value <= 0)
-        cooler->SwitchOff();
+        (void)cooler->SetPowerPerc(0.0F); // a host has no way to be told
 }
 
 void SetFanOn(Camera &camera, int value, bool)

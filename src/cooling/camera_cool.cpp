@@ -101,21 +101,14 @@ void CCameraCool::StopAutoTempThr()
     OutputDbgPrint("AutoTempThr bf wait\n");
     m_coolerThread.Join();
     OutputDbgPrint("AutoTempThr af wait\n");
-    SwitchOff();
-}
-
-void CCameraCool::SwitchOff()
-{
-    // One refused request must not leave the cooler on; a mute camera would only hold up the end.
-    if (!SetPowerPerc(0.0F) && !LastRequestTimedOut())
-        (void)SetPowerPerc(0.0F);
+    (void)SetPowerPerc(0.0F); // nothing is left to try
 }
 
 void CCameraCool::OnInitialised()
 {
     const std::lock_guard lock(m_coolerSection); // no control step in between
     StartAutoTempThr();
-    SwitchOff();
+    (void)SetPowerPerc(0.0F); // that a camera is mute is noticed elsewhere
     SetAutoTemp(false, static_cast<float>(m_targetTempC));
 }
 

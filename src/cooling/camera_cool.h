@@ -20,12 +20,11 @@ class CCameraCool : public CCameraBase {
     /// Ends regulation and switches the cooler off before the device is closed.
     bool CloseCamera() override;
 
-    /// Sends a drive code, unless it is the last one sent. @return false when the request failed
+    /// Sends a drive code, unless it is the last one sent. The code of no current is sent once more
+    /// when the camera refuses it. @return false when the request failed
     bool SetDA(int code);
     /// Sets the power within 0 to 100 per cent. @return false when the request failed
     bool SetPowerPerc(float percent);
-    /// Sets the power to 0, once more when the camera refuses.
-    void SwitchOff();
     /// Switches regulation and sets its target, -40 to 30 degrees. Both start the controller anew.
     void SetAutoTemp(bool on, float targetC);
     /// @return false when the request failed; FanOn() then tells the old state
@@ -33,7 +32,7 @@ class CCameraCool : public CCameraBase {
 
     /// Switches the fan on and starts the cooler thread, unless it runs.
     void StartAutoTempThr();
-    /// Ends and joins the cooler thread, then switches the cooler off; the fan stays as it is.
+    /// Ends and joins the cooler thread, then sets the power to 0; the fan stays as it is.
     void StopAutoTempThr();
 
   protected:

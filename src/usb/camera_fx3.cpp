@@ -100,12 +100,6 @@ bool CCameraFX3::IsAttached()
     return m_opened && !m_gone && IsOnTheBus(libusb_get_device(m_handle));
 }
 
-bool CCameraFX3::LastRequestTimedOut()
-{
-    const std::lock_guard lock(m_controlSection);
-    return m_timeoutsInRow > 0;
-}
-
 int CCameraFX3::Control(uint8_t requestType, uint8_t req, uint16_t value, uint16_t index,
                         uint8_t *buf, uint16_t len, std::chrono::milliseconds timeout, Try when)
 {
@@ -153,7 +147,12 @@ bool CCameraFX3::SendCMD(uint8_t req, uint16_t value, uint16_t index, bool read,
 
 bool CCameraFX3::SendOff(uint8_t req, uint16_t value)
 {
-    return Control(kVendorOut, req, value, 0, nullptr, 0, kRequestTimeout, Try::Always) >= 0;
+    const auto send = [=, this] {
+        return Control(kVendorOut, req, value, 0, nullptr, 0, kRequestTimeout, Try::Always);
+    };
+    const int result = send();
+    // A mute camera would only hold up the end.
+    return result >= 0 || (result != LIBUSB_ERROR_TIMEOUT && send() >= 0);
 }
 
 bool CCameraFX3::WriteCameraRegister(uint16_t address, uint16_t value)

@@ -19,9 +19,9 @@ enum class FX3_FWDWNLOAD_MEDIA_TYPE { Ram = 1, I2cEeprom = 2, SpiFlash = 3 };
 
 /// The way to the camera: every vendor request of its USB controller, and its bulk endpoint.
 ///
-/// Requests return true on success and false on failure, also when no device is open; none repeats
-/// itself. Any thread may issue them: one critical section makes each control transfer atomic with
-/// respect to the others. Bytes that a short answer leaves out read as 0.
+/// Requests return true on success and false on failure, also when no device is open; only SendOff
+/// repeats itself. Any thread may issue them: one critical section makes each control transfer
+/// atomic with respect to the others. Bytes that a short answer leaves out read as 0.
 class CCameraFX3 {
   public:
     CCameraFX3();
@@ -42,8 +42,8 @@ class CCameraFX3 {
     /// Vendor request, 500 ms time-out. A read clears `buf` first. The length on the wire is the
     /// low 16 bits of `len`.
     bool SendCMD(uint8_t req, uint16_t value, uint16_t index, bool read, uint8_t *buf, long len);
-    /// Vendor request without data that is tried also on a camera that has been mute of late: for
-    /// what must be switched off.
+    /// Vendor request without data for what must be switched off: tried also on a camera that has
+    /// been mute of late, and once more when the camera refuses.
     bool SendOff(uint8_t req, uint16_t value);
 
     /// Sensor registers: 16-bit address with 16-bit or 8-bit values.
@@ -146,8 +146,6 @@ class CCameraFX3 {
     void CloseDevice();
     /// Whether there is a device handle, open for requests or not.
     bool HasHandle();
-    /// Whether the camera did not answer the request that was sent last.
-    bool LastRequestTimedOut();
 
     uint8_t m_fpgaMajor = 0;
     uint32_t m_fpgaSub = 0;

@@ -256,7 +256,7 @@ TEST_F(CaptureTest, BurstsOfBadFramesLowerAnAutomaticBandwidth)
     }
 }
 
-TEST_F(CaptureTest, WhatMustBeOffIsSwitchedOffOnAMuteCameraToo)
+TEST_F(CaptureTest, WhatMustBeOffIsSwitchedOffOnAMuteOrRefusingCameraToo)
 {
     const int device = OpenSmall();
     FailNext("libusb_control_transfer", 3, LIBUSB_ERROR_TIMEOUT);
@@ -265,6 +265,13 @@ TEST_F(CaptureTest, WhatMustBeOffIsSwitchedOffOnAMuteCameraToo)
     (void)Bus().TakeTraffic(device);
     pulseGuide(GUIDE_EAST, 10);
     EXPECT_EQ(Bus().TakeTraffic(device), std::vector<std::string>{"guide off 2"});
+    Remove(device);
+
+    const int refusing =
+        OpenSmall({.faults = vscsim::ParseFaultPlan("refuse-request:b1", nullptr).value()});
+    pulseGuide(GUIDE_EAST, 10);
+    EXPECT_EQ(Bus().TakeTraffic(refusing),
+              (std::vector<std::string>{"guide on 2", "guide off 2", "guide off 2"}));
 }
 
 TEST_F(CaptureTest, EntersAndLeavesLongExposureWhileVideoRuns)
