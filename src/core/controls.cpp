@@ -26,15 +26,13 @@ struct ControlRow {
     bool (*set)(Camera &, int32_t value, bool bAuto) = nullptr; // not settable here
     bool (*hasAuto)(const Model &) = [](const Model &) { return false; };
     bool writable = true;
+    bool ofCooler = false; // has no value without one
 };
 
 constexpr auto kAlways = [](const Model &) { return true; };
 constexpr auto kNowhere = [](const Model &) { return false; };
 constexpr auto kColour = [](const Model &m) { return m.colour; };
-bool Cooled(const Model &m)
-{
-    return m.cooled;
-}
+constexpr auto kCooled = [](const Model &m) { return m.cooled; };
 constexpr auto kNothing = [](Camera &, int32_t, bool) { return true; };
 template <int Min, int Max, int Initial>
 constexpr auto kFixed = [](const Model &) {
@@ -244,23 +242,26 @@ constexpr ControlRow kControls[] = {
     {.name = "CoolPowerPerc",
      .description = "Cooler power percent",
      .range = kFixed<0, 100, 0>,
-     .available = Cooled,
+     .available = kCooled,
      .get = [](Camera &c, int32_t *) { return static_cast<int32_t>(c.CoolerPower()); },
      .set = kNothing,
-     .writable = false},
+     .writable = false,
+     .ofCooler = true},
     // Quirk, kept: the three of the cooler are announced as writable. The target is taken and
     // forgotten, the two switches are refused: the older interface sets them.
     {.name = "TargetTemp",
      .description = "Target temperature(cool camera only)",
      .range = kFixed<-40, 30, 0>,
-     .available = Cooled,
+     .available = kCooled,
      .get = GetNumber<&Camera::TargetTemp>,
-     .set = kNothing},
+     .set = kNothing,
+     .ofCooler = true},
     {.name = "Cooler on",
      .description = "turn on/off cooler(cool camera only)",
      .range = kFixed<0, 1, 0>,
-     .available = Cooled,
-     .get = GetFlag<&Camera::CoolerOn>},
+     .available = kCooled,
+     .get = GetFlag<&Camera::CoolerOn>,
+     .ofCooler = true},
     {.name = "Mono bin",
      .description = "bin R G G B to one pixel for color camera, color will loss",
      .range = kFixed<0, 1, 0>,
@@ -274,8 +275,9 @@ constexpr ControlRow kControls[] = {
     {.name = "Fan on",
      .description = "turn on/off fan(cool camera only)",
      .range = kFixed<0, 1, 0>,
-     .available = Cooled,
-     .get = GetFlag<&Camera::FanOn>},
+     .available = kCooled,
+     .get = GetFlag<&Camera::FanOn>,
+     .ofCooler = true},
 };
 static_assert(std::size(kControls) == kControlTypes);
 
@@ -365,7 +367,7 @@ bool CCameraBase::GetControlValue(VSC_CONTROL_TYPE type, int32_t *pValue, int32_
 {
     *pbAuto = 0;
     const ControlRow *control = RowOf(type);
-    if (!control || (control->available == Cooled && !m_model.cooled))
+    if (!control || (control->ofCooler && !m_model.cooled))
         return false;
     *pValue = control->get(*this, pbAuto);
     return true;

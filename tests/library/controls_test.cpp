@@ -111,11 +111,19 @@ TEST_F(ControlsTest, SetsWhatItCanAndKeepsItsGaps)
     EXPECT_EQ(camera->SetControlValue(static_cast<VSC_CONTROL_TYPE>(20), 0, false),
               kControlNotSettable);
 
-    OpenedCamera uncooled(std::in_place_type<CCameraS470MM>, "VSC470MM");
+    OpenedCamera uncooled(std::in_place_type<CCameraS470MM>, "VSC470MM", {.ambientC = -5.19});
     int32_t value = 77;
+    for (const int type : {-1, int{kControlCoolerPower}, int{kControlTargetTemp},
+                           int{kControlCoolerOn}, int{kControlFanOn}, 20}) {
+        int32_t automatic = 1;
+        EXPECT_FALSE(
+            uncooled->GetControlValue(static_cast<VSC_CONTROL_TYPE>(type), &value, &automatic));
+        EXPECT_EQ(value, 77) << type;
+        EXPECT_EQ(automatic, 0) << type;
+    }
     int32_t automatic = 1;
-    EXPECT_FALSE(uncooled->GetControlValue(kControlCoolerPower, &value, &automatic));
-    EXPECT_EQ(value, 77);
+    EXPECT_TRUE(uncooled->GetControlValue(kControlTemperature, &value, &automatic));
+    EXPECT_EQ(value, -51); // tenths, cut
 }
 
 TEST_F(ControlsTest, SendsTheSameExposureOnce)
