@@ -107,7 +107,8 @@ class CCameraBase : public CCameraFX3 {
     /// Temperature that the cooler thread read last while it runs, else a fresh reading.
     float GetTemp();
 
-    /// The newer control interface. The list holds what the model offers.
+    /// The newer control interface. The list holds what the model offers. No pointer may be null:
+    /// the exported functions see to that.
     void refreshControlList();
     int ControlCount() const { return m_controlCount; }
     /// @param index  of the list; false beyond it

@@ -329,7 +329,7 @@ void CCameraBase::refreshControlList()
 
 bool CCameraBase::GetControlCaps(int index, _VSC_CONTROL_CAPS *caps) const
 {
-    if (!caps || index < 0 || index >= m_controlCount)
+    if (index < 0 || index >= m_controlCount)
         return false;
     caps->type = m_controlList[static_cast<size_t>(index)];
     const ControlRow &control = *RowOf(caps->type);
