@@ -96,10 +96,9 @@ int getValue(Control_TYPE control, bool *pbAuto)
     const Control *row = RowOf(control);
     if (!row)
         return 0;
-    if (row->type == kControlTemperature)
-        return static_cast<int>(CurrentCamera()->GetSensorTemp() *
-                                10.0F); // here always a fresh one
-    int32_t value = 0;                  // of the cooler that a model does not have
+    if (row->type == kControlTemperature) // here always a fresh one
+        return static_cast<int>(CurrentCamera()->GetSensorTemp() * 10.0F);
+    int32_t value = 0; // of the cooler that a model does not have
     int32_t automatic = 0;
     (void)CurrentCamera()->GetControlValue(row->type, &value, &automatic);
     if (pbAuto)

@@ -13,7 +13,9 @@ namespace vsccam {
 
 inline constexpr float kGlitchCPerS = 2.0F; // no sensor changes that fast
 inline constexpr float kDeadBandC = 0.4F;
-inline constexpr float kRoundingPercent = 1e-4F; // left of an output whose terms cancel
+// What rounding leaves of an output whose terms cancel. It also bounds how often a step is repeated
+// until the drive code moves.
+inline constexpr float kRoundingPercent = 1e-4F;
 
 /// Whole degrees that a cooler can be asked for.
 constexpr int TargetDegrees(float targetC)
