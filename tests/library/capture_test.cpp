@@ -321,16 +321,20 @@ TEST_F(CaptureTest, DeletingACameraEndsWhatRuns)
 {
     const int device = Bus().Plug("VSC470MM-Cool");
     for (int i = 0; i < 20; ++i) {
-        std::unique_ptr<CCameraBase> camera = std::make_unique<CCameraS470MM_C>(0UL);
+        auto *const cooled = new CCameraS470MM_C(0UL);
+        std::unique_ptr<CCameraBase> camera(cooled); // which is how hosts' cameras are deleted
         ASSERT_TRUE(camera->OpenCamera(1) && camera->InitCamera());
         ASSERT_TRUE(camera->SetResolution(320, 240, 1, kByteImage));
         ASSERT_TRUE(camera->SetExp(10'000, true));
-        (void)camera->SetControlValue(kControlCoolerOn, 1, false);
+        cooled->SetAutoTemp(true, -40);
         ASSERT_TRUE(camera->StartCapture(false));
-        SleepFor(std::chrono::milliseconds(3700 + 13 * i));
+        SleepFor(std::chrono::milliseconds(3900 + 13 * i));
+        ASSERT_GT(camera->CoolerPower(), 0);
         (void)Bus().TakeTraffic(device);
         camera.reset();
-        EXPECT_FALSE(Bus().TakeTraffic(device).empty()); // the stream was ended on the wire
+        const std::vector<std::string> end = Bus().TakeTraffic(device);
+        EXPECT_EQ(std::ranges::count(end, "cooler 255"), 1);
+        EXPECT_EQ(end.back(), "close");
     }
 }
 

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <string>
@@ -305,6 +306,34 @@ TEST_F(CoolingTest, IsOffAtTheEndAlsoWhenARequestIsRefused)
         SleepFor(1min);
         EXPECT_EQ(LastOf(device, "cooler"), "cooler 255");
         EXPECT_EQ(Power(), 0);
+        Remove(device);
+    }
+}
+
+TEST_F(CoolingTest, GoesOnWhereItWasWhenALostCameraComesBack)
+{
+    for (const bool fan : {true, false}) {
+        SCOPED_TRACE(fan);
+        const int device = Regulate(-10);
+        ASSERT_TRUE(setImageFormat(8, 2, 1, VSC_IMG_RAW8)); // minutes of cheap frames
+        setValue(CONTROL_EXPOSURE, 200'000, false);
+        setValue(CONTROL_FAN_ON, fan, false);
+        startCapture();
+        SleepFor(1min);
+        Bus().Unplug(device);
+        while (!NextFrame(-1).empty()) { // those from before
+        }
+        const int power = Power();
+        EXPECT_GT(power, 0);
+        (void)Bus().TakeTraffic(device);
+        Bus().Replug(device);
+        EXPECT_FALSE(NextFrame(10'000).empty()); // it was looked for
+        const std::vector<std::string> traffic = Bus().TakeTraffic(device);
+        const auto first = std::ranges::find_if(
+            traffic, [](const std::string &line) { return line.starts_with("cooler"); });
+        ASSERT_NE(first, traffic.end());
+        EXPECT_NEAR(CalculIPerc(std::stoi(first->substr(7))), power, 1);
+        EXPECT_EQ(std::ranges::count(traffic, fan ? "fpga 19=00" : "fpga 19=80"), 1);
         Remove(device);
     }
 }
