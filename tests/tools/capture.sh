@@ -19,6 +19,8 @@ faulty() {
 
 expect 2 "$vsccam"
 expect 2 "$vsccam" capture -e 5parsec
+expect 0 sim --json info
+contains output '"controls":[{"name":"gain","available":true,"value":200,'
 expect 0 sim --json list
 contains output '"model":"KYR VSC470MC"'
 expect 3 sim list --require 2

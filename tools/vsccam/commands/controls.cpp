@@ -1,7 +1,6 @@
-#include "controls.h"
-
 #include "camera.h"
 #include "commands/command.h"
+#include "commands/control_words.h"
 #include "failure.h"
 
 #include <nlohmann/json.hpp>
@@ -42,6 +41,8 @@ void AddFigure(ordered_json &json, const NamedControl &control, const std::strin
     }
 }
 
+} // namespace
+
 ordered_json AsJson(const NamedControl &control, const ControlState &state)
 {
     ordered_json json = {{"name", control.name}, {"available", state.available}};
@@ -68,6 +69,8 @@ std::string InWords(const NamedControl &control, const ControlState &state)
     return fmt::format("{:<18} {:>10}  {:>9} to {:<10} {}", control.name, text(state.value),
                        text(state.min), text(state.max), mode);
 }
+
+namespace {
 
 void ShowControls(Context &context)
 {

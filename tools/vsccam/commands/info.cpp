@@ -1,5 +1,6 @@
 #include "camera.h"
 #include "commands/command.h"
+#include "commands/control_words.h"
 
 #include <nlohmann/json.hpp>
 
@@ -14,23 +15,6 @@ using nlohmann::ordered_json;
 // frames, each with 2 bytes per pixel.
 constexpr int64_t kHostBytesPerPixel = 6 * 2;
 constexpr int64_t kMiB = 1 << 20;
-
-struct ControlName {
-    Control_TYPE control;
-    const char *name;
-};
-constexpr ControlName kControls[] = {
-    {CONTROL_GAIN, "gain"},
-    {CONTROL_EXPOSURE, "exposure_us"},
-    {CONTROL_GAMMA, "gamma"},
-    {CONTROL_WB_RED, "red"},
-    {CONTROL_WB_BLUE, "blue"},
-    {CONTROL_BRIGHTNESS, "offset"},
-    {CONTROL_BANDWIDTH, "bandwidth"},
-    {CONTROL_HIGH_SPEED, "high_speed"},
-    {CONTROL_HARDWARE_BIN, "hardware_bin"},
-    {CONTROL_TARGET_TEMP, "target_c"},
-};
 
 std::vector<int> Bins()
 {
@@ -50,18 +34,6 @@ std::vector<std::string> Formats()
     return formats;
 }
 
-ordered_json Ranges()
-{
-    ordered_json ranges;
-    for (const auto &[control, name] : kControls)
-        if (isAvailable(control))
-            ranges[name] = {{"value", getValue(control, nullptr)},
-                            {"min", getMin(control)},
-                            {"max", getMax(control)},
-                            {"auto", isAutoSupported(control) != 0}};
-    return ranges;
-}
-
 /// What the camera tells, once for both ways of showing it.
 ordered_json Collect(const Camera &camera)
 {
@@ -76,39 +48,43 @@ ordered_json Collect(const Camera &camera)
                          {"usb3_port", isUSB3Host() != 0},
                          {"bins", Bins()},
                          {"formats", Formats()},
-                         {"controls", Ranges()},
                          {"host_memory_mib", pixels * kHostBytesPerPixel / kMiB + 1},
                          {"usbfs_memory_mib", pixels * 2 / kMiB + 1}};
     if (isColorCam())
         info["bayer"] = BayerPattern(MosaicOf(getColorBayer(), false, false));
     if (getElectronsPerADU() > 0)
         info["electrons_per_adu"] = Decimal(getElectronsPerADU());
-    if (isAvailable(CONTROL_TEMPERATURE))
-        info["temperature_c"] = Decimal(getSensorTemp());
     return info;
 }
 
-/// "name: value" for each entry; the controls one per line.
+/// "name: value" for each entry.
 void ShowInWords(Console &console, const ordered_json &info)
 {
-    for (const auto &[name, value] : info.items()) {
-        if (!value.is_object()) {
-            console.Say(fmt::format("{:<18} {}", name,
-                                    value.is_string() ? value.get<std::string>() : value.dump()));
+    for (const auto &[name, value] : info.items())
+        console.Say(fmt::format("{:<18} {}", name,
+                                value.is_string() ? value.get<std::string>() : value.dump()));
+}
+
+/// Those that the camera has.
+ordered_json ShowOwnControls(Console &console)
+{
+    ordered_json own = ordered_json::array();
+    for (const NamedControl &control : AllControls()) {
+        const ControlState state = StateOf(control);
+        if (!state.available)
             continue;
-        }
-        for (const auto &[control, range] : value.items())
-            console.Say(fmt::format("{:<18} {} ({} to {}{})", control, range["value"].get<int>(),
-                                    range["min"].get<int>(), range["max"].get<int>(),
-                                    range["auto"].get<bool>() ? ", auto" : ""));
+        console.Say(InWords(control, state));
+        own.push_back(AsJson(control, state));
     }
+    return own;
 }
 
 void Info(Context &context)
 {
     const Camera camera(context.camera);
-    const ordered_json info = Collect(camera);
+    ordered_json info = Collect(camera);
     ShowInWords(context.console, info);
+    info["controls"] = ShowOwnControls(context.console);
     context.console.Emit(info);
 }
 
