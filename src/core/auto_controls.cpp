@@ -16,7 +16,6 @@ using std::chrono::milliseconds;
 namespace {
 constexpr milliseconds kAutoStart = 200ms;
 constexpr int kPassesPerBalance = 4;
-constexpr int kThreadControlsBelowUs = 100'000;
 constexpr int kBrightest = 255;
 } // namespace
 
@@ -37,7 +36,7 @@ int CCameraBase::BinScale(const RawFrame &frame)
     return bin * bin;
 }
 
-void CCameraBase::AutoExpGain(std::span<const uint8_t> bytes)
+void CCameraBase::AutoExpGain(std::span<const uint8_t> bytes, const ExposureSetting &exposure)
 {
     const std::optional<RawFrame> frame = AsRawFrame(bytes);
     if (!frame)
@@ -48,6 +47,8 @@ void CCameraBase::AutoExpGain(std::span<const uint8_t> bytes)
     const bool scales = IsHardBinRun() || !frame->is16;
 
     const std::lock_guard lock(m_settingsSection); // the host may be switching an automatic off
+    if (exposure != Exposure())
+        return; // the frame was read while the host, or the step before, changed it
     const AutoExposureState state = {
         .exposureAuto = m_exposureAuto,
         .gainAuto = m_gainAuto,
@@ -89,17 +90,11 @@ void CCameraBase::AutoWhiBal(std::span<const uint8_t> bytes)
         return;
     const WhiteBalance now{m_red, m_blue};
     const std::optional<WhiteBalance> next =
-        DecideWhiteBalance(Balanced(levels, now), now, m_exposureAuto || m_gainAuto);
+        DecideWhiteBalance(Balanced(levels, now), now, ExposureOrGainAuto());
     if (!next)
         return;
     OutputDbgPrint(" IR:%d IB:%d\n", next->red, next->blue);
     (void)SetRGBBalance(next->red, next->blue, true);
-}
-
-bool CCameraBase::AutoControlByThread() const
-{
-    return m_exposureUs < static_cast<uint32_t>(kThreadControlsBelowUs) &&
-           m_frameTimeUs < kThreadControlsBelowUs;
 }
 
 void CCameraBase::startAutoControlThr(milliseconds pass)
@@ -133,13 +128,15 @@ void CCameraBase::SetGainExpFunc(milliseconds pass)
 
 void CCameraBase::RunAutomatics(bool whiteBalanceToo)
 {
-    const bool exposure = (m_exposureAuto || m_gainAuto) && AutoControlByThread();
+    const bool exposure = ExposureOrGainAuto();
     const bool balance = whiteBalanceToo && m_whiteBalanceAuto;
     if (!exposure && !balance)
-        return; // takes no frame from those that come later
-    const RawFrames::Look look = m_raw.TakeLatest();
-    if (exposure)
-        AutoExpGain(look.Frame());
+        return; // takes no frame from the passes that come later
+    const RawFrames::Look look = m_raw.TakeLatest(!balance); // nor a long one from the balance
+    if (look.Frame().empty())
+        return;
+    if (exposure && look.Exposure().IsShort())
+        AutoExpGain(look.Frame(), look.Exposure());
     if (balance)
         AutoWhiBal(look.Frame());
 }

@@ -12,6 +12,7 @@
 #include "core/raw_frame.h"
 #include "image/algorithm.h"
 #include "image/cir_buf.h"
+#include "image/exposure_setting.h"
 #include "image/frame_rows.h"
 #include "image/raw_frames.h"
 #include "usb/camera_fx3.h"
@@ -33,13 +34,6 @@ using CameraId = std::array<uint8_t, 8>;
 
 /// State of a single exposure, as hosts see it.
 enum ExposureStatus { kExpIdle = 0, kExpWorking = 1, kExpSuccess = 2, kExpFailed = 3 };
-
-/// What the capture worker has to know of an exposure, all of one setting.
-struct ExposureSetting {
-    uint32_t us;
-    int frameTimeUs;
-    bool timedByHost; // long exposures: the host opens and closes the gate
-};
 
 /// What is corrected in one raw frame, of its size; null: nothing.
 struct FrameCorrections {
@@ -153,21 +147,18 @@ class CCameraBase : public CCameraFX3 {
     void AdjustHPCTable();
 
     /// One step of automatic exposure and gain, and of automatic white balance, on a raw frame that
-    /// nobody writes: of RawFrames, or the worker's own.
-    void AutoExpGain(std::span<const uint8_t> frame);
+    /// nobody writes: of RawFrames, or the worker's own. What a frame says of an exposure that is
+    /// no longer set is no reason for a step.
+    void AutoExpGain(std::span<const uint8_t> frame, const ExposureSetting &exposure);
     void AutoWhiBal(std::span<const uint8_t> frame);
     /// The auto-control thread looks at the latest frame once in every pass, as far as there is
     /// something to do: exposure and gain of short frames, and in every fourth pass white balance.
     void startAutoControlThr(std::chrono::milliseconds pass);
     void stopAutoControlThr();
-    /// Whether exposure and gain are the auto-control thread's; of longer frames each counts, and
-    /// the worker looks at every one.
-    bool AutoControlByThread() const;
-    /// Whether the auto-control thread would look at a frame. One that the worker steps by is not
-    /// for both: exposure would be changed twice for it.
-    bool AutoThreadLooks() const
+    /// Whether the auto-control thread has a use for a frame.
+    bool AutoThreadLooks(const ExposureSetting &exposure) const
     {
-        return m_whiteBalanceAuto || ((m_exposureAuto || m_gainAuto) && AutoControlByThread());
+        return m_whiteBalanceAuto || (ExposureOrGainAuto() && exposure.IsShort());
     }
 
     // What the model is and what is set.
@@ -182,6 +173,7 @@ class CCameraBase : public CCameraFX3 {
     uint32_t ExposureUs() const { return m_exposureUs; }
     bool ExposureAuto() const { return m_exposureAuto; }
     bool GainAuto() const { return m_gainAuto; }
+    bool ExposureOrGainAuto() const { return m_exposureAuto || m_gainAuto; }
     int Red() const { return m_red; }
     int Blue() const { return m_blue; }
     bool WhiteBalanceAuto() const { return m_whiteBalanceAuto; }

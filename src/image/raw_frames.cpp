@@ -22,6 +22,7 @@ void RawFrames::Complete(size_t bytes, Use use)
         m_copied = m_filling;
     m_latest = use.lookedAt ? m_filling : kNone;
     m_latestBytes = bytes;
+    m_latestExposure = use.exposure;
     int next = FreeBuffer();
     if (next == kNone) { // the others are copied and looked at: this one has to serve again
         m_latest = kNone;
@@ -36,13 +37,13 @@ void RawFrames::Reset()
     m_latest = kNone;
 }
 
-RawFrames::Look RawFrames::TakeLatest()
+RawFrames::Look RawFrames::TakeLatest(bool shortOnly)
 {
     const std::lock_guard lock(m_section);
-    if (m_latest == kNone || m_lookedAt != kNone)
-        return {*this, {}};
+    if (m_latest == kNone || m_lookedAt != kNone || (shortOnly && !m_latestExposure.IsShort()))
+        return {*this, {}, {}};
     m_lookedAt = std::exchange(m_latest, kNone);
-    return {*this, m_buffers[m_lookedAt].First(m_latestBytes)};
+    return {*this, m_buffers[m_lookedAt].First(m_latestBytes), m_latestExposure};
 }
 
 int RawFrames::FreeBuffer() const

@@ -2,6 +2,7 @@
 
 #include "base/sync.h"
 #include "base/zeroed_buffer.h"
+#include "image/exposure_setting.h"
 
 #include <cstdint>
 #include <span>
@@ -17,16 +18,21 @@ class RawFrames {
     /// A whole frame that stays as it is while the object lives; empty when there was none.
     class Look {
       public:
-        Look(RawFrames &owner, std::span<const uint8_t> frame) : m_owner(owner), m_frame(frame) {}
+        Look(RawFrames &owner, std::span<const uint8_t> frame, const ExposureSetting &exposure)
+            : m_owner(owner), m_frame(frame), m_exposure(exposure)
+        {
+        }
         ~Look();
         Look(const Look &) = delete;
         Look &operator=(const Look &) = delete;
 
         std::span<const uint8_t> Frame() const { return m_frame; }
+        const ExposureSetting &Exposure() const { return m_exposure; }
 
       private:
         RawFrames &m_owner;
         std::span<const uint8_t> m_frame;
+        ExposureSetting m_exposure;
     };
 
     /// @param size  bytes of the largest frame
@@ -42,6 +48,7 @@ class RawFrames {
     struct Use {
         bool copied;   // by the frame buffer, until the next one that is
         bool lookedAt; // by the automatics, if they come for it before the next one
+        ExposureSetting exposure = {};
     };
     /// Chooses the next buffer to read into. For the worker itself the frame stays until it reads.
     void Complete(size_t bytes, Use use);
@@ -50,7 +57,8 @@ class RawFrames {
     void Reset();
 
     /// The latest frame that nobody looked at yet; none while another look lasts.
-    Look TakeLatest();
+    /// @param shortOnly  leaves a frame of a long exposure for another time
+    Look TakeLatest(bool shortOnly = false);
 
   private:
     static constexpr int kNone = -1;
@@ -65,6 +73,7 @@ class RawFrames {
     int m_lookedAt = kNone;
     int m_latest = kNone;
     size_t m_latestBytes = 0;
+    ExposureSetting m_latestExposure;
 };
 
 } // namespace vsccam

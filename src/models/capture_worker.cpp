@@ -88,6 +88,7 @@ CaptureWorker::Turn CaptureWorker::CaptureOneFrame()
     const ExposureSetting exposure = m_camera.Exposure();
     if (std::exchange(m_timedByHost, exposure.timedByHost) != exposure.timedByHost)
         m_mixedExposure = true;
+    m_exposedBy = exposure;
     const uint64_t lossUs = static_cast<uint64_t>(m_drops) * exposure.us;
     if (m_camera.SingleExposure() && lossUs > kSingleExposureLossUs)
         return Fail();
@@ -158,7 +159,11 @@ bool CaptureWorker::SleepWhileExposing(const LongExposurePlan &plan, uint32_t ex
 {
     auto nextLook = Clock::now() + kPresenceInterval;
     (void)m_running.SleepFor(plan.rest);
-    for (int i = 0; i < plan.steps && m_camera.ExposureUs() == exposureUs; ++i) {
+    for (int i = 0; i < plan.steps; ++i) {
+        if (m_camera.ExposureUs() != exposureUs) {
+            m_exposedBy = {};
+            break;
+        }
         if (!m_running.SleepFor(plan.step))
             break;
         if (Clock::now() < nextLook)
@@ -205,8 +210,10 @@ bool CaptureWorker::InsertFrame(bool measurable)
     const bool inserted = m_camera.Frames().InsertBuff(frame.data(), m_frameBytes);
     if (!inserted && !m_camera.SingleExposure())
         m_camera.AddDroppedFrames(1);
-    m_camera.Raw().Complete(
-        frame.size(), {.copied = inserted, .lookedAt = measurable && m_camera.AutoThreadLooks()});
+    m_camera.Raw().Complete(frame.size(),
+                            {.copied = inserted,
+                             .lookedAt = measurable && m_camera.AutoThreadLooks(m_exposedBy),
+                             .exposure = m_exposedBy});
     return inserted;
 }
 
@@ -223,9 +230,8 @@ CaptureWorker::Turn CaptureWorker::HandleGoodFrame()
         m_camera.SetExpStatus(kExpSuccess);
         return Turn::Leave;
     }
-    if (exposedAsSet && !m_camera.AutoControlByThread() &&
-        (m_camera.GainAuto() || m_camera.ExposureAuto()))
-        m_camera.AutoExpGain(frame);
+    if (exposedAsSet && !m_exposedBy.IsShort() && m_camera.ExposureOrGainAuto())
+        m_camera.AutoExpGain(frame, m_exposedBy);
     return Turn::GoOn;
 }
 

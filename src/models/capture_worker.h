@@ -66,9 +66,10 @@ class CaptureWorker {
 
     int m_frameBytes = 0;
     int m_transferCount = 0;
-    int m_drops = 0;      // bad frames in a row or since the last measure against them
-    int m_emptyReads = 0; // in a row
-    long m_waitMs = 0;    // of the last read, for the debug output
+    int m_drops = 0;             // bad frames in a row or since the last measure against them
+    int m_emptyReads = 0;        // in a row
+    long m_waitMs = 0;           // of the last read, for the debug output
+    ExposureSetting m_exposedBy; // of the present frame; none when it has a time of its own
 
   private:
     bool Prepare();

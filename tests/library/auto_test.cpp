@@ -15,6 +15,7 @@
 namespace vsccam {
 
 using namespace std::chrono_literals;
+using std::chrono::milliseconds;
 
 namespace {
 
@@ -521,6 +522,48 @@ TEST_F(AutoLoopTest, GoesOnWhenRequestsFail)
             inBand = std::abs(Brightness(frame) + 1 - kTarget) <= kBand ? inBand + 1 : 0;
         }
         EXPECT_GE(inBand, 30);
+        Remove(device);
+    }
+}
+
+TEST_F(AutoLoopTest, StepsOnceByEachFrame)
+{
+    for (const char *model : {"VSC470MC", "VSC340MC"}) {
+        for (const int start : {120'000, 150'000, 180'000, 240'000}) { // the worker's, then not
+            SCOPED_TRACE(testing::Message() << model << " from " << start << " us");
+            const int device = OpenOne(model, Sky({1e6, 1e6, 1e6}));
+            ASSERT_TRUE(setImageFormat(256, 128, 1, VSC_IMG_RAW8));
+            setValue(CONTROL_WB_RED, 50, true); // for which frames of every length are put by
+            Start({start, 20}, Auto::kExposure);
+            int exposureUs = start;
+            for (uint32_t since = GetTickCount(); exposureUs > 20'000;) {
+                ASSERT_LE(ElapsedMs(since), 2'000U);
+                SleepFor(1ms);
+                const int before = std::exchange(exposureUs, Now().exposureUs);
+                if (exposureUs == before)
+                    continue;
+                EXPECT_GE(ElapsedMs(since), static_cast<uint32_t>(before / 1000)) << exposureUs;
+                since = GetTickCount();
+            }
+            Remove(device);
+        }
+    }
+}
+
+TEST_F(AutoLoopTest, StepsByNoFrameOfAnEarlierSetting)
+{
+    for (const char *model : {"VSC470MC", "VSC340MC"}) {
+        SCOPED_TRACE(model);
+        const int device = OpenOne(model, Sky({1e6, 1e6, 1e6}));
+        ASSERT_TRUE(setImageFormat(256, 128, 1, VSC_IMG_RAW8));
+        startCapture();
+        for (int i = 0; i < 40; ++i) {
+            setValue(CONTROL_EXPOSURE, 10'000 + 5'000 * (i % 2), false);
+            SleepFor(milliseconds(400 + 7 * i));
+            setValue(CONTROL_EXPOSURE, 20'000'000, true);
+            SleepFor(500ms);
+            ASSERT_EQ(Now().exposureUs, 20'000'000) << i;
+        }
         Remove(device);
     }
 }

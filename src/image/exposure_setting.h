@@ -1,0 +1,26 @@
+#pragma once
+
+#include <cstdint>
+
+namespace vsccam {
+
+/// What belongs to one setting of the exposure, and to the frames that are exposed by it. The
+/// initial value is none.
+struct ExposureSetting {
+    static constexpr int kShortBelowUs = 100'000;
+
+    uint32_t us = 0;
+    int frameTimeUs = 0;
+    bool timedByHost = false; // long exposures: the host opens and closes the gate
+
+    bool operator==(const ExposureSetting &) const = default;
+
+    /// Short frames follow each other so fast that the auto-control thread looks at some of them,
+    /// for exposure and gain; of the others each counts, and the capture worker looks at every one.
+    bool IsShort() const
+    {
+        return !timedByHost && us < uint32_t{kShortBelowUs} && frameTimeUs < kShortBelowUs;
+    }
+};
+
+} // namespace vsccam
