@@ -4,8 +4,7 @@
 
 namespace vsccam {
 
-/// What belongs to one setting of the exposure, and to the frames that are exposed by it. The
-/// initial value is none.
+/// What belongs to one setting of the exposure, and to the frames that are exposed by it.
 struct ExposureSetting {
     static constexpr int kShortBelowUs = 100'000;
 

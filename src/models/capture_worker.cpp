@@ -86,8 +86,6 @@ CaptureWorker::Turn CaptureWorker::CaptureOneFrame()
 {
     FollowExposure();
     const ExposureSetting exposure = m_camera.Exposure();
-    if (std::exchange(m_timedByHost, exposure.timedByHost) != exposure.timedByHost)
-        m_mixedExposure = true;
     m_exposedBy = exposure;
     const uint64_t lossUs = static_cast<uint64_t>(m_drops) * exposure.us;
     if (m_camera.SingleExposure() && lossUs > kSingleExposureLossUs)
@@ -161,7 +159,7 @@ bool CaptureWorker::SleepWhileExposing(const LongExposurePlan &plan, uint32_t ex
     (void)m_running.SleepFor(plan.rest);
     for (int i = 0; i < plan.steps; ++i) {
         if (m_camera.ExposureUs() != exposureUs) {
-            m_exposedBy = {};
+            m_exposedBy.us = 0;
             break;
         }
         if (!m_running.SleepFor(plan.step))
@@ -220,8 +218,10 @@ bool CaptureWorker::InsertFrame(bool measurable)
 CaptureWorker::Turn CaptureWorker::HandleGoodFrame()
 {
     const std::span<uint8_t> frame = Frame();
-    const bool exposedAsSet = !std::exchange(m_mixedExposure, false);
-    const bool inserted = InsertFrame(exposedAsSet);
+    const bool timedByHost = m_exposedBy.timedByHost;
+    if (std::exchange(m_timedByHost, timedByHost) != timedByHost && MixesTimings())
+        m_exposedBy.us = 0;
+    const bool inserted = InsertFrame(true);
     if (m_camera.SingleExposure()) {
         if (!inserted)
             return Fail();
@@ -230,7 +230,7 @@ CaptureWorker::Turn CaptureWorker::HandleGoodFrame()
         m_camera.SetExpStatus(kExpSuccess);
         return Turn::Leave;
     }
-    if (exposedAsSet && !m_exposedBy.IsShort() && m_camera.ExposureOrGainAuto())
+    if (!m_exposedBy.IsShort() && m_camera.ExposureOrGainAuto())
         m_camera.AutoExpGain(frame, m_exposedBy);
     return Turn::GoOn;
 }

@@ -43,6 +43,9 @@ class CaptureWorker {
     virtual Turn HandleWholeFrame() = 0;
     /// Whether drops may come from a link that carries less than was set.
     virtual bool BandwidthMatters() const { return true; }
+    /// Whether the sensor runs on while the host begins or ends to time it. One frame, the next
+    /// that comes whole, is then exposed in both ways, for a time that nobody set.
+    virtual bool MixesTimings() const { return false; }
     virtual void PrintBurst(int sinceStartMs, int sinceLastMs) const = 0;
     virtual void HandleFixedBandwidthDrop() = 0; // where none is taken off
 
@@ -69,7 +72,7 @@ class CaptureWorker {
     int m_drops = 0;             // bad frames in a row or since the last measure against them
     int m_emptyReads = 0;        // in a row
     long m_waitMs = 0;           // of the last read, for the debug output
-    ExposureSetting m_exposedBy; // of the present frame; none when it has a time of its own
+    ExposureSetting m_exposedBy; // of the present frame; of 0 us: a time of its own
 
   private:
     bool Prepare();
@@ -92,12 +95,9 @@ class CaptureWorker {
 
     const uint8_t m_endpoint;
     const std::chrono::milliseconds m_autoControlPass;
-    bool m_timedByHost = false; // the exposure of the present frame
-    // A sensor that runs on while the host begins or ends to time it exposes one frame in both
-    // ways, for a time that nobody set: the next one that comes is nothing to regulate by.
-    bool m_mixedExposure = false;
-    int m_refusedReads = 0; // reads in a row for which nothing could be queued
-    int m_resets = 0;       // of a single exposure
+    bool m_timedByHost = false; // the last whole frame
+    int m_refusedReads = 0;     // reads in a row for which nothing could be queued
+    int m_resets = 0;           // of a single exposure
     uint32_t m_lastBurst = 0;
     uint32_t m_autoBandwidthSince = 0;
 };

@@ -36,6 +36,7 @@ class Usb2CaptureWorker final : public CaptureWorker {
     Turn HandleMissingBytes(const BulkStream::Pass &pass) override;
     Turn HandleWholeFrame() override;
     bool BandwidthMatters() const override;
+    bool MixesTimings() const override { return true; }
     void PrintBurst(int sinceStartMs, int sinceLastMs) const override;
     void HandleFixedBandwidthDrop() override;
 
