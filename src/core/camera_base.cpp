@@ -264,6 +264,18 @@ bool CCameraBase::SetRGBBalance(int red, int blue, bool bAuto)
     return true;
 }
 
+void CCameraBase::SetRed(int red, bool bAuto)
+{
+    const std::lock_guard lock(m_settingsSection); // the automatic may be setting both
+    (void)SetRGBBalance(red, m_blue, bAuto);       // never refused
+}
+
+void CCameraBase::SetBlue(int blue, bool bAuto)
+{
+    const std::lock_guard lock(m_settingsSection); // as above
+    (void)SetRGBBalance(m_red, blue, bAuto);
+}
+
 bool CCameraBase::GetFPSPerc(int *percent, bool *pbAuto)
 {
     *percent = m_bandwidth;

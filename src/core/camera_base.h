@@ -88,6 +88,9 @@ class CCameraBase : public CCameraFX3 {
 
     void StartExposure() { (void)StartCapture(true); } // the status tells how it went
     void StopExposure() { (void)StopCapture(); }
+    /// One part of the balance, and whether both set themselves.
+    void SetRed(int red, bool bAuto);
+    void SetBlue(int blue, bool bAuto);
     bool GetImageAfterExp(unsigned char *buffer, int size);
     /// Draws the local date and time into an image of the current height, if it has room for it.
     void AddTimeMark(unsigned char *image, int width, IMAGE_TYPE type);

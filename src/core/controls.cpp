@@ -156,8 +156,8 @@ constexpr ControlRow kControls[] = {
      .get = GetBalance<&Camera::Red>,
      .set =
          [](Camera &c, int32_t v, bool a) {
-             (void)c.SetRGBBalance(v, c.Blue(), a); // Quirk, kept: never a refusal
-             return true;
+             c.SetRed(v, a);
+             return true; // Quirk, kept: never a refusal
          },
      .hasAuto = kAlways},
     {.name = "WB_B",
@@ -170,8 +170,8 @@ constexpr ControlRow kControls[] = {
      .get = GetBalance<&Camera::Blue>,
      .set =
          [](Camera &c, int32_t v, bool a) {
-             (void)c.SetRGBBalance(c.Red(), v, a); // Quirk, kept: as above
-             return true;
+             c.SetBlue(v, a);
+             return true; // Quirk, kept: as above
          },
      .hasAuto = kAlways},
     {.name = "Brightness",

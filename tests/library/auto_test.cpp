@@ -574,20 +574,24 @@ TEST_F(AutoLoopTest, LeavesAloneWhatTheHostTakesBack)
     ASSERT_TRUE(setImageFormat(256, 128, 1, VSC_IMG_RGB24));
     startCapture();
     SleepFor(100ms);
-    for (int i = 1; i <= 50; ++i) {
+    for (int i = 1; i <= 60; ++i) {
+        const int exposureUs = i % 2 != 0 ? 90'000 : 150'000; // the thread's, the worker's
         setValue(CONTROL_GAIN, 400, true);
-        setValue(CONTROL_EXPOSURE, 90'000, true);
+        setValue(CONTROL_EXPOSURE, exposureUs, true);
         setValue(CONTROL_WB_RED, 99, true);
-        SleepFor(100ms); // the automatics wake at the same moment
+        setValue(CONTROL_WB_BLUE, 1, true);
+        SleepFor(milliseconds(100 * (1 + i % 8))); // the automatics wake at the same moment
         setValue(CONTROL_GAIN, i, false);
-        setValue(CONTROL_EXPOSURE, 1'000 + i, false);
+        setValue(CONTROL_EXPOSURE, exposureUs + i, false);
         setValue(CONTROL_WB_RED, i, false);
-        SleepFor(100ms);
-        bool automatic[3] = {};
+        const int blue = getValue(CONTROL_WB_BLUE, nullptr);
+        SleepFor(400ms);
+        bool automatic[4] = {};
         ASSERT_EQ(getValue(CONTROL_GAIN, &automatic[0]), i);
-        ASSERT_EQ(getValue(CONTROL_EXPOSURE, &automatic[1]), 1'000 + i);
+        ASSERT_EQ(getValue(CONTROL_EXPOSURE, &automatic[1]), exposureUs + i);
         ASSERT_EQ(getValue(CONTROL_WB_RED, &automatic[2]), i);
-        ASSERT_FALSE(automatic[0] || automatic[1] || automatic[2]);
+        ASSERT_EQ(getValue(CONTROL_WB_BLUE, &automatic[3]), blue);
+        ASSERT_FALSE(automatic[0] || automatic[1] || automatic[2] || automatic[3]);
     }
 }
 
