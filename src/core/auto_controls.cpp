@@ -30,10 +30,16 @@ std::optional<RawFrame> CCameraBase::AsRawFrame(std::span<const uint8_t> bytes)
 }
 
 /// The automatics reckon with the sum of the pixels that are binned after the read-out.
-int CCameraBase::BinScale(const RawFrame &frame)
+int CCameraBase::BinScale(const RawFrame &frame) const
 {
     const int bin = frame.size.width / m_width;
     return bin * bin;
+}
+
+/// By the frame itself: what is set may have changed since it was read.
+bool CCameraBase::BinnedBySensor(const RawFrame &frame) const
+{
+    return frame.size.width < m_width * m_bin;
 }
 
 void CCameraBase::AutoExpGain(std::span<const uint8_t> bytes, const ExposureSetting &exposure)
@@ -44,7 +50,7 @@ void CCameraBase::AutoExpGain(std::span<const uint8_t> bytes, const ExposureSett
     const std::optional<int> mean = MeanBrightness(*frame, WallClockSecond());
     if (!mean)
         return;
-    const bool scales = IsHardBinRun() || !frame->is16;
+    const bool scales = BinnedBySensor(*frame) || !frame->is16;
 
     const std::lock_guard lock(m_settingsSection); // the host may be switching an automatic off
     if (exposure != Exposure())

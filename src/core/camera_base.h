@@ -309,7 +309,8 @@ class CCameraBase : public CCameraFX3 {
     void SetGainExpFunc(std::chrono::milliseconds pass);
     void RunAutomatics(bool whiteBalanceToo);
     std::optional<RawFrame> AsRawFrame(std::span<const uint8_t> bytes);
-    int BinScale(const RawFrame &frame);
+    int BinScale(const RawFrame &frame) const;
+    bool BinnedBySensor(const RawFrame &frame) const;
     /// Cameras that mark only the head of a frame: the worker cannot tell whether it is whole.
     bool ReaderChecksFrames() const { return !m_model.usb3Camera; }
     bool TakeFrame(uint8_t *frame, int waitMs);
