@@ -124,10 +124,11 @@ void CCameraBase::stopAutoControlThr()
 
 void CCameraBase::SetGainExpFunc(milliseconds pass)
 {
-    (void)m_autoRunning.SleepFor(kAutoStart);
-    for (int passes = 1; m_autoRunning; ++passes) {
+    // Ends with the capture: the worker, which joins it, may still be busy with the camera.
+    (void)m_capturing.SleepFor(kAutoStart);
+    for (int passes = 1; m_autoRunning && m_capturing; ++passes) {
         RunAutomatics(passes % kPassesPerBalance == 0);
-        (void)m_autoRunning.SleepFor(pass);
+        (void)m_capturing.SleepFor(pass);
     }
     OutputDbgPrint("Thread SetGainExpFunc Exit!\n");
 }
