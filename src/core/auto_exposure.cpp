@@ -46,13 +46,13 @@ constexpr bool InMiddle(int place, int extent)
     return extent / 5 <= place && place <= int64_t{4} * extent / 5 && place < extent;
 }
 
-/// A step in the making: every change starts from what the one before it set.
+/// A step in the making: every change of gain starts from what the one before it set.
 class Step {
   public:
     Step(const AutoExposureState &state, const ApplyChange &apply)
         : m_state(state), m_apply(apply), m_gain(state.gain),
           m_range(int64_t{state.maxGain} - state.minGain),
-          m_gainLimit(std::min(state.gainLimit, state.maxGain)), m_exposureUs(state.exposureUs),
+          m_gainLimit(std::min(state.gainLimit, state.maxGain)),
           m_exposureLines(state.exposureLines)
     {
     }
@@ -94,7 +94,7 @@ class Step {
         }
         if (m_state.gainAuto)
             RaiseGain(FineGain());
-        if (!m_state.gainAuto || m_exposureUs <= kExposureFirstUpToUs) {
+        if (!m_state.gainAuto || m_state.exposureUs <= kExposureFirstUpToUs) {
             if (!TooCoarse(-1))
                 RaiseExposure();
             if (m_state.gainAuto)
@@ -112,7 +112,7 @@ class Step {
             SetGain(m_gain - FineGain()); // the model knows its lowest gain
             return;
         }
-        if (m_exposureUs > kExposureFirstUpToUs) {
+        if (m_state.exposureUs > kExposureFirstUpToUs) {
             LowerExposure();
             return;
         }
@@ -137,23 +137,22 @@ class Step {
     void RaiseExposure()
     {
         const auto limit = static_cast<uint64_t>(std::max(m_state.exposureLimitS, 0)) * 1'000'000;
-        SetExposure(
-            std::min(limit, m_exposureUs + Share(int64_t{m_state.target} - m_state.mean, 200)));
+        SetExposure(std::min(limit, m_state.exposureUs +
+                                        Share(int64_t{m_state.target} - m_state.mean, 200)));
     }
     void LowerExposure()
     {
         const uint64_t less = Share(int64_t{m_state.mean} - m_state.target, 400);
-        SetExposure(m_exposureUs - std::min(less, m_exposureUs));
+        SetExposure(m_state.exposureUs - std::min(less, m_state.exposureUs));
     }
     uint64_t Share(int64_t error, uint64_t divisor) const
     {
-        return static_cast<uint64_t>(error) * m_exposureUs / divisor;
+        return static_cast<uint64_t>(error) * m_state.exposureUs / divisor;
     }
     void SetExposure(uint64_t us)
     {
         m_exposureLines =
             m_apply({AutoExposureChange::Setting::kExposure, static_cast<int64_t>(us)});
-        m_exposureUs = us;
     }
 
     const AutoExposureState &m_state;
@@ -161,7 +160,6 @@ class Step {
     int64_t m_gain;
     int64_t m_range;
     int64_t m_gainLimit;
-    uint64_t m_exposureUs;
     uint32_t m_exposureLines;
 };
 

@@ -34,8 +34,6 @@ struct AutoExposureChange {
     enum class Setting { kGain, kExposure };
     Setting setting;
     int64_t value;
-
-    bool operator==(const AutoExposureChange &) const = default;
 };
 
 /// Makes a change and tells the exposure that the sensor has then, in periods of its lines.
