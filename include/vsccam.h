@@ -140,7 +140,8 @@ VSC_API int getValue(Control_TYPE control, bool *pbAuto);
  *  what the model can do; gamma and brightness are taken as they are (see getMin and getMax), but
  *  S2800 and PYTHON models clamp brightness, too. Read-only and unknown controls, and cooler
  *  controls of models without a cooler, are ignored.
- *  @param bAuto  true lets the control set itself (gain, exposure, white balance, bandwidth) */
+ *  @param bAuto  true lets the control set itself (gain, exposure, white balance, bandwidth). Red
+ *                and blue share this flag: either one switches it for both. */
 VSC_API void setValue(Control_TYPE control, int value, bool bAuto);
 
 /** Smallest value of a control; 0 for an unknown control or no camera. */
@@ -155,10 +156,13 @@ VSC_API VSC_BOOL isAutoSupported(Control_TYPE control);
 /** Whether the open model has a control; 0 for an unknown control or no camera. */
 VSC_API VSC_BOOL isAvailable(Control_TYPE control);
 
-/** Limits of the automatic modes.
+/** Limits of the automatic modes. While the mean brightness is within 15 % of the target, nothing
+ *  moves.
  *  @param maxGain           gain that automatic gain never exceeds
  *  @param maxExp            exposure that automatic exposure never exceeds, seconds
- *  @param targetBrightness  mean brightness aimed at, 0 to 255 */
+ *  @param targetBrightness  mean brightness aimed at, 0 to 255. With 8 bits and software binning it
+ *                           is that of the sum of the binned pixels: the mean of the delivered
+ *                           frames is targetBrightness / (bin * bin) */
 VSC_API void setAutoPara(int maxGain, int maxExp, int targetBrightness);
 
 /** Reads what setAutoPara sets. Pointers may be NULL; nothing is written without a camera. */
