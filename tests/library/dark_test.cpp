@@ -266,11 +266,12 @@ TEST_F(DarkSubtraction, FollowsARegionThatMovesDuringVideoInEveryFamily)
                 frame = NextFrame(5000);
             ASSERT_FALSE(frame.empty());
             int wrong = 0;
+            const uint8_t *pixel = frame.data();
             for (int y = 0; y < kSide; ++y)
                 for (int x = 0; x < kSide; ++x) {
                     const bool dark = isDark(x * c.bin + startX, y * c.bin);
                     // Half of the fields are dark, and what is left gets the mean back.
-                    wrong += frame[static_cast<size_t>(y * kSide + x)] != (dark ? 247 : 255);
+                    wrong += *pixel++ != (dark ? 247 : 255);
                 }
             EXPECT_EQ(wrong, 0) << startX;
         }
@@ -362,9 +363,9 @@ TEST_F(DarkSubtraction, AndPatchesComeInTheirOrderWhereTheyApply)
         const auto patched = [&](uint32_t frame) {
             Bytes expected = picture.Image(frame);
             const auto put = [&](int x, uint32_t value) {
+                uint8_t *const sample = expected.data() + (kHotRow * kWidth + x) * sampleBytes;
                 for (int i = 0; i < sampleBytes; ++i, value >>= 8)
-                    expected[static_cast<size_t>((kHotRow * kWidth + x) * sampleBytes + i)] =
-                        static_cast<uint8_t>(value);
+                    sample[i] = static_cast<uint8_t>(value);
             };
             // The dark frame leaves nothing of the bright pixel but the mean.
             const uint32_t bright =

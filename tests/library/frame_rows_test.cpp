@@ -30,7 +30,7 @@ void PatchInPlace(std::vector<Sample> &image, const PixelPatches &patches, uint1
     const int below = patches.step * patches.width;
     for (const PixelPatch &patch : patches.list) {
         const auto at = [&](int offset) -> Sample & {
-            return image[static_cast<size_t>(static_cast<int>(patch.index) + offset)];
+            return *(image.data() + patch.index + offset);
         };
         const int value = at(0);
         if (patch.rule == PatchRule::kFromRight)
