@@ -16,7 +16,6 @@ using std::chrono::milliseconds;
 namespace {
 constexpr milliseconds kAutoStart = 200ms;
 constexpr int kPassesPerBalance = 4;
-constexpr int kBrightest = 255;
 } // namespace
 
 /// Nothing when it is no frame of the present format: hardware binning is switched while the

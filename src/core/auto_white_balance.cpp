@@ -14,8 +14,6 @@ namespace {
 
 constexpr int kBlocks = 16; // in each direction
 constexpr int kCells = 10;  // of 2 x 2 sites, in each direction of a block
-constexpr int kUnity = 50;
-constexpr int kBrightest = 255;
 
 // Differences to green that are left alone.
 constexpr int kGreyEnough = 4;
@@ -25,26 +23,13 @@ constexpr int kSmallBalance = 5; // below it, rounding alone could keep it from 
 
 template <class T> using PerColour = std::array<T, 3>; // red, green, blue
 
-/// Colour of the sites of a mosaic.
-class SiteColours {
-  public:
-    explicit SiteColours(BayerPhase phase)
-        : m_redColumn(phase == BayerPhase::kBG || phase == BayerPhase::kGR),
-          m_redRow(phase == BayerPhase::kBG || phase == BayerPhase::kGB)
-    {
-    }
-
-    size_t Of(int x, int y) const
-    {
-        const bool redColumn = ((x & 1) != 0) == m_redColumn;
-        const bool redRow = ((y & 1) != 0) == m_redRow;
-        return redColumn == redRow ? (redRow ? 0 : 2) : 1;
-    }
-
-  private:
-    bool m_redColumn; // odd
-    bool m_redRow;
-};
+/// Index of the colour of a site.
+size_t ColourOf(int x, int y, Site red)
+{
+    const bool redColumn = (x & 1) == red.column;
+    const bool redRow = (y & 1) == red.row;
+    return redColumn == redRow ? (redRow ? 0 : 2) : 1;
+}
 
 struct Block {
     PerColour<int> mean{};
@@ -53,14 +38,14 @@ struct Block {
 
 class BlockSurvey {
   public:
-    BlockSurvey(const RawFrame &frame, BayerPhase phase) : m_frame(frame), m_colours(phase) {}
+    BlockSurvey(const RawFrame &frame, BayerPhase phase) : m_frame(frame), m_red(RedSite(phase)) {}
 
     Block Look(int row, int column) const
     {
         PerColour<int> sum{};
         PerColour<int> count{};
         ForEachSite(row, column, [&](int x, int y) {
-            const size_t colour = m_colours.Of(x, y);
+            const size_t colour = ColourOf(x, y, m_red);
             sum[colour] += m_frame.Sample(x, y);
             ++count[colour];
         });
@@ -70,7 +55,7 @@ class BlockSurvey {
 
         PerColour<int> distance{};
         ForEachSite(row, column, [&](int x, int y) {
-            const size_t colour = m_colours.Of(x, y);
+            const size_t colour = ColourOf(x, y, m_red);
             distance[colour] += std::abs(m_frame.Brightness(x, y) - block.mean[colour]);
         });
         for (size_t c = 0; c < distance.size(); ++c)
@@ -101,7 +86,7 @@ class BlockSurvey {
     }
 
     const RawFrame &m_frame;
-    SiteColours m_colours;
+    Site m_red;
 };
 
 /// Mean of the blocks, weighed by their deviations.
@@ -149,7 +134,7 @@ ColourLevels MosaicLevels(const RawFrame &frame, BayerPhase phase, int scale)
 ColourLevels Balanced(const ColourLevels &levels, WhiteBalance balance)
 {
     const auto apply = [](float level, int gain) {
-        return std::min(level * static_cast<float>(gain) / kUnity, float{kBrightest});
+        return std::min(level * static_cast<float>(gain) / kUnityGain, float{kBrightest});
     };
     return {apply(levels.red, balance.red), levels.green, apply(levels.blue, balance.blue)};
 }

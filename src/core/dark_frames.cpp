@@ -3,6 +3,7 @@
 #include "base/debug_print.h"
 #include "core/camera_base.h"
 #include "core/dark_file.h"
+#include "core/raw_frame.h"
 
 #include <algorithm>
 #include <mutex>
@@ -15,7 +16,6 @@ namespace vsccam {
 namespace {
 
 constexpr int kBrightOverMean = 30;
-constexpr int kBrightest = 255;
 constexpr int kSuccess = 1; // of operations that return numbers
 constexpr uint32_t kSubtractedInAutoFromUs = 500'000;
 constexpr char kNoMemory[] = "no memory for the dark frame\n";

@@ -1,5 +1,7 @@
 #include "core/frame_region.h"
 
+#include "core/raw_frame.h"
+
 #include <algorithm>
 #include <numeric>
 #include <utility>
@@ -7,8 +9,6 @@
 namespace vsccam {
 
 namespace {
-
-constexpr int kBrightest = 255;
 
 size_t Index(int x, int y, int width)
 {

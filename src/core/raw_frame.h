@@ -8,6 +8,8 @@
 
 namespace vsccam {
 
+inline constexpr int kBrightest = 255; // of eight bits
+
 /// A frame as the camera sent it, for those who look at single samples. What lies outside is the
 /// caller's fault: `bytes` holds all of `size`.
 struct RawFrame {

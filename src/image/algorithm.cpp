@@ -10,23 +10,10 @@ namespace vsccam {
 
 namespace {
 
-struct Site {
-    int column;
-    int row;
-};
-
-// Place of the red site in a cell of 2 x 2; blue is diagonally opposite, the rest is green.
-constexpr Site kRedSite[] = {{0, 0}, {1, 1}, {1, 0}, {0, 1}}; // by BayerPhase
-
 /// Phases come from the data of models, as numbers.
 constexpr bool IsKnown(BayerPhase phase)
 {
     return static_cast<size_t>(phase) < std::size(kRedSite);
-}
-
-constexpr Site RedSite(BayerPhase phase)
-{
-    return kRedSite[static_cast<size_t>(phase)];
 }
 
 /// The cells are named after the colour that comes first in the output, the images after red, which
@@ -48,16 +35,15 @@ std::array<uint8_t, 256> BalanceTable(int gain)
     std::array<uint8_t, 256> table{};
     const int64_t factor = std::max(gain, 0);
     for (size_t i = 0; i < table.size(); ++i)
-        table[i] =
-            static_cast<uint8_t>(std::min<int64_t>(255, static_cast<int64_t>(i) * factor / 50));
+        table[i] = static_cast<uint8_t>(
+            std::min<int64_t>(255, static_cast<int64_t>(i) * factor / kUnityGain));
     return table;
 }
 
 /// Rounded up, so that products of all bytes round down to those of the table.
 uint16_t KernelGain(int gain)
 {
-    constexpr int kUnity = 50;
-    return static_cast<uint16_t>(((std::max(gain, 0) << 14) + kUnity - 1) / kUnity);
+    return static_cast<uint16_t>(((std::max(gain, 0) << 14) + kUnityGain - 1) / kUnityGain);
 }
 
 std::array<int32_t, 256> FixedPointTable(double coefficient)
@@ -174,7 +160,7 @@ void CAlgorithm::RGBYUV_Init()
     YUV03316 = FixedPointTable(0.368);
     YUV04187 = FixedPointTable(0.291);
     YUV00813 = FixedPointTable(0.148);
-    SetRGBWB(50, 50);
+    SetRGBWB(kUnityGain, kUnityGain);
 }
 
 void CAlgorithm::SetRGBWB(int redSites, int blueSites)

@@ -13,6 +13,22 @@ namespace vsccam {
 /// Which colours the first row of a mosaic has.
 enum class BayerPhase { kRG = 0, kBG = 1, kGR = 2, kGB = 3 };
 
+/// A place in the cells of 2 x 2 pixels that a mosaic is made of.
+struct Site {
+    int column;
+    int row;
+};
+
+// Place of the red site, by BayerPhase; blue is diagonally opposite, the rest is green.
+inline constexpr Site kRedSite[] = {{0, 0}, {1, 1}, {1, 0}, {0, 1}};
+
+constexpr Site RedSite(BayerPhase phase)
+{
+    return kRedSite[static_cast<size_t>(phase)];
+}
+
+inline constexpr int kUnityGain = 50; // of the white balance
+
 /// Phase of a mosaic after it was mirrored.
 BayerPhase FlippedPhase(BayerPhase sensor, bool flipH, bool flipV);
 
@@ -26,7 +42,7 @@ class CAlgorithm {
     /// Fills the tables, with neutral white balance.
     void RGBYUV_Init();
 
-    /// White balance of red and blue sites, 50 is unity; negative gains count as 0.
+    /// White balance of red and blue sites, in units of kUnityGain; negative gains count as 0.
     // Named after the plane they fill: the first argument makes the table of the third byte of the
     // output, where the samples of the red sites land.
     void SetRGBWB(int redSites, int blueSites);
