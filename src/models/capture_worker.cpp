@@ -159,7 +159,7 @@ bool CaptureWorker::SleepWhileExposing(const LongExposurePlan &plan, uint32_t ex
     (void)m_running.SleepFor(plan.rest);
     for (int i = 0; i < plan.steps; ++i) {
         if (m_camera.ExposureUs() != exposureUs) {
-            m_exposedBy.us = 0;
+            ExposedByNoSetting();
             break;
         }
         if (!m_running.SleepFor(plan.step))
@@ -220,7 +220,7 @@ CaptureWorker::Turn CaptureWorker::HandleGoodFrame()
     const std::span<uint8_t> frame = Frame();
     const bool timedByHost = m_exposedBy.timedByHost;
     if (std::exchange(m_timedByHost, timedByHost) != timedByHost && MixesTimings())
-        m_exposedBy.us = 0;
+        ExposedByNoSetting();
     const bool inserted = InsertFrame(true);
     if (m_camera.SingleExposure()) {
         if (!inserted)

@@ -62,6 +62,8 @@ class CaptureWorker {
     bool ResetTooOften();
     Turn RecoverDevice();
     Turn Fail();
+    /// No setting tells how long the present frame was exposed: nobody steps exposure by it.
+    void ExposedByNoSetting() { m_exposedBy.us = 0; }
 
     CCameraBase &m_camera;
     CaptureSensor &m_sensor;
@@ -72,7 +74,7 @@ class CaptureWorker {
     int m_drops = 0;             // bad frames in a row or since the last measure against them
     int m_emptyReads = 0;        // in a row
     long m_waitMs = 0;           // of the last read, for the debug output
-    ExposureSetting m_exposedBy; // of the present frame; of 0 us: a time of its own
+    ExposureSetting m_exposedBy; // of the present frame
 
   private:
     bool Prepare();
