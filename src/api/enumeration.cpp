@@ -109,9 +109,11 @@ VSC_BOOL openCamera(int iCamIndex)
 VSC_BOOL initCamera()
 {
     CCameraBase *camera = TheSession().pCamera.get();
-    if (!camera || !camera->InitCamera())
-        return false;
-    return setImageFormat(camera->MaxSize().width, camera->MaxSize().height, 1, VSC_IMG_RAW8);
+    const RequestBudget budget;
+    return camera && camera->ProgramWhole([camera] {
+        const Size size = camera->MaxSize();
+        return camera->InitCamera() && setImageFormat(size.width, size.height, 1, VSC_IMG_RAW8);
+    });
 }
 
 void closeCamera()

@@ -26,6 +26,7 @@ constexpr auto kPauseAfterReading = 1590ms;
 
 bool CCameraCool::CloseCamera()
 {
+    const RequestBudget budget;
     m_coolerRunning.Clear(); // both threads end at the same time
     (void)StopCapture();
     StopAutoTempThr();
@@ -99,7 +100,10 @@ void CCameraCool::StopAutoTempThr()
         return;
     m_coolerRunning.Clear();
     OutputDbgPrint("AutoTempThr bf wait\n");
-    m_coolerThread.Join();
+    {
+        const EndOfThreads end(*this);
+        m_coolerThread.Join();
+    }
     OutputDbgPrint("AutoTempThr af wait\n");
     (void)SetPowerPerc(0.0F); // nothing is left to try
 }

@@ -17,6 +17,10 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr int kTransferBlock = 48 * 1024; // unit of SetTransferCount
+
+// A flash that does not answer must not use up what the camera has to be programmed in.
+constexpr LossLimit kFlashShare{.work = 600ms};
+
 constexpr bool IsGuideLine(int direction)
 {
     return direction >= 0 && direction <= 3;
@@ -97,6 +101,7 @@ bool CCameraBase::OpenCamera(int n)
 
 bool CCameraBase::CloseCamera()
 {
+    const RequestBudget budget;
     (void)StopCapture(); // also ends the worker of a camera that was lost
     m_lost = false;
     if (!IsOpened())
@@ -104,6 +109,24 @@ bool CCameraBase::CloseCamera()
     CloseDevice();
     OutputDbgPrint("camera closed\n");
     return true;
+}
+
+bool CCameraBase::ProgramWhole(const std::function<bool()> &program)
+{
+    constexpr int kTries = 3; // requests may also fail at once
+    const RequestBudget budget;
+    for (int i = 0; i < kTries; ++i) {
+        const int lost = LostSetUps();
+        if (!program())
+            return false;
+        if (LostSetUps() == lost) {
+            m_lostSetUpsMended = lost;
+            return true;
+        }
+        if (RequestBudget::Left(Purpose::Work, 1s) <= 0s)
+            break;
+    }
+    return false;
 }
 
 bool CCameraBase::ReConnectCamera()
@@ -146,10 +169,13 @@ bool CCameraBase::StartWorker(bool single, std::function<void()> body)
 bool CCameraBase::StopCapture()
 {
     if (!m_capturing) {
+        const EndOfThreads end(*this);
         m_worker.Join(); // one that ended by itself
         return true;
     }
     const bool open = IsOpened();
+    const RequestBudget budget;
+    const EndOfThreads end(*this);
     m_stopping = true;
     OutputDbgPrint("stop capture\n");
     m_capturing.Clear();
@@ -288,7 +314,10 @@ void CCameraBase::IdentifyUsb3Camera()
     m_usb3Host = IsUSB3Host();
     OutputDbgPrint(m_usb3Host ? "***********USB3.0 Host***********\n"
                               : "***********USB2.0 Host***********\n");
-    SetHPCStates(true);
+    {
+        const RequestBudget budget(kFlashShare);
+        SetHPCStates(true);
+    }
     uint8_t version = 0;
     uint8_t sub[4] = {};
     (void)GetFirmwareVer(&version); // for the debug output only

@@ -96,6 +96,12 @@ class CCameraBase : public CCameraFX3 {
     void AddTimeMark(unsigned char *image, int width, IMAGE_TYPE type);
     /// For the capture worker: gives up when it is to end.
     bool ReConnectCamera();
+    /// Whether a request that should have set the camera up got lost, and not everything was
+    /// programmed since: no frame of it may be used.
+    bool HalfProgrammed() const { return LostSetUps() != m_lostSetUpsMended; }
+    /// Runs `program`, which sets the camera up as a whole, until no request of it got lost; false
+    /// when it fails or the requests may lose no more time.
+    bool ProgramWhole(const std::function<bool()> &program);
     bool StartSensorCLK();
     bool StopSensorCLK();
     bool SetTransferCount(int bytes);
@@ -334,6 +340,7 @@ class CCameraBase : public CCameraFX3 {
     Shared<bool> m_monoBin;
     Shared<bool> m_timeMark;
     int m_ordinal = 0;
+    Shared<int> m_lostSetUpsMended; // of LostSetUps()
 
     // Of the newer control interface.
     std::array<VSC_CONTROL_TYPE, 64> m_controlList{};

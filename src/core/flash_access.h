@@ -26,7 +26,11 @@ class FlashAccess {
     {
         (void)m_camera.EnableGPIF32DQ(false);
     }
-    ~FlashAccess() { (void)m_camera.EnableGPIF32DQ(true); }
+    ~FlashAccess()
+    {
+        const LeavingSafe leaving; // with a narrow bus no frame would ever be whole again
+        (void)m_camera.EnableGPIF32DQ(true);
+    }
     FlashAccess(const FlashAccess &) = delete;
     FlashAccess &operator=(const FlashAccess &) = delete;
 

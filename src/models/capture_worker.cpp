@@ -24,7 +24,15 @@ constexpr int kResetsToFail = 2;
 constexpr int kRefusedReadsToGiveUp = 4;
 constexpr auto kRetryPause = 100ms; // after a read that failed at once
 constexpr auto kReopenInterval = 1s;
-constexpr auto kPresenceInterval = 1s; // from one look for the camera to the next
+constexpr milliseconds kPresenceInterval = 400ms; // from one look for the camera to the next
+// A camera that does not answer gets longer than requests are held back from it.
+constexpr auto kRestoreInterval = 500ms;
+constexpr int kRestoresToReset = 4;
+
+// A single exposure ends in five seconds and four frame times besides its own, whatever the camera
+// sends: in a little less, because a request may be under way.
+constexpr auto kSingleExposureGrace = 4'500ms;
+constexpr int kSingleExposureFrames = 4;
 
 constexpr int kDropsToLowerBandwidth = 2;
 constexpr int kBandwidthStep = 4;
@@ -88,17 +96,23 @@ CaptureWorker::Turn CaptureWorker::CaptureOneFrame()
     const ExposureSetting exposure = m_camera.Exposure();
     m_exposedBy = exposure;
     const uint64_t lossUs = static_cast<uint64_t>(m_drops) * exposure.us;
-    if (m_camera.SingleExposure() && lossUs > kSingleExposureLossUs)
+    if (m_camera.SingleExposure() && (lossUs > kSingleExposureLossUs || TooLateFor(exposure)))
         return Fail();
+    if (m_camera.HalfProgrammed())
+        return ProgramAgain();
 
     const BulkStream::Pass pass =
-        exposure.timedByHost ? ExposeAndRead(exposure.us) : ReadVideoFrame(exposure);
+        exposure.timedByHost ? ExposeAndRead(exposure) : ReadVideoFrame(exposure);
     if (!m_camera.BandwidthAuto())
         RememberedAutoBandwidth(m_camera) = false;
     if (pass.deviceGone)
         return RecoverDevice();
     if (!m_running) // the read was cut short
         return Turn::Leave;
+    if (m_camera.HalfProgrammed()) {
+        m_camera.AddDroppedFrames(1);
+        return Turn::GoOn;
+    }
     if (pass.received > 0)
         m_emptyReads = 0;
     if (pass.received != m_frameBytes)
@@ -121,12 +135,38 @@ BulkStream::Pass CaptureWorker::ReadVideoFrame(const ExposureSetting &exposure)
 {
     const BulkStream::Timeouts timeouts = FrameTimeouts(exposure);
     m_waitMs = static_cast<long>(timeouts.perTransfer.count());
-    return ReadFrame(exposure, timeouts);
+    m_readBegan = Clock::now();
+    return ReadFrame(exposure, InTime(timeouts));
+}
+
+/// Whether a single exposure that begins now would not end in its time, which begins anew when it
+/// is set to another one.
+bool CaptureWorker::TooLateFor(const ExposureSetting &exposure)
+{
+    using std::chrono::microseconds;
+    const auto now = Clock::now();
+    if (std::exchange(m_exposureBegunUs, exposure.us) != exposure.us)
+        m_exposureBegan = now;
+    const auto latestBegin = m_exposureBegan + kSingleExposureGrace +
+                             kSingleExposureFrames * microseconds(exposure.frameTimeUs);
+    m_deadline = latestBegin + microseconds(exposure.us);
+    return now >= latestBegin;
+}
+
+BulkStream::Timeouts CaptureWorker::InTime(BulkStream::Timeouts timeouts) const
+{
+    if (!m_camera.SingleExposure())
+        return timeouts;
+    const auto left = std::max(ceil<milliseconds>(m_deadline - Clock::now()), milliseconds(0));
+    timeouts.perTransfer = std::min(timeouts.perTransfer, left);
+    timeouts.total = std::min(timeouts.total, left);
+    return timeouts;
 }
 
 /// The host opens and closes the exposure gate; then the sensor reads out.
-BulkStream::Pass CaptureWorker::ExposeAndRead(uint32_t exposureUs)
+BulkStream::Pass CaptureWorker::ExposeAndRead(const ExposureSetting &exposure)
 {
+    const uint32_t exposureUs = exposure.us;
     const auto exposureMs = static_cast<int>(exposureUs / 1000);
     const LongExposurePlan plan = m_sensor.PlanLongExposure(exposureUs);
     OutputDbgPrint("Begin long exp %d\n", exposureMs);
@@ -135,10 +175,14 @@ BulkStream::Pass CaptureWorker::ExposeAndRead(uint32_t exposureUs)
     if (!SleepWhileExposing(plan, exposureUs))
         return {.deviceGone = true};
     m_sensor.CloseExposureGate();
+    if (m_camera.HalfProgrammed())
+        return {};
     m_waitMs = plan.printedWaitMs;
 
     uint8_t *buffer = m_camera.Raw().Filling();
-    const BulkStream::Timeouts timeouts{plan.readTimeout, plan.readTimeout, plan.readTimeout};
+    const BulkStream::Timeouts timeouts =
+        InTime({plan.readTimeout, plan.readTimeout, plan.readTimeout});
+    m_readBegan = Clock::now();
     BulkStream::Pass pass = m_camera.ReadFrameOnce(buffer, timeouts, m_running);
     if (pass.ioError && !pass.deviceGone && m_running) {
         OutputDbgPrint("Xfer2#\n");
@@ -150,25 +194,33 @@ BulkStream::Pass CaptureWorker::ExposeAndRead(uint32_t exposureUs)
     return pass;
 }
 
-/// Until the exposure is over, is set to another length or is to end. Nothing is sent meanwhile
-/// that would tell of a camera that was unplugged: the list of devices does.
+/// Until the exposure is over, is set to another length, is to end or is of no use any more.
 /// @return false when the camera is gone
 bool CaptureWorker::SleepWhileExposing(const LongExposurePlan &plan, uint32_t exposureUs)
 {
-    auto nextLook = Clock::now() + kPresenceInterval;
-    (void)m_running.SleepFor(plan.rest);
-    for (int i = 0; i < plan.steps; ++i) {
+    bool attached = SleepWhileAttached(plan.rest);
+    for (int i = 0; i < plan.steps && attached && m_running && !m_camera.HalfProgrammed(); ++i) {
         if (m_camera.ExposureUs() != exposureUs) {
             ExposedByNoSetting();
             break;
         }
-        if (!m_running.SleepFor(plan.step))
-            break;
-        if (Clock::now() < nextLook)
-            continue;
-        if (!m_camera.IsAttached())
-            return false;
-        nextLook = Clock::now() + kPresenceInterval;
+        attached = SleepWhileAttached(plan.step);
+    }
+    return attached;
+}
+
+/// Nothing is sent meanwhile that would tell of a camera that was unplugged: the list of devices
+/// does.
+bool CaptureWorker::SleepWhileAttached(milliseconds time)
+{
+    const auto end = Clock::now() + time;
+    for (auto left = time; left > 0ms && m_running; left = ceil<milliseconds>(end - Clock::now())) {
+        (void)m_running.SleepFor(std::min(left, kPresenceInterval));
+        if (Clock::now() >= m_nextLook) {
+            m_nextLook = Clock::now() + kPresenceInterval;
+            if (!m_camera.IsAttached())
+                return false;
+        }
     }
     return true;
 }
@@ -246,6 +298,11 @@ void CaptureWorker::HandleDrop()
     m_camera.ResetEndPoint(m_endpoint);
 }
 
+bool CaptureWorker::MayLowerBandwidth()
+{
+    return InAutoBandwidthPeriod() && m_camera.Bandwidth() > m_camera.Model().bandwidth.min;
+}
+
 bool CaptureWorker::InAutoBandwidthPeriod()
 {
     Shared<bool> &remembered = RememberedAutoBandwidth(m_camera);
@@ -271,11 +328,15 @@ void CaptureWorker::LowerBandwidth()
     m_drops = 0;
 }
 
-/// The device is gone. A single exposure is lost with it.
+/// The device is gone. A single exposure is lost with it, which the host shall know at once; the
+/// next start looks for the device.
 CaptureWorker::Turn CaptureWorker::RecoverDevice()
 {
-    const bool back = BringBackDevice();
-    return back && !m_camera.SingleExposure() ? Turn::GoOn : GiveUp();
+    if (m_camera.SingleExposure()) {
+        m_camera.SetLost(true);
+        return Fail();
+    }
+    return BringBackDevice() ? Turn::GoOn : Turn::Leave;
 }
 
 CaptureWorker::Turn CaptureWorker::GiveUp()
@@ -310,8 +371,8 @@ bool CaptureWorker::Reopen()
 /// is programmed by half, and nothing would ever show it.
 bool CaptureWorker::Restore()
 {
-    const int unanswered = m_camera.UnansweredRequests();
-    return m_sensor.RestoreSettings() && m_camera.UnansweredRequests() == unanswered;
+    const RequestBudget budget({}, &m_running);
+    return m_camera.ProgramWhole([this] { return m_sensor.RestoreSettings(); });
 }
 
 bool CaptureWorker::Resume()
@@ -321,6 +382,30 @@ bool CaptureWorker::Resume()
     m_camera.SetLost(false);
     m_camera.Frames().SetProducing(true);
     return true;
+}
+
+/// Somebody's request got lost that should have set the camera up. What it sends is of no use until
+/// everything is set again.
+CaptureWorker::Turn CaptureWorker::ProgramAgain()
+{
+    OutputDbgPrint("a setting was lost, program again\n");
+    const auto since = Clock::now();
+    StopStream();
+    const bool done = Restore() && StartStream();
+    if (!done)
+        (void)m_running.SleepFor(kRestoreInterval);
+    m_camera.AddDroppedFrames(FramesSince(since));
+    m_failedRestores = done ? 0 : m_failedRestores + 1;
+    if (m_failedRestores < kRestoresToReset)
+        return Turn::GoOn;
+    m_failedRestores = 0;
+    return m_camera.ResetDevice() ? Turn::GoOn : RecoverDevice();
+}
+
+void CaptureWorker::StopStream()
+{
+    m_sensor.StopSensorStreaming();
+    m_camera.SendCMD(request::kStopDataPath);
 }
 
 int CaptureWorker::FramesSince(Clock::time_point start) const
@@ -342,8 +427,10 @@ void CaptureWorker::Leave()
 {
     m_camera.Frames().SetProducing(false);
     m_camera.ClearDroppedFrames();
-    m_sensor.StopSensorStreaming();
-    m_camera.SendCMD(request::kStopDataPath);
+    {
+        const LeavingSafe leaving;
+        StopStream();
+    }
     m_camera.ResetEndPoint(m_endpoint);
     if (!m_camera.SingleExposure())
         m_camera.Frames().ResetCirBuff();

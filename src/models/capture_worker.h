@@ -62,6 +62,9 @@ class CaptureWorker {
     bool ResetTooOften();
     Turn RecoverDevice();
     Turn Fail();
+    /// Whether a lower bandwidth is still going to be tried against drops.
+    bool MayLowerBandwidth();
+    Clock::time_point ReadBegan() const { return m_readBegan; }
     /// No setting tells how long the present frame was exposed: nobody steps exposure by it.
     void ExposedByNoSetting() { m_exposedBy.us = 0; }
 
@@ -81,8 +84,11 @@ class CaptureWorker {
     bool StartStream();
     Turn CaptureOneFrame();
     BulkStream::Pass ReadVideoFrame(const ExposureSetting &exposure);
-    BulkStream::Pass ExposeAndRead(uint32_t exposureUs);
+    BulkStream::Pass ExposeAndRead(const ExposureSetting &exposure);
     bool SleepWhileExposing(const LongExposurePlan &plan, uint32_t exposureUs);
+    bool SleepWhileAttached(std::chrono::milliseconds time);
+    bool TooLateFor(const ExposureSetting &exposure);
+    BulkStream::Timeouts InTime(BulkStream::Timeouts timeouts) const;
     Turn HandleIncompleteFrame(const BulkStream::Pass &pass);
     Turn HandleRefusedRead(const BulkStream::Pass &pass);
     bool InAutoBandwidthPeriod();
@@ -92,6 +98,8 @@ class CaptureWorker {
     bool Reopen();
     bool Restore();
     bool Resume();
+    Turn ProgramAgain();
+    void StopStream();
     int FramesSince(Clock::time_point start) const;
     void Leave();
 
@@ -100,6 +108,12 @@ class CaptureWorker {
     bool m_timedByHost = false; // the last whole frame
     int m_refusedReads = 0;     // reads in a row for which nothing could be queued
     int m_resets = 0;           // of a single exposure
+    int m_failedRestores = 0;   // in a row
+    Clock::time_point m_readBegan{};
+    Clock::time_point m_nextLook{};      // for the device, in a long exposure
+    Clock::time_point m_exposureBegan{}; // a single one, with the setting that follows
+    uint32_t m_exposureBegunUs = 0;
+    Clock::time_point m_deadline{}; // of it, see TooLateFor
     uint32_t m_lastBurst = 0;
     uint32_t m_autoBandwidthSince = 0;
 };

@@ -59,8 +59,7 @@ Usb3CaptureWorker::Turn Usb3CaptureWorker::HandleMissingBytes(const BulkStream::
 {
     if (pass.received == 0)
         return HandleEmptyRead(pass);
-    HandleDrop();
-    return Turn::GoOn;
+    return HandleUnusableFrame();
 }
 
 Usb3CaptureWorker::Turn Usb3CaptureWorker::HandleEmptyRead(const BulkStream::Pass &pass)
@@ -71,14 +70,22 @@ Usb3CaptureWorker::Turn Usb3CaptureWorker::HandleEmptyRead(const BulkStream::Pas
         return Fail();
     // Quirk, kept: four reads, whatever the message says.
     OutputDbgPrint("no frame more than 5, reset!\n");
-    if (!m_camera.ResetDevice())
-        return RecoverDevice();
-    ResetStream();
-    return Turn::GoOn;
+    return ResetStream();
 }
 
-void Usb3CaptureWorker::ResetStream()
+Usb3CaptureWorker::Turn Usb3CaptureWorker::HandleUnusableFrame()
 {
+    HandleDrop();
+    if (MayLowerBandwidth() || !m_unusable.CallsForReset(ReadBegan(), Clock::now()))
+        return Turn::GoOn;
+    OutputDbgPrint("no usable frame, reset!\n");
+    return ResetStream();
+}
+
+Usb3CaptureWorker::Turn Usb3CaptureWorker::ResetStream()
+{
+    if (!m_camera.ResetDevice())
+        return RecoverDevice();
     m_emptyReads = m_drops = 0;
     (void)m_running.SleepFor(100ms);
     m_sensor.StopSensorStreaming();
@@ -86,6 +93,7 @@ void Usb3CaptureWorker::ResetStream()
     (void)m_running.SleepFor(10ms);
     m_camera.SendCMD(request::kStartDataPath);
     m_sensor.StartSensorStreaming();
+    return Turn::GoOn;
 }
 
 Usb3CaptureWorker::Turn Usb3CaptureWorker::HandleWholeFrame()
@@ -93,13 +101,13 @@ Usb3CaptureWorker::Turn Usb3CaptureWorker::HandleWholeFrame()
     const FrameMarks marks = ReadFrameMarks(Frame());
     if (marks.Good()) {
         ZeroFrameMarks(Frame());
+        m_unusable.Good();
         return HandleGoodFrame();
     }
     ++m_drops;
     OutputDbgPrint("head:0x%x COUNT:%d tail:0x%x count:%d\n", marks.head, marks.headCounter,
                    marks.tail, marks.tailCounter);
-    HandleDrop();
-    return Turn::GoOn;
+    return HandleUnusableFrame();
 }
 
 void Usb3CaptureWorker::PrintBurst(int sinceStartMs, int sinceLastMs) const

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "models/capture_worker.h"
+#include "models/unusable_frames.h"
 
 namespace vsccam {
 
@@ -22,7 +23,10 @@ class Usb3CaptureWorker final : public CaptureWorker {
     void HandleFixedBandwidthDrop() override;
 
     Turn HandleEmptyRead(const BulkStream::Pass &pass);
-    void ResetStream();
+    Turn HandleUnusableFrame();
+    Turn ResetStream();
+
+    UnusableFrames m_unusable;
 };
 
 } // namespace vsccam

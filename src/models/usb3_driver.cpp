@@ -32,22 +32,27 @@ template <class Base> bool Usb3Driver<Base>::InitCamera()
 {
     if (!this->IsOpened())
         return false;
-    {
-        const std::lock_guard lock(m_settingsSection);
-        this->IdentifyUsb3Camera();
-        PowerUp();
-        if (m_usb3Host || m_bandwidthAuto)
-            m_bandwidth = AutoBandwidth();
-        this->SetGamma(m_gamma);
-        this->SetRGBBalance(m_red, m_blue, m_whiteBalanceAuto);
-        this->SetBrightness(m_brightness);
-        SetCMOSClk();
-        LoadReadoutMode();
-        this->SetGain(m_gain, m_gainAuto);
-        this->SetExp(m_exposureUs, m_exposureAuto);
-        FinishSettings();
-    }
+    if (!this->ProgramWhole([this] { return SetUp(); }))
+        return false;
     this->OnInitialised();
+    return true;
+}
+
+template <class Base> bool Usb3Driver<Base>::SetUp()
+{
+    const std::lock_guard lock(m_settingsSection);
+    this->IdentifyUsb3Camera();
+    PowerUp();
+    if (m_usb3Host || m_bandwidthAuto)
+        m_bandwidth = AutoBandwidth();
+    this->SetGamma(m_gamma);
+    this->SetRGBBalance(m_red, m_blue, m_whiteBalanceAuto);
+    this->SetBrightness(m_brightness);
+    SetCMOSClk();
+    LoadReadoutMode();
+    this->SetGain(m_gain, m_gainAuto);
+    this->SetExp(m_exposureUs, m_exposureAuto);
+    FinishSettings();
     return true;
 }
 

@@ -108,6 +108,7 @@ template <class Base> class Usb3Driver : public Base, protected CaptureSensor {
   private:
     int AutoBandwidth() const { return m_usb3Host ? 100 : 80; }
     int Budget() const { return m_usb3Host ? m_traits.budget.usb3Host : m_traits.budget.usb2Host; }
+    bool SetUp();
     void ReapplyTiming();
     void SelectLongExposure(bool on);
     void CalcMaxFPS();

@@ -12,6 +12,7 @@
 namespace vsccam {
 
 using namespace std::chrono_literals;
+using std::chrono::milliseconds;
 
 namespace {
 
@@ -26,12 +27,27 @@ constexpr int kInterface = 0;
 // in a row, requests fail at once for a while.
 constexpr int kMuteAfterTimeouts = 3;
 constexpr auto kMuteTime = 1s;
+constexpr milliseconds kLeaveSafeTimeoutInDoubt = 150ms;
+constexpr milliseconds kProbeTimeout = 200ms;
+// What is left of a budget may be too short for any answer.
+constexpr milliseconds kShortestTimeout = 20ms;
 
 constexpr uint32_t kFlashPage = 256;
 constexpr auto kFlashEraseBound = 60s;
 constexpr auto kFlashPollInterval = 1ms;
 
 constexpr uint16_t kFpgaVersionMajor = 29; // two registers of nibbles follow
+
+/// A refusal is an answer.
+constexpr bool GotNoAnswer(int result)
+{
+    return result < 0 && result != LIBUSB_ERROR_PIPE;
+}
+
+constexpr uint16_t Word(const uint8_t bytes[2])
+{
+    return static_cast<uint16_t>(bytes[0] * 256 + bytes[1]);
+}
 
 constexpr uint16_t Low(uint32_t value)
 {
@@ -59,30 +75,35 @@ CCameraFX3::~CCameraFX3()
 
 bool CCameraFX3::OpenDevice(uint16_t productId, int ordinal)
 {
-    const std::lock_guard lock(m_controlSection);
+    const std::lock_guard opening(m_openSection); // the kernel may take seconds: requests fail
     if (m_opened || !m_hasContext)
         return false;
-    m_handle = m_port.depth > 0 ? OpenDeviceAt(m_port, CAMERA_VID, productId)
-                                : libusb_open_device_with_vid_pid_index(nullptr, CAMERA_VID,
-                                                                        productId, ordinal & 0xFF);
-    if (m_handle && libusb_set_configuration(m_handle, kConfiguration) == 0 &&
-        libusb_claim_interface(m_handle, kInterface) == 0) {
-        m_port = PortPathOf(libusb_get_device(m_handle));
-        m_gone = false;
-        m_timeoutsInRow = 0;
-        m_muteUntil = {};
-        m_opened = true;
-        return true;
+    libusb_device_handle *handle =
+        m_port.depth > 0
+            ? OpenDeviceAt(m_port, CAMERA_VID, productId)
+            : libusb_open_device_with_vid_pid_index(nullptr, CAMERA_VID, productId, ordinal & 0xFF);
+    if (!handle)
+        return false;
+    if (libusb_set_configuration(handle, kConfiguration) != 0 ||
+        libusb_claim_interface(handle, kInterface) != 0) {
+        libusb_close(handle); // another program has it
+        return false;
     }
-    if (m_handle) // another program has it
-        libusb_close(std::exchange(m_handle, nullptr));
-    return false;
+    const std::lock_guard lock(m_controlSection);
+    m_handle = handle;
+    m_port = PortPathOf(libusb_get_device(handle));
+    m_gone = false;
+    m_timeoutsInRow = 0;
+    m_muteUntil = {};
+    m_opened = true;
+    return true;
 }
 
 void CCameraFX3::CloseDevice()
 {
-    const std::lock_guard lock(m_controlSection);
+    Lock lock(m_controlSection);
     m_opened = false;
+    m_kernelIsDone.Wait(lock, [this] { return !m_inKernel; });
     if (m_handle)
         libusb_close(std::exchange(m_handle, nullptr));
     m_stream.DeviceClosed();
@@ -100,19 +121,86 @@ bool CCameraFX3::IsAttached()
     return m_opened && !m_gone && IsOnTheBus(libusb_get_device(m_handle));
 }
 
-int CCameraFX3::Control(uint8_t requestType, uint8_t req, uint16_t value, uint16_t index,
-                        uint8_t *buf, uint16_t len, std::chrono::milliseconds timeout, Try when)
+CCameraFX3::EndOfThreads::EndOfThreads(CCameraFX3 &camera)
+    : m_camera(camera), m_given{RequestBudget::Left(Purpose::Work, LossLimit().work),
+                                RequestBudget::Left(Purpose::LeaveSafe, LossLimit().leaveSafe)},
+      m_outermost(!camera.m_ending)
 {
-    const std::lock_guard lock(m_controlSection);
-    int result = LIBUSB_ERROR_NO_DEVICE;
-    if (m_opened && !(when == Try::UnlessMute && MuteLately())) {
-        result = libusb_control_transfer(m_handle, requestType, req, value, index, buf, len,
-                                         static_cast<unsigned int>(timeout.count()));
-        NoteResult(result);
-    }
-    if (result < 0 && result != LIBUSB_ERROR_PIPE)
-        ++m_unansweredRequests;
+    if (!m_outermost)
+        return;
+    m_camera.m_endingAccount.Open(m_given);
+    m_camera.m_ending = true;
+}
+
+CCameraFX3::EndOfThreads::~EndOfThreads()
+{
+    if (!m_outermost)
+        return;
+    m_camera.m_ending = false;
+    const LossAccount &account = m_camera.m_endingAccount;
+    RequestBudget::Charge(Purpose::Work, m_given.work - account.Left(Purpose::Work));
+    RequestBudget::Charge(Purpose::LeaveSafe, m_given.leaveSafe - account.Left(Purpose::LeaveSafe));
+}
+
+int CCameraFX3::Control(const Request &request)
+{
+    const Purpose purpose = LeavingSafe::PurposeNow();
+    int result = Transfer(request, purpose);
+    // A mute camera would only hold up the end.
+    if (purpose == Purpose::LeaveSafe && result < 0 && result != LIBUSB_ERROR_TIMEOUT)
+        result = Transfer(request, purpose);
+    const bool widensBus = request.code == request::kGpif32; // at the end of work with the flash
+    if (request::Programs(request.code, request.type == kVendorIn, request.value))
+        CountIfLost(result, widensBus ? Purpose::Work : purpose);
     return result;
+}
+
+/// What ends is not being programmed: the next start does it anyway.
+void CCameraFX3::CountIfLost(int result, Purpose purpose)
+{
+    if (m_opened && purpose == Purpose::Work && GotNoAnswer(result))
+        ++m_lostSetUps;
+}
+
+int CCameraFX3::Transfer(const Request &request, Purpose purpose)
+{
+    Lock lock(m_controlSection);
+    const auto start = Clock::now();
+    if (!m_kernelIsDone.WaitUntil(lock, start + request.timeout, [this] { return !m_inKernel; })) {
+        ChargeLoss(purpose, start);
+        return LIBUSB_ERROR_BUSY;
+    }
+    const milliseconds timeout = TimeFor(request.timeout, purpose);
+    if (!m_opened || timeout < kShortestTimeout)
+        return LIBUSB_ERROR_NO_DEVICE;
+    const int result = libusb_control_transfer(m_handle, request.type, request.code, request.value,
+                                               request.index, request.data, request.length,
+                                               static_cast<unsigned int>(timeout.count()));
+    NoteResult(result);
+    if (GotNoAnswer(result))
+        ChargeLoss(purpose, start);
+    return result;
+}
+
+/// How long an answer may take now: 0 when nothing is to be sent.
+milliseconds CCameraFX3::TimeFor(milliseconds timeout, Purpose purpose) const
+{
+    if (purpose == Purpose::Work && MuteLately())
+        return milliseconds(0);
+    // Whatever else must be left safe shall have its turn, too.
+    if (purpose == Purpose::LeaveSafe && (m_timeoutsInRow > 0 || MuteLately()))
+        timeout = std::min(timeout, kLeaveSafeTimeoutInDoubt);
+    if (m_ending)
+        timeout = std::min(timeout, m_endingAccount.Left(purpose));
+    return RequestBudget::Left(purpose, timeout);
+}
+
+void CCameraFX3::ChargeLoss(Purpose purpose, Clock::time_point since)
+{
+    const auto lost = std::chrono::ceil<milliseconds>(Clock::now() - since);
+    RequestBudget::Charge(purpose, lost);
+    if (m_ending)
+        m_endingAccount.Charge(purpose, lost);
 }
 
 bool CCameraFX3::MuteLately() const
@@ -126,11 +214,13 @@ void CCameraFX3::NoteResult(int result)
     m_timeoutsInRow = result == LIBUSB_ERROR_TIMEOUT ? m_timeoutsInRow + 1 : 0;
     if (m_timeoutsInRow >= kMuteAfterTimeouts)
         m_muteUntil = Clock::now() + kMuteTime;
+    else if (!GotNoAnswer(result))
+        m_muteUntil = {};
 }
 
 bool CCameraFX3::SendCMD(uint8_t cmd)
 {
-    return Control(kVendorOut, cmd, 0, 0, nullptr, 0, kCommandTimeout) >= 0;
+    return Control({kVendorOut, cmd, 0, 0, nullptr, 0, kCommandTimeout}) >= 0;
 }
 
 bool CCameraFX3::SendCMD(uint8_t req, uint16_t value, uint16_t index, bool read, uint8_t *buf,
@@ -141,18 +231,14 @@ bool CCameraFX3::SendCMD(uint8_t req, uint16_t value, uint16_t index, bool read,
     const auto wireLength = static_cast<uint16_t>(len);
     if (read)
         std::fill_n(buf, wireLength, uint8_t{0});
-    return Control(read ? kVendorIn : kVendorOut, req, value, index, buf, wireLength,
-                   kRequestTimeout) >= 0;
+    const uint8_t type = read ? kVendorIn : kVendorOut;
+    return Control({type, req, value, index, buf, wireLength, kRequestTimeout}) >= 0;
 }
 
 bool CCameraFX3::SendOff(uint8_t req, uint16_t value)
 {
-    const auto send = [=, this] {
-        return Control(kVendorOut, req, value, 0, nullptr, 0, kRequestTimeout, Try::Always);
-    };
-    const int result = send();
-    // A mute camera would only hold up the end.
-    return result >= 0 || (result != LIBUSB_ERROR_TIMEOUT && send() >= 0);
+    const LeavingSafe leaving;
+    return SendCMD(req, value, 0, false, nullptr, 0);
 }
 
 bool CCameraFX3::WriteCameraRegister(uint16_t address, uint16_t value)
@@ -164,7 +250,7 @@ bool CCameraFX3::ReadCameraRegister(uint16_t address, uint16_t *value)
 {
     uint8_t bytes[2] = {};
     const bool ok = SendCMD(request::kReadSensor, address, 0, true, bytes, sizeof bytes);
-    *value = static_cast<uint16_t>(bytes[0] * 256 + bytes[1]);
+    *value = Word(bytes);
     return ok;
 }
 
@@ -190,9 +276,11 @@ bool CCameraFX3::ReadSONYREG(uint16_t address, uint8_t *value)
 
 bool CCameraFX3::WriteCameraRegister_B(uint16_t address, int startBit, int endBit, uint16_t value)
 {
-    uint16_t old = 0;
-    (void)ReadCameraRegister(address, &old); // a failed read counts as 0; the write decides
-    return WriteCameraRegister(address, MergeBits(old, startBit, endBit + 1, value));
+    uint8_t old[2] = {}; // a failed read counts as 0; the write decides
+    const int result =
+        Control({kVendorIn, request::kReadSensor, address, 0, old, sizeof old, kRequestTimeout});
+    CountIfLost(result, LeavingSafe::PurposeNow());
+    return WriteCameraRegister(address, MergeBits(Word(old), startBit, endBit + 1, value));
 }
 
 bool CCameraFX3::WriteCameraRegisterByte_B(uint16_t address, int startBit, int endBit,
@@ -305,20 +393,58 @@ bool CCameraFX3::SetProgramEntry(uint8_t req, uint32_t address)
     return SendCMD(req, High(address), Low(address), false, nullptr, 0);
 }
 
+/// A call that may last in the kernel, up to five seconds with a camera that does not answer. No
+/// other thread waits for the control section meanwhile.
+template <class Call> bool CCameraFX3::InKernel(Call call)
+{
+    libusb_device_handle *handle = nullptr;
+    {
+        Lock lock(m_controlSection);
+        m_kernelIsDone.Wait(lock, [this] { return !m_inKernel; });
+        if (!m_opened)
+            return false;
+        handle = m_handle;
+        m_inKernel = true;
+    }
+    const bool ok = call(handle) == 0;
+    {
+        const std::lock_guard lock(m_controlSection);
+        m_inKernel = false;
+    }
+    m_kernelIsDone.NotifyAll();
+    return ok;
+}
+
+/// Whether the camera answers at all. It is asked only when it has left a request unanswered.
+bool CCameraFX3::Answers()
+{
+    {
+        const std::lock_guard lock(m_controlSection);
+        if (m_timeoutsInRow == 0 && !MuteLately())
+            return m_opened;
+    }
+    uint8_t version[2] = {};
+    return !GotNoAnswer(Transfer(
+        {kVendorIn, request::kFirmwareVersion, 0, 0, version, sizeof version, kProbeTimeout},
+        Purpose::Probe));
+}
+
 bool CCameraFX3::ResetEndPoint(uint8_t endpoint)
 {
-    const std::lock_guard lock(m_controlSection);
-    // The kernel gives a camera that does not answer five seconds for it, not to be cut short.
-    if (!m_opened || MuteLately() || m_timeoutsInRow > 0 || m_stream.InFlight())
-        return false;
-    return libusb_clear_halt(m_handle, endpoint) == 0;
+    return !m_stream.InFlight() && Answers() && InKernel([endpoint](libusb_device_handle *handle) {
+        return libusb_clear_halt(handle, endpoint);
+    });
 }
 
 bool CCameraFX3::ResetDevice()
 {
     OutputDbgPrint("ResetDevice\n");
-    const std::lock_guard lock(m_controlSection);
-    return m_opened && !MuteLately() && libusb_reset_device(m_handle) == 0;
+    {
+        const std::lock_guard lock(m_controlSection);
+        if (MuteLately())
+            return false;
+    }
+    return InKernel(libusb_reset_device);
 }
 
 bool CCameraFX3::initAsyncXfer(int totalLen, int count, int chunkSize, uint8_t endpoint)

@@ -4,6 +4,7 @@
 #include "usb/bulk_stream.h"
 #include "usb/device_list.h"
 #include "usb/firmware_image.h"
+#include "usb/request_budget.h"
 
 #include <libusb.h>
 
@@ -19,9 +20,11 @@ enum class FX3_FWDWNLOAD_MEDIA_TYPE { Ram = 1, I2cEeprom = 2, SpiFlash = 3 };
 
 /// The way to the camera: every vendor request of its USB controller, and its bulk endpoint.
 ///
-/// Requests return true on success and false on failure, also when no device is open; only SendOff
-/// repeats itself. Any thread may issue them: one critical section makes each control transfer
-/// atomic with respect to the others. Bytes that a short answer leaves out read as 0.
+/// Requests return true on success and false on failure, also when no device is open. Any thread
+/// may issue them: one critical section makes each control transfer atomic with respect to the
+/// others. Bytes that a short answer leaves out read as 0. A request is not sent, and fails at
+/// once, while the camera leaves one after the other unanswered, and when its thread's
+/// RequestBudget is used up; only those within LeavingSafe are sent then, too.
 class CCameraFX3 {
   public:
     CCameraFX3();
@@ -34,16 +37,16 @@ class CCameraFX3 {
     /// Whether the open device is on the bus, as far as the system has told libusb: sends nothing.
     bool IsAttached();
 
-    /// Requests of any thread so far that the camera did not answer; a refusal is an answer.
-    int UnansweredRequests() const { return m_unansweredRequests; }
+    /// Requests of any thread so far without which the camera is programmed by half: those that
+    /// should have set it up, and got no answer or were not sent. A refusal is an answer.
+    int LostSetUps() const { return m_lostSetUps; }
 
     /// Vendor command without data, 200 ms time-out.
     bool SendCMD(uint8_t cmd);
     /// Vendor request, 500 ms time-out. A read clears `buf` first. The length on the wire is the
     /// low 16 bits of `len`.
     bool SendCMD(uint8_t req, uint16_t value, uint16_t index, bool read, uint8_t *buf, long len);
-    /// Vendor request without data for what must be switched off: tried also on a camera that has
-    /// been mute of late, and once more when the camera refuses.
+    /// Vendor request without data for what must be switched off, see LeavingSafe.
     bool SendOff(uint8_t req, uint16_t value);
 
     /// Sensor registers: 16-bit address with 16-bit or 8-bit values.
@@ -120,9 +123,10 @@ class CCameraFX3 {
     DownloadResult DownloadBuftoI2CE2PROM(std::span<const uint8_t> image, uint8_t req);
 
     /// Ends a stall of an endpoint. Refused while transfers are in flight that could not be
-    /// cancelled, and while the camera leaves requests unanswered. For the capture worker.
+    /// cancelled, and to a camera that does not even answer a question. For the capture worker.
     bool ResetEndPoint(uint8_t endpoint);
-    /// Resets the device on its port.
+    /// Resets the device on its port. Requests of other threads wait meanwhile as long as for an
+    /// answer.
     bool ResetDevice();
 
     /// Prepares the reading of frames of `totalLen` bytes, see BulkStream::Init.
@@ -147,15 +151,45 @@ class CCameraFX3 {
     /// Whether there is a device handle, open for requests or not.
     bool HasHandle();
 
+    /// While it lives, somebody waits for threads that use the camera: all of them together lose no
+    /// more time than is left to the one who waits, who is charged with it in the end.
+    class EndOfThreads {
+      public:
+        explicit EndOfThreads(CCameraFX3 &camera);
+        ~EndOfThreads();
+        EndOfThreads(const EndOfThreads &) = delete;
+        EndOfThreads &operator=(const EndOfThreads &) = delete;
+
+      private:
+        CCameraFX3 &m_camera;
+        const LossLimit m_given;
+        const bool m_outermost;
+    };
+
     uint8_t m_fpgaMajor = 0;
     uint32_t m_fpgaSub = 0;
 
   private:
-    enum class Try { UnlessMute, Always };
-    int Control(uint8_t requestType, uint8_t req, uint16_t value, uint16_t index, uint8_t *buf,
-                uint16_t len, std::chrono::milliseconds timeout, Try when = Try::UnlessMute);
+    struct Request {
+        uint8_t type;
+        uint8_t code;
+        uint16_t value;
+        uint16_t index;
+        uint8_t *data;
+        uint16_t length;
+        std::chrono::milliseconds timeout;
+    };
+    using Lock = std::unique_lock<CriticalSection>;
+
+    int Control(const Request &request);
+    int Transfer(const Request &request, Purpose purpose);
+    std::chrono::milliseconds TimeFor(std::chrono::milliseconds timeout, Purpose purpose) const;
     bool MuteLately() const;
     void NoteResult(int result);
+    void ChargeLoss(Purpose purpose, Clock::time_point since);
+    bool Answers();
+    template <class Call> bool InKernel(Call call);
+    void CountIfLost(int result, Purpose purpose);
 
     bool RunFx2(bool run);
     bool LoadEepromProgrammer();
@@ -166,13 +200,19 @@ class CCameraFX3 {
 
     const bool m_hasContext; // else libusb must not be asked for anything
     std::atomic<bool> m_opened{false};
+    CriticalSection m_openSection;    // held while a device is opened, before the following one
     CriticalSection m_controlSection; // guards the members below and every control transfer
+    Condition m_kernelIsDone;
+    bool m_inKernel = false; // a call that may last has the device, without the section
     libusb_device_handle *m_handle = nullptr;
     PortPath m_port;     // of the device that was opened last
     bool m_gone = false; // a request said so
     int m_timeoutsInRow = 0;
     Clock::time_point m_muteUntil{};
-    Shared<int> m_unansweredRequests;
+    Shared<int> m_lostSetUps;
+
+    LossAccount m_endingAccount{LossLimit()}; // in force while m_ending
+    Shared<bool> m_ending;
 
     CriticalSection m_flashSection; // guards the width of the data bus
 

@@ -36,4 +36,26 @@ inline constexpr uint8_t kReadFlash = 0xC3;
 inline constexpr uint8_t kEraseFlash = 0xC4;
 inline constexpr uint8_t kThermistor = 0xC7;
 
+/// Whether the camera is programmed by half when this one gets no answer. What is only read, data
+/// in memories that keep it, and what is set again and again do not count.
+constexpr bool Programs(uint8_t request, bool read, uint16_t value)
+{
+    if (read)
+        return request == kUsb3Host || request == kReadSensorByte;
+    switch (request) {
+    case kRam:
+    case kGuideOn:
+    case kGuideOff:
+    case kCoolerDrive:
+    case kWriteI2cEeprom:
+    case kWriteFlash:
+    case kEraseFlash:
+        return false;
+    case kGpif32:
+        return value != 0; // while the bus is narrow only the flash is read
+    default:
+        return true;
+    }
+}
+
 } // namespace vsccam::request

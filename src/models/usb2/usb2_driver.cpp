@@ -48,23 +48,28 @@ bool Usb2Driver::InitCamera()
 {
     if (!IsOpened())
         return false;
-    {
-        const std::lock_guard lock(m_settingsSection);
-        PowerUp();
-        (void)GetSensorTemp(); // the first reading takes the calibration along
-        SetGamma(m_gamma);
-        SetRGBBalance(m_red, m_blue, m_whiteBalanceAuto);
-        SetBrightness(m_brightness);
-        if (m_usb3Host)
-            m_bandwidth = m_model.bandwidth.max;
-        if (m_bandwidthAuto)
-            m_bandwidth = m_traits.bandwidth.automatic;
-        SetCMOSClk();
-        SetFPSPerc(m_bandwidth, m_bandwidthAuto);
-        SetGain();
-        SetExp();
-    }
+    if (!ProgramWhole([this] { return SetUp(); }))
+        return false;
     OnInitialised();
+    return true;
+}
+
+bool Usb2Driver::SetUp()
+{
+    const std::lock_guard lock(m_settingsSection);
+    PowerUp();
+    (void)GetSensorTemp(); // the first reading takes the calibration along
+    SetGamma(m_gamma);
+    SetRGBBalance(m_red, m_blue, m_whiteBalanceAuto);
+    SetBrightness(m_brightness);
+    if (m_usb3Host)
+        m_bandwidth = m_model.bandwidth.max;
+    if (m_bandwidthAuto)
+        m_bandwidth = m_traits.bandwidth.automatic;
+    SetCMOSClk();
+    SetFPSPerc(m_bandwidth, m_bandwidthAuto);
+    SetGain();
+    SetExp();
     return true;
 }
 

@@ -88,6 +88,7 @@ class Usb2Driver : public CCameraBase, protected Usb2Sensor {
     const Usb2Traits &Traits() const { return m_traits; }
 
   private:
+    bool SetUp();
     void PowerUp();
     void Cam_SetResolution();
     void SetOutput16Bits(bool on);

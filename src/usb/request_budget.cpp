@@ -1,0 +1,74 @@
+#include "usb/request_budget.h"
+
+#include <algorithm>
+
+namespace vsccam {
+
+using std::chrono::milliseconds;
+
+namespace {
+
+thread_local RequestBudget *t_budget = nullptr; // the innermost of this thread
+thread_local bool t_leavesSafe = false;
+
+} // namespace
+
+void LossAccount::Open(const LossLimit &limit)
+{
+    m_workMs = static_cast<int>(limit.work.count());
+    m_leaveSafeMs = static_cast<int>(limit.leaveSafe.count());
+}
+
+milliseconds LossAccount::Left(Purpose purpose) const
+{
+    return milliseconds(purpose == Purpose::LeaveSafe ? m_leaveSafeMs : m_workMs);
+}
+
+void LossAccount::Charge(Purpose purpose, milliseconds lost)
+{
+    (purpose == Purpose::LeaveSafe ? m_leaveSafeMs : m_workMs) += -static_cast<int>(lost.count());
+}
+
+RequestBudget::RequestBudget(const LossLimit &limit, const RunFlag *goOn)
+    : m_account(limit), m_goOn(goOn), m_outer(t_budget)
+{
+    t_budget = this;
+}
+
+RequestBudget::~RequestBudget()
+{
+    t_budget = m_outer;
+}
+
+milliseconds RequestBudget::Left(Purpose purpose, milliseconds atMost)
+{
+    milliseconds left = atMost;
+    for (const RequestBudget *budget = t_budget; budget; budget = budget->m_outer) {
+        const bool ended = budget->m_goOn && !*budget->m_goOn && purpose != Purpose::LeaveSafe;
+        left = std::min(left, ended ? milliseconds(0) : budget->m_account.Left(purpose));
+    }
+    return left;
+}
+
+void RequestBudget::Charge(Purpose purpose, milliseconds lost)
+{
+    for (RequestBudget *budget = t_budget; budget; budget = budget->m_outer)
+        budget->m_account.Charge(purpose, lost);
+}
+
+LeavingSafe::LeavingSafe() : m_outer(t_leavesSafe)
+{
+    t_leavesSafe = true;
+}
+
+LeavingSafe::~LeavingSafe()
+{
+    t_leavesSafe = m_outer;
+}
+
+Purpose LeavingSafe::PurposeNow()
+{
+    return t_leavesSafe ? Purpose::LeaveSafe : Purpose::Work;
+}
+
+} // namespace vsccam

@@ -1,0 +1,77 @@
+#pragma once
+
+#include "base/sync.h"
+
+#include <chrono>
+
+namespace vsccam {
+
+/// What a request is for, which decides how long it may keep somebody waiting.
+enum class Purpose {
+    Work,
+    LeaveSafe, // brings the camera into a harmless state when something ends
+    Probe,     // finds out whether the camera answers
+};
+
+/// Time that may be lost in requests without answer. Those that leave the camera safe have a time
+/// of their own, which is there when the other is used up.
+struct LossLimit {
+    std::chrono::milliseconds work{1000};
+    std::chrono::milliseconds leaveSafe{700};
+};
+
+/// How much of it is left. Thread-safe.
+class LossAccount {
+  public:
+    explicit LossAccount(const LossLimit &limit) { Open(limit); }
+
+    void Open(const LossLimit &limit);
+
+    std::chrono::milliseconds Left(Purpose purpose) const;
+    void Charge(Purpose purpose, std::chrono::milliseconds lost);
+
+  private:
+    Shared<int> m_workMs;
+    Shared<int> m_leaveSafeMs;
+};
+
+/// While it lives, the requests of this thread together may lose no more than its limit: a camera
+/// that answers now and then must not hold a call of the host for the sum of all time-outs. Once it
+/// is used up, requests fail without being sent. One within another ends with whichever is used up
+/// first.
+class RequestBudget {
+  public:
+    /// The limit is by default that of a call of the host, with all that the call waits for.
+    /// @param goOn  when it is cleared, nothing is left but for leaving the camera safe
+    explicit RequestBudget(const LossLimit &limit = {}, const RunFlag *goOn = nullptr);
+    ~RequestBudget();
+    RequestBudget(const RequestBudget &) = delete;
+    RequestBudget &operator=(const RequestBudget &) = delete;
+
+    /// The least of what is left of `atMost` and of all budgets that this thread is within.
+    static std::chrono::milliseconds Left(Purpose purpose, std::chrono::milliseconds atMost);
+    static void Charge(Purpose purpose, std::chrono::milliseconds lost);
+
+  private:
+    LossAccount m_account;
+    const RunFlag *const m_goOn;
+    RequestBudget *const m_outer;
+};
+
+/// While it lives, the requests of this thread leave the camera safe: they go out also to a camera
+/// that has been mute of late, and once more when it refuses.
+class LeavingSafe {
+  public:
+    LeavingSafe();
+    ~LeavingSafe();
+    LeavingSafe(const LeavingSafe &) = delete;
+    LeavingSafe &operator=(const LeavingSafe &) = delete;
+
+    /// What the requests of this thread are for.
+    static Purpose PurposeNow();
+
+  private:
+    const bool m_outer;
+};
+
+} // namespace vsccam

@@ -1,0 +1,257 @@
+#include "library/capture_fixture.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <map>
+#include <utility>
+
+// Requests that get no answer: what a camera is left like, and how long anybody is held up.
+namespace vsccam {
+namespace {
+
+using namespace std::chrono_literals;
+using vscsim::Fault;
+
+class RecoveryTest : public CaptureFixture {
+  protected:
+    RecoveryTest() : CaptureFixture("VSC470MM", kBothEnds) {}
+
+    static vscsim::FaultPlan Plan(std::string_view text)
+    {
+        return vscsim::ParseFaultPlan(text, nullptr).value();
+    }
+
+    /// Of the next requests after `from`, every so many-th gets no answer.
+    static void LoseRequests(uint64_t from, uint64_t every, uint64_t count)
+    {
+        const uint64_t first = Bus().Calls("libusb_control_transfer") + from;
+        for (uint64_t i = 0; i < count; i += every)
+            Bus().FailCalls(first + i, 1, LIBUSB_ERROR_TIMEOUT, "libusb_control_transfer");
+    }
+
+    /// Registers of sensor and FPGA, and the width of the data bus where the camera tells it.
+    static std::map<int, int> Programmed(int device)
+    {
+        return Bus().With(device, [](vscsim::Camera &camera) {
+            std::map<int, int> registers;
+            for (int address = 0; address <= UINT16_MAX; ++address)
+                if (const int value = camera.SensorRegister(static_cast<uint16_t>(address)))
+                    registers[address] = value;
+            for (uint8_t number = 0; number < 32; ++number)
+                registers[UINT16_MAX + 1 + number] = camera.FpgaRegister(number);
+            return registers;
+        });
+    }
+
+    /// As a camera is programmed that answers everything.
+    static std::map<int, int> WhenHealthy(const char *model)
+    {
+        const int device = Bus().Plug(model);
+        EXPECT_TRUE(getNumberOfConnectedCameras() == 1 && openCamera(0) && initCamera());
+        auto registers = Programmed(device);
+        Remove(device);
+        return registers;
+    }
+};
+
+TEST_F(RecoveryTest, VideoOutlivesAnUnansweredRequestBeforeAShortFrame)
+{
+    for (const auto &[width, height] : {std::pair(1936, 1096), {1920, 1080}, {1024, 1028}}) {
+        SCOPED_TRACE(width);
+        const int device = OpenOne("VSC470MM", {.faults = Plan("short-frame@5=100000")});
+        ASSERT_TRUE(setImageFormat(width, height, 1, VSC_IMG_RAW8));
+        (void)Bus().TakeTraffic(device);
+        startCapture();
+        ASSERT_FALSE(NextFrame(5000).empty());
+        FailNext("libusb_control_transfer", 1, LIBUSB_ERROR_TIMEOUT);
+        (void)getSensorTemp();
+        for (int i = 0; i < 12; ++i)
+            EXPECT_FALSE(NextFrame(5000).empty()) << i;
+        stopCapture();
+        EXPECT_EQ(std::ranges::count(Bus().TakeTraffic(device), "reset"), 0);
+        Remove(device);
+    }
+}
+
+TEST_F(RecoveryTest, StallAfterAnUnansweredRequestNeedsNoReset)
+{
+    const int device = OpenSmall({.faults = Plan("stall-frame@5")});
+    startCapture();
+    ASSERT_TRUE(Number(NextFrame(1000)));
+    FailNext("libusb_control_transfer", 1, LIBUSB_ERROR_TIMEOUT);
+    (void)getSensorTemp();
+    ExpectWholeFrames(8);
+    EXPECT_EQ(std::ranges::count(Bus().TakeTraffic(device), "reset"), 0);
+}
+
+TEST_F(RecoveryTest, FramesThatAreNeverUsableCauseResetsEverMoreRarely)
+{
+    const int device =
+        OpenSmall({.faults = {{.fault = Fault::BadTail, .from = 2, .count = 2'200}}}, 90'000);
+    startCapture();
+    uint32_t last = GetTickCount();
+    for (const uint32_t pauseS : {2, 4, 8, 16, 32, 60, 60}) {
+        SCOPED_TRACE(pauseS);
+        while (std::ranges::count(Bus().TakeTraffic(device), "reset") == 0)
+            SleepFor(50ms);
+        EXPECT_GE(ElapsedMs(last), pauseS * 1000);
+        EXPECT_LE(ElapsedMs(last), pauseS * 1000 + 1000);
+        last = GetTickCount();
+    }
+    ExpectWholeFrames(3, 200'000);
+}
+
+TEST_F(RecoveryTest, InitialisesWholeOrNotAtAllAndInTime)
+{
+    for (const char *model : {"VSC470MM", "VSC470MM-Cool", "VSC2800MM", "VSC048MM", "VSC340MM"}) {
+        const std::map<int, int> healthy = WhenHealthy(model);
+        int initialised = 0;
+        for (const char *faults :
+             {"time-out-request@6x1", "time-out-request@3x3", "time-out-request:c3x3",
+              "time-out-request:a6@40", "time-out-request:b6@20", "time-out-request%0.33",
+              "time-out-request%0.01", "time-out-request:bd@5", "time-out-request:bd@15x3"}) {
+            SCOPED_TRACE(testing::Message() << model << " " << faults);
+            const int device = Bus().Plug(model, {.faults = Plan(faults)});
+            ASSERT_EQ(getNumberOfConnectedCameras(), 1);
+            ASSERT_TRUE(openCamera(0));
+            VSC_BOOL done = false;
+            EXPECT_LE(Took([&done] { return done = initCamera(); }), 2000U);
+            EXPECT_TRUE(!done || Programmed(device) == healthy);
+            initialised += done;
+            Remove(device);
+        }
+        EXPECT_GE(initialised, 5) << model; // what a second try mends is mended
+    }
+}
+
+TEST_F(RecoveryTest, FlashThatDoesNotAnswerLeavesTheDataBusWide)
+{
+    const int device = OpenSmall({.faults = Plan("time-out-request:c2x*,time-out-request:c3@1x*")});
+    EXPECT_FALSE(SetID({}));
+    EXPECT_EQ(Bus().TakeTraffic(device).back(), "gpif32 on");
+}
+
+TEST_F(RecoveryTest, ALostSettingIsMadeGoodBeforeAFrameCounts)
+{
+    const struct {
+        const char *model;
+        void (*set)();
+    } cases[] = {
+        {"VSC470MM", [] { setValue(CONTROL_GAIN, 300, false); }},
+        {"VSC470MM", [] { setValue(CONTROL_EXPOSURE, 20'000, false); }},
+        {"VSC2800MM", [] { setStartPos(200, 100); }},
+        {"VSC048MM", [] { setValue(CONTROL_BRIGHTNESS, 9, false); }},
+        {"VSC340MM", [] { setValue(CONTROL_EXPOSURE, 20'000, false); }},
+    };
+    for (const auto &c : cases) {
+        for (const bool running : {true, false}) {
+            SCOPED_TRACE(testing::Message() << c.model << " " << running);
+            const int device = OpenOne(c.model);
+            ASSERT_TRUE(setImageFormat(320, 240, 1, VSC_IMG_RAW8));
+            c.set();
+            startCapture();
+            ASSERT_FALSE(NextFrame(2000).empty());
+            const std::map<int, int> expected = Programmed(device);
+            stopCapture();
+            ASSERT_TRUE(setImageFormat(320, 240, 1, VSC_IMG_RAW8));
+            setValue(CONTROL_GAIN, 1, false);
+            setValue(CONTROL_EXPOSURE, 30'000, false);
+            setValue(CONTROL_BRIGHTNESS, 0, false);
+            if (running) {
+                startCapture();
+                ASSERT_FALSE(NextFrame(2000).empty());
+            }
+            LoseRequests(1, 1, 1);
+            c.set();
+            if (!running)
+                startCapture();
+            SleepFor(1s);
+            for (int i = 0; i < 3; ++i)
+                EXPECT_FALSE(NextFrame(2000).empty());
+            const int gain = getValue(CONTROL_GAIN, nullptr);
+            const int exposure = getValue(CONTROL_EXPOSURE, nullptr);
+            const int brightness = getValue(CONTROL_BRIGHTNESS, nullptr);
+            const std::map<int, int> restored = Programmed(device);
+            stopCapture();
+            // The same by settings that all arrive.
+            setValue(CONTROL_GAIN, gain, false);
+            setValue(CONTROL_BRIGHTNESS, brightness, false);
+            setValue(CONTROL_EXPOSURE, exposure, false);
+            startCapture();
+            ASSERT_FALSE(NextFrame(2000).empty());
+            EXPECT_EQ(restored, Programmed(device));
+            (void)expected;
+            Remove(device);
+        }
+    }
+}
+
+TEST_F(RecoveryTest, LostRequestsHoldNoCallForMoreThanTwoSeconds)
+{
+    const struct {
+        const char *name;
+        void (*call)();
+    } calls[] = {{"format", [] { (void)setImageFormat(320, 240, 1, VSC_IMG_RAW8); }},
+                 {"start", startCapture},
+                 {"exposure", [] { setValue(CONTROL_EXPOSURE, 15'000, true); }},
+                 {"high speed", [] { setValue(CONTROL_HIGH_SPEED, 1, false); }},
+                 {"format in video", [] { (void)setImageFormat(160, 128, 1, VSC_IMG_RAW8); }},
+                 {"stop", stopCapture},
+                 {"single", startExposure},
+                 {"abort", stopExposure},
+                 {"close", closeCamera}};
+    for (const char *model : {"VSC470MM-Cool", "VSC2800MM", "VSC048MM", "VSC340MM"}) {
+        for (const uint64_t every : {1, 2, 5, 25}) {
+            OpenOne(model);
+            LoseRequests(0, every, 2'000);
+            for (const auto &[name, call] : calls) {
+                SCOPED_TRACE(testing::Message() << model << " " << every << " " << name);
+                const uint32_t start = GetTickCount();
+                call();
+                EXPECT_LE(ElapsedMs(start), 2000U);
+                SleepFor(300ms);
+            }
+            NextCase();
+        }
+    }
+}
+
+TEST_F(RecoveryTest, StoppingEndsTheRestoringOfALostCamera)
+{
+    for (const int afterMs : {1'150, 1'200, 1'400, 1'900, 2'500, 3'300}) {
+        SCOPED_TRACE(afterMs);
+        const int device = OpenSmall();
+        startCapture();
+        ASSERT_TRUE(Number(NextFrame(1000)));
+        Bus().Unplug(device);
+        SleepFor(1s);
+        Bus().Replug(device);
+        LoseRequests(5, 3, 30);
+        SleepFor(std::chrono::milliseconds(afterMs - 1000));
+        EXPECT_LE(Took(stopCapture), 2000U);
+        SleepFor(30s);
+        startCapture(); // restores what was left undone
+        SleepFor(10s);
+        ExpectWholeFrames(3, 10'000);
+        Remove(device);
+    }
+}
+
+TEST_F(RecoveryTest, EverySingleExposureEndsInItsTime)
+{
+    for (const char *faults :
+         {"bad-tail@0x*", "empty-frame@0x*", "short-frame@0x*", "mute@0", "stall-frame@0x*"}) {
+        for (const int exposureUs : {100, 300'000, 2'000'000}) {
+            SCOPED_TRACE(testing::Message() << faults << " " << exposureUs);
+            OpenSmall({.faults = Plan(faults)}, exposureUs);
+            EXPECT_LE(Took(Expose), static_cast<uint32_t>(exposureUs / 1000) + 5'100U);
+            EXPECT_EQ(getExpStatus(), VSC_EXP_FAILED);
+            EXPECT_LE(Took(closeCamera), 2000U);
+            NextCase();
+        }
+    }
+}
+
+} // namespace
+} // namespace vsccam
