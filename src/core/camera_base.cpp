@@ -255,6 +255,7 @@ bool CCameraBase::MoveRegion(int x, int y, int stepX, const std::function<void()
     const std::lock_guard lock(m_settingsSection);
     m_startX = RegionStart(x, stepX, m_width * m_bin, m_model.sensorWidth);
     m_startY = RegionStart(y, 2, m_height * m_bin, m_model.sensorHeight);
+    CountFrameChange();
     program();
     FitCorrections();
     return true;
@@ -270,12 +271,22 @@ void CCameraBase::FitCorrections()
     AdjustHPCTable();
 }
 
-uint32_t CCameraBase::ExposureInRange(unsigned long long microseconds) const
+void CCameraBase::StoreExposure(unsigned long long microseconds)
 {
     const ControlRange &range = m_model.exposureUs;
-    return static_cast<uint32_t>(std::clamp(microseconds,
-                                            static_cast<unsigned long long>(range.min),
-                                            static_cast<unsigned long long>(range.max)));
+    const auto us =
+        static_cast<uint32_t>(std::clamp(microseconds, static_cast<unsigned long long>(range.min),
+                                         static_cast<unsigned long long>(range.max)));
+    if (us != m_exposureUs)
+        CountFrameChange();
+    m_exposureUs = us;
+}
+
+void CCameraBase::StoreFrameTime(int us)
+{
+    if (us != m_frameTimeUs && !m_longExposure)
+        CountFrameChange();
+    m_frameTimeUs = us;
 }
 
 bool CCameraBase::SetRGBBalance(int red, int blue, bool bAuto)
@@ -328,6 +339,12 @@ ExposureSetting CCameraBase::Exposure()
 {
     const std::lock_guard lock(m_settingsSection);
     return {m_exposureUs, m_frameTimeUs, m_longExposure};
+}
+
+uint32_t CCameraBase::FrameChanges()
+{
+    const std::lock_guard lock(m_settingsSection);
+    return m_frameChanges;
 }
 
 float CCameraBase::GetSensorTemp()

@@ -219,6 +219,9 @@ class CCameraBase : public CCameraFX3 {
     bool LowerBandwidth(int step);
     int FrameTimeUs() const { return m_frameTimeUs; }
     ExposureSetting Exposure();
+    /// Counts the changes after which a frame under way is no longer one of what is set: of
+    /// exposure, region and timing. None is half made while it is told.
+    uint32_t FrameChanges();
     bool BandwidthAuto() const { return m_bandwidthAuto; }
     int Bandwidth() const { return m_bandwidth; }
     int Ordinal() const { return m_ordinal; }
@@ -252,7 +255,11 @@ class CCameraBase : public CCameraFX3 {
     /// follow the region here: whoever moves it, in whatever family, passes through.
     bool MoveRegion(int x, int y, int stepX, const std::function<void()> &program);
 
-    uint32_t ExposureInRange(unsigned long long microseconds) const; // of the model
+    /// These two are stored before the camera is told, so that no frame of the time before passes
+    /// for one of what is set. Gates time long exposures, whatever the frame time is.
+    void StoreExposure(unsigned long long microseconds); // within the range of the model
+    void StoreFrameTime(int us);
+    void CountFrameChange() { ++m_frameChanges; }
 
     /// Host port, hot-pixel table and versions: the first requests of USB 3.0 cameras whenever they
     /// are initialised.
@@ -369,6 +376,7 @@ class CCameraBase : public CCameraFX3 {
     RunFlag m_capturing;
     Thread m_worker;
     Shared<bool> m_stopping;
+    Shared<uint32_t> m_frameChanges;
     Shared<bool> m_lost; // the device went away and was not programmed again since
     Shared<bool> m_singleExposure;
     std::atomic<int> m_expStatus{kExpIdle}; // a host that sees an end sees the worker's flag down

@@ -53,6 +53,7 @@ Shared<bool> &RememberedAutoBandwidth(const CCameraBase &camera)
 void CaptureWorker::Run()
 {
     try {
+        m_exposureBegan = Clock::now();
         Turn turn = Prepare() || BringBackDevice() ? Turn::GoOn : GiveUp();
         while (turn == Turn::GoOn && m_running)
             turn = CaptureOneFrame();
@@ -76,8 +77,14 @@ bool CaptureWorker::Prepare()
     return !m_camera.Lost() && StartStream();
 }
 
+/// The sensor follows the exposure that is set before it begins the first frame, however often the
+/// host sets it meanwhile.
 bool CaptureWorker::StartStream()
 {
+    do {
+        m_startedWith = m_camera.FrameChanges();
+        FollowExposure();
+    } while (m_startedWith != m_camera.FrameChanges());
     StartDataPath();
     m_camera.ResetEndPoint(m_endpoint);
     m_drops = m_emptyReads = m_refusedReads = m_resets = 0;
@@ -92,6 +99,8 @@ std::span<uint8_t> CaptureWorker::Frame() const
 
 CaptureWorker::Turn CaptureWorker::CaptureOneFrame()
 {
+    if (Superseded())
+        return ExposeAnew();
     FollowExposure();
     const ExposureSetting exposure = m_camera.Exposure();
     m_exposedBy = exposure;
@@ -109,6 +118,8 @@ CaptureWorker::Turn CaptureWorker::CaptureOneFrame()
         return RecoverDevice();
     if (!m_running) // the read was cut short
         return Turn::Leave;
+    if (Superseded())
+        return ExposeAnew();
     if (m_camera.HalfProgrammed()) {
         m_camera.AddDroppedFrames(1);
         return Turn::GoOn;
@@ -119,6 +130,25 @@ CaptureWorker::Turn CaptureWorker::CaptureOneFrame()
         return HandleIncompleteFrame(pass);
     m_refusedReads = 0;
     return HandleWholeFrame();
+}
+
+bool CaptureWorker::Superseded() const
+{
+    return m_camera.SingleExposure() && m_camera.FrameChanges() != m_startedWith;
+}
+
+/// Frames that the sensor began before a change are exposed in part by what was set then. One that
+/// is stopped and started again begins with a frame of what is set now; it is no failed attempt.
+CaptureWorker::Turn CaptureWorker::ExposeAnew()
+{
+    StopStream();
+    m_exposureBegan = Clock::now();
+    return StartStream() ? Turn::GoOn : Fail();
+}
+
+bool CaptureWorker::IsOfNoUse() const
+{
+    return m_camera.HalfProgrammed() || Superseded();
 }
 
 CaptureWorker::Turn CaptureWorker::HandleIncompleteFrame(const BulkStream::Pass &pass)
@@ -144,13 +174,10 @@ BulkStream::Pass CaptureWorker::ReadVideoFrame(const ExposureSetting &exposure)
 bool CaptureWorker::TooLateFor(const ExposureSetting &exposure)
 {
     using std::chrono::microseconds;
-    const auto now = Clock::now();
-    if (std::exchange(m_exposureBegunUs, exposure.us) != exposure.us)
-        m_exposureBegan = now;
     const auto latestBegin = m_exposureBegan + kSingleExposureGrace +
                              kSingleExposureFrames * microseconds(exposure.frameTimeUs);
     m_deadline = latestBegin + microseconds(exposure.us);
-    return now >= latestBegin;
+    return Clock::now() >= latestBegin;
 }
 
 BulkStream::Timeouts CaptureWorker::InTime(BulkStream::Timeouts timeouts) const
@@ -175,9 +202,9 @@ BulkStream::Pass CaptureWorker::ExposeAndRead(const ExposureSetting &exposure)
     if (!SleepWhileExposing(plan, exposureUs))
         return {.deviceGone = true};
     m_sensor.CloseExposureGate();
-    if (m_camera.HalfProgrammed())
-        return {};
     m_waitMs = plan.printedWaitMs;
+    if (IsOfNoUse())
+        return {};
 
     uint8_t *buffer = m_camera.Raw().Filling();
     const BulkStream::Timeouts timeouts =
@@ -199,8 +226,8 @@ BulkStream::Pass CaptureWorker::ExposeAndRead(const ExposureSetting &exposure)
 bool CaptureWorker::SleepWhileExposing(const LongExposurePlan &plan, uint32_t exposureUs)
 {
     bool attached = SleepWhileAttached(plan.rest);
-    for (int i = 0; i < plan.steps && attached && m_running && !m_camera.HalfProgrammed(); ++i) {
-        if (m_camera.ExposureUs() != exposureUs) {
+    for (int i = 0; i < plan.steps && attached && m_running; ++i) {
+        if (m_camera.ExposureUs() != exposureUs || IsOfNoUse()) {
             ExposedByNoSetting();
             break;
         }

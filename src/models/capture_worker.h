@@ -85,6 +85,11 @@ class CaptureWorker {
     Turn CaptureOneFrame();
     BulkStream::Pass ReadVideoFrame(const ExposureSetting &exposure);
     BulkStream::Pass ExposeAndRead(const ExposureSetting &exposure);
+    /// Whether a single exposure is under way that is no longer what is set.
+    bool Superseded() const;
+    Turn ExposeAnew();
+    /// Whether a frame that is under way belongs to no setting.
+    bool IsOfNoUse() const;
     bool SleepWhileExposing(const LongExposurePlan &plan, uint32_t exposureUs);
     bool SleepWhileAttached(std::chrono::milliseconds time);
     bool TooLateFor(const ExposureSetting &exposure);
@@ -106,14 +111,14 @@ class CaptureWorker {
     const uint8_t m_endpoint;
     const std::chrono::milliseconds m_autoControlPass;
     bool m_timedByHost = false; // the last whole frame
+    uint32_t m_startedWith = 0; // CCameraBase::FrameChanges
     int m_refusedReads = 0;     // reads in a row for which nothing could be queued
     int m_resets = 0;           // of a single exposure
     int m_failedRestores = 0;   // in a row
     Clock::time_point m_readBegan{};
     Clock::time_point m_nextLook{};      // for the device, in a long exposure
-    Clock::time_point m_exposureBegan{}; // a single one, with the setting that follows
-    uint32_t m_exposureBegunUs = 0;
-    Clock::time_point m_deadline{}; // of it, see TooLateFor
+    Clock::time_point m_exposureBegan{}; // a single one, as it is set now
+    Clock::time_point m_deadline{};      // of it, see TooLateFor
     uint32_t m_lastBurst = 0;
     uint32_t m_autoBandwidthSince = 0;
 };

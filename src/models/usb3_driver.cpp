@@ -127,6 +127,8 @@ bool Usb3Driver<Base>::MoveRegion(int x, int y, const std::function<void()> &pro
 
 template <class Base> void Usb3Driver<Base>::SetOutput16Bits(bool on)
 {
+    if (!m_longExposure) // else it is read out as a whole by what is set then
+        this->CountFrameChange();
     m_output16Bits = on;
 }
 
@@ -194,13 +196,13 @@ template <class Base> bool Usb3Driver<Base>::SetExp(unsigned long long microseco
 {
     const std::lock_guard lock(m_settingsSection);
     m_exposureAuto = bAuto;
-    m_exposureUs = this->ExposureInRange(microseconds);
+    this->StoreExposure(microseconds);
     SelectLongExposure(m_exposureUs >= kLongExposureFromUs);
 
     const SensorLine line = m_timing.line;
     const FrameExposure exposure =
         FrameExposureFor(m_exposureUs, line, ReadoutSize().height, m_traits.offsets);
-    m_frameTimeUs = exposure.frameTimeUs;
+    this->StoreFrameTime(exposure.frameTimeUs);
     m_exposureLines = exposure.Lines();
     OutputDbgPrint("VMAX:0x%x SSH1:0X%x %2.2fus 1f:%d mode:%d timeus:%d\n", exposure.vmax,
                    exposure.ssh1, static_cast<double>(line.TimeUs()), exposure.frameTimeUs,

@@ -254,7 +254,7 @@ void Usb2Driver::StoreLineLength(int clocks)
 /// For the worker, which takes no lock.
 void Usb2Driver::PublishTiming()
 {
-    m_frameTimeUs = m_state.timing.FrameTimeUs();
+    StoreFrameTime(m_state.timing.FrameTimeUs());
     m_state.ownIntegrationUs = m_state.timing.OwnIntegrationUs();
 }
 
@@ -262,7 +262,7 @@ bool Usb2Driver::SetExp(unsigned long long microseconds, bool bAuto)
 {
     const std::lock_guard lock(m_settingsSection);
     m_exposureAuto = bAuto;
-    m_exposureUs = ExposureInRange(microseconds);
+    StoreExposure(microseconds);
     if (m_longExposure) {
         if (!WorkerFollowsExposure())
             FollowExposure();
