@@ -197,10 +197,12 @@ bool Usb2Driver::SetHighSpeedMode(bool on)
     return true;
 }
 
-/// The clock that suits the region and the bit depth, unless a slow exposure has its own.
+/// The clock that suits the region and the bit depth, unless a slow exposure has its own. A sensor
+/// that is still timed by the host gets it when it takes over again: until then clock, line and
+/// integration belong together as they are.
 void Usb2Driver::SetCMOSClk()
 {
-    if (m_exposureUs >= kUsb2SlowFromUs)
+    if (m_exposureUs >= kUsb2SlowFromUs || m_longExposure)
         return;
     SetCMOSClk(Usb2ClockMHz(ReadoutSize().width, m_output16Bits));
     SetFPSPerc(m_bandwidth, m_bandwidthAuto);
@@ -225,7 +227,7 @@ bool Usb2Driver::SetFPSPerc(int percent, bool bAuto)
                              m_model.bandwidth.min, m_model.bandwidth.max);
     m_bandwidthAuto = bAuto;
     // Quirk, kept: at exactly the slow clock's first exposure the line still follows the bandwidth.
-    if (m_exposureUs > kUsb2SlowFromUs)
+    if (m_exposureUs > kUsb2SlowFromUs || m_longExposure)
         return false;
     const int megabytesPerS =
         m_usb3Host ? m_traits.megabytesPerS.usb3Host : m_traits.megabytesPerS.usb2Host;
