@@ -43,8 +43,8 @@ const Controller::Request<Fx2Controller> Fx2Controller::kOfHardware[] = {
 };
 
 const Controller::Request<Fx2Controller> Fx2Controller::kOfCamera[] = {
-    {0xA3, false, &Fx2Controller::SelectSensorClock},
-    {0xA4, false, &Fx2Controller::SelectSensorClock},
+    {0xA3, false, &Fx2Controller::SelectSlowClock},
+    {0xA4, false, &Fx2Controller::SelectFastClock},
     {0xAB, false, &Fx2Controller::Send8Bits},
     {0xAC, false, &Fx2Controller::Send16Bits},
 };
@@ -140,9 +140,15 @@ ControlReply Fx2Controller::ReadEeprom(const ControlRequest &request, Time)
     return Data(std::move(bytes));
 }
 
-/// 24 or 48 MHz; what the sensor makes of either is taken to be the same.
-ControlReply Fx2Controller::SelectSensorClock(const ControlRequest &, Time)
+ControlReply Fx2Controller::SelectSlowClock(const ControlRequest &, Time)
 {
+    m_board.sensor->SetInputClock(24e6);
+    return Done();
+}
+
+ControlReply Fx2Controller::SelectFastClock(const ControlRequest &, Time)
+{
+    m_board.sensor->SetInputClock(48e6);
     return Done();
 }
 

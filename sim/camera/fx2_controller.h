@@ -25,7 +25,8 @@ class Fx2Controller final : public Controller {
     ControlReply ReadRam(const ControlRequest &request, Time now);
     ControlReply WriteEeprom(const ControlRequest &request, Time now);
     ControlReply ReadEeprom(const ControlRequest &request, Time now);
-    ControlReply SelectSensorClock(const ControlRequest &request, Time now);
+    ControlReply SelectSlowClock(const ControlRequest &request, Time now);
+    ControlReply SelectFastClock(const ControlRequest &request, Time now);
     ControlReply Send8Bits(const ControlRequest &request, Time now);
     ControlReply Send16Bits(const ControlRequest &request, Time now);
 

@@ -26,7 +26,6 @@ constexpr uint16_t kTemperatureAt55 = 0x30C8;
 
 constexpr int kRowOffset = 2;
 constexpr uint16_t kStreams = 0x0004;
-constexpr double kClockInHz = 24e6;
 constexpr uint16_t kStepsAt70 = 467;
 constexpr uint16_t kStepsAt55 = 447;
 
@@ -102,7 +101,7 @@ Window SelfTimedSensor::ReadoutWindow() const
 double SelfTimedSensor::ClockHz() const
 {
     const int divider = m_registers[kPreDivider];
-    return divider == 0 ? 0 : kClockInHz * m_registers[kMultiplier] / divider;
+    return divider == 0 ? 0 : m_inputHz * m_registers[kMultiplier] / divider;
 }
 
 double SelfTimedSensor::Gain() const

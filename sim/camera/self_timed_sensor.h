@@ -26,6 +26,8 @@ class SelfTimedSensor final : public Sensor {
 
     void SetCelsius(double celsius) override;
 
+    void SetInputClock(double hertz) override { m_inputHz = hertz; }
+
     SensorReadout Readout() const override;
 
   private:
@@ -36,6 +38,7 @@ class SelfTimedSensor final : public Sensor {
     PixelArray m_pixels;
     SelfTimedTraits m_traits;
     std::vector<uint16_t> m_registers;
+    double m_inputHz = 24e6; // of boards that have but one, and at power-on
 };
 
 } // namespace vscsim

@@ -65,6 +65,9 @@ class Sensor {
     /// Before registers are read; of interest to sensors that tell their temperature.
     virtual void SetCelsius(double) {}
 
+    /// What the board's oscillator sends; of interest to sensors that make their clock of it.
+    virtual void SetInputClock(double /*hertz*/) {}
+
     virtual SensorReadout Readout() const = 0;
     /// Whether it runs without the clock that the board can stop.
     virtual bool HasOwnClock() const { return false; }

@@ -16,8 +16,8 @@ using Lines = std::vector<std::string>;
 using Usb2DriverTest = SimulatedBus;
 
 // Sequences that recur at 1280 x 960, bin 1: 986 lines a frame at 50 MHz, 100 % of 42 MB/s.
-const Lines kClock50 = Wire("sensor 302E=0018 3030=0032 300A=03DA");
-const Lines kClock24 = Wire("sensor 302E=0018 3030=0018 300A=03DA");
+const Lines kClock50 = Wire("sensor 302E=0030 3030=0032 300A=03DA");
+const Lines kClock24 = Wire("cmd A3; sensor 302E=0018 3030=0018 300A=03DA");
 // 50 x 1228800 x 100 / 42 / 80 + 358 = 1828929 clocks in 986 lines: 1854 (0x73E)
 const Lines kLine80 = Wire("sensor 300C=073E");
 // 33 ms: (50 x 33000 - 26) / 1854 = 889 lines
@@ -60,18 +60,18 @@ TEST_F(Usb2DriverTest, SetResolutionProgramsWindowDepthClockAndTiming)
     } cases[] = {
         {1280, 960, 1, kByteImage,
          "sensor 3002=0002 3004=0000 3006=03C1 3008=04FF; cmd AB;"
-         "sensor 302E=0018 3030=0032 300A=03DA; sensor 300C=073E 3012=0379 3012=0379;"
+         "sensor 302E=0030 3030=0032 300A=03DA; sensor 300C=073E 3012=0379 3012=0379;"
          "sensor 300C=073E 3012=0379 300A=03DA"},
         // (1280 - 640) / 2 = 320, (960 - 480) / 2 = 240; 40 MHz, 614400 bytes, 506 lines:
         // 40 x 614400 x 100 / 42 / 80 + 358 = 731786 clocks: 1446; 33 ms: 912 lines
         {640, 480, 1, kRaw16,
          "sensor 3002=00F2 3004=0140 3006=02D1 3008=03BF; cmd AC;"
-         "sensor 302E=0018 3030=0028 300A=01FA; sensor 300C=05A6 3012=0390 3012=0390;"
+         "sensor 302E=0030 3030=0028 300A=01FA; sensor 300C=05A6 3012=0390 3012=0390;"
          "sensor 300C=05A6 3012=0390 300A=01FA"},
         // binned by the host: the sensor sends 640 x 480; 8 bits at 80 MHz: 1446 clocks again
         {320, 240, 2, kRgb24,
          "sensor 3002=00F2 3004=0140 3006=02D1 3008=03BF; cmd AB;"
-         "sensor 302E=0018 3030=0050 300A=01FA; sensor 300C=05A6 3012=0721 3012=0721;"
+         "sensor 302E=0030 3030=0050 300A=01FA; sensor 300C=05A6 3012=0721 3012=0721;"
          "sensor 300C=05A6 3012=0721 300A=01FA"},
     };
     ReadyCamera camera;
@@ -154,7 +154,8 @@ TEST_F(Usb2DriverTest, RecoversItsSpeedAfterASlowExposure)
     EXPECT_TRUE(camera->SetExp(100'000, false));
     (void)camera.Traffic();
     EXPECT_TRUE(camera->SetExp(33'000, false));
-    EXPECT_EQ(camera.Traffic(), kClock50 + kLine80 + kExposure33ms + kExposure33ms + kExposure33ms);
+    EXPECT_EQ(camera.Traffic(),
+              Wire("cmd A4") + kClock50 + kLine80 + kExposure33ms + kExposure33ms + kExposure33ms);
 }
 
 TEST_F(Usb2DriverTest, AlignsAndClampsTheStartPosition)

@@ -39,9 +39,12 @@ TEST(SelfTimedSensor, TakesItsRhythmFromItsRegisters)
         const char *what;
         int address, value;
         double periodMs; // 0: no frames
+        uint8_t command = 0;
     } cases[] = {
         {"as programmed", 0x3012, 100, 506 * 1390 / 48e3},
         {"slower clock", 0x3030, 24, 506 * 1390 / 24e3},
+        {"faster clock of the board", 0x3030, 24, 506 * 1390 / 48e3, 0xA4},
+        {"slower clock of the board", 0x3030, 48, 506 * 1390 / 48e3, 0xA3},
         {"larger divider", 0x302E, 48, 506 * 1390 / 24e3},
         {"no clock", 0x302E, 0, 0},
         {"longer lines", 0x300C, 2780, 506 * 2780 / 48e3},
@@ -55,6 +58,8 @@ TEST(SelfTimedSensor, TakesItsRhythmFromItsRegisters)
         host.Program({});
         host.Start();
         host.Word(c.address, c.value);
+        if (c.command != 0)
+            (void)host.Out(c.command);
         host.now += 2s;
         (void)host.In(0xAD, 0, 0, 2);
         const uint64_t before = host.camera.FramesProduced();

@@ -46,9 +46,14 @@ bool Fx2Camera::RefreshFirmware(int n)
     return false;
 }
 
+bool Fx2Camera::SelectInputClock(int clockMHz)
+{
+    return SendCMD(clockMHz == kUsb2FastInputMHz ? request::kSensorClock48MHz
+                                                 : request::kSensorClock24MHz);
+}
+
 void Fx2Camera::PowerUpBoard()
 {
-    SendCMD(request::kSensorClock48MHz);
     SendCMD(request::kOutput8Bits);
     SendCMD(request::kStopDataPath);
 }

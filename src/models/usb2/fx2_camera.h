@@ -15,6 +15,7 @@ class Fx2Camera : public Usb2Driver {
 
   private:
     void PowerUpBoard() override;
+    bool SelectInputClock(int clockMHz) override;
     void SelectBitDepth(bool is16) override;
     void EndHostTiming() override;
     bool WorkerFollowsExposure() const override { return true; }

@@ -7,12 +7,12 @@
 #include <cstddef>
 
 /// Start-up list of the family's sensors. What their real lists write was never seen: this one
-/// stops the stream, selects the clock of 48 MHz and the whole sensor at the lowest gain, in `Rows`
-/// rows, the last of them pauses without length in the places of unknown writes. Not verified on
-/// hardware.
+/// stops the stream and selects the whole sensor at the lowest gain, in `Rows` rows, the last of
+/// them pauses without length in the places of unknown writes. Not verified on hardware. The clock
+/// is programmed after it, as the board wants it.
 namespace vsccam {
 
-inline constexpr size_t kUsb2KnownRows = 15;
+inline constexpr size_t kUsb2KnownRows = 13;
 
 template <size_t Rows>
 consteval std::array<RegisterWrite, Rows> NeutralUsb2PowerUp(int width, int height)
@@ -21,8 +21,6 @@ consteval std::array<RegisterWrite, Rows> NeutralUsb2PowerUp(int width, int heig
     const RegisterWrite known[] = {
         {usb2::kStreaming, usb2::kStreamOff},
         Pause(std::chrono::milliseconds(20)),
-        {usb2::kPllDivider, 24},
-        {usb2::kPllMultiplier, 48},
         {usb2::kReg3032, 0},
         {usb2::kReg306E, usb2::kReg306EInit},
         {usb2::kWindowTop, usb2::kTopMargin},

@@ -12,11 +12,9 @@ namespace vsccam {
 
 namespace {
 
-// As the register lists leave them.
-constexpr int kPowerUpClockMHz = 48;
-constexpr int kPowerUpLine = usb2::kShortestLine;
-constexpr int kPllInputMHz = 24;
-constexpr int kExtraLine = 30; // clocks, for a link that drops data
+constexpr int kPowerUpClockMHz = kUsb2FastInputMHz;
+constexpr int kPowerUpLine = usb2::kShortestLine; // as the register lists leave it
+constexpr int kExtraLine = 30;                    // clocks, for a link that drops data
 constexpr int kPrintedLimitMs = 100;
 
 /// Of the temperature sensor. Quirk, kept: all cameras of a model share the calibration of the
@@ -76,6 +74,8 @@ bool Usb2Driver::SetUp()
 /// Everything of InitCamera that does not depend on what the host has set.
 void Usb2Driver::PowerUp()
 {
+    const bool fast = SelectInputClock(kUsb2FastInputMHz);
+    m_state.inputMHz = fast ? kUsb2FastInputMHz : kUsb2SlowClockMHz;
     PowerUpBoard();
     SendRegisterList(m_traits.powerUp,
                      [this](uint16_t address, uint16_t value) { Write(address, value); });
@@ -209,11 +209,15 @@ void Usb2Driver::SetCMOSClk()
     SetExp();
 }
 
-/// How the PLL makes the clock is this library's reading of its registers, not verified on
+/// The slow clock is that of the board; the others the PLL makes of the board's fast one, or of its
+/// only one. How it makes them is this library's reading of its registers, not verified on
 /// hardware.
 void Usb2Driver::SetCMOSClk(int clockMHz)
 {
-    Write(usb2::kPllDivider, kPllInputMHz);
+    const int inputMHz = clockMHz == kUsb2SlowClockMHz ? kUsb2SlowClockMHz : kUsb2FastInputMHz;
+    if (inputMHz != m_state.inputMHz && SelectInputClock(inputMHz))
+        m_state.inputMHz = inputMHz;
+    Write(usb2::kPllDivider, m_state.inputMHz);
     Write(usb2::kPllMultiplier, clockMHz);
     m_state.timing.clockMHz = clockMHz;
     WriteFrameLength();

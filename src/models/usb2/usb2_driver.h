@@ -69,6 +69,9 @@ class Usb2Driver : public CCameraBase, protected Usb2Sensor {
   protected:
     // What the board does, with m_settingsSection held.
     virtual void PowerUpBoard() = 0;
+    /// Sends the sensor kUsb2SlowClockMHz or kUsb2FastInputMHz. @return false on boards whose clock
+    /// is always the slow one, and when the camera does not answer
+    virtual bool SelectInputClock(int /*clockMHz*/) { return false; }
     virtual void SelectBitDepth(bool is16) = 0;
     virtual void SetOutputSize(Size) {} // of the frames
     virtual void BeginHostTiming() {}
@@ -107,6 +110,7 @@ class Usb2Driver : public CCameraBase, protected Usb2Sensor {
     // m_settingsSection.
     struct State {
         Usb2Timing timing{};
+        int inputMHz = kUsb2SlowClockMHz; // that the board sends the sensor
         Shared<uint32_t> ownIntegrationUs;
         int8_t blackLevel[4] = {}; // as GetBLOffset has them
         bool blackLevelKnown = false;

@@ -11,6 +11,7 @@
 namespace vsccam {
 
 inline constexpr int kUsb2SlowClockMHz = 24; // of exposures from kUsb2SlowFromUs up
+inline constexpr int kUsb2FastInputMHz = 48; // that the faster ones are made of
 inline constexpr uint32_t kUsb2SlowFromUs = 100'000;
 
 /// The clock, in MHz, that suits a read-out with rows of so many pixels.
