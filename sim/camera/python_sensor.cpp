@@ -11,6 +11,11 @@ constexpr int kColumnStep = 8;     // of a window
 constexpr double kGainOne = 128;
 constexpr int kBlackStep = 4; // 10 bits on a scale of 12
 
+// The sequencer's program, of which only two words are known; it needs the others as they are.
+constexpr uint16_t kFirstWord = 384;
+constexpr uint16_t kWordsEnd = 476;
+constexpr uint16_t kKnownWords[] = {425, 427};
+
 constexpr uint16_t kTimerUnit = 199; // clocks
 constexpr uint16_t kExposure = 201;  // in timer units
 constexpr uint16_t kGain = 205;
@@ -59,8 +64,11 @@ PythonSensor::PythonSensor(PixelArray pixels, const PythonTraits &traits)
 
 void PythonSensor::WriteWord(uint16_t address, uint16_t value)
 {
-    if (address < kRegisters)
-        m_registers[address] = value;
+    if (address >= kRegisters)
+        return;
+    m_registers[address] = value;
+    if (address >= kFirstWord && address < kWordsEnd && !std::ranges::count(kKnownWords, address))
+        m_programSpoiled = true;
 }
 
 uint16_t PythonSensor::ReadWord(uint16_t address) const
@@ -85,7 +93,7 @@ const PythonSensor::Program *PythonSensor::RunningProgram() const
     const auto *const found = std::ranges::find_if(kPrograms, [this](const Program &program) {
         return std::ranges::all_of(program.needs, [this](const Condition &c) { return Holds(c); });
     });
-    return found == std::end(kPrograms) ? nullptr : found;
+    return found == std::end(kPrograms) || m_programSpoiled ? nullptr : found;
 }
 
 /// The part of the programmed window that the sensor has.

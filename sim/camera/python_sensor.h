@@ -50,6 +50,7 @@ class PythonSensor final : public Sensor {
     PixelArray m_pixels;
     PythonTraits m_traits;
     std::vector<uint16_t> m_registers;
+    bool m_programSpoiled = false; // until power is off
 };
 
 } // namespace vscsim

@@ -62,24 +62,19 @@ class Expected {
     }
     Expected &NormalProgram()
     {
-        return Program("192[2:2]=0 192[3:3]=0 204[0:4]=3 65[4:7]=8", 8310, 113);
+        return Program("192[2:2]=0 192[3:3]=0 204[0:4]=3 65[4:7]=8 425=8310 427=113");
     }
     Expected &ZeroOverheadProgram()
     {
-        return Program("192[2:2]=1 192[3:3]=1 204[0:4]=1 65[4:7]=2", 8316, 116);
+        return Program("192[2:2]=1 192[3:3]=1 204[0:4]=1 65[4:7]=2 425=8316 427=116");
     }
 
     Lines Take() { return std::exchange(m_lines, {}); }
 
   private:
-    Expected &Program(const std::string &mode, int word425, int word427)
+    Expected &Program(const std::string &words)
     {
-        Then("python 192[0:0]=0 192[1:1]=0 194[0:0]=0 194[1:1]=0 " + mode);
-        for (int address = 384; address < 476; ++address) {
-            const int word = address == 425 ? word425 : address == 427 ? word427 : 0;
-            AddSensorWrite(std::to_string(address) + '=' + std::to_string(word));
-        }
-        return *this;
+        return Then("python 192[0:0]=0 192[1:1]=0 194[0:0]=0 194[1:1]=0 " + words);
     }
     void AddSensorWrite(const std::string &text)
     {

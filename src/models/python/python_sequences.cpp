@@ -61,13 +61,11 @@ struct RowOverhead {
     uint16_t word425, word427;
 };
 
-// The sequencer is stopped, told how to read out, and given the words of its program. Only the
-// words 425 and 427 are known; the others are neutral. Not verified on hardware.
+// The sequencer is stopped, told how to read out, and given what differs in its program. The other
+// ninety or so words are not known: the sensor keeps those it has. Not verified on hardware.
 constexpr auto SequencerProgram(RowOverhead overhead)
 {
-    constexpr uint16_t kFirstWord = 384;
-    constexpr size_t kHead = 8;
-    std::array<SensorWrite, 100> program{{
+    return std::to_array<SensorWrite>({
         {192, 0, 0, 0},
         {192, 1, 1, 0},
         {194, 0, 0, 0},
@@ -76,13 +74,9 @@ constexpr auto SequencerProgram(RowOverhead overhead)
         {192, 3, 3, overhead.zero},
         {204, 0, 4, overhead.gainSwitch},
         {65, 4, 7, overhead.bias},
-    }};
-    uint16_t address = kFirstWord;
-    for (SensorWrite &word : std::span(program).subspan<kHead>())
-        word = Whole(address++, 0);
-    program[kHead + 425 - kFirstWord].value = overhead.word425;
-    program[kHead + 427 - kFirstWord].value = overhead.word427;
-    return program;
+        Whole(425, overhead.word425),
+        Whole(427, overhead.word427),
+    });
 }
 
 constexpr auto kNormalRowOverheadWrites =
