@@ -18,6 +18,22 @@ struct WhiteBalanceRange {
     int blue = 95;
 };
 
+/// Parts of a model's data that are not known of it. What stands in for them is derived from other
+/// models, or does nothing.
+enum class StandIn : uint8_t {
+    None,
+    StartUpList,
+    SequencerProgram,
+    RegisterAddresses,
+    ClockCodes,
+    LineLimits,
+    FrameOffsets,
+    Bandwidth,
+    FpgaSetUp,
+    Firmware,
+    Everything,
+};
+
 /// What a model is, apart from how its sensor is programmed: one row of the family's catalogue.
 struct CameraModel {
     const char *name = "";
@@ -53,6 +69,12 @@ struct CameraModel {
     // Of hardware binning 4 the sensor does 2 x 2, software the rest.
     bool hardwareBin4IsHalf = false;
     bool startCountsFromBottom = false; // Y of the start position of hosts
+
+    // Nothing of the library was run on hardware; these are not even known.
+    std::array<StandIn, 6> unverified{StandIn::Everything};
 };
+
+/// Tells in one debug line what of the model's data was never verified.
+void PrintUnverified(const CameraModel &model);
 
 } // namespace vsccam

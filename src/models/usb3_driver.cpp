@@ -34,6 +34,7 @@ template <class Base> bool Usb3Driver<Base>::InitCamera()
         return false;
     if (!this->ProgramWhole([this] { return SetUp(); }))
         return false;
+    PrintUnverified(m_model);
     this->OnInitialised();
     return true;
 }

@@ -74,6 +74,7 @@ constexpr CameraModel kS2800 = {
     .exposureUs = {.min = 32, .max = 2'000'000'000, .initial = 10'000},
     .hasHardwareBin = true,
     .hardwareBin4IsHalf = true,
+    .unverified = {StandIn::StartUpList, StandIn::RegisterAddresses, StandIn::FrameOffsets},
 };
 
 constexpr CameraModel kMono = Edition(kS2800, "KYR VSC2800MM", 0x2802, Mono);

@@ -17,6 +17,8 @@ constexpr CameraModel S048(double pixelSizeUm, ControlRange gain)
         .bayer = 0,
         .gain = gain,
         .exposureUs = {.min = 16, .max = 64'000, .initial = 10'000},
+        .unverified = {StandIn::SequencerProgram, StandIn::RegisterAddresses, StandIn::LineLimits,
+                       StandIn::FrameOffsets, StandIn::Bandwidth},
     };
 }
 

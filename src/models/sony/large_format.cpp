@@ -57,6 +57,8 @@ constexpr CameraModel ModelOf(const LargeFormat &format, const char *name, uint1
         .exposureUs = {.min = 32, .max = 2'000'000'000, .initial = 10'000},
         .brightness = {.min = 0, .max = 1024, .initial = 5},
         .whiteBalance = {.red = 60, .blue = 99},
+        .unverified = {StandIn::StartUpList, StandIn::ClockCodes, StandIn::LineLimits,
+                       StandIn::FrameOffsets},
     };
     return Edition(sensor, name, productId, Pixels::Colour, Housing::Cooled);
 }

@@ -31,6 +31,8 @@ constexpr CameraModel kS372 = {
     .gainOffset = {9, 25, -1, -1},
     .gain = {.min = 0, .max = 480, .initial = 200},
     .exposureUs = {.min = 32, .max = 4'000'000, .initial = 10'000},
+    .unverified = {StandIn::StartUpList, StandIn::ClockCodes, StandIn::LineLimits,
+                   StandIn::FrameOffsets},
 };
 
 constexpr CameraModel kMC = Edition(kS372, "KYR VSC372MC", 0x372A, Pixels::Colour);

@@ -34,6 +34,8 @@ constexpr CameraModel kS420 = {
     .gainOffset = {10, 27, 240, 90},
     .gain = {.min = 0, .max = 400, .initial = 200},
     .exposureUs = {.min = 32, .max = 300'000'000, .initial = 10'000},
+    .unverified = {StandIn::StartUpList, StandIn::ClockCodes, StandIn::LineLimits,
+                   StandIn::FrameOffsets},
 };
 
 constexpr CameraModel S420(const char *name, uint16_t productId, Pixels pixels,

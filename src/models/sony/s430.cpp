@@ -37,6 +37,8 @@ constexpr CameraModel kS430 = {
     .exposureUs = {.min = 32, .max = 2'000'000'000, .initial = 10'000},
     .brightness = {.min = 0, .max = 600, .initial = 10},
     .whiteBalance = {.red = 70, .blue = 90},
+    .unverified = {StandIn::StartUpList, StandIn::ClockCodes, StandIn::LineLimits,
+                   StandIn::FrameOffsets},
 };
 
 constexpr CameraModel kMM = Edition(kS430, "KYR VSC430MM", 0x430C, Mono);

@@ -36,6 +36,8 @@ constexpr CameraModel kS440 = {
     .exposureUs = {.min = 32, .max = 2'000'000'000, .initial = 10'000},
     .brightness = {.min = 0, .max = 500, .initial = 1},
     .whiteBalance = {.red = 50, .blue = 90},
+    .unverified = {StandIn::StartUpList, StandIn::ClockCodes, StandIn::LineLimits,
+                   StandIn::FrameOffsets},
 };
 
 constexpr CameraModel kMC = Edition(kS440, "KYR VSC440MC", 0x440A, Colour);

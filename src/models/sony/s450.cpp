@@ -32,13 +32,16 @@ constexpr CameraModel kS460 = {
     .gain = {.min = 0, .max = 600, .initial = 200},
     .exposureUs = {.min = 32, .max = 2'000'000'000, .initial = 10'000},
     .hasHardwareBin = true,
+    .unverified = {StandIn::StartUpList, StandIn::ClockCodes, StandIn::LineLimits,
+                   StandIn::FrameOffsets},
 };
 
-// No such figures are known of the S460.
+// No such figures are known of the S460, nor its shortest lines.
 constexpr CameraModel kS450 = [] {
     CameraModel sensor = kS460;
     sensor.electronsPerAdu = 4.688F;
     sensor.gainOffset = {10, 20, 300, 140};
+    sensor.unverified = {StandIn::StartUpList, StandIn::ClockCodes, StandIn::FrameOffsets};
     return sensor;
 }();
 

@@ -49,6 +49,7 @@ constexpr CameraModel kS470 = {
     .gain = {.min = 0, .max = 600, .initial = 200},
     .exposureUs = {.min = 32, .max = 2'000'000'000, .initial = 10'000},
     .hasHardwareBin = true,
+    .unverified = {}, // all of it is known
 };
 
 constexpr CameraModel kMM = Edition(kS470, "KYR VSC470MM", 0x470B, Mono);

@@ -27,6 +27,8 @@ constexpr CameraModel kS047 = {
     .brightness = {.min = 0, .max = 0, .initial = 0},
     .bandwidth = {.min = 0, .max = 2, .initial = 1},
     .whiteBalance = {.red = 45, .blue = 70},
+    .unverified = {StandIn::StartUpList, StandIn::RegisterAddresses, StandIn::ClockCodes,
+                   StandIn::Bandwidth},
 };
 
 constexpr CameraModel kModel = Usb2Edition(kS047, "KYR VSC047MC", 0x047A, Pixels::Colour);

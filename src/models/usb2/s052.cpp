@@ -29,6 +29,8 @@ constexpr CameraModel kS052 = {
     .brightness = {.min = 0, .max = 20, .initial = 0},
     .bandwidth = {.min = 40, .max = 100, .initial = 50},
     .whiteBalance = {.red = 41, .blue = 94},
+    .unverified = {StandIn::StartUpList, StandIn::RegisterAddresses, StandIn::ClockCodes,
+                   StandIn::Bandwidth, StandIn::Firmware},
 };
 
 constexpr CameraModel kModel = Usb2Edition(kS052, "KYR VSC052MC", 0x052B, Pixels::Colour);

@@ -29,6 +29,8 @@ constexpr CameraModel Sensor(WhiteBalanceRange whiteBalance)
         .brightness = {.min = 0, .max = 0, .initial = 0},
         .bandwidth = {.min = 0, .max = 2, .initial = 1},
         .whiteBalance = whiteBalance,
+        .unverified = {StandIn::StartUpList, StandIn::RegisterAddresses, StandIn::ClockCodes,
+                       StandIn::Bandwidth},
     };
 }
 

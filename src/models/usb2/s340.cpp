@@ -42,6 +42,7 @@ constexpr CameraModel kSensor = {
     .gain = {.min = 0, .max = 100, .initial = 50},
     .exposureUs = {.min = 64, .max = 2'000'000'000, .initial = 33'000},
     .brightness = {.min = 0, .max = 20, .initial = 0},
+    .unverified = {StandIn::StartUpList, StandIn::ClockCodes, StandIn::Firmware},
 };
 
 constexpr CameraModel OnUsb3(CameraModel model)
@@ -49,6 +50,8 @@ constexpr CameraModel OnUsb3(CameraModel model)
     model.usb3Camera = true;
     model.electronsPerAdu = 3.52F;
     model.exposureUs.initial = 14'000;
+    model.unverified = {StandIn::StartUpList, StandIn::ClockCodes, StandIn::Bandwidth,
+                        StandIn::FpgaSetUp};
     return model;
 }
 

@@ -29,6 +29,8 @@ constexpr CameraModel kS350 = {
     .exposureUs = {.min = 32, .max = 999'000'000, .initial = 33'000},
     .brightness = {.min = 0, .max = 0, .initial = 0},
     .bandwidth = {.min = 0, .max = 2, .initial = 1},
+    .unverified = {StandIn::StartUpList, StandIn::RegisterAddresses, StandIn::ClockCodes,
+                   StandIn::Bandwidth, StandIn::Firmware},
 };
 
 constexpr CameraModel kModel = Usb2Edition(kS350, "KYR VSC350MM", 0x350A, Pixels::Mono);

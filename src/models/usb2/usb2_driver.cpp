@@ -48,6 +48,7 @@ bool Usb2Driver::InitCamera()
         return false;
     if (!ProgramWhole([this] { return SetUp(); }))
         return false;
+    PrintUnverified(m_model);
     OnInitialised();
     return true;
 }
