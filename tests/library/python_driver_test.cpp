@@ -166,7 +166,6 @@ TEST_F(PythonDriverTest, WritesEachControlAsTheSensorWantsIt)
         {"gain -1", [](CCameraBase &c) { return c.SetGain(-1, false); }, "python 205=128"},
         {"gain 30", [](CCameraBase &c) { return c.SetGain(30, false); }, "python 205=307"},
         {"gain 101", [](CCameraBase &c) { return c.SetGain(101, false); }, "python 205=2048"},
-        {"brightness", [](CCameraBase &c) { return c.SetBrightness(240); }, "python 128[0:7]=240"},
         {"brightness -1", [](CCameraBase &c) { return c.SetBrightness(-1); }, "python 128[0:7]=0"},
         {"brightness 256", [](CCameraBase &c) { return c.SetBrightness(256); },
          "python 128[0:7]=240"},
@@ -183,10 +182,6 @@ TEST_F(PythonDriverTest, WritesEachControlAsTheSensorWantsIt)
          "python 256=11012 257=6 258=245"}, // column 32
         {"last start", [](CCameraBase &c) { return c.SetStartPos(9'999, 9'999); },
          "python 256=20264 257=240 258=479"},
-        {"power down",
-         [](CCameraBase &c) { return static_cast<CCameraPython &>(c).SoftPowerDown(), true; },
-         "python 192[0:0]=0 32[0:0]=0 10[0:3]=9 10[4:7]=9 10[8:11]=9 64[0:0]=0 72[0:0]=0 72[1:1]=0 "
-         "72[2:2]=0 42[0:0]=0 42[1:1]=0 40[0:0]=0 40[1:1]=0 40[2:2]=0 48[0:0]=0 112[0:2]=0"},
     };
     MonoCamera camera;
     Expected wire;
