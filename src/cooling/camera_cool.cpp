@@ -3,7 +3,9 @@
 #include "base/debug_print.h"
 #include "usb/requests.h"
 
+#include <cmath>
 #include <mutex>
+#include <utility>
 
 namespace vsccam {
 
@@ -21,6 +23,10 @@ constexpr ControlGains kGains{.p = 0.2F, .i = 0.0F, .d = 0.6F};
 constexpr auto kPauseBeforeFirstStep = 200ms;
 constexpr auto kPauseBeforeReading = 200ms;
 constexpr auto kPauseAfterReading = 1590ms;
+
+// Without a reading, the power is held for so long and then taken back in each turn.
+constexpr auto kHoldWithoutReading = 60s;
+constexpr float kGiveWayPercent = 5.0F;
 
 } // namespace
 
@@ -66,6 +72,7 @@ void CCameraCool::SetAutoTemp(bool on, float targetC)
     const std::lock_guard lock(m_coolerSection);
     m_coolerOn = on;
     m_targetTempC = TargetDegrees(targetC);
+    m_cooler.heldPower.reset();
     PID_init(kGains.p, kGains.i, kGains.d);
 }
 
@@ -89,6 +96,10 @@ void CCameraCool::StartAutoTempThr()
     (void)SetFanOn(true); // FanOn() tells
     if (m_coolerRunning)
         return;
+    {
+        const std::lock_guard lock(m_coolerSection);
+        m_cooler.lastReading = Clock::now(); // the wait for the first one begins
+    }
     m_coolerRunning.Set();
     if (!m_coolerThread.Start([this] { AutoTempFunc(); }))
         m_coolerRunning.Clear();
@@ -127,9 +138,11 @@ void CCameraCool::OnReconnected()
 void CCameraCool::AutoTempFunc()
 {
     OutputDbgPrint("Thread AutoTemp start!\n");
+    uint32_t readings = m_temperatureReadings;
     bool running = m_coolerRunning.SleepFor(kPauseBeforeFirstStep);
     while (running) {
-        AutoTemp(m_temperatureC);
+        const uint32_t before = std::exchange(readings, m_temperatureReadings);
+        AutoTemp(readings != before ? std::optional<float>(m_temperatureC) : std::nullopt);
         running = ReadTemperature() && ReadTemperature();
     }
     OutputDbgPrint("Thread AutoTemp Exit!\n");
@@ -144,26 +157,66 @@ bool CCameraCool::ReadTemperature()
     return m_coolerRunning.SleepFor(kPauseAfterReading);
 }
 
-void CCameraCool::AutoTemp(float nowTemp)
+/// The end of a turn, with the last reading that was made in it.
+void CCameraCool::AutoTemp(std::optional<float> reading)
 {
     const std::lock_guard lock(m_coolerSection);
-    if (const auto change = m_cooler.control.TakeReading(nowTemp, GetTickCount())) {
-        OutputDbgPrint("fPreTemp%.2f, now_temp%.2f, deltaMs %d, %.2fC/S\n",
-                       static_cast<double>(change->previousC), static_cast<double>(nowTemp),
-                       static_cast<int>(change->deltaMs), static_cast<double>(change->cPerS));
-        if (change->IsGlitch())
-            return;
-    }
+    const bool taken = reading && TakeReading(*reading);
     if (!m_coolerOn)
         return;
-    const Correction step = m_cooler.control.Step(static_cast<float>(m_targetTempC), nowTemp);
-    OutputDbgPrint("T%.2f p%.2f i%.2f d%.2f cur%.2f\n", static_cast<double>(nowTemp),
+    if (taken)
+        Regulate(*reading);
+    else if (Clock::now() - m_cooler.lastReading >= kHoldWithoutReading)
+        GiveWay();
+}
+
+/// @return false for a glitch
+bool CCameraCool::TakeReading(float celsius)
+{
+    if (const auto change = m_cooler.control.TakeReading(celsius, GetTickCount())) {
+        OutputDbgPrint("fPreTemp%.2f, now_temp%.2f, deltaMs %d, %.2fC/S\n",
+                       static_cast<double>(change->previousC), static_cast<double>(celsius),
+                       static_cast<int>(change->deltaMs), static_cast<double>(change->cPerS));
+        if (change->IsGlitch())
+            return false;
+    }
+    m_cooler.lastReading = Clock::now();
+    return true;
+}
+
+void CCameraCool::Regulate(float celsius)
+{
+    if (m_cooler.heldPower)
+        EndGivingWay(celsius);
+    const Correction step = m_cooler.control.Step(static_cast<float>(m_targetTempC), celsius);
+    OutputDbgPrint("T%.2f p%.2f i%.2f d%.2f cur%.2f\n", static_cast<double>(celsius),
                    static_cast<double>(step.p), static_cast<double>(step.i),
                    static_cast<double>(step.d), static_cast<double>(m_coolerPower));
     ApplyCorrection(step, {m_coolerPower, m_cooler.driveCode}, [this](float percent) {
         (void)SetPowerPerc(percent); // the controller does not repeat what failed
         return DriveSetting{m_coolerPower, m_cooler.driveCode};
     });
+}
+
+/// Takes some of the power back. Target and regulation stay as they are set.
+void CCameraCool::GiveWay()
+{
+    if (!m_cooler.heldPower) {
+        OutputDbgPrint("no temperature for %d s, cooler power falls\n",
+                       static_cast<int>(kHoldWithoutReading.count()));
+        m_cooler.heldPower = m_coolerPower;
+    }
+    (void)SetPowerPerc(m_coolerPower - kGiveWayPercent); // at 0 it is asked for until it was heard
+}
+
+/// A sensor that is still at its target was held there by the power of before. So it is with one
+/// at exactly 0 degrees, which looks like no reading until it gets a little warmer.
+void CCameraCool::EndGivingWay(float celsius)
+{
+    PID_init(kGains.p, kGains.i, kGains.d); // the last error is too old to make a slope of
+    if (std::abs(static_cast<float>(m_targetTempC) - celsius) <= kDeadBandC)
+        (void)SetPowerPerc(*m_cooler.heldPower);
+    m_cooler.heldPower.reset();
 }
 
 } // namespace vsccam

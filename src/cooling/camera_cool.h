@@ -3,16 +3,18 @@
 #include "cooling/temperature_control.h"
 #include "core/camera_base.h"
 
+#include <optional>
 #include <type_traits>
 
 namespace vsccam {
 
 /// A camera with a thermo-electric cooler and a fan.
 ///
-/// The cooler thread runs from the end of InitCamera to CloseCamera. It reads the sensor's
-/// temperature, and while regulation is on sets the power after every second reading. It shares the
-/// cooler with the host's thread, and with a capture worker that brings back a lost camera:
-/// m_coolerSection is held by everything that changes drive, fan or regulation.
+/// The cooler thread runs from the end of InitCamera to CloseCamera. In each turn it reads the
+/// sensor's temperature twice, and while regulation is on sets the power. Without a reading it
+/// holds the power for a minute, then takes it back: a cooler whose thermometer is dead must not
+/// run on. It shares the cooler with the host's thread, and with a capture worker that brings back
+/// a lost camera: m_coolerSection is held by everything that changes drive, fan or regulation.
 class CCameraCool : public CCameraBase {
   public:
     explicit CCameraCool(const CameraModel &model) : CCameraBase(model) {}
@@ -42,7 +44,11 @@ class CCameraCool : public CCameraBase {
   private:
     void AutoTempFunc();
     bool ReadTemperature();
-    void AutoTemp(float nowTemp);
+    void AutoTemp(std::optional<float> reading);
+    bool TakeReading(float celsius);
+    void Regulate(float celsius);
+    void GiveWay();
+    void EndGivingWay(float celsius);
     void PID_init(float kp, float ki, float kd);
 
     static constexpr int kNothingSent = -1;
@@ -52,6 +58,8 @@ class CCameraCool : public CCameraBase {
         int driveCode = kNoCurrentCode;
         int lastCodeSent = kNothingSent;
         TemperatureControl control;
+        Clock::time_point lastReading;  // that was no glitch
+        std::optional<float> heldPower; // while it gives way: what it held before
     };
     static_assert(std::is_trivially_destructible_v<Cooler>);
 

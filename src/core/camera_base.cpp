@@ -367,7 +367,7 @@ float CCameraBase::GetADTemp()
     const auto ad = static_cast<uint8_t>(bytes[0] >> 4 | bytes[1] << 4); // eight of twelve bits
     const std::optional<float> celsius = ThermistorTemperature(ad, kSeriesKOhm);
     if (ok && celsius)
-        m_temperatureC = *celsius;
+        StoreTemperature(*celsius);
     return m_temperatureC;
 }
 

@@ -267,6 +267,12 @@ class CCameraBase : public CCameraFX3 {
 
     /// Temperature by the thermistor of boards that have one; the last good reading when it fails.
     float GetADTemp();
+    /// Keeps a reading of the sensor's temperature. What stands for a failure is no reading.
+    void StoreTemperature(float celsius)
+    {
+        m_temperatureC = celsius;
+        ++m_temperatureReadings;
+    }
 
     /// Called at the end of a successful InitCamera, and after a lost device was programmed again.
     /// Cooled cameras have their own.
@@ -315,7 +321,8 @@ class CCameraBase : public CCameraFX3 {
     Shared<float> m_coolerPower;
     Shared<bool> m_coolerOn;
     Shared<bool> m_fanOn;
-    Shared<float> m_temperatureC;
+    Shared<float> m_temperatureC;           // of the last reading
+    Shared<uint32_t> m_temperatureReadings; // so far: who waits for a fresh one sees it here
     Shared<int> m_targetTempC;
 
   private:

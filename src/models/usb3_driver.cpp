@@ -245,7 +245,7 @@ template <class Base> float Usb3Driver<Base>::GetSensorTemp()
     const bool ok = SendCMD(request::kSensorTemperature, 0, 0, true, bytes, sizeof bytes);
     const float celsius = ThermometerTemperature(bytes[0], bytes[1]);
     if (ok && celsius != 0.0F) // 0 is what a sensor without an answer gives
-        m_temperatureC = celsius;
+        this->StoreTemperature(celsius);
     return m_temperatureC;
 }
 

@@ -33,17 +33,6 @@ TEST(DriveTable, TurnsCurrentIntoTruncatedCode)
         EXPECT_EQ(CalculDA(c.currentA), c.code) << c.currentA << " A";
 }
 
-TEST(DriveTable, TurnsCodeIntoTruncatedPower)
-{
-    const struct {
-        int code;
-        int percent;
-    } cases[] = {{256, 0}, {255, 0}, {237, 2}, {220, 5}, {200, 10}, {140, 33}, {100, 56},
-                 {60, 84}, {48, 93}, {47, 94}, {41, 99}, {40, 100}, {39, 100}, {-1, 100}};
-    for (const auto &c : cases)
-        EXPECT_EQ(CalculIPerc(c.code), c.percent) << "code " << c.code;
-}
-
 TEST(DriveTable, KeepsPowerInRange)
 {
     const struct {
@@ -95,17 +84,6 @@ TEST(TemperatureControl, HasNoSlopeInTheFirstStepAfterARestart)
 
     control.Restart(kGains); // the target changes
     EXPECT_FLOAT_EQ(control.Step(0.0F, 18.0F).Output(), 0.2F * -18.0F);
-}
-
-TEST(TemperatureControl, SumsErrorsWithoutLimitUntilARestart)
-{
-    TemperatureControl control;
-    const ControlGains integralOnly{.p = 0.0F, .i = 1.0F, .d = 0.0F};
-    control.Restart(integralOnly);
-    for (int i = 1; i <= 5; ++i)
-        EXPECT_FLOAT_EQ(control.Step(0.0F, 10.0F).Output(), -10.0F * static_cast<float>(i));
-    control.Restart(integralOnly);
-    EXPECT_FLOAT_EQ(control.Step(0.0F, 10.0F).Output(), -10.0F);
 }
 
 TEST(TemperatureControl, TakesChangesOfTwoDegreesASecondForGlitches)
@@ -237,7 +215,8 @@ TEST_F(CoolingTest, HoldsItsTargetForAnHourWhateverDisturbsIt)
         double withinC = 0.5;
     } cases[] = {
         {"a mild night", 20, -10, -10, 60, 95},
-        {"a hot one", 34, 0, 0, 60, 99},
+        // Now and then its thermometer tells exactly 0, which is what a dead one tells.
+        {"a hot one", 34, 0, 0, 60, 99, nullptr, "VSC470MC-Cool", 0.2},
         {"a cold one", -5, -25, -25, 30, 80},
         {"a target close to the air", 20, 18, 18, 1, 20},
         {"one above it", 5, 30, 5, 0, 0},
@@ -265,6 +244,60 @@ TEST_F(CoolingTest, HoldsItsTargetForAnHourWhateverDisturbsIt)
         EXPECT_LE(Power(), c.powerAtMost);
         Remove(device);
     }
+}
+
+TEST_F(CoolingTest, WithoutAThermometerHoldsItsPowerThenGivesWayAndGoesOnWhenItIsBack)
+{
+    constexpr int kTargetC = -10;
+    const struct {
+        const char *fault;
+        const char *amount;
+        const char *model = "VSC470MC-Cool";
+        double withinC = 0.5;
+    } deaths[] = {{"refuse-request:b3", ""},
+                  {"time-out-request:b3", ""},
+                  {"short-answer:b3", "=0"}, // the value of a sensor that gives none
+                  {"short-answer:c7", "=0", "VSC083MC-Cool", 0.8}}; // a thermistor that is shorted
+    for (const auto &death : deaths) {
+        for (const int reading : {0, 20, 700}) { // at the start, on the way, at the target
+            SCOPED_TRACE(testing::Message() << death.fault << " from reading " << reading);
+            const std::string plan = std::string(death.fault) + "@" + std::to_string(reading) +
+                                     "x100" + death.amount; // for 3 to 4 minutes
+            const int device = Regulate(
+                kTargetC, {.faults = vscsim::ParseFaultPlan(plan, nullptr).value()}, death.model);
+            SleepFor(reading * 1790ms + 4s);
+            const int held = Power();
+            const std::string printed = Printed([&] {
+                SleepFor(53s);
+                EXPECT_EQ(Power(), held);
+                for (int turn = 0, before = held; turn < 30; ++turn, before = Power()) {
+                    SleepFor(4s); // a turn, or one and a part
+                    ASSERT_LE(Power(), before);
+                    ASSERT_GE(Power(), before - 11);
+                }
+            });
+            EXPECT_EQ(Power(), 0);
+            const size_t told = printed.find("no temperature for 60 s, cooler power falls\n");
+            EXPECT_NE(told, std::string::npos);
+            EXPECT_EQ(told, printed.rfind("no temperature"));
+            EXPECT_EQ(LastOf(device, "cooler"), held > 0 ? "cooler 255" : "");
+            EXPECT_EQ(getValue(CONTROL_COOLER_ON, nullptr), 1);
+            EXPECT_EQ(getValue(CONTROL_TARGET_TEMP, nullptr), kTargetC);
+            SleepFor(25min);
+            EXPECT_NEAR(SensorC(device), kTargetC, death.withinC);
+            Remove(device);
+        }
+    }
+}
+
+TEST_F(CoolingTest, NewTargetEndsWhatHeldTheOldOne)
+{
+    (void)Regulate(-10,
+                   {.faults = vscsim::ParseFaultPlan("refuse-request:b3@700x400", {}).value()});
+    SleepFor(30min); // its thermometer died after 21
+    setValue(CONTROL_TARGET_TEMP, 20, false);
+    for (int seconds = 0; seconds < 600; seconds += 2, SleepFor(2s))
+        ASSERT_EQ(Power(), 0);
 }
 
 TEST_F(CoolingTest, RecoversAtOnceFromAnHourAtFullPower)

@@ -350,7 +350,7 @@ float Usb2Driver::GetSensorTemp()
     if (reading == 0)
         return calibration.lastC;
     const float celsius = Usb2Temperature(reading, calibration.at70, calibration.at55);
-    m_temperatureC = celsius;
+    StoreTemperature(celsius);
     calibration.lastC = celsius;
     return celsius;
 }
