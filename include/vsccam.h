@@ -115,9 +115,13 @@ VSC_API char *getCameraModel(int iCamIndex);
  *  @return 1 on success; 0 when there is no such camera, it is in use by another program, access
  *          to it is not permitted, or memory ran out
  *  @note After a failure the index counts as open: call closeCamera before trying it again.
- *  @note Cameras whose firmware is refreshed take up to 10 s. The firmware in this version only
- *        stands in for the real one, which is not known: a USB 2.0 camera with old firmware cannot
- *        be opened, and stays silent until it is plugged in again. */
+ *  @note Some USB 2.0 cameras with old firmware get a newer one from files, when these are there;
+ *        it takes up to 10 s. Without them the camera is used as it is, and a message names the
+ *        missing or damaged file: s340mm.fx2, s340mc.fx2, s350mm.fx2 or s052mc.fx2 of the model,
+ *        and vendor1.bin and vendor2.bin. They are looked for in the directory that
+ *        VSCCAM_FIRMWARE_DIR names in the environment, else in /usr/lib/firmware/vsccam, unless
+ *        the library was configured otherwise. Nothing is written to such a camera when it does not
+ *        answer the question for its version; it is not opened then. */
 VSC_API VSC_BOOL openCamera(int iCamIndex);
 
 /** Programs sensor and camera and sets the full sensor size, bin 1, VSC_IMG_RAW8. To be called

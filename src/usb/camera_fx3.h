@@ -3,6 +3,7 @@
 #include "base/sync.h"
 #include "usb/bulk_stream.h"
 #include "usb/device_list.h"
+#include "usb/firmware_files.h"
 #include "usb/firmware_image.h"
 #include "usb/request_budget.h"
 
@@ -100,7 +101,8 @@ class CCameraFX3 {
     bool SetProgramEntry(uint8_t req, uint32_t address);
 
     /// Firmware of the FX2, in the controller of USB 2.0 cameras. Damaged images are refused before
-    /// anything is sent.
+    /// anything is sent; so is what needs the firmware that programs the EEPROM, when its files are
+    /// not there.
     ///
     /// Loads an image into the controller's RAM and lets it run.
     // Quirk, kept: true for every sound image, also when requests failed.
@@ -108,6 +110,7 @@ class CCameraFX3 {
     /// Writes an image into the EEPROM that the controller boots from, and into its RAM. The EEPROM
     /// holds 64 KiB. The camera runs the image until it is reset, which makes it boot.
     bool UpdateFW(std::span<const uint8_t> image);
+    bool UpdateFW(std::span<const uint8_t> image, const EepromProgrammer &programmer);
     /// Empties the EEPROM, so that the controller starts without firmware.
     bool EraseFlash();
 
@@ -192,7 +195,7 @@ class CCameraFX3 {
     void CountIfLost(int result, Purpose purpose);
 
     bool RunFx2(bool run);
-    bool LoadEepromProgrammer();
+    bool LoadEepromProgrammer(const EepromProgrammer &programmer);
     bool ProgramEeprom(std::span<const uint8_t> content);
     bool TransferEeprom(bool read, uint8_t *bytes, size_t size);
     void QuietSensor();

@@ -1,14 +1,10 @@
 #include "base/clock.h"
 #include "base/debug_print.h"
 #include "usb/camera_fx3.h"
-#include "usb/idle_firmware.h"
 #include "usb/requests.h"
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
-#include <filesystem>
-#include <memory>
 #include <vector>
 
 // Firmware of the camera's USB controller, into its RAM and the memories that it boots from.
@@ -22,12 +18,9 @@ namespace {
 constexpr uint16_t kCpucs = 0xE600;
 constexpr uint8_t kCpucsReset = 1; // bit 0 holds the processor
 
-// The firmware that programs the FX2's EEPROM, in two pieces of its RAM. What stands in for it does
-// not answer: the EEPROM of a real camera stays as it is, and an update fails.
-constexpr uint16_t kVendor1Address = 0x0000;
-constexpr uint16_t kVendor2Address = 0x0800;
-constexpr auto kVendor1 = IdleFx2Program<2048>();
-constexpr auto kVendor2 = IdleFx2Program<1427>();
+// Of the firmware that programs the EEPROM.
+constexpr uint16_t kProgrammerLow = 0x0000;
+constexpr uint16_t kProgrammerHigh = 0x0800;
 
 constexpr size_t kEepromBytes = 0x10000;
 constexpr size_t kEepromPage = 4096;
@@ -78,27 +71,6 @@ uint16_t NextI2cDevice(uint8_t sizeClass, uint16_t device, size_t written)
     return device == 1 ? 5 : 1;
 }
 
-struct CloseFile {
-    void operator()(std::FILE *file) const { (void)std::fclose(file); } // was only read
-};
-
-/// The contents of a file that can be a firmware image by its size; empty when there are none. A
-/// pipe or a device is none: reading it could last for ever.
-std::vector<uint8_t> ReadImage(const std::string &path)
-{
-    std::error_code error;
-    if (!std::filesystem::is_regular_file(path, error))
-        return {};
-    const uintmax_t size = std::filesystem::file_size(path, error);
-    if (error || size > kFlashReach)
-        return {};
-    const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(path.c_str(), "rb"));
-    std::vector<uint8_t> image(static_cast<size_t>(size));
-    if (!file || std::fread(image.data(), 1, image.size(), file.get()) != image.size())
-        return {};
-    return image;
-}
-
 } // namespace
 
 bool CCameraFX3::RunFx2(bool run)
@@ -123,9 +95,17 @@ bool CCameraFX3::UpdateFW2RAM(std::span<const uint8_t> image)
 
 bool CCameraFX3::UpdateFW(std::span<const uint8_t> image)
 {
+    if (!IsOpened())
+        return false;
+    const auto programmer = ReadEepromProgrammer();
+    return programmer && UpdateFW(image, *programmer);
+}
+
+bool CCameraFX3::UpdateFW(std::span<const uint8_t> image, const EepromProgrammer &programmer)
+{
     if (!IsOpened() || image.size() > kEepromBytes || !ParseFx2Image(image))
         return false;
-    const bool programmed = LoadEepromProgrammer() && ProgramEeprom(image);
+    const bool programmed = LoadEepromProgrammer(programmer) && ProgramEeprom(image);
     (void)UpdateFW2RAM(image); // also after a failure: the camera's firmware is no longer in RAM
     return programmed;
 }
@@ -133,21 +113,22 @@ bool CCameraFX3::UpdateFW(std::span<const uint8_t> image)
 bool CCameraFX3::EraseFlash()
 {
     constexpr std::array<uint8_t, kEepromPage> kEmpty = {kFx2BootMark};
-    const bool erased = LoadEepromProgrammer() && ProgramEeprom(kEmpty);
+    const auto programmer = IsOpened() ? ReadEepromProgrammer() : std::nullopt;
+    const bool erased = programmer && LoadEepromProgrammer(*programmer) && ProgramEeprom(kEmpty);
     OutputDbgPrint(erased ? "erase flash success\n" : "erase flash false\n");
     return erased;
 }
 
 /// Without it, the EEPROM requests would mean something else to the camera: nothing may follow when
 /// this fails.
-bool CCameraFX3::LoadEepromProgrammer()
+bool CCameraFX3::LoadEepromProgrammer(const EepromProgrammer &programmer)
 {
-    return RunFx2(false) &&
-           DownloadBufferToDevice(kVendor1Address, kVendor1.size(), kVendor1.data(),
-                                  request::kRam) &&
-           DownloadBufferToDevice(kVendor2Address, kVendor2.size(), kVendor2.data(),
-                                  request::kRam) &&
-           RunFx2(true);
+    const auto load = [this](uint16_t address, std::span<const uint8_t> bytes) {
+        return DownloadBufferToDevice(address, static_cast<uint16_t>(bytes.size()), bytes.data(),
+                                      request::kRam);
+    };
+    return RunFx2(false) && load(kProgrammerLow, programmer.low) &&
+           load(kProgrammerHigh, programmer.high) && RunFx2(true);
 }
 
 bool CCameraFX3::ProgramEeprom(std::span<const uint8_t> content)
@@ -189,12 +170,12 @@ DownloadResult CCameraFX3::DownloadFw(const std::string &path, FX3_FWDWNLOAD_MED
         {FX3_FWDWNLOAD_MEDIA_TYPE::SpiFlash, &CCameraFX3::DownloadBuftoSPIFLASH,
          request::kEraseFlash},
     };
-    const std::vector<uint8_t> image = ReadImage(path);
-    if (image.empty())
+    const auto image = ReadRegularFile(path, kFlashReach);
+    if (!image || image->empty())
         return DownloadResult::FileError;
     for (const auto &media : kMedia) {
         if (media.type == mediaType)
-            return (this->*media.download)(image, media.request);
+            return (this->*media.download)(*image, media.request);
     }
     return DownloadResult::UnknownMedia;
 }

@@ -8,6 +8,7 @@ namespace {
 
 constexpr std::array<uint8_t, 2> kFx3Signature = {'C', 'Y'};
 constexpr size_t kFx3ControlBytes = 2;
+constexpr size_t kFx2RamBytes = 0x10000;
 
 /// Reads an image from front to back, and nothing behind its end.
 class Reader {
@@ -83,10 +84,11 @@ std::optional<std::vector<FirmwareRecord>> ParseFx2Image(std::span<const uint8_t
     while (const auto head = reader.Take(kFx2EndRecord.size())) {
         if (std::ranges::equal(*head, kFx2EndRecord))
             return records;
+        const uint32_t address = BigEndian16(head->subspan(2));
         const auto data = reader.Take(BigEndian16(head->first(2)));
-        if (!data)
+        if (!data || address + data->size() > kFx2RamBytes)
             break;
-        records.push_back({BigEndian16(head->subspan(2)), *data});
+        records.push_back({address, *data});
     }
     return std::nullopt;
 }

@@ -47,7 +47,8 @@ DownloadResult ParseFx3Image(std::span<const uint8_t> image, Fx3Image *parsed);
 
 /// Takes a FX2 boot image apart: a header of 8 bytes that starts with 0xC2, and records of a
 /// length, an address and the data, all big-endian, up to a record that starts with 80 01 E6 00.
-/// @return nothing when the image has another header or ends before its end record
+/// @return nothing when the image has another header, ends before its end record, or goes beyond
+/// the 64 KiB that the processor addresses
 std::optional<std::vector<FirmwareRecord>> ParseFx2Image(std::span<const uint8_t> image);
 
 inline constexpr uint8_t kFx2BootMark = 0xC2; // of a memory that the FX2 takes its program from

@@ -46,7 +46,13 @@ else
 fi
 "${run[@]}" "$work/on_stand_in"
 if [[ -n $VSCSIM ]]; then
-    for camera in VSC470MM VSC340MM:firmware=1; do # the second one gets new firmware first
+    # The second one gets new firmware first: one record, which idles.
+    printf '%b' '\xC2\0\0\0\0\0\0\0' '\0\2\0\0\x80\xFE' '\x80\x01\xE6\0\0' >"$work/s340mm.fx2"
+    truncate --size=4238 "$work/s340mm.fx2"
+    truncate --size=2048 "$work/vendor1.bin"
+    truncate --size=1427 "$work/vendor2.bin"
+    export VSCCAM_FIRMWARE_DIR=$work
+    for camera in VSC470MM VSC340MM:firmware=1; do
         LD_LIBRARY_PATH=$libraries "$VSCSIM" run --camera "$camera" -- "$work/on_libusb"
     done
 fi

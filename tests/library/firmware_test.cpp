@@ -1,12 +1,14 @@
 #include "library/host_fixture.h"
 #include "library/wire.h"
-#include "models/usb2/firmware_images.h"
+#include "models/usb2/s340.h"
 #include "support/temporary_file.h"
 #include "usb/firmware_image.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 
@@ -76,6 +78,7 @@ TEST(FirmwareImage, TellsLengthsThatCannotBe)
         EXPECT_EQ(ParseFx3Image(c.image, &parsed), c.result);
     }
     EXPECT_FALSE(ParseFx2Image(kFx2Head + Bytes{0xFF, 0xFF, 0, 0} + Ramp(3000) + kFx2Tail));
+    EXPECT_FALSE(ParseFx2Image(kFx2Head + Bytes{0, 3, 0xFF, 0xFE} + Ramp(3) + kFx2Tail));
     EXPECT_FALSE(ParseFx2Image(Bytes{0xC0, 0, 0, 0, 0, 0, 0, 0} + kFx2Tail));
 }
 
@@ -130,17 +133,43 @@ vscsim::CameraOptions Corrupting(uint8_t request, uint64_t count, uint64_t from 
                         .count = count}}};
 }
 
+/// A boot image of the FX2 of so many bytes, whose program only idles.
+Bytes IdleFx2Image(size_t length)
+{
+    const size_t data = length - 17;
+    const Bytes head = {static_cast<uint8_t>(data >> 8), static_cast<uint8_t>(data), 0, 0};
+    const Bytes jumpToItself = {0x80, 0xFE};
+    return kFx2Head + head + jumpToItself + Bytes(data - 2) + kFx2Tail + Bytes{0};
+}
+
+/// The library looks for firmware in a directory with well-formed files.
 class FirmwareTest : public HostTest {
   protected:
-    ~FirmwareTest() override { std::filesystem::remove(m_path); }
+    FirmwareTest()
+    {
+        std::filesystem::create_directory(m_directory);
+        for (const auto &[name, length] : {std::pair("s340mm.fx2", size_t{4238}),
+                                           {"s340mc.fx2", 4265},
+                                           {"s350mm.fx2", 4299},
+                                           {"s052mc.fx2", 4346}})
+            (void)File(IdleFx2Image(length), name);
+        (void)File(Bytes(2048), "vendor1.bin");
+        (void)File(Bytes(1427), "vendor2.bin");
+        (void)setenv("VSCCAM_FIRMWARE_DIR", m_directory.c_str(), 1);
+    }
+    ~FirmwareTest() override
+    {
+        (void)unsetenv("VSCCAM_FIRMWARE_DIR");
+        std::filesystem::remove_all(m_directory);
+    }
 
     /// A file with this content, gone with the test.
-    const std::string &File(const Bytes &content)
+    std::string File(const Bytes &content, const std::string &name = "image") const
     {
-        std::ofstream(m_path, std::ios::binary)
+        std::ofstream(m_directory + "/" + name, std::ios::binary)
             .write(reinterpret_cast<const char *>(content.data()),
                    static_cast<std::streamsize>(content.size()));
-        return m_path;
+        return m_directory + "/" + name;
     }
 
     /// Lets each libusb call of `operation` fail in turn, each time on a camera of its own.
@@ -165,8 +194,8 @@ class FirmwareTest : public HostTest {
         return results;
     }
 
-  private:
-    const std::string m_path = TemporaryFile("firmware_test.img");
+    const std::string m_directory = TemporaryFile("firmware");
+    const Bytes m_image = IdleFx2Image(4238);
 };
 
 const Lines kProgrammerLoads = {"40 A0 E600 0000 len 1", "40 A0 0000 0000 len 2048",
@@ -175,15 +204,14 @@ const Lines kProgrammerLoads = {"40 A0 E600 0000 len 1", "40 A0 0000 0000 len 20
 TEST_F(FirmwareTest, EepromIsWrittenInPagesReadBackAndRunFromRam)
 {
     Transport camera(kFx2);
-    EXPECT_TRUE(camera.UpdateFW(kFWCodeS340MM));
+    EXPECT_TRUE(camera.UpdateFW(m_image));
     const Lines traffic = camera.Traffic();
     const Lines pages = {"40 A9 0000 0000 len 4096", "40 A9 1000 0000 len 142",
                          "C0 A9 0000 0000 len 4096", "C0 A9 1000 0000 len 142"};
     const Lines expected = kProgrammerLoads + pages;
     ASSERT_GT(traffic.size(), expected.size());
     EXPECT_TRUE(std::equal(expected.begin(), expected.end(), traffic.begin()));
-    EXPECT_EQ(camera.Eeprom(0, kFWCodeS340MM.size()),
-              Bytes(kFWCodeS340MM.begin(), kFWCodeS340MM.end()));
+    EXPECT_EQ(camera.Eeprom(0, m_image.size()), m_image);
     uint8_t version = 0;
     EXPECT_TRUE(camera.GetFirmwareVer(&version)); // the processor runs
     (void)camera.Traffic();
@@ -202,11 +230,11 @@ TEST_F(FirmwareTest, EepromIsWrittenInPagesReadBackAndRunFromRam)
     EXPECT_EQ(camera.Eeprom(0, 4096), empty);
 
     (void)camera.Traffic();
-    EXPECT_FALSE(camera.UpdateFW(std::span(kFWCodeS340MM).first(4200))); // no end
-    EXPECT_FALSE(camera.UpdateFW(kFx2Head + kFx2Tail + Ramp(0x10000)));  // no room
+    EXPECT_FALSE(camera.UpdateFW(std::span(m_image).first(4200)));      // no end
+    EXPECT_FALSE(camera.UpdateFW(kFx2Head + kFx2Tail + Ramp(0x10000))); // no room
     EXPECT_FALSE(camera.UpdateFW2RAM({}));
     camera.CloseDevice();
-    EXPECT_FALSE(camera.UpdateFW(kFWCodeS340MM));
+    EXPECT_FALSE(camera.UpdateFW(m_image));
     EXPECT_FALSE(camera.EraseFlash());
     EXPECT_EQ(camera.Traffic(), Lines{"close"});
 }
@@ -218,13 +246,8 @@ TEST_F(FirmwareTest, EepromIsWrittenAgainUntilTheThirdTimeAndThenItHasFailed)
         SCOPED_TRACE(wrongAttempts);
         const auto attempts = static_cast<std::ptrdiff_t>(std::min<uint64_t>(wrongAttempts + 1, 3));
         const std::string write = "40 A9 0000 0000 len 4096";
-        {
-            Transport camera(kFx2, Corrupting(0xA9, 4 * wrongAttempts)); // two pages, out and in
-            EXPECT_EQ(camera.UpdateFW(kFWCodeS340MM), success);
-            EXPECT_EQ(std::ranges::count(camera.Traffic(), write), attempts);
-        }
-        Transport camera(kFx2, Corrupting(0xA9, 2 * wrongAttempts));
-        EXPECT_EQ(camera.EraseFlash(), success);
+        Transport camera(kFx2, Corrupting(0xA9, 4 * wrongAttempts)); // two pages, out and in
+        EXPECT_EQ(camera.UpdateFW(m_image), success);
         EXPECT_EQ(std::ranges::count(camera.Traffic(), write), attempts);
     }
 }
@@ -232,22 +255,116 @@ TEST_F(FirmwareTest, EepromIsWrittenAgainUntilTheThirdTimeAndThenItHasFailed)
 TEST_F(FirmwareTest, EepromImageThatFillsItsLastPageFailsUnlessItIsTheOnlyOne)
 {
     Transport camera(kFx2);
-    EXPECT_TRUE(camera.UpdateFW(IdleFx2Image<4096>()));
-    EXPECT_FALSE(camera.UpdateFW(IdleFx2Image<8192>()));
+    EXPECT_TRUE(camera.UpdateFW(IdleFx2Image(4096)));
+    EXPECT_FALSE(camera.UpdateFW(IdleFx2Image(8192)));
     EXPECT_EQ(std::ranges::count(camera.Traffic(), "C0 A9 1000 0000 len 0"), 3);
 }
 
 TEST_F(FirmwareTest, EepromStaysUntouchedWithoutItsProgrammerAndSurvivesOneFailure)
 {
-    for (const auto &operation : {+[](Transport &camera) { return camera.UpdateFW(kFWCodeS340MM); },
-                                  +[](Transport &camera) { return camera.EraseFlash(); }})
-        EXPECT_EQ(ResultsOfFailures(kFx2, operation), (std::vector{false, true}));
+    const auto update = [this](Transport &camera) { return camera.UpdateFW(m_image); };
+    const auto erase = [](Transport &camera) { return camera.EraseFlash(); };
+    EXPECT_EQ(ResultsOfFailures(kFx2, update), (std::vector{false, true}));
+    EXPECT_EQ(ResultsOfFailures(kFx2, erase), (std::vector{false, true}));
 
     Transport camera(kFx2);
     FailNext("libusb_control_transfer", 2, LIBUSB_ERROR_PIPE);
-    EXPECT_FALSE(camera.UpdateFW(kFWCodeS340MM));
+    EXPECT_FALSE(camera.UpdateFW(m_image));
     for (const std::string &line : camera.Traffic())
         EXPECT_TRUE(line.starts_with("40 A0")) << line;
+    (void)File({}, "vendor2.bin");
+    EXPECT_FALSE(camera.UpdateFW(m_image));
+    EXPECT_FALSE(camera.EraseFlash());
+    EXPECT_EQ(camera.Traffic(), Lines());
+}
+
+TEST_F(FirmwareTest, IsRefreshedAtOpenWhenItIsKnownToBeOld)
+{
+    const struct {
+        const char *model;
+        uint8_t version;
+        bool opened;
+        bool loaded;      // something into RAM
+        size_t written;   // bytes of the EEPROM
+        bool openedAgain; // after it was closed
+        const char *faults = nullptr;
+    } cases[] = {
+        {"VSC340MM", 2, true, true, 4238, true},
+        {"VSC340MM", 3, true, false, 0, true},
+        {"VSC340MC", 0, true, true, 4265, true},
+        {"VSC350MM", 0, true, true, 4299, true},
+        {"VSC350MM", 1, true, false, 0, true},
+        {"VSC052MC", 0, true, true, 4346, true},
+        {"VSC056MM", 0, true, false, 0, true},                          // there is none for it
+        {"VSC340MM", 3, true, true, 4238, true, "refuse-request:ad@0"}, // version 1
+        {"VSC350MM", 0, true, false, 0, true, "refuse-request:ad@0"},   // too
+        {"VSC340MM", 3, true, false, 0, true, "time-out-request:ad@0x2"},
+        {"VSC340MM", 1, false, false, 0, true, "time-out-request:ad@0x3"},
+        {"VSC340MM", 1, false, true, 4238, false, "lost-at-reset"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(testing::Message()
+                     << c.model << " " << int{c.version} << " " << (c.faults ? c.faults : ""));
+        vscsim::CameraOptions options{.firmwareVersion = c.version};
+        if (c.faults)
+            options.faults = vscsim::ParseFaultPlan(c.faults, nullptr).value();
+        const int device = Bus().Plug(c.model, std::move(options));
+        (void)getNumberOfConnectedCameras();
+        EXPECT_EQ(openCamera(0), c.opened);
+        const Lines traffic = Bus().TakeTraffic(device);
+        EXPECT_EQ(std::ranges::count(traffic, kProgrammerLoads[0]) > 0, c.loaded);
+        EXPECT_EQ(std::ranges::count(traffic, "reset"), c.written > 0 ? 1 : 0);
+        const Bytes image = IdleFx2Image(std::max<size_t>(c.written, 1000));
+        const bool holdsImage = Bus().With(device, [&](auto &camera) {
+            return std::ranges::equal(camera.Eeprom().first(image.size()), image);
+        });
+        EXPECT_EQ(holdsImage, c.written > 0);
+        closeCamera();
+        EXPECT_EQ(openCamera(0), c.openedAgain);
+        closeCamera();
+        Bus().Reset();
+    }
+}
+
+TEST_F(FirmwareTest, CameraIsUsedAsItIsWhenAFileIsMissingOrDamaged)
+{
+    using Path = std::filesystem::path;
+    void (*const damages[])(const Path &) = {
+        [](const Path &) {},
+        [](const Path &path) { create_directory(path); },
+        [](const Path &path) { ASSERT_EQ(mkfifo(path.c_str(), 0600), 0); },
+        [](const Path &path) { std::ofstream(path) << std::string(4238, 'x'); }, // no image
+        [](const Path &path) { std::ofstream(path) << std::string(1428, 'x'); },
+    };
+    const int device = Bus().Plug("VSC340MM", {.firmwareVersion = 1});
+    (void)getNumberOfConnectedCameras();
+    for (const std::string file : {"s340mm.fx2", "vendor1.bin", "vendor2.bin"}) {
+        const Path path = m_directory + "/" + file;
+        std::filesystem::rename(path, m_directory + "/kept");
+        for (const auto &damage : damages) {
+            SCOPED_TRACE(testing::Message() << file << " " << &damage - damages);
+            damage(path);
+            const std::string printed = Printed([] { EXPECT_TRUE(openCamera(0)); });
+            EXPECT_NE(printed.find(file), std::string::npos);
+            EXPECT_EQ(printed.find("firmware file"), printed.rfind("firmware file"));
+            closeCamera();
+            EXPECT_EQ(Bus().TakeTraffic(device),
+                      Wire("open; configuration 1; claim 0; firmware?; close"));
+            std::filesystem::remove(path);
+        }
+        std::filesystem::rename(m_directory + "/kept", path);
+    }
+}
+
+TEST_F(FirmwareTest, WorkerThatFindsItsCameraAgainHasNoTimeForIt)
+{
+    (void)File({}, "vendor1.bin");
+    OpenedCamera camera(std::in_place_type<CCameraS340MM>, "VSC340MM", {.firmwareVersion = 1});
+    (void)File(Bytes(2048), "vendor1.bin");
+    camera->SetLost(true);
+    camera->Capturing().Set();
+    EXPECT_TRUE(camera->ReConnectCamera());
+    EXPECT_EQ(camera.Traffic(), Wire("close; open; configuration 1; claim 0"));
 }
 
 TEST_F(FirmwareTest, FilesThatAreNoImageReachOnlyTheSensor)

@@ -219,48 +219,6 @@ TEST_F(Usb2DriverTest, ReadThatTimesOutTellsWhatHasCome)
     camera->releaseAsyncXfer();
 }
 
-TEST_F(Usb2DriverTest, RefreshesFirmwareThatIsTooOldOnly)
-{
-    const struct {
-        const char *model;
-        uint8_t version;
-        bool refreshed;
-    } cases[] = {{"VSC340MM", 2, true},
-                 {"VSC340MM", 3, false},
-                 {"VSC350MM", 0, true},
-                 {"VSC350MM", 1, false}};
-    auto &bus = vscsim::Bus::Instance();
-    for (const auto &c : cases) {
-        SCOPED_TRACE(testing::Message() << c.model << " " << int{c.version});
-        bus.Reset();
-        const int device = bus.Plug(c.model, {.firmwareVersion = c.version});
-        std::unique_ptr<CCameraBase> camera;
-        if (c.model == std::string("VSC340MM"))
-            camera = std::make_unique<CCameraS340MM>(0UL);
-        else
-            camera = std::make_unique<CCameraS350MM>(0UL);
-        EXPECT_TRUE(camera->OpenCamera(1));
-        uint8_t version = 0;
-        EXPECT_TRUE(camera->GetFirmwareVer(&version));
-        EXPECT_EQ(version, c.refreshed ? 3 : c.version);
-        EXPECT_EQ(std::ranges::count(bus.TakeTraffic(device), "reset"), c.refreshed ? 1 : 0);
-        camera->SetLost(true); // a worker that finds its camera again has no time for firmware
-        camera->Capturing().Set();
-        EXPECT_TRUE(camera->ReConnectCamera());
-        for (const std::string &line : bus.TakeTraffic(device))
-            EXPECT_FALSE(line.starts_with("C0")) << line;
-        EXPECT_TRUE(camera->CloseCamera());
-    }
-}
-
-TEST_F(Usb2DriverTest, CameraThatDoesNotComeBackWithNewFirmwareIsNotOpen)
-{
-    OpenedCamera camera(std::in_place_type<CCameraS340MM>, "VSC340MM",
-                        {.faults = {{.fault = vscsim::Fault::LostAtReset}}, .firmwareVersion = 1});
-    EXPECT_FALSE(camera.Opened());
-    EXPECT_FALSE(camera->IsOpened());
-}
-
 TEST_F(Usb2DriverTest, Usb3EditionHasItsFramesTakenByTheFpga)
 {
     OpenedCamera camera(std::in_place_type<CCameraS340MM_S>, "VSC340MM-S");

@@ -14,34 +14,53 @@ bool Fx2Camera::OpenCamera(int n)
     if (!Usb2Driver::OpenCamera(n))
         return false;
     // A worker that opens a lost camera again must end soon when it is stopped.
-    return Lost() || FirmwareIsCurrent() || RefreshFirmware(n);
+    return Lost() || BringFirmwareUpToDate(n);
 }
 
-bool Fx2Camera::FirmwareIsCurrent()
+/// Where the files for it are not there, a camera with old firmware is used as it is.
+bool Fx2Camera::BringFirmwareUpToDate(int n)
 {
-    if (Traits().firmware.empty())
+    if (!Traits().firmware.name)
         return true;
-    // A controller without firmware gives no version. One failed request is not enough to rewrite
-    // the memory that it starts from.
+    const std::optional<uint8_t> version = AskFirmwareVersion();
+    if (!version)
+        return GiveUp();
+    if (*version > Traits().lastOldFirmware)
+        return true;
+    const auto image = ReadFx2Image(Traits().firmware);
+    const auto programmer = image ? ReadEepromProgrammer() : std::nullopt;
+    return !programmer || RefreshFirmware(n, *image, *programmer);
+}
+
+/// Nothing when the camera gave no answer: that is no reason to rewrite the memory that its
+/// controller starts from. A refusal is an answer, and stands for version 1.
+std::optional<uint8_t> Fx2Camera::AskFirmwareVersion()
+{
     constexpr int kTries = 3;
-    uint8_t version = 0;
-    for (int i = 0; i < kTries && !GetFirmwareVer(&version); ++i) {
+    for (int i = 0; i < kTries; ++i) {
+        const int unanswered = UnansweredRequests();
+        uint8_t version = 0;
+        if (GetFirmwareVer(&version) || UnansweredRequests() == unanswered)
+            return version;
     }
-    return version > Traits().lastOldFirmware;
+    return std::nullopt;
 }
 
 /// The controller leaves the bus and comes back with what was written.
-bool Fx2Camera::RefreshFirmware(int n)
+bool Fx2Camera::RefreshFirmware(int n, std::span<const uint8_t> image,
+                                const EepromProgrammer &programmer)
 {
-    const bool written = UpdateFW(Traits().firmware);
-    if (written)
-        (void)ResetDevice(); // says that it failed when the device has gone already
+    if (!UpdateFW(image, programmer))
+        return GiveUp();
+    (void)ResetDevice(); // says that it failed when the device has gone already
     CloseDevice();
-    if (written) {
-        SleepFor(1s);
-        if (OpenDevice(Model().productId, n))
-            return true;
-    }
+    SleepFor(1s);
+    return OpenDevice(Model().productId, n) || GiveUp();
+}
+
+bool Fx2Camera::GiveUp()
+{
+    CloseDevice();
     OutputDbgPrint("open camera fail\n");
     return false;
 }

@@ -2,6 +2,9 @@
 
 #include "models/usb2/usb2_driver.h"
 
+#include <optional>
+#include <span>
+
 namespace vsccam {
 
 /// A camera of the family with a USB 2.0 controller. Vendor commands set its bit depth and stop its
@@ -23,8 +26,10 @@ class Fx2Camera : public Usb2Driver {
     void OpenExposureGate() override;
     void CloseExposureGate() override;
 
-    bool FirmwareIsCurrent();
-    bool RefreshFirmware(int n);
+    bool BringFirmwareUpToDate(int n);
+    std::optional<uint8_t> AskFirmwareVersion();
+    bool RefreshFirmware(int n, std::span<const uint8_t> image, const EepromProgrammer &programmer);
+    bool GiveUp();
 };
 
 } // namespace vsccam

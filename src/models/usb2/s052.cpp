@@ -1,6 +1,5 @@
 #include "models/usb2/s052.h"
 
-#include "models/usb2/firmware_images.h"
 #include "models/usb2/neutral_power_up.h"
 #include "models/usb2/usb2_edition.h"
 
@@ -15,7 +14,7 @@ constexpr auto kPowerUp = NeutralUsb2PowerUp<kUsb2KnownRows>(728, 512);
 constexpr Usb2Traits kTraits = {
     .powerUp = kPowerUp,
     .frameBlock = 1024,
-    .firmware = kFWCodeS052MC,
+    .firmware = {"s052mc.fx2", 4346},
 };
 
 constexpr CameraModel kS052 = {

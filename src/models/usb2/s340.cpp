@@ -1,6 +1,5 @@
 #include "models/usb2/s340.h"
 
-#include "models/usb2/firmware_images.h"
 #include "models/usb2/neutral_power_up.h"
 #include "models/usb2/usb2_edition.h"
 
@@ -12,7 +11,7 @@ namespace {
 
 constexpr auto kPowerUp = NeutralUsb2PowerUp<118>(1280, 960);
 
-constexpr Usb2Traits Traits(std::span<const uint8_t> firmware)
+constexpr Usb2Traits Traits(FirmwareFile firmware)
 {
     return {
         .powerUp = kPowerUp,
@@ -22,8 +21,8 @@ constexpr Usb2Traits Traits(std::span<const uint8_t> firmware)
     };
 }
 
-constexpr Usb2Traits kMonoTraits = Traits(kFWCodeS340MM);
-constexpr Usb2Traits kColourTraits = Traits(kFWCodeS340MC);
+constexpr Usb2Traits kMonoTraits = Traits({"s340mm.fx2", 4238});
+constexpr Usb2Traits kColourTraits = Traits({"s340mc.fx2", 4265});
 constexpr Usb2Traits kUsb3Traits = {
     .powerUp = kPowerUp,
     .frameBlock = 1024,

@@ -1,6 +1,5 @@
 #include "models/usb2/s350.h"
 
-#include "models/usb2/firmware_images.h"
 #include "models/usb2/neutral_power_up.h"
 #include "models/usb2/usb2_edition.h"
 
@@ -16,7 +15,7 @@ constexpr Usb2Traits kTraits = {
     .powerUp = kPowerUp,
     .bandwidth = kThreeSteps,
     .tellsBlackLevel = true,
-    .firmware = kFWCodeS350MM,
+    .firmware = {"s350mm.fx2", 4299},
 };
 
 constexpr CameraModel kS350 = {

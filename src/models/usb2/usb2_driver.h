@@ -4,9 +4,9 @@
 #include "models/register_list.h"
 #include "models/usb2/usb2_timing.h"
 #include "models/usb2_capture_worker.h"
+#include "usb/firmware_files.h"
 
 #include <cstdint>
-#include <span>
 #include <type_traits>
 
 namespace vsccam {
@@ -30,7 +30,7 @@ struct Usb2Traits {
     bool tellsBlackLevel = false;
 
     // What the camera's controller gets at open when its firmware is no newer than this.
-    std::span<const uint8_t> firmware = {};
+    FirmwareFile firmware = {};
     uint8_t lastOldFirmware = 0;
 };
 
