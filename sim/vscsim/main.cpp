@@ -32,6 +32,7 @@ struct RunOptions {
     std::string faults;
     std::optional<uint64_t> seed;
     std::string speed = "1";
+    int firmware = CameraOptions().firmwareVersion;
     size_t usbfsMemory = 16;
     std::vector<std::string> command;
 };
@@ -41,7 +42,7 @@ A camera is a model, followed by what is particular about it:
   VSC470MC              at a USB 3.0 port
   VSC470MC:usb2         at a USB 2.0 port
   VSC470MC:unreadable   its descriptor cannot be read
-  VSC340MM:firmware=1   it comes with firmware of that version (3)
+  VSC340MM:firmware=1   it comes with firmware of that version (that of --firmware)
   VSC470MC:capped       no light reaches its sensor, for dark frames
   VSC470MC:flawless     no noise, dark current or hot pixels, to compare pictures with
   VSC470MM:ambient=5    the air around it has 5 degrees Celsius (20)
@@ -66,7 +67,7 @@ template <class Number> Number ParseNumber(std::string_view text, std::string_vi
 }
 
 /// Reads MODEL and what follows it, see kRunFooter.
-BusDevice ParseCamera(const std::string &text)
+BusDevice ParseCamera(const std::string &text, int firmware)
 {
     std::istringstream parts(text);
     std::string part;
@@ -74,6 +75,7 @@ BusDevice ParseCamera(const std::string &text)
     BusDevice device{.model = FindModel(part)};
     if (!device.model)
         throw CLI::ValidationError("--camera", fmt::format("no model {}; see vscsim list", part));
+    device.options.firmwareVersion = static_cast<uint8_t>(firmware);
     while (std::getline(parts, part, ':')) {
         if (part == "usb2")
             device.options.link = LinkSpeed::High;
@@ -139,7 +141,7 @@ std::vector<BusDevice> DevicesOf(const RunOptions &options)
     const double speed = ParseSpeed(options.speed);
     std::vector<BusDevice> devices;
     for (const std::string &camera : options.cameras)
-        devices.push_back(ParseCamera(camera));
+        devices.push_back(ParseCamera(camera, options.firmware));
     uint64_t seed = ChooseSeed(options, faults);
     for (BusDevice &device : devices) {
         device.options.scene = options.scene == "sky" ? Scene::Sky : Scene::Pattern;
@@ -209,6 +211,10 @@ int Main(int argc, char **argv)
     run->add_option("--seed", options.seed, "Of the sky, of noise and of random faults");
     run->add_option("--speed", options.speed, "Times real time, or max: no waiting for frames")
         ->type_name("X|max")
+        ->capture_default_str();
+    run->add_option("--firmware", options.firmware, "Version that the cameras come with")
+        ->type_name("VERSION")
+        ->check(CLI::Range(0, 255).description(""))
         ->capture_default_str();
     run->add_option("--usbfs-memory", options.usbfsMemory,
                     "Limit of the kernel for transfers in flight, 0 for none")

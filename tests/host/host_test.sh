@@ -52,7 +52,9 @@ if [[ -n $VSCSIM ]]; then
     truncate --size=2048 "$work/vendor1.bin"
     truncate --size=1427 "$work/vendor2.bin"
     export VSCCAM_FIRMWARE_DIR=$work
-    for camera in VSC470MM VSC340MM:firmware=1; do
-        LD_LIBRARY_PATH=$libraries "$VSCSIM" run --camera "$camera" -- "$work/on_libusb"
+    for camera in VSC470MM "VSC340MM:requests=$work/requests"; do
+        LD_LIBRARY_PATH=$libraries "$VSCSIM" run --firmware 1 --camera "$camera" -- \
+            "$work/on_libusb"
     done
+    grep -q '^40 A9 1000' "$work/requests" # the second page of the EEPROM
 fi
