@@ -121,7 +121,8 @@ VSC_API char *getCameraModel(int iCamIndex);
  *        and vendor1.bin and vendor2.bin. They are looked for in the directory that
  *        VSCCAM_FIRMWARE_DIR names in the environment, else in /usr/lib/firmware/vsccam, unless
  *        the library was configured otherwise. Nothing is written to such a camera when it does not
- *        answer the question for its version; it is not opened then. */
+ *        answer the question for its version; it is not opened then. After a failed refresh, call
+ *        closeCamera and open the camera again: its firmware runs until it is unplugged. */
 VSC_API VSC_BOOL openCamera(int iCamIndex);
 
 /** Programs sensor and camera and sets the full sensor size, bin 1, VSC_IMG_RAW8. To be called

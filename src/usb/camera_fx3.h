@@ -104,7 +104,8 @@ class CCameraFX3 {
     /// anything is sent; so is what needs the firmware that programs the EEPROM, when its files are
     /// not there.
     ///
-    /// Loads an image into the controller's RAM and lets it run.
+    /// Loads an image into the controller's RAM and lets it run, also when the camera has been mute
+    /// of late: without it the camera is dead until it is plugged in again.
     // Quirk, kept: true for every sound image, also when requests failed.
     bool UpdateFW2RAM(std::span<const uint8_t> image);
     /// Writes an image into the EEPROM that the controller boots from, and into its RAM. The EEPROM
@@ -194,7 +195,8 @@ class CCameraFX3 {
     template <class Call> bool InKernel(Call call);
     void CountIfLost(int result, Purpose purpose);
 
-    bool RunFx2(bool run);
+    bool RestoreFx2Ram(uint16_t address, std::span<const uint8_t> bytes);
+    bool ReleaseFx2();
     bool LoadEepromProgrammer(const EepromProgrammer &programmer);
     bool ProgramEeprom(std::span<const uint8_t> content);
     bool TransferEeprom(bool read, uint8_t *bytes, size_t size);

@@ -16,7 +16,8 @@ namespace {
 
 // Control and status register of the FX2's processor.
 constexpr uint16_t kCpucs = 0xE600;
-constexpr uint8_t kCpucsReset = 1; // bit 0 holds the processor
+constexpr uint8_t kCpucsRun[] = {0};
+constexpr uint8_t kCpucsReset[] = {1}; // bit 0 holds the processor
 
 // Of the firmware that programs the EEPROM.
 constexpr uint16_t kProgrammerLow = 0x0000;
@@ -25,6 +26,9 @@ constexpr uint16_t kProgrammerHigh = 0x0800;
 constexpr size_t kEepromBytes = 0x10000;
 constexpr size_t kEepromPage = 4096;
 constexpr int kEepromAttempts = 3;
+
+constexpr uint8_t kVendorOut = 0x40;
+constexpr auto kRestoreTimeout = 500ms;
 
 constexpr uint16_t kSonyReg3007 = 0x3007;
 constexpr uint16_t kFpgaMode = 0;
@@ -73,10 +77,21 @@ uint16_t NextI2cDevice(uint8_t sizeClass, uint16_t device, size_t written)
 
 } // namespace
 
-bool CCameraFX3::RunFx2(bool run)
+/// For what brings a controller back: tried twice, and also when the camera has been mute of late.
+/// The firmware that fell silent does not matter here, the controller itself takes these requests.
+bool CCameraFX3::RestoreFx2Ram(uint16_t address, std::span<const uint8_t> bytes)
 {
-    const uint8_t value = run ? 0 : kCpucsReset;
-    return DownloadBufferToDevice(kCpucs, 1, &value, request::kRam);
+    const auto load = [=, this] {
+        // libusb takes a pointer to non-const for both directions and only reads here.
+        return Control(kVendorOut, request::kRam, address, 0, const_cast<uint8_t *>(bytes.data()),
+                       static_cast<uint16_t>(bytes.size()), kRestoreTimeout, Try::Always) >= 0;
+    };
+    return load() || load();
+}
+
+bool CCameraFX3::ReleaseFx2()
+{
+    return RestoreFx2Ram(kCpucs, kCpucsRun);
 }
 
 bool CCameraFX3::UpdateFW2RAM(std::span<const uint8_t> image)
@@ -84,12 +99,12 @@ bool CCameraFX3::UpdateFW2RAM(std::span<const uint8_t> image)
     const auto records = ParseFx2Image(image);
     if (!records)
         return false;
-    // Whatever fails: a processor that was held must be let go.
-    (void)RunFx2(false);
-    for (const auto &[address, data] : *records)
-        (void)DownloadBufferToDevice(address, static_cast<uint16_t>(data.size()), data.data(),
-                                     request::kRam);
-    (void)RunFx2(true);
+    const auto load = [this](const FirmwareRecord &record) {
+        return RestoreFx2Ram(static_cast<uint16_t>(record.address), record.data);
+    };
+    // What fails twice would fail again.
+    (void)(RestoreFx2Ram(kCpucs, kCpucsReset) && std::ranges::all_of(*records, load));
+    (void)ReleaseFx2(); // whatever failed: a processor that was held must be let go
     return true;
 }
 
@@ -114,21 +129,24 @@ bool CCameraFX3::EraseFlash()
 {
     constexpr std::array<uint8_t, kEepromPage> kEmpty = {kFx2BootMark};
     const auto programmer = IsOpened() ? ReadEepromProgrammer() : std::nullopt;
-    const bool erased = programmer && LoadEepromProgrammer(*programmer) && ProgramEeprom(kEmpty);
+    const bool loaded = programmer && LoadEepromProgrammer(*programmer);
+    if (programmer && !loaded)
+        (void)ReleaseFx2();
+    const bool erased = loaded && ProgramEeprom(kEmpty);
     OutputDbgPrint(erased ? "erase flash success\n" : "erase flash false\n");
     return erased;
 }
 
 /// Without it, the EEPROM requests would mean something else to the camera: nothing may follow when
-/// this fails.
+/// this fails, but what brings the processor back.
 bool CCameraFX3::LoadEepromProgrammer(const EepromProgrammer &programmer)
 {
     const auto load = [this](uint16_t address, std::span<const uint8_t> bytes) {
         return DownloadBufferToDevice(address, static_cast<uint16_t>(bytes.size()), bytes.data(),
                                       request::kRam);
     };
-    return RunFx2(false) && load(kProgrammerLow, programmer.low) &&
-           load(kProgrammerHigh, programmer.high) && RunFx2(true);
+    return load(kCpucs, kCpucsReset) && load(kProgrammerLow, programmer.low) &&
+           load(kProgrammerHigh, programmer.high) && ReleaseFx2();
 }
 
 bool CCameraFX3::ProgramEeprom(std::span<const uint8_t> content)
