@@ -87,9 +87,10 @@ Camera::Camera(const ModelFacts &model, const CameraOptions &options)
 {
 }
 
-void Camera::PowerCycle()
+void Camera::PowerCycle(LinkSpeed link)
 {
     State &old = *m_state;
+    old.options.link = link;
     Memories kept = {std::move(old.board.flash), std::move(old.board.eeprom)};
     m_state = std::make_unique<State>(old.model, old.options, std::move(kept));
 }

@@ -148,7 +148,9 @@ class Camera {
 
     /// Power was off: registers and the fault plan start anew, flash and EEPROM keep their
     /// contents.
-    void PowerCycle();
+    void PowerCycle() { PowerCycle(Options().link); }
+    /// On a port of another speed from then on, as far as the controller knows it.
+    void PowerCycle(LinkSpeed link);
 
     /// 1024 at SuperSpeed, 512 at high speed.
     size_t BulkPacketSize() const;

@@ -40,13 +40,13 @@ void Bus::Reset(uint64_t seed)
     Core::Instance().Reset(seed);
 }
 
-int Bus::Plug(std::string_view model, CameraOptions options)
+int Bus::Plug(std::string_view model, CameraOptions options, Ports ports)
 {
     const ModelFacts *facts = FindModel(model);
     if (!facts)
         throw std::invalid_argument("no such model: " + std::string(model));
     const auto guard = Guard();
-    return Core::Instance().Plug(Device(*facts, std::move(options)));
+    return Core::Instance().Plug(Device(*facts, std::move(options)), std::move(ports));
 }
 
 int Bus::PlugForeign(uint16_t vendorId, uint16_t productId)
@@ -61,10 +61,10 @@ void Bus::Unplug(int device)
     Core::Instance().Detach(device);
 }
 
-void Bus::Replug(int device)
+void Bus::Replug(int device, const Place &place)
 {
     const auto guard = Guard();
-    Core::Instance().Replug(device);
+    Core::Instance().Replug(device, place);
 }
 
 std::vector<std::string> Bus::TakeTraffic(int device)

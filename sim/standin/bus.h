@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -11,6 +12,15 @@
 namespace vscsim {
 
 class BusClock;
+
+/// The ports from a root hub of the link's speed down to a device.
+using Ports = std::vector<uint8_t>;
+
+/// Where a device is plugged in: by default where it was before.
+struct Place {
+    Ports ports = {};
+    std::optional<LinkSpeed> link = {};
+};
 
 /// The simulated bus behind the in-process libusb functions. Cameras are listed in the order in
 /// which they were plugged in. Thread-safe. The bus itself lives as long as the process.
@@ -26,8 +36,9 @@ class Bus {
     /// program still holds are reported first (see LiveObjects).
     void Reset(uint64_t seed = 1);
 
-    /// Plugs in a camera and returns its number on the bus, which names it from then on.
-    int Plug(std::string_view model, CameraOptions options = {});
+    /// Plugs in a camera, at a port of its own unless one is given, and returns its number on the
+    /// bus, which names it from then on.
+    int Plug(std::string_view model, CameraOptions options = {}, Ports ports = {});
 
     /// Plugs in a device that is no camera.
     int PlugForeign(uint16_t vendorId, uint16_t productId);
@@ -35,7 +46,7 @@ class Bus {
     void Unplug(int device);
     /// The same camera comes back: last in the list, at a new address, with registers as after
     /// power-on; its memories are kept, its fault plan starts anew.
-    void Replug(int device);
+    void Replug(int device, const Place &place = {});
 
     /// The simulated camera, under the bus lock for as long as `look` runs.
     template <class Look> auto With(int device, Look look)

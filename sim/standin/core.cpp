@@ -23,6 +23,16 @@ size_t Draw(uint64_t seed, uint64_t n, size_t choices)
     return static_cast<size_t>((x ^ (x >> 31)) % choices);
 }
 
+/// No device hangs where another one does, as long as the hubs suffice.
+Ports OwnPorts(int number)
+{
+    constexpr int kPortsOfAHub = 100;
+    const auto port = static_cast<uint8_t>(number % kPortsOfAHub + 1);
+    return number < kPortsOfAHub
+               ? Ports{port}
+               : Ports{static_cast<uint8_t>(kPortsOfAHub + number / kPortsOfAHub), port};
+}
+
 /// What a blocking transfer returns.
 int ErrorCode(libusb_transfer_status status)
 {
@@ -163,10 +173,12 @@ void Core::Reset(uint64_t seed)
     cancelDelay = Time(0);
 }
 
-int Core::Plug(Device device)
+int Core::Plug(Device device, Ports ports)
 {
     const int number = static_cast<int>(m_slots.size());
-    m_slots.push_back(std::make_unique<Slot>(Slot{.device = std::move(device)}));
+    if (ports.empty())
+        ports = OwnPorts(number);
+    m_slots.push_back(std::make_unique<Slot>(Slot{std::move(device), std::move(ports)}));
     Attach(number);
     return number;
 }
@@ -179,6 +191,7 @@ void Core::Attach(int number)
         return;
     auto device = std::make_unique<libusb_device>(slot.device.Describe());
     device->number = number;
+    device->ports = slot.ports;
     device->address = m_lastAddress = static_cast<uint8_t>(m_lastAddress % kHighestAddress + 1);
     slot.attached = device.get();
     m_attached.push_back(device.get());
@@ -202,10 +215,12 @@ void Core::Detach(int number)
     }
 }
 
-void Core::Replug(int number)
+void Core::Replug(int number, const Place &place)
 {
     Detach(number);
-    DeviceOf(number).PowerCycle();
+    if (!place.ports.empty())
+        m_slots.at(static_cast<size_t>(number))->ports = place.ports;
+    DeviceOf(number).PowerCycle(place.link);
     Attach(number);
 }
 

@@ -35,10 +35,10 @@ class Core {
 
     // The bus
     void Reset(uint64_t seed);
-    int Plug(Device device);
+    int Plug(Device device, Ports ports = {});
     void Attach(int number);
     void Detach(int number);
-    void Replug(int number);
+    void Replug(int number, const Place &place);
     /// Lets a device that was detached come back at that time, after a power cycle.
     void AttachAnew(int number, Time at);
     Device &DeviceOf(int number) { return m_slots.at(static_cast<size_t>(number))->device; }
@@ -87,6 +87,7 @@ class Core {
   private:
     struct Slot {
         Device device;
+        Ports ports;
         libusb_device *attached = nullptr;
         Time returnsAt = kNever; // by itself
     };

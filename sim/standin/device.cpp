@@ -92,10 +92,12 @@ libusb_device Device::Describe() const
     return device;
 }
 
-void Device::PowerCycle()
+void Device::PowerCycle(std::optional<LinkSpeed> link)
 {
-    if (m_camera)
-        m_camera->PowerCycle();
+    if (!m_camera)
+        return;
+    m_camera->PowerCycle(link.value_or(m_options.link));
+    m_options.link = m_camera->Options().link;
 }
 
 void Device::Queue(Transfer &transfer, Time now)

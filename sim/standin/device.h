@@ -1,6 +1,7 @@
 #pragma once
 
 #include "camera/camera.h"
+#include "standin/bus.h"
 
 #include <libusb.h>
 
@@ -14,6 +15,7 @@
 struct libusb_device {
     int number; // on the simulated bus
     uint8_t address;
+    vscsim::Ports ports;
     libusb_speed speed;
     libusb_device_descriptor descriptor;
     bool readableDescriptor;
@@ -65,7 +67,7 @@ class Device {
 
     bool IsMute() const { return m_camera && m_camera->IsMute(); }
 
-    void PowerCycle();
+    void PowerCycle(std::optional<LinkSpeed> link = {});
 
     void Queue(Transfer &transfer, Time now);
     void Unqueue(Transfer &transfer, Time now);

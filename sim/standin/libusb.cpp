@@ -269,8 +269,10 @@ int libusb_get_port_numbers(libusb_device *device, uint8_t *ports, int capacity)
         return failure;
     if (!call.Known(device) || capacity <= 0)
         return LIBUSB_ERROR_INVALID_PARAM;
-    ports[0] = static_cast<uint8_t>(device->number + 1); // the same after the device was replugged
-    return 1;
+    if (device->ports.size() > static_cast<size_t>(capacity))
+        return LIBUSB_ERROR_OVERFLOW;
+    std::ranges::copy(device->ports, ports);
+    return static_cast<int>(device->ports.size());
 }
 
 int libusb_get_device_speed(libusb_device *device)
