@@ -136,7 +136,7 @@ bool CCameraBase::ReConnectCamera()
         return false;
     CloseDevice();
     (void)m_capturing.SleepFor(100ms); // a stop ends the waits, and the search
-    if (libusb_init(nullptr) != 0)
+    if (!LibusbContext())
         std::puts("init libusb fail");
     OutputDbgPrint("camera closed\n");
     if (m_capturing.SleepFor(50ms) && OpenCamera(m_ordinal))

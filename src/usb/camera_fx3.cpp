@@ -60,10 +60,9 @@ constexpr uint16_t High(uint32_t value)
 
 } // namespace
 
-// The reference stays: the context lives as long as the process.
-CCameraFX3::CCameraFX3() : m_hasContext(libusb_init(nullptr) == 0)
+CCameraFX3::CCameraFX3()
 {
-    if (!m_hasContext)
+    if (!m_context)
         std::puts("failed to initialise libusb");
 }
 
@@ -76,7 +75,7 @@ CCameraFX3::~CCameraFX3()
 bool CCameraFX3::OpenDevice(uint16_t productId, int ordinal)
 {
     const std::lock_guard opening(m_openSection); // the kernel may take seconds: requests fail
-    if (m_opened || !m_hasContext)
+    if (m_opened || !m_context)
         return false;
     libusb_device_handle *handle =
         m_port.depth > 0

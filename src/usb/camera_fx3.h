@@ -5,6 +5,7 @@
 #include "usb/device_list.h"
 #include "usb/firmware_files.h"
 #include "usb/firmware_image.h"
+#include "usb/libusb_context.h"
 #include "usb/request_budget.h"
 
 #include <libusb.h>
@@ -174,6 +175,9 @@ class CCameraFX3 {
     uint32_t m_fpgaSub = 0;
 
   private:
+    /// Outlives whatever is of libusb in here.
+    const LibusbContext m_context;
+
     struct Request {
         uint8_t type;
         uint8_t code;
@@ -203,7 +207,6 @@ class CCameraFX3 {
     void QuietSensor();
     bool WriteRam(uint32_t address, std::span<const uint8_t> chunk, uint8_t req);
 
-    const bool m_hasContext; // else libusb must not be asked for anything
     std::atomic<bool> m_opened{false};
     CriticalSection m_openSection;    // held while a device is opened, before the following one
     CriticalSection m_controlSection; // guards the members below and every control transfer

@@ -10,15 +10,15 @@
 
 namespace vsccam {
 
-/// A test on an empty simulated bus in virtual time. When it ends, nothing of libusb may be left
-/// (but contexts: the library keeps one), and nothing may have been used in a way that libusb
-/// forbids.
+/// A test on an empty simulated bus in virtual time. When it ends, nothing of libusb may be left,
+/// and nothing may have been used in a way that libusb forbids.
 class SimulatedBus : public testing::Test {
   protected:
     explicit SimulatedBus(uint64_t seed = 1, vscsim::Time start = vscsim::VirtualClock::kStart)
         : m_time(start)
     {
         vscsim::Bus::Instance().Reset(seed);
+        m_allowed.contextReferences = vscsim::Bus::Instance().LiveObjects().contextReferences;
     }
     ~SimulatedBus() override { vscsim::Bus::Instance().Reset(); }
 
@@ -26,6 +26,7 @@ class SimulatedBus : public testing::Test {
     void TearDown() override
     {
         const auto left = vscsim::Bus::Instance().LiveObjects();
+        EXPECT_EQ(left.contextReferences, m_allowed.contextReferences);
         EXPECT_EQ(left.deviceLists, m_allowed.deviceLists);
         EXPECT_EQ(left.deviceReferences, m_allowed.deviceReferences);
         EXPECT_EQ(left.handles, m_allowed.handles);
