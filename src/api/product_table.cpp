@@ -80,6 +80,11 @@ static_assert(std::size(kProducts) == 46);
 
 } // namespace
 
+std::span<const Product> Products()
+{
+    return kProducts;
+}
+
 const Product *FindProduct(uint32_t productId)
 {
     const auto *found = std::ranges::find(kProducts, productId, &Product::productId);

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <span>
 
 namespace vsccam {
 
@@ -14,6 +15,8 @@ struct Product {
     const char *modelName;
     std::unique_ptr<CCameraBase> (*create)();
 };
+
+std::span<const Product> Products();
 
 /// The product with this ID, nullptr when there is none.
 const Product *FindProduct(uint32_t productId);

@@ -91,7 +91,8 @@ bool CCameraBase::OpenCamera(int n)
     if (IsOpened())
         return true;
     m_ordinal = n;
-    if (OpenDevice(m_model.productId, n)) {
+    const auto open = [this, n] { return OpenDevice(m_model.productId, n); };
+    if (open() || (NewcomerSettles() && m_capturing.SleepFor(LostCamera::kSettleTime) && open())) {
         OutputDbgPrint("open camera success\n");
         return true;
     }
@@ -134,7 +135,7 @@ bool CCameraBase::ReConnectCamera()
     OutputDbgPrint("reconnect camera\n");
     if (!HasHandle())
         return false;
-    CloseDevice();
+    LoseDevice();
     (void)m_capturing.SleepFor(100ms); // a stop ends the waits, and the search
     if (!LibusbContext())
         std::puts("init libusb fail");
@@ -322,7 +323,10 @@ bool CCameraBase::GetFPSPerc(int *percent, bool *pbAuto)
 
 void CCameraBase::IdentifyUsb3Camera()
 {
-    m_usb3Host = IsUSB3Host();
+    const int lost = LostSetUps();
+    const bool usb3Host = IsUSB3Host();
+    if (LostSetUps() == lost) // else nothing is known but what was
+        m_usb3Host = usb3Host;
     OutputDbgPrint(m_usb3Host ? "***********USB3.0 Host***********\n"
                               : "***********USB2.0 Host***********\n");
     {
@@ -333,6 +337,12 @@ void CCameraBase::IdentifyUsb3Camera()
     uint8_t sub[4] = {};
     (void)GetFirmwareVer(&version); // for the debug output only
     (void)GetFPGAVer(&version, sub);
+}
+
+void CCameraBase::FollowLink(int chosenBefore, int chosenNow)
+{
+    if (chosenBefore != chosenNow && (m_bandwidthAuto || m_bandwidth == chosenBefore))
+        m_bandwidth = chosenNow;
 }
 
 ExposureSetting CCameraBase::Exposure()

@@ -264,6 +264,9 @@ class CCameraBase : public CCameraFX3 {
     /// Host port, hot-pixel table and versions: the first requests of USB 3.0 cameras whenever they
     /// are initialised.
     void IdentifyUsb3Camera();
+    /// When a camera comes back on a link of another speed, a bandwidth that is automatic, or still
+    /// what the library chose for the link before, becomes what it chooses for this one.
+    void FollowLink(int chosenBefore, int chosenNow);
 
     /// Temperature by the thermistor of boards that have one; the last good reading when it fails.
     float GetADTemp();

@@ -62,7 +62,9 @@ template <class Base> bool Usb3Driver<Base>::RestoreSettings()
     if (!this->IsOpened())
         return false;
     const std::lock_guard lock(m_settingsSection);
+    const int chosenBefore = AutoBandwidth();
     this->IdentifyUsb3Camera();
+    this->FollowLink(chosenBefore, AutoBandwidth());
     PowerUp();
     this->SetBrightness(m_brightness);
     this->SetGain(m_gain, m_gainAuto);

@@ -72,15 +72,21 @@ CCameraFX3::~CCameraFX3()
     CloseDevice();
 }
 
+libusb_device_handle *CCameraFX3::FindDevice(uint16_t productId, int ordinal)
+{
+    const std::lock_guard lock(m_searchSection);
+    return m_search.Port().depth > 0
+               ? OpenLostCamera(m_search, CAMERA_VID, productId, m_choice)
+               : libusb_open_device_with_vid_pid_index(nullptr, CAMERA_VID, productId,
+                                                       ordinal & 0xFF, m_choice);
+}
+
 bool CCameraFX3::OpenDevice(uint16_t productId, int ordinal)
 {
     const std::lock_guard opening(m_openSection); // the kernel may take seconds: requests fail
     if (m_opened || !m_context)
         return false;
-    libusb_device_handle *handle =
-        m_port.depth > 0
-            ? OpenDeviceAt(m_port, CAMERA_VID, productId)
-            : libusb_open_device_with_vid_pid_index(nullptr, CAMERA_VID, productId, ordinal & 0xFF);
+    libusb_device_handle *handle = FindDevice(productId, ordinal);
     if (!handle)
         return false;
     if (libusb_set_configuration(handle, kConfiguration) != 0 ||
@@ -88,9 +94,15 @@ bool CCameraFX3::OpenDevice(uint16_t productId, int ordinal)
         libusb_close(handle); // another program has it
         return false;
     }
+    {
+        const std::lock_guard lock(m_searchSection);
+        m_device = libusb_get_device(handle);
+        m_productId = productId;
+        m_search = LostCamera(PortPathOf(m_device));
+    }
+    (void)LookAround();
     const std::lock_guard lock(m_controlSection);
     m_handle = handle;
-    m_port = PortPathOf(libusb_get_device(handle));
     m_gone = false;
     m_timeoutsInRow = 0;
     m_muteUntil = {};
@@ -101,6 +113,10 @@ bool CCameraFX3::OpenDevice(uint16_t productId, int ordinal)
 void CCameraFX3::CloseDevice()
 {
     Lock lock(m_controlSection);
+    {
+        const std::lock_guard searchLock(m_searchSection);
+        m_device = nullptr;
+    }
     m_opened = false;
     m_kernelIsDone.Wait(lock, [this] { return !m_inKernel; });
     if (m_handle)
@@ -117,7 +133,44 @@ bool CCameraFX3::HasHandle()
 bool CCameraFX3::IsAttached()
 {
     const std::lock_guard lock(m_controlSection);
-    return m_opened && !m_gone && IsOnTheBus(libusb_get_device(m_handle));
+    return m_opened && !m_gone && LookAround();
+}
+
+bool CCameraFX3::LookAround()
+{
+    const std::lock_guard lock(m_searchSection);
+    if (!m_device)
+        return false;
+    const DeviceList devices(nullptr);
+    if (devices.Failed())
+        return true; // there is no saying
+    if (std::ranges::find(devices, m_device) == devices.end())
+        return false;
+    m_search.Saw(PortsOf(devices, CAMERA_VID, m_productId));
+    return true;
+}
+
+void CCameraFX3::NoteFrame()
+{
+    bool enough = false;
+    {
+        const std::lock_guard lock(m_searchSection);
+        enough = m_search.SawOthersLately();
+    }
+    if (!enough)
+        (void)LookAround(); // the device was there just now
+}
+
+void CCameraFX3::LoseDevice()
+{
+    (void)LookAround(); // the system may not have told yet that it is gone: then it is exact
+    CloseDevice();
+}
+
+bool CCameraFX3::NewcomerSettles()
+{
+    const std::lock_guard lock(m_searchSection);
+    return m_search.NewcomerSettles();
 }
 
 CCameraFX3::EndOfThreads::EndOfThreads(CCameraFX3 &camera)
@@ -453,6 +506,7 @@ bool CCameraFX3::initAsyncXfer(int totalLen, int count, int chunkSize, uint8_t e
         const std::lock_guard lock(m_controlSection);
         handle = m_opened ? m_handle : nullptr;
     }
+    (void)LookAround();
     return handle && m_stream.Init(handle, totalLen, count, chunkSize, endpoint);
 }
 
@@ -461,6 +515,8 @@ BulkStream::Pass CCameraFX3::startAsyncXfer(uint8_t *buffer, BulkStream::Timeout
 {
     constexpr auto kCount = BulkStream::Count::Completed;
     const BulkStream::Pass first = m_stream.Run(buffer, timeouts, running, kCount);
+    if (first.received > 0 && !first.deviceGone)
+        NoteFrame();
     if (!first.ioError || first.deviceGone || !running)
         return first;
     OutputDbgPrint("repeat 2#\n");

@@ -34,6 +34,9 @@ class CCameraFX3 {
     CCameraFX3(const CCameraFX3 &) = delete;
     CCameraFX3 &operator=(const CCameraFX3 &) = delete;
 
+    /// The cameras that may be opened, now and after a loss. Before the first is opened.
+    void RestrictTo(const CameraChoice &choice) { m_choice = choice; }
+
     bool IsOpened() const { return m_opened; }
 
     /// Whether the open device is on the bus, as far as the system has told libusb: sends nothing.
@@ -148,13 +151,17 @@ class CCameraFX3 {
 
   protected:
     /// Opens the ordinal-th device (from 1, modulo 256) with this product ID, and claims it. A
-    /// device that was open before is looked for at its port: another camera may have its ordinal
-    /// now.
+    /// device that was open before is looked for at its port, and elsewhere once it was lost:
+    /// another camera may have its ordinal now.
     bool OpenDevice(uint16_t productId, int ordinal);
     /// Closes the device if it is open, after which no request reaches it.
     void CloseDevice();
     /// Whether there is a device handle, open for requests or not.
     bool HasHandle();
+    /// Closes the device, which is gone, and from then on looks for it elsewhere, too.
+    void LoseDevice();
+    /// Whether the lost device may have been found: somebody has to look again in a while.
+    bool NewcomerSettles();
 
     /// While it lives, somebody waits for threads that use the camera: all of them together lose no
     /// more time than is left to the one who waits, who is charged with it in the end.
@@ -192,7 +199,11 @@ class CCameraFX3 {
     int Control(const Request &request);
     int Transfer(const Request &request, Purpose purpose);
     std::chrono::milliseconds TimeFor(std::chrono::milliseconds timeout, Purpose purpose) const;
+    libusb_device_handle *FindDevice(uint16_t productId, int ordinal);
     bool MuteLately() const;
+    /// Whether the open device is on the bus; then, takes note of who else is.
+    bool LookAround();
+    void NoteFrame(); // looks around now and then
     void NoteResult(int result);
     void ChargeLoss(Purpose purpose, Clock::time_point since);
     bool Answers();
@@ -213,7 +224,6 @@ class CCameraFX3 {
     Condition m_kernelIsDone;
     bool m_inKernel = false; // a call that may last has the device, without the section
     libusb_device_handle *m_handle = nullptr;
-    PortPath m_port;     // of the device that was opened last
     bool m_gone = false; // a request said so
     int m_timeoutsInRow = 0;
     Clock::time_point m_muteUntil{};
@@ -221,6 +231,12 @@ class CCameraFX3 {
 
     LossAccount m_endingAccount{LossLimit()}; // in force while m_ending
     Shared<bool> m_ending;
+
+    CriticalSection m_searchSection;   // guards the next three; locked last, never for long
+    LostCamera m_search;               // for the device that was opened last
+    libusb_device *m_device = nullptr; // that is open
+    uint16_t m_productId = 0;
+    CameraChoice m_choice;
 
     CriticalSection m_flashSection; // guards the width of the data bus
 

@@ -5,18 +5,46 @@
 
 namespace vsccam {
 
+namespace {
+
+libusb_device_handle *Open(libusb_device *device)
+{
+    libusb_device_handle *handle = nullptr;
+    return libusb_open(device, &handle) == 0 ? handle : nullptr;
+}
+
+bool HasId(libusb_device *device, uint16_t vid, uint16_t pid)
+{
+    libusb_device_descriptor descriptor{};
+    return libusb_get_device_descriptor(device, &descriptor) == 0 && descriptor.idVendor == vid &&
+           descriptor.idProduct == pid;
+}
+
+/// Whether a program has claimed the interface of a device. Sends nothing to it.
+bool IsClaimed(libusb_device *device)
+{
+    libusb_device_handle *const handle = Open(device);
+    if (!handle)
+        return false; // that, opening it in earnest has to tell
+    const bool claimed = libusb_claim_interface(handle, 0) == LIBUSB_ERROR_BUSY;
+    libusb_close(handle);
+    return claimed;
+}
+
+} // namespace
+
 libusb_device_handle *libusb_open_device_with_vid_pid_index(libusb_context *ctx, uint16_t vid,
-                                                            uint16_t pid, int index)
+                                                            uint16_t pid, int index,
+                                                            const CameraChoice &choice)
 {
     int matches = 0;
     for (libusb_device *device : DeviceList(ctx)) {
         libusb_device_descriptor descriptor{};
         if (libusb_get_device_descriptor(device, &descriptor) < 0)
             return nullptr;
-        if (descriptor.idVendor != vid || descriptor.idProduct != pid || ++matches != index)
-            continue;
-        libusb_device_handle *handle = nullptr;
-        return libusb_open(device, &handle) == 0 ? handle : nullptr;
+        if (descriptor.idVendor == vid && descriptor.idProduct == pid &&
+            choice.Allows(PortPathOf(device), pid) && ++matches == index)
+            return Open(device);
     }
     return nullptr;
 }
@@ -28,23 +56,31 @@ PortPath PortPathOf(libusb_device *device)
     return path;
 }
 
-libusb_device_handle *OpenDeviceAt(const PortPath &path, uint16_t vid, uint16_t pid)
+libusb_device_handle *OpenLostCamera(LostCamera &lost, uint16_t vid, uint16_t pid,
+                                     const CameraChoice &choice)
 {
-    for (libusb_device *device : DeviceList(nullptr)) {
-        libusb_device_descriptor descriptor{};
-        if (libusb_get_device_descriptor(device, &descriptor) < 0 || descriptor.idVendor != vid ||
-            descriptor.idProduct != pid || PortPathOf(device) != path)
+    const DeviceList list(nullptr);
+    std::vector<libusb_device *> devices;
+    std::vector<PortPath> ports;
+    for (libusb_device *device : list) {
+        const PortPath port = PortPathOf(device);
+        if (!choice.Allows(port, pid) || !HasId(device, vid, pid))
             continue;
-        libusb_device_handle *handle = nullptr;
-        return libusb_open(device, &handle) == 0 ? handle : nullptr;
+        devices.push_back(device);
+        ports.push_back(port);
     }
-    return nullptr;
+    const auto found = lost.Find(ports, [&](size_t i) { return IsClaimed(devices[i]); });
+    return found ? Open(devices[*found]) : nullptr;
 }
 
-bool IsOnTheBus(libusb_device *device)
+std::vector<PortPath> PortsOf(const DeviceList &devices, uint16_t vid, uint16_t pid)
 {
-    const DeviceList devices(nullptr);
-    return devices.Failed() || std::ranges::find(devices, device) != devices.end();
+    std::vector<PortPath> ports;
+    for (libusb_device *device : devices) {
+        if (HasId(device, vid, pid))
+            ports.push_back(PortPathOf(device));
+    }
+    return ports;
 }
 
 } // namespace vsccam

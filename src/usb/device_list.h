@@ -1,35 +1,15 @@
 #pragma once
 
+#include "usb/camera_choice.h"
+#include "usb/lost_camera.h"
+#include "usb/port_path.h"
+
 #include <libusb.h>
 
 #include <cstdint>
+#include <vector>
 
 namespace vsccam {
-
-/// Opens the index-th device, counted from 1 in the order of the bus, that has this vendor and
-/// product ID.
-/// @return nullptr when the list or a descriptor before it cannot be read, when there is no such
-///         device, or when it cannot be opened
-libusb_device_handle *libusb_open_device_with_vid_pid_index(libusb_context *ctx, uint16_t vid,
-                                                            uint16_t pid, int index);
-
-/// Where a device hangs: it stays there over unplugging and plugging in.
-struct PortPath {
-    uint8_t bus = 0;
-    int depth = 0; // of the hubs; 0 when the system does not tell
-    uint8_t ports[7] = {};
-
-    friend bool operator==(const PortPath &, const PortPath &) = default;
-};
-
-PortPath PortPathOf(libusb_device *device);
-
-/// Opens the device with this vendor and product ID that hangs at `path`, nullptr when there is
-/// none or it cannot be opened.
-libusb_device_handle *OpenDeviceAt(const PortPath &path, uint16_t vid, uint16_t pid);
-
-/// Whether the device was not unplugged yet. Without a list there is no saying: true.
-bool IsOnTheBus(libusb_device *device);
 
 /// The bus's devices. Drops its references when it goes.
 class DeviceList {
@@ -54,5 +34,23 @@ class DeviceList {
     libusb_device **m_list = nullptr;
     ssize_t m_count = 0;
 };
+
+PortPath PortPathOf(libusb_device *device);
+
+/// Ports of the devices in the list that have this vendor and product ID.
+std::vector<PortPath> PortsOf(const DeviceList &devices, uint16_t vid, uint16_t pid);
+
+/// Opens the index-th device, counted from 1 in the order of the bus, that has this vendor and
+/// product ID and may be used.
+/// @return nullptr when the list or a descriptor before it cannot be read, when there is no such
+///         device, or when it cannot be opened
+libusb_device_handle *libusb_open_device_with_vid_pid_index(libusb_context *ctx, uint16_t vid,
+                                                            uint16_t pid, int index,
+                                                            const CameraChoice &choice = {});
+
+/// Opens the device with this vendor and product ID that is the lost camera.
+/// @return nullptr when it is not there, may not be used or cannot be opened
+libusb_device_handle *OpenLostCamera(LostCamera &lost, uint16_t vid, uint16_t pid,
+                                     const CameraChoice &choice);
 
 } // namespace vsccam

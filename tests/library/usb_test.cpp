@@ -1,11 +1,16 @@
+#include "api/camera_names.h"
 #include "library/host_fixture.h"
 #include "library/wire.h"
 #include "models/sony/s470.h"
+#include "usb/lost_camera.h"
 
 #include <gtest/gtest.h>
 
 #include <array>
+#include <chrono>
 #include <functional>
+#include <optional>
+#include <sstream>
 
 namespace vsccam {
 namespace {
@@ -24,19 +29,10 @@ TEST_F(TransportTest, EveryRequestHasItsPlaceOnTheWire)
         std::function<void(CCameraBase &)> send;
         Lines wire;
     } cases[] = {
-        {[](auto &c) { c.WriteCameraRegister(0x301A, 0x10D8); }, {"sensor 301A=10D8"}},
         {[&](auto &c) { c.ReadCameraRegister(0x30B2, &word); }, {"sensor 30B2?"}},
-        {[](auto &c) { c.WriteCameraRegisterByte(0x3014, 0x2E); }, {"sony 3014=2E"}},
         {[&](auto &c) { c.ReadCameraRegisterByte(0x3009, &byte); }, {"sony 3009?"}},
-        {[](auto &c) { c.WriteFPGAREG(25, 128); }, {"fpga 19=80"}},
         {[&](auto &c) { c.GetFPGAVer(&byte, sub); }, {"fpga 1D?", "fpga 1E?", "fpga 1F?"}},
-        {[](auto &c) { c.EnableGPIF32DQ(false); }, {"gpif32 off"}},
-        {[&](auto &c) { c.GetFirmwareVer(&byte); }, {"firmware?"}},
-        {[](auto &c) { c.IsUSB3Host(); }, {"host?"}},
-        {[](auto &c) { c.SendCMD(0xA4); }, {"cmd A4"}},
-        {[](auto &c) { c.StartSensorCLK(); }, {"cmd AF"}},
         {[](auto &c) { c.StopSensorCLK(); }, {"cmd AE"}},
-        {[](auto &c) { c.SetTransferCount(49'152); }, {"transfer count 1"}},
         {[](auto &c) { c.SetTransferCount(49'153); }, {"transfer count 2"}},
         {[](auto &c) { c.SetTransferCount(INT32_MAX); }, {"transfer count 43691"}},
         {[](auto &c) { c.pulseGuideOn(3); }, {"guide on 3"}},
@@ -52,8 +48,6 @@ TEST_F(TransportTest, EveryRequestHasItsPlaceOnTheWire)
          {"C0 A0 5678 1234 len 4"}},
         {[](auto &c) { c.SetProgramEntry(0xA0, 0x12345678); }, {"40 A0 1234 5678 len 0"}},
         {[](auto &c) { c.IsBootLoaderRunning(); }, {"C0 A0 0000 0000 len 1"}},
-        {[](auto &c) { c.ResetEndPoint(0x81); }, {"clear halt 81"}},
-        {[](auto &c) { c.ResetDevice(); }, {"reset"}},
     };
     OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM");
     for (const auto &c : cases) {
@@ -161,6 +155,50 @@ TEST_F(TransportTest, OpensTheDeviceOfItsOrdinalOnly)
     const std::unique_ptr<CCameraBase> camera = std::make_unique<CCameraS470MM>(0UL);
     EXPECT_FALSE(camera->OpenCamera(1));
     EXPECT_EQ(Bus().LiveObjects().handles, 0);
+}
+
+/// "2-1 2-2.3": ports, of root hubs and of hubs behind them.
+std::vector<PortPath> Ports(const std::string &text)
+{
+    std::vector<PortPath> paths;
+    std::istringstream words(text);
+    for (std::string word; words >> word;)
+        paths.push_back(CamerasNamed(("usb:" + word).c_str()).named.at(0).path);
+    return paths;
+}
+
+TEST_F(TransportTest, ALostCameraIsTheOneAtItsPortElseTheOnlyNewcomerThatStays)
+{
+    const struct {
+        const char *seen;                // with the camera, which is at 2-1
+        std::vector<const char *> looks; // of which the last finds it, or does not
+        const char *found = "";
+        const char *inUse = "";
+    } cases[] = {{"2-1 2-2", {"1-1", "1-1 2-2"}, "1-1"},
+                 {"2-1 2-2", {"2-2", "2-2"}},
+                 {"2-1 2-2", {"", "1-1"}}, // too early
+                 {"2-1 2-2", {"2-2 2-3", "2-2 2-3 2-1"}, "2-1"},
+                 {"2-1", {"2-3", "2-3 2-4"}},
+                 {"2-1", {"2-3 2-4", "2-4"}},
+                 {"2-1", {"2-3", "2-4"}},
+                 {"2-1", {"2-3 2-4", "2-3 2-4"}, "2-4", "2-3"},
+                 {"", {"2-3", "2-3"}}, // who else was there is not known
+                 {"", {"2-3", "2-3 2-1"}, "2-1"}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(testing::Message() << c.seen << ": " << c.looks.back());
+        LostCamera lost(Ports("2-1")[0]);
+        if (*c.seen)
+            lost.Saw(Ports(c.seen));
+        std::vector<PortPath> found;
+        for (const char *look : c.looks) {
+            SleepFor(LostCamera::kSettleTime);
+            const std::vector<PortPath> devices = Ports(look);
+            const auto at = lost.Find(
+                devices, [&](size_t i) { return Ports(c.inUse) == std::vector{devices[i]}; });
+            found = at ? std::vector{devices[*at]} : Ports("");
+        }
+        EXPECT_EQ(found, Ports(c.found));
+    }
 }
 
 } // namespace

@@ -127,63 +127,6 @@ TEST_F(Libusb, CancelsLater)
     }
 }
 
-TEST_F(Libusb, ARequestWithoutAnswerTakesItsWholeTimeOut)
-{
-    bus.Plug("VSC340MM", {.faults = {{.fault = Fault::TimeOutRequest, .request = 0xAD}}});
-    OpenCamera camera;
-    const std::pair<int, Time> answers[] = {{LIBUSB_ERROR_TIMEOUT, 500ms}, {2, 100us}};
-    for (const auto &[result, time] : answers) {
-        const Time start = clock.Now();
-        uint8_t version[2];
-        EXPECT_EQ(libusb_control_transfer(camera.handle, 0xC0, 0xAD, 0, 0, version, 2, 500),
-                  result);
-        EXPECT_EQ(clock.Now() - start, time);
-    }
-}
-
-TEST_F(Libusb, LosesACameraThatBootsAtResetUntilItIsBack)
-{
-    for (const bool comesBack : {true, false}) {
-        SCOPED_TRACE(comesBack);
-        bus.Reset();
-        CameraOptions options;
-        if (!comesBack)
-            options.faults = {{.fault = Fault::LostAtReset}};
-        bus.Plug("VSC340MM", options);
-        OpenCamera camera;
-        uint8_t program[] = {1, 2, 3};
-        for (uint8_t control : {uint8_t{1}, uint8_t{0}}) {
-            EXPECT_EQ(libusb_control_transfer(camera.handle, 0x40, 0xA0, 0xE600, 0, &control, 1, 0),
-                      1);
-            EXPECT_EQ(libusb_control_transfer(camera.handle, 0x40, 0xA0, 0, 0, program, 3, 0), 3);
-        }
-        EXPECT_EQ(libusb_reset_device(camera.handle), LIBUSB_ERROR_NOT_FOUND);
-        EXPECT_EQ(camera.Command(0xAA), LIBUSB_ERROR_NO_DEVICE);
-        EXPECT_EQ(OpenDevice(), nullptr);
-        clock.WaitForWake(clock.WakeCount(), clock.Now() + 1s, "the camera to boot");
-        libusb_device_handle *const again = OpenDevice();
-        EXPECT_EQ(again != nullptr, comesBack);
-        libusb_close(again);
-    }
-}
-
-TEST_F(Libusb, LimitsTheMemoryOfTransfersAsTheKernelDoes)
-{
-    bus.Plug("VSC340MM");
-    OpenCamera camera;
-    bus.LimitUsbfsMemory(16 << 20);
-    std::vector<std::unique_ptr<BulkRead>> reads;
-    for (int i = 0; i < 16; ++i) {
-        reads.push_back(std::make_unique<BulkRead>(camera.handle, 1 << 20));
-        EXPECT_EQ(libusb_submit_transfer(reads.back()->usb), i < 15 ? 0 : LIBUSB_ERROR_NO_MEM);
-    }
-    EXPECT_EQ(libusb_cancel_transfer(reads.front()->usb), 0);
-    EXPECT_EQ(libusb_submit_transfer(reads.back()->usb), LIBUSB_ERROR_NO_MEM); // not reaped yet
-    EXPECT_TRUE(WaitFor(*reads.front(), clock));
-    EXPECT_EQ(libusb_submit_transfer(reads.back()->usb), 0);
-    camera.Close();
-}
-
 // Each does something that libusb or the kernel refuses, warns of or crashes on.
 TEST_F(Libusb, RecordsMisuse)
 {

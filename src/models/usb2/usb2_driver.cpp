@@ -90,8 +90,13 @@ bool Usb2Driver::RestoreSettings()
     if (!IsOpened())
         return false;
     const std::lock_guard lock(m_settingsSection);
-    const int line = m_state.timing.lineLength;
+    int line = m_state.timing.lineLength;
+    const int chosenBefore = ChosenBandwidth();
+    const bool usb3HostBefore = m_usb3Host;
     PowerUp();
+    FollowLink(chosenBefore, ChosenBandwidth());
+    if (m_usb3Host != usb3HostBefore)
+        line = LineOfBandwidth(Usb2ClockMHz(ReadoutSize().width, m_output16Bits));
     SelectBitDepth(m_output16Bits);
     SetStartPos(m_startX, m_startY);
     StoreLineLength(line); // at slow exposures nothing else sets it
@@ -234,14 +239,9 @@ bool Usb2Driver::SetFPSPerc(int percent, bool bAuto)
     // Quirk, kept: at exactly the slow clock's first exposure the line still follows the bandwidth.
     if (m_exposureUs > kUsb2SlowFromUs || m_longExposure)
         return false;
-    const int megabytesPerS =
-        m_usb3Host ? m_traits.megabytesPerS.usb3Host : m_traits.megabytesPerS.usb2Host;
-    const auto &scale = m_traits.bandwidth;
-    const int share = scale.percentAtZero + scale.percentPerStep * m_bandwidth;
     Usb2Timing &timing = m_state.timing;
     timing.frameLines = ReadoutSize().height + usb2::kFrameOverhead;
-    StoreLineLength(
-        Usb2LineLength(timing.clockMHz, ReadoutBytes(), megabytesPerS, share, timing.frameLines));
+    StoreLineLength(LineOfBandwidth(timing.clockMHz));
     const double fps = timing.FramesPerS();
     // Quirk, kept: the line length is printed as "pkg".
     OutputDbgPrint("clk:%d fps:%2.2f size:%2.2f  value:%d pkg:%x \n", timing.clockMHz, fps,
@@ -249,6 +249,22 @@ bool Usb2Driver::SetFPSPerc(int percent, bool bAuto)
                    static_cast<unsigned int>(timing.lineLength));
     WriteLines(std::min<int64_t>(timing.Lines(m_exposureUs), UINT16_MAX));
     return true;
+}
+
+int Usb2Driver::LineOfBandwidth(int clockMHz)
+{
+    const int megabytesPerS =
+        m_usb3Host ? m_traits.megabytesPerS.usb3Host : m_traits.megabytesPerS.usb2Host;
+    const auto &scale = m_traits.bandwidth;
+    const int share = scale.percentAtZero + scale.percentPerStep * m_bandwidth;
+    return Usb2LineLength(clockMHz, ReadoutBytes(), megabytesPerS, share,
+                          ReadoutSize().height + usb2::kFrameOverhead);
+}
+
+/// What the library chooses itself on such a link.
+int Usb2Driver::ChosenBandwidth() const
+{
+    return m_usb3Host && !m_bandwidthAuto ? m_model.bandwidth.max : m_traits.bandwidth.automatic;
 }
 
 void Usb2Driver::StoreLineLength(int clocks)

@@ -100,6 +100,8 @@ class Usb2Driver : public CCameraBase, protected Usb2Sensor {
     void WriteFrameLength();
     void WriteWindow();
     void WriteWindowEnd();
+    int LineOfBandwidth(int clockMHz); // of the region, the bit depth and the link
+    int ChosenBandwidth() const;
     void StoreLineLength(int clocks);
     void PublishTiming();
     void WriteLines(int64_t lines);
