@@ -99,6 +99,15 @@ VSC_API void setDebugPrint(bool on);
 
 /** Counts the supported cameras on the USB bus and refreshes the list behind the indexes of
  *  getCameraModel and openCamera.
+ *
+ *  The environment variable VSCCAM_CAMERA restricts the count, openCamera and the search for a
+ *  camera that was unplugged to the cameras that it names: by their port as the system calls it,
+ *  "usb:1-2.3", or by their model, "model:VSC470MC" (the maker's word may come first, upper and
+ *  lower case are alike, a variant has its own name). Several are separated by commas. What cannot
+ *  be read names no camera. A port belongs to one bus and thus to one speed: name both where a
+ *  camera may fall back to USB 2.0. Without the variable, or with an empty one, all cameras count;
+ *  programs with raised privileges (setuid) do not follow it. It is read at each count, so no other
+ *  thread may change the environment meanwhile.
  *  @return number of cameras; 0 also when the bus cannot be read */
 VSC_API int getNumberOfConnectedCameras(void);
 

@@ -1,3 +1,4 @@
+#include "api/camera_names.h"
 #include "api/product_table.h"
 #include "api/session.h"
 #include "base/config.h"
@@ -10,6 +11,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <utility>
 
 using namespace vsccam;
 
@@ -35,6 +37,7 @@ bool CreateAndOpen(std::unique_ptr<CCameraBase> &camera, const Product &product,
 {
     try {
         camera = product.create();
+        camera->RestrictTo(TheSession().choice);
         return camera->OpenCamera(ordinal);
     } catch (const std::exception &) {
         OutputDbgPrint("no memory for %s\n", product.modelName);
@@ -49,6 +52,7 @@ int getNumberOfConnectedCameras()
     if (libusb_init(nullptr) != 0)
         return 0;
     Session &session = TheSession();
+    CameraChoice choice = CamerasNamedByEnvironment();
     int count = 0;
     {
         DeviceList devices(nullptr);
@@ -63,12 +67,14 @@ int getNumberOfConnectedCameras()
             OutputDbgPrint("%04x:%04x (bus %d, device %d)\n", descriptor.idVendor,
                            descriptor.idProduct, libusb_get_bus_number(device),
                            libusb_get_device_address(device));
-            if (IsOurs(descriptor) && count < Session::kMaxCameras)
+            if (IsOurs(descriptor) && choice.Allows(PortPathOf(device), descriptor.idProduct) &&
+                count < Session::kMaxCameras)
                 session.ConnectedCameras[count++] = descriptor.idProduct;
         }
     }
     libusb_exit(nullptr);
     session.iConnectedCameras = count;
+    session.choice = std::move(choice);
     return count;
 }
 

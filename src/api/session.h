@@ -25,6 +25,7 @@ struct Session {
     // Entries behind the count are what earlier counts left there; the one after it may be opened.
     uint32_t ConnectedCameras[kMaxCameras + 1] = {};
     int iConnectedCameras = 0;
+    CameraChoice choice; // as of the last count
     int iCamIndex = 0;
     int cur_img_type = 0;
     int data_lenth = 0; // bytes of a frame in the present format, 0 before there is one

@@ -6,6 +6,7 @@
 #include "models/sony/s470.h"
 
 #include <gtest/gtest.h>
+#include <stdlib.h>
 
 #include <chrono>
 #include <functional>
@@ -447,6 +448,7 @@ TEST_F(CaptureTest, FindsALostCameraWhereverItCameBackAndNoOtherOne)
         const char *what;
         std::function<void()> happens; // to ours, at port 1, which was lost, and its twin at port 2
         std::optional<int> found;
+        const char *named = "";
     } cases[] = {
         {"behind its twin", [] { Bus().Replug(kOurs); }, kOurs},
         {"elsewhere",
@@ -462,9 +464,12 @@ TEST_F(CaptureTest, FindsALostCameraWhereverItCameBackAndNoOtherOne)
              Bus().Replug(kOurs, {.ports = {3, 2}});
          },
          kOurs},
+        {"where it may be", [] { Bus().Replug(kOurs, {.ports = {3}}); }, kOurs, "usb:2-1,usb:2-3"},
+        {"where it may not", [] { Bus().Replug(kOurs, {.ports = {4}}); }, {}, "usb:2-1,usb:2-3"},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.what);
+        setenv("VSCCAM_CAMERA", c.named, 1);
         ASSERT_EQ(OpenSmall(), kOurs);
         ASSERT_EQ(Bus().Plug("VSC470MM"), kTwin);
         startCapture();
@@ -482,6 +487,7 @@ TEST_F(CaptureTest, FindsALostCameraWhereverItCameBackAndNoOtherOne)
         closeCamera();
         NextCase();
     }
+    unsetenv("VSCCAM_CAMERA");
 }
 
 // As one that was initialised on such a link is, with what its user had set.

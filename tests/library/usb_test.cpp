@@ -1,10 +1,12 @@
 #include "api/camera_names.h"
+#include "api/session.h"
 #include "library/host_fixture.h"
 #include "library/wire.h"
 #include "models/sony/s470.h"
 #include "usb/lost_camera.h"
 
 #include <gtest/gtest.h>
+#include <stdlib.h>
 
 #include <array>
 #include <chrono>
@@ -199,6 +201,44 @@ TEST_F(TransportTest, ALostCameraIsTheOneAtItsPortElseTheOnlyNewcomerThatStays)
         }
         EXPECT_EQ(found, Ports(c.found));
     }
+}
+
+TEST_F(TransportTest, CountsAndOpensOnlyTheCamerasThatTheUserNames)
+{
+    Bus().Plug("VSC470MM");                                         // 2-1
+    const int named = Bus().Plug("VSC470MM", {}, {2, 3});           // 2-2.3
+    Bus().Plug("VSC470MC", {.link = vscsim::LinkSpeed::High}, {4}); // 1-4
+    Bus().PlugForeign(VSCSIM_VENDOR_ID, 0x056C);                    // 2-4
+    const struct {
+        const char *value;
+        std::vector<uint32_t> counted;
+        bool malformed = false;
+    } cases[] = {{"", {0x470B, 0x470B, 0x470A, 0x056C}},
+                 {"usb:2-2", {}},
+                 {"model:vsc470mm", {0x470B, 0x470B}},
+                 {"model:KYR VSC470MC, USB:2-1", {0x470B, 0x470A}},
+                 {"model:VSC056MM", {}},
+                 {"model:VSC056MM-A", {0x056C}},
+                 {"model:VSC9,usb:1-4", {0x470A}, true},
+                 {",", {}, true},
+                 {"VSC470MM", {}, true},
+                 {"usb:2", {}, true},
+                 {"usb:2-1.", {}, true},
+                 {"usb:2-256", {}, true},
+                 {"usb:0-1x", {}, true},
+                 {"usb:2-1.1.1.1.1.1.1.1", {}, true},
+                 {"usb:2-2.3", {0x470B}}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.value);
+        setenv("VSCCAM_CAMERA", c.value, 1);
+        const std::string printed = Printed(getNumberOfConnectedCameras);
+        const uint32_t *const list = TheSession().ConnectedCameras;
+        EXPECT_EQ(std::vector(list, list + TheSession().iConnectedCameras), c.counted);
+        EXPECT_EQ(printed.find("names no camera") != std::string::npos, c.malformed);
+    }
+    unsetenv("VSCCAM_CAMERA"); // which is read at each count
+    EXPECT_TRUE(openCamera(0));
+    EXPECT_FALSE(Bus().TakeTraffic(named).empty());
 }
 
 } // namespace
