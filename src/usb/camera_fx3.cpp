@@ -359,13 +359,25 @@ bool CCameraFX3::EnableGPIF32DQ(bool on)
     return SendCMD(request::kGpif32, on ? 1 : 0, 0, false, nullptr, 0);
 }
 
-bool CCameraFX3::GetFirmwareVer(uint8_t *version)
+int CCameraFX3::ReadFirmwareVer(uint8_t *version)
 {
     uint8_t answer[2] = {};
-    const bool ok = SendCMD(request::kFirmwareVersion, 0, 0, true, answer, sizeof answer);
+    const int result = Control(
+        {kVendorIn, request::kFirmwareVersion, 0, 0, answer, sizeof answer, kRequestTimeout});
     *version = answer[0] == 'V' ? answer[1] : uint8_t{1};
-    OutputDbgPrint("Ver success %d\n", ok ? 1 : 0);
-    return ok;
+    OutputDbgPrint("Ver success %d\n", result >= 0 ? 1 : 0);
+    return result;
+}
+
+bool CCameraFX3::GetFirmwareVer(uint8_t *version)
+{
+    return ReadFirmwareVer(version) >= 0;
+}
+
+std::optional<uint8_t> CCameraFX3::AskFirmwareVersion()
+{
+    uint8_t version = 0;
+    return GotNoAnswer(ReadFirmwareVer(&version)) ? std::nullopt : std::optional(version);
 }
 
 bool CCameraFX3::GetFPGAVer(uint8_t *major, uint8_t sub[4])

@@ -12,6 +12,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 
@@ -76,6 +77,8 @@ class CCameraFX3 {
 
     /// Version number of the controller's firmware; 1 when the answer is no version.
     bool GetFirmwareVer(uint8_t *version);
+    /// The same; nothing when the camera gave no answer. A refusal is an answer, and no version.
+    std::optional<uint8_t> AskFirmwareVersion();
     /// Version of the FPGA: major number and four nibbles. The result is that of the last read.
     bool GetFPGAVer(uint8_t *major, uint8_t sub[4]);
     /// The version as last read, without USB traffic.
@@ -198,6 +201,7 @@ class CCameraFX3 {
 
     int Control(const Request &request);
     int Transfer(const Request &request, Purpose purpose);
+    int ReadFirmwareVer(uint8_t *version);
     std::chrono::milliseconds TimeFor(std::chrono::milliseconds timeout, Purpose purpose) const;
     libusb_device_handle *FindDevice(uint16_t productId, int ordinal);
     bool MuteLately() const;

@@ -27,9 +27,6 @@ constexpr size_t kEepromBytes = 0x10000;
 constexpr size_t kEepromPage = 4096;
 constexpr int kEepromAttempts = 3;
 
-constexpr uint8_t kVendorOut = 0x40;
-constexpr auto kRestoreTimeout = 500ms;
-
 constexpr uint16_t kSonyReg3007 = 0x3007;
 constexpr uint16_t kFpgaMode = 0;
 constexpr auto kQuietingTime = 20ms;
@@ -77,16 +74,16 @@ uint16_t NextI2cDevice(uint8_t sizeClass, uint16_t device, size_t written)
 
 } // namespace
 
-/// For what brings a controller back: tried twice, and also when the camera has been mute of late.
-/// The firmware that fell silent does not matter here, the controller itself takes these requests.
+/// For what brings a controller back. The firmware that fell silent does not matter here, the
+/// controller itself takes these requests.
 bool CCameraFX3::RestoreFx2Ram(uint16_t address, std::span<const uint8_t> bytes)
 {
+    const LeavingSafe leaving;
     const auto load = [=, this] {
-        // libusb takes a pointer to non-const for both directions and only reads here.
-        return Control(kVendorOut, request::kRam, address, 0, const_cast<uint8_t *>(bytes.data()),
-                       static_cast<uint16_t>(bytes.size()), kRestoreTimeout, Try::Always) >= 0;
+        return DownloadBufferToDevice(address, static_cast<uint16_t>(bytes.size()), bytes.data(),
+                                      request::kRam);
     };
-    return load() || load();
+    return load() || load(); // a second time also after a time-out: nobody else brings it back
 }
 
 bool CCameraFX3::ReleaseFx2()
@@ -102,7 +99,6 @@ bool CCameraFX3::UpdateFW2RAM(std::span<const uint8_t> image)
     const auto load = [this](const FirmwareRecord &record) {
         return RestoreFx2Ram(static_cast<uint16_t>(record.address), record.data);
     };
-    // What fails twice would fail again.
     (void)(RestoreFx2Ram(kCpucs, kCpucsReset) && std::ranges::all_of(*records, load));
     (void)ReleaseFx2(); // whatever failed: a processor that was held must be let go
     return true;

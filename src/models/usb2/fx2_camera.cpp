@@ -22,7 +22,7 @@ bool Fx2Camera::BringFirmwareUpToDate(int n)
 {
     if (!Traits().firmware.name)
         return true;
-    const std::optional<uint8_t> version = AskFirmwareVersion();
+    const std::optional<uint8_t> version = FirmwareVersion();
     if (!version)
         return GiveUp();
     if (*version > Traits().lastOldFirmware)
@@ -33,17 +33,14 @@ bool Fx2Camera::BringFirmwareUpToDate(int n)
 }
 
 /// Nothing when the camera gave no answer: that is no reason to rewrite the memory that its
-/// controller starts from. A refusal is an answer, and stands for version 1.
-std::optional<uint8_t> Fx2Camera::AskFirmwareVersion()
+/// controller starts from.
+std::optional<uint8_t> Fx2Camera::FirmwareVersion()
 {
     constexpr int kTries = 3;
-    for (int i = 0; i < kTries; ++i) {
-        const int unanswered = UnansweredRequests();
-        uint8_t version = 0;
-        if (GetFirmwareVer(&version) || UnansweredRequests() == unanswered)
-            return version;
-    }
-    return std::nullopt;
+    std::optional<uint8_t> version;
+    for (int i = 0; i < kTries && !version; ++i)
+        version = AskFirmwareVersion();
+    return version;
 }
 
 /// The controller leaves the bus and comes back with what was written.

@@ -27,7 +27,7 @@ class Fx2Camera : public Usb2Driver {
     void CloseExposureGate() override;
 
     bool BringFirmwareUpToDate(int n);
-    std::optional<uint8_t> AskFirmwareVersion();
+    std::optional<uint8_t> FirmwareVersion();
     bool RefreshFirmware(int n, std::span<const uint8_t> image, const EepromProgrammer &programmer);
     bool GiveUp();
 };
