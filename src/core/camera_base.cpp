@@ -46,10 +46,10 @@ CCameraBase::CCameraBase(const CameraModel &model)
       m_gain(model.gain.initial), m_gamma(model.gamma.initial),
       m_brightness(model.brightness.initial), m_red(model.whiteBalance.red),
       m_blue(model.whiteBalance.blue), m_bandwidth(model.bandwidth.initial),
-      m_gamma16(std::make_unique<GammaTable16>()), m_work(LargestFrame(model)),
-      m_rowScratch(static_cast<size_t>(model.sensorWidth)), m_raw(LargestFrame(model)),
-      m_frames(LargestFrame(model))
+      m_work(LargestFrame(model)), m_rowScratch(static_cast<size_t>(model.sensorWidth)),
+      m_raw(LargestFrame(model)), m_frames(LargestFrame(model))
 {
+    m_guiding.Set();
     refreshControlList();
     m_algorithm.RGBYUV_Init();
     if (!m_frames.StartInstBufThr())
@@ -107,6 +107,9 @@ bool CCameraBase::CloseCamera()
     m_lost = false;
     if (!IsOpened())
         return false;
+    for (int line = 0; line < kGuideLines; ++line)
+        if (m_guideLineOn[line]) // of a thread that did not come to it any more
+            SwitchGuideLineOff(line);
     CloseDevice();
     OutputDbgPrint("camera closed\n");
     return true;
@@ -169,6 +172,7 @@ bool CCameraBase::StartWorker(bool single, std::function<void()> body)
 
 bool CCameraBase::StopCapture()
 {
+    const DeliveryPause pause(*this); // who waits for a frame is gone before it ends
     if (!m_capturing) {
         const EndOfThreads end(*this);
         m_worker.Join(); // one that ended by itself
@@ -190,7 +194,7 @@ bool CCameraBase::StopCapture()
 }
 
 CCameraBase::CapturePause::CapturePause(CCameraBase &camera)
-    : m_camera(camera), m_ran(camera.m_capturing)
+    : m_delivery(camera), m_camera(camera), m_ran(camera.m_capturing)
 {
     (void)m_camera.StopCapture(); // also joins an exposure that is just ending
     m_camera.m_frames.ResetCirBuff();
@@ -216,12 +220,22 @@ int CCameraBase::GetGain(bool *pbAuto)
 }
 
 bool CCameraBase::SetGamma(int gamma)
-{
+try {
+    const std::lock_guard lock(m_gammaSection);
     // Quirk, kept: the old gamma is tested, not the new one; hosts rely on it.
-    m_gamma = m_gamma > 100 ? 100 : gamma;
-    FillGammaTable(m_gamma, m_gamma8);
-    FillGammaTable(m_gamma, *m_gamma16);
+    const int next = m_gamma > 100 ? 100 : gamma;
+    std::shared_ptr<GammaTables> tables;
+    if (next != kLinearGamma) {
+        tables = std::make_shared<GammaTables>();
+        FillGammaTable(next, tables->of8Bits);
+        FillGammaTable(next, tables->of16Bits);
+    }
+    m_gamma = next;
+    m_gammaTables = std::move(tables); // who delivers a frame goes on using those of before
     return true;
+} catch (const std::bad_alloc &) {
+    OutputDbgPrint("no memory for the gamma tables\n");
+    return false;
 }
 
 int CCameraBase::GetGamma()
@@ -415,21 +429,53 @@ void CCameraBase::GetAutoPara(int *maxGain, int *maxExpSeconds, int *targetBrigh
 
 void CCameraBase::SetFlip(bool horizontal, bool vertical)
 {
-    m_flipH = horizontal;
-    m_flipV = vertical;
+    m_flip = static_cast<uint8_t>((horizontal ? kFlipH : 0) | (vertical ? kFlipV : 0));
 }
 
+void CCameraBase::EndWaits()
+{
+    m_readers.Close();
+    m_frames.InterruptReaders(true);
+    for (Turns &axis : m_guideAxes)
+        axis.Close();
+    m_guiding.Clear();
+}
+
+CCameraBase::DeliveryPause::DeliveryPause(CCameraBase &camera)
+    : m_readers(camera.m_readers), m_frames(camera.m_frames)
+{
+    m_frames.InterruptReaders(true);
+    m_readers.AwaitEnd();
+}
+
+CCameraBase::DeliveryPause::~DeliveryPause()
+{
+    m_frames.InterruptReaders(false);
+}
+
+/// Lines 0 and 1 are opposite, and so are 2 and 3: a pulse waits until both of its axis are off.
 bool CCameraBase::pulseGuide(int direction, int ms)
 {
     if (!IsGuideLine(direction))
         return true;
     OutputDbgPrint("PulseGuide Direction:%d time:%d\n", direction, ms);
-    const auto line = static_cast<uint16_t>(direction);
-    (void)SendCMD(request::kGuideOn, line, 0, false, nullptr, 0);
-    SleepFor(std::chrono::milliseconds(std::max(ms, 0)));
+    const Turns::Turn turn(m_guideAxes[direction / 2]);
+    if (!turn) // the camera is being closed
+        return true;
+    if (ms > 0) { // else "off" alone: the line may be on from a program that was killed
+        m_guideLineOn[direction] = true;
+        (void)SendCMD(request::kGuideOn, static_cast<uint16_t>(direction), 0, false, nullptr, 0);
+        (void)m_guiding.SleepFor(std::chrono::milliseconds(ms));
+    }
     // Also when "on" seemed to fail: a line that stays on drives the mount away.
-    (void)SendOff(request::kGuideOff, line);
+    SwitchGuideLineOff(direction);
     return true;
+}
+
+void CCameraBase::SwitchGuideLineOff(int line)
+{
+    (void)SendOff(request::kGuideOff, static_cast<uint16_t>(line));
+    m_guideLineOn[line] = false;
 }
 
 bool CCameraBase::pulseGuideOn(int direction)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/sync.h"
+#include "base/turns.h"
 #include "base/zeroed_buffer.h"
 #include "core/camera_model.h"
 #include "core/controls.h"
@@ -41,14 +42,26 @@ struct FrameCorrections {
     std::shared_ptr<const PixelPatches> hotPixels;
 };
 
+/// What a host has set that only the delivery of frames looks at, as it is for one frame.
+struct DeliverySettings {
+    bool flipH;
+    bool flipV;
+    bool monoBin;
+    std::shared_ptr<const GammaTables> gamma; // null: linear
+};
+
 /// A camera: its settings, its frames, its threads. Sensor families derive from it and program
 /// their sensors in the virtual operations, whose order is fixed.
 ///
-/// Threads. The host's thread calls the public operations. The capture worker reads the bulk
-/// endpoint and inserts frames; the auto-control thread and the worker set gain, exposure, balance
-/// and bandwidth through the same operations as the host. Single values are Shared; sequences that
-/// belong together (store, compute, write registers) hold m_settingsSection. StopCapture,
-/// CloseCamera and destruction leave no thread behind.
+/// Threads. Threads of the host call the public operations, any of them at the same time, but for
+/// those that open, close, initialise or change the format, and those that start or stop captures:
+/// these come one after the other. The capture worker reads the bulk endpoint and inserts frames;
+/// the auto-control thread and the worker set gain, exposure, balance and bandwidth through the
+/// same operations as the host. Single values are Shared; sequences that belong together (store,
+/// compute, write registers) hold m_settingsSection, which getters do without: it is held over
+/// USB requests. One reader at a time waits for frames and processes them, in a turn of m_readers;
+/// a DeliveryPause keeps readers out while a capture is stopped or the geometry changes.
+/// StopCapture, CloseCamera and destruction leave no thread behind.
 ///
 /// Destruction runs as CCameraBase, without a virtual destructor: whatever owns something is a
 /// member here, and derived classes have plain values only.
@@ -88,6 +101,25 @@ class CCameraBase : public CCameraFX3 {
 
     void StartExposure() { (void)StartCapture(true); } // the status tells how it went
     void StopExposure() { (void)StopCapture(); }
+
+    /// While it lasts, no frame is on its way to the host: readers that wait for one have been sent
+    /// away, one that was processing it has finished, and those that come wait for its end. Pauses
+    /// contain each other; only one thread at a time makes them.
+    class DeliveryPause {
+      public:
+        explicit DeliveryPause(CCameraBase &camera);
+        ~DeliveryPause();
+        DeliveryPause(const DeliveryPause &) = delete;
+        DeliveryPause &operator=(const DeliveryPause &) = delete;
+
+      private:
+        Turns::Pause m_readers;
+        CirBuf &m_frames;
+    };
+
+    /// Ends for good what threads of the host wait for: frames, and the ends of guide pulses, whose
+    /// lines are then switched off.
+    void EndWaits();
     /// One part of the balance, and whether both set themselves.
     void SetRed(int red, bool bAuto);
     void SetBlue(int blue, bool bAuto);
@@ -195,8 +227,8 @@ class CCameraBase : public CCameraFX3 {
     void SetTimeMark(bool on) { m_timeMark = on; }
     bool RawOutput() const { return m_rawOutput; }
     void SetRawOutput(bool on) { m_rawOutput = on; }
-    bool FlipH() const { return m_flipH; }
-    bool FlipV() const { return m_flipV; }
+    bool FlipH() const { return (m_flip & kFlipH) != 0; }
+    bool FlipV() const { return (m_flip & kFlipV) != 0; }
     void SetFlip(bool horizontal, bool vertical);
     bool Usb3Host() const { return m_usb3Host; }
     float CoolerPower() const { return m_coolerPower; }
@@ -246,6 +278,7 @@ class CCameraBase : public CCameraFX3 {
         CapturePause &operator=(const CapturePause &) = delete;
 
       private:
+        DeliveryPause m_delivery;
         CCameraBase &m_camera;
         bool m_ran;
     };
@@ -336,24 +369,31 @@ class CCameraBase : public CCameraFX3 {
     bool BinnedBySensor(const RawFrame &frame) const;
     /// Cameras that mark only the head of a frame: the worker cannot tell whether it is whole.
     bool ReaderChecksFrames() const { return !m_model.usb3Camera; }
-    bool TakeFrame(uint8_t *frame, int waitMs);
-    bool AwaitHeadMarkedFrame(int waitMs);
+    class Wait;
+    bool DeliverFrame(uint8_t *buffer, int size, const Wait &wait, Clock::time_point turnUntil);
+    bool AwaitFrame(const Wait &wait);
+    bool AwaitHeadMarkedFrame(const Wait &wait);
+    bool ReadFrame(uint8_t *frame);
+    DeliverySettings CurrentDelivery();
     FrameRegion RawFrameRegion();
     void FitCorrections();
     FrameCorrections Corrections(Size readout);
     void DoGetDark(const uint8_t *frame, Size readout);
     template <class Sample>
-    FrameSteps<Sample> Prepare(Sample *frame, bool inPlace, const FrameCorrections &corrections);
-    void Deliver16(uint16_t *frame, uint8_t *buffer);
-    void Deliver8(uint8_t *frame, uint8_t *buffer);
+    FrameSteps<Sample> Prepare(Sample *frame, bool inPlace, const FrameCorrections &corrections,
+                               const DeliverySettings &settings);
+    void Deliver16(uint16_t *frame, uint8_t *buffer, const DeliverySettings &settings);
+    void Deliver8(uint8_t *frame, uint8_t *buffer, const DeliverySettings &settings);
     void FollowBalance();
     bool DeliversSamples();
-    bool DeliversAsRead();
+    bool DeliversAsRead(const DeliverySettings &settings);
+    void SwitchGuideLineOff(int line);
 
     // Host settings that only the image pipeline uses.
+    static constexpr uint8_t kFlipH = 1;
+    static constexpr uint8_t kFlipV = 2;
     Shared<bool> m_rawOutput;
-    Shared<bool> m_flipH;
-    Shared<bool> m_flipV;
+    Shared<uint8_t> m_flip; // both at once
     Shared<bool> m_monoBin;
     Shared<bool> m_timeMark;
     int m_ordinal = 0;
@@ -373,13 +413,22 @@ class CCameraBase : public CCameraFX3 {
     HotPixels m_hotPixels;
     FrameRegion m_correctedRegion; // that both were fitted to last; guarded by m_settingsSection
 
-    // The pipeline, on the host's thread.
+    // Held while the gamma is set; what the next one points to is never changed, but replaced.
+    CriticalSection m_gammaSection;
+    std::shared_ptr<const GammaTables> m_gammaTables; // null: linear
+
+    // The pipeline, on the host's thread that has the turn.
+    Turns m_readers;
     CAlgorithm m_algorithm;
     int m_balanceInTable[2] = {-1, -1}; // red and blue that m_algorithm has its tables for
-    GammaTable8 m_gamma8{};
-    std::unique_ptr<GammaTable16> m_gamma16;
-    ZeroedBuffer m_work; // the frame in process
+    ZeroedBuffer m_work;                // the frame in process
     RowScratch m_rowScratch;
+
+    // Guide pulses, on the threads of the host that send them.
+    static constexpr int kGuideLines = 4;
+    Turns m_guideAxes[kGuideLines / 2]; // of a line and its opposite: one of the two is on
+    Shared<bool> m_guideLineOn[kGuideLines];
+    RunFlag m_guiding; // cleared to end the pulses
 
     // Started by StartCapture, ended by m_capturing, joined by StopCapture. Only reader of the bulk
     // endpoint, only producer of m_frames.

@@ -354,6 +354,7 @@ int CCameraBase::SetControlValue(VSC_CONTROL_TYPE type, int32_t value, bool bAut
 
 bool CCameraBase::SetExposureControl(int32_t us, bool bAuto)
 {
+    const std::lock_guard lock(m_settingsSection); // what is stored is what is set
     // Quirk, kept: only what was asked for through this interface counts, not what is set by now.
     if (us == m_lastExposureAsked && bAuto == m_lastExposureAutoAsked)
         return true;

@@ -159,7 +159,11 @@ void CCameraBase::DoGetDark(const uint8_t *frame, Size readout)
 
 bool CCameraBase::AdjustDarkBuff()
 try {
-    m_darkFrames.Cut(RawFrameRegion());
+    FrameRegion region;
+    do { // until it is the region that others, who may be moving it meanwhile, have come to
+        region = RawFrameRegion();
+        m_darkFrames.Cut(region);
+    } while (region != RawFrameRegion());
     return true;
 } catch (const std::bad_alloc &) {
     OutputDbgPrint(kNoMemory);

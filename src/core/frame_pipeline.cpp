@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <ctime>
+#include <mutex>
 #include <utility>
 
 // From the raw frame to the host's buffer, on the thread of the host that asks for it.
@@ -23,10 +24,14 @@ bool Aligned16(const uint8_t *bytes)
     return reinterpret_cast<uintptr_t>(bytes) % 2 == 0;
 }
 
+using std::chrono::milliseconds;
+
 constexpr int kNoLimit = -1;
+// The frame of an exposure is there or is not: nobody is held up for longer by another reader.
+constexpr milliseconds kTurnForExposure{1000};
 constexpr uint32_t kSlowVideoFromUs = 100'000; // frames this far apart are taken as they come
 // A host that waits is held up so much longer for the frame behind the one that has come.
-constexpr std::chrono::milliseconds kGraceForFollower{100};
+constexpr milliseconds kGraceForFollower{100};
 
 void SwapBytes(std::span<uint8_t> samples)
 {
@@ -35,6 +40,25 @@ void SwapBytes(std::span<uint8_t> samples)
 }
 
 } // namespace
+
+/// How long a host waits for a frame.
+class CCameraBase::Wait {
+  public:
+    explicit Wait(int ms) : m_deadline(ms == kNoLimit ? kNever : Clock::now() + milliseconds(ms)) {}
+
+    Clock::time_point Deadline() const { return m_deadline; }
+    /// What is left of it, as the frame buffer wants it.
+    int LeftMs(milliseconds grace = milliseconds(0)) const
+    {
+        if (m_deadline == kNever)
+            return kNoLimit;
+        const auto left = std::chrono::ceil<milliseconds>(m_deadline + grace - Clock::now());
+        return static_cast<int>(std::max<int64_t>(left.count(), 0));
+    }
+
+  private:
+    Clock::time_point m_deadline;
+};
 
 Size CCameraBase::ReadoutSize()
 {
@@ -56,46 +80,72 @@ int CCameraBase::ReadoutBytes()
 
 bool CCameraBase::GetImageAfterExp(unsigned char *buffer, int size)
 {
-    const bool taken = m_expStatus == kExpSuccess && GetImage(buffer, size, -1);
-    m_expStatus = kExpIdle;
-    return taken;
+    // Set first: of two threads one gets the frame, and neither touches a state that comes later.
+    return m_expStatus.exchange(kExpIdle) == kExpSuccess &&
+           DeliverFrame(buffer, size, Wait(kNoLimit), Clock::now() + kTurnForExposure);
 }
 
 bool CCameraBase::GetImage(unsigned char *buffer, int size, int waitMs)
 {
-    if (!buffer ||
+    const Wait wait(waitMs);
+    return DeliverFrame(buffer, size, wait, wait.Deadline());
+}
+
+/// Geometry and format stay as they are as long as the turn lasts: what changes them ends it first.
+/// Everything else may change at any time, and is looked at once.
+bool CCameraBase::DeliverFrame(uint8_t *buffer, int size, const Wait &wait,
+                               Clock::time_point turnUntil)
+{
+    const Turns::Turn turn(m_readers, turnUntil);
+    if (!turn || !buffer ||
         Area({m_width, m_height}) * static_cast<int64_t>(BytesPerPixel(ImageType())) > size)
         return false;
-    // The buffer of the host serves as the work buffer where each pixel stays in its place.
-    const bool inPlace = DeliversAsRead() && Aligned16(buffer);
-    uint8_t *frame = inPlace ? buffer : m_work.data();
-    if (!TakeFrame(frame, waitMs))
-        return false;
+    DeliverySettings settings{};
+    uint8_t *frame = nullptr;
+    do {
+        if (!AwaitFrame(wait))
+            return false;
+        settings = CurrentDelivery();
+        // The buffer of the host serves as the work buffer where each pixel stays in its place.
+        frame = DeliversAsRead(settings) && Aligned16(buffer) ? buffer : m_work.data();
+    } while (!ReadFrame(frame)); // a start has just thrown it away
     if (m_output16Bits)
-        Deliver16(reinterpret_cast<uint16_t *>(frame), buffer);
+        Deliver16(reinterpret_cast<uint16_t *>(frame), buffer, settings);
     else
-        Deliver8(frame, buffer);
+        Deliver8(frame, buffer, settings);
     if (m_timeMark)
         AddTimeMark(buffer, m_width, ImageType());
     return true;
 }
 
-/// Takes the next good frame, without what the camera wrote over its pixels, samples in the order
-/// of the host.
-bool CCameraBase::TakeFrame(uint8_t *frame, int waitMs)
+DeliverySettings CCameraBase::CurrentDelivery()
 {
+    const std::lock_guard lock(m_gammaSection);
+    const uint8_t flip = m_flip;
+    return {.flipH = (flip & kFlipH) != 0,
+            .flipV = (flip & kFlipV) != 0,
+            .monoBin = m_monoBin,
+            .gamma = m_gammaTables};
+}
+
+bool CCameraBase::AwaitFrame(const Wait &wait)
+{
+    return ReaderChecksFrames() ? AwaitHeadMarkedFrame(wait) : m_frames.WaitForBuff(wait.LeftMs());
+}
+
+/// Takes the frame that was waited for, without what the camera wrote over its pixels, samples in
+/// the order of the host.
+bool CCameraBase::ReadFrame(uint8_t *frame)
+{
+    if (!m_frames.ReadBuff(frame, ReadoutBytes(), 0))
+        return false;
     const size_t rowBytes =
         static_cast<size_t>(ReadoutSize().width) * static_cast<size_t>(m_output16Bits ? 2 : 1);
     const std::span bytes(frame, static_cast<size_t>(ReadoutBytes()));
-    if (ReaderChecksFrames()) {
-        if (!AwaitHeadMarkedFrame(waitMs) || !m_frames.ReadBuff(frame, ReadoutBytes(), 0))
-            return false;
+    if (ReaderChecksFrames())
         HideHeadMark(bytes, rowBytes);
-    } else {
-        if (!m_frames.ReadBuff(frame, ReadoutBytes(), waitMs))
-            return false;
+    else
         HideFrameMarks(bytes, rowBytes);
-    }
     if (m_output16Bits && m_model.highByteFirst)
         SwapBytes(bytes);
     return true;
@@ -105,23 +155,17 @@ bool CCameraBase::TakeFrame(uint8_t *frame, int waitMs)
 /// away here. So is, in fast video, a frame that a frame without mark follows: it has lost its end
 /// to it. One that nothing follows in time stays for the next call; when the capture stops, it is
 /// gone with all that was not taken. A finite wait is not begun anew for the next frame.
-bool CCameraBase::AwaitHeadMarkedFrame(int waitMs)
+bool CCameraBase::AwaitHeadMarkedFrame(const Wait &wait)
 {
-    using std::chrono::milliseconds;
-    const auto deadline = Clock::now() + milliseconds(waitMs);
-    const auto left = [&](milliseconds grace) {
-        const auto ms = std::chrono::floor<milliseconds>(deadline + grace - Clock::now());
-        return waitMs == kNoLimit ? kNoLimit : static_cast<int>(std::max<int64_t>(ms.count(), 0));
-    };
     const bool standsAlone = m_singleExposure || m_exposureUs >= kSlowVideoFromUs;
-    while (m_frames.WaitForBuff(left(milliseconds(0)))) {
+    while (m_frames.WaitForBuff(wait.LeftMs())) {
         if (m_frames.IsBuffHeadCorrect(kHeadMark, 0) != CirBuf::Head::Correct) {
             OutputDbgPrint("*buf head error*\n");
         } else if (standsAlone) {
             return true;
         } else {
             const CirBuf::Head follower = m_frames.IsBuffHeadCorrect(
-                kHeadMark, left(kGraceForFollower), CirBuf::Place::Behind);
+                kHeadMark, wait.LeftMs(kGraceForFollower), CirBuf::Place::Behind);
             if (follower != CirBuf::Head::Wrong)
                 return follower == CirBuf::Head::Correct;
             OutputDbgPrint("*next buf head error*\n");
@@ -141,9 +185,10 @@ bool CCameraBase::DeliversSamples()
 
 /// Whether the delivered image has the pixels of the read-out where they were, apart from their
 /// values.
-bool CCameraBase::DeliversAsRead()
+bool CCameraBase::DeliversAsRead(const DeliverySettings &settings)
 {
-    return DeliversSamples() && ReadoutSize() == Size{m_width, m_height} && !m_flipH && !m_flipV;
+    return DeliversSamples() && ReadoutSize() == Size{m_width, m_height} && !settings.flipH &&
+           !settings.flipV;
 }
 
 /// What is left to be done with a frame row by row: nothing in place, where the corrections are all
@@ -151,7 +196,8 @@ bool CCameraBase::DeliversAsRead()
 /// are; and before large bins, the corrections are a pass of their own.
 template <class Sample>
 FrameSteps<Sample> CCameraBase::Prepare(Sample *frame, bool inPlace,
-                                        const FrameCorrections &corrections)
+                                        const FrameCorrections &corrections,
+                                        const DeliverySettings &settings)
 {
     const Size readout = ReadoutSize();
     FrameSteps<Sample> steps{
@@ -160,16 +206,16 @@ FrameSteps<Sample> CCameraBase::Prepare(Sample *frame, bool inPlace,
         .height = static_cast<size_t>(readout.height),
         .patches = {corrections.hotPixels.get(), corrections.dark.bright.get()},
         .bin = static_cast<unsigned>(SoftwareBin()),
-        .mosaic = m_model.colour && !m_monoBin,
-        .flipH = m_flipH,
-        .flipV = m_flipV};
+        .mosaic = m_model.colour && !settings.monoBin,
+        .flipH = settings.flipH,
+        .flipV = settings.flipV};
     if constexpr (sizeof(Sample) == 2)
         steps.converterBits = static_cast<uint16_t>(0xFFFF << (16 - m_model.adcBits));
-    if (m_gamma != kLinearGamma) {
+    if (settings.gamma) {
         if constexpr (sizeof(Sample) == 1)
-            steps.gamma = m_gamma8.data();
+            steps.gamma = settings.gamma->of8Bits.data();
         else
-            steps.gamma = m_gamma16->data();
+            steps.gamma = settings.gamma->of16Bits.data();
     }
     if (const WorkingDark *dark = corrections.dark.working.get())
         steps.dark = {dark->pixels.data(), static_cast<unsigned>(dark->mean)};
@@ -178,20 +224,20 @@ FrameSteps<Sample> CCameraBase::Prepare(Sample *frame, bool inPlace,
     return steps;
 }
 
-void CCameraBase::Deliver16(uint16_t *frame, uint8_t *buffer)
+void CCameraBase::Deliver16(uint16_t *frame, uint8_t *buffer, const DeliverySettings &settings)
 {
     const FrameCorrections corrections = Corrections(ReadoutSize()); // holds the lists in use
     const bool inPlace = reinterpret_cast<uint8_t *>(frame) == buffer;
-    const FrameSteps<uint16_t> steps = Prepare(frame, inPlace, corrections);
+    const FrameSteps<uint16_t> steps = Prepare(frame, inPlace, corrections, settings);
     if (DeliversSamples())
         FrameRows(steps, m_rowScratch).CopyTo(buffer);
 }
 
-void CCameraBase::Deliver8(uint8_t *frame, uint8_t *buffer)
+void CCameraBase::Deliver8(uint8_t *frame, uint8_t *buffer, const DeliverySettings &settings)
 {
     DoGetDark(frame, ReadoutSize());
     const FrameCorrections corrections = Corrections(ReadoutSize()); // holds the dark frame in use
-    const FrameSteps<uint8_t> steps = Prepare(frame, frame == buffer, corrections);
+    const FrameSteps<uint8_t> steps = Prepare(frame, frame == buffer, corrections, settings);
     const IMAGE_TYPE type = ImageType();
     if (DeliversSamples()) {
         FrameRows(steps, m_rowScratch).CopyTo(buffer);

@@ -16,4 +16,10 @@ using GammaTable16 = std::array<uint16_t, 65536>;
 void FillGammaTable(int gamma, GammaTable8 &table);
 void FillGammaTable(int gamma, GammaTable16 &table);
 
+/// Both, of one setting.
+struct GammaTables {
+    GammaTable8 of8Bits;
+    GammaTable16 of16Bits;
+};
+
 } // namespace vsccam

@@ -112,7 +112,8 @@ bool CirBuf::WaitForFrames(std::unique_lock<CriticalSection> &lock, int count,
     const bool endsWithProducer = m_producing || deadline == kNever;
     (void)m_frameAvailable.WaitUntil(lock, deadline, [=, this] {
         const bool onItsWay = m_pending.source || m_inserting;
-        return m_filled >= count || (endsWithProducer && !m_producing && !onItsWay);
+        return m_filled >= count || m_interruptions > 0 ||
+               (endsWithProducer && !m_producing && !onItsWay);
     });
     return m_filled >= count;
 }
@@ -180,6 +181,15 @@ void CirBuf::SetProducing(bool producing)
     {
         const std::lock_guard lock(m_section);
         m_producing = producing;
+    }
+    m_frameAvailable.NotifyAll();
+}
+
+void CirBuf::InterruptReaders(bool on)
+{
+    {
+        const std::lock_guard lock(m_section);
+        m_interruptions += on ? 1 : -1;
     }
     m_frameAvailable.NotifyAll();
 }

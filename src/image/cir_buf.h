@@ -8,7 +8,7 @@
 
 namespace vsccam {
 
-/// Two frame slots between the capture worker, which inserts, and the host's thread, which reads. A
+/// Two frame slots between the capture worker, which inserts, and one reader at a time. A
 /// thread of its own copies into the slots, so that the worker can go back to the bus at once; the
 /// worker never waits: a full or busy buffer refuses the frame.
 class CirBuf {
@@ -53,6 +53,9 @@ class CirBuf {
     /// Tells readers whether frames can come.
     void SetProducing(bool producing);
 
+    /// Sends readers away that wait, and those that come, until as many calls took it back.
+    void InterruptReaders(bool on);
+
   private:
     struct Slot {
         ZeroedBuffer bytes;
@@ -85,6 +88,7 @@ class CirBuf {
     bool m_inserting = false; // the insert thread copies into the slot at m_writeIndex
     bool m_reading = false;   // the reader copies out of the slot at m_readIndex
     bool m_producing = false;
+    int m_interruptions = 0; // of the readers' waits
 };
 
 } // namespace vsccam

@@ -139,12 +139,15 @@ template <class Base> bool Usb3Driver<Base>::SetHardwareBin(bool on)
 {
     if (!m_model.hasHardwareBin)
         return Base::SetHardwareBin(on);
+    if (m_bin == 1) {
+        m_hardwareBin = on;
+        return true;
+    }
+    const DeliveryPause delivery(*this); // no reader takes frames of before for those of now
     {
         const std::lock_guard lock(m_settingsSection);
         const bool changes = m_hardwareBin != on;
-        m_hardwareBin = on; // frames of before are told by their size until the capture pauses
-        if (m_bin == 1)
-            return true;
+        m_hardwareBin = on; // the automatics tell frames of before by their size
         if (changes)
             LoadReadoutMode();
     }

@@ -55,7 +55,7 @@ template <class Base> class Usb3Driver : public Base, protected CaptureSensor {
         Base::m_startY, Base::m_temperatureC, Base::m_usb3Host, Base::m_whiteBalanceAuto,
         Base::m_width;
     using Base::ReadoutSize, Base::SendCMD, Base::WriteFPGAREG;
-    using typename Base::CapturePause;
+    using typename Base::CapturePause, typename Base::DeliveryPause;
 
     /// Sensor and FPGA after power-on: what does not depend on what the host has set.
     virtual void PowerUp() = 0;

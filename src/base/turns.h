@@ -1,0 +1,72 @@
+#pragma once
+
+#include "base/sync.h"
+
+#include <thread>
+
+namespace vsccam {
+
+/// Something that one thread at a time may do. The others wait, and get their turns in the order in
+/// which they came.
+class Turns {
+  public:
+    class Turn;
+    class Pause;
+
+    Turns() = default;
+    Turns(const Turns &) = delete;
+    Turns &operator=(const Turns &) = delete;
+
+    /// Ends all turns, as a Pause does, and grants none from now on. Waits for nobody.
+    void Close();
+
+  private:
+    void EndAll();
+    void Remove(const Turn &turn);
+    bool OthersToLeave() const;
+
+    CriticalSection m_section; // guards everything below, and the turns in the queue
+    Condition m_changed;
+    Turn *m_first = nullptr; // the turn that is taken, and behind it those that wait
+    int m_pauses = 0;
+    bool m_closed = false;
+};
+
+/// The turn of one thread, waited for by the constructor and over with the object.
+class Turns::Turn {
+  public:
+    /// Not granted when the deadline passes, or a Pause or Close comes, before it is its turn.
+    explicit Turn(Turns &turns, Clock::time_point deadline = kNever);
+    ~Turn();
+    Turn(const Turn &) = delete;
+    Turn &operator=(const Turn &) = delete;
+
+    explicit operator bool() const { return m_granted; }
+
+  private:
+    friend Turns;
+
+    Turns &m_turns;
+    const std::thread::id m_thread = std::this_thread::get_id();
+    Turn *m_next = nullptr;
+    bool m_ended = false; // it is to leave
+    bool m_granted = false;
+};
+
+/// Ends the turns that are taken or waited for; who comes later waits until the pause is over.
+class Turns::Pause {
+  public:
+    explicit Pause(Turns &turns);
+    ~Pause();
+    Pause(const Pause &) = delete;
+    Pause &operator=(const Pause &) = delete;
+
+    /// Waits until the threads have left whose turns were ended; not after a Close, and not for the
+    /// calling thread, which a signal may have brought here out of its turn.
+    void AwaitEnd();
+
+  private:
+    Turns &m_turns;
+};
+
+} // namespace vsccam
