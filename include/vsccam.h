@@ -5,8 +5,23 @@
  * it, sets format and controls, and then runs either video (startCapture, getImageData,
  * stopCapture) or single exposures (startExposure, getExpStatus, getImageAfterExp).
  *
- * Threads: one host thread at a time may be inside the library. No function takes a lock of the
- * host, and none throws or aborts.
+ * Threads: every function may be called from any thread at any time; no lock of the host is needed.
+ *  - A thread that waits for a frame (getImageData) or sends a guide pulse (pulseGuide) delays no
+ *    other call. What sets or asks the camera may wait for the requests of other calls, each of
+ *    which the camera answers within milliseconds, or leaves unanswered for 0.5 s at most.
+ *  - "Served in turn", one after the other in the order of the calls, are: openCamera, closeCamera,
+ *    initCamera, setImageFormat, setStartPos, startCapture, stopCapture, startExposure,
+ *    stopExposure, and setValue of CONTROL_HARDWARE_BIN and CONTROL_HIGH_SPEED. Each of them may
+ *    first wait for those that are under way.
+ *  - Waits for frames end, without a frame, before stopCapture, stopExposure, closeCamera,
+ *    setImageFormat and the two setValue return. A frame is delivered in the one format or in the
+ *    other, and never beyond the size of the host's buffer.
+ *  - While a camera is being closed, calls from other threads find none. Calls that are inside it
+ *    are finished first.
+ *  - Functions that return what was set ask the library, not the camera: they return at once, also
+ *    while another thread waits for the camera. Only temperature and identity are read anew.
+ * No function takes a lock of the host, and none throws or aborts. Calls from signal handlers and
+ * from a forked child that has not called exec are not supported.
  *
  * Errors are values: every function has a documented result for "no camera is open", and a false
  * (0) result changes nothing unless it says so. Messages for humans appear on standard output
@@ -108,13 +123,15 @@ VSC_API void setDebugPrint(bool on);
  *  camera may fall back to USB 2.0. Without the variable, or with an empty one, all cameras count;
  *  programs with raised privileges (setuid) do not follow it. It is read at each count, so no other
  *  thread may change the environment meanwhile.
- *  @return number of cameras; 0 also when the bus cannot be read */
+ *  @return number of cameras; 0 also when the bus cannot be read
+ *  @note Takes the time to read the descriptors of all devices; asks nothing of an open camera. */
 VSC_API int getNumberOfConnectedCameras(void);
 
 /** Model name of a camera of the last count, such as "KYR VSC470MC".
  *  @param iCamIndex  0 to count - 1
- *  @return a text that the next call overwrites; "Error" when the entry holds no supported camera;
- *          NULL when the index is negative or greater than the count */
+ *  @return a text that the next call of the same thread overwrites; "Error" when the entry holds no supported camera;
+ *          NULL when the index is negative or greater than the count
+ *  @note There is one text for each thread. */
 VSC_API char *getCameraModel(int iCamIndex);
 
 /** Opens the camera at an index of the last count (counting first if there was no count yet).
@@ -124,6 +141,7 @@ VSC_API char *getCameraModel(int iCamIndex);
  *  @return 1 on success; 0 when there is no such camera, it is in use by another program, access
  *          to it is not permitted, or memory ran out
  *  @note After a failure the index counts as open: call closeCamera before trying it again.
+ *  @note Served in turn. Until it returns, calls of other threads find no camera.
  *  @note Some USB 2.0 cameras with old firmware get a newer one from files, when these are there;
  *        it takes up to 10 s. Without them the camera is used as it is, and a message names the
  *        missing or damaged file: s340mm.fx2, s340mc.fx2, s350mm.fx2 or s052mc.fx2 of the model,
@@ -136,10 +154,15 @@ VSC_API VSC_BOOL openCamera(int iCamIndex);
 
 /** Programs sensor and camera and sets the full sensor size, bin 1, VSC_IMG_RAW8. To be called
  *  once after openCamera.
- *  @return 1 on success; 0 without an open camera */
+ *  @return 1 on success; 0 without an open camera
+ *  @note Served in turn; calls that set controls wait for its end. It waits for a SetID or GetID of
+ *        another thread. */
 VSC_API VSC_BOOL initCamera(void);
 
-/** Stops whatever runs and closes the camera. Settings and cooling end with it. */
+/** Stops whatever runs and closes the camera. Settings and cooling end with it.
+ *  @note Served in turn, then ends within 2 s. Waits for frames end first, and so do guide pulses:
+ *        their lines are switched off before their time. Other calls inside have 0.3 s before the
+ *        device is closed under them, so that they fail; a SetID then leaves no identity. */
 VSC_API void closeCamera(void);
 
 /* ---- controls ---- */
@@ -147,7 +170,9 @@ VSC_API void closeCamera(void);
 /** Present value of a control.
  *  @param pbAuto  receives whether the control sets itself; false for controls without that mode.
  *                 May be NULL.
- *  @return the value in the unit given at Control_TYPE; 0 for an unknown control or no camera */
+ *  @return the value in the unit given at Control_TYPE; 0 for an unknown control or no camera
+ *  @note CONTROL_TEMPERATURE asks the camera each time, see getSensorTemp. All others return at
+ *        once. */
 VSC_API int getValue(Control_TYPE control, bool *pbAuto);
 
 /** Sets a control. Gain, exposure, white balance, bandwidth and target temperature are clamped to
@@ -155,7 +180,9 @@ VSC_API int getValue(Control_TYPE control, bool *pbAuto);
  *  S2800 and PYTHON models clamp brightness, too. Read-only and unknown controls, and cooler
  *  controls of models without a cooler, are ignored.
  *  @param bAuto  true lets the control set itself (gain, exposure, white balance, bandwidth). Red
- *                and blue share this flag: either one switches it for both. */
+ *                and blue share this flag: either one switches it for both.
+ *  @note Sends requests, and waits for calls of other threads that set something. Hardware binning
+ *        and high speed pause a running capture, as setImageFormat does, and are served in turn. */
 VSC_API void setValue(Control_TYPE control, int value, bool bAuto);
 
 /** Smallest value of a control; 0 for an unknown control or no camera. */
@@ -195,7 +222,9 @@ VSC_API void getAutoPara(int *maxGain, int *maxExp, int *targetBrightness);
  *  @param height   output pixels
  *  @param bin      binning factor, see isBinSupported
  *  @param imgType  VSC_IMG_TYPE
- *  @return 1 on success; 0 when the camera refuses, in which case the previous format stays */
+ *  @return 1 on success; 0 when the camera refuses, in which case the previous format stays
+ *  @note Served in turn. Waits of other threads for a frame end, without one, before anything
+ *        changes, also when the format is refused; a frame that is being delivered is finished. */
 VSC_API VSC_BOOL setImageFormat(int width, int height, int bin, int imgType);
 
 /** Present format, VSC_IMG_TYPE; 3 without a camera. */
@@ -223,7 +252,8 @@ VSC_API int getWidth(void);
 VSC_API int getHeight(void);
 
 /** Moves the region, also while video runs. Positions are aligned and clamped by the model.
- *  @param x, y  top left corner in binned pixels */
+ *  @param x, y  top left corner in binned pixels
+ *  @note Served in turn; sends requests. */
 VSC_API void setStartPos(int x, int y);
 
 /** Left edge of the region in binned pixels; 0 without a camera. */
@@ -261,10 +291,12 @@ VSC_API void getGainOffset(int *a, int *b, int *c, int *d);
 
 /* ---- video ---- */
 
-/** Starts continuous video. Does nothing when capture runs already or no camera is open. */
+/** Starts continuous video. Does nothing when capture runs already or no camera is open.
+ *  @note Served in turn. Does not wait for the first frame. */
 VSC_API void startCapture(void);
 
-/** Stops video, or aborts a single exposure. Ends within 2 s. */
+/** Stops video, or aborts a single exposure.
+ *  @note Served in turn, then ends within 2 s. Waits of other threads for a frame end first. */
 VSC_API void stopCapture(void);
 
 /** Copies the next video frame into the host's buffer.
@@ -273,7 +305,9 @@ VSC_API void stopCapture(void);
  *  @param waitMs      longest wait in milliseconds, -1 for no limit
  *  @return 1 when a frame was copied; 0 on time-out, small or NULL buffer, when capture stopped or
  *          the camera was lost during the wait, or no open camera
- *  @note Blocks the calling thread for at most waitMs + 100 ms. */
+ *  @note Waits: blocks the calling thread, and no call of another one, for at most waitMs + 100 ms.
+ *        Of several threads that wait, each gets its frames in the order of the calls; nobody gets
+ *        one that another has got. */
 VSC_API VSC_BOOL getImageData(unsigned char *buffer, int bufferSize, int waitMs);
 
 /** Frames lost since capture was started: refused by a full buffer, incomplete or damaged. A stop
@@ -282,10 +316,12 @@ VSC_API int getDroppedFrames(void);
 
 /* ---- single exposures ---- */
 
-/** Starts one exposure of CONTROL_EXPOSURE microseconds; getExpStatus tells how it goes. */
+/** Starts one exposure of CONTROL_EXPOSURE microseconds; getExpStatus tells how it goes.
+ *  @note Served in turn. Does not wait for the exposure. */
 VSC_API void startExposure(void);
 
-/** Aborts a running exposure; its frame is lost and the state goes back to VSC_EXP_IDLE. */
+/** Aborts a running exposure; its frame is lost and the state goes back to VSC_EXP_IDLE.
+ *  @note As stopCapture. */
 VSC_API void stopExposure(void);
 
 /** State of the single exposure, VSC_EXP_STATUS; 3 without a camera. */
@@ -295,13 +331,17 @@ VSC_API int getExpStatus(void);
  *  @param buffer      as in getImageData
  *  @param bufferSize  bytes available; when the frame is larger, nothing changes
  *  @return 1 when a frame was copied; 0 when the state was not VSC_EXP_SUCCESS, for a small or
- *          NULL buffer, or no open camera */
+ *          NULL buffer, or no open camera
+ *  @note Waits for no exposure; for a getImageData of another thread, 1 s at most. Of several
+ *        threads that call it, one gets the frame. */
 VSC_API VSC_BOOL getImageAfterExp(unsigned char *buffer, int bufferSize);
 
 /* ---- other ---- */
 
 /** Sensor temperature in degrees Celsius, the last known one when the camera does not answer;
- *  0.0 for models without a sensor thermometer or without a camera. */
+ *  0.0 for models without a sensor thermometer or without a camera.
+ *  @note Asks the camera: waits for its answer, 0.5 s at most for each of its requests (one; on
+ *        USB 2.0 models up to three), and for a request of another thread. */
 VSC_API float getSensorTemp(void);
 
 /** Mirrors delivered frames: left to right (x), top to bottom (y).
@@ -311,28 +351,37 @@ VSC_API VSC_BOOL SetMisc(bool bFlipX, bool bFlipY);
 /** Reads what SetMisc sets. Pointers may be NULL; nothing is written without a camera. */
 VSC_API void GetMisc(bool *pbFlipX, bool *pbFlipY);
 
-/** Switches a line of the guide port on, waits, and switches it off again.
- *  @param ms  length of the pulse in milliseconds; a negative length counts as 0
- *  @note Blocks the calling thread for the length of the pulse. */
+/** Switches a line of the guide port on, waits, and switches it off again. Directions beyond the
+ *  four do nothing.
+ *  @param ms  length of the pulse in milliseconds; 0 or less sends only "off": so a program makes
+ *             sure that a line is off which one that was killed may have left on
+ *  @note Blocks the calling thread, and no call of another one, for the length of the pulse. Lines
+ *        0 and 1 are opposite (north, south), and so are 2 and 3 (east, west): a pulse, of whatever
+ *        length, first waits for those of other threads on its line and on the opposite one, in
+ *        the order of the calls. The two axes do not wait for each other.
+ *  @note A pulse ends early only when its camera is closed; the line is switched off then. */
 VSC_API void pulseGuide(GuideD direction, int ms);
 
 /** Loads a dark frame from an 8-bit BMP file of the full sensor size and subtracts it from 8-bit
  *  frames from then on; its mean is added back, and pixels far above it are patched. The
  *  frame follows region and binning. With automatic exposure, nothing is subtracted below 0.5 s.
  *  'vsccam dark make' writes such files.
- *  @return 1 when it was loaded; 0 otherwise, or without a camera */
+ *  @return 1 when it was loaded; 0 otherwise, or without a camera
+ *  @note Takes the time to read the file; sends nothing. */
 VSC_API VSC_BOOL EnableDarkSubtract(const char *bmpPath);
 
 /** Ends the subtraction of a dark frame and forgets it. */
 VSC_API void DisableDarkSubtract(void);
 
 /** Reads the identity that the camera keeps.
- *  @return 1 when the camera holds one; 0 otherwise, *id is then untouched */
+ *  @return 1 when the camera holds one; 0 otherwise, *id is then untouched
+ *  @note Sends requests, and waits for a SetID or initCamera of another thread. */
 VSC_API VSC_BOOL GetID(_VSC_ID *id);
 
 /** Writes the identity into the camera's flash memory, for good.
  *  @return 1 when it was written and read back
- *  @note Erases a sector of the flash first: takes as long as that, 60 s at most. */
+ *  @note Erases a sector of the flash first: takes as long as that, 60 s at most. Delays no calls
+ *        of other threads but GetID, SetID and initCamera. */
 VSC_API VSC_BOOL SetID(_VSC_ID id);
 
 #ifdef __cplusplus

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <iterator>
+#include <mutex>
 #include <optional>
 
 using namespace vsccam;
@@ -19,6 +20,7 @@ struct Control {
     VSC_CONTROL_TYPE type;
     std::optional<int> min = {};
     void (*set)(Camera &, int value, bool bAuto) = nullptr;
+    bool pausesCapture = false; // while it is set
 };
 
 // Quirk, kept: these are reported for every model, whatever it can do.
@@ -37,8 +39,12 @@ void SetExposure(Camera &camera, int us, bool bAuto)
     (void)camera.SetExp(static_cast<unsigned long long>(us), bAuto);
 }
 
+// Held while one of switch and target is set and the other kept as it is.
+CriticalSection g_regulation;
+
 void SetTargetTemp(Camera &camera, int celsius, bool)
 {
+    const std::lock_guard lock(g_regulation);
     if (CCameraCool *cooler = Cooler(camera))
         cooler->SetAutoTemp(camera.CoolerOn(), static_cast<float>(celsius));
 }
@@ -48,6 +54,7 @@ void SetCoolerOn(Camera &camera, int value, bool)
     CCameraCool *cooler = Cooler(camera);
     if (!cooler)
         return;
+    const std::lock_guard lock(g_regulation);
     cooler->SetAutoTemp(value > 0, static_cast<float>(camera.TargetTemp()));
     if (value <= 0)
         (void)cooler->SetPowerPerc(0.0F); // a host has no way to be told
@@ -70,8 +77,8 @@ constexpr Control kControls[] = {
     {.type = kControlBandwidth},
     {.type = kControlOverClock},
     {.type = kControlTemperature},
-    {.type = kControlHardwareBin},
-    {.type = kControlHighSpeed},
+    {.type = kControlHardwareBin, .pausesCapture = true},
+    {.type = kControlHighSpeed, .pausesCapture = true},
     {.type = kControlCoolerPower},
     {.type = kControlTargetTemp, .set = SetTargetTemp},
     {.type = kControlCoolerOn, .set = SetCoolerOn},
@@ -80,30 +87,36 @@ constexpr Control kControls[] = {
 };
 static_assert(std::size(kControls) == CONTROL_FAN_ON + 1);
 
-/// The row of a control, nullptr when there is no such control or no camera.
+/// The row of a control, nullptr when there is no such control.
 const Control *RowOf(Control_TYPE control)
 {
     const bool known = control >= 0 && control < static_cast<int>(std::size(kControls));
-    return known && CurrentCamera() ? &kControls[control] : nullptr;
+    return known ? &kControls[control] : nullptr;
+}
+
+/// What `ask` says of a control of the open camera, 0 when there is no such control or no camera.
+template <class Ask> int OfControl(Control_TYPE control, Ask ask)
+{
+    const Call camera;
+    const Control *row = RowOf(control);
+    return row && camera ? static_cast<int>(ask(*row, *camera)) : 0;
 }
 
 } // namespace
 
 int getValue(Control_TYPE control, bool *pbAuto)
 {
-    if (pbAuto)
-        *pbAuto = false;
-    const Control *row = RowOf(control);
-    if (!row)
-        return 0;
-    if (row->type == kControlTemperature) // here always a fresh one
-        return static_cast<int>(CurrentCamera()->GetSensorTemp() * 10.0F);
-    int32_t value = 0; // of the cooler that a model does not have
     int32_t automatic = 0;
-    (void)CurrentCamera()->GetControlValue(row->type, &value, &automatic);
+    const int result = OfControl(control, [&](const Control &row, Camera &camera) {
+        if (row.type == kControlTemperature) // here always a fresh one
+            return static_cast<int32_t>(camera.GetSensorTemp() * 10.0F);
+        int32_t value = 0; // of the cooler that a model does not have
+        (void)camera.GetControlValue(row.type, &value, &automatic);
+        return value;
+    });
     if (pbAuto)
         *pbAuto = automatic != 0;
-    return value;
+    return result;
 }
 
 void setValue(Control_TYPE control, int value, bool bAuto)
@@ -112,46 +125,51 @@ void setValue(Control_TYPE control, int value, bool bAuto)
     const Control *row = RowOf(control);
     if (!row)
         return;
-    if (row->set)
-        row->set(*CurrentCamera(), value, bAuto);
-    else
-        (void)CurrentCamera()->SetControlValue(row->type, value, bAuto);
+    const Call camera(row->pausesCapture ? Call::Kind::InTurn : Call::Kind::Beside);
+    if (camera && row->set)
+        row->set(*camera, value, bAuto);
+    else if (camera)
+        (void)camera->SetControlValue(row->type, value, bAuto);
 }
 
 int getMin(Control_TYPE control)
 {
-    const Control *row = RowOf(control);
-    return row ? row->min.value_or(RangeOf(CurrentCamera()->Model(), row->type).min) : 0;
+    return OfControl(control, [](const Control &row, Camera &camera) {
+        return row.min.value_or(RangeOf(camera.Model(), row.type).min);
+    });
 }
 
 int getMax(Control_TYPE control)
 {
-    const Control *row = RowOf(control);
-    return row ? RangeOf(CurrentCamera()->Model(), row->type).max : 0;
+    return OfControl(control, [](const Control &row, Camera &camera) {
+        return RangeOf(camera.Model(), row.type).max;
+    });
 }
 
 VSC_BOOL isAutoSupported(Control_TYPE control)
 {
-    const Control *row = RowOf(control);
-    return row && HasAuto(CurrentCamera()->Model(), row->type);
+    return OfControl(control, [](const Control &row, Camera &camera) {
+        return HasAuto(camera.Model(), row.type);
+    });
 }
 
 VSC_BOOL isAvailable(Control_TYPE control)
 {
-    const Control *row = RowOf(control);
     // Quirk, kept: binning to mono works, and is not announced.
-    return row && control != CONTROL_MONO_BIN && Offers(CurrentCamera()->Model(), row->type);
+    return OfControl(control, [](const Control &row, Camera &camera) {
+        return row.type != kControlMonoBin && Offers(camera.Model(), row.type);
+    });
 }
 
 void setAutoPara(int maxGain, int maxExp, int targetBrightness)
 {
-    if (CCameraBase *camera = CurrentCamera())
+    if (const Call camera; camera)
         camera->SetAutoPara(maxGain, maxExp, targetBrightness);
 }
 
 void getAutoPara(int *maxGain, int *maxExp, int *targetBrightness)
 {
-    CCameraBase *camera = CurrentCamera();
+    const Call camera;
     if (!camera)
         return;
     int values[3] = {};

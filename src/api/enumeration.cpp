@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <iterator>
 #include <utility>
 
 using namespace vsccam;
@@ -23,9 +24,9 @@ bool IsOurs(const libusb_device_descriptor &descriptor)
 }
 
 /// Which device of its group, counted from 1, the camera at an index is.
-int OrdinalOf(int index)
+int OrdinalOf(const CameraList &cameras, int index)
 {
-    const uint32_t *list = TheSession().ConnectedCameras;
+    const uint32_t *list = cameras.productIds;
     const uint32_t productId = list[index];
     return 1 + static_cast<int>(std::count_if(list, list + index, [productId](uint32_t other) {
                return SameGroup(productId, other);
@@ -37,7 +38,7 @@ bool CreateAndOpen(std::unique_ptr<CCameraBase> &camera, const Product &product,
 {
     try {
         camera = product.create();
-        camera->RestrictTo(TheSession().choice);
+        camera->RestrictTo(TheSession().Choice());
         return camera->OpenCamera(ordinal);
     } catch (const std::exception &) {
         OutputDbgPrint("no memory for %s\n", product.modelName);
@@ -51,9 +52,9 @@ int getNumberOfConnectedCameras()
 {
     if (libusb_init(nullptr) != 0)
         return 0;
-    Session &session = TheSession();
     CameraChoice choice = CamerasNamedByEnvironment();
-    int count = 0;
+    uint32_t found[CameraList::kMaxCameras];
+    size_t count = 0;
     {
         DeviceList devices(nullptr);
         for (libusb_device *device : devices) {
@@ -68,61 +69,63 @@ int getNumberOfConnectedCameras()
                            descriptor.idProduct, libusb_get_bus_number(device),
                            libusb_get_device_address(device));
             if (IsOurs(descriptor) && choice.Allows(PortPathOf(device), descriptor.idProduct) &&
-                count < Session::kMaxCameras)
-                session.ConnectedCameras[count++] = descriptor.idProduct;
+                count < std::size(found))
+                found[count++] = descriptor.idProduct;
         }
     }
     libusb_exit(nullptr);
-    session.iConnectedCameras = count;
-    session.choice = std::move(choice);
-    return count;
+    TheSession().SetConnectedCameras({found, count}, std::move(choice));
+    return static_cast<int>(count);
 }
 
 char *getCameraModel(int iCamIndex)
 {
-    static char name[64];
-    const Session &session = TheSession();
-    if (iCamIndex < 0 || iCamIndex > session.iConnectedCameras)
+    static thread_local char name[64];
+    const CameraList cameras = TheSession().ConnectedCameras();
+    if (iCamIndex < 0 || iCamIndex > cameras.count)
         return nullptr;
-    const Product *product = FindProduct(session.ConnectedCameras[iCamIndex]);
+    const Product *product = FindProduct(cameras.productIds[iCamIndex]);
     (void)std::snprintf(name, sizeof name, "%s", product ? product->modelName : "Error");
     return name;
 }
 
 VSC_BOOL openCamera(int iCamIndex)
 {
+    const Call call(Call::Kind::Replacing);
     Session &session = TheSession();
-    if (session.iConnectedCameras == 0)
+    if (session.ConnectedCameras().count == 0)
         (void)getNumberOfConnectedCameras();
-    if (iCamIndex < 0 || iCamIndex > session.iConnectedCameras)
+    const CameraList cameras = session.ConnectedCameras();
+    if (iCamIndex < 0 || iCamIndex > cameras.count)
         return false;
-    if (session.pCamera) {
-        if (iCamIndex == session.iCamIndex)
+    if (session.HasCamera()) {
+        if (iCamIndex == session.CameraIndex())
             return true;
         OutputDbgPrint("already open close and reopen\n");
         session.CloseCamera();
     }
-    const Product *product = FindProduct(session.ConnectedCameras[iCamIndex]);
+    const Product *product = FindProduct(cameras.productIds[iCamIndex]);
     if (!product)
         return false;
-    session.iCamIndex = iCamIndex;
-    session.ownerPid = getpid();
-    session.data_lenth = 0;
+    std::unique_ptr<CCameraBase> camera;
+    const bool opened = CreateAndOpen(camera, *product, OrdinalOf(cameras, iCamIndex));
     // A failed open leaves the object: the next open of another index, or a close, destroys it.
-    return CreateAndOpen(session.pCamera, *product, OrdinalOf(iCamIndex));
+    session.InstallCamera(std::move(camera), iCamIndex); // open, no thread meets it half-way
+    return opened;
 }
 
 VSC_BOOL initCamera()
 {
-    CCameraBase *camera = TheSession().pCamera.get();
-    const RequestBudget budget;
-    return camera && camera->ProgramWhole([camera] {
+    const Call camera(Call::Kind::InTurn);
+    return camera && camera->ProgramWhole([&camera] {
         const Size size = camera->MaxSize();
-        return camera->InitCamera() && setImageFormat(size.width, size.height, 1, VSC_IMG_RAW8);
+        return camera->InitCamera() &&
+               SetImageFormat(*camera, size.width, size.height, 1, VSC_IMG_RAW8);
     });
 }
 
 void closeCamera()
 {
+    const Call call(Call::Kind::Replacing);
     TheSession().CloseCamera();
 }

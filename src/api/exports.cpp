@@ -36,7 +36,7 @@ const ImageFormat *FormatOf(int imgType)
 /// What `ask` says of the open camera, `fallback` when there is none.
 template <class Result, class Ask> Result WithCamera(Result fallback, Ask ask)
 {
-    CCameraBase *camera = CurrentCamera();
+    const Call camera;
     return camera ? static_cast<Result>(ask(*camera)) : fallback;
 }
 
@@ -47,6 +47,29 @@ template <class Value> void WriteTo(Value *target, Value value)
 }
 
 } // namespace
+
+namespace vsccam {
+
+bool SetImageFormat(CCameraBase &camera, int width, int height, int bin, int imgType)
+{
+    Session &session = TheSession();
+    session.NoteImageType(imgType);
+    OutputDbgPrint("width:%d, height:%d, bin:%d, ImgType:%d\n", width, height, bin, imgType);
+    const ImageFormat *format = FormatOf(imgType);
+    if (!format)
+        return false;
+    const CCameraBase::DeliveryPause delivery(camera); // no frame is of the one format by half
+    const bool rawBefore = camera.RawOutput();
+    camera.SetRawOutput(format->rawOutput);
+    if (!camera.SetResolution(width, height, bin, format->type)) {
+        camera.SetRawOutput(rawBefore);
+        return false;
+    }
+    session.SetFrameBytes(camera.Width() * camera.Height() * format->bytesPerPixel);
+    return true;
+}
+
+} // namespace vsccam
 
 const char *getSDKVersion()
 {
@@ -60,23 +83,8 @@ void setDebugPrint(bool on)
 
 VSC_BOOL setImageFormat(int width, int height, int bin, int imgType)
 {
-    Session &session = TheSession();
-    CCameraBase *camera = session.pCamera.get();
-    if (!camera)
-        return false;
-    session.cur_img_type = imgType;
-    OutputDbgPrint("width:%d, height:%d, bin:%d, ImgType:%d\n", width, height, bin, imgType);
-    const ImageFormat *format = FormatOf(imgType);
-    if (!format)
-        return false;
-    const bool rawBefore = camera->RawOutput();
-    camera->SetRawOutput(format->rawOutput);
-    if (!camera->SetResolution(width, height, bin, format->type)) {
-        camera->SetRawOutput(rawBefore);
-        return false;
-    }
-    session.data_lenth = camera->Width() * camera->Height() * format->bytesPerPixel;
-    return true;
+    const Call camera(Call::Kind::InTurn);
+    return camera && SetImageFormat(*camera, width, height, bin, imgType);
 }
 
 int getImgType()
@@ -93,7 +101,9 @@ int getImgType()
 
 VSC_BOOL isImgTypeSupported(int imgType)
 {
-    return CurrentCamera() && FormatOf(imgType); // every model delivers all of them
+    return WithCamera(false, [imgType](CCameraBase &) {
+        return FormatOf(imgType) != nullptr; // every model delivers all of them
+    });
 }
 
 VSC_BOOL isBinSupported(int bin)
@@ -132,7 +142,7 @@ int getHeight()
 
 void setStartPos(int x, int y)
 {
-    CCameraBase *camera = CurrentCamera();
+    const Call camera(Call::Kind::InTurn); // the size must not change meanwhile
     if (!camera)
         return;
     const int64_t bin = camera->Bin();
@@ -197,7 +207,7 @@ float getElectronsPerADU()
 
 void getGainOffset(int *a, int *b, int *c, int *d)
 {
-    CCameraBase *camera = CurrentCamera();
+    const Call camera;
     if (!camera)
         return;
     const auto &figures = camera->Model().gainOffset;
@@ -209,19 +219,19 @@ void getGainOffset(int *a, int *b, int *c, int *d)
 
 void startCapture()
 {
-    if (CCameraBase *camera = CurrentCamera())
+    if (const Call camera(Call::Kind::InTurn); camera)
         (void)camera->StartCapture(false); // false: the device is not open, and stays silent
 }
 
 void stopCapture()
 {
-    if (CCameraBase *camera = CurrentCamera())
+    if (const Call camera(Call::Kind::InTurn); camera)
         (void)camera->StopCapture();
 }
 
 VSC_BOOL getImageData(unsigned char *buffer, int bufferSize, int waitMs)
 {
-    const int length = TheSession().data_lenth;
+    const int length = TheSession().FrameBytes();
     return WithCamera(0, [=](CCameraBase &camera) {
         return length <= bufferSize && camera.GetImage(buffer, length, waitMs);
     });
@@ -234,13 +244,13 @@ int getDroppedFrames()
 
 void startExposure()
 {
-    if (CCameraBase *camera = CurrentCamera())
+    if (const Call camera(Call::Kind::InTurn); camera)
         camera->StartExposure();
 }
 
 void stopExposure()
 {
-    if (CCameraBase *camera = CurrentCamera())
+    if (const Call camera(Call::Kind::InTurn); camera)
         camera->StopExposure();
 }
 
@@ -251,7 +261,7 @@ int getExpStatus()
 
 VSC_BOOL getImageAfterExp(unsigned char *buffer, int bufferSize)
 {
-    const int length = TheSession().data_lenth;
+    const int length = TheSession().FrameBytes();
     return WithCamera(0, [=](CCameraBase &camera) {
         return buffer && length <= bufferSize && camera.GetImageAfterExp(buffer, length);
     });
@@ -264,15 +274,15 @@ float getSensorTemp()
 
 VSC_BOOL SetMisc(bool bFlipX, bool bFlipY)
 {
-    CCameraBase *camera = CurrentCamera();
-    if (camera)
-        camera->SetFlip(bFlipX, bFlipY);
-    return camera != nullptr;
+    return WithCamera(false, [=](CCameraBase &camera) {
+        camera.SetFlip(bFlipX, bFlipY);
+        return true;
+    });
 }
 
 void GetMisc(bool *pbFlipX, bool *pbFlipY)
 {
-    CCameraBase *camera = CurrentCamera();
+    const Call camera;
     if (!camera)
         return;
     WriteTo(pbFlipX, camera->FlipH());
@@ -281,7 +291,7 @@ void GetMisc(bool *pbFlipX, bool *pbFlipY)
 
 void pulseGuide(GuideD direction, int ms)
 {
-    if (CCameraBase *camera = CurrentCamera())
+    if (const Call camera; camera)
         (void)camera->pulseGuide(direction, ms);
 }
 
@@ -294,13 +304,13 @@ VSC_BOOL EnableDarkSubtract(const char *bmpPath)
 
 void DisableDarkSubtract()
 {
-    if (CCameraBase *camera = CurrentCamera())
+    if (const Call camera; camera)
         camera->UsingDark(false);
 }
 
 VSC_BOOL GetID(_VSC_ID *id)
 {
-    CCameraBase *camera = CurrentCamera();
+    const Call camera;
     CameraId stored{};
     if (!camera || !id || !camera->ReadIDFromSPI(&stored))
         return false;

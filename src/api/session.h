@@ -1,42 +1,116 @@
 #pragma once
 
+#include "base/sync.h"
+#include "base/turns.h"
 #include "core/camera_base.h"
 
 #include <cstdint>
 #include <memory>
+#include <optional>
+#include <span>
 
 /// The state behind the exported functions: the last count of cameras and the one that is open.
-/// One host thread at a time is inside the library, so nothing here is locked.
 namespace vsccam {
 
-struct Session {
+/// The last count of cameras.
+struct CameraList {
     static constexpr int kMaxCameras = 1024;
 
+    // Entries behind the count are what earlier counts left there; the one after it may be opened.
+    uint32_t productIds[kMaxCameras + 1] = {};
+    int count = 0;
+};
+
+/// One for the process. Whoever uses the camera is inside it for that time (see Call); it is closed
+/// and destroyed after all have left.
+class Session {
+  public:
     Session() = default;
-    /// Also when the host's process ends with a camera open: no thread is left behind.
-    ~Session();
     Session(const Session &) = delete;
     Session &operator=(const Session &) = delete;
 
-    void CloseCamera();
+    /// The camera, nullptr when there is none. Each that is given stays until a Leave.
+    CCameraBase *Enter();
+    void Leave();
 
-    int ownerPid = 0; // the process that opened the camera
+    /// Opening, closing, initialising, format, start and stop, one after the other.
+    Turns &Lifecycle() { return m_lifecycle; }
+
+    // For calls that are in turn.
+    bool HasCamera() const { return pCamera != nullptr; }
+    int CameraIndex() const { return iCamIndex; }
+    void InstallCamera(std::unique_ptr<CCameraBase> camera, int index);
+    /// Sends calls away that wait inside the camera, and closes it. It is destroyed when all have
+    /// left. When the limit passes before, or the calling thread is inside itself, brought here by
+    /// a signal, the object stays for good.
+    void CloseCamera(Clock::time_point limit = kNever);
+    /// A host's process may end with a camera open, and with threads inside: no frame streams and
+    /// no cooler runs after it.
+    void EndWithProcess();
+
+    /// Bytes of a frame in the present format, 0 before there is one.
+    int FrameBytes() const { return data_lenth; }
+    void SetFrameBytes(int bytes) { data_lenth = bytes; }
+    void NoteImageType(int type) { cur_img_type = type; }
+
+    CameraList ConnectedCameras();
+    /// Which cameras were to be counted.
+    CameraChoice Choice();
+    void SetConnectedCameras(std::span<const uint32_t> productIds, CameraChoice choice);
+
+  private:
+    bool AwaitLeaving(Clock::time_point limit);
+
+    Turns m_lifecycle;
+
+    CriticalSection m_insideSection; // guards the next two
     std::unique_ptr<CCameraBase> pCamera;
-    // Entries behind the count are what earlier counts left there; the one after it may be opened.
-    uint32_t ConnectedCameras[kMaxCameras + 1] = {};
-    int iConnectedCameras = 0;
-    CameraChoice choice; // as of the last count
-    int iCamIndex = 0;
-    int cur_img_type = 0;
-    int data_lenth = 0; // bytes of a frame in the present format, 0 before there is one
+    int m_inside = 0; // calls in this camera, or in the one that is being closed
+    Condition m_left;
+
+    Shared<int> m_ownerPid; // the process that opened the camera
+    int iCamIndex = 0;      // used in turn
+
+    Shared<int> cur_img_type;
+    Shared<int> data_lenth;
+
+    CriticalSection m_listSection; // guards the next two
+    CameraList m_cameras;
+    CameraChoice m_choice;
 };
 
 Session &TheSession();
 
-/// The current camera, nullptr when there is none.
-inline CCameraBase *CurrentCamera()
-{
-    return TheSession().pCamera.get();
-}
+/// An exported function at work. Every one that needs the camera begins with it: the camera that it
+/// gives lives at least as long as the object.
+class Call {
+  public:
+    enum class Kind {
+        Beside,    // any others, also its like
+        InTurn,    // its like one after the other
+        Replacing, // in turn, and not inside a camera: it opens or closes one
+    };
+
+    explicit Call(Kind kind = Kind::Beside);
+    ~Call();
+    Call(const Call &) = delete;
+    Call &operator=(const Call &) = delete;
+
+    explicit operator bool() const { return m_camera != nullptr; }
+    CCameraBase &operator*() const { return *m_camera; }
+    CCameraBase *operator->() const { return m_camera; }
+
+  private:
+    std::optional<Turns::Turn> m_turn;
+    RequestBudget m_budget;
+    CCameraBase *m_camera = nullptr;
+};
+
+/// What setImageFormat does, for calls in turn.
+bool SetImageFormat(CCameraBase &camera, int width, int height, int bin, int imgType);
+
+/// The current camera, nullptr when there is none: for programs on this library's objects that have
+/// one thread.
+CCameraBase *CurrentCamera();
 
 } // namespace vsccam

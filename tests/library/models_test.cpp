@@ -214,7 +214,7 @@ class ModelsTest : public HostTest {
     /// Both interfaces have to offer the same.
     static void ExpectListedControlsToBeAvailable()
     {
-        const CCameraBase &camera = *TheSession().pCamera;
+        const CCameraBase &camera = *CurrentCamera();
         std::set<int> listed;
         _VSC_CONTROL_CAPS caps{};
         for (int i = 0; camera.GetControlCaps(i, &caps); ++i)
