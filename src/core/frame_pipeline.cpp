@@ -157,11 +157,10 @@ bool CCameraBase::ReadFrame(uint8_t *frame)
 /// gone with all that was not taken. A finite wait is not begun anew for the next frame.
 bool CCameraBase::AwaitHeadMarkedFrame(const Wait &wait)
 {
-    const bool standsAlone = m_singleExposure || m_exposureUs >= kSlowVideoFromUs;
     while (m_frames.WaitForBuff(wait.LeftMs())) {
         if (m_frames.IsBuffHeadCorrect(kHeadMark, 0) != CirBuf::Head::Correct) {
             OutputDbgPrint("*buf head error*\n");
-        } else if (standsAlone) {
+        } else if (m_singleExposure || m_exposureUs >= kSlowVideoFromUs) {
             return true;
         } else {
             const CirBuf::Head follower = m_frames.IsBuffHeadCorrect(
