@@ -14,7 +14,6 @@ namespace vsccam {
 namespace {
 
 using namespace std::chrono_literals;
-using vscsim::Fault;
 
 /// A call on a thread of its own. On the tests' clock it is inside, and waits, once time passes.
 class Inside {
@@ -255,15 +254,14 @@ class Crowd {
 
 TEST_F(ThreadsTest, SixThreadsCallEverythingWhileTheCameraFailsComesAndGoes)
 {
-    for (const uint32_t seed : {1U, 2U}) {
-        SCOPED_TRACE(seed);
-        const int device = OpenOne(
-            "VSC470MC-Cool",
-            {.seed = seed,
-             .faults = vscsim::ParseFaultPlan("short-frame%0.05,empty-frame%0.02,bad-tail%0.05,"
-                                              "time-out-request:b6%0.002,refuse-request:bd%0.01",
-                                              nullptr)
-                           .value()});
+    uint32_t seed = 0;
+    for (const char *const model : {"VSC470MC-Cool", "VSC340MM"}) {
+        SCOPED_TRACE(model);
+        const auto faults = vscsim::ParseFaultPlan(
+            "short-frame%0.05,empty-frame%0.02,bad-head%0.05,refuse-request:bd%0.01,"
+            "time-out-request:b6%0.002,time-out-request:a6%0.002",
+            nullptr);
+        const int device = OpenOne(model, {.seed = ++seed, .faults = faults.value()});
         setImageFormat(64, 48, 1, VSC_IMG_RAW8);
         startCapture();
         const uint32_t end = GetTickCount() + 30'000;

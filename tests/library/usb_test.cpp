@@ -232,8 +232,8 @@ TEST_F(TransportTest, CountsAndOpensOnlyTheCamerasThatTheUserNames)
         SCOPED_TRACE(c.value);
         setenv("VSCCAM_CAMERA", c.value, 1);
         const std::string printed = Printed(getNumberOfConnectedCameras);
-        const uint32_t *const list = TheSession().ConnectedCameras;
-        EXPECT_EQ(std::vector(list, list + TheSession().iConnectedCameras), c.counted);
+        const CameraList found = TheSession().ConnectedCameras();
+        EXPECT_EQ(std::vector(found.productIds, found.productIds + found.count), c.counted);
         EXPECT_EQ(printed.find("names no camera") != std::string::npos, c.malformed);
     }
     unsetenv("VSCCAM_CAMERA"); // which is read at each count
