@@ -319,7 +319,7 @@ class CCameraBase : public CCameraFX3 {
 
     // Held while settings and registers that belong together change; taken again by operations
     // that apply others.
-    RecursiveCriticalSection m_settingsSection;
+    RequestSection m_settingsSection;
 
     Size m_maxSize;
     Shared<int> m_width;
@@ -353,7 +353,7 @@ class CCameraBase : public CCameraFX3 {
     RunFlag m_coolerRunning;
     Thread m_coolerThread;
     // Held while drive, fan and regulation change. Locked after m_settingsSection, if both are.
-    RecursiveCriticalSection m_coolerSection;
+    RequestSection m_coolerSection;
     Shared<float> m_coolerPower;
     Shared<bool> m_coolerOn;
     Shared<bool> m_fanOn;

@@ -29,6 +29,7 @@ constexpr int kMuteAfterTimeouts = 3;
 constexpr auto kMuteTime = 1s;
 constexpr milliseconds kLeaveSafeTimeoutInDoubt = 150ms;
 constexpr milliseconds kProbeTimeout = 200ms;
+constexpr milliseconds kVersionTimeout = 300ms; // three of them fit into one call
 // What is left of a budget may be too short for any answer.
 constexpr milliseconds kShortestTimeout = 20ms;
 
@@ -216,7 +217,9 @@ void CCameraFX3::CountIfLost(int result, Purpose purpose)
 
 int CCameraFX3::Transfer(const Request &request, Purpose purpose)
 {
+    const auto asked = Clock::now();
     Lock lock(m_controlSection);
+    RequestSection::ChargeWait(asked);
     const auto start = Clock::now();
     if (!m_kernelIsDone.WaitUntil(lock, start + request.timeout, [this] { return !m_inKernel; })) {
         ChargeLoss(purpose, start);
@@ -359,11 +362,11 @@ bool CCameraFX3::EnableGPIF32DQ(bool on)
     return SendCMD(request::kGpif32, on ? 1 : 0, 0, false, nullptr, 0);
 }
 
-int CCameraFX3::ReadFirmwareVer(uint8_t *version)
+int CCameraFX3::ReadFirmwareVer(uint8_t *version, milliseconds timeout)
 {
     uint8_t answer[2] = {};
-    const int result = Control(
-        {kVendorIn, request::kFirmwareVersion, 0, 0, answer, sizeof answer, kRequestTimeout});
+    const int result =
+        Control({kVendorIn, request::kFirmwareVersion, 0, 0, answer, sizeof answer, timeout});
     *version = answer[0] == 'V' ? answer[1] : uint8_t{1};
     OutputDbgPrint("Ver success %d\n", result >= 0 ? 1 : 0);
     return result;
@@ -371,13 +374,14 @@ int CCameraFX3::ReadFirmwareVer(uint8_t *version)
 
 bool CCameraFX3::GetFirmwareVer(uint8_t *version)
 {
-    return ReadFirmwareVer(version) >= 0;
+    return ReadFirmwareVer(version, kRequestTimeout) >= 0;
 }
 
 std::optional<uint8_t> CCameraFX3::AskFirmwareVersion()
 {
     uint8_t version = 0;
-    return GotNoAnswer(ReadFirmwareVer(&version)) ? std::nullopt : std::optional(version);
+    const int result = ReadFirmwareVer(&version, kVersionTimeout);
+    return GotNoAnswer(result) ? std::nullopt : std::optional(version);
 }
 
 bool CCameraFX3::GetFPGAVer(uint8_t *major, uint8_t sub[4])

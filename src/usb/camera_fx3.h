@@ -201,7 +201,7 @@ class CCameraFX3 {
 
     int Control(const Request &request);
     int Transfer(const Request &request, Purpose purpose);
-    int ReadFirmwareVer(uint8_t *version);
+    int ReadFirmwareVer(uint8_t *version, std::chrono::milliseconds timeout);
     std::chrono::milliseconds TimeFor(std::chrono::milliseconds timeout, Purpose purpose) const;
     libusb_device_handle *FindDevice(uint16_t productId, int ordinal);
     bool MuteLately() const;

@@ -56,6 +56,14 @@ void RequestBudget::Charge(Purpose purpose, milliseconds lost)
         budget->m_account.Charge(purpose, lost);
 }
 
+void RequestSection::ChargeWait(Clock::time_point since)
+{
+    constexpr milliseconds kUsual{100};
+    const auto waited = std::chrono::floor<milliseconds>(Clock::now() - since);
+    if (waited > kUsual)
+        RequestBudget::Charge(Purpose::Work, waited);
+}
+
 LeavingSafe::LeavingSafe() : m_outer(t_leavesSafe)
 {
     t_leavesSafe = true;

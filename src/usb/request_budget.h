@@ -58,6 +58,25 @@ class RequestBudget {
     RequestBudget *const m_outer;
 };
 
+/// Held over requests that belong together. Who waits for it waits for somebody else's answers: that
+/// time is lost, too.
+class RequestSection {
+  public:
+    void lock()
+    {
+        const auto start = Clock::now();
+        m_section.lock();
+        ChargeWait(start);
+    }
+    void unlock() { m_section.unlock(); }
+
+    /// Waits of the usual length do not count.
+    static void ChargeWait(Clock::time_point since);
+
+  private:
+    RecursiveCriticalSection m_section;
+};
+
 /// While it lives, the requests of this thread leave the camera safe: they go out also to a camera
 /// that has been mute of late, and once more when it refuses.
 class LeavingSafe {
