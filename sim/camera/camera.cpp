@@ -139,6 +139,8 @@ BulkReply Camera::Bulk(uint8_t endpoint, std::span<uint8_t> room, size_t filled,
         return {.complete = true, .outcome = Outcome::Stall, .bytes = filled};
     if (board.condition == Board::Condition::Working)
         reply = m_state->stream.Serve(room, filled, now);
+    if (const auto exposure = m_state->stream.TakeAccount())
+        m_state->requestFile << LineOf(*exposure) << std::endl;
     if (board.condition == Board::Condition::Unplugged)
         return {.complete = true, .outcome = Outcome::NoDevice, .bytes = reply.bytes};
     return reply;

@@ -64,7 +64,7 @@ struct CameraOptions {
     Scene scene = Scene::Pattern;
     LinkSpeed link = LinkSpeed::Super;
     uint64_t seed = 1;                      // of the sky, its noise and the random faults
-    std::array<double, 3> glow = {1, 1, 1}; // of the sky in red, green, blue, times that of night
+    std::array<double, 3> glow = {1, 1, 1}; // of the sky in red, green, blue, times that at dusk
     bool capped = false;                    // the sky does not reach the sensor, for dark frames
     bool flawless = false; // its sensor has no noise, no dark current and no hot pixels
     double speed = 1.0;    // times real time; 0: a frame is ready as soon as one is asked for
@@ -75,7 +75,7 @@ struct CameraOptions {
     double ambientC = 20.0;       // of the air around the camera
     uint8_t firmwareVersion = 3;  // that the camera is delivered with
     std::string flashFile = {};   // keeps the SPI flash: read at the start, written on changes
-    std::string requestFile = {}; // gets a line for each control request, see LineOf
+    std::string requestFile = {}; // gets a line for each control request and frame, see LineOf
 };
 
 /// The colours of the first two pixels of the first row.

@@ -198,6 +198,7 @@ void FrameStream::Prepare(Sending &sending, Time now)
     const auto counter = static_cast<uint16_t>(frame.exposure.frame & 0xFFFFU);
     FrameMarks marks{.style = frame.settings.marks, .counter = counter};
     sending.prepared = true;
+    m_account = frame.exposure;
     sending.length = frame.settings.Bytes();
     for (const FaultRule &fault : m_faults.ForFrame())
         Apply(fault, sending, marks);

@@ -5,6 +5,7 @@
 #include "camera/scene_source.h"
 
 #include <optional>
+#include <utility>
 
 namespace vscsim {
 
@@ -35,6 +36,9 @@ class FrameStream {
     BulkReply Serve(std::span<uint8_t> room, size_t filled, Time now);
 
     uint64_t Produced() const { return m_produced; }
+
+    /// The exposure of a frame that the host has begun to read since the last call.
+    std::optional<Exposure> TakeAccount() { return std::exchange(m_account, std::nullopt); }
 
   private:
     enum class Mode { Stopped, Free, Gated };
@@ -96,6 +100,7 @@ class FrameStream {
     std::optional<Frame> m_next;                // exposing, or being read out
     std::optional<Sending> m_sending;           // held for the host
     std::vector<std::vector<uint8_t>> m_frames; // in turn; one unless they are made beforehand
+    std::optional<Exposure> m_account;
     bool m_halted = false;
     uint32_t m_number = 0; // of the next exposure since the stream was started
     uint64_t m_produced = 0;

@@ -89,4 +89,11 @@ std::string LineOf(const ControlRequest &request)
                   request.index, request.length);
 }
 
+std::string LineOf(const Exposure &exposure)
+{
+    using std::chrono::microseconds;
+    const auto time = std::chrono::duration_cast<microseconds>(exposure.duration);
+    return Format("frame %u exposed %lld us", exposure.frame, static_cast<long long>(time.count()));
+}
+
 } // namespace vscsim

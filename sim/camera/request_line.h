@@ -1,6 +1,7 @@
 #pragma once
 
 #include "camera/camera.h"
+#include "camera/scene_source.h"
 
 #include <string>
 
@@ -8,5 +9,8 @@ namespace vscsim {
 
 /// A control request in words, see Bus::TakeTraffic.
 std::string LineOf(const ControlRequest &request);
+
+/// How long the sensor was exposed for a frame.
+std::string LineOf(const Exposure &exposure);
 
 } // namespace vscsim

@@ -9,13 +9,19 @@
 namespace vscsim {
 namespace {
 
-constexpr int kStars = 1200;
+/// Stars between two brightnesses, in electrons per second.
+struct Stars {
+    int count; // on the reference area, and on larger sensors
+    double faintest;
+    double brightest;
+};
+constexpr Stars kStars[] = {{1200, 3e3, 5e7}, // that short exposures show,
+                            {1500, 10, 3e3}}; // and that long ones leave unsaturated
+constexpr double kReferenceArea = 1936.0 * 1096;
 constexpr int kHotPixels = 250;
-constexpr double kFaintestStar = 3e3; // electrons per second
-constexpr double kBrightestStar = 5e7;
 constexpr double kMoffatBeta = 2.5;
-constexpr double kMoffatWidthPx = 1.9;    // a full width at half maximum of 2.1 px
-constexpr double kFaintestWingPerS = 2.0; // electrons; a star is drawn as far as it shows
+constexpr double kMoffatWidthPx = 1.9;     // a full width at half maximum of 2.1 px
+constexpr double kFaintestWingPerS = 0.05; // electrons; a star is drawn as far as it shows
 constexpr double kReferenceC = 20.0;
 constexpr size_t kNoiseValues = size_t{1} << 16;
 constexpr int kConverterBits = 12;
@@ -24,7 +30,7 @@ constexpr float kLargestStep = (1 << kConverterBits) - 1;
 /// Response in the order of the mosaic's sites: red, green, blue.
 using Colour = std::array<double, 3>;
 constexpr Colour kWhiteResponse = {0.75, 1.0, 0.70};
-constexpr Colour kSkyPerSecond = {280, 360, 250}; // above a village, in electrons
+constexpr Colour kSkyPerSecond = {280, 360, 250}; // at dusk, in electrons
 constexpr Colour kNoColour = {1.0, 1.0, 1.0};
 
 /// Relative to green, what a black body shines at the middle of each pass band.
@@ -65,7 +71,7 @@ class SkySource final : public SceneSource {
           m_noise(kNoiseValues),
           m_light(static_cast<size_t>(model.sensorWidth) * static_cast<size_t>(model.sensorHeight))
     {
-        ScatterStars();
+        std::ranges::for_each(kStars, [this](const Stars &stars) { Scatter(stars); });
         ScatterHotPixels();
         std::normal_distribution<float> normal;
         if (!m_flawless)
@@ -89,7 +95,7 @@ class SkySource final : public SceneSource {
         const auto width = static_cast<size_t>(m_model.sensorWidth);
         return std::span(m_light).subspan(static_cast<size_t>(y) * width, width);
     }
-    void ScatterStars();
+    void Scatter(const Stars &stars);
     void ScatterHotPixels();
     void DrawSky();
     void DrawStar(const Star &star);
@@ -125,13 +131,15 @@ size_t SkySource::SiteOf(int x, int y) const
     return m_model.Colour() ? static_cast<size_t>(((x ^ redX) & 1) + ((y ^ redY) & 1)) : 1;
 }
 
-void SkySource::ScatterStars()
+void SkySource::Scatter(const Stars &stars)
 {
     // The number of stars above a brightness falls with this power of it.
     constexpr double kPower = 0.7;
-    const double ofFaintest = std::pow(kFaintestStar, -kPower);
-    const double ofBrightest = std::pow(kBrightestStar, -kPower);
-    for (int i = 0; i < kStars; ++i) {
+    const double ofFaintest = std::pow(stars.faintest, -kPower);
+    const double ofBrightest = std::pow(stars.brightest, -kPower);
+    const double area = static_cast<double>(m_light.size()) / kReferenceArea;
+    const auto count = static_cast<int>(stars.count * std::min(area, 1.0));
+    for (int i = 0; i < count; ++i) {
         const double perSecond = std::pow(Uniform(ofBrightest, ofFaintest), -1.0 / kPower);
         const double kelvin = 2800.0 * std::pow(Uniform(1.0, 2.6), 2);
         m_stars.push_back({.x = Uniform(0, m_model.sensorWidth),

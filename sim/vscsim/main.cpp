@@ -6,23 +6,30 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <filesystem>
+#include <fstream>
 #include <limits>
 #include <optional>
 #include <random>
 #include <sstream>
+#include <stdexcept>
+#include <system_error>
 
 namespace {
 
 using namespace vscsim;
 
 constexpr size_t kMebibyte = 1 << 20;
+constexpr double kNight = 1.0 / 300; // of the sky at dusk
 constexpr std::string_view kAmbient = "ambient=";
 constexpr std::string_view kFirmware = "firmware=";
 constexpr std::string_view kFlash = "flash=";
+constexpr std::string_view kGlow = "glow=";
 constexpr std::string_view kRequests = "requests=";
 
 /// What the command line asks for.
@@ -47,7 +54,9 @@ A camera is a model, followed by what is particular about it:
   VSC470MC:flawless     no noise, dark current or hot pixels, to compare pictures with
   VSC470MM:ambient=5    the air around it has 5 degrees Celsius (20)
   VSC470MC:flash=FILE   its flash memory lies in a file and outlasts the run
-  VSC470MC:requests=FILE  a file gets a line for each request that reaches the camera
+  VSC470MC:requests=FILE  a file gets a line for each request that reaches the camera, and for
+                        each frame, with how long it was exposed
+  VSC470MC:glow=300     the sky is so much brighter than at night; 300 is dusk
 Faults, separated by commas: NAME[:REQUEST][@FIRST][xCOUNT][%PROBABILITY][=AMOUNT], or a JSON file.
   short-frame@5         frame 5 (counted from 0) lacks its last 512 bytes
   empty-frame@10x4      frames 10 to 13 are not sent
@@ -66,6 +75,19 @@ template <class Number> Number ParseNumber(std::string_view text, std::string_vi
     return number;
 }
 
+/// A file that could not be written would be missed only after the run.
+std::string WritableFile(const std::string &name)
+{
+    const bool isNew = !std::filesystem::exists(name);
+    const bool writable = std::ofstream(name, std::ios::app).is_open();
+    if (!writable)
+        throw std::runtime_error(
+            fmt::format("cannot write {}: {}", name, std::generic_category().message(errno)));
+    if (isNew) // a flash without a file is empty, not of no length
+        std::filesystem::remove(name);
+    return name;
+}
+
 /// Reads MODEL and what follows it, see kRunFooter.
 BusDevice ParseCamera(const std::string &text, int firmware)
 {
@@ -73,6 +95,7 @@ BusDevice ParseCamera(const std::string &text, int firmware)
     std::string part;
     std::getline(parts, part, ':');
     BusDevice device{.model = FindModel(part)};
+    device.options.glow.fill(kNight);
     if (!device.model)
         throw CLI::ValidationError("--camera", fmt::format("no model {}; see vscsim list", part));
     device.options.firmwareVersion = static_cast<uint8_t>(firmware);
@@ -87,14 +110,17 @@ BusDevice ParseCamera(const std::string &text, int firmware)
         else if (part.starts_with(kAmbient))
             device.options.ambientC =
                 ParseNumber<double>(part.substr(kAmbient.size()), "temperature");
+        else if (part.starts_with(kGlow))
+            device.options.glow.fill(kNight *
+                                     ParseNumber<double>(part.substr(kGlow.size()), "glow"));
         else if (part == "capped")
             device.options.capped = true;
         else if (part == "flawless")
             device.options.flawless = true;
         else if (part.starts_with(kFlash))
-            device.options.flashFile = part.substr(kFlash.size());
+            device.options.flashFile = WritableFile(part.substr(kFlash.size()));
         else if (part.starts_with(kRequests))
-            device.options.requestFile = part.substr(kRequests.size());
+            device.options.requestFile = WritableFile(part.substr(kRequests.size()));
         else
             throw CLI::ValidationError("--camera", fmt::format("\"{}\" in {}", part, text));
     }
@@ -228,7 +254,8 @@ int Main(int argc, char **argv)
         app.parse(argc, argv);
         return *list ? List(asJson) : Run(options);
     } catch (const CLI::ParseError &error) {
-        return app.exit(error);
+        constexpr int kUsage = 2;
+        return app.exit(error) == EXIT_SUCCESS ? EXIT_SUCCESS : kUsage;
     }
 }
 
