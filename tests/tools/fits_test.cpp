@@ -77,7 +77,8 @@ PictureFacts SomeFacts()
     facts.object = "M 42's core";
     facts.start = UtcTime(1s);
     facts.asked = 3300ms;
-    facts.measured = 3200ms;
+    facts.planned = 3200ms;
+    facts.measured = 3204ms;
     facts.gain = 200;
     facts.electronsPerAdu = 3.584;
     facts.temperatureC = -10.25;
@@ -119,9 +120,10 @@ TEST(Fits, HeaderTellsWhatStackingProgramsAskFor)
         const char *value;
     } cases[] = {
         {"DATE-OBS", "1970-01-01T00:00:01.000000"},
-        {"DATE-AVG", "1970-01-01T00:00:02.600000"},
-        {"DATE-END", "1970-01-01T00:00:04.200000"},
+        {"DATE-AVG", "1970-01-01T00:00:02.602000"},
+        {"DATE-END", "1970-01-01T00:00:04.204000"},
         {"EXPTIME", "3.2"},
+        {"EXPMEAS", "3.204"},
         {"EXPREQ", "3.3"},
         {"XPIXSZ", "5.8"},
         {"PIXSIZE1", "2.9"},
@@ -146,8 +148,8 @@ TEST(Fits, HeaderSaysNothingThatIsNotKnown)
     WriteFits("plain.fit", {8, 2, PixelFormat::kRaw8, std::vector<uint8_t>(16)},
               HeaderOf(PictureFacts{}));
     const OpenFits file = Open("plain.fit");
-    for (const char *key :
-         {"OBJECT", "CAMID", "EGAIN", "CCD-TEMP", "SET-TEMP", "COOLPOWR", "BAYERPAT", "SIMULATE"})
+    for (const char *key : {"EXPMEAS", "OBJECT", "CAMID", "EGAIN", "CCD-TEMP", "SET-TEMP",
+                            "COOLPOWR", "BAYERPAT", "SIMULATE"})
         EXPECT_EQ(ValueOf(file, key), "-") << key;
 }
 

@@ -98,6 +98,15 @@ TEST(Plane, TakesRedFromTheThirdByteAndLuminanceFromAllPhases)
             EXPECT_EQ(luminance.Row(y)[x], 4);
 }
 
+TEST(Plane, ShrinksToMeansOfWholeBlocks)
+{
+    Plane plane(5, 4);
+    std::iota(plane.samples.begin(), plane.samples.end(), uint16_t{0});
+    const Plane half = Shrunk(plane, 2);
+    EXPECT_EQ(half.width, 2);
+    EXPECT_EQ(half.samples, (std::vector<uint16_t>{3, 5, 13, 15}));
+}
+
 TEST(Background, IsNotMovedByStars)
 {
     Plane plane = NoisySky(200, 200);

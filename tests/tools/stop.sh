@@ -57,6 +57,7 @@ VSC470MC|fpga 0B=01||capture -e 60s -o never.fit
 VSC470MC|guide on 1|guide off 1|guide s 60s
 VSC470MM-Cool|cooler 2[0-4]|cooler 255|cool --target 15 --ramp 100
 VSC470MC|\[y/N\]||id set 0102030405060708
+VSC470MC|hooked||capture -e 10ms --no-png --hook "echo hooked; sleep 3600"
 ROWS
 
 # Who does not want to wait for the sensor to get warm stops once more, here with the keyboard.

@@ -1,8 +1,8 @@
 #include "camera/camera.h"
+#include "exposure_plan.h"
 #include "failure.h"
 #include "fits_writer.h"
 #include "name_pattern.h"
-#include "progress.h"
 #include "units.h"
 #include "usb_devices.h"
 
@@ -106,7 +106,6 @@ TEST(FitsKey, TakesItsTypeFromTheValueAndRefusesWhatAHeaderCannotHold)
     EXPECT_EQ(std::get<std::string>(ParseFitsKey("filter=Ha=7nm").value), "Ha=7nm");
     EXPECT_EQ(ParseFitsKey("filter=Ha").name, "FILTER");
     EXPECT_EQ(std::get<int>(ParseFitsKey("FOCUSPOS=-1200").value), -1200);
-    EXPECT_EQ(std::get<double>(ParseFitsKey("APERTURE=80.5").value), 80.5);
     EXPECT_EQ(std::get<double>(ParseFitsKey("BIG=3000000000").value), 3e9);
     EXPECT_EQ(std::get<bool>(ParseFitsKey("GUIDED=T").value), true);
     EXPECT_EQ(std::get<std::string>(ParseFitsKey("NOTE=nan").value), "nan");
@@ -116,17 +115,39 @@ TEST(FitsKey, TakesItsTypeFromTheValueAndRefusesWhatAHeaderCannotHold)
     EXPECT_EQ(CodeOf([] { ParseFitsKey(fmt::format("NOTE={:x>69}", "")); }), kUsage);
 }
 
-TEST(Progress, GrowsFromEmptyToFullAndThenTellsOfTheReadOut)
+TEST(ExposurePlan, FollowsTheStepsOfEachFamilyToTheirLimits)
 {
-    EXPECT_EQ(ProgressText(0s, 4s), fmt::format("[{:.>40}] 0.0 of 4.0 s", ""));
-    EXPECT_EQ(ProgressText(1s, 4s), fmt::format("[{:#>10}{:.>30}] 1.0 of 4.0 s", "", ""));
-    EXPECT_EQ(ProgressText(5s, 4s), fmt::format("[{:#>40}] reading out", ""));
+    const struct {
+        const char *model;
+        bool usb3Port;
+        Microseconds set, planned, slept;
+    } cases[] = {
+        {"KYR VSC470MC-Cool", true, 999'999us, 999'999us, 0us}, // by the sensor
+        {"KYR VSC470MC-Cool", true, 1'000'999us, 1s, 1s},
+        {"KYR VSC065MC-Cool", false, 1'001ms, 1s, 1s},
+        {"KYR VSC083MC-Cool", true, 59'999ms, 59'800ms, 59'800ms},
+        {"KYR VSC2800MM", true, 1'999'999us, 1'999ms, 1'979ms},
+        {"KYR VSC2800MM", true, 2'050ms, 2'100ms, 2'100ms},
+        {"KYR VSC340MC-S", true, 3'795'627us, 3'795'627us, 0us},
+        {"KYR VSC340MC-S", true, 3'795'628us, 3'600ms, 3'600ms},
+        {"KYR VSC340MC-S", false, 4s, 4s, 0us},
+        {"KYR VSC340MC", false, 4s, 4s, 0us},
+        {"HALDRON VSC056MM-A", false, 12'345'678us, 12'345ms, 12'345ms},
+        {"KYR VSC048MM", true, 64ms, 64ms, 0us},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(fmt::format("{} {}", c.model, c.set.count()));
+        const ExposurePlan plan = PlanExposure(c.model, c.usb3Port, c.set);
+        EXPECT_EQ(plan.planned, c.planned);
+        EXPECT_EQ(plan.slept, c.slept);
+    }
 }
 
 TEST(SelectCamera, FindsByIndexAndModelAndPrefersAUsableOne)
 {
-    const auto onBus = [](bool permitted, bool busy) {
+    const auto onBus = [](bool permitted, bool busy, const char *port = "1-1") {
         UsbDevice device;
+        device.port = port;
         device.permitted = permitted;
         device.busy = busy;
         return device;
@@ -135,12 +156,14 @@ TEST(SelectCamera, FindsByIndexAndModelAndPrefersAUsableOne)
         {0, "KYR VSC052MC-A", onBus(true, false)},
         {1, "KYR VSC470MM", onBus(false, false)},
         {2, "KYR VSC470MC", onBus(true, true)},
-        {3, "KYR VSC430MC-Cool", onBus(true, false)},
+        {3, "KYR VSC430MC-Cool", onBus(true, false, "2-1.4")},
     };
     const struct {
         const char *selector;
         int index;
-    } found[] = {{"", 3}, {"2", 2}, {"VSC470MM", 1}, {"kyr vsc470mc", 2}, {"vsc430mc-cool", 3}};
+    } found[] = {
+        {"", 3},         {"2", 2}, {"VSC470MM", 1}, {"kyr vsc470mc", 2}, {"vsc430mc-cool", 3},
+        {"usb:2-1.4", 3}};
     for (const auto &c : found)
         EXPECT_EQ(SelectCamera(cameras, c.selector).index, c.index) << c.selector;
 
@@ -149,7 +172,7 @@ TEST(SelectCamera, FindsByIndexAndModelAndPrefersAUsableOne)
     };
     EXPECT_EQ(codeFor("4"), static_cast<int>(Exit::kNoCamera));
     EXPECT_EQ(codeFor("VSC470"), static_cast<int>(Exit::kNoCamera));
-    EXPECT_EQ(codeFor("usb:1-2"), static_cast<int>(Exit::kNotSupported));
+    EXPECT_EQ(codeFor("usb:2-1"), static_cast<int>(Exit::kNoCamera));
     EXPECT_EQ(CodeOf([] { SelectCamera({}, ""); }), static_cast<int>(Exit::kNoCamera));
     EXPECT_EQ(SelectCamera({cameras[1]}, "").index, 1); // opening it tells what is wrong
 }

@@ -1,13 +1,14 @@
 #include "camera.h"
 
 #include "failure.h"
+#include "identity.h"
+#include "step_sleeper.h"
 #include "stop_signals.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <limits>
-#include <utility>
+#include <string_view>
 
 namespace vsctool {
 namespace {
@@ -16,12 +17,13 @@ using namespace std::chrono_literals;
 using SteadyClock = std::chrono::steady_clock;
 
 constexpr auto kPollInterval = 10ms;
-// From here on exposures are timed by the host, in whole steps; shorter ones by the sensor.
-constexpr Microseconds kTimedByHostFrom = 1s;
-// What 100 per cent of the bandwidth control stand for. From the data of one model, not verified on
-// hardware for the others.
-constexpr double kUsb3BytesPerSecond = 360e6;
-constexpr double kUsb2BytesPerSecond = 43e6;
+
+// Beginnings of the library's messages.
+constexpr std::string_view kNotVerified = "not verified on hardware: ";
+constexpr std::string_view kOpensGate = "Begin long exp ";
+constexpr std::string_view kLongFrame = "Long exp:Get one Frame ";
+constexpr std::string_view kMemoryNeed = "a frame needs ";
+constexpr std::string_view kMemoryRemedy = "/sys/module/usbcore/parameters/usbfs_memory_mb";
 
 Failure WhyNotOpened(const CameraEntry &camera)
 {
@@ -67,23 +69,91 @@ void CheckRegion(const Region &region, int bin)
                                   whole.height));
 }
 
+/// "1.0 s"
+std::string InSeconds(Microseconds time)
+{
+    const std::string digits = fmt::format("{}", Seconds(time));
+    return digits + (digits.find('.') == std::string::npos ? ".0 s" : " s");
+}
+
+/// By the clock of now: one that is set right meanwhile does not tear exposures apart.
+UtcTime UtcOf(SteadyClock::time_point time)
+{
+    const auto ago = SteadyClock::now() - time;
+    return std::chrono::floor<Microseconds>(std::chrono::system_clock::now() - ago);
+}
+
+Failure WhyNotFramed(const std::string &model, const Region &region, int bin)
+{
+    constexpr int kBlock = 1024;
+    const int pixels = region.width * region.height * bin * bin;
+    const std::string blocks =
+        pixels % kBlock == 0
+            ? ""
+            : fmt::format(
+                  ": frames of this camera are whole blocks of {} pixels of the sensor, and "
+                  "{} are no multiple of that",
+                  kBlock, pixels);
+    return {Exit::kNotSupported, fmt::format("{} refuses {} x {} pixels at binning {}{}", model,
+                                             region.width, region.height, bin, blocks)};
+}
+
 template <class Duration> Microseconds ToMicroseconds(Duration time)
 {
     return std::chrono::duration_cast<Microseconds>(time);
+}
+
+/// Identifiers lie in the flash of the cameras: each that can be used is opened and asked.
+CameraEntry FindById(const std::vector<CameraEntry> &cameras, std::string_view digits)
+{
+    const std::string wanted = InHex(ParseId(std::string(digits)));
+    for (const CameraEntry &camera : cameras) {
+        if (camera.Usable() != "yes" || !openCamera(NarrowTo(camera).index))
+            continue;
+        const auto id = IdOfCamera();
+        closeCamera();
+        if (id && InHex(*id) == wanted)
+            return camera;
+    }
+    throw Failure(Exit::kNoCamera,
+                  fmt::format("no camera that can be used has the identifier {}", wanted));
+}
+
+CameraEntry FindCamera(const std::string &selector)
+{
+    const std::vector<CameraEntry> cameras = ListCameras();
+    const std::string_view id = After("id:", selector);
+    return id.empty() ? SelectCamera(cameras, selector) : FindById(cameras, id);
 }
 
 } // namespace
 
 Camera::Camera(const CameraChoice &choice)
 {
-    m_entry = SelectCamera(ListCameras(), choice.selector);
+    m_entry = NarrowTo(FindCamera(choice.selector));
     if (!openCamera(m_entry.index))
         throw WhyNotOpened(m_entry);
     if (!initCamera())
         throw Failure(Exit::kFailure,
                       fmt::format("{} does not answer; plug it in again", m_entry.model));
+    (void)Listen();
     for (const Setting &setting : choice.settings)
         Apply(setting);
+}
+
+/// What the library has said since the last call; keeps what is asked for later.
+std::vector<LibraryLine> Camera::Listen()
+{
+    std::vector<LibraryLine> lines = LibraryLines::Take();
+    for (const LibraryLine &line : lines) {
+        if (line.text.starts_with(kNotVerified))
+            m_notVerified = After(kNotVerified, line.text);
+        if (line.text.starts_with(kMemoryNeed))
+            m_memoryHelp = line.text + ' ';
+        if (line.text.starts_with(kMemoryRemedy))
+            m_memoryHelp += line.text;
+    }
+    return lines;
 }
 
 void Camera::SetFraming(const Framing &framing)
@@ -97,63 +167,96 @@ void Camera::SetFraming(const Framing &framing)
     const Region region = framing.region.value_or(WholeSensor(framing.bin));
     CheckRegion(region, framing.bin);
     if (!setImageFormat(region.width, region.height, framing.bin, static_cast<int>(framing.format)))
-        throw Failure(Exit::kNotSupported,
-                      fmt::format("{} refuses {} x {} pixels at binning {}", m_entry.model,
-                                  region.width, region.height, framing.bin));
+        throw WhyNotFramed(m_entry.model, region, framing.bin);
+    // Always: after a new size alone, some cameras read other rows than those that it names.
     if (framing.region)
         setStartPos(region.x, region.y);
+    else
+        setStartPos(getStartX(), getStartY());
 }
 
-Microseconds Camera::SetExposure(Microseconds time)
+void Camera::SetExposure(Microseconds time, Console &console)
 {
     const Microseconds longest(getMax(CONTROL_EXPOSURE));
     if (time > longest)
         throw Failure(Exit::kUsage,
                       fmt::format("{} exposes {} at most", m_entry.model, FormatTime(longest)));
+    m_asked = time;
     setValue(CONTROL_EXPOSURE, static_cast<int>(time.count()), false);
-    return Microseconds(getValue(CONTROL_EXPOSURE, nullptr));
+    const Microseconds set(getValue(CONTROL_EXPOSURE, nullptr));
+    const ExposurePlan plan = PlanNow();
+    if (set != time)
+        console.Note(fmt::format("exposure is {} on this camera", FormatTime(set)));
+    else if (plan.planned != set)
+        console.Note(fmt::format("{} is exposed as {}", InSeconds(time), InSeconds(plan.planned)));
 }
 
-Exposure Camera::Take(Microseconds asked, Microseconds patience, ProgressBar &bar)
+Exposure Camera::Take(Microseconds patience, ProgressBar &bar)
 {
     Exposure exposure;
-    exposure.asked = asked;
+    exposure.asked = m_asked;
     Picture &picture = exposure.picture;
     picture.width = getWidth();
     picture.height = getHeight();
     picture.format = static_cast<PixelFormat>(getImgType());
     picture.bytes.resize(picture.Pixels() * static_cast<size_t>(BytesPerPixel(picture.format)));
 
-    exposure.start = std::chrono::floor<Microseconds>(std::chrono::system_clock::now());
+    (void)Listen();
+    const ExposurePlan plan = PlanNow();
+    std::optional<StepSleeper> sleeper;
+    if (plan.byHost)
+        sleeper.emplace(plan.slept, plan.step);
     const auto begin = SteadyClock::now();
     startExposure();
+    AwaitFrame(exposure, patience, bar);
+    TellTimes(exposure, begin);
+    if (exposure.measured && sleeper && sleeper->Slept())
+        exposure.measured = std::min(*exposure.measured, *sleeper->Slept() + plan.switching);
+    else
+        exposure.measured.reset();
+    if (!getImageAfterExp(picture.bytes.data(), static_cast<int>(picture.bytes.size())))
+        ThrowNoFrame("the exposure ended without a frame");
+    return exposure;
+}
+
+void Camera::AwaitFrame(Exposure &exposure, Microseconds patience, ProgressBar &bar)
+{
+    const auto begin = SteadyClock::now();
     while (getExpStatus() == VSC_EXP_WORKING) {
         const auto elapsed = ToMicroseconds(SteadyClock::now() - begin);
-        if (elapsed > asked + patience)
+        if (elapsed > exposure.asked + patience)
             ThrowNoFrame(
                 fmt::format("no frame within {} after the exposure", FormatTime(patience)));
         bar.Show(elapsed);
         exposure.droppedFrames = std::max(exposure.droppedFrames, getDroppedFrames());
         StopSignals::SleepFor(kPollInterval);
     }
-    const auto untilFrame = ToMicroseconds(SteadyClock::now() - begin);
-    if (!getImageAfterExp(picture.bytes.data(), static_cast<int>(picture.bytes.size())))
-        ThrowNoFrame("the exposure ended without a frame");
-    exposure.measured = ExposedTime(Microseconds(getValue(CONTROL_EXPOSURE, nullptr)), untilFrame);
-    return exposure;
 }
 
-/// The tool sees when the frame has arrived; before that it was read out.
-Microseconds Camera::ExposedTime(Microseconds asked, Microseconds untilFrame) const
+/// Where the library opens the exposure, it says so, and again when it has the frame: the exposure
+/// took no longer than that. When a sensor that times itself begins, nobody is told.
+void Camera::TellTimes(Exposure &exposure, SteadyClock::time_point begin)
 {
-    if (asked < kTimedByHostFrom)
-        return asked;
-    const double sensorPixels = static_cast<double>(getWidth()) * getHeight() * getBin() * getBin();
-    const double bytes = sensorPixels * (getImgType() == VSC_IMG_RAW16 ? 2 : 1);
-    const double rate = (isUSB3Host() ? kUsb3BytesPerSecond : kUsb2BytesPerSecond) *
-                        std::max(getValue(CONTROL_BANDWIDTH, nullptr), 1) / 100;
-    const std::chrono::duration<double> readOut(bytes / rate);
-    return std::max(untilFrame - ToMicroseconds(readOut), Microseconds(0));
+    std::optional<SteadyClock::time_point> opened;
+    std::optional<SteadyClock::time_point> delivered;
+    for (const LibraryLine &line : Listen()) {
+        if (line.text.starts_with(kOpensGate))
+            opened = line.at;
+        if (line.text.starts_with(kLongFrame))
+            delivered = line.at;
+    }
+    const Microseconds set(getValue(CONTROL_EXPOSURE, nullptr));
+    exposure.planned = PlanExposure(m_entry.model, set, opened.has_value()).planned;
+    exposure.start = UtcOf(opened.value_or(begin));
+    if (opened && delivered)
+        exposure.measured = ToMicroseconds(*delivered - *opened);
+}
+
+/// Of the exposure that is set.
+ExposurePlan Camera::PlanNow() const
+{
+    const Microseconds set(getValue(CONTROL_EXPOSURE, nullptr));
+    return PlanExposure(m_entry.model, isUSB3Host() != 0, set);
 }
 
 void Camera::CheckPresence() const
@@ -165,11 +268,13 @@ void Camera::CheckPresence() const
                       fmt::format("{} was unplugged; check plug and power", m_entry.model));
 }
 
-void Camera::ThrowNoFrame(const std::string &what) const
+void Camera::ThrowNoFrame(const std::string &what)
 {
+    (void)Listen();
     CheckPresence();
     throw Failure(Exit::kNoFrame,
-                  fmt::format("{}: {}. Try another cable or port", m_entry.model, what));
+                  fmt::format("{}: {}. {}", m_entry.model, what,
+                              m_memoryHelp.empty() ? "Try another cable or port" : m_memoryHelp));
 }
 
 std::optional<Mosaic> Camera::PictureMosaic() const

@@ -1,6 +1,8 @@
 #pragma once
 
+#include "console.h"
 #include "controls.h"
+#include "exposure_plan.h"
 #include "picture.h"
 #include "progress.h"
 #include "units.h"
@@ -20,7 +22,8 @@ struct Exposure {
     Picture picture;
     UtcTime start;
     Microseconds asked{};
-    Microseconds measured{};
+    Microseconds planned{};
+    std::optional<Microseconds> measured; // only where the library times the exposure
     int droppedFrames = 0;
 };
 
@@ -45,11 +48,15 @@ class Camera {
     const CameraEntry &Entry() const { return m_entry; }
 
     void SetFraming(const Framing &framing);
-    /// Sets the exposure and returns what it is now: models round and clamp.
-    Microseconds SetExposure(Microseconds time);
+    /// Sets the exposure, and tells when it will be another one: models clamp, and the library
+    /// times long ones in whole steps.
+    void SetExposure(Microseconds time, Console &console);
 
     /// Takes one picture of the set exposure. A frame must arrive within `patience` after it.
-    Exposure Take(Microseconds asked, Microseconds patience, ProgressBar &bar);
+    Exposure Take(Microseconds patience, ProgressBar &bar);
+
+    /// What of this model was never tried on hardware, in the library's words; empty: nothing.
+    const std::string &NotVerified() const { return m_notVerified; }
 
     /// Throws when the camera is gone.
     void CheckPresence() const;
@@ -62,10 +69,16 @@ class Camera {
         ~CloseAtEnd() { closeCamera(); }
     };
 
-    [[noreturn]] void ThrowNoFrame(const std::string &what) const;
-    Microseconds ExposedTime(Microseconds asked, Microseconds untilFrame) const;
+    [[noreturn]] void ThrowNoFrame(const std::string &what);
+    std::vector<LibraryLine> Listen();
+    ExposurePlan PlanNow() const;
+    void AwaitFrame(Exposure &exposure, Microseconds patience, ProgressBar &bar);
+    void TellTimes(Exposure &exposure, std::chrono::steady_clock::time_point begin);
 
     CameraEntry m_entry;
+    std::string m_notVerified;
+    std::string m_memoryHelp; // of the library, once the kernel refused it memory for transfers
+    Microseconds m_asked{};
     CloseAtEnd m_closeAtEnd; // stops exposure and cooling too, on every way out
 };
 

@@ -16,16 +16,15 @@ namespace {
 
 constexpr int kSchema = 1;
 
-/// Descriptor for the library's messages.
-int OpenMessages(const std::string &logFile)
+/// The log file; nothing without a name.
+std::FILE *OpenLog(const std::string &name)
 {
     const int descriptor =
-        logFile.empty() ? dup(STDERR_FILENO)
-                        : open(logFile.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-    if (descriptor < 0)
-        throw Failure(Exit::kFile, fmt::format("cannot write the log {}: {}", logFile,
+        name.empty() ? -1 : open(name.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    if (descriptor < 0 && !name.empty())
+        throw Failure(Exit::kFile, fmt::format("cannot write the log {}: {}", name,
                                                std::generic_category().message(errno)));
-    return descriptor;
+    return descriptor < 0 ? nullptr : fdopen(descriptor, "a");
 }
 
 /// Each line at once: readers of a pipe get every result when it is there.
@@ -41,14 +40,16 @@ Console::Console(const ConsoleOptions &options)
       m_showsProgress(options.progress && m_isTerminal && !options.quiet && !options.json),
       m_resultsOnTerminal(isatty(STDOUT_FILENO) == 1)
 {
-    const int messages = OpenMessages(options.logFile);
+    m_log.reset(OpenLog(options.logFile));
     std::fflush(stdout);
     m_results.reset(fdopen(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3), "w"));
     if (!m_results)
         throw Failure(Exit::kFile, "standard output is closed");
-    dup2(messages, STDOUT_FILENO);
-    close(messages);
-    setDebugPrint(options.verbose || !options.logFile.empty());
+    const int nobody = -1;
+    m_library = std::make_unique<LibraryLines>(m_log             ? fileno(m_log.get())
+                                               : options.verbose ? STDERR_FILENO
+                                                                 : nobody);
+    setDebugPrint(true);
 }
 
 void Console::Say(const std::string &line)
@@ -84,8 +85,8 @@ void Console::Error(const std::string &line)
 
 void Console::Log(const std::string &line)
 {
-    if (!m_options.logFile.empty())
-        (void)WriteLine(stdout, line); // descriptor 1 leads there
+    if (m_log)
+        (void)WriteLine(m_log.get(), line);
 }
 
 void Console::WriteResult(const std::string &line)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "library_lines.h"
+
 #include <fmt/color.h>
 #include <fmt/format.h>
 #include <nlohmann/json_fwd.hpp>
@@ -21,7 +23,7 @@ struct ConsoleOptions {
 
 /// Where words go: results to standard output, everything else to standard error. The library
 /// writes its messages to descriptor 1, so the results leave through a copy of it, and descriptor 1
-/// leads to standard error, or to the log file.
+/// leads to LibraryLines, and from there to standard error or to the log file when they are wanted.
 class Console {
   public:
     /// Before the first call into the library. Throws Failure when the log cannot be opened.
@@ -54,6 +56,8 @@ class Console {
     bool m_showsProgress;
     bool m_resultsOnTerminal;
     std::unique_ptr<std::FILE, CloseFile> m_results;
+    std::unique_ptr<std::FILE, CloseFile> m_log; // only with a log file
+    std::unique_ptr<LibraryLines> m_library;     // after the log, into which it writes
 };
 
 } // namespace vsctool

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <fstream>
 
 namespace vsctool {
@@ -75,14 +76,14 @@ void WriteDark(const std::filesystem::path &path, const DarkFrame &dark)
         palette.at(grey) = grey * kWhite;
 
     TemporaryFile temporary(path);
+    errno = 0;
     std::ofstream file(temporary.Path(), std::ios::binary);
     Put(file, headers);
     Put(file, palette);
     Put(file, dark.pixels);
     file.close();
     if (!file)
-        throw Failure(Exit::kFile,
-                      fmt::format("cannot write {}; check folder and disk space", path.string()));
+        throw CannotWrite(path);
     temporary.Commit();
 }
 

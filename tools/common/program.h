@@ -8,6 +8,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace vsctool {
 
@@ -28,10 +29,9 @@ struct Program {
     std::string purpose; // ends the sentence "NAME: ..."
     /// Adds the commands; parsing stores what to run in `chosen`.
     void (*addCommands)(CLI::App &app, Command &chosen);
+    /// Takes settings that stand before a command off the words. Throws Failure.
+    std::vector<Setting> (*takeSettings)(std::vector<std::string> &words) = nullptr;
 };
-
-/// Adds the commands, and what holds for all of them.
-void AddCommands(CLI::App &app, const Program &program, Command &chosen);
 
 /// Reads the command line and runs the command. @return the exit code of the program
 int RunProgram(const Program &program, int argc, char **argv);

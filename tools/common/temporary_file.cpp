@@ -1,9 +1,8 @@
 #include "temporary_file.h"
 
-#include "failure.h"
-
 #include <fmt/format.h>
 
+#include <cerrno>
 #include <system_error>
 #include <utility>
 
@@ -38,6 +37,19 @@ void TemporaryFile::Commit()
     if (error)
         throw Failure(Exit::kFile, fmt::format("cannot name the finished file {}: {}",
                                                m_finalPath.string(), error.message()));
+}
+
+Failure CannotWrite(const std::filesystem::path &file, const std::string &writer)
+{
+    std::string reason = errno != 0 ? std::generic_category().message(errno) : "";
+    std::error_code error;
+    const auto space = std::filesystem::space(std::filesystem::absolute(file).parent_path(), error);
+    if (reason.empty() && !error && space.available == 0)
+        reason = std::generic_category().message(ENOSPC);
+    if (!writer.empty() && writer != reason)
+        reason += reason.empty() ? writer : fmt::format(" ({})", writer);
+    return {Exit::kFile, fmt::format("cannot write {}: {}", file.string(),
+                                     reason.empty() ? "check folder and disk space" : reason)};
 }
 
 } // namespace vsctool

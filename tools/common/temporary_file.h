@@ -1,6 +1,9 @@
 #pragma once
 
+#include "failure.h"
+
 #include <filesystem>
+#include <string>
 
 namespace vsctool {
 
@@ -22,5 +25,9 @@ class TemporaryFile {
     std::filesystem::path m_finalPath;
     std::filesystem::path m_path;
 };
+
+/// That a file could not be written, with what the system and the writer say of it. To be made
+/// right after the call that failed: it looks at errno.
+Failure CannotWrite(const std::filesystem::path &file, const std::string &writer = "");
 
 } // namespace vsctool

@@ -1,6 +1,7 @@
 #include "usb_devices.h"
 
 #include "failure.h"
+#include "library_lines.h"
 
 #include <dirent.h>
 #include <fmt/format.h>
@@ -13,7 +14,9 @@
 #include <charconv>
 #include <climits>
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
+#include <sstream>
 
 namespace vsctool {
 namespace {
@@ -94,6 +97,10 @@ bool IsHeldByProgram(const std::string &port)
            std::string(target.data()).ends_with("/usbfs");
 }
 
+const std::string kByPort = "usb:";
+const std::string kByModel = "model:";
+constexpr const char *kChoice = "VSCCAM_CAMERA"; // the library's variable
+
 bool IsSame(const std::string &a, const std::string &b)
 {
     return strcasecmp(a.c_str(), b.c_str()) == 0;
@@ -107,6 +114,8 @@ std::string WithoutMaker(const std::string &model)
 
 bool IsAskedFor(const CameraEntry &camera, const std::string &selector)
 {
+    if (selector.starts_with(kByPort))
+        return camera.usb && camera.usb->port == selector.substr(kByPort.size());
     int index = 0;
     const char *end = selector.data() + selector.size();
     if (std::from_chars(selector.data(), end, index).ptr == end)
@@ -118,8 +127,50 @@ std::string Names(const std::vector<CameraEntry> &cameras)
 {
     std::string names;
     for (const CameraEntry &camera : cameras)
-        names += fmt::format("{}{} ({})", names.empty() ? "" : ", ", camera.index, camera.model);
+        names += fmt::format("{}{} ({}{}{})", names.empty() ? "" : ", ", camera.index, camera.model,
+                             camera.usb ? ", usb:" : "", camera.usb ? camera.usb->port : "");
     return names;
+}
+
+/// Whether the environment lets programs see this camera: the library leaves out all others.
+bool IsNamedByEnvironment(const UsbDevice &device)
+{
+    const char *const names = std::getenv(kChoice); // NOLINT(concurrency-mt-unsafe): see NarrowTo
+    if (!names || !*names)
+        return true;
+    std::istringstream words(names);
+    for (std::string word; std::getline(words, word, ',');) {
+        const size_t begin = std::min(word.find_first_not_of(" \t"), word.size());
+        word = word.substr(begin, word.find_last_not_of(" \t") + 1 - begin);
+        if (IsSame(word, kByPort + device.port) || IsSame(word, kByModel + device.model) ||
+            IsSame(word, kByModel + WithoutMaker(device.model)))
+            return true;
+    }
+    return false;
+}
+
+/// The cameras in the order in which the library counts them: it prints every device of the bus
+/// that it looks at.
+std::vector<UsbDevice> InLibraryOrder(const std::vector<LibraryLine> &lines)
+{
+    const std::vector<UsbDevice> devices = FindUsbDevices();
+    std::vector<UsbDevice> ordered;
+    for (const LibraryLine &line : lines) {
+        unsigned vendor = 0;
+        unsigned product = 0;
+        unsigned bus = 0;
+        unsigned address = 0;
+        if (std::sscanf(line.text.c_str(), "%4x:%4x (bus %u, device %u)", &vendor, &product, &bus,
+                        &address) != 4 ||
+            vendor != VSCCAM_VENDOR_ID || ModelOf(product).empty())
+            continue;
+        const auto found = std::ranges::find_if(devices, [&](const UsbDevice &device) {
+            return device.bus == bus && device.address == address;
+        });
+        // Where the system does not show it, at least the order is kept.
+        ordered.push_back(found != devices.end() ? *found : UsbDevice{});
+    }
+    return ordered;
 }
 
 } // namespace
@@ -144,8 +195,9 @@ std::vector<UsbDevice> FindUsbDevices()
         device.model = ModelOf(device.product);
         device.port = port;
         device.speedMbit = ReadLine(folder + "speed");
-        device.node = fmt::format("/dev/bus/usb/{:03}/{:03}", ReadNumber(folder + "busnum", 10),
-                                  ReadNumber(folder + "devnum", 10));
+        device.bus = ReadNumber(folder + "busnum", 10);
+        device.address = ReadNumber(folder + "devnum", 10);
+        device.node = fmt::format("/dev/bus/usb/{:03}/{:03}", device.bus, device.address);
         device.permitted = access(device.node.c_str(), R_OK | W_OK) == 0;
         device.busy = IsHeldByProgram(port);
         devices.push_back(device);
@@ -187,19 +239,18 @@ bool CameraEntry::IsSamePlace(const CameraEntry &other) const
 
 std::vector<CameraEntry> ListCameras()
 {
+    (void)LibraryLines::Take(); // of before
+    const auto count = static_cast<size_t>(std::max(getNumberOfConnectedCameras(), 0));
+    std::vector<UsbDevice> devices = InLibraryOrder(LibraryLines::Take());
+    if (devices.size() != count) // it printed those as well that it passes over
+        std::erase_if(devices,
+                      [](const UsbDevice &device) { return !IsNamedByEnvironment(device); });
     std::vector<CameraEntry> cameras;
-    const int count = getNumberOfConnectedCameras();
-    std::vector<UsbDevice> devices = FindUsbDevices();
-    for (int i = 0; i < count; ++i) {
-        const char *name = getCameraModel(i);
-        CameraEntry camera{i, name ? name : "", std::nullopt};
-        const auto device = std::find_if(devices.begin(), devices.end(), [&](const UsbDevice &d) {
-            return d.model == camera.model;
-        });
-        if (device != devices.end()) {
-            camera.usb = *device;
-            devices.erase(device);
-        }
+    for (size_t i = 0; i < count; ++i) {
+        const char *name = getCameraModel(static_cast<int>(i));
+        CameraEntry camera{static_cast<int>(i), name ? name : "", std::nullopt};
+        if (devices.size() == count && devices[i].model == camera.model)
+            camera.usb = devices[i];
         cameras.push_back(camera);
     }
     return cameras;
@@ -207,9 +258,6 @@ std::vector<CameraEntry> ListCameras()
 
 CameraEntry SelectCamera(const std::vector<CameraEntry> &cameras, const std::string &selector)
 {
-    if (selector.starts_with("usb:") || selector.starts_with("id:"))
-        throw Failure(Exit::kNotSupported, "cameras cannot be chosen by port or identity yet; use "
-                                           "the index or the model that 'vsccam list' shows");
     if (cameras.empty())
         throw Failure(
             Exit::kNoCamera,
@@ -227,6 +275,21 @@ CameraEntry SelectCamera(const std::vector<CameraEntry> &cameras, const std::str
         return cameras.front(); // opening it tells what is wrong
     throw Failure(Exit::kNoCamera,
                   fmt::format("no camera '{}'; there is {}", selector, Names(cameras)));
+}
+
+CameraEntry NarrowTo(const CameraEntry &camera)
+{
+    if (!camera.usb)
+        return camera;
+    // No camera is open: nothing else in this process reads it now.
+    setenv(kChoice, (kByPort + camera.usb->port).c_str(), 1); // NOLINT(concurrency-mt-unsafe)
+    const std::vector<CameraEntry> cameras = ListCameras();
+    const auto found = std::ranges::find_if(
+        cameras, [&](const CameraEntry &other) { return other.IsSamePlace(camera); });
+    if (found == cameras.end())
+        throw Failure(Exit::kNoCamera,
+                      fmt::format("{} at {} has just gone", camera.model, camera.usb->port));
+    return *found;
 }
 
 } // namespace vsctool

@@ -11,6 +11,8 @@ struct UsbDevice {
     unsigned product = 0;
     std::string model; // see ModelOf
     std::string port;  // "1-2.3"
+    unsigned bus = 0;
+    unsigned address = 0; // on that bus
     std::string speedMbit;
     std::string node; // device file
     bool permitted = false;
@@ -25,7 +27,7 @@ std::string ModelOf(unsigned product);
 struct CameraEntry {
     int index = 0;
     std::string model;
-    std::optional<UsbDevice> usb; // of several cameras of one model, which is which cannot be told
+    std::optional<UsbDevice> usb; // nothing when the system does not show it
 
     bool IsColour() const;
     bool IsCooled() const;
@@ -38,8 +40,13 @@ struct CameraEntry {
 };
 std::vector<CameraEntry> ListCameras();
 
-/// Finds by index, by model ("KYR VSC470MC", "vsc470mc"), or, without a selector, the first usable
-/// camera. Throws Failure that tells what is there instead.
+/// Finds by index, by model ("KYR VSC470MC", "vsc470mc"), by port ("usb:1-2.3"), or, without a
+/// selector, the first usable camera. Throws Failure that tells what is there instead.
 CameraEntry SelectCamera(const std::vector<CameraEntry> &cameras, const std::string &selector);
+
+/// Narrows what the library sees of the bus to the camera's port, so that neither opening it nor
+/// looking for it after a loss takes one of the same model instead.
+/// @return the entry under which the library lists it now; throws Failure when it is gone
+CameraEntry NarrowTo(const CameraEntry &camera);
 
 } // namespace vsctool

@@ -5,6 +5,7 @@
 
 #include <vsccam.h>
 
+#include <algorithm>
 #include <cmath>
 
 namespace vsctool {
@@ -15,6 +16,12 @@ using namespace std::chrono_literals;
 constexpr auto kPollInterval = 1s;
 constexpr auto kNoteInterval = 10s;
 constexpr auto kLongestWait = 20min;
+constexpr double kWarmEnoughC = 1; // below the warmest target, on a hot day
+
+bool IsSignal(const Failure &failure)
+{
+    return failure.Code() >= static_cast<int>(Exit::kSignal);
+}
 
 } // namespace
 
@@ -28,6 +35,64 @@ void Regulate(int targetC)
 {
     Set("target-temp", targetC);
     Set("cooler", 1);
+}
+
+void MoveTarget(double celsius)
+{
+    // A ramp may begin beyond what can be asked for, on a hot day.
+    const int whole = std::clamp(static_cast<int>(std::lround(celsius)),
+                                 getMin(CONTROL_TARGET_TEMP), getMax(CONTROL_TARGET_TEMP));
+    if (getValue(CONTROL_TARGET_TEMP, nullptr) != whole || !getValue(CONTROL_COOLER_ON, nullptr))
+        Regulate(whole);
+}
+
+double OnRamp(double fromC, double toC, double cPerMin, std::chrono::steady_clock::duration elapsed)
+{
+    const double way = cPerMin * std::chrono::duration<double>(elapsed).count() / 60;
+    return toC < fromC ? std::max(toC, fromC - way) : std::min(toC, fromC + way);
+}
+
+/// It is warm when regulation needs no power: also after a start with a sensor that was cold.
+void WarmUp(double cPerMin, const std::function<void()> &wait)
+{
+    const auto start = std::chrono::steady_clock::now();
+    const auto fromC = static_cast<double>(getSensorTemp());
+    const double warmC = getMax(CONTROL_TARGET_TEMP);
+    while (static_cast<double>(getSensorTemp()) < warmC - kWarmEnoughC &&
+           getValue(CONTROL_COOLER_POWER, nullptr) > 0) {
+        MoveTarget(OnRamp(fromC, warmC, cPerMin, std::chrono::steady_clock::now() - start));
+        wait();
+    }
+    setValue(CONTROL_COOLER_ON, 0, false);
+}
+
+void WorkThenWarm(Console &console, const std::function<void()> &work,
+                  const std::function<void()> &warm)
+{
+    try {
+        work();
+    } catch (const Failure &failure) {
+        if (failure.Code() == static_cast<int>(Exit::kCameraLost))
+            throw;
+        if (IsSignal(failure))
+            console.Note("warming the sensor; stop once more to end at once");
+        warm();
+        throw;
+    }
+    warm();
+}
+
+void WarmUp(Camera &camera, Console &console)
+{
+    int steps = 0;
+    WarmUp(kUsualWarmingCPerMin, [&] {
+        if (steps++ % 5 == 0)
+            console.Note(fmt::format("warming: {:.1f} C, power {} %", getSensorTemp(),
+                                     getValue(CONTROL_COOLER_POWER, nullptr)));
+        StopSignals::SleepFor(kCoolingInterval);
+        camera.CheckPresence();
+    });
+    console.Note(fmt::format("the cooler is off, the sensor at {:.1f} C", getSensorTemp()));
 }
 
 void CoolTo(Camera &camera, int targetC, std::optional<double> withinC, Console &console)

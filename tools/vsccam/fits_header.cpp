@@ -1,5 +1,7 @@
 #include "fits_header.h"
 
+#include "identity.h"
+
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <vsccam.h>
@@ -11,8 +13,8 @@ namespace {
 
 std::string Identity()
 {
-    _VSC_ID id{};
-    return GetID(&id) ? fmt::format("{:02X}", fmt::join(id.id, "")) : "";
+    const auto id = IdOfCamera();
+    return id ? fmt::format("{:02X}", fmt::join(id->id, "")) : "";
 }
 
 std::string HeaderType(const std::string &type)
@@ -32,6 +34,7 @@ PictureFacts FactsOf(const Camera &camera, const Exposure &exposure)
     facts.identity = Identity();
     facts.start = exposure.start;
     facts.asked = exposure.asked;
+    facts.planned = exposure.planned;
     facts.measured = exposure.measured;
     facts.gain = getValue(CONTROL_GAIN, nullptr);
     facts.offset = getValue(CONTROL_BRIGHTNESS, nullptr);
@@ -56,15 +59,16 @@ PictureFacts FactsOf(const Camera &camera, const Exposure &exposure)
 
 std::vector<FitsKey> HeaderOf(const PictureFacts &facts)
 {
-    const double seconds = Seconds(facts.measured);
+    const double seconds = Seconds(facts.planned);
+    const Microseconds taken = facts.measured.value_or(facts.planned);
     const double binnedUm = facts.pixelUm * facts.bin;
     std::vector<FitsKey> keys = {
         {"DATE-OBS", FormatUtc(facts.start), "start of exposure"},
-        {"DATE-AVG", FormatUtc(facts.start + facts.measured / 2), "middle of exposure"},
-        {"DATE-END", FormatUtc(facts.start + facts.measured), "end of exposure"},
+        {"DATE-AVG", FormatUtc(facts.start + taken / 2), "middle of exposure"},
+        {"DATE-END", FormatUtc(facts.start + taken), "end of exposure"},
         {"TIMESYS", "UTC", "of all times here"},
-        {"EXPTIME", seconds, "[s] exposure"},
-        {"EXPOSURE", seconds, "[s] exposure"},
+        {"EXPTIME", seconds, "[s] exposure as planned, in whole steps"},
+        {"EXPOSURE", seconds, "[s] exposure as planned, in whole steps"},
         {"EXPREQ", Seconds(facts.asked), "[s] exposure asked for"},
         {"GAIN", facts.gain, "gain control"},
         {"OFFSET", facts.offset, "brightness control"},
@@ -88,6 +92,8 @@ std::vector<FitsKey> HeaderOf(const PictureFacts &facts)
         if (!value.empty())
             keys.push_back({name, value, comment});
     };
+    if (facts.measured)
+        keys.push_back({"EXPMEAS", Seconds(*facts.measured), "[s] exposure as measured"});
     putText("OBJECT", facts.object, "");
     putText("CAMID", facts.identity, "identity that the camera holds");
     if (facts.electronsPerAdu > 0)

@@ -18,7 +18,8 @@ struct PictureFacts {
     std::string object;
     UtcTime start;
     Microseconds asked{};
-    Microseconds measured{};
+    Microseconds planned{};
+    std::optional<Microseconds> measured; // see Exposure
     int gain = 0;
     int offset = 0;
     double electronsPerAdu = 0; // 0: not known

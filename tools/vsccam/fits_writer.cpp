@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cerrno>
 #include <charconv>
 #include <cmath>
 #include <string_view>
@@ -28,9 +29,11 @@ constexpr std::array<std::string_view, 15> kOwnKeys = {
 /// An open FITS file. Its functions throw the texts of cfitsio as Failure.
 class FitsFile {
   public:
-    explicit FitsFile(const std::filesystem::path &path) : m_path(path)
+    /// @param name  that it gets in the end, for messages
+    FitsFile(const std::filesystem::path &path, std::filesystem::path name)
+        : m_name(std::move(name))
     {
-        int status = 0;
+        int status = Begin();
         fits_create_diskfile(&m_file, path.c_str(), &status);
         Check(status);
     }
@@ -45,14 +48,14 @@ class FitsFile {
 
     void CreateImage(int bitsPerPixel, std::vector<long> axes)
     {
-        int status = 0;
+        int status = Begin();
         fits_create_img(m_file, bitsPerPixel, static_cast<int>(axes.size()), axes.data(), &status);
         Check(status);
     }
 
     void WriteSamples(int type, size_t first, size_t count, const void *samples)
     {
-        int status = 0;
+        int status = Begin();
         // cfitsio only reads the samples; its interface is older than const.
         fits_write_img(m_file, type, static_cast<LONGLONG>(first) + 1, static_cast<LONGLONG>(count),
                        const_cast<void *>(samples), &status);
@@ -61,7 +64,7 @@ class FitsFile {
 
     void Put(const FitsKey &key)
     {
-        int status = 0;
+        int status = Begin();
         const char *name = key.name.c_str();
         const char *comment = key.comment.c_str();
         if (const auto *flag = std::get_if<bool>(&key.value))
@@ -78,23 +81,31 @@ class FitsFile {
 
     void Close()
     {
-        int status = 0;
+        int status = Begin();
         fits_close_file(std::exchange(m_file, nullptr), &status);
         Check(status);
     }
 
   private:
+    /// The status before a call. What the system says of a failure of before is forgotten.
+    static int Begin()
+    {
+        errno = 0;
+        return 0;
+    }
+
     void Check(int status) const
     {
         if (status == 0)
             return;
+        const int error = errno;
         std::array<char, FLEN_STATUS> text{};
         fits_get_errstatus(status, text.data());
-        throw Failure(Exit::kFile, fmt::format("cannot write {}: {}; check folder and disk space",
-                                               m_path.string(), text.data()));
+        errno = error;
+        throw CannotWrite(m_name, text.data());
     }
 
-    std::filesystem::path m_path;
+    std::filesystem::path m_name;
     fitsfile *m_file = nullptr;
 };
 
@@ -171,7 +182,7 @@ void WriteFits(const std::filesystem::path &path, const Picture &picture,
                const std::vector<FitsKey> &keys)
 {
     TemporaryFile temporary(path);
-    FitsFile file(temporary.Path());
+    FitsFile file(temporary.Path(), path);
     WriteSamples(file, picture);
     for (const FitsKey &key : keys)
         file.Put(key);

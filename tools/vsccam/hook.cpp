@@ -1,6 +1,8 @@
 #include "hook.h"
 
 #include "arguments.h"
+#include "failure.h"
+#include "stop_signals.h"
 
 #include <fmt/format.h>
 #include <spawn.h>
@@ -8,17 +10,22 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <optional>
+#include <thread>
 #include <vector>
 
 namespace vsctool {
+namespace {
 
-int RunHook(const std::string &command, const std::filesystem::path &file)
+using namespace std::chrono_literals;
+
+constexpr auto kPollInterval = 10ms;
+constexpr int kPollsUntilKilled = 50;
+
+/// Starts a program in a process group of its own, with which whatever it starts can be ended. Its
+/// standard output is no place for results of ours.
+std::optional<pid_t> Start(std::vector<std::string> words, std::vector<std::string> variables)
 {
-    std::vector<std::string> words = {"/bin/sh", "-c", command, "hook", file.string()};
-    std::vector<std::string> variables = {fmt::format("VSCCAM_FILE={}", file.string())};
-    for (char **variable = environ; *variable; ++variable)
-        variables.emplace_back(*variable);
-
     sigset_t none;
     sigemptyset(&none);
     sigset_t pipe = none;
@@ -27,15 +34,56 @@ int RunHook(const std::string &command, const std::filesystem::path &file)
     posix_spawnattr_init(&attributes);
     posix_spawnattr_setsigmask(&attributes, &none);    // ours are blocked, the hook's shall not be
     posix_spawnattr_setsigdefault(&attributes, &pipe); // nor ignored
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    posix_spawnattr_setpgroup(&attributes, 0);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF |
+                                              POSIX_SPAWN_SETPGROUP);
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    posix_spawn_file_actions_adddup2(&files, STDERR_FILENO, STDOUT_FILENO);
     pid_t child = 0;
-    const int error = posix_spawn(&child, words[0].c_str(), nullptr, &attributes,
+    const int error = posix_spawn(&child, words[0].c_str(), &files, &attributes,
                                   Pointers(words).data(), Pointers(variables).data());
+    posix_spawn_file_actions_destroy(&files);
     posix_spawnattr_destroy(&attributes);
+    return error == 0 ? std::optional(child) : std::nullopt;
+}
+
+bool HasEnded(pid_t child, int *status)
+{
+    return waitpid(child, status, WNOHANG) != 0;
+}
+
+/// With all that it has started. What does not end when asked to is killed.
+void EndGroup(pid_t leader)
+{
     int status = 0;
-    if (error != 0 || waitpid(child, &status, 0) != child || !WIFEXITED(status))
+    kill(-leader, SIGTERM);
+    for (int i = 0; i < kPollsUntilKilled && !HasEnded(leader, &status); ++i)
+        std::this_thread::sleep_for(kPollInterval);
+    kill(-leader, SIGKILL);
+    while (!HasEnded(leader, &status))
+        std::this_thread::sleep_for(kPollInterval);
+}
+
+} // namespace
+
+int RunHook(const std::string &command, const std::filesystem::path &file)
+{
+    std::vector<std::string> variables = {fmt::format("VSCCAM_FILE={}", file.string())};
+    for (char **variable = environ; *variable; ++variable)
+        variables.emplace_back(*variable);
+    const auto child = Start({"/bin/sh", "-c", command, "hook", file.string()}, variables);
+    if (!child)
         return -1;
-    return WEXITSTATUS(status);
+    int status = 0;
+    try {
+        while (!HasEnded(*child, &status))
+            StopSignals::SleepFor(kPollInterval);
+    } catch (const Failure &) {
+        EndGroup(*child);
+        throw;
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 } // namespace vsctool

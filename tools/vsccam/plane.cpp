@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <numeric>
 
 namespace vsctool {
 namespace {
@@ -81,6 +82,24 @@ Rgb Demosaic(const Plane &mosaic, Mosaic phase)
         }
     }
     return rgb;
+}
+
+Plane Shrunk(Plane plane, int factor)
+{
+    if (factor <= 1)
+        return plane;
+    Plane shrunk(plane.width / factor, plane.height / factor);
+    for (int y = 0; y < shrunk.height; ++y) {
+        for (int x = 0; x < shrunk.width; ++x) {
+            unsigned sum = 0;
+            for (int v = 0; v < factor; ++v) {
+                const uint16_t *block = plane.Row(y * factor + v) + x * factor;
+                sum = std::accumulate(block, block + factor, sum);
+            }
+            shrunk.Row(y)[x] = static_cast<uint16_t>(sum / static_cast<unsigned>(factor * factor));
+        }
+    }
+    return shrunk;
 }
 
 Plane Luminance(const Picture &picture, bool isMosaic)

@@ -1,14 +1,17 @@
 #include "png_writer.h"
 
-#include "failure.h"
 #include "stretch.h"
 #include "temporary_file.h"
 
-#include <fmt/format.h>
 #include <png.h>
+
+#include <cerrno>
+#include <utility>
 
 namespace vsctool {
 namespace {
+
+constexpr int kWidest = 2048; // more shows nothing on a screen, and takes seconds to write
 
 void WritePng(const std::filesystem::path &path, int width, int height, bool colour,
               const std::vector<uint8_t> &bytes)
@@ -20,9 +23,9 @@ void WritePng(const std::filesystem::path &path, int width, int height, bool col
     image.height = static_cast<png_uint_32>(height);
     image.format = colour ? PNG_FORMAT_RGB : PNG_FORMAT_GRAY;
     image.flags = PNG_IMAGE_FLAG_FAST; // noise hardly compresses, and small boards wait for it
+    errno = 0;
     if (!png_image_write_to_file(&image, temporary.Path().c_str(), 0, bytes.data(), 0, nullptr))
-        throw Failure(Exit::kFile, fmt::format("cannot write {}: {}; check folder and disk space",
-                                               path.string(), image.message));
+        throw CannotWrite(path, image.message);
     temporary.Commit();
 }
 
@@ -43,13 +46,16 @@ void WritePreview(const std::filesystem::path &path, const Picture &picture,
                   std::optional<Mosaic> mosaic)
 {
     const double fullScale = picture.format == PixelFormat::kRaw16 ? 0xFFFF : 0xFF;
-    const bool colour = mosaic || picture.format == PixelFormat::kRgb24;
-    const auto rgb = [&] {
-        return mosaic ? Demosaic(SamplesOf(picture), *mosaic) : SplitRgb24(picture);
-    };
-    const std::vector<uint8_t> bytes =
-        colour ? Interleave(rgb(), fullScale) : AutoStretch(SamplesOf(picture), fullScale);
-    WritePng(path, picture.width, picture.height, colour, bytes);
+    const int factor = (picture.width + kWidest - 1) / kWidest;
+    if (mosaic || picture.format == PixelFormat::kRgb24) {
+        Rgb rgb = mosaic ? Demosaic(SamplesOf(picture), *mosaic) : SplitRgb24(picture);
+        for (Plane &channel : rgb)
+            channel = Shrunk(std::move(channel), factor);
+        WritePng(path, rgb[0].width, rgb[0].height, true, Interleave(rgb, fullScale));
+    } else {
+        const Plane plane = Shrunk(SamplesOf(picture), factor);
+        WritePng(path, plane.width, plane.height, false, AutoStretch(plane, fullScale));
+    }
 }
 
 } // namespace vsctool

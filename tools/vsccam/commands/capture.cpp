@@ -37,6 +37,7 @@ struct CaptureOptions {
     std::string dark;
     std::optional<int> coolTo;
     std::optional<double> waitWithin;
+    bool noWarming = false;
     std::string hook;
     std::vector<std::string> fitsKeys;
     std::string name = "{type}_{seq:05}.fit";
@@ -62,7 +63,7 @@ struct SavedPicture {
 std::string InWords(const SavedPicture &saved)
 {
     std::string line = fmt::format("{}  {}  {:.6g} s", saved.fits.string(),
-                                   FormatUtc(saved.facts.start), Seconds(saved.facts.measured));
+                                   FormatUtc(saved.facts.start), Seconds(saved.facts.planned));
     if (saved.facts.temperatureC)
         line += fmt::format("  {:.1f} C", *saved.facts.temperatureC);
     line += fmt::format("  min {} mean {:.1f} max {}  saturated {:.3f} %", saved.levels.min,
@@ -77,11 +78,13 @@ ordered_json AsJson(const SavedPicture &saved)
 {
     ordered_json json = {{"file", saved.fits.string()},
                          {"utc", FormatUtc(saved.facts.start)},
-                         {"exposure_s", Seconds(saved.facts.measured)},
+                         {"exposure_s", Seconds(saved.facts.planned)},
                          {"min", saved.levels.min},
                          {"mean", saved.levels.mean},
                          {"max", saved.levels.max},
                          {"saturated_percent", saved.levels.saturatedPercent}};
+    if (saved.facts.measured)
+        json["measured_s"] = Seconds(*saved.facts.measured);
     if (!saved.png.empty())
         json["preview"] = saved.png.string();
     if (saved.facts.temperatureC)
@@ -103,11 +106,15 @@ class Series {
 
   private:
     void SetUp();
+    void TakeAll();
+    Microseconds UsualExposure() const;
     bool WritesPreview() const;
     bool IsTaken(const std::filesystem::path &file) const;
     std::filesystem::path NextFile();
     Exposure Expose();
-    SavedPicture Save(const std::filesystem::path &file, const Exposure &exposure) const;
+    SavedPicture Save(const std::filesystem::path &file, const Exposure &exposure);
+    bool SavePreview(const std::filesystem::path &file, const Exposure &exposure,
+                     const PictureFacts &facts);
     void Report(const SavedPicture &saved);
     void WaitForNext(UtcTime start) const;
 
@@ -118,6 +125,7 @@ class Series {
     Camera m_camera; // after all that can be wrong with the options alone
     Microseconds m_exposure{};
     int m_sequence = 1;
+    int m_previewsLost = 0;
 };
 
 std::vector<FitsKey> ParseKeys(const std::vector<std::string> &texts)
@@ -152,13 +160,15 @@ void Series::SetUp()
                                   m_options.dark));
     if (m_options.coolTo)
         CoolTo(m_camera, *m_options.coolTo, m_options.waitWithin, m_context.console);
-    const Microseconds usual =
-        m_options.type == "bias" ? Microseconds(getMin(CONTROL_EXPOSURE)) : 1s;
-    m_exposure = m_options.exposure.value_or(usual);
-    if (m_camera.SetExposure(m_exposure) != m_exposure)
-        m_context.console.Note(
-            fmt::format("exposure is {} on this camera",
-                        FormatTime(Microseconds(getValue(CONTROL_EXPOSURE, nullptr)))));
+    m_exposure = m_options.exposure.value_or(UsualExposure());
+    m_camera.SetExposure(m_exposure, m_context.console);
+}
+
+Microseconds Series::UsualExposure() const
+{
+    if (m_options.type == "bias")
+        return Microseconds(getMin(CONTROL_EXPOSURE));
+    return std::min<Microseconds>(1s, Microseconds(getMax(CONTROL_EXPOSURE)));
 }
 
 bool Series::WritesPreview() const
@@ -205,10 +215,10 @@ Exposure Series::Expose()
 {
     const bool visible = m_context.console.ShowsProgress() && m_exposure > kShortestWithProgress;
     ProgressBar bar(visible, m_exposure);
-    return m_camera.Take(m_exposure, m_context.timeout, bar);
+    return m_camera.Take(m_context.timeout, bar);
 }
 
-SavedPicture Series::Save(const std::filesystem::path &file, const Exposure &exposure) const
+SavedPicture Series::Save(const std::filesystem::path &file, const Exposure &exposure)
 {
     SavedPicture saved;
     saved.fits = file;
@@ -222,14 +232,26 @@ SavedPicture Series::Save(const std::filesystem::path &file, const Exposure &exp
         keys.push_back({"DARKSUB", true, "a dark frame was subtracted"});
     keys.insert(keys.end(), m_userKeys.begin(), m_userKeys.end());
     WriteFits(file, exposure.picture, keys);
-    if (WritesPreview()) {
+    if (WritesPreview() && SavePreview(PreviewOf(file), exposure, saved.facts))
         saved.png = PreviewOf(file);
-        WritePreview(saved.png, exposure.picture, saved.facts.mosaic);
-    }
     saved.levels = LevelsOf(exposure.picture);
     saved.sharpness = SharpnessOf(Luminance(exposure.picture, saved.facts.mosaic.has_value()),
                                   SaturationOf(exposure.picture.format));
     return saved;
+}
+
+/// The picture itself is safe by now: a series goes on without previews.
+bool Series::SavePreview(const std::filesystem::path &file, const Exposure &exposure,
+                         const PictureFacts &facts)
+{
+    try {
+        WritePreview(file, exposure.picture, facts.mosaic);
+        return true;
+    } catch (const Failure &failure) {
+        m_context.console.Note(failure.what());
+        ++m_previewsLost;
+        return false;
+    }
 }
 
 void Series::Report(const SavedPicture &saved)
@@ -254,6 +276,20 @@ void Series::WaitForNext(UtcTime start) const
 }
 
 void Series::Run()
+{
+    if (m_options.coolTo && isCoolerCam() && !m_options.noWarming)
+        WorkThenWarm(
+            m_context.console, [this] { TakeAll(); },
+            [this] { WarmUp(m_camera, m_context.console); });
+    else
+        TakeAll();
+    if (m_previewsLost > 0)
+        throw Failure(Exit::kFile, fmt::format("{} of {} previews were not written; the pictures "
+                                               "are complete",
+                                               m_previewsLost, m_options.count));
+}
+
+void Series::TakeAll()
 {
     SetUp();
     for (int taken = 1;; ++taken) {
@@ -294,7 +330,7 @@ void AddOptions(CLI::App &app, CaptureOptions &o)
 {
     AddParsed(app, "-e,--exposure", o.exposure, ParseTime, "TIME",
               "Exposure: 250us, 20ms, 1.5s, 2min (default 1s; of a bias frame, the shortest)");
-    app.add_option("-n,--count", o.count, "Number of pictures")->check(CLI::PositiveNumber);
+    app.add_option("-n,--count", o.count, "Number of pictures")->check(CLI::Range(1, 1'000'000));
     AddParsed(app, "--interval", o.interval, ParseTime, "TIME", "Time from start to start");
     app.add_option("--gain", o.gain, "Gain, see 'vsccam info'");
     app.add_option("--offset", o.offset, "Black level, see 'vsccam info'");
@@ -308,7 +344,9 @@ void AddOptions(CLI::App &app, CaptureOptions &o)
     AddParsed(app, "--object", o.object, ParseObject, "NAME", "What is in the picture");
     app.add_option("--dark", o.dark, "Dark frame to subtract: BMP, 8-bit formats only")
         ->check(CLI::ExistingFile);
-    CLI::Option *cool = app.add_option("--cool", o.coolTo, "Cool the sensor to so many Celsius");
+    CLI::Option *cool = app.add_option(
+        "--cool", o.coolTo, "Cool the sensor to so many Celsius; at the end it is warmed in steps");
+    app.add_flag("--no-warming", o.noWarming, "End the cooling at once")->needs(cool);
     app.add_option("--wait-temp", o.waitWithin, "Wait until so many Celsius from the target")
         ->needs(cool)
         ->check(CLI::NonNegativeNumber);

@@ -106,27 +106,36 @@ bool IsSetting(const std::string &word)
     return word.find('=') != std::string::npos;
 }
 
-/// Settings end with the program, so that they only make sense in front of another command.
-Command Prefixed(std::vector<std::string> words, const CommandParser &parse)
+/// Reached only when no setting, or no command, follows the word.
+[[noreturn]] void ThrowNoPrefix(const std::vector<std::string> &words)
 {
-    if (const auto mark = std::find(words.begin(), words.end(), "--"); mark != words.end())
-        words.erase(mark);
-    const auto rest = std::find_if_not(words.begin(), words.end(), IsSetting);
-    if (rest == words.end())
+    if (words.empty() || IsSetting(words.front()))
         throw Failure(Exit::kUsage, "settings end with the program: put a command behind them, as "
                                     "in 'set gain=200 -- capture'");
-    std::vector<Setting> settings;
-    std::transform(words.begin(), rest, std::back_inserter(settings), ParseSetting);
-    return [settings, command = parse({rest, words.end()})](Context &context) {
-        context.camera.settings.insert(context.camera.settings.end(), settings.begin(),
-                                       settings.end());
-        command(context);
-    };
+    throw Failure(Exit::kUsage, fmt::format("'{}' is no setting; write 'set gain=200 -- capture'",
+                                            words.front()));
 }
 
 } // namespace
 
-void AddControlsCommands(CLI::App &app, Command &chosen, const CommandParser &parse)
+// Settings end with the program, so that they only make sense in front of another command. They
+// are taken off before anything is parsed: what is left reads like any other command line.
+std::vector<Setting> TakeSettings(std::vector<std::string> &words)
+{
+    const auto set = std::find(words.begin(), words.end(), "set");
+    if (set == words.end() || (set != words.begin() && *std::prev(set) == "id"))
+        return {};
+    const auto end = std::find_if_not(std::next(set), words.end(), IsSetting);
+    const auto command = end != words.end() && *end == "--" ? std::next(end) : end;
+    if (end == std::next(set) || command == words.end())
+        return {};
+    std::vector<Setting> settings;
+    std::transform(std::next(set), end, std::back_inserter(settings), ParseSetting);
+    words.erase(set, command);
+    return settings;
+}
+
+void AddControlsCommands(CLI::App &app, Command &chosen)
 {
     app.add_subcommand("controls", "Show all controls with their ranges")->callback([&chosen] {
         chosen = ShowControls;
@@ -141,7 +150,7 @@ void AddControlsCommands(CLI::App &app, Command &chosen, const CommandParser &pa
     CLI::App *set = app.add_subcommand("set", "Set controls, then run the command behind '--'");
     set->footer("NAME=VALUE... -- COMMAND; exposure=20ms gain=auto cooler=on -- capture");
     set->prefix_command();
-    set->callback([&chosen, set, parse] { chosen = Prefixed(set->remaining(), parse); });
+    set->callback([set] { ThrowNoPrefix(set->remaining()); });
 }
 
 } // namespace vsctool

@@ -18,10 +18,7 @@ namespace {
 using namespace std::chrono_literals;
 using SteadyClock = std::chrono::steady_clock;
 
-constexpr auto kReportInterval = 4s;
 constexpr size_t kTrendReports = 15; // over the last minute
-constexpr double kUsualWarmingCPerMin = 5;
-constexpr double kWarmEnoughC = 1; // below the warmest target, on a hot day
 
 struct CoolOptions {
     int targetC = 0;
@@ -42,39 +39,23 @@ class CoolingRun {
 
     void Run()
     {
-        try {
-            Cool();
-        } catch (const Failure &failure) {
-            if (failure.Code() == static_cast<int>(Exit::kCameraLost))
-                throw;
-            if (failure.Code() >= static_cast<int>(Exit::kSignal))
-                Note("warming the sensor; stop once more to end at once");
-            else
-                m_silent = true; // nobody reads what it says any more
-            Warm();
-            throw;
-        }
-        Warm();
+        WorkThenWarm(
+            m_console, [this] { CoolQuietly(); }, [this] { Warm(); });
     }
 
   private:
     static double Temperature() { return static_cast<double>(getSensorTemp()); }
 
-    static void MoveTo(double targetC)
+    /// Results that nobody reads any more are no reason to stop the cooler at once.
+    void CoolQuietly()
     {
-        // A ramp may begin beyond what can be asked for, on a hot day.
-        const int whole = std::clamp(static_cast<int>(std::lround(targetC)),
-                                     getMin(CONTROL_TARGET_TEMP), getMax(CONTROL_TARGET_TEMP));
-        if (getValue(CONTROL_TARGET_TEMP, nullptr) != whole ||
-            !getValue(CONTROL_COOLER_ON, nullptr))
-            Regulate(whole); // which begins anew: not more often than need be
-    }
-
-    /// Where a ramp from `fromC` to `toC` is by now.
-    static double OnRamp(double fromC, double toC, double cPerMin, SteadyClock::duration elapsed)
-    {
-        const double way = cPerMin * std::chrono::duration<double>(elapsed).count() / 60;
-        return toC < fromC ? std::max(toC, fromC - way) : std::min(toC, fromC + way);
+        try {
+            Cool();
+        } catch (const Failure &failure) {
+            m_line.Show(""); // which stands where the next words go
+            m_silent = failure.Code() < static_cast<int>(Exit::kSignal);
+            throw;
+        }
     }
 
     void Cool()
@@ -83,8 +64,9 @@ class CoolingRun {
         const double finalC = m_options.targetC;
         for (;;) {
             const auto elapsed = SteadyClock::now() - start;
-            MoveTo(m_options.rampCPerMin ? OnRamp(m_startC, finalC, *m_options.rampCPerMin, elapsed)
-                                         : finalC);
+            MoveTarget(m_options.rampCPerMin
+                           ? OnRamp(m_startC, finalC, *m_options.rampCPerMin, elapsed)
+                           : finalC);
             Report();
             if (m_options.duration && elapsed >= *m_options.duration)
                 return;
@@ -92,21 +74,12 @@ class CoolingRun {
         }
     }
 
-    /// A sensor that warms fast may gather dew, and strains. It is warm when regulation needs no
-    /// power: also after a start with a sensor that was cold already.
     void Warm()
     {
-        const auto start = SteadyClock::now();
-        const double fromC = Temperature();
-        const double cPerMin = m_options.rampCPerMin.value_or(kUsualWarmingCPerMin);
-        const double warmC = getMax(CONTROL_TARGET_TEMP);
-        while (Temperature() < warmC - kWarmEnoughC &&
-               getValue(CONTROL_COOLER_POWER, nullptr) > 0) {
-            MoveTo(OnRamp(fromC, warmC, cPerMin, SteadyClock::now() - start));
+        WarmUp(m_options.rampCPerMin.value_or(kUsualWarmingCPerMin), [this] {
             Report();
             Wait();
-        }
-        setValue(CONTROL_COOLER_ON, 0, false);
+        });
         Note(fmt::format("the cooler is off, the sensor at {:.1f} C", Temperature()));
     }
 
@@ -118,7 +91,7 @@ class CoolingRun {
 
     void Wait()
     {
-        StopSignals::SleepFor(kReportInterval);
+        StopSignals::SleepFor(kCoolingInterval);
         m_camera.CheckPresence();
     }
 
@@ -177,7 +150,7 @@ void AddCoolCommand(CLI::App &app, Command &chosen)
         ->required()
         ->check(CLI::Range(-40, 30));
     cool->add_option("--ramp", options->rampCPerMin, "Degrees per minute, down and up again")
-        ->check(CLI::PositiveNumber);
+        ->check(CLI::Range(0.1, 100.0));
     AddParsed(*cool, "--for", options->duration, ParseTime, "TIME",
               "End by itself after this time");
     cool->callback([&chosen, options] {

@@ -28,7 +28,7 @@ constexpr size_t kMostMedianBytes = size_t{320} << 20;
 constexpr int kBrightOverMean = 30;
 
 struct MakeOptions {
-    Microseconds exposure = 1s;
+    std::optional<Microseconds> exposure;
     int count = 5;
     std::optional<int> gain;
     std::optional<int> offset;
@@ -63,6 +63,13 @@ void Report(const std::filesystem::path &file, const DarkFrame &dark, Console &c
                   {"bright_pixels", bright}});
 }
 
+/// A second, or as long as the open camera can.
+Microseconds ExposureOf(const MakeOptions &options)
+{
+    const Microseconds longest(getMax(CONTROL_EXPOSURE));
+    return options.exposure.value_or(std::min<Microseconds>(1s, longest));
+}
+
 /// Whole sensor, one byte a pixel, as the sensor sends it.
 void SetUp(const MakeOptions &options, Camera &camera, Context &context)
 {
@@ -77,14 +84,14 @@ void SetUp(const MakeOptions &options, Camera &camera, Context &context)
         Set("offset", *options.offset);
     if (options.coolTo)
         CoolTo(camera, *options.coolTo, options.waitWithin, context.console);
-    (void)camera.SetExposure(options.exposure);
+    camera.SetExposure(ExposureOf(options), context.console);
 }
 
 /// Refused before the frames are taken, which may be a long time.
 std::filesystem::path FileOf(const MakeOptions &options)
 {
     const std::filesystem::path file =
-        options.file.empty() ? fmt::format("dark_{}_gain{}.bmp", FormatTime(options.exposure),
+        options.file.empty() ? fmt::format("dark_{}_gain{}.bmp", FormatTime(ExposureOf(options)),
                                            getValue(CONTROL_GAIN, nullptr))
                              : options.file;
     std::error_code unreachable; // shows when the file is created
@@ -113,16 +120,15 @@ std::unique_ptr<FrameStack> StackFor(const MakeOptions &options)
 void TakeFrames(FrameStack &stack, const MakeOptions &options, Camera &camera, Context &context)
 {
     for (int i = 1; i <= options.count; ++i) {
-        ProgressBar bar(context.console.ShowsProgress(), options.exposure,
+        ProgressBar bar(context.console.ShowsProgress(), ExposureOf(options),
                         fmt::format("frame {} of {} ", i, options.count));
-        stack.Add(camera.Take(options.exposure, context.timeout, bar).picture.bytes);
+        stack.Add(camera.Take(context.timeout, bar).picture.bytes);
         StopSignals::SleepFor(0ms); // where a signal ends the series of short exposures
     }
 }
 
-void Make(const MakeOptions &options, Context &context)
+void Make(const MakeOptions &options, Camera &camera, Context &context)
 {
-    Camera camera(context.camera);
     const std::unique_ptr<FrameStack> stack = StackFor(options);
     SetUp(options, camera, context);
     const std::filesystem::path file = FileOf(options);
@@ -132,6 +138,23 @@ void Make(const MakeOptions &options, Context &context)
     if (!EnableDarkSubtract(file.c_str()))
         throw Failure(Exit::kFile, fmt::format("the library cannot read {}", file.string()));
     Report(file, dark, context.console);
+}
+
+void Make(const MakeOptions &options, Context &context)
+{
+    Camera camera(context.camera);
+    const auto make = [&] { Make(options, camera, context); };
+    if (options.coolTo && isCoolerCam())
+        WorkThenWarm(context.console, make, [&] { WarmUp(camera, context.console); });
+    else
+        make();
+}
+
+void Show(const std::filesystem::path &file, Console &console)
+{
+    Report(file, ReadDark(file), console);
+    console.Note("the library's own layout: a bitmap whose file header has 16 bytes instead of 14, "
+                 "which picture viewers do not open");
 }
 
 void AddMake(CLI::App &dark, Command &chosen)
@@ -163,9 +186,8 @@ void AddInfo(CLI::App &dark, Command &chosen)
     CLI::App *info = dark.add_subcommand("info", "Show what is in a dark frame");
     const auto file = std::make_shared<std::string>();
     info->add_option("file", *file, "The file")->required();
-    info->callback([&chosen, file] {
-        chosen = [file](Context &context) { Report(*file, ReadDark(*file), context.console); };
-    });
+    info->callback(
+        [&chosen, file] { chosen = [file](Context &context) { Show(*file, context.console); }; });
 }
 
 } // namespace

@@ -2,11 +2,11 @@
 #include "commands/command.h"
 #include "confirm.h"
 #include "failure.h"
+#include "identity.h"
 
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <charconv>
 #include <memory>
 
 namespace vsctool {
@@ -17,51 +17,37 @@ struct SetOptions {
     bool yes = false;
 };
 
-std::string InHex(const _VSC_ID &id)
-{
-    std::string text;
-    for (const unsigned char byte : id.id)
-        text += fmt::format("{:02x}", byte);
-    return text;
-}
-
-_VSC_ID ParseId(const std::string &text)
-{
-    _VSC_ID id{};
-    bool complete = text.size() == 2 * std::size(id.id);
-    for (size_t i = 0; complete && i < std::size(id.id); ++i) {
-        const char *digits = text.data() + 2 * i;
-        const auto [end, error] = std::from_chars(digits, digits + 2, id.id[i], 16);
-        complete = error == std::errc() && end == digits + 2;
-    }
-    if (!complete)
-        throw Failure(Exit::kUsage,
-                      fmt::format("'{}' is no identifier: write 16 hexadecimal digits", text));
-    return id;
-}
-
 void Show(Context &context, const Camera &camera, const _VSC_ID &id)
 {
     context.console.Say(InHex(id));
     context.console.Emit({{"model", camera.Entry().model}, {"id", InHex(id)}});
 }
 
+void RequireFlash(const Camera &camera)
+{
+    if (!isUSB3Camera())
+        throw Failure(Exit::kNotSupported,
+                      camera.Entry().model + " has no flash memory, thus no identifier");
+}
+
 void GetId(Context &context)
 {
     const Camera camera(context.camera);
-    _VSC_ID id{};
-    if (!GetID(&id)) {
+    RequireFlash(camera);
+    const auto id = IdOfCamera();
+    if (!id) {
         camera.CheckPresence();
         throw Failure(Exit::kFailure,
                       fmt::format("{} has no identifier yet; give it one with 'vsccam id set'",
                                   camera.Entry().model));
     }
-    Show(context, camera, id);
+    Show(context, camera, *id);
 }
 
 void SetId(const SetOptions &options, Context &context)
 {
     const Camera camera(context.camera);
+    RequireFlash(camera);
     if (!options.yes)
         Confirm(fmt::format("Replace the identifier in the flash of {}?", camera.Entry().model));
     _VSC_ID written{};

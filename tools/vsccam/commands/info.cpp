@@ -54,6 +54,8 @@ ordered_json Collect(const Camera &camera)
         info["bayer"] = BayerPattern(MosaicOf(getColorBayer(), false, false));
     if (getElectronsPerADU() > 0)
         info["electrons_per_adu"] = Decimal(getElectronsPerADU());
+    if (!camera.NotVerified().empty())
+        info["not_verified"] = camera.NotVerified();
     return info;
 }
 
