@@ -108,10 +108,11 @@ CameraEntry FindById(const std::vector<CameraEntry> &cameras, std::string_view d
 {
     const std::string wanted = InHex(ParseId(std::string(digits)));
     for (const CameraEntry &camera : cameras) {
-        if (camera.Usable() != "yes" || !openCamera(NarrowTo(camera).index))
+        if (camera.Usable() != "yes")
             continue;
-        const auto id = IdOfCamera();
-        closeCamera();
+        const bool opened = openCamera(NarrowTo(camera).index) != 0;
+        const auto id = opened ? IdOfCamera() : std::nullopt;
+        closeCamera(); // also one that did not open: else the next would be taken for it
         if (id && InHex(*id) == wanted)
             return camera;
     }

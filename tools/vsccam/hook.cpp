@@ -11,6 +11,7 @@
 
 #include <csignal>
 #include <optional>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -21,6 +22,8 @@ using namespace std::chrono_literals;
 
 constexpr auto kPollInterval = 10ms;
 constexpr int kPollsUntilKilled = 50;
+// The camera that this program keeps to; what the hook starts may want another one.
+constexpr std::string_view kOurChoice = "VSCCAM_CAMERA=";
 
 /// Starts a program in a process group of its own, with which whatever it starts can be ended. Its
 /// standard output is no place for results of ours.
@@ -71,7 +74,8 @@ int RunHook(const std::string &command, const std::filesystem::path &file)
 {
     std::vector<std::string> variables = {fmt::format("VSCCAM_FILE={}", file.string())};
     for (char **variable = environ; *variable; ++variable)
-        variables.emplace_back(*variable);
+        if (!std::string_view(*variable).starts_with(kOurChoice))
+            variables.emplace_back(*variable);
     const auto child = Start({"/bin/sh", "-c", command, "hook", file.string()}, variables);
     if (!child)
         return -1;
