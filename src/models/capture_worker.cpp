@@ -27,7 +27,9 @@ constexpr auto kReopenInterval = 1s;
 constexpr milliseconds kPresenceInterval = 400ms; // from one look for the camera to the next
 // A camera that does not answer gets longer than requests are held back from it.
 constexpr auto kRestoreInterval = 500ms;
-constexpr int kRestoresToReset = 4;
+// Of a turn of the worker: calls of the host that set something may have to wait for it.
+constexpr LossLimit kTurnLimit{.work = 500ms, .countsWaits = false};
+constexpr int kRestoresToReset = 8;
 
 // A single exposure ends in five seconds and four frame times besides its own, whatever the camera
 // sends: in a little less, because a request may be under way.
@@ -54,9 +56,13 @@ void CaptureWorker::Run()
 {
     try {
         m_exposureBegan = Clock::now();
-        Turn turn = Prepare() || BringBackDevice() ? Turn::GoOn : GiveUp();
-        while (turn == Turn::GoOn && m_running)
-            turn = CaptureOneFrame();
+        Turn turn = Prepare() ? Turn::GoOn : Turn::Recover;
+        while (turn != Turn::Leave && m_running) {
+            if (turn == Turn::GoOn)
+                turn = CaptureOneFrame();
+            else
+                turn = BringBackDevice() ? Turn::GoOn : GiveUp();
+        }
     } catch (const std::bad_alloc &) {
         (void)Fail(); // nobody waits for a frame for ever
     }
@@ -65,6 +71,7 @@ void CaptureWorker::Run()
 
 bool CaptureWorker::Prepare()
 {
+    const RequestBudget budget(kTurnLimit);
     m_autoBandwidthSince = m_lastBurst = GetTickCount();
     m_camera.SendCMD(request::kStopDataPath);
     m_sensor.StopSensorStreaming();
@@ -99,6 +106,7 @@ std::span<uint8_t> CaptureWorker::Frame() const
 
 CaptureWorker::Turn CaptureWorker::CaptureOneFrame()
 {
+    const RequestBudget budget(kTurnLimit);
     if (Superseded())
         return ExposeAnew();
     FollowExposure();
@@ -363,7 +371,7 @@ CaptureWorker::Turn CaptureWorker::RecoverDevice()
         m_camera.SetLost(true);
         return Fail();
     }
-    return BringBackDevice() ? Turn::GoOn : Turn::Leave;
+    return Turn::Recover;
 }
 
 CaptureWorker::Turn CaptureWorker::GiveUp()
@@ -398,7 +406,7 @@ bool CaptureWorker::Reopen()
 /// is programmed by half, and nothing would ever show it.
 bool CaptureWorker::Restore()
 {
-    const RequestBudget budget({}, &m_running);
+    const RequestBudget budget(kTurnLimit, &m_running);
     return m_camera.ProgramWhole([this] { return m_sensor.RestoreSettings(); });
 }
 

@@ -22,7 +22,7 @@ class CaptureWorker {
     void Run();
 
   protected:
-    enum class Turn { GoOn, Leave };
+    enum class Turn { GoOn, Recover, Leave };
 
     /// @param autoControlPass  from one look of the auto-control thread to the next
     CaptureWorker(CCameraBase &camera, CaptureSensor &sensor, uint8_t endpoint,
@@ -60,6 +60,7 @@ class CaptureWorker {
     bool TooManyEmptyReads(const BulkStream::Pass &pass);
     /// Whether resetting the camera once more would only keep a single exposure waiting.
     bool ResetTooOften();
+    /// What to do about a device that is gone.
     Turn RecoverDevice();
     Turn Fail();
     /// Whether a lower bandwidth is still going to be tried against drops.

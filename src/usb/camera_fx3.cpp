@@ -219,7 +219,7 @@ int CCameraFX3::Transfer(const Request &request, Purpose purpose)
 {
     const auto asked = Clock::now();
     Lock lock(m_controlSection);
-    RequestSection::ChargeWait(asked);
+    RequestBudget::ChargeWait(asked);
     const auto start = Clock::now();
     if (!m_kernelIsDone.WaitUntil(lock, start + request.timeout, [this] { return !m_inKernel; })) {
         ChargeLoss(purpose, start);

@@ -30,7 +30,7 @@ void LossAccount::Charge(Purpose purpose, milliseconds lost)
 }
 
 RequestBudget::RequestBudget(const LossLimit &limit, const RunFlag *goOn)
-    : m_account(limit), m_goOn(goOn), m_outer(t_budget)
+    : m_account(limit), m_countsWaits(limit.countsWaits), m_goOn(goOn), m_outer(t_budget)
 {
     t_budget = this;
 }
@@ -56,12 +56,15 @@ void RequestBudget::Charge(Purpose purpose, milliseconds lost)
         budget->m_account.Charge(purpose, lost);
 }
 
-void RequestSection::ChargeWait(Clock::time_point since)
+void RequestBudget::ChargeWait(Clock::time_point since)
 {
     constexpr milliseconds kUsual{100};
     const auto waited = std::chrono::floor<milliseconds>(Clock::now() - since);
-    if (waited > kUsual)
-        RequestBudget::Charge(Purpose::Work, waited);
+    if (waited <= kUsual)
+        return;
+    for (RequestBudget *budget = t_budget; budget; budget = budget->m_outer)
+        if (budget->m_countsWaits)
+            budget->m_account.Charge(Purpose::Work, waited);
 }
 
 LeavingSafe::LeavingSafe() : m_outer(t_leavesSafe)

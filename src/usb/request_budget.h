@@ -18,6 +18,9 @@ enum class Purpose {
 struct LossLimit {
     std::chrono::milliseconds work{1000};
     std::chrono::milliseconds leaveSafe{700};
+    /// Whether waiting for somebody else's answers is lost time, too: for whoever somebody waits
+    /// for.
+    bool countsWaits = true;
 };
 
 /// How much of it is left. Thread-safe.
@@ -51,27 +54,26 @@ class RequestBudget {
     /// The least of what is left of `atMost` and of all budgets that this thread is within.
     static std::chrono::milliseconds Left(Purpose purpose, std::chrono::milliseconds atMost);
     static void Charge(Purpose purpose, std::chrono::milliseconds lost);
+    /// Counts a wait, unless it is of the usual length.
+    static void ChargeWait(Clock::time_point since);
 
   private:
     LossAccount m_account;
+    const bool m_countsWaits;
     const RunFlag *const m_goOn;
     RequestBudget *const m_outer;
 };
 
-/// Held over requests that belong together. Who waits for it waits for somebody else's answers: that
-/// time is lost, too.
+/// Held over requests that belong together. Who waits for it waits for somebody else's answers.
 class RequestSection {
   public:
     void lock()
     {
         const auto start = Clock::now();
         m_section.lock();
-        ChargeWait(start);
+        RequestBudget::ChargeWait(start);
     }
     void unlock() { m_section.unlock(); }
-
-    /// Waits of the usual length do not count.
-    static void ChargeWait(Clock::time_point since);
 
   private:
     RecursiveCriticalSection m_section;

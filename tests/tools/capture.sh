@@ -140,7 +140,7 @@ contains code 9
 expect 6 faulty unplug capture -e 10ms -o never.fit
 expect 7 faulty mute --timeout 1s capture -e 10ms -o never.fit
 contains messages 'another cable'
-expect 7 "$(dirname "$vsccam")/vscsim" run --usbfs-memory 1 --camera VSC065MC-Cool --fault mute:a9 -- \
+expect 7 "$(dirname "$vsccam")/vscsim" run --usbfs-memory 1 --camera VSC065MC-Cool --fault "empty-frame@0x*" -- \
     "$vsccam" --timeout 5s capture -e 10ms -o never.fit
 contains messages 'usbfs_memory_mb'
 

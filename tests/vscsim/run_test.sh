@@ -62,12 +62,12 @@ Expect 143 -- Signalled TERM sh -c 'echo ready; exec sleep 60'
 Expect 5 -- Signalled INT sh -c 'trap "exit 5" INT; echo ready; while :; do sleep 0.1; done'
 
 # What is refused
-Expect 105 'VSC9' -- Run --camera VSC9 -- true
-Expect 105 'usb4' -- Run --camera VSC470MC:usb4 -- true
-Expect 105 '1.0' -- Run --camera VSC340MM:firmware=1.0 -- true
-Expect 105 'unknown fault' -- Run --fault nonsense -- true
-Expect 105 'slow' -- Run --speed slow -- true
-Expect 105 '-1' -- Run --speed -1 -- true
-Expect 106 'program' -- Run
+Expect 2 'VSC9' -- Run --camera VSC9 -- true
+Expect 2 'usb4' -- Run --camera VSC470MC:usb4 -- true
+Expect 2 '1.0' -- Run --camera VSC340MM:firmware=1.0 -- true
+Expect 2 'unknown fault' -- Run --fault nonsense -- true
+Expect 2 'slow' -- Run --speed slow -- true
+Expect 2 '-1' -- Run --speed -1 -- true
+Expect 2 'program' -- Run
 
 exit "$failed"
