@@ -28,7 +28,9 @@
  * after setDebugPrint(true), each behind the tag "<VSC SDK> ".
  *
  * How long a call may take: functions without a wait argument end within 2 s also when the camera
- * is unplugged or does not answer, unless their description says otherwise.
+ * is unplugged or does not answer, unless their description says otherwise. A call of the kernel
+ * that is under way (clearing an endpoint, resetting or configuring the device) may add its own
+ * limit, five seconds at most.
  */
 #ifndef VSCCAM_H
 #define VSCCAM_H
@@ -57,8 +59,15 @@ typedef int VSC_BOOL;
 /** Controls of getValue, setValue, getMin, getMax, isAutoSupported and isAvailable. */
 typedef int Control_TYPE;
 enum {
-    CONTROL_GAIN = 0,          /**< sensor gain, in steps of the model */
-    CONTROL_EXPOSURE = 1,      /**< exposure time, microseconds */
+    CONTROL_GAIN = 0,          /**< sensor gain. On Sony and S2800 models 0.1 dB a unit, in steps
+                                *   of the sensor (Sony: 0.3 dB, and twice the charge conversion
+                                *   from 61 on). PYTHON models: the range spans four doublings.
+                                *   USB 2.0 sensors and S340-S: a doubling every 16 units, a
+                                *   little more than one from 80 to 100. Read from the
+                                *   registers; not verified on hardware */
+    CONTROL_EXPOSURE = 1,      /**< exposure time, microseconds; what becomes of 1 s and more stands
+                                *   at startExposure. A negative one counts as endless: it becomes
+                                *   the longest of the model */
     CONTROL_GAMMA = 2,         /**< 0 to 100; 50 is linear, larger is brighter */
     CONTROL_WB_RED = 3,        /**< white balance of the red sites, 50 is unity; colour models */
     CONTROL_WB_BLUE = 4,       /**< white balance of the blue sites, 50 is unity; colour models */
@@ -78,9 +87,13 @@ enum {
 
 /** Image formats of setImageFormat, getImgType and isImgTypeSupported. */
 enum VSC_IMG_TYPE {
-    VSC_IMG_RAW8 = 0,  /**< one byte per pixel as the sensor has it (mosaic on colour models) */
-    VSC_IMG_RGB24 = 1, /**< three bytes per pixel, demosaiced, in the order blue, green, red */
-    VSC_IMG_RAW16 = 2, /**< 16 bits per pixel in host byte order; the sample in the upper bits */
+    VSC_IMG_RAW8 = 0,  /**< one byte per pixel as the sensor has it (mosaic on colour models): the
+                        *   upper 8 bits of the converter's 12, of 14 on S430, S083, S065 and S385,
+                        *   or of 10 with CONTROL_HIGH_SPEED on Sony and S2800 models */
+    VSC_IMG_RGB24 = 1, /**< three bytes per pixel, demosaiced from 8 bits, in the order blue, green,
+                        *   red */
+    VSC_IMG_RAW16 = 2, /**< 16 bits per pixel in host byte order; the 12 or 14 bits of the converter
+                        *   are the upper ones, so that steps are 16 or 4 apart */
     VSC_IMG_Y8 = 3     /**< one byte luminance per pixel */
 };
 
@@ -129,8 +142,8 @@ VSC_API int getNumberOfConnectedCameras(void);
 
 /** Model name of a camera of the last count, such as "KYR VSC470MC".
  *  @param iCamIndex  0 to count - 1
- *  @return a text that the next call of the same thread overwrites; "Error" when the entry holds no supported camera;
- *          NULL when the index is negative or greater than the count
+ *  @return a text that the next call of the same thread overwrites; "Error" when the entry holds no
+ *          supported camera; NULL when the index is negative or greater than the count
  *  @note There is one text for each thread. */
 VSC_API char *getCameraModel(int iCamIndex);
 
@@ -153,8 +166,9 @@ VSC_API char *getCameraModel(int iCamIndex);
 VSC_API VSC_BOOL openCamera(int iCamIndex);
 
 /** Programs sensor and camera and sets the full sensor size, bin 1, VSC_IMG_RAW8. To be called
- *  once after openCamera.
- *  @return 1 on success; 0 without an open camera
+ *  once after openCamera. A message tells what of the model was never verified on hardware.
+ *  @return 1 on success; 0 without an open camera, or when a request that sets the camera up got no
+ *          answer, also after it was all done again: then the camera is not to be used
  *  @note Served in turn; calls that set controls wait for its end. It waits for a SetID or GetID of
  *        another thread. */
 VSC_API VSC_BOOL initCamera(void);
@@ -181,6 +195,12 @@ VSC_API int getValue(Control_TYPE control, bool *pbAuto);
  *  controls of models without a cooler, are ignored.
  *  @param bAuto  true lets the control set itself (gain, exposure, white balance, bandwidth). Red
  *                and blue share this flag: either one switches it for both.
+ *  @note What is set is in force at once. When the camera leaves a request of it unanswered, it is
+ *        programmed again with all that is set before another frame of it counts.
+ *  @note Video goes on meanwhile. What is exposed, transferred or waiting already has the setting
+ * of before: at most five frames, three for a host that takes each frame when it comes. That holds
+ * for setStartPos, too, whose frames show one region or the other. A single exposure begins anew
+ * when exposure, region or frame timing change.
  *  @note Sends requests, and waits for calls of other threads that set something. Hardware binning
  *        and high speed pause a running capture, as setImageFormat does, and are served in turn. */
 VSC_API void setValue(Control_TYPE control, int value, bool bAuto);
@@ -220,9 +240,12 @@ VSC_API void getAutoPara(int *maxGain, int *maxExp, int *targetBrightness);
  *  models want width * height * bin * bin to be a multiple of 1024.
  *  @param width    output pixels
  *  @param height   output pixels
- *  @param bin      binning factor, see isBinSupported
+ *  @param bin      binning factor. isBinSupported names those that the model is made for; any other
+ *                  from 1 on whose frame fits the sensor is accepted, too, and binned in software
  *  @param imgType  VSC_IMG_TYPE
- *  @return 1 on success; 0 when the camera refuses, in which case the previous format stays
+ *  @return 1 on success; 0 when the size or format is refused, in which case the previous format
+ *          stays; 0 also when the camera stopped answering, in which case the new format is in
+ * force and the camera is programmed for it before its next frame
  *  @note Served in turn. Waits of other threads for a frame end, without one, before anything
  *        changes, also when the format is refused; a frame that is being delivered is finished. */
 VSC_API VSC_BOOL setImageFormat(int width, int height, int bin, int imgType);
@@ -233,7 +256,7 @@ VSC_API int getImgType(void);
 /** Whether the open model delivers a format; 0 without a camera. */
 VSC_API VSC_BOOL isImgTypeSupported(int imgType);
 
-/** Whether the open model has a binning factor; 0 without a camera. */
+/** Whether the open model is made for a binning factor; 0 without a camera. */
 VSC_API VSC_BOOL isBinSupported(int bin);
 
 /** Present binning factor; 1 without a camera. */
@@ -271,7 +294,8 @@ VSC_API double getPixelSize(void);
 /** Mosaic of colour models, by its first row: 0 RG, 1 BG, 2 GR, 3 GB; 2 without a camera. */
 VSC_API int getColorBayer(void);
 
-/** Whether the camera hangs on a USB 3.0 port; 0 without a camera. Known after initCamera. */
+/** Whether the camera is plugged into a USB 3.0 port; 0 without a camera. Known after initCamera; a
+ *  camera that was lost may come back at a port of another speed. */
 VSC_API VSC_BOOL isUSB3Host(void);
 
 /** Whether the model is a USB 3.0 camera; 0 without a camera. */
@@ -281,7 +305,10 @@ VSC_API VSC_BOOL isUSB3Camera(void);
 VSC_API VSC_BOOL isCoolerCam(void);
 
 /** Electrons per ADU, from the table of the models; 0.0 where it names none, or without a camera.
- *  The gain that the figure belongs to is not known. */
+ *  The ADU is a step of the sensor's converter (12 bits; 14 on S430, S083, S065 and S385), and the
+ *  gain is taken to be 0, where the figures agree with the capacity of the pixels: a unit of
+ *  VSC_IMG_RAW16 is 1/16 (1/4) of it, one of VSC_IMG_RAW8 16 (64) of it. Not verified on hardware.
+ */
 VSC_API float getElectronsPerADU(void);
 
 /** The four gain and offset figures of the model, from the table of the models; -1 where it names
@@ -291,7 +318,8 @@ VSC_API void getGainOffset(int *a, int *b, int *c, int *d);
 
 /* ---- video ---- */
 
-/** Starts continuous video. Does nothing when capture runs already or no camera is open.
+/** Starts continuous video. Does nothing when capture runs already or no camera is open. A camera
+ *  that is lost meanwhile is found again and programmed as it was; so is one that missed a request.
  *  @note Served in turn. Does not wait for the first frame. */
 VSC_API void startCapture(void);
 
@@ -316,7 +344,19 @@ VSC_API int getDroppedFrames(void);
 
 /* ---- single exposures ---- */
 
-/** Starts one exposure of CONTROL_EXPOSURE microseconds; getExpStatus tells how it goes.
+/** Starts one exposure of CONTROL_EXPOSURE microseconds; getExpStatus tells how it goes. Does
+ * nothing while video or another exposure runs, which go on: call stopCapture first.
+ *
+ *  Short exposures are timed by the sensor, long ones by the host, in whole steps; what is left of
+ *  a step is cut off. In video the same holds for each frame.
+ *    Sony models   from 1 s on: whole ms below 1.001 s, then 200 ms; 1.1 s is exposed as 1.0 s,
+ *                  1.5 s as 1.4 s
+ *    S2800         from 1 s on: whole ms below 2 s, then 100 ms, to the nearest; 2.04 s as 2.0 s
+ *    S340-S        over 4 s (at a USB 3.0 port from 3.8 s): 200 ms
+ *    USB 2.0       over 4 s: whole ms
+ *    PYTHON        none: 64 ms are the longest
+ *  The exposure ends, with a frame or as failed, within its time, 5 s and four frame times,
+ * whatever the camera does; as failed within 1 s when it is unplugged.
  *  @note Served in turn. Does not wait for the exposure. */
 VSC_API void startExposure(void);
 

@@ -66,7 +66,8 @@ bool SetImageFormat(CCameraBase &camera, int width, int height, int bin, int img
         return false;
     }
     session.SetFrameBytes(camera.Width() * camera.Height() * format->bytesPerPixel);
-    return true;
+    // One that has stopped answering is programmed for the format before its next frame.
+    return !(camera.HalfProgrammed() && RequestBudget::IsUsedUp());
 }
 
 } // namespace vsccam

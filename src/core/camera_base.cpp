@@ -127,7 +127,7 @@ bool CCameraBase::ProgramWhole(const std::function<bool()> &program)
             m_lostSetUpsMended = lost;
             return true;
         }
-        if (RequestBudget::Left(Purpose::Work, 1s) <= 0s)
+        if (RequestBudget::IsUsedUp())
             break;
     }
     return false;

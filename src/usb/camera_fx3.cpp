@@ -30,8 +30,6 @@ constexpr auto kMuteTime = 1s;
 constexpr milliseconds kLeaveSafeTimeoutInDoubt = 150ms;
 constexpr milliseconds kProbeTimeout = 200ms;
 constexpr milliseconds kVersionTimeout = 300ms; // three of them fit into one call
-// What is left of a budget may be too short for any answer.
-constexpr milliseconds kShortestTimeout = 20ms;
 
 constexpr uint32_t kFlashPage = 256;
 constexpr auto kFlashEraseBound = 60s;
@@ -226,7 +224,7 @@ int CCameraFX3::Transfer(const Request &request, Purpose purpose)
         return LIBUSB_ERROR_BUSY;
     }
     const milliseconds timeout = TimeFor(request.timeout, purpose);
-    if (!m_opened || timeout < kShortestTimeout)
+    if (!m_opened || timeout < RequestBudget::kShortest)
         return LIBUSB_ERROR_NO_DEVICE;
     const int result = libusb_control_transfer(m_handle, request.type, request.code, request.value,
                                                request.index, request.data, request.length,

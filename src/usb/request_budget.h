@@ -53,9 +53,13 @@ class RequestBudget {
 
     /// The least of what is left of `atMost` and of all budgets that this thread is within.
     static std::chrono::milliseconds Left(Purpose purpose, std::chrono::milliseconds atMost);
+    static bool IsUsedUp() { return Left(Purpose::Work, kShortest) < kShortest; }
     static void Charge(Purpose purpose, std::chrono::milliseconds lost);
     /// Counts a wait, unless it is of the usual length.
     static void ChargeWait(Clock::time_point since);
+
+    /// Less than this is too short for any answer: nothing is sent then.
+    static constexpr std::chrono::milliseconds kShortest{20};
 
   private:
     LossAccount m_account;
