@@ -57,6 +57,8 @@ template <class Mutex> class BasicCriticalSection {
         --m_contenders;
     }
 
+    bool try_lock() { return m_mutex.try_lock(); }
+
     void unlock()
     {
         m_mutex.unlock();

@@ -135,7 +135,7 @@ void CCameraBase::SetGainExpFunc(milliseconds pass)
 void CCameraBase::RunAutomatics(bool whiteBalanceToo)
 {
     // Calls that set something wait meanwhile.
-    const RequestBudget budget({.work = 500ms, .countsWaits = false});
+    const RequestBudget budget({.work = 700ms, .countsWaits = false});
     const bool exposure = ExposureOrGainAuto();
     const bool balance = whiteBalanceToo && m_whiteBalanceAuto;
     if (!exposure && !balance)

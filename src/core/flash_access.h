@@ -26,13 +26,30 @@ class FlashAccess {
     {
         (void)m_camera.EnableGPIF32DQ(false);
     }
+    /// Gives up when the flash is in use for longer, or the requests of this thread are not to be
+    /// sent any more: then the object is false and of no use.
+    FlashAccess(CCameraFX3 &camera, std::chrono::milliseconds patience)
+        : m_camera(camera), m_lock(camera.FlashSection(), std::try_to_lock)
+    {
+        const auto end = Clock::now() + patience;
+        while (!m_lock && Clock::now() < end && !RequestBudget::IsUsedUp()) {
+            SleepFor(kPollInterval);
+            (void)m_lock.try_lock(); // the loop asks
+        }
+        if (m_lock)
+            (void)m_camera.EnableGPIF32DQ(false);
+    }
     ~FlashAccess()
     {
+        if (!m_lock)
+            return;
         const LeavingSafe leaving; // with a narrow bus no frame would ever be whole again
         (void)m_camera.EnableGPIF32DQ(true);
     }
     FlashAccess(const FlashAccess &) = delete;
     FlashAccess &operator=(const FlashAccess &) = delete;
+
+    explicit operator bool() const { return m_lock.owns_lock(); }
 
     // At most one chunk, from the start of a page.
     bool Read(uint32_t address, std::span<uint8_t> to)
@@ -61,8 +78,10 @@ class FlashAccess {
     }
 
   private:
+    static constexpr std::chrono::milliseconds kPollInterval{10};
+
     CCameraFX3 &m_camera; // the requests that follow fail by themselves when the switch failed
-    std::lock_guard<CriticalSection> m_lock; // until the bus is wide again
+    std::unique_lock<CriticalSection> m_lock; // until the bus is wide again
 };
 
 } // namespace vsccam

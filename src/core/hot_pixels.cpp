@@ -16,6 +16,7 @@ namespace vsccam {
 namespace {
 
 constexpr int kAttempts = 3;
+constexpr std::chrono::milliseconds kFlashPatience{600};
 constexpr char kNoMemory[] = "no memory for the hot pixels\n";
 
 uint32_t AddressOf(size_t chunk)
@@ -146,7 +147,7 @@ void CCameraBase::SetHPCStates(bool on)
     const bool loaded = LoadHPCTable();
     if (loaded)
         m_hotPixels.Enable();
-    else if (!Lost()) // a camera that comes back and cannot be read yet has the table of before
+    else if (!Lost() && !m_capturing) // a camera that is programmed again has the table of before
         m_hotPixels.Disable();
     OutputDbgPrint(loaded ? "Load HPC table success\n" : "Load HPC table error\n");
 }
@@ -157,9 +158,9 @@ try {
         m_hotPixels.Disable();
         return false;
     };
-    FlashAccess flash(*this);
+    FlashAccess flash(*this, kFlashPatience); // settings may be held meanwhile
     std::vector<uint8_t> record(FlashAccess::kChunk);
-    if (!flash.Read(AddressOf(0), record))
+    if (!flash || !flash.Read(AddressOf(0), record))
         return false; // tells nothing about the table
     const auto length = RecordLength(std::span(record).first<kHotPixelHeader>());
     if (!length)
@@ -171,7 +172,7 @@ try {
     OutputDbgPrint("LoadHPC: Compressed length: %d :\n", static_cast<int>(*length));
     // What could be read of a record is used, though it counts as a failure.
     const bool complete = ReadRest(flash, *length, record);
-    if (!complete && Lost())
+    if (!complete && (Lost() || m_capturing))
         return false;
     const auto sensorPixels =
         static_cast<size_t>(m_maxSize.width) * static_cast<size_t>(m_maxSize.height);

@@ -28,12 +28,12 @@ constexpr milliseconds kPresenceInterval = 400ms; // from one look for the camer
 // A camera that does not answer gets longer than requests are held back from it.
 constexpr auto kRestoreInterval = 500ms;
 // Of a turn of the worker: calls of the host that set something may have to wait for it.
-constexpr LossLimit kTurnLimit{.work = 500ms, .countsWaits = false};
+constexpr LossLimit kTurnLimit{.work = 700ms, .countsWaits = false};
 constexpr int kRestoresToReset = 8;
 
 // A single exposure ends in five seconds and four frame times besides its own, whatever the camera
 // sends: in a little less, because a request may be under way.
-constexpr auto kSingleExposureGrace = 4'500ms;
+constexpr auto kSingleExposureGrace = 4'000ms;
 constexpr int kSingleExposureFrames = 4;
 
 constexpr int kDropsToLowerBandwidth = 2;
@@ -107,7 +107,7 @@ std::span<uint8_t> CaptureWorker::Frame() const
 CaptureWorker::Turn CaptureWorker::CaptureOneFrame()
 {
     const RequestBudget budget(kTurnLimit);
-    if (Superseded())
+    if (!m_camera.HalfProgrammed() && Superseded())
         return ExposeAnew();
     FollowExposure();
     const ExposureSetting exposure = m_camera.Exposure();
@@ -126,12 +126,12 @@ CaptureWorker::Turn CaptureWorker::CaptureOneFrame()
         return RecoverDevice();
     if (!m_running) // the read was cut short
         return Turn::Leave;
-    if (Superseded())
-        return ExposeAnew();
     if (m_camera.HalfProgrammed()) {
         m_camera.AddDroppedFrames(1);
         return Turn::GoOn;
     }
+    if (Superseded())
+        return ExposeAnew();
     if (pass.received > 0)
         m_emptyReads = 0;
     if (pass.received != m_frameBytes)
@@ -150,7 +150,8 @@ bool CaptureWorker::Superseded() const
 CaptureWorker::Turn CaptureWorker::ExposeAnew()
 {
     StopStream();
-    m_exposureBegan = Clock::now();
+    if (m_camera.FrameChanges() != m_ownChanges) // the host's begin its time anew
+        m_exposureBegan = Clock::now();
     return StartStream() ? Turn::GoOn : Fail();
 }
 
@@ -192,9 +193,7 @@ BulkStream::Timeouts CaptureWorker::InTime(BulkStream::Timeouts timeouts) const
 {
     if (!m_camera.SingleExposure())
         return timeouts;
-    const auto left = std::max(ceil<milliseconds>(m_deadline - Clock::now()), milliseconds(0));
-    timeouts.perTransfer = std::min(timeouts.perTransfer, left);
-    timeouts.total = std::min(timeouts.total, left);
+    timeouts.deadline = m_deadline;
     return timeouts;
 }
 
@@ -357,6 +356,7 @@ void CaptureWorker::LowerBandwidth()
     if (delta < kBurstIntervalMs) {
         PrintBurst(static_cast<int>(now - m_autoBandwidthSince), static_cast<int>(delta));
         (void)m_camera.LowerBandwidth(kBandwidthStep);
+        m_ownChanges = m_camera.FrameChanges();
     }
     OutputDbgPrint("BAD delta time:%d pkg:%x\n", static_cast<int>(delta),
                    static_cast<unsigned int>(m_camera.Bandwidth()));
@@ -423,10 +423,12 @@ bool CaptureWorker::Resume()
 /// everything is set again.
 CaptureWorker::Turn CaptureWorker::ProgramAgain()
 {
+    if (!m_camera.IsAttached())
+        return RecoverDevice();
     OutputDbgPrint("a setting was lost, program again\n");
     const auto since = Clock::now();
     StopStream();
-    const bool done = Restore() && StartStream();
+    const bool done = Restore() && StartStream() && !m_camera.HalfProgrammed();
     if (!done)
         (void)m_running.SleepFor(kRestoreInterval);
     m_camera.AddDroppedFrames(FramesSince(since));
@@ -447,7 +449,8 @@ int CaptureWorker::FramesSince(Clock::time_point start) const
 {
     const auto periodUs =
         std::max<int64_t>({m_camera.FrameTimeUs(), static_cast<int64_t>(m_camera.ExposureUs()), 1});
-    return static_cast<int>((Clock::now() - start) / std::chrono::microseconds(periodUs));
+    const int64_t frames = (Clock::now() - start) / std::chrono::microseconds(periodUs);
+    return static_cast<int>(std::min<int64_t>(frames, INT32_MAX));
 }
 
 CaptureWorker::Turn CaptureWorker::Fail()

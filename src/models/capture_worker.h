@@ -113,6 +113,7 @@ class CaptureWorker {
     const std::chrono::milliseconds m_autoControlPass;
     bool m_timedByHost = false; // the last whole frame
     uint32_t m_startedWith = 0; // CCameraBase::FrameChanges
+    uint32_t m_ownChanges = 0;  // the same, after a change of the worker's own
     int m_refusedReads = 0;     // reads in a row for which nothing could be queued
     int m_resets = 0;           // of a single exposure
     int m_failedRestores = 0;   // in a row

@@ -124,7 +124,7 @@ BulkStream::Pass BulkStream::Run(uint8_t *buffer, Timeouts timeouts, const RunFl
     m_nextToSubmit = 0;
     SubmitFrom(buffer, pass);
 
-    const auto passDeadline = Clock::now() + timeouts.total;
+    const auto passDeadline = std::min(Clock::now() + timeouts.total, timeouts.deadline);
     auto eventTimeout = timeouts.perTransfer;
     for (auto &transfer : m_transfers) {
         const auto deadline = std::min(Clock::now() + timeouts.perTransfer, passDeadline);

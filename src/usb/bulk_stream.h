@@ -33,6 +33,7 @@ class BulkStream {
         std::chrono::milliseconds perTransfer; // longest wait for any one transfer
         std::chrono::milliseconds nextEvent;   // event time-out after the first transfer
         std::chrono::milliseconds total;       // longest wait for the frame
+        Clock::time_point deadline = kNever;   // however often it is read
     };
 
     BulkStream();

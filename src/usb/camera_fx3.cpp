@@ -27,7 +27,8 @@ constexpr int kInterface = 0;
 // in a row, requests fail at once for a while.
 constexpr int kMuteAfterTimeouts = 3;
 constexpr auto kMuteTime = 1s;
-constexpr milliseconds kLeaveSafeTimeoutInDoubt = 150ms;
+constexpr milliseconds kLeaveSafeTimeout = 150ms;
+constexpr milliseconds kTimeoutAfterLoss = 200ms;
 constexpr milliseconds kProbeTimeout = 200ms;
 constexpr milliseconds kVersionTimeout = 300ms; // three of them fit into one call
 
@@ -198,7 +199,8 @@ int CCameraFX3::Control(const Request &request)
     const Purpose purpose = LeavingSafe::PurposeNow();
     int result = Transfer(request, purpose);
     // A mute camera would only hold up the end.
-    if (purpose == Purpose::LeaveSafe && result < 0 && result != LIBUSB_ERROR_TIMEOUT)
+    if (purpose == Purpose::LeaveSafe && result < 0 && result != LIBUSB_ERROR_TIMEOUT &&
+        result != LIBUSB_ERROR_BUSY)
         result = Transfer(request, purpose);
     const bool widensBus = request.code == request::kGpif32; // at the end of work with the flash
     if (request::Programs(request.code, request.type == kVendorIn, request.value))
@@ -218,6 +220,8 @@ int CCameraFX3::Transfer(const Request &request, Purpose purpose)
     const auto asked = Clock::now();
     Lock lock(m_controlSection);
     RequestBudget::ChargeWait(asked);
+    if (TimeFor(request.timeout, purpose) < RequestBudget::kShortest)
+        return LIBUSB_ERROR_NO_DEVICE; // nothing to wait for
     const auto start = Clock::now();
     if (!m_kernelIsDone.WaitUntil(lock, start + request.timeout, [this] { return !m_inKernel; })) {
         ChargeLoss(purpose, start);
@@ -240,9 +244,11 @@ milliseconds CCameraFX3::TimeFor(milliseconds timeout, Purpose purpose) const
 {
     if (purpose == Purpose::Work && MuteLately())
         return milliseconds(0);
-    // Whatever else must be left safe shall have its turn, too.
-    if (purpose == Purpose::LeaveSafe && (m_timeoutsInRow > 0 || MuteLately()))
-        timeout = std::min(timeout, kLeaveSafeTimeoutInDoubt);
+    // Whatever else is to be done in the same time shall have its turn, too.
+    if (purpose == Purpose::LeaveSafe)
+        timeout = std::min(timeout, kLeaveSafeTimeout);
+    else if (RequestBudget::HasLost())
+        timeout = std::min(timeout, kTimeoutAfterLoss);
     if (m_ending)
         timeout = std::min(timeout, m_endingAccount.Left(purpose));
     return RequestBudget::Left(purpose, timeout);
@@ -332,7 +338,7 @@ bool CCameraFX3::WriteCameraRegister_B(uint16_t address, int startBit, int endBi
     uint8_t old[2] = {}; // a failed read counts as 0; the write decides
     const int result =
         Control({kVendorIn, request::kReadSensor, address, 0, old, sizeof old, kRequestTimeout});
-    CountIfLost(result, LeavingSafe::PurposeNow());
+    CountIfLost(result, Purpose::Work);
     return WriteCameraRegister(address, MergeBits(Word(old), startBit, endBit + 1, value));
 }
 
@@ -529,7 +535,7 @@ BulkStream::Pass CCameraFX3::startAsyncXfer(uint8_t *buffer, BulkStream::Timeout
 {
     constexpr auto kCount = BulkStream::Count::Completed;
     const BulkStream::Pass first = m_stream.Run(buffer, timeouts, running, kCount);
-    if (first.received > 0 && !first.deviceGone)
+    if (!first.deviceGone)
         NoteFrame();
     if (!first.ioError || first.deviceGone || !running)
         return first;
@@ -540,7 +546,11 @@ BulkStream::Pass CCameraFX3::startAsyncXfer(uint8_t *buffer, BulkStream::Timeout
 BulkStream::Pass CCameraFX3::ReadFrameOnce(uint8_t *buffer, BulkStream::Timeouts timeouts,
                                            const RunFlag &running)
 {
-    return m_stream.Run(buffer, timeouts, running, BulkStream::Count::AllThatCame);
+    const BulkStream::Pass pass =
+        m_stream.Run(buffer, timeouts, running, BulkStream::Count::AllThatCame);
+    if (!pass.deviceGone)
+        NoteFrame();
+    return pass;
 }
 
 void CCameraFX3::releaseAsyncXfer()

@@ -52,19 +52,29 @@ milliseconds RequestBudget::Left(Purpose purpose, milliseconds atMost)
 
 void RequestBudget::Charge(Purpose purpose, milliseconds lost)
 {
-    for (RequestBudget *budget = t_budget; budget; budget = budget->m_outer)
+    for (RequestBudget *budget = t_budget; budget; budget = budget->m_outer) {
         budget->m_account.Charge(purpose, lost);
+        budget->m_hasLost = true;
+    }
+}
+
+bool RequestBudget::HasLost()
+{
+    return t_budget && t_budget->m_hasLost;
 }
 
 void RequestBudget::ChargeWait(Clock::time_point since)
 {
     constexpr milliseconds kUsual{100};
+    constexpr milliseconds kStaysLeft{300};
     const auto waited = std::chrono::floor<milliseconds>(Clock::now() - since);
     if (waited <= kUsual)
         return;
-    for (RequestBudget *budget = t_budget; budget; budget = budget->m_outer)
-        if (budget->m_countsWaits)
-            budget->m_account.Charge(Purpose::Work, waited);
+    for (RequestBudget *budget = t_budget; budget; budget = budget->m_outer) {
+        const milliseconds spare = budget->m_account.Left(Purpose::Work) - kStaysLeft;
+        if (budget->m_countsWaits && spare.count() > 0)
+            budget->m_account.Charge(Purpose::Work, std::min(waited, spare));
+    }
 }
 
 LeavingSafe::LeavingSafe() : m_outer(t_leavesSafe)

@@ -53,9 +53,11 @@ class RequestBudget {
 
     /// The least of what is left of `atMost` and of all budgets that this thread is within.
     static std::chrono::milliseconds Left(Purpose purpose, std::chrono::milliseconds atMost);
+    static bool HasLost();
     static bool IsUsedUp() { return Left(Purpose::Work, kShortest) < kShortest; }
     static void Charge(Purpose purpose, std::chrono::milliseconds lost);
-    /// Counts a wait, unless it is of the usual length.
+    /// Counts a wait, unless it is of the usual length. It leaves enough for a request or two,
+    /// which a healthy camera answers.
     static void ChargeWait(Clock::time_point since);
 
     /// Less than this is too short for any answer: nothing is sent then.
@@ -63,6 +65,7 @@ class RequestBudget {
 
   private:
     LossAccount m_account;
+    bool m_hasLost = false;
     const bool m_countsWaits;
     const RunFlag *const m_goOn;
     RequestBudget *const m_outer;

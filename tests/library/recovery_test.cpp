@@ -251,6 +251,15 @@ TEST_F(RecoveryTest, EverySingleExposureEndsInItsTime)
             NextCase();
         }
     }
+    for (const uint64_t every : {1, 20, 60}) {
+        SCOPED_TRACE(every);
+        OpenSmall({}, 100);
+        LoseRequests(0, every, 20'000);
+        setValue(CONTROL_GAIN, 1, false);
+        EXPECT_LE(Took(Expose), 5'100U);
+        closeCamera();
+        NextCase();
+    }
 }
 
 } // namespace
