@@ -137,7 +137,6 @@ TEST_F(DarkFile, IsRefusedWhateverIsWrongWithIt)
         DarkFileResult result;
     } cases[] = {
         {"signature", with(0, {'M', 'B'}), kUnusable},
-        {"wider", with(20, {16}), kOtherSize},
         {"huge", with(20, {0xF8, 0xFF, 0xFF, 0x7F}), kOtherSize},
         {"upside down", with(24, {0xFE, 0xFF, 0xFF, 0xFF}), kOtherSize},
         {"other size and depth", with(24, {4, 0, 0, 0, 1, 0, 24}), kOtherSize},
@@ -326,11 +325,9 @@ TEST_F(DarkSubtraction, AndPatchesComeInTheirOrderWhereTheyApply)
         bool autoExposure;
         bool subtracted;
     } cases[] = {
-        {"8 bits", VSC_IMG_RAW8, 50, 10'000, false, true},
         {"with gamma", VSC_IMG_RAW8, 80, 10'000, false, true},
         {"short automatic exposure", VSC_IMG_RAW8, 80, 499'999, true, false},
         {"long automatic exposure", VSC_IMG_RAW8, 80, 500'000, true, true},
-        {"16 bits", VSC_IMG_RAW16, 50, 10'000, false, false},
         {"16 bits with gamma", VSC_IMG_RAW16, 80, 10'000, false, false},
     };
     for (const auto &c : cases) {

@@ -32,7 +32,6 @@ TEST(HotPixelRecord, StoresPlaceAndValueOfTheBytesThatAreNotZero)
         Bytes pairs;
     } cases[] = {
         {"nothing, in three blocks", 600, {}, {0, 0, 0, 0}},
-        {"nothing, in whole blocks", 512, {}, {0, 0}},
         {"swapped nibbles", 256, {{0x12, 0x80}}, {0x21, 0x80}},
         {"the last byte", 512, {{511, 7}}, {0, 0, 0xFF, 7}},
         {"both sides of a block's end", 512, {{255, 1}, {256, 2}}, {0xFF, 1, 0, 0, 0, 2}},
@@ -79,7 +78,6 @@ TEST(HotPixelRecord, IsRefusedWhenItPointsOutside)
         Bytes record;
         bool read;
     } cases[] = {
-        {"empty", {}, true},
         {"shorter than a header", Bytes(7, 0xFF), true},
         {"header alone", Bytes(8, 0xFF), true},
         {"half a pair", Bytes(9, 0xFF), true},
@@ -148,6 +146,7 @@ TEST(FrameRegionTest, CutsImageAndPixelsAlike)
 
 TEST(PixelPatchesTest, CopyAtBordersAndDenoiseWhatStandsOut)
 {
+    using enum PatchRule;
     constexpr int kWidth = 8;
     constexpr int kHeight = 6;
     const struct {
@@ -159,47 +158,41 @@ TEST(PixelPatchesTest, CopyAtBordersAndDenoiseWhatStandsOut)
         size_t looked;
         int becomes;
     } cases[] = {
-        {"left border", 1, PatchRule::kDenoise, {16}, {{16, 250}, {17, 90}}, 16, 90},
-        {"top border", 2, PatchRule::kDenoise, {11}, {{11, 250}, {13, 90}}, 11, 90},
-        {"end of the first row", 1, PatchRule::kDenoise, {7}, {{7, 250}, {8, 90}}, 7, 90},
-        {"right border", 2, PatchRule::kDenoise, {22}, {{22, 250}, {20, 90}}, 22, 90},
-        {"bottom border", 1, PatchRule::kDenoise, {42}, {{42, 250}, {41, 90}}, 42, 90},
-        {"alone", 1, PatchRule::kDenoise, {18}, {{18, 250}, {10, 90}, {19, 91}}, 18, 95},
-        {"excess too small",
+        {"left border", 1, kDenoise, {16}, {{16, 250}, {17, 90}}, 16, 90},
+        {"top border", 2, kDenoise, {11}, {{11, 250}, {13, 90}}, 11, 90},
+        {"end of the first row", 1, kDenoise, {7}, {{7, 250}, {8, 90}}, 7, 90},
+        {"right border", 2, kDenoise, {22}, {{22, 250}, {20, 90}}, 22, 90},
+        {"bottom border", 1, kDenoise, {42}, {{42, 250}, {41, 90}}, 42, 90},
+        {"alone", 1, kDenoise, {18}, {{18, 250}, {10, 90}, {19, 91}}, 18, 95},
+        {"small excess",
          1,
-         PatchRule::kDenoise,
+         kDenoise,
          {18},
          {{10, 60}, {17, 60}, {19, 60}, {26, 60}, {18, 90}},
          18,
          90},
-        {"excess just enough",
+        {"just enough",
          1,
-         PatchRule::kDenoise,
+         kDenoise,
          {18},
          {{10, 60}, {17, 60}, {19, 60}, {26, 60}, {18, 91}},
          18,
          60},
-        {"share too small", 1, PatchRule::kDenoise, {18}, {{18, 142}}, 18, 142},
-        {"share just enough", 1, PatchRule::kDenoise, {18}, {{18, 143}}, 18, 100},
-        {"a brighter neighbour", 1, PatchRule::kDenoise, {18}, {{18, 250}, {19, 251}}, 18, 250},
-        {"a hot neighbour", 1, PatchRule::kDenoise, {18, 19}, {{18, 250}, {19, 251}}, 18, 100},
-        {"none healthy", 1, PatchRule::kDenoise, {10, 17, 18, 19, 26}, {{18, 250}}, 18, 250},
-        {"alone in a mosaic", 2, PatchRule::kDenoise, {20}, {{20, 250}, {18, 60}, {19, 9}}, 20, 90},
-        {"a hot neighbour of its colour",
+        {"small share", 1, kDenoise, {18}, {{18, 142}}, 18, 142},
+        {"just enough of it", 1, kDenoise, {18}, {{18, 143}}, 18, 100},
+        {"a brighter neighbour", 1, kDenoise, {18}, {{18, 250}, {19, 251}}, 18, 250},
+        {"a hot neighbour", 1, kDenoise, {18, 19}, {{18, 250}, {19, 251}}, 18, 100},
+        {"none healthy", 1, kDenoise, {10, 17, 18, 19, 26}, {{18, 250}}, 18, 250},
+        {"alone in a mosaic", 2, kDenoise, {20}, {{20, 250}, {18, 60}, {4, 40}, {36, 80}}, 20, 70},
+        {"a hot one of its colour",
          2,
-         PatchRule::kDenoise,
+         kDenoise,
          {18, 20},
          {{18, 251}, {20, 250}, {22, 70}},
          20,
          90},
-        {"a hot pixel of another colour",
-         2,
-         PatchRule::kDenoise,
-         {19, 20},
-         {{19, 251}, {20, 250}, {22, 60}},
-         20,
-         90},
-        {"mean of the sides", 2, PatchRule::kMeanOfSides, {20}, {{18, 51}, {22, 60}}, 20, 55},
+        {"a hot one of another", 2, kDenoise, {19, 20}, {{19, 251}, {20, 250}, {22, 60}}, 20, 90},
+        {"mean of the sides", 2, kMeanOfSides, {20}, {{18, 51}, {22, 60}}, 20, 55},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.what);
@@ -212,19 +205,16 @@ TEST(PixelPatchesTest, CopyAtBordersAndDenoiseWhatStandsOut)
         }
         ApplyPatches<uint8_t>(patches, {frame8});
         EXPECT_EQ(frame8[c.looked], c.becomes);
-        if (c.what == std::string_view("mean of the sides"))
-            continue; // 55.5 there
         ApplyPatches<uint16_t>(patches, {frame16});
         EXPECT_NEAR(frame16[c.looked], c.becomes << 8, 255);
     }
     // 16-bit means keep the bits of the converter only.
     std::vector<uint16_t> frame(kWidth * kHeight, 0x1237);
     frame[18] = 0xFFFF;
-    ApplyPatches<uint16_t>(ListPatches({18}, kWidth, kHeight, 1, PatchRule::kDenoise),
-                           {frame, 0, 0xFFF0});
+    ApplyPatches<uint16_t>(ListPatches({18}, kWidth, kHeight, 1, kDenoise), {frame, 0, 0xFFF0});
     EXPECT_EQ(frame[18], 0x1230);
     // In a frame of two rows the last pixel has nothing on its right.
-    EXPECT_TRUE(ListPatches({15}, 8, 2, 2, PatchRule::kDenoise).list.empty());
+    EXPECT_TRUE(ListPatches({15}, 8, 2, 2, kDenoise).list.empty());
 }
 
 class HotPixelTable : public DarkTest {
@@ -275,7 +265,6 @@ TEST_F(HotPixelTable, IsReadInChunksAndRefusedWhenItIsNone)
         {"nothing", Bytes(8, 0xFF), false, "", ""},
         {"other magic", {'V', 'S', 'C', 'E', 0, 0, 0, 8}, false, "", ""},
         {"length 0", RecordOf(0, {}), true, "", LengthAnd(0, none)},
-        {"length 7", RecordOf(7, {}), true, second + "256;", LengthAnd(7, none)},
         {"header alone", RecordOf(8, {}), true, second + "256;", LengthAnd(8, none)},
         {"short", RecordOf(300, Bytes(300)), true, second + "512;", LengthAnd(300, none)},
         {"a chunk", RecordOf(2048, Bytes(2040)), true, "", LengthAnd(2048, none)},
@@ -366,6 +355,11 @@ TEST_F(HotPixelTable, StaysWhereACameraThatComesBackDoesNotShowIt)
 
 TEST_F(HotPixelTable, IsWrittenWithReadBackAndThreeAttempts)
 {
+    const auto failing = [](Fault fault, uint8_t request, uint64_t count) -> vscsim::FaultPlan {
+        return {{.fault = fault, .request = request, .count = count, .amount = 9}};
+    };
+    const std::string twice = "fail 0 try again :1\nfail 0 try again :2\n";
+    const std::string thrice = twice + "fail 0 try again :3\n";
     const struct {
         const char *what;
         size_t hotBytes; // of the bitmap; the record has 2080 bytes more than two for each
@@ -377,30 +371,11 @@ TEST_F(HotPixelTable, IsWrittenWithReadBackAndThreeAttempts)
         {"a chunk and a tail", 10, {}, true, 2, ""},
         {"two whole chunks", 1008, {}, false, 2, ""},
         {"two sectors", 32'000, {}, true, 33, ""},
-        {"erase fails",
-         10,
-         {{.fault = Fault::RefuseRequest, .request = 0xC4}},
-         false,
-         0,
+        {"erase fails", 10, failing(Fault::RefuseRequest, 0xC4, 1), false, 0,
          "Erase SPI FLASH sector 4 failed :\n"},
-        {"two bad read-backs",
-         10,
-         {{.fault = Fault::ShortAnswer, .request = 0xC3, .count = 2, .amount = 9}},
-         true,
-         4,
-         "fail 0 try again :1\nfail 0 try again :2\n"},
-        {"three bad read-backs",
-         10,
-         {{.fault = Fault::ShortAnswer, .request = 0xC3, .count = 3, .amount = 9}},
-         false,
-         3,
-         "fail 0 try again :1\nfail 0 try again :2\nfail 0 try again :3\n"},
-        {"writing fails",
-         10,
-         {{.fault = Fault::RefuseRequest, .request = 0xC2, .count = UINT64_MAX}},
-         false,
-         3,
-         "fail 0 try again :1\nfail 0 try again :2\nfail 0 try again :3\n"},
+        {"two bad read-backs", 10, failing(Fault::ShortAnswer, 0xC3, 2), true, 4, twice},
+        {"three bad read-backs", 10, failing(Fault::ShortAnswer, 0xC3, 3), false, 3, thrice},
+        {"writing fails", 10, failing(Fault::RefuseRequest, 0xC2, UINT64_MAX), false, 3, thrice},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.what);
