@@ -47,27 +47,17 @@ TEST_F(ControlsTest, ListsWhatAModelOffersInItsOrder)
 
 TEST_F(ControlsTest, DescribesRangesOfTheModel)
 {
+    const auto described = [](CCameraBase &camera, const char *name) {
+        const _VSC_CONTROL_CAPS caps = CapsByName(camera).at(name);
+        return std::tuple(caps.minimum, caps.maximum, caps.initial, caps.autoSupported,
+                          caps.writable);
+    };
     CCameraS470MM longExposing(0UL);
     CCameraS372MC shortExposing(0UL);
-    const auto caps = CapsByName(longExposing);
-    const struct {
-        const char *name;
-        int min, max, initial, automatic, writable;
-    } cases[] = {
-        {"Gain", 0, 600, 200, 1, 1},           {"Exposure", 32, 2'000'000'000, 10'000, 1, 1},
-        {"BandWidth", 40, 100, 50, 1, 1},      {"Temperature", -500, 1000, 20, 0, 0},
-        {"AutoExpMaxGain", 0, 600, 300, 0, 1}, {"AutoExpMaxExp", 1, 60, 30, 0, 1}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.name);
-        const auto found = caps.find(c.name);
-        ASSERT_NE(found, caps.end());
-        EXPECT_EQ(found->second.minimum, c.min);
-        EXPECT_EQ(found->second.maximum, c.max);
-        EXPECT_EQ(found->second.initial, c.initial);
-        EXPECT_EQ(found->second.autoSupported, c.automatic);
-        EXPECT_EQ(found->second.writable, c.writable);
-    }
-    EXPECT_EQ(CapsByName(shortExposing).at("AutoExpMaxExp").maximum, 4);
+    EXPECT_EQ(described(longExposing, "Gain"), std::tuple(0, 600, 200, 1, 1));
+    EXPECT_EQ(described(longExposing, "Temperature"), std::tuple(-500, 1000, 20, 0, 0));
+    EXPECT_EQ(described(longExposing, "AutoExpMaxExp"), std::tuple(1, 60, 30, 0, 1));
+    EXPECT_EQ(std::get<1>(described(shortExposing, "AutoExpMaxExp")), 4);
 }
 
 TEST_F(ControlsTest, SetsWhatItCanAndKeepsItsGaps)

@@ -55,43 +55,36 @@ TEST_F(SonyDriverTest, InitialisesSensorAndFpgaInTheirOrder)
 
 TEST_F(SonyDriverTest, SetResolutionProgramsWindowDepthClockLineAndExposure)
 {
+    const char *const corner = "sony 3001=01 3040=00 3041=00 303C=00 303D=00 3001=00";
+    const char *const whole = "sony 3042=90 3043=07 303E=48 303F=04; fpga 08=48 09=04 04=90 05=07";
     const struct {
         int width, height, bin;
         IMAGE_TYPE type;
-        const char *window; // SetStartPos
+        const char *start;
         const char *depth;
         const char *size;
-        const char *timing; // the line length
-        const char *exposure;
+        Lines exposure;
     } cases[] = {
-        {1936, 1096, 1, kByteImage, "sony 3001=01 3040=00 3041=00 303C=00 303D=00 3001=00",
-         "sony 3046=F1 3005=01; fpga 0A=01; sony 3129=00 317C=00 31EC=0E",
-         "fpga 01=01; sony 3006=00; fpga 02=00 06=09; sony 3042=90 3043=07 303E=48 303F=04;"
-         "fpga 08=48 09=04 04=90 05=07 01=00",
-         "fpga 01=01 13=CB 14=00 01=00",
-         "sony 3001=01; fpga 01=01 10=5A 11=04 12=00 01=00; sony 3020=C7 3021=00 3022=00 3001=00"},
+        {1936, 1096, 1, kByteImage, corner, "fpga 0A=01", whole, kExposure10ms},
         // (1936 - 640) / 2 = 648, (1096 - 480) / 2 = 308; 498 lines of 10.94 us are 5.4 ms: VMAX
         // 915
-        {640, 480, 1, kRaw16, "sony 3001=01 3040=88 3041=02 303C=34 303D=01 3001=00",
-         "sony 3046=F1 3005=01; fpga 0A=11; sony 3129=00 317C=00 31EC=0E",
-         "fpga 01=01; sony 3006=00; fpga 02=00 06=09; sony 3042=80 3043=02 303E=E0 303F=01;"
-         "fpga 08=E0 09=01 04=80 05=02 01=00",
-         "fpga 01=01 13=CB 14=00 01=00",
-         "sony 3001=01; fpga 01=01 10=93 11=03 12=00 01=00; sony 3020=01 3021=00 3022=00 3001=00"},
-        {968, 548, 2, kRgb24, "sony 3001=01 3040=00 3041=00 303C=00 303D=00 3001=00",
-         "sony 3046=F1 3005=01; fpga 0A=01; sony 3129=00 317C=00 31EC=0E",
-         "fpga 01=01; sony 3006=00; fpga 02=00 06=09; sony 3042=90 3043=07 303E=48 303F=04;"
-         "fpga 08=48 09=04 04=90 05=07 01=00",
-         "fpga 01=01 13=CB 14=00 01=00",
-         "sony 3001=01; fpga 01=01 10=5A 11=04 12=00 01=00; sony 3020=C7 3021=00 3022=00 3001=00"},
+        {640, 480, 1, kRaw16, "sony 3001=01 3040=88 3041=02 303C=34 303D=01 3001=00", "fpga 0A=11",
+         "sony 3042=80 3043=02 303E=E0 303F=01; fpga 08=E0 09=01 04=80 05=02",
+         Wire("sony 3001=01; fpga 01=01 10=93 11=03 12=00 01=00;"
+              "sony 3020=01 3021=00 3022=00 3001=00")},
+        {968, 548, 2, kRgb24, corner, "fpga 0A=01", whole, kExposure10ms},
     };
     ReadyCamera camera;
     for (const auto &c : cases) {
         SCOPED_TRACE(testing::Message() << c.width << "x" << c.height << " bin " << c.bin);
         EXPECT_TRUE(camera->SetResolution(c.width, c.height, c.bin, c.type));
         // The line length re-applies the exposure, and SetResolution does so once more.
-        EXPECT_EQ(camera.Traffic(), Wire(c.window) + Wire(c.depth) + Wire(c.size) + kClock +
-                                        Wire(c.timing) + Wire(c.exposure) + Wire(c.exposure));
+        EXPECT_EQ(camera.Traffic(),
+                  Wire(c.start) + Wire("sony 3046=F1 3005=01") + Wire(c.depth) +
+                      Wire("sony 3129=00 317C=00 31EC=0E; fpga 01=01; sony 3006=00;"
+                           "fpga 02=00 06=09") +
+                      Wire(c.size) + Wire("fpga 01=00") + kClock + kLine203 + c.exposure +
+                      c.exposure);
     }
 }
 
@@ -181,22 +174,14 @@ TEST_F(SonyDriverTest, WritesEachControlAsTheSensorWantsIt)
     }
 }
 
-TEST_F(SonyDriverTest, AlignsAndClampsTheStartPosition)
+TEST_F(SonyDriverTest, AlignsTheStartPositionAndKeepsItOnTheSensor)
 {
-    const struct {
-        int width, height, x, y, expectedX, expectedY;
-    } cases[] = {{1936, 1096, 5, 3, 0, 0},
-                 {640, 480, 5, 3, 4, 2},
-                 {640, 480, -7, -7, 0, 0},
-                 {640, 480, 5000, 5000, 1296, 616},
-                 {640, 480, INT32_MAX, INT32_MIN, 1296, 0}};
     ReadyCamera camera;
-    for (const auto &c : cases) {
-        ASSERT_TRUE(camera->SetResolution(c.width, c.height, 1, kByteImage));
-        EXPECT_TRUE(camera->SetStartPos(c.x, c.y));
-        EXPECT_EQ(camera->StartX(), c.expectedX) << c.x;
-        EXPECT_EQ(camera->StartY(), c.expectedY) << c.y;
-    }
+    ASSERT_TRUE(camera->SetResolution(640, 480, 1, kByteImage));
+    EXPECT_TRUE(camera->SetStartPos(7, 3));
+    EXPECT_EQ(std::pair(camera->StartX(), camera->StartY()), std::pair(4, 2));
+    EXPECT_TRUE(camera->SetStartPos(-7, INT32_MIN));
+    EXPECT_EQ(std::pair(camera->StartX(), camera->StartY()), std::pair(0, 0));
 }
 
 TEST_F(SonyDriverTest, RefusesRegionsThatTheSensorHasNot)
