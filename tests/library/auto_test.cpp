@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <climits>
-#include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <utility>
@@ -275,7 +274,7 @@ TEST(RawFrames, NeverOffersABufferThatIsCopiedOrLookedAt)
     EXPECT_TRUE(frames.TakeLatest().Frame().empty());
 }
 
-/// Automatics at work on simulated cameras. With VSCCAM_SHOW_STEPS set, each step is printed.
+/// Automatics at work on simulated cameras.
 class AutoLoopTest : public HostTest {
   protected:
     static constexpr int kTarget = 100;
@@ -322,18 +321,7 @@ class AutoLoopTest : public HostTest {
         return Means(getImgType() == VSC_IMG_RAW16 ? HighBytes(frame) : frame, 1)[0];
     }
 
-    template <class... Values> static void Show(const char *format, Values... values)
-    {
-        if (std::getenv("VSCCAM_SHOW_STEPS")) // NOLINT(concurrency-mt-unsafe): nobody sets it
-            std::printf(format, values...);
-    }
-
     enum class Auto { kExposure, kGain, kBoth };
-    static const char *NameOf(Auto automatic)
-    {
-        constexpr const char *kNames[] = {"exposure", "gain", "both"};
-        return kNames[static_cast<int>(automatic)];
-    }
     struct Setting {
         int exposureUs;
         int gain;
@@ -382,42 +370,21 @@ TEST_F(AutoLoopTest, BringsBrightnessIntoItsBandAndKeepsItThere)
         Range ends;
         Format format = {};
     } cases[] = {
-        {"VSC470MC", 300, {32, 200}, kExposure, kShort, k8},
-        {"VSC470MC", 300, {90'000, 200}, kExposure, kShort, k8},
-        {"VSC470MC", 300, {500, 20}, kBoth, kShort, k8},
-        {"VSC470MC", 300, {200, 200}, kExposure, kShort, kBin2},
+        {"VSC470MC", 300, {32, 200}, kExposure, kShort, kBin2},
         {"VSC470MM", 300, {90'000, 200}, kBoth, kShort, k16Bin2},
-        {"VSC470MC", 1, {100'000, 200}, kExposure, kLong, k8},
-        {"VSC470MC", 1, {15'000'000, 200}, kExposure, kLong, k8},
         {"VSC470MC", 30, {400'000, 300}, kExposure, kShort, k8},
         {"VSC470MM", 0.2, {10'000, 0}, kBoth, kLong, k8},
-        {"VSC470MM", 5, {2'000'000, 0}, kBoth, kLong, k8},
-        {"VSC470MM", 300, {10'000, 0}, kGain, kShort, k8},
         {"VSC470MM", 300, {10'000, 300}, kGain, kShort, k8},
-        {"VSC470MM", 5, {400'000, 400}, kGain, kLong, k16},
-        {"VSC2800MM", 300, {400, 200}, kExposure, kShort, k8},
-        {"VSC2800MC", 300, {90'000, 200}, kExposure, kShort, k8},
         {"VSC2800MC", 300, {90'000, 200}, kExposure, kShort, kHardBin2},
         {"VSC2800MM", 300, {90'000, 200}, kExposure, kShort, kHardBin4},
         {"VSC2800MC", 1, {100'000, 200}, kExposure, kLong, k16},
-        {"VSC2800MM", 1, {15'000'000, 200}, kBoth, kLong, k8},
-        {"VSC340MM", 300, {600, 20}, kExposure, kShort, k8},
-        {"VSC340MM", 300, {60'000, 20}, kExposure, kShort, k16},
-        {"VSC340MC", 1, {30'000, 20}, kExposure, kLongest, k8},
-        {"VSC340MM", 1, {25'000'000, 20}, kExposure, kLongest, k16},
-        {"VSC340MM", 20, {25'000'000, 20}, kBoth, kLong, k8},
         {"VSC340MC", 1.45, {30'000, 20}, kExposure, kAboutTheirLongest, k8},
         {"VSC340MC", 1.7, {20'000'000, 20}, kExposure, kAboutTheirLongest, k8},
-        {"VSC340MM-S", 1.4, {30'000, 20}, kExposure, kAboutTheirLongest, k8},
-        {"VSC340MC-S", 300, {60'000, 90}, kBoth, kShort, k8},
         {"VSC340MM-S", 1, {30'000, 20}, kExposure, kLongest, k16},
-        {"VSC350MM", 300, {500, 0}, kBoth, kShort, k16},
         {"VSC350MM", 10, {10'000'000, 20}, kExposure, kLong, k8},
         {"VSC052MC", 300, {1'000, 20}, kExposure, kShort, k8},
-        {"VSC056MM", 300, {90'000, 20}, kExposure, kShort, k8},
         {"VSC056MC", 1, {15'000'000, 20}, kExposure, kLongest, k8},
         {"VSC047MC", 10, {5'000, 20}, kBoth, kLong, k8},
-        {"VSC048MC", 1000, {200, 200}, kExposure, kShort, k8},
         {"VSC048MC", 1000, {60'000, 200}, kExposure, kShort, k16},
         {"VSC048MM", 15, {10'000, 0}, kBoth, {64'000, 64'000}, k8}, // its longest, then gain alone
     };
@@ -430,26 +397,15 @@ TEST_F(AutoLoopTest, BringsBrightnessIntoItsBandAndKeepsItThere)
         setStartPos(0, 0);
         setAutoPara(600, 30, kTarget);
         Start(c.start, c.automatic);
-        Show("%s, glow %g, type %d, bin %d%s: %d us, gain %d, automatic %s\n", c.model, c.glow,
-             c.format.type, c.format.bin, c.format.hardwareBin ? " of the sensor" : "",
-             c.start.exposureUs, c.start.gain, NameOf(c.automatic));
         const int enough = c.ends.from >= kLong.from ? 10 : 100;
         int inBand = 0;
         int frames = 0;
-        double mean = 0;
-        for (Setting before = c.start; inBand < enough && frames < 2000; ++frames) {
+        for (; inBand < enough && frames < 2000; ++frames) {
             const Bytes frame = NextFrame(60'000);
             ASSERT_FALSE(frame.empty());
-            mean = Brightness(frame);
-            const double error = std::abs((mean + 1) * c.format.sum - kTarget);
+            const double error = std::abs((Brightness(frame) + 1) * c.format.sum - kTarget);
             inBand = error <= kBand + c.format.sum - 1 ? inBand + 1 : 0;
-            const Setting now = Now();
-            if (now != before)
-                Show("%5d  mean %5.1f  exposure %8d us  gain %3d\n", frames, mean, now.exposureUs,
-                     now.gain);
-            before = now;
         }
-        Show("%5d  mean %5.1f\n", frames, mean);
         EXPECT_GE(inBand, enough) << "after " << frames << " frames";
         EXPECT_GE(Now().exposureUs, c.ends.from);
         EXPECT_LE(Now().exposureUs, c.ends.to);
@@ -468,11 +424,9 @@ TEST_F(AutoLoopTest, StaysWhereALimitKeepsItFromTheTarget)
         Setting ends;
     } cases[] = {
         {"VSC048MC", 10, {16, 200}, kExposure, {64'000, 200}}, // of the model
-        {"VSC470MM", 0.1, {32, 20}, kExposure, {2'000'000, 20}},
         {"VSC470MM", 0.1, {32, 20}, kBoth, {2'000'000, 60}},
         {"VSC470MM", 0.1, {10'000, 20}, kGain, {10'000, 60}},
         {"VSC340MM", 0.1, {64, 20}, kBoth, {2'000'000, 60}},
-        {"VSC470MM", 1e6, {90'000, 20}, kExposure, {32, 20}},
         {"VSC470MM", 1e6, {90'000, 20}, kBoth, {32, 1}},
         {"VSC470MM", 1e6, {90'000, 200}, kGain, {90'000, 0}},
         {"VSC056MM", 1e6, {90'000, 50}, kGain, {90'000, 50}}, // a hundredth of its gains is none
@@ -511,13 +465,10 @@ TEST_F(AutoLoopTest, MakesATintedSceneGrey)
         bool stays = false;
     } cases[] = {
         {"VSC470MC", {300, 300, 300}, 5'000},
-        {"VSC470MC", {450, 300, 400}, 5'000},
         {"VSC470MC", {1.3, 1.0, 1.1}, 1'500'000}, // longer than the thread's passes
         {"VSC470MC", {200, 300, 400}, 5'000, true},
         {"VSC470MC", grey(300), 5'000, false, {52, 95}},
         {"VSC470MC", grey(300), 5'000, false, {50, 50}, true},
-        {"VSC2800MC", {300, 300, 300}, 5'000},
-        {"VSC340MC", {300, 300, 300}, 10'000},
         {"VSC340MC", {6, 5, 5}, 500'000},
         {"VSC052MC", {300, 300, 400}, 10'000, true},
         {"VSC048MC", {900, 1000, 1200}, 6'000},
@@ -531,10 +482,8 @@ TEST_F(AutoLoopTest, MakesATintedSceneGrey)
         setValue(CONTROL_WB_RED, c.start.red, true);
         setValue(CONTROL_WB_BLUE, c.start.blue, true);
         startCapture();
-        Show("%s, glow %.3g %.3g %.3g\n", c.model, c.glow[0], c.glow[1], c.glow[2]);
         const double limit = c.exposureAuto ? 13 : 7;
         int inBand = 0;
-        WhiteBalance now;
         const uint32_t longEnoughMs = c.stays ? 2'000 : 0; // for four looks, or more
         const uint32_t began = GetTickCount();
         for (int i = 0; i < 1'000 && (inBand < 8 || ElapsedMs(began) < longEnoughMs); ++i) {
@@ -544,13 +493,10 @@ TEST_F(AutoLoopTest, MakesATintedSceneGrey)
             const bool good =
                 green > 30 && std::abs(red - green) <= limit && std::abs(blue - green) <= limit;
             inBand = good ? inBand + 1 : 0;
-            const WhiteBalance shown = std::exchange(
-                now, {getValue(CONTROL_WB_RED, nullptr), getValue(CONTROL_WB_BLUE, nullptr)});
-            if (now != shown)
-                Show("%5d  red %5.1f green %5.1f blue %5.1f  balance %d %d\n", i, red, green, blue,
-                     now.red, now.blue);
         }
         EXPECT_GE(inBand, 8);
+        const WhiteBalance now{getValue(CONTROL_WB_RED, nullptr),
+                               getValue(CONTROL_WB_BLUE, nullptr)};
         EXPECT_TRUE(!c.stays || (now == c.start && ElapsedMs(began) >= longEnoughMs));
         Remove(device);
     }
@@ -662,7 +608,7 @@ TEST_F(AutoLoopTest, RestsWithoutNewFramesAndEndsInTime)
                  {10'000, Fault::EmptyFrame},
                  {10'000, Fault::Mute},
                  {10'000, Fault::Unplug}};
-    for (const char *model : {"VSC470MC", "VSC2800MC", "VSC340MC", "VSC048MC"}) {
+    for (const char *model : {"VSC470MC", "VSC340MC", "VSC048MC"}) {
         for (const auto &c : cases) {
             SCOPED_TRACE(testing::Message() << model << ", " << c.exposureUs << " us, fault "
                                             << (c.fault ? vscsim::NameOf(*c.fault) : "none"));

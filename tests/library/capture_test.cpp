@@ -40,7 +40,7 @@ TEST_F(CaptureTest, StartsAndStopsTheStreamInItsOrder)
 
 TEST_F(CaptureTest, DeliversOrCountsEveryFrameHoweverFastTheReader)
 {
-    constexpr uint64_t kFrames = 10'000;
+    constexpr uint64_t kFrames = 3'000;
     for (const bool slow : {false, true}) {
         SCOPED_TRACE(slow);
         const int device = OpenSmall({.frameLimit = kFrames});
@@ -53,7 +53,7 @@ TEST_F(CaptureTest, DeliversOrCountsEveryFrameHoweverFastTheReader)
         EXPECT_TRUE(slow || frames.noneTwice);
         EXPECT_EQ(FramesProduced(device), kFrames);
         EXPECT_EQ(frames.delivered + static_cast<uint64_t>(frames.dropped), kFrames);
-        EXPECT_TRUE(slow ? frames.dropped > 2'500 : frames.dropped == 0) << frames.dropped;
+        EXPECT_TRUE(slow ? frames.dropped > 750 : frames.dropped == 0) << frames.dropped;
         Remove(device);
     }
 }
@@ -312,7 +312,7 @@ TEST_F(CaptureTest, AThreadThatThrowsEndsAlone)
 TEST_F(CaptureTest, DeletingACameraEndsWhatRuns)
 {
     const int device = Bus().Plug("VSC470MM-Cool");
-    for (int i = 0; i < 20; ++i) {
+    for (int i = 0; i < 5; ++i) {
         auto *const cooled = new CCameraS470MM_C(0UL);
         std::unique_ptr<CCameraBase> camera(cooled); // which is how hosts' cameras are deleted
         ASSERT_TRUE(camera->OpenCamera(1) && camera->InitCamera());
@@ -320,7 +320,7 @@ TEST_F(CaptureTest, DeletingACameraEndsWhatRuns)
         ASSERT_TRUE(camera->SetExp(10'000, true));
         cooled->SetAutoTemp(true, -40);
         ASSERT_TRUE(camera->StartCapture(false));
-        SleepFor(std::chrono::milliseconds(3900 + 13 * i));
+        SleepFor(std::chrono::milliseconds(3900 + 52 * i));
         ASSERT_GT(camera->CoolerPower(), 0);
         (void)Bus().TakeTraffic(device);
         camera.reset();

@@ -264,20 +264,20 @@ TEST_F(ThreadsTest, SixThreadsCallEverythingWhileTheCameraFailsComesAndGoes)
         const int device = OpenOne(model, {.seed = ++seed, .faults = faults.value()});
         setImageFormat(64, 48, 1, VSC_IMG_RAW8);
         startCapture();
-        const uint32_t end = GetTickCount() + 30'000;
+        const uint32_t end = GetTickCount() + 8'000;
         Crowd crowd;
         {
             Thread threads[6];
             uint32_t number = 6 * seed;
             for (Thread &thread : threads)
                 ASSERT_TRUE(thread.Start([&crowd, end, n = number++] { crowd.Do(n, end); }));
-            SleepFor(10s);
+            SleepFor(3s);
             Bus().Unplug(device);
             ExpectNoOppositeLinesOn(device); // they are off when it comes back
-            SleepFor(3s);
+            SleepFor(1s);
             Bus().Replug(device);
         }
-        EXPECT_GT(crowd.Frames(), 20);
+        EXPECT_GT(crowd.Frames(), 5);
         (void)openCamera(0);
         Inside reader([&crowd] { crowd.Read(-1); });
         Inside patient([&crowd] { crowd.Read(60'000); });
