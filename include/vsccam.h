@@ -17,7 +17,7 @@
  *    setImageFormat and the two setValue return. A frame is delivered in the one format or in the
  *    other, and never beyond the size of the host's buffer.
  *  - While a camera is being closed, calls from other threads find none. Calls that are inside it
- *    are finished first.
+ *    end first, some of them failed (see there).
  *  - Functions that return what was set ask the library, not the camera: they return at once, also
  *    while another thread waits for the camera. Only temperature and identity are read anew.
  * No function takes a lock of the host, and none throws or aborts. Calls from signal handlers and
@@ -80,7 +80,9 @@ enum {
     CONTROL_HIGH_SPEED = 10,   /**< 1: faster read-out with fewer bits */
     CONTROL_COOLER_POWER = 11, /**< cooler power, per cent; read only; cooled models */
     CONTROL_TARGET_TEMP = 12,  /**< target of the cooler, degrees Celsius; cooled models */
-    CONTROL_COOLER_ON = 13,    /**< 1: the cooler regulates; cooled models */
+    CONTROL_COOLER_ON = 13,    /**< 1: the cooler regulates; cooled models. Without a reading of the
+                                *   temperature its power stays for 60 s, then falls to 0 until
+                                *   there are readings again */
     CONTROL_MONO_BIN = 14,     /**< 1: colour models bin without regard to colour */
     CONTROL_FAN_ON = 15        /**< 1: the fan runs; cooled models */
 };
@@ -154,7 +156,7 @@ VSC_API char *getCameraModel(int iCamIndex);
  *  @return 1 on success; 0 when there is no such camera, it is in use by another program, access
  *          to it is not permitted, or memory ran out
  *  @note After a failure the index counts as open: call closeCamera before trying it again.
- *  @note Served in turn. Until it returns, calls of other threads find no camera.
+ *  @note Served in turn. While a camera is being opened, calls of other threads find none.
  *  @note Some USB 2.0 cameras with old firmware get a newer one from files, when these are there;
  *        it takes up to 10 s. Without them the camera is used as it is, and a message names the
  *        missing or damaged file: s340mm.fx2, s340mc.fx2, s350mm.fx2 or s052mc.fx2 of the model,
@@ -198,9 +200,9 @@ VSC_API int getValue(Control_TYPE control, bool *pbAuto);
  *  @note What is set is in force at once. When the camera leaves a request of it unanswered, it is
  *        programmed again with all that is set before another frame of it counts.
  *  @note Video goes on meanwhile. What is exposed, transferred or waiting already has the setting
- * of before: at most five frames, three for a host that takes each frame when it comes. That holds
- * for setStartPos, too, whose frames show one region or the other. A single exposure begins anew
- * when exposure, region or frame timing change.
+ *        of before: up to five frames. That holds for setStartPos, too, whose frames show one
+ *        region or the other. A single exposure begins anew when exposure, region or frame timing
+ *        change.
  *  @note Sends requests, and waits for calls of other threads that set something. Hardware binning
  *        and high speed pause a running capture, as setImageFormat does, and are served in turn. */
 VSC_API void setValue(Control_TYPE control, int value, bool bAuto);
@@ -245,7 +247,7 @@ VSC_API void getAutoPara(int *maxGain, int *maxExp, int *targetBrightness);
  *  @param imgType  VSC_IMG_TYPE
  *  @return 1 on success; 0 when the size or format is refused, in which case the previous format
  *          stays; 0 also when the camera stopped answering, in which case the new format is in
- * force and the camera is programmed for it before its next frame
+ *          force, and the camera is programmed for it before its next frame
  *  @note Served in turn. Waits of other threads for a frame end, without one, before anything
  *        changes, also when the format is refused; a frame that is being delivered is finished. */
 VSC_API VSC_BOOL setImageFormat(int width, int height, int bin, int imgType);
@@ -345,7 +347,7 @@ VSC_API int getDroppedFrames(void);
 /* ---- single exposures ---- */
 
 /** Starts one exposure of CONTROL_EXPOSURE microseconds; getExpStatus tells how it goes. Does
- * nothing while video or another exposure runs, which go on: call stopCapture first.
+ *  nothing while video or another exposure runs, which go on: call stopCapture first.
  *
  *  Short exposures are timed by the sensor, long ones by the host, in whole steps; what is left of
  *  a step is cut off. In video the same holds for each frame.
@@ -356,7 +358,7 @@ VSC_API int getDroppedFrames(void);
  *    USB 2.0       over 4 s: whole ms
  *    PYTHON        none: 64 ms are the longest
  *  The exposure ends, with a frame or as failed, within its time, 5 s and four frame times,
- * whatever the camera does; as failed within 1 s when it is unplugged.
+ *  whatever the camera does; as failed within 1 s when it is unplugged.
  *  @note Served in turn. Does not wait for the exposure. */
 VSC_API void startExposure(void);
 
@@ -367,7 +369,7 @@ VSC_API void stopExposure(void);
 /** State of the single exposure, VSC_EXP_STATUS; 3 without a camera. */
 VSC_API int getExpStatus(void);
 
-/** Copies the frame of a finished exposure and sets the state to VSC_EXP_IDLE.
+/** Copies the frame of a finished exposure and sets the state to VSC_EXP_IDLE, whatever it was.
  *  @param buffer      as in getImageData
  *  @param bufferSize  bytes available; when the frame is larger, nothing changes
  *  @return 1 when a frame was copied; 0 when the state was not VSC_EXP_SUCCESS, for a small or

@@ -40,7 +40,7 @@ void SetExposure(Camera &camera, int us, bool bAuto)
 }
 
 // Held while one of switch and target is set and the other kept as it is.
-CriticalSection g_regulation;
+RequestSection g_regulation;
 
 void SetTargetTemp(Camera &camera, int celsius, bool)
 {

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <exception>
 #include <iterator>
+#include <new>
 #include <utility>
 
 using namespace vsccam;
@@ -49,10 +50,10 @@ bool CreateAndOpen(std::unique_ptr<CCameraBase> &camera, const Product &product,
 } // namespace
 
 int getNumberOfConnectedCameras()
-{
+try {
+    CameraChoice choice = CamerasNamedByEnvironment();
     if (libusb_init(nullptr) != 0)
         return 0;
-    CameraChoice choice = CamerasNamedByEnvironment();
     uint32_t found[CameraList::kMaxCameras];
     size_t count = 0;
     {
@@ -76,6 +77,8 @@ int getNumberOfConnectedCameras()
     libusb_exit(nullptr);
     TheSession().SetConnectedCameras({found, count}, std::move(choice));
     return static_cast<int>(count);
+} catch (const std::bad_alloc &) {
+    return 0;
 }
 
 char *getCameraModel(int iCamIndex)

@@ -463,8 +463,7 @@ bool CCameraBase::pulseGuide(int direction, int ms)
     if (!turn) // the camera is being closed
         return true;
     if (ms > 0) { // else "off" alone: the line may be on from a program that was killed
-        m_guideLineOn[direction] = true;
-        (void)SendCMD(request::kGuideOn, static_cast<uint16_t>(direction), 0, false, nullptr, 0);
+        SwitchGuideLineOn(direction);
         (void)m_guiding.SleepFor(std::chrono::milliseconds(ms));
     }
     // Also when "on" seemed to fail: a line that stays on drives the mount away.
@@ -472,8 +471,19 @@ bool CCameraBase::pulseGuide(int direction, int ms)
     return true;
 }
 
+/// Not after the last "off" of a camera that is being closed.
+void CCameraBase::SwitchGuideLineOn(int line)
+{
+    const std::lock_guard lock(m_guideSections[line / 2]);
+    if (!m_guiding)
+        return;
+    m_guideLineOn[line] = true;
+    (void)SendCMD(request::kGuideOn, static_cast<uint16_t>(line), 0, false, nullptr, 0);
+}
+
 void CCameraBase::SwitchGuideLineOff(int line)
 {
+    const std::lock_guard lock(m_guideSections[line / 2]);
     (void)SendOff(request::kGuideOff, static_cast<uint16_t>(line));
     m_guideLineOn[line] = false;
 }

@@ -261,7 +261,8 @@ class CCameraBase : public CCameraFX3 {
     RawFrames &Raw() { return m_raw; }
     /// Size of the frames that the camera sends, before software binning.
     Size ReadoutSize();
-    int SoftwareBin();
+    int SoftwareBin() const { return SoftwareBin(m_bin, m_hardwareBin); }
+    int SoftwareBin(int bin, bool hardwareBin) const;
     int ReadoutBytes();
 
   protected:
@@ -370,7 +371,7 @@ class CCameraBase : public CCameraFX3 {
     /// Cameras that mark only the head of a frame: the worker cannot tell whether it is whole.
     bool ReaderChecksFrames() const { return !m_model.usb3Camera; }
     class Wait;
-    bool DeliverFrame(uint8_t *buffer, int size, const Wait &wait, Clock::time_point turnUntil);
+    bool DeliverFrame(uint8_t *buffer, int size, const Wait &wait);
     bool AwaitFrame(const Wait &wait);
     bool AwaitHeadMarkedFrame(const Wait &wait);
     bool ReadFrame(uint8_t *frame);
@@ -387,6 +388,7 @@ class CCameraBase : public CCameraFX3 {
     void FollowBalance();
     bool DeliversSamples();
     bool DeliversAsRead(const DeliverySettings &settings);
+    void SwitchGuideLineOn(int line);
     void SwitchGuideLineOff(int line);
 
     // Host settings that only the image pipeline uses.
@@ -427,6 +429,7 @@ class CCameraBase : public CCameraFX3 {
     // Guide pulses, on the threads of the host that send them.
     static constexpr int kGuideLines = 4;
     Turns m_guideAxes[kGuideLines / 2]; // of a line and its opposite: one of the two is on
+    CriticalSection m_guideSections[kGuideLines / 2]; // held while a line is switched, of an axis
     Shared<bool> m_guideLineOn[kGuideLines];
     RunFlag m_guiding; // cleared to end the pulses
 

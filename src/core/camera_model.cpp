@@ -2,7 +2,8 @@
 
 #include "base/debug_print.h"
 
-#include <string>
+#include <algorithm>
+#include <cstdio>
 
 namespace vsccam {
 
@@ -42,10 +43,16 @@ const char *NameOf(StandIn part)
 
 void PrintUnverified(const CameraModel &model)
 {
-    std::string names = NameOf(model.unverified.front());
-    for (size_t i = 1; i < model.unverified.size() && model.unverified[i] != StandIn::None; ++i)
-        names.append(", ").append(NameOf(model.unverified[i]));
-    OutputDbgPrint("not verified on hardware: all; stand-ins: %s\n", names.c_str());
+    char names[128] = {};
+    size_t length = 0;
+    for (const StandIn part : model.unverified) {
+        if (length > 0 && part == StandIn::None)
+            break;
+        const int added = std::snprintf(names + length, sizeof names - length, "%s%s",
+                                        length > 0 ? ", " : "", NameOf(part));
+        length = std::min(length + static_cast<size_t>(std::max(added, 0)), sizeof names - 1);
+    }
+    OutputDbgPrint("not verified on hardware: all; stand-ins: %s\n", names);
 }
 
 } // namespace vsccam

@@ -29,6 +29,7 @@ using std::chrono::milliseconds;
 constexpr int kNoLimit = -1;
 // The frame of an exposure is there or is not: nobody is held up for longer by another reader.
 constexpr milliseconds kTurnForExposure{1000};
+constexpr int kFrameIsThereMs = 1000;          // it was inserted before the exposure ended
 constexpr uint32_t kSlowVideoFromUs = 100'000; // frames this far apart are taken as they come
 // A host that waits is held up so much longer for the frame behind the one that has come.
 constexpr milliseconds kGraceForFollower{100};
@@ -66,11 +67,11 @@ Size CCameraBase::ReadoutSize()
     return {m_width * factor, m_height * factor};
 }
 
-int CCameraBase::SoftwareBin()
+int CCameraBase::SoftwareBin(int bin, bool hardwareBin) const
 {
-    if (!m_hardwareBin)
-        return m_bin;
-    return m_bin == 4 && m_model.hardwareBin4IsHalf ? 2 : 1;
+    if (!hardwareBin)
+        return bin;
+    return bin == 4 && m_model.hardwareBin4IsHalf ? 2 : 1;
 }
 
 int CCameraBase::ReadoutBytes()
@@ -80,24 +81,24 @@ int CCameraBase::ReadoutBytes()
 
 bool CCameraBase::GetImageAfterExp(unsigned char *buffer, int size)
 {
-    // Set first: of two threads one gets the frame, and neither touches a state that comes later.
-    return m_expStatus.exchange(kExpIdle) == kExpSuccess &&
-           DeliverFrame(buffer, size, Wait(kNoLimit), Clock::now() + kTurnForExposure);
+    // In turn: a state that comes later is not touched, and its frame not waited for.
+    const Turns::Turn turn(m_readers, Clock::now() + kTurnForExposure);
+    return m_expStatus.exchange(kExpIdle) == kExpSuccess && turn &&
+           DeliverFrame(buffer, size, Wait(kFrameIsThereMs));
 }
 
 bool CCameraBase::GetImage(unsigned char *buffer, int size, int waitMs)
 {
     const Wait wait(waitMs);
-    return DeliverFrame(buffer, size, wait, wait.Deadline());
+    const Turns::Turn turn(m_readers, wait.Deadline());
+    return turn && DeliverFrame(buffer, size, wait);
 }
 
-/// Geometry and format stay as they are as long as the turn lasts: what changes them ends it first.
-/// Everything else may change at any time, and is looked at once.
-bool CCameraBase::DeliverFrame(uint8_t *buffer, int size, const Wait &wait,
-                               Clock::time_point turnUntil)
+/// For who has the turn. Geometry and format stay as they are as long as it lasts: what changes
+/// them ends it first. Everything else may change at any time, and is looked at once.
+bool CCameraBase::DeliverFrame(uint8_t *buffer, int size, const Wait &wait)
 {
-    const Turns::Turn turn(m_readers, turnUntil);
-    if (!turn || !buffer ||
+    if (!buffer ||
         Area({m_width, m_height}) * static_cast<int64_t>(BytesPerPixel(ImageType())) > size)
         return false;
     DeliverySettings settings{};

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <mutex>
+#include <new>
 #include <utility>
 
 namespace vsccam {
@@ -44,6 +45,12 @@ constexpr bool GotNoAnswer(int result)
     return result < 0 && result != LIBUSB_ERROR_PIPE;
 }
 
+constexpr bool FailedAtOnce(int result)
+{
+    return result < 0 && result != LIBUSB_ERROR_TIMEOUT && result != LIBUSB_ERROR_BUSY &&
+           result != LIBUSB_ERROR_NO_DEVICE;
+}
+
 constexpr uint16_t Word(const uint8_t bytes[2])
 {
     return static_cast<uint16_t>(bytes[0] * 256 + bytes[1]);
@@ -73,12 +80,14 @@ CCameraFX3::~CCameraFX3()
 }
 
 libusb_device_handle *CCameraFX3::FindDevice(uint16_t productId, int ordinal)
-{
+try {
     const std::lock_guard lock(m_searchSection);
     return m_search.Port().depth > 0
                ? OpenLostCamera(m_search, CAMERA_VID, productId, m_choice)
                : libusb_open_device_with_vid_pid_index(nullptr, CAMERA_VID, productId,
                                                        ordinal & 0xFF, m_choice);
+} catch (const std::bad_alloc &) {
+    return nullptr;
 }
 
 bool CCameraFX3::OpenDevice(uint16_t productId, int ordinal)
@@ -137,7 +146,7 @@ bool CCameraFX3::IsAttached()
 }
 
 bool CCameraFX3::LookAround()
-{
+try {
     const std::lock_guard lock(m_searchSection);
     if (!m_device)
         return false;
@@ -148,6 +157,8 @@ bool CCameraFX3::LookAround()
         return false;
     m_search.Saw(PortsOf(devices, CAMERA_VID, m_productId));
     return true;
+} catch (const std::bad_alloc &) {
+    return true; // as above
 }
 
 void CCameraFX3::NoteFrame()
@@ -199,8 +210,7 @@ int CCameraFX3::Control(const Request &request)
     const Purpose purpose = LeavingSafe::PurposeNow();
     int result = Transfer(request, purpose);
     // A mute camera would only hold up the end.
-    if (purpose == Purpose::LeaveSafe && result < 0 && result != LIBUSB_ERROR_TIMEOUT &&
-        result != LIBUSB_ERROR_BUSY)
+    if (purpose == Purpose::LeaveSafe && FailedAtOnce(result))
         result = Transfer(request, purpose);
     const bool widensBus = request.code == request::kGpif32; // at the end of work with the flash
     if (request::Programs(request.code, request.type == kVendorIn, request.value))
@@ -220,10 +230,11 @@ int CCameraFX3::Transfer(const Request &request, Purpose purpose)
     const auto asked = Clock::now();
     Lock lock(m_controlSection);
     RequestBudget::ChargeWait(asked);
-    if (TimeFor(request.timeout, purpose) < RequestBudget::kShortest)
+    const milliseconds patience = TimeFor(request.timeout, purpose);
+    if (patience < RequestBudget::kShortest)
         return LIBUSB_ERROR_NO_DEVICE; // nothing to wait for
     const auto start = Clock::now();
-    if (!m_kernelIsDone.WaitUntil(lock, start + request.timeout, [this] { return !m_inKernel; })) {
+    if (!m_kernelIsDone.WaitUntil(lock, start + patience, [this] { return !m_inKernel; })) {
         ChargeLoss(purpose, start);
         return LIBUSB_ERROR_BUSY;
     }

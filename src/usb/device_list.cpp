@@ -53,8 +53,8 @@ PortPath PortPathOf(libusb_device *device)
 {
     PortPath path{.bus = libusb_get_bus_number(device)};
     path.depth = std::max(libusb_get_port_numbers(device, path.ports, std::size(path.ports)), 0);
-    std::fill(path.ports + path.depth, std::end(path.ports),
-              uint8_t{0}); // libusb leaves some there
+    // libusb leaves something behind them.
+    std::fill(path.ports + path.depth, std::end(path.ports), uint8_t{0});
     return path;
 }
 
