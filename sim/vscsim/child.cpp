@@ -80,6 +80,7 @@ int Spawn(std::vector<std::string> command, pid_t *child)
 
 void HoldSignals()
 {
+    signal(SIGCHLD, SIG_DFL); // ignored, as some start us, it would never come
     const sigset_t held = HeldSignals();
     pthread_sigmask(SIG_BLOCK, &held, nullptr);
 }

@@ -183,9 +183,10 @@ for choice in "0 $first n" "1 $((3 - first)) S" "usb:1-1 1 e" "id:11112222333344
     [ "$(grep -c ^guide "requests$((3 - $2))")" = 0 ]
     line=$((line + 1))
 done
-expect 3 two --camera usb:1-3 info
+expect 0 two --camera 0 guide n 0ms
+[ "$(grep ^guide "requests$first")" = 'guide off 0' ]
 expect 3 two --camera id:0000000000000000 info
-expect 2 two --camera id:12 info
+expect 2 two --camera id: info
 
 # The identifier, and the cooler, which warms again at the end.
 expect 10 "$vsccam" --sim VSC340MM id get

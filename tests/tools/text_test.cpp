@@ -163,7 +163,7 @@ TEST(SelectCamera, FindsByIndexAndModelAndPrefersAUsableOne)
         int index;
     } found[] = {
         {"", 3},         {"2", 2}, {"VSC470MM", 1}, {"kyr vsc470mc", 2}, {"vsc430mc-cool", 3},
-        {"usb:2-1.4", 3}};
+        {"USB:2-1.4", 3}};
     for (const auto &c : found)
         EXPECT_EQ(SelectCamera(cameras, c.selector).index, c.index) << c.selector;
 
@@ -173,6 +173,7 @@ TEST(SelectCamera, FindsByIndexAndModelAndPrefersAUsableOne)
     EXPECT_EQ(codeFor("4"), static_cast<int>(Exit::kNoCamera));
     EXPECT_EQ(codeFor("VSC470"), static_cast<int>(Exit::kNoCamera));
     EXPECT_EQ(codeFor("usb:2-1"), static_cast<int>(Exit::kNoCamera));
+    EXPECT_EQ(codeFor("usb:"), static_cast<int>(Exit::kUsage));
     EXPECT_EQ(CodeOf([] { SelectCamera({}, ""); }), static_cast<int>(Exit::kNoCamera));
     EXPECT_EQ(SelectCamera({cameras[1]}, "").index, 1); // opening it tells what is wrong
 }

@@ -6,6 +6,7 @@
 #include "stop_signals.h"
 
 #include <fmt/format.h>
+#include <strings.h>
 
 #include <algorithm>
 #include <string_view>
@@ -17,6 +18,7 @@ using namespace std::chrono_literals;
 using SteadyClock = std::chrono::steady_clock;
 
 constexpr auto kPollInterval = 10ms;
+constexpr auto kLateThread = 50ms; // by which the steps of ours may end later than the library's
 
 // Beginnings of the library's messages.
 constexpr std::string_view kNotVerified = "not verified on hardware: ";
@@ -83,19 +85,19 @@ UtcTime UtcOf(SteadyClock::time_point time)
     return std::chrono::floor<Microseconds>(std::chrono::system_clock::now() - ago);
 }
 
+/// Of a region that fits and a camera that is there.
 Failure WhyNotFramed(const std::string &model, const Region &region, int bin)
 {
     constexpr int kBlock = 1024;
+    const bool hasBlocks =
+        model.find(" VSC340") != std::string::npos || model.find(" VSC052") != std::string::npos;
     const int pixels = region.width * region.height * bin * bin;
-    const std::string blocks =
-        pixels % kBlock == 0
-            ? ""
-            : fmt::format(
-                  ": frames of this camera are whole blocks of {} pixels of the sensor, and "
-                  "{} are no multiple of that",
-                  kBlock, pixels);
-    return {Exit::kNotSupported, fmt::format("{} refuses {} x {} pixels at binning {}{}", model,
-                                             region.width, region.height, bin, blocks)};
+    if (!hasBlocks || pixels % kBlock == 0)
+        return {Exit::kFailure, fmt::format("{} does not answer; plug it in again", model)};
+    return {Exit::kNotSupported,
+            fmt::format("{} refuses {} x {} pixels at binning {}: frames of this camera are whole "
+                        "blocks of {} pixels of the sensor, and {} are no multiple of that",
+                        model, region.width, region.height, bin, kBlock, pixels)};
 }
 
 template <class Duration> Microseconds ToMicroseconds(Duration time)
@@ -123,15 +125,18 @@ CameraEntry FindById(const std::vector<CameraEntry> &cameras, std::string_view d
 CameraEntry FindCamera(const std::string &selector)
 {
     const std::vector<CameraEntry> cameras = ListCameras();
-    const std::string_view id = After("id:", selector);
-    return id.empty() ? SelectCamera(cameras, selector) : FindById(cameras, id);
+    constexpr std::string_view kById = "id:";
+    if (strncasecmp(selector.c_str(), kById.data(), kById.size()) == 0)
+        return FindById(cameras, std::string_view(selector).substr(kById.size()));
+    return SelectCamera(cameras, selector);
 }
 
 } // namespace
 
 Camera::Camera(const CameraChoice &choice)
 {
-    m_entry = NarrowTo(FindCamera(choice.selector));
+    const bool keepPort = PortOf(choice.selector).has_value();
+    m_entry = NarrowTo(FindCamera(choice.selector), keepPort);
     if (!openCamera(m_entry.index))
         throw WhyNotOpened(m_entry);
     if (!initCamera())
@@ -167,8 +172,11 @@ void Camera::SetFraming(const Framing &framing)
                                                        FormatName(framing.format)));
     const Region region = framing.region.value_or(WholeSensor(framing.bin));
     CheckRegion(region, framing.bin);
-    if (!setImageFormat(region.width, region.height, framing.bin, static_cast<int>(framing.format)))
+    if (!setImageFormat(region.width, region.height, framing.bin,
+                        static_cast<int>(framing.format))) {
+        CheckPresence();
         throw WhyNotFramed(m_entry.model, region, framing.bin);
+    }
     // Always: after a new size alone, some cameras read other rows than those that it names.
     if (framing.region)
         setStartPos(region.x, region.y);
@@ -211,8 +219,9 @@ Exposure Camera::Take(Microseconds patience, ProgressBar &bar)
     startExposure();
     AwaitFrame(exposure, patience, bar);
     TellTimes(exposure, begin);
-    if (exposure.measured && sleeper && sleeper->Slept())
-        exposure.measured = std::min(*exposure.measured, *sleeper->Slept() + plan.switching);
+    const auto slept = sleeper ? sleeper->Slept(kLateThread) : std::nullopt;
+    if (exposure.measured && slept)
+        exposure.measured = std::min(*exposure.measured, *slept + plan.switching);
     else
         exposure.measured.reset();
     if (!getImageAfterExp(picture.bytes.data(), static_cast<int>(picture.bytes.size())))
@@ -262,8 +271,12 @@ ExposurePlan Camera::PlanNow() const
 
 void Camera::CheckPresence() const
 {
+    // No others of the model are listed, see NarrowTo; this one may be at another port by now. The
+    // library may count one for a while that the system has lost.
     const std::vector<CameraEntry> cameras = ListCameras();
-    const auto isIt = [this](const CameraEntry &camera) { return camera.IsSamePlace(m_entry); };
+    const auto isIt = [this](const CameraEntry &camera) {
+        return camera.model == m_entry.model && camera.usb.has_value() == m_entry.usb.has_value();
+    };
     if (std::ranges::none_of(cameras, isIt))
         throw Failure(Exit::kCameraLost,
                       fmt::format("{} was unplugged; check plug and power", m_entry.model));

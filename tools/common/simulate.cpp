@@ -18,7 +18,7 @@ constexpr const char *kTestBed = "UMOCKDEV_DIR"; // every program on such a bus 
 
 bool IsSimulated()
 {
-    // Asked by the main thread only, and nothing changes the environment after RunSimulated.
+    // Asked by the main thread only, which alone changes the environment.
     return std::getenv(kMark) || std::getenv(kTestBed); // NOLINT(concurrency-mt-unsafe)
 }
 

@@ -18,16 +18,18 @@ void StepSleeper::Sleep(const std::stop_token &stop, Microseconds total, Microse
     const auto begin = Clock::now();
     for (Microseconds left = total; left > Microseconds(0); left -= step) {
         const auto end = Clock::now() + std::min(left, step);
-        m_stopped.wait_until(lock, stop, end, [] { return false; });
+        m_changed.wait_until(lock, stop, end, [] { return false; });
         if (stop.stop_requested())
             return;
     }
     m_slept = std::chrono::duration_cast<Microseconds>(Clock::now() - begin);
+    m_changed.notify_all();
 }
 
-std::optional<Microseconds> StepSleeper::Slept()
+std::optional<Microseconds> StepSleeper::Slept(Microseconds patience)
 {
-    const std::lock_guard lock(m_mutex);
+    std::unique_lock lock(m_mutex);
+    m_changed.wait_for(lock, patience, [this] { return m_slept.has_value(); });
     return m_slept;
 }
 

@@ -16,14 +16,15 @@ class StepSleeper {
   public:
     StepSleeper(Microseconds total, Microseconds step);
 
-    /// How long all steps took; nothing while they are not over.
-    std::optional<Microseconds> Slept();
+    /// How long all steps took; nothing when they are not over within `patience`. On a busy machine
+    /// they may end a little after the library's.
+    std::optional<Microseconds> Slept(Microseconds patience);
 
   private:
     void Sleep(const std::stop_token &stop, Microseconds total, Microseconds step);
 
     std::mutex m_mutex;
-    std::condition_variable_any m_stopped;
+    std::condition_variable_any m_changed;
     std::optional<Microseconds> m_slept; // guarded by m_mutex
     std::jthread m_thread;               // stopped and joined by its destructor, which comes first
 };

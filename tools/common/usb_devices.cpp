@@ -114,13 +114,27 @@ std::string WithoutMaker(const std::string &model)
 
 bool IsAskedFor(const CameraEntry &camera, const std::string &selector)
 {
-    if (selector.starts_with(kByPort))
-        return camera.usb && camera.usb->port == selector.substr(kByPort.size());
+    if (const auto port = PortOf(selector))
+        return camera.usb && camera.usb->port == *port;
     int index = 0;
     const char *end = selector.data() + selector.size();
     if (std::from_chars(selector.data(), end, index).ptr == end)
         return camera.index == index;
     return IsSame(camera.model, selector) || IsSame(WithoutMaker(camera.model), selector);
+}
+
+bool IsOnlyOneOfItsModel(const CameraEntry &camera)
+{
+    return std::ranges::count(FindUsbDevices(), camera.model, &UsbDevice::model) == 1;
+}
+
+/// What to set the library's variable to; see NarrowTo.
+std::string NarrowChoice(const CameraEntry &camera, bool keepPort)
+{
+    if (keepPort || !IsOnlyOneOfItsModel(camera))
+        return kByPort + camera.usb->port;
+    const std::string byUser = CamerasNamedByUser().value_or("");
+    return byUser.empty() ? kByModel + WithoutMaker(camera.model) : byUser;
 }
 
 std::string Names(const std::vector<CameraEntry> &cameras)
@@ -256,8 +270,18 @@ std::vector<CameraEntry> ListCameras()
     return cameras;
 }
 
+std::optional<std::string> PortOf(const std::string &selector)
+{
+    if (!IsSame(selector.substr(0, kByPort.size()), kByPort))
+        return std::nullopt;
+    if (selector.size() == kByPort.size())
+        throw Failure(Exit::kUsage, fmt::format("'{}' names no port: write usb:1-2.3", selector));
+    return selector.substr(kByPort.size());
+}
+
 CameraEntry SelectCamera(const std::vector<CameraEntry> &cameras, const std::string &selector)
 {
+    (void)PortOf(selector); // a mistake in writing is one without a camera, too
     if (cameras.empty())
         throw Failure(
             Exit::kNoCamera,
@@ -277,12 +301,23 @@ CameraEntry SelectCamera(const std::vector<CameraEntry> &cameras, const std::str
                   fmt::format("no camera '{}'; there is {}", selector, Names(cameras)));
 }
 
-CameraEntry NarrowTo(const CameraEntry &camera)
+const std::optional<std::string> &CamerasNamedByUser()
 {
+    static const std::optional<std::string> kNamed = [] {
+        const char *const names = std::getenv(kChoice); // NOLINT(concurrency-mt-unsafe): NarrowTo
+        return names ? std::optional<std::string>(names) : std::nullopt;
+    }();
+    return kNamed;
+}
+
+CameraEntry NarrowTo(const CameraEntry &camera, bool keepPort)
+{
+    (void)CamerasNamedByUser(); // remembers it before it changes
     if (!camera.usb)
         return camera;
+    const std::string choice = NarrowChoice(camera, keepPort);
     // No camera is open: nothing else in this process reads it now.
-    setenv(kChoice, (kByPort + camera.usb->port).c_str(), 1); // NOLINT(concurrency-mt-unsafe)
+    setenv(kChoice, choice.c_str(), 1); // NOLINT(concurrency-mt-unsafe)
     const std::vector<CameraEntry> cameras = ListCameras();
     const auto found = std::ranges::find_if(
         cameras, [&](const CameraEntry &other) { return other.IsSamePlace(camera); });

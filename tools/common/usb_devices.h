@@ -40,13 +40,20 @@ struct CameraEntry {
 };
 std::vector<CameraEntry> ListCameras();
 
+/// The port of a selector "usb:1-2.3". Nothing for other selectors; throws Failure without a port.
+std::optional<std::string> PortOf(const std::string &selector);
+
 /// Finds by index, by model ("KYR VSC470MC", "vsc470mc"), by port ("usb:1-2.3"), or, without a
 /// selector, the first usable camera. Throws Failure that tells what is there instead.
 CameraEntry SelectCamera(const std::vector<CameraEntry> &cameras, const std::string &selector);
 
-/// Narrows what the library sees of the bus to the camera's port, so that neither opening it nor
-/// looking for it after a loss takes one of the same model instead.
+/// What the environment named when this program began, which NarrowTo changes.
+const std::optional<std::string> &CamerasNamedByUser();
+
+/// Narrows what the library sees of the bus, so that neither opening the camera nor looking for it
+/// after a loss takes another one instead: to its model, which may come back at another port or
+/// speed, or to its port when there are more of the model or `keepPort` says so.
 /// @return the entry under which the library lists it now; throws Failure when it is gone
-CameraEntry NarrowTo(const CameraEntry &camera);
+CameraEntry NarrowTo(const CameraEntry &camera, bool keepPort = false);
 
 } // namespace vsctool

@@ -3,6 +3,7 @@
 #include "arguments.h"
 #include "failure.h"
 #include "stop_signals.h"
+#include "usb_devices.h"
 
 #include <fmt/format.h>
 #include <spawn.h>
@@ -22,8 +23,7 @@ using namespace std::chrono_literals;
 
 constexpr auto kPollInterval = 10ms;
 constexpr int kPollsUntilKilled = 50;
-// The camera that this program keeps to; what the hook starts may want another one.
-constexpr std::string_view kOurChoice = "VSCCAM_CAMERA=";
+constexpr std::string_view kChoice = "VSCCAM_CAMERA=";
 
 /// Starts a program in a process group of its own, with which whatever it starts can be ended. Its
 /// standard output is no place for results of ours.
@@ -51,9 +51,13 @@ std::optional<pid_t> Start(std::vector<std::string> words, std::vector<std::stri
     return error == 0 ? std::optional(child) : std::nullopt;
 }
 
+/// A child of which nothing is known counts as killed: nobody saw it succeed.
 bool HasEnded(pid_t child, int *status)
 {
-    return waitpid(child, status, WNOHANG) != 0;
+    const pid_t ended = waitpid(child, status, WNOHANG);
+    if (ended < 0)
+        *status = SIGKILL;
+    return ended != 0;
 }
 
 /// With all that it has started. What does not end when asked to is killed.
@@ -73,9 +77,12 @@ void EndGroup(pid_t leader)
 int RunHook(const std::string &command, const std::filesystem::path &file)
 {
     std::vector<std::string> variables = {fmt::format("VSCCAM_FILE={}", file.string())};
+    // This program keeps to one camera; what the hook starts may use all that the user named.
     for (char **variable = environ; *variable; ++variable)
-        if (!std::string_view(*variable).starts_with(kOurChoice))
+        if (!std::string_view(*variable).starts_with(kChoice))
             variables.emplace_back(*variable);
+    if (const auto &named = CamerasNamedByUser())
+        variables.emplace_back(kChoice).append(*named);
     const auto child = Start({"/bin/sh", "-c", command, "hook", file.string()}, variables);
     if (!child)
         return -1;

@@ -43,13 +43,13 @@ void Guide(const GuideOptions &options, Context &context)
     const GuideD direction = DirectionOf(options.direction);
     const Camera camera(context.camera);
     auto left = std::chrono::ceil<milliseconds>(options.time);
-    while (left > 0ms) {
+    do { // once for a pulse of no length, too: it switches the line off
         const milliseconds piece = std::min(left, kLongestPiece);
         pulseGuide(direction, static_cast<int>(piece.count()));
         left -= piece;
         StopSignals::SleepFor(0ms); // the line is off: here a signal may end the program
         camera.CheckPresence();
-    }
+    } while (left > 0ms);
     context.console.Say(
         fmt::format("guided {} for {}", options.direction, FormatTime(options.time)));
     context.console.Emit({{"direction", options.direction}, {"time_s", Seconds(options.time)}});
