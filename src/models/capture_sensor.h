@@ -11,7 +11,8 @@ struct LongExposurePlan {
     int steps;                      // so many
     std::chrono::milliseconds readTimeout;
     long printedWaitMs;
-    std::chrono::milliseconds rest{}; // slept besides, for an exposure that is no whole steps
+    std::chrono::milliseconds rest{};   // slept besides, for an exposure that is no whole steps
+    std::chrono::milliseconds beside{}; // that the sensor integrates before or after
 };
 
 /// What a capture worker needs of a sensor family beside the operations of the camera.

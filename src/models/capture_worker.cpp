@@ -204,11 +204,14 @@ BulkStream::Pass CaptureWorker::ExposeAndRead(const ExposureSetting &exposure)
     const auto exposureMs = static_cast<int>(exposureUs / 1000);
     const LongExposurePlan plan = m_sensor.PlanLongExposure(exposureUs);
     OutputDbgPrint("Begin long exp %d\n", exposureMs);
+    const auto opened = Clock::now();
     m_sensor.OpenExposureGate();
     OutputDbgPrint("wait:%ld\n", plan.printedWaitMs);
     if (!SleepWhileExposing(plan, exposureUs))
         return {.deviceGone = true};
     m_sensor.CloseExposureGate();
+    const auto exposed = floor<milliseconds>(Clock::now() - opened) + plan.beside;
+    OutputDbgPrint("exposed:%d ms\n", static_cast<int>(exposed.count())); // programs read it
     m_waitMs = plan.printedWaitMs;
     if (IsOfNoUse())
         return {};
@@ -232,23 +235,25 @@ BulkStream::Pass CaptureWorker::ExposeAndRead(const ExposureSetting &exposure)
 /// @return false when the camera is gone
 bool CaptureWorker::SleepWhileExposing(const LongExposurePlan &plan, uint32_t exposureUs)
 {
-    bool attached = SleepWhileAttached(plan.rest);
+    auto due = Clock::now() + plan.rest; // what makes one sleep longer makes the next one shorter
+    bool attached = SleepWhileAttached(due);
     for (int i = 0; i < plan.steps && attached && m_running; ++i) {
         if (m_camera.ExposureUs() != exposureUs || IsOfNoUse()) {
             ExposedByNoSetting();
             break;
         }
-        attached = SleepWhileAttached(plan.step);
+        due += plan.step;
+        attached = SleepWhileAttached(due);
     }
     return attached;
 }
 
 /// Nothing is sent meanwhile that would tell of a camera that was unplugged: the list of devices
 /// does.
-bool CaptureWorker::SleepWhileAttached(milliseconds time)
+bool CaptureWorker::SleepWhileAttached(Clock::time_point end)
 {
-    const auto end = Clock::now() + time;
-    for (auto left = time; left > 0ms && m_running; left = ceil<milliseconds>(end - Clock::now())) {
+    while (Clock::now() < end && m_running) {
+        const auto left = ceil<milliseconds>(end - Clock::now());
         (void)m_running.SleepFor(std::min(left, kPresenceInterval));
         if (Clock::now() >= m_nextLook) {
             m_nextLook = Clock::now() + kPresenceInterval;

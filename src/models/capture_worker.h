@@ -92,7 +92,7 @@ class CaptureWorker {
     /// Whether a frame that is under way belongs to no setting.
     bool IsOfNoUse() const;
     bool SleepWhileExposing(const LongExposurePlan &plan, uint32_t exposureUs);
-    bool SleepWhileAttached(std::chrono::milliseconds time);
+    bool SleepWhileAttached(Clock::time_point end);
     bool TooLateFor(const ExposureSetting &exposure);
     BulkStream::Timeouts InTime(BulkStream::Timeouts timeouts) const;
     Turn HandleIncompleteFrame(const BulkStream::Pass &pass);

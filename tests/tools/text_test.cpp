@@ -120,26 +120,24 @@ TEST(ExposurePlan, FollowsTheStepsOfEachFamilyToTheirLimits)
     const struct {
         const char *model;
         bool usb3Port;
-        Microseconds set, planned, slept;
+        Microseconds set, planned;
     } cases[] = {
-        {"KYR VSC470MC-Cool", true, 999'999us, 999'999us, 0us}, // by the sensor
-        {"KYR VSC470MC-Cool", true, 1'000'999us, 1s, 1s},
-        {"KYR VSC065MC-Cool", false, 1'001ms, 1s, 1s},
-        {"KYR VSC083MC-Cool", true, 59'999ms, 59'800ms, 59'800ms},
-        {"KYR VSC2800MM", true, 1'999'999us, 1'999ms, 1'979ms},
-        {"KYR VSC2800MM", true, 2'050ms, 2'100ms, 2'100ms},
-        {"KYR VSC340MC-S", true, 3'795'627us, 3'795'627us, 0us},
-        {"KYR VSC340MC-S", true, 3'795'628us, 3'600ms, 3'600ms},
-        {"KYR VSC340MC-S", false, 4s, 4s, 0us},
-        {"KYR VSC340MC", false, 4s, 4s, 0us},
-        {"HALDRON VSC056MM-A", false, 12'345'678us, 12'345ms, 12'345ms},
-        {"KYR VSC048MM", true, 64ms, 64ms, 0us},
+        {"KYR VSC470MC-Cool", true, 999'999us, 999'999us}, // by the sensor
+        {"KYR VSC470MC-Cool", true, 1'000'999us, 1s},
+        {"KYR VSC065MC-Cool", false, 1'001ms, 1s},
+        {"KYR VSC083MC-Cool", true, 59'999ms, 59'800ms},
+        {"KYR VSC2800MM", true, 1'999'999us, 1'999ms},
+        {"KYR VSC2800MM", true, 2'050ms, 2'100ms},
+        {"KYR VSC340MC-S", true, 3'795'627us, 3'795'627us},
+        {"KYR VSC340MC-S", true, 3'795'628us, 3'600ms},
+        {"KYR VSC340MC-S", false, 4s, 4s},
+        {"KYR VSC340MC", false, 4s, 4s},
+        {"HALDRON VSC056MM-A", false, 12'345'678us, 12'345ms},
+        {"KYR VSC048MM", true, 64ms, 64ms},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(fmt::format("{} {}", c.model, c.set.count()));
-        const ExposurePlan plan = PlanExposure(c.model, c.usb3Port, c.set);
-        EXPECT_EQ(plan.planned, c.planned);
-        EXPECT_EQ(plan.slept, c.slept);
+        EXPECT_EQ(PlannedExposure(c.model, c.usb3Port, c.set), c.planned);
     }
 }
 

@@ -2,7 +2,6 @@
 
 #include "failure.h"
 #include "identity.h"
-#include "step_sleeper.h"
 #include "stop_signals.h"
 
 #include <fmt/format.h>
@@ -18,12 +17,11 @@ using namespace std::chrono_literals;
 using SteadyClock = std::chrono::steady_clock;
 
 constexpr auto kPollInterval = 10ms;
-constexpr auto kLateThread = 50ms; // by which the steps of ours may end later than the library's
 
 // Beginnings of the library's messages.
 constexpr std::string_view kNotVerified = "not verified on hardware: ";
 constexpr std::string_view kOpensGate = "Begin long exp ";
-constexpr std::string_view kLongFrame = "Long exp:Get one Frame ";
+constexpr std::string_view kExposed = "exposed:";
 constexpr std::string_view kMemoryNeed = "a frame needs ";
 constexpr std::string_view kMemoryRemedy = "/sys/module/usbcore/parameters/usbfs_memory_mb";
 
@@ -193,11 +191,11 @@ void Camera::SetExposure(Microseconds time, Console &console)
     m_asked = time;
     setValue(CONTROL_EXPOSURE, static_cast<int>(time.count()), false);
     const Microseconds set(getValue(CONTROL_EXPOSURE, nullptr));
-    const ExposurePlan plan = PlanNow();
+    const Microseconds planned = PlannedExposure(m_entry.model, isUSB3Host() != 0, set);
     if (set != time)
         console.Note(fmt::format("exposure is {} on this camera", FormatTime(set)));
-    else if (plan.planned != set)
-        console.Note(fmt::format("{} is exposed as {}", InSeconds(time), InSeconds(plan.planned)));
+    else if (planned != set)
+        console.Note(fmt::format("{} is exposed as {}", InSeconds(time), InSeconds(planned)));
 }
 
 Exposure Camera::Take(Microseconds patience, ProgressBar &bar)
@@ -211,19 +209,10 @@ Exposure Camera::Take(Microseconds patience, ProgressBar &bar)
     picture.bytes.resize(picture.Pixels() * static_cast<size_t>(BytesPerPixel(picture.format)));
 
     (void)Listen();
-    const ExposurePlan plan = PlanNow();
-    std::optional<StepSleeper> sleeper;
-    if (plan.byHost)
-        sleeper.emplace(plan.slept, plan.step);
     const auto begin = SteadyClock::now();
     startExposure();
     AwaitFrame(exposure, patience, bar);
     TellTimes(exposure, begin);
-    const auto slept = sleeper ? sleeper->Slept(kLateThread) : std::nullopt;
-    if (exposure.measured && slept)
-        exposure.measured = std::min(*exposure.measured, *slept + plan.switching);
-    else
-        exposure.measured.reset();
     if (!getImageAfterExp(picture.bytes.data(), static_cast<int>(picture.bytes.size())))
         ThrowNoFrame("the exposure ended without a frame");
     return exposure;
@@ -243,30 +232,20 @@ void Camera::AwaitFrame(Exposure &exposure, Microseconds patience, ProgressBar &
     }
 }
 
-/// Where the library opens the exposure, it says so, and again when it has the frame: the exposure
-/// took no longer than that. When a sensor that times itself begins, nobody is told.
+/// Where the library opens the exposure, it says so, and how long it had it open. When a sensor
+/// that times itself begins, nobody is told.
 void Camera::TellTimes(Exposure &exposure, SteadyClock::time_point begin)
 {
     std::optional<SteadyClock::time_point> opened;
-    std::optional<SteadyClock::time_point> delivered;
     for (const LibraryLine &line : Listen()) {
         if (line.text.starts_with(kOpensGate))
             opened = line.at;
-        if (line.text.starts_with(kLongFrame))
-            delivered = line.at;
+        if (const std::string_view ms = After(kExposed, line.text); !ms.empty())
+            exposure.measured = std::chrono::milliseconds(std::atoi(std::string(ms).c_str()));
     }
     const Microseconds set(getValue(CONTROL_EXPOSURE, nullptr));
-    exposure.planned = PlanExposure(m_entry.model, set, opened.has_value()).planned;
+    exposure.planned = PlannedExposure(m_entry.model, set, opened.has_value());
     exposure.start = UtcOf(opened.value_or(begin));
-    if (opened && delivered)
-        exposure.measured = ToMicroseconds(*delivered - *opened);
-}
-
-/// Of the exposure that is set.
-ExposurePlan Camera::PlanNow() const
-{
-    const Microseconds set(getValue(CONTROL_EXPOSURE, nullptr));
-    return PlanExposure(m_entry.model, isUSB3Host() != 0, set);
 }
 
 void Camera::CheckPresence() const

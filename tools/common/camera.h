@@ -71,7 +71,6 @@ class Camera {
 
     [[noreturn]] void ThrowNoFrame(const std::string &what);
     std::vector<LibraryLine> Listen();
-    ExposurePlan PlanNow() const;
     void AwaitFrame(Exposure &exposure, Microseconds patience, ProgressBar &bar);
     void TellTimes(Exposure &exposure, std::chrono::steady_clock::time_point begin);
 

@@ -16,43 +16,24 @@ Microseconds Whole(Microseconds time, Microseconds step)
     return time / step * step;
 }
 
-ExposurePlan OneSleep(Microseconds time, Microseconds switching = 0ms)
-{
-    const Microseconds planned = Whole(time, 1ms);
-    return {.planned = planned,
-            .byHost = true,
-            .slept = planned - switching,
-            .step = planned - switching};
-}
-
-ExposurePlan Steps(Microseconds time, Microseconds step)
-{
-    const Microseconds planned = Whole(time, step);
-    return {.planned = planned, .byHost = true, .slept = planned, .step = step};
-}
-
 /// A gate in the camera's FPGA: one sleep up to a second, fifths of a second beyond.
-ExposurePlan ByGate(Microseconds set)
+Microseconds ByGate(Microseconds set)
 {
-    return set < 1001ms ? OneSleep(set) : Steps(set, 200ms);
+    return Whole(set, set < 1001ms ? 1ms : 200ms);
 }
 
 /// The same with a sensor that is put to sleep and woken again meanwhile: tenths of a second,
-/// rounded, from two seconds on. What the switching takes is only subtracted from the one sleep.
-ExposurePlan BySleepingSensor(Microseconds set)
+/// rounded, from two seconds on.
+Microseconds BySleepingSensor(Microseconds set)
 {
-    constexpr Microseconds kSwitching = 20ms;
-    ExposurePlan plan = set < 2s ? OneSleep(set, kSwitching) : Steps(Whole(set, 1ms) + 50ms, 100ms);
-    plan.switching = kSwitching;
-    return plan;
+    const Microseconds whole = Whole(set, 1ms);
+    return set < 2s ? whole : Whole(whole + 50ms, 100ms);
 }
 
 /// The clock of the sensor stands still. What is no whole step is slept besides.
-ExposurePlan ByClock(Microseconds set)
+Microseconds ByClock(Microseconds set)
 {
-    ExposurePlan plan = OneSleep(set);
-    plan.step = set < 10s ? 200ms : 500ms;
-    return plan;
+    return Whole(set, 1ms);
 }
 
 /// Models are told apart by how their names begin and end, without the maker.
@@ -61,7 +42,7 @@ struct Family {
     std::string_view end;
     Microseconds from;         // which the host times
     Microseconds fromUsb2Port; // the same with the longer lines there
-    ExposurePlan (*plan)(Microseconds);
+    Microseconds (*plan)(Microseconds);
 };
 
 // Of the sensors of the USB 2.0 cameras the host times what is more than 65,535 lines. At a USB 3.0
@@ -91,15 +72,15 @@ const Family &FamilyOf(std::string_view model)
 
 } // namespace
 
-ExposurePlan PlanExposure(const std::string &model, bool usb3Port, Microseconds set)
+Microseconds PlannedExposure(const std::string &model, bool usb3Port, Microseconds set)
 {
     const Family &family = FamilyOf(model);
-    return PlanExposure(model, set, set >= (usb3Port ? family.from : family.fromUsb2Port));
+    return PlannedExposure(model, set, set >= (usb3Port ? family.from : family.fromUsb2Port));
 }
 
-ExposurePlan PlanExposure(const std::string &model, Microseconds set, bool byHost)
+Microseconds PlannedExposure(const std::string &model, Microseconds set, bool byHost)
 {
-    return byHost ? FamilyOf(model).plan(set) : ExposurePlan{.planned = set};
+    return byHost ? FamilyOf(model).plan(set) : set;
 }
 
 } // namespace vsctool

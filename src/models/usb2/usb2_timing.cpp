@@ -128,7 +128,8 @@ LongExposurePlan Usb2LongExposurePlan(uint32_t exposureUs, uint32_t ownUs)
             .steps = sleepMs / stepMs,
             .readTimeout = milliseconds(readMs),
             .printedWaitMs = readMs,
-            .rest = milliseconds(sleepMs % stepMs)};
+            .rest = milliseconds(sleepMs % stepMs),
+            .beside = milliseconds(exposureMs - sleepMs)};
 }
 
 float Usb2Temperature(uint16_t reading, uint16_t at70, uint16_t at55)
