@@ -122,6 +122,11 @@ CaptureWorker::Turn CaptureWorker::CaptureOneFrame()
         exposure.timedByHost ? ExposeAndRead(exposure) : ReadVideoFrame(exposure);
     if (!m_camera.BandwidthAuto())
         RememberedAutoBandwidth(m_camera) = false;
+    return HandleRead(pass);
+}
+
+CaptureWorker::Turn CaptureWorker::HandleRead(const BulkStream::Pass &pass)
+{
     if (pass.deviceGone)
         return RecoverDevice();
     if (!m_running) // the read was cut short

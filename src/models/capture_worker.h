@@ -95,6 +95,7 @@ class CaptureWorker {
     bool SleepWhileAttached(Clock::time_point end);
     bool TooLateFor(const ExposureSetting &exposure);
     BulkStream::Timeouts InTime(BulkStream::Timeouts timeouts) const;
+    Turn HandleRead(const BulkStream::Pass &pass);
     Turn HandleIncompleteFrame(const BulkStream::Pass &pass);
     Turn HandleRefusedRead(const BulkStream::Pass &pass);
     bool InAutoBandwidthPeriod();
