@@ -4,39 +4,23 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
 
 namespace vsccam {
 
 namespace {
 
-/// Programs read the line: the names stay as they are.
+/// By StandIn. Programs read the line: the names stay as they are.
+constexpr const char *kNames[] = {
+    "none",        "register list", "sequencer program", "register addresses",
+    "clock codes", "line limits",   "frame offsets",     "bandwidth",
+    "FPGA set-up", "firmware",      "everything",
+};
+static_assert(std::size(kNames) == static_cast<size_t>(StandIn::Everything) + 1);
+
 const char *NameOf(StandIn part)
 {
-    switch (part) {
-    case StandIn::None:
-        break;
-    case StandIn::StartUpList:
-        return "register list";
-    case StandIn::SequencerProgram:
-        return "sequencer program";
-    case StandIn::RegisterAddresses:
-        return "register addresses";
-    case StandIn::ClockCodes:
-        return "clock codes";
-    case StandIn::LineLimits:
-        return "line limits";
-    case StandIn::FrameOffsets:
-        return "frame offsets";
-    case StandIn::Bandwidth:
-        return "bandwidth";
-    case StandIn::FpgaSetUp:
-        return "FPGA set-up";
-    case StandIn::Firmware:
-        return "firmware";
-    case StandIn::Everything:
-        return "everything";
-    }
-    return "none";
+    return kNames[static_cast<size_t>(part)];
 }
 
 } // namespace

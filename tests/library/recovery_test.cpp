@@ -144,20 +144,23 @@ TEST_F(RecoveryTest, ALostSettingIsMadeGoodBeforeAFrameCounts)
         {"VSC048MM", [] { setValue(CONTROL_BRIGHTNESS, 9, false); }},
         {"VSC340MM", [] { setValue(CONTROL_EXPOSURE, 20'000, false); }},
     };
+    const auto before = [] {
+        EXPECT_TRUE(setImageFormat(320, 240, 1, VSC_IMG_RAW8));
+        setValue(CONTROL_GAIN, 1, false);
+        setValue(CONTROL_EXPOSURE, 30'000, false);
+        setValue(CONTROL_BRIGHTNESS, 0, false);
+    };
     for (const auto &c : cases) {
         for (const bool running : {true, false}) {
             SCOPED_TRACE(testing::Message() << c.model << " " << running);
             const int device = OpenOne(c.model);
-            ASSERT_TRUE(setImageFormat(320, 240, 1, VSC_IMG_RAW8));
+            before();
             c.set();
             startCapture();
             ASSERT_FALSE(NextFrame(2000).empty());
             const std::map<int, int> expected = Programmed(device);
             stopCapture();
-            ASSERT_TRUE(setImageFormat(320, 240, 1, VSC_IMG_RAW8));
-            setValue(CONTROL_GAIN, 1, false);
-            setValue(CONTROL_EXPOSURE, 30'000, false);
-            setValue(CONTROL_BRIGHTNESS, 0, false);
+            before();
             if (running) {
                 startCapture();
                 ASSERT_FALSE(NextFrame(2000).empty());
@@ -169,19 +172,7 @@ TEST_F(RecoveryTest, ALostSettingIsMadeGoodBeforeAFrameCounts)
             SleepFor(1s);
             for (int i = 0; i < 3; ++i)
                 EXPECT_FALSE(NextFrame(2000).empty());
-            const int gain = getValue(CONTROL_GAIN, nullptr);
-            const int exposure = getValue(CONTROL_EXPOSURE, nullptr);
-            const int brightness = getValue(CONTROL_BRIGHTNESS, nullptr);
-            const std::map<int, int> restored = Programmed(device);
-            stopCapture();
-            // The same by settings that all arrive.
-            setValue(CONTROL_GAIN, gain, false);
-            setValue(CONTROL_BRIGHTNESS, brightness, false);
-            setValue(CONTROL_EXPOSURE, exposure, false);
-            startCapture();
-            ASSERT_FALSE(NextFrame(2000).empty());
-            EXPECT_EQ(restored, Programmed(device));
-            (void)expected;
+            EXPECT_EQ(Programmed(device), expected);
             Remove(device);
         }
     }
