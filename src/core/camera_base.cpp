@@ -208,6 +208,42 @@ CCameraBase::CapturePause::~CapturePause()
         (void)m_camera.StartCapture(m_camera.m_singleExposure);
 }
 
+Settings CCameraBase::SettingsNow()
+{
+    Settings now;
+    now.width = m_width;
+    now.height = m_height;
+    now.bin = m_bin;
+    now.imageType = ImageType();
+    now.rawOutput = m_rawOutput;
+    now.output16Bits = m_output16Bits;
+    now.hardwareBin = m_hardwareBin;
+    now.highSpeed = m_highSpeed;
+    now.startX = m_startX;
+    now.startY = m_startY;
+    now.exposureUs = m_exposureUs;
+    now.exposureAuto = m_exposureAuto;
+    now.gain = m_gain;
+    now.gainAuto = m_gainAuto;
+    now.gamma = m_gamma;
+    now.brightness = m_brightness;
+    now.red = m_red;
+    now.blue = m_blue;
+    now.whiteBalanceAuto = m_whiteBalanceAuto;
+    now.bandwidth = m_bandwidth;
+    now.bandwidthAuto = m_bandwidthAuto;
+    now.autoLimits = {m_autoMaxGain, m_autoMaxExpS, m_autoTarget};
+    now.flipH = FlipH();
+    now.flipV = FlipV();
+    now.monoBin = m_monoBin;
+    now.timeMark = m_timeMark;
+    now.usb3Host = m_usb3Host;
+    now.exposureLines = m_exposureLines;
+    now.frameTimeUs = m_frameTimeUs;
+    now.longExposure = m_longExposure;
+    return now;
+}
+
 bool CCameraBase::IsHardBinRun()
 {
     return m_hardwareBin && m_bin > 1;

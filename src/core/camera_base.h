@@ -11,6 +11,7 @@
 #include "core/gamma.h"
 #include "core/hot_pixels.h"
 #include "core/raw_frame.h"
+#include "core/settings.h"
 #include "image/algorithm.h"
 #include "image/cir_buf.h"
 #include "image/exposure_setting.h"
@@ -203,6 +204,7 @@ class CCameraBase : public CCameraFX3 {
     }
 
     // What the model is and what is set.
+    Settings SettingsNow();
     const CameraModel &Model() const { return m_model; }
     Size MaxSize() const { return m_maxSize; }
     int Width() const { return m_width; }
