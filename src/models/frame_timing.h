@@ -1,7 +1,7 @@
 #pragma once
 
+#include "capture/capture_sensor.h"
 #include "core/frame_geometry.h"
-#include "models/capture_sensor.h"
 
 #include <cstdint>
 

@@ -1,10 +1,10 @@
 #include "models/usb3_driver.h"
 
 #include "base/debug_print.h"
+#include "capture/usb3_capture_worker.h"
 #include "models/register_holds.h"
 #include "models/register_list.h"
 #include "models/thermometer.h"
-#include "models/usb3_capture_worker.h"
 #include "usb/requests.h"
 
 #include <algorithm>

@@ -1,8 +1,8 @@
 #pragma once
 
+#include "capture/capture_sensor.h"
 #include "cooling/camera_cool.h"
 #include "core/camera_base.h"
-#include "models/capture_sensor.h"
 #include "models/fpga.h"
 #include "models/fpga_registers.h"
 #include "models/frame_timing.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "models/capture_sensor.h"
+#include "capture/capture_sensor.h"
 
 namespace vsccam {
 

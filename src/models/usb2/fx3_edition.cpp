@@ -1,10 +1,10 @@
 #include "models/usb2/fx3_edition.h"
 
+#include "capture/usb3_capture_worker.h"
 #include "models/fpga.h"
 #include "models/fpga_registers.h"
 #include "models/frame_timing.h"
 #include "models/register_holds.h"
-#include "models/usb3_capture_worker.h"
 #include "usb/requests.h"
 
 #include <mutex>

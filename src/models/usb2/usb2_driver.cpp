@@ -1,7 +1,7 @@
 #include "models/usb2/usb2_driver.h"
 
 #include "base/debug_print.h"
-#include "models/per_model.h"
+#include "base/per_model.h"
 #include "models/usb2/usb2_registers.h"
 
 #include <algorithm>

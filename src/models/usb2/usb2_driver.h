@@ -1,9 +1,9 @@
 #pragma once
 
+#include "capture/usb2_capture_worker.h"
 #include "core/camera_base.h"
 #include "models/register_list.h"
 #include "models/usb2/usb2_timing.h"
-#include "models/usb2_capture_worker.h"
 #include "usb/firmware_files.h"
 
 #include <cstdint>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "models/capture_worker.h"
-#include "models/unusable_frames.h"
+#include "capture/capture_worker.h"
+#include "capture/unusable_frames.h"
 
 namespace vsccam {
 

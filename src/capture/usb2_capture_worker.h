@@ -1,6 +1,6 @@
 #pragma once
 
-#include "models/capture_worker.h"
+#include "capture/capture_worker.h"
 
 #include <cstdint>
 

@@ -1,4 +1,4 @@
-#include "models/usb2_capture_worker.h"
+#include "capture/usb2_capture_worker.h"
 
 #include "base/debug_print.h"
 #include "image/frame_marks.h"

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "capture/capture_sensor.h"
 #include "core/camera_base.h"
-#include "models/capture_sensor.h"
 
 #include <span>
 

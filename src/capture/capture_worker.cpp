@@ -1,7 +1,7 @@
-#include "models/capture_worker.h"
+#include "capture/capture_worker.h"
 
 #include "base/debug_print.h"
-#include "models/per_model.h"
+#include "base/per_model.h"
 #include "usb/requests.h"
 
 #include <algorithm>
