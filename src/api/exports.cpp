@@ -240,7 +240,7 @@ VSC_BOOL getImageData(unsigned char *buffer, int bufferSize, int waitMs)
 
 int getDroppedFrames()
 {
-    return WithCamera(0, [](CCameraBase &camera) { return camera.DroppedFrames(); });
+    return WithCamera(0, [](CCameraBase &camera) { return camera.capture.Dropped(); });
 }
 
 void startExposure()
@@ -257,7 +257,8 @@ void stopExposure()
 
 int getExpStatus()
 {
-    return WithCamera(VSC_EXP_FAILED + 0, [](CCameraBase &camera) { return camera.ExpStatus(); });
+    return WithCamera(VSC_EXP_FAILED + 0,
+                      [](CCameraBase &camera) { return camera.capture.ExpStatus(); });
 }
 
 VSC_BOOL getImageAfterExp(unsigned char *buffer, int bufferSize)

@@ -1,10 +1,10 @@
 #pragma once
 
 #include "base/sync.h"
-#include "core/camera_model.h"
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <mutex>
 
 namespace vsccam {
@@ -12,23 +12,23 @@ namespace vsccam {
 /// Values that outlive the camera objects: one per model, shared by all cameras of it.
 template <class T> class PerModel {
   public:
-    /// The value of a model; `setUp` is called on it the first time.
-    template <class SetUp> T &Of(const CameraModel &model, SetUp setUp)
+    /// The value of the model with this product ID; `setUp` is called on it the first time.
+    template <class SetUp> T &Of(uint16_t productId, SetUp setUp)
     {
         const std::lock_guard lock(m_section);
-        Entry *entry = std::ranges::find_if(m_entries, [&model](const Entry &e) {
-            return e.productId == model.productId || e.productId == 0;
+        Entry *entry = std::ranges::find_if(m_entries, [productId](const Entry &e) {
+            return e.productId == productId || e.productId == 0;
         });
         if (entry->productId == 0) {
-            entry->productId = model.productId;
+            entry->productId = productId;
             setUp(entry->value);
         }
         return entry->value;
     }
 
-    T &Of(const CameraModel &model)
+    T &Of(uint16_t productId)
     {
-        return Of(model, [](T &) {});
+        return Of(productId, [](T &) {});
     }
 
   private:

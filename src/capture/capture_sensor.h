@@ -32,4 +32,18 @@ class CaptureSensor {
     ~CaptureSensor() = default;
 };
 
+/// What the capture worker of the USB 2.0 cameras needs beside what every worker does.
+class Usb2Sensor : public CaptureSensor {
+  public:
+    /// Takes over again from the host when an exposure has become short enough for the sensor.
+    virtual void FollowExposure() = 0;
+    /// Lengthens the lines a little, for a link that drops data.
+    virtual void SlowDown() = 0;
+    /// Prints the black level of sensors that tell it.
+    virtual void PrintBlackLevel() = 0;
+
+  protected:
+    ~Usb2Sensor() = default;
+};
+
 } // namespace vsccam

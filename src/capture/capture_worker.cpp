@@ -1,7 +1,6 @@
 #include "capture/capture_worker.h"
 
 #include "base/debug_print.h"
-#include "base/per_model.h"
 #include "usb/requests.h"
 
 #include <algorithm>
@@ -24,40 +23,29 @@ constexpr int kResetsToFail = 2;
 constexpr int kRefusedReadsToGiveUp = 4;
 constexpr auto kRetryPause = 100ms; // after a read that failed at once
 constexpr auto kReopenInterval = 1s;
-constexpr milliseconds kPresenceInterval = 400ms; // from one look for the camera to the next
 // A camera that does not answer gets longer than requests are held back from it.
 constexpr auto kRestoreInterval = 500ms;
 // Of a turn of the worker: calls of the host that set something may have to wait for it.
 constexpr LossLimit kTurnLimit{.work = 700ms, .countsWaits = false};
 constexpr int kRestoresToReset = 8;
 
-// A single exposure ends in five seconds and four frame times besides its own, whatever the camera
-// sends: in a little less, because a request may be under way.
-constexpr auto kSingleExposureGrace = 4'000ms;
-constexpr int kSingleExposureFrames = 4;
-
 constexpr int kDropsToLowerBandwidth = 2;
 constexpr int kBandwidthStep = 4;
-constexpr uint32_t kAutoBandwidthPeriodMs = 19'999;
 constexpr uint32_t kBurstIntervalMs = 5'000;
 
-/// The auto-bandwidth flag as the workers of a model last saw it. It outlives the camera object:
-/// only a change from off to on starts a new auto-bandwidth period.
-Shared<bool> &RememberedAutoBandwidth(const CCameraBase &camera)
-{
-    static PerModel<Shared<bool>> memories;
-    return memories.Of(camera.Model(),
-                       [&camera](Shared<bool> &on) { on = camera.BandwidthAuto(); });
-}
-
 } // namespace
+
+CaptureWorker::CaptureWorker(Capture &capture, CaptureSensor &sensor, const Controller &controller)
+    : m_capture(capture), m_usb(capture.Usb()), m_camera(capture.Camera()), m_sensor(sensor),
+      m_single(capture.Single()), m_controller(controller), m_autoBandwidth(capture.ProductId())
+{
+}
 
 void CaptureWorker::Run()
 {
     try {
-        m_exposureBegan = Clock::now();
         Turn turn = Prepare() ? Turn::GoOn : Turn::Recover;
-        while (turn != Turn::Leave && m_running) {
+        while (turn != Turn::Leave && m_capture.GoOn()) {
             if (turn == Turn::GoOn)
                 turn = CaptureOneFrame();
             else
@@ -72,16 +60,15 @@ void CaptureWorker::Run()
 bool CaptureWorker::Prepare()
 {
     const RequestBudget budget(kTurnLimit);
-    m_autoBandwidthSince = m_lastBurst = GetTickCount();
-    m_camera.SendCMD(request::kStopDataPath);
+    m_usb.SendCMD(request::kStopDataPath);
     m_sensor.StopSensorStreaming();
     OutputDbgPrint("working thread begin!\n");
-    m_frameBytes = m_camera.ReadoutBytes();
-    m_transferCount = (m_frameBytes + kTransferBytes - 1) / kTransferBytes;
-    m_camera.Raw().Reset();
-    if (!m_camera.SingleExposure())
-        m_camera.startAutoControlThr(m_autoControlPass);
-    return !m_camera.Lost() && StartStream();
+    m_frame.bytes = m_camera.SettingsOfNow().frameBytes;
+    m_frame.transfers = (m_frame.bytes + kTransferBytes - 1) / kTransferBytes;
+    m_capture.Raw().Reset();
+    if (!m_single)
+        m_camera.StartAutomatics(m_controller.autoControlPass);
+    return !m_capture.Lost() && StartStream();
 }
 
 /// The sensor follows the exposure that is set before it begins the first frame, however often the
@@ -89,19 +76,15 @@ bool CaptureWorker::Prepare()
 bool CaptureWorker::StartStream()
 {
     do {
-        m_startedWith = m_camera.FrameChanges();
+        m_changesAtStart = m_camera.FrameChangesAtRest();
         FollowExposure();
-    } while (m_startedWith != m_camera.FrameChanges());
+    } while (m_changesAtStart != m_camera.FrameChangesAtRest());
     StartDataPath();
-    m_camera.ResetEndPoint(m_endpoint);
-    m_drops = m_emptyReads = m_refusedReads = m_resets = 0;
-    m_timedByHost = m_camera.Exposure().timedByHost;
-    return m_camera.initAsyncXfer(m_frameBytes, m_transferCount, kTransferBytes, m_endpoint);
-}
-
-std::span<uint8_t> CaptureWorker::Frame() const
-{
-    return {m_camera.Raw().Filling(), static_cast<size_t>(m_frameBytes)};
+    m_usb.ResetEndPoint(m_controller.endpoint);
+    m_troubles = {};
+    m_timedByHost = m_camera.SettingsOfNow().exposure.timedByHost;
+    return m_usb.initAsyncXfer(m_frame.bytes, m_frame.transfers, kTransferBytes,
+                               m_controller.endpoint);
 }
 
 CaptureWorker::Turn CaptureWorker::CaptureOneFrame()
@@ -110,18 +93,19 @@ CaptureWorker::Turn CaptureWorker::CaptureOneFrame()
     if (!m_camera.HalfProgrammed() && Superseded())
         return ExposeAnew();
     FollowExposure();
-    const ExposureSetting exposure = m_camera.Exposure();
-    m_exposedBy = exposure;
-    const uint64_t lossUs = static_cast<uint64_t>(m_drops) * exposure.us;
-    if (m_camera.SingleExposure() && (lossUs > kSingleExposureLossUs || TooLateFor(exposure)))
+    const ExposureSetting exposure = m_camera.SettingsOfNow().exposure;
+    m_present = {.exposedBy = exposure};
+    const uint64_t lossUs = static_cast<uint64_t>(m_troubles.drops) * exposure.us;
+    if (m_single &&
+        (lossUs > kSingleExposureLossUs || m_deadline.TooLateFor(exposure, Clock::now())))
         return Fail();
     if (m_camera.HalfProgrammed())
         return ProgramAgain();
 
     const BulkStream::Pass pass =
         exposure.timedByHost ? ExposeAndRead(exposure) : ReadVideoFrame(exposure);
-    if (!m_camera.BandwidthAuto())
-        RememberedAutoBandwidth(m_camera) = false;
+    if (!m_camera.SettingsOfNow().bandwidthAuto)
+        m_autoBandwidth.NoteOff();
     return HandleRead(pass);
 }
 
@@ -129,25 +113,25 @@ CaptureWorker::Turn CaptureWorker::HandleRead(const BulkStream::Pass &pass)
 {
     if (pass.deviceGone)
         return RecoverDevice();
-    if (!m_running) // the read was cut short
+    if (!m_capture.GoOn()) // the read was cut short
         return Turn::Leave;
     if (m_camera.HalfProgrammed()) {
-        m_camera.AddDroppedFrames(1);
+        m_capture.CountDrop(DropReason::Lost);
         return Turn::GoOn;
     }
     if (Superseded())
         return ExposeAnew();
     if (pass.received > 0)
-        m_emptyReads = 0;
-    if (pass.received != m_frameBytes)
+        m_troubles.emptyReads = 0;
+    if (pass.received != m_frame.bytes)
         return HandleIncompleteFrame(pass);
-    m_refusedReads = 0;
+    m_troubles.refusedReads = 0;
     return HandleWholeFrame();
 }
 
 bool CaptureWorker::Superseded() const
 {
-    return m_camera.SingleExposure() && m_camera.FrameChanges() != m_startedWith;
+    return m_single && m_camera.FrameChanges() != m_changesAtStart;
 }
 
 /// Frames that the sensor began before a change are exposed in part by what was set then. One that
@@ -156,7 +140,7 @@ CaptureWorker::Turn CaptureWorker::ExposeAnew()
 {
     StopStream();
     if (m_camera.FrameChanges() != m_ownChanges) // the host's begin its time anew
-        m_exposureBegan = Clock::now();
+        m_deadline.BeginAnew(Clock::now());
     return StartStream() ? Turn::GoOn : Fail();
 }
 
@@ -167,38 +151,28 @@ bool CaptureWorker::IsOfNoUse() const
 
 CaptureWorker::Turn CaptureWorker::HandleIncompleteFrame(const BulkStream::Pass &pass)
 {
-    ++m_drops;
+    ++m_troubles.drops;
     PrintIncompleteFrame(pass);
     if (!pass.submitted)
         return HandleRefusedRead(pass);
-    m_refusedReads = 0;
+    m_troubles.refusedReads = 0;
+    if (pass.received == 0)
+        m_capture.CountEmptyRead();
     return HandleMissingBytes(pass);
 }
 
 BulkStream::Pass CaptureWorker::ReadVideoFrame(const ExposureSetting &exposure)
 {
     const BulkStream::Timeouts timeouts = FrameTimeouts(exposure);
-    m_waitMs = static_cast<long>(timeouts.perTransfer.count());
-    m_readBegan = Clock::now();
+    m_present.waitMs = static_cast<long>(timeouts.perTransfer.count());
+    m_present.readBegan = Clock::now();
     return ReadFrame(exposure, InTime(timeouts));
-}
-
-/// Whether a single exposure that begins now would not end in its time, which begins anew when it
-/// is set to another one.
-bool CaptureWorker::TooLateFor(const ExposureSetting &exposure)
-{
-    using std::chrono::microseconds;
-    const auto latestBegin = m_exposureBegan + kSingleExposureGrace +
-                             kSingleExposureFrames * microseconds(exposure.frameTimeUs);
-    m_deadline = latestBegin + microseconds(exposure.us);
-    return Clock::now() >= latestBegin;
 }
 
 BulkStream::Timeouts CaptureWorker::InTime(BulkStream::Timeouts timeouts) const
 {
-    if (!m_camera.SingleExposure())
-        return timeouts;
-    timeouts.deadline = m_deadline;
+    if (m_single)
+        timeouts.deadline = m_deadline.End();
     return timeouts;
 }
 
@@ -217,22 +191,26 @@ BulkStream::Pass CaptureWorker::ExposeAndRead(const ExposureSetting &exposure)
     m_sensor.CloseExposureGate();
     const auto exposed = floor<milliseconds>(Clock::now() - opened) + plan.beside;
     OutputDbgPrint("exposed:%d ms\n", static_cast<int>(exposed.count())); // programs read it
-    m_waitMs = plan.printedWaitMs;
+    m_present.waitMs = plan.printedWaitMs;
     if (IsOfNoUse())
         return {};
+    const BulkStream::Pass pass = ReadExposedFrame(plan);
+    OutputDbgPrint("Long exp:Get one Frame %d\n", exposureMs);
+    return pass;
+}
 
-    uint8_t *buffer = m_camera.Raw().Filling();
+BulkStream::Pass CaptureWorker::ReadExposedFrame(const LongExposurePlan &plan)
+{
     const BulkStream::Timeouts timeouts =
         InTime({plan.readTimeout, plan.readTimeout, plan.readTimeout});
-    m_readBegan = Clock::now();
-    BulkStream::Pass pass = m_camera.ReadFrameOnce(buffer, timeouts, m_running);
-    if (pass.ioError && !pass.deviceGone && m_running) {
+    m_present.readBegan = Clock::now();
+    BulkStream::Pass pass = m_usb.ReadFrameOnce(Buffer(), timeouts, m_capture.GoOn());
+    if (pass.ioError && !pass.deviceGone && m_capture.GoOn()) {
         OutputDbgPrint("Xfer2#\n");
-        pass = m_camera.ReadFrameOnce(buffer, timeouts, m_running);
+        pass = m_usb.ReadFrameOnce(Buffer(), timeouts, m_capture.GoOn());
     }
     if (pass.error != 0)
         OutputDbgPrint("transfer error:%d\n", pass.error);
-    OutputDbgPrint("Long exp:Get one Frame %d\n", exposureMs);
     return pass;
 }
 
@@ -242,9 +220,9 @@ bool CaptureWorker::SleepWhileExposing(const LongExposurePlan &plan, uint32_t ex
 {
     auto due = Clock::now() + plan.rest; // what makes one sleep longer makes the next one shorter
     bool attached = SleepWhileAttached(due);
-    for (int i = 0; i < plan.steps && attached && m_running; ++i) {
-        if (m_camera.ExposureUs() != exposureUs || IsOfNoUse()) {
-            ExposedByNoSetting();
+    for (int i = 0; i < plan.steps && attached && m_capture.GoOn(); ++i) {
+        if (m_camera.SettingsOfNow().exposure.us != exposureUs || IsOfNoUse()) {
+            m_present.exposedBy.us = 0;
             break;
         }
         due += plan.step;
@@ -253,18 +231,14 @@ bool CaptureWorker::SleepWhileExposing(const LongExposurePlan &plan, uint32_t ex
     return attached;
 }
 
-/// Nothing is sent meanwhile that would tell of a camera that was unplugged: the list of devices
-/// does.
+/// @return false when the camera is gone
 bool CaptureWorker::SleepWhileAttached(Clock::time_point end)
 {
-    while (Clock::now() < end && m_running) {
+    while (Clock::now() < end && m_capture.GoOn()) {
         const auto left = ceil<milliseconds>(end - Clock::now());
-        (void)m_running.SleepFor(std::min(left, kPresenceInterval));
-        if (Clock::now() >= m_nextLook) {
-            m_nextLook = Clock::now() + kPresenceInterval;
-            if (!m_camera.IsAttached())
-                return false;
-        }
+        Pause(std::min(left, PresenceLook::kInterval));
+        if (m_presence.IsDue(Clock::now()) && !m_usb.IsAttached())
+            return false;
     }
     return true;
 }
@@ -272,160 +246,161 @@ bool CaptureWorker::SleepWhileAttached(Clock::time_point end)
 /// Nothing could be queued: memory is short, or transfers of before do not come back.
 CaptureWorker::Turn CaptureWorker::HandleRefusedRead(const BulkStream::Pass &pass)
 {
-    (void)m_running.SleepFor(kRetryPause);
-    if (++m_refusedReads >= kRefusedReadsToGiveUp) {
-        if (m_camera.SingleExposure())
+    Pause(kRetryPause);
+    if (++m_troubles.refusedReads >= kRefusedReadsToGiveUp) {
+        if (m_single)
             return Fail();
         if (pass.error == LIBUSB_ERROR_BUSY)
             return RecoverDevice(); // closing the device frees them
     }
-    HandleDrop();
+    HandleDrop(DropReason::Short);
     return Turn::GoOn;
 }
 
 bool CaptureWorker::TooManyEmptyReads(const BulkStream::Pass &pass)
 {
-    OutputDbgPrint("nothing get count:%d\n", ++m_emptyReads);
+    OutputDbgPrint("nothing get count:%d\n", ++m_troubles.emptyReads);
     if (pass.error == LIBUSB_ERROR_PIPE)
-        m_camera.ResetEndPoint(m_endpoint);
+        m_usb.ResetEndPoint(m_controller.endpoint);
     if (pass.error != LIBUSB_ERROR_TIMEOUT)
-        (void)m_running.SleepFor(kRetryPause); // it failed at once
-    return m_emptyReads >= kEmptyReadsToReset;
+        Pause(kRetryPause); // it failed at once
+    return m_troubles.emptyReads >= kEmptyReadsToReset;
 }
 
 bool CaptureWorker::ResetTooOften()
 {
-    return m_camera.SingleExposure() && ++m_resets >= kResetsToFail;
+    return m_single && ++m_troubles.resets >= kResetsToFail;
 }
 
-bool CaptureWorker::InsertFrame(bool measurable)
+uint8_t *CaptureWorker::Buffer() const
+{
+    return m_capture.Raw().Filling();
+}
+
+std::span<uint8_t> CaptureWorker::Frame() const
+{
+    return {Buffer(), static_cast<size_t>(m_frame.bytes)};
+}
+
+bool CaptureWorker::InsertFrame(bool lookedAt)
 {
     const std::span<uint8_t> frame = Frame();
-    const bool inserted = m_camera.Frames().InsertBuff(frame.data(), m_frameBytes);
-    if (!inserted && !m_camera.SingleExposure())
-        m_camera.AddDroppedFrames(1);
-    m_camera.Raw().Complete(frame.size(),
-                            {.copied = inserted,
-                             .lookedAt = measurable && m_camera.AutoThreadLooks(m_exposedBy),
-                             .exposure = m_exposedBy});
+    const bool inserted = m_capture.Frames().InsertBuff(frame.data(), m_frame.bytes);
+    m_capture.Raw().Complete(
+        frame.size(), {.copied = inserted, .lookedAt = lookedAt, .exposure = m_present.exposedBy});
+    if (!inserted && !m_single)
+        m_capture.CountDrop(DropReason::RingFull);
     return inserted;
 }
 
 CaptureWorker::Turn CaptureWorker::HandleGoodFrame()
 {
     const std::span<uint8_t> frame = Frame();
-    const bool timedByHost = m_exposedBy.timedByHost;
+    const ExposureSetting &exposedBy = m_present.exposedBy;
+    const bool timedByHost = exposedBy.timedByHost;
     if (std::exchange(m_timedByHost, timedByHost) != timedByHost && MixesTimings())
-        ExposedByNoSetting();
-    const bool inserted = InsertFrame(true);
-    if (m_camera.SingleExposure()) {
+        m_present.exposedBy.us = 0;
+    const CaptureSettings now = m_camera.SettingsOfNow();
+    const bool inserted = InsertFrame(now.AutomaticsLookAt(exposedBy));
+    if (m_single) {
         if (!inserted)
             return Fail();
         OutputDbgPrint("snap: EXP_SUCCESS\n");
-        m_running.Clear();
-        m_camera.SetExpStatus(kExpSuccess);
+        End(CaptureChange::WorkerSucceeds);
         return Turn::Leave;
     }
-    if (!m_exposedBy.IsShort() && m_camera.ExposureOrGainAuto())
-        m_camera.AutoExpGain(frame, m_exposedBy);
+    if (!exposedBy.IsShort() && now.exposureOrGainAuto)
+        m_camera.Adjust(frame, exposedBy);
     return Turn::GoOn;
 }
 
-void CaptureWorker::HandleDrop()
+void CaptureWorker::HandleDrop(DropReason reason)
 {
-    m_camera.AddDroppedFrames(1);
-    OutputDbgPrint("drop frames:%d\n", m_camera.DroppedFrames());
+    m_capture.CountDrop(reason);
+    OutputDbgPrint("drop frames:%d\n", m_capture.Dropped());
     if (!InAutoBandwidthPeriod())
         HandleFixedBandwidthDrop();
-    else if (m_drops > kDropsToLowerBandwidth)
+    else if (m_troubles.drops > kDropsToLowerBandwidth)
         LowerBandwidth();
-    m_camera.ResetEndPoint(m_endpoint);
+    m_usb.ResetEndPoint(m_controller.endpoint);
 }
 
 bool CaptureWorker::MayLowerBandwidth()
 {
-    return InAutoBandwidthPeriod() && m_camera.Bandwidth() > m_camera.Model().bandwidth.min;
+    const CaptureSettings now = m_camera.SettingsOfNow();
+    return InAutoBandwidthPeriod() && now.bandwidth > now.lowestBandwidth;
 }
 
 bool CaptureWorker::InAutoBandwidthPeriod()
 {
-    Shared<bool> &remembered = RememberedAutoBandwidth(m_camera);
-    if (m_camera.BandwidthAuto() && !remembered) {
-        remembered = true;
-        m_autoBandwidthSince = GetTickCount();
-    }
-    return m_camera.BandwidthAuto() && BandwidthMatters() &&
-           GetTickCount() - m_autoBandwidthSince <= kAutoBandwidthPeriodMs;
+    return m_autoBandwidth.Lasts(m_camera.SettingsOfNow().bandwidthAuto) && BandwidthMatters();
 }
 
 /// Bursts of bad frames that follow each other closely mean that the link carries less.
 void CaptureWorker::LowerBandwidth()
 {
-    const uint32_t now = GetTickCount();
-    const uint32_t delta = now - std::exchange(m_lastBurst, now);
+    const uint32_t delta = m_autoBandwidth.NoteBurst();
     if (delta < kBurstIntervalMs) {
-        PrintBurst(static_cast<int>(now - m_autoBandwidthSince), static_cast<int>(delta));
-        (void)m_camera.LowerBandwidth(kBandwidthStep);
+        PrintBurst(m_autoBandwidth.SinceStartMs(), delta);
+        m_camera.LowerBandwidth(kBandwidthStep);
         m_ownChanges = m_camera.FrameChanges();
     }
     OutputDbgPrint("BAD delta time:%d pkg:%x\n", static_cast<int>(delta),
-                   static_cast<unsigned int>(m_camera.Bandwidth()));
-    m_drops = 0;
+                   static_cast<unsigned int>(m_camera.SettingsOfNow().bandwidth));
+    m_troubles.drops = 0;
 }
 
 /// The device is gone. A single exposure is lost with it, which the host shall know at once; the
 /// next start looks for the device.
 CaptureWorker::Turn CaptureWorker::RecoverDevice()
 {
-    if (m_camera.SingleExposure()) {
-        m_camera.SetLost(true);
-        return Fail();
-    }
-    return Turn::Recover;
+    if (!m_single)
+        return Turn::Recover;
+    (void)m_capture.Change(CaptureChange::WorkerLosesDevice);
+    return Fail();
 }
 
 CaptureWorker::Turn CaptureWorker::GiveUp()
 {
-    return m_camera.SingleExposure() ? Fail() : Turn::Leave;
+    return m_single ? Fail() : Turn::Leave;
 }
 
 /// Opens the device again once it is back, and programs it as it was. For a single exposure it has
 /// to be back already: the host waits.
 bool CaptureWorker::BringBackDevice()
 {
-    m_camera.SetLost(true);
-    m_camera.Frames().SetProducing(false); // nobody waits for a camera that is gone
-    m_camera.releaseAsyncXfer();
+    (void)m_capture.Change(CaptureChange::WorkerLosesDevice);
+    m_capture.Frames().SetProducing(false); // nobody waits for a camera that is gone
+    m_usb.releaseAsyncXfer();
     const auto lostAt = Clock::now();
     bool back = Reopen() && Resume();
-    while (!back && m_running && !m_camera.SingleExposure()) {
-        (void)m_running.SleepFor(kReopenInterval);
+    while (!back && m_capture.GoOn() && !m_single) {
+        Pause(kReopenInterval);
         back = Reopen() && Resume();
     }
-    m_camera.AddDroppedFrames(FramesSince(lostAt));
+    CountFramesLostSince(lostAt);
     return back;
 }
 
 bool CaptureWorker::Reopen()
 {
-    // Without a handle there is nothing to connect again: an earlier try lost it.
-    return m_camera.ReConnectCamera() || (m_running && m_camera.OpenCamera(m_camera.Ordinal()));
+    return m_camera.Reconnect() || (m_capture.GoOn() && m_camera.Reopen());
 }
 
 /// A camera that has just come back may need a while until it answers: one that missed a request
 /// is programmed by half, and nothing would ever show it.
 bool CaptureWorker::Restore()
 {
-    const RequestBudget budget(kTurnLimit, &m_running);
+    const RequestBudget budget(kTurnLimit, &m_capture.GoOn());
     return m_camera.ProgramWhole([this] { return m_sensor.RestoreSettings(); });
 }
 
 bool CaptureWorker::Resume()
 {
-    if (!m_running || !Restore() || !StartStream())
+    if (!m_capture.GoOn() || !Restore() || !StartStream())
         return false;
-    m_camera.SetLost(false);
-    m_camera.Frames().SetProducing(true);
+    (void)m_capture.Change(CaptureChange::WorkerHasDeviceBack);
+    m_capture.Frames().SetProducing(true);
     return true;
 }
 
@@ -433,61 +408,69 @@ bool CaptureWorker::Resume()
 /// everything is set again.
 CaptureWorker::Turn CaptureWorker::ProgramAgain()
 {
-    if (!m_camera.IsAttached())
+    if (!m_usb.IsAttached())
         return RecoverDevice();
     OutputDbgPrint("a setting was lost, program again\n");
     const auto since = Clock::now();
     StopStream();
     const bool done = Restore() && StartStream() && !m_camera.HalfProgrammed();
     if (!done)
-        (void)m_running.SleepFor(kRestoreInterval);
-    m_camera.AddDroppedFrames(FramesSince(since));
+        Pause(kRestoreInterval);
+    CountFramesLostSince(since);
     m_failedRestores = done ? 0 : m_failedRestores + 1;
     if (m_failedRestores < kRestoresToReset)
         return Turn::GoOn;
     m_failedRestores = 0;
-    return m_camera.ResetDevice() ? Turn::GoOn : RecoverDevice();
+    return m_usb.ResetDevice() ? Turn::GoOn : RecoverDevice();
 }
 
 void CaptureWorker::StopStream()
 {
     m_sensor.StopSensorStreaming();
-    m_camera.SendCMD(request::kStopDataPath);
+    m_usb.SendCMD(request::kStopDataPath);
 }
 
-int CaptureWorker::FramesSince(Clock::time_point start) const
+void CaptureWorker::CountFramesLostSince(Clock::time_point start)
 {
+    const ExposureSetting exposure = m_camera.SettingsOfNow().exposure;
     const auto periodUs =
-        std::max<int64_t>({m_camera.FrameTimeUs(), static_cast<int64_t>(m_camera.ExposureUs()), 1});
+        std::max<int64_t>({exposure.frameTimeUs, static_cast<int64_t>(exposure.us), 1});
     const int64_t frames = (Clock::now() - start) / std::chrono::microseconds(periodUs);
-    return static_cast<int>(std::min<int64_t>(frames, INT32_MAX));
+    m_capture.CountDrop(DropReason::Lost, frames);
 }
 
 CaptureWorker::Turn CaptureWorker::Fail()
 {
-    OutputDbgPrint("snap Exp: EXP_FAILED:%d\n", m_drops);
-    m_running.Clear();
-    m_camera.SetExpStatus(kExpFailed);
+    OutputDbgPrint("snap Exp: EXP_FAILED:%d\n", m_troubles.drops);
+    End(CaptureChange::WorkerFails);
     return Turn::Leave;
+}
+
+/// Of a worker that is not stopped: the next start or stop joins it.
+void CaptureWorker::End(CaptureChange how)
+{
+    m_endedByItself = m_capture.Change(how).Running();
 }
 
 void CaptureWorker::Leave()
 {
-    m_camera.Frames().SetProducing(false);
-    m_camera.ClearDroppedFrames();
+    CirBuf &ring = m_capture.Frames();
+    ring.SetProducing(false);
+    DropCounts drops = m_capture.TakeDrops();
     {
         const LeavingSafe leaving;
         StopStream();
     }
-    m_camera.ResetEndPoint(m_endpoint);
-    if (!m_camera.SingleExposure())
-        m_camera.Frames().ResetCirBuff();
-    m_camera.releaseAsyncXfer();
-    if (!m_camera.SingleExposure())
-        m_camera.stopAutoControlThr();
+    m_usb.ResetEndPoint(m_controller.endpoint);
+    if (!m_single)
+        drops.Add(DropReason::NotTaken, ring.ResetCirBuff());
+    m_usb.releaseAsyncXfer();
+    if (!m_single)
+        m_camera.StopAutomatics();
+    drops.Print();
     OutputDbgPrint("working thread exit!\n");
-    if (!m_camera.Stopping())
-        OutputDbgPrint("thread detached\n"); // it ended by itself; the next start or stop joins it
+    if (m_endedByItself)
+        OutputDbgPrint("thread detached\n");
 }
 
 } // namespace vsccam

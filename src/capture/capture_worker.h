@@ -1,7 +1,11 @@
 #pragma once
 
+#include "capture/auto_bandwidth.h"
+#include "capture/capture.h"
 #include "capture/capture_sensor.h"
-#include "core/camera_base.h"
+#include "capture/captured_camera.h"
+#include "capture/exposure_deadline.h"
+#include "capture/presence_look.h"
 
 #include <span>
 
@@ -9,8 +13,8 @@ namespace vsccam {
 
 /// The capture worker, one object per run: reads frame after frame from the bulk endpoint, hands
 /// good ones to the frame buffer, counts the others as dropped, and recovers the stream when it
-/// stalls or the device is lost. Ends when the camera's capturing flag is cleared, or by itself
-/// after a single exposure.
+/// stalls or the device is lost. Ends when the capture is stopped, or by itself after a single
+/// exposure. Only the thread that runs it uses it.
 ///
 /// How a frame is marked, how long it may take and what helps a stream that stalls depends on the
 /// USB controller: each kind has a worker that derives from this one.
@@ -24,13 +28,12 @@ class CaptureWorker {
   protected:
     enum class Turn { GoOn, Recover, Leave };
 
-    /// @param autoControlPass  from one look of the auto-control thread to the next
-    CaptureWorker(CCameraBase &camera, CaptureSensor &sensor, uint8_t endpoint,
-                  std::chrono::milliseconds autoControlPass)
-        : m_camera(camera), m_sensor(sensor), m_running(camera.Capturing()), m_endpoint(endpoint),
-          m_autoControlPass(autoControlPass)
-    {
-    }
+    struct Controller {
+        uint8_t endpoint;
+        std::chrono::milliseconds autoControlPass; // from one look of that thread to the next
+    };
+
+    CaptureWorker(Capture &capture, CaptureSensor &sensor, const Controller &controller);
     ~CaptureWorker() = default;
 
     virtual void StartDataPath() = 0; // and the sensor's streaming
@@ -46,16 +49,17 @@ class CaptureWorker {
     /// Whether the sensor runs on while the host begins or ends to time it. One frame, the next
     /// that comes whole, is then exposed in both ways, for a time that nobody set.
     virtual bool MixesTimings() const { return false; }
-    virtual void PrintBurst(int sinceStartMs, int sinceLastMs) const = 0;
+    virtual void PrintBurst(uint32_t sinceStartMs, uint32_t sinceLastMs) const = 0;
     virtual void HandleFixedBandwidthDrop() = 0; // where none is taken off
 
-    std::span<uint8_t> Frame() const;
+    uint8_t *Buffer() const;          // that the present frame is read into
+    std::span<uint8_t> Frame() const; // in it
     Turn HandleGoodFrame();
-    /// Hands the frame to the buffer, and one that tells something to the auto-control thread;
-    /// counts it as dropped in video mode when it is refused.
-    bool InsertFrame(bool measurable);
-    void HandleDrop();
-    /// Counts a read that brought nothing, lets the endpoint work again, and does not spin.
+    /// Hands the frame to the frame buffer, and on demand to the thread of the automatics; counts
+    /// it as dropped in video mode when it is refused.
+    bool InsertFrame(bool lookedAt);
+    void HandleDrop(DropReason reason);
+    /// Lets the endpoint work again after a read that brought nothing, and does not spin.
     /// @return whether there were so many in a row that a reset is due
     bool TooManyEmptyReads(const BulkStream::Pass &pass);
     /// Whether resetting the camera once more would only keep a single exposure waiting.
@@ -65,20 +69,34 @@ class CaptureWorker {
     Turn Fail();
     /// Whether a lower bandwidth is still going to be tried against drops.
     bool MayLowerBandwidth();
-    Clock::time_point ReadBegan() const { return m_readBegan; }
-    /// No setting tells how long the present frame was exposed: nobody steps exposure by it.
-    void ExposedByNoSetting() { m_exposedBy.us = 0; }
+    /// Sleeps, unless the capture is to end.
+    void Pause(std::chrono::milliseconds time) { (void)m_capture.SleepFor(time); }
 
-    CCameraBase &m_camera;
+    Capture &m_capture;
+    CCameraFX3 &m_usb;
+    CapturedCamera &m_camera;
     CaptureSensor &m_sensor;
-    RunFlag &m_running;
+    const bool m_single;
 
-    int m_frameBytes = 0;
-    int m_transferCount = 0;
-    int m_drops = 0;             // bad frames in a row or since the last measure against them
-    int m_emptyReads = 0;        // in a row
-    long m_waitMs = 0;           // of the last read, for the debug output
-    ExposureSetting m_exposedBy; // of the present frame
+    struct {
+        int bytes = 0;
+        int transfers = 0;
+    } m_frame; // of this run
+
+    struct Present {
+        ExposureSetting exposedBy; // 0 us: no setting tells for how long, nobody steps by it
+        Clock::time_point readBegan{};
+        long waitMs = 0; // for the debug output
+    };
+    Present m_present; // frame
+
+    struct Troubles {
+        int drops = 0;        // bad frames in a row or since the last measure against them
+        int emptyReads = 0;   // in a row
+        int refusedReads = 0; // in a row: nothing could be queued
+        int resets = 0;       // of a single exposure
+    };
+    Troubles m_troubles; // since the stream was started
 
   private:
     bool Prepare();
@@ -86,6 +104,7 @@ class CaptureWorker {
     Turn CaptureOneFrame();
     BulkStream::Pass ReadVideoFrame(const ExposureSetting &exposure);
     BulkStream::Pass ExposeAndRead(const ExposureSetting &exposure);
+    BulkStream::Pass ReadExposedFrame(const LongExposurePlan &plan);
     /// Whether a single exposure is under way that is no longer what is set.
     bool Superseded() const;
     Turn ExposeAnew();
@@ -93,7 +112,6 @@ class CaptureWorker {
     bool IsOfNoUse() const;
     bool SleepWhileExposing(const LongExposurePlan &plan, uint32_t exposureUs);
     bool SleepWhileAttached(Clock::time_point end);
-    bool TooLateFor(const ExposureSetting &exposure);
     BulkStream::Timeouts InTime(BulkStream::Timeouts timeouts) const;
     Turn HandleRead(const BulkStream::Pass &pass);
     Turn HandleIncompleteFrame(const BulkStream::Pass &pass);
@@ -107,23 +125,19 @@ class CaptureWorker {
     bool Resume();
     Turn ProgramAgain();
     void StopStream();
-    int FramesSince(Clock::time_point start) const;
+    void CountFramesLostSince(Clock::time_point start);
+    void End(CaptureChange how);
     void Leave();
 
-    const uint8_t m_endpoint;
-    const std::chrono::milliseconds m_autoControlPass;
-    bool m_timedByHost = false; // the last whole frame
-    uint32_t m_startedWith = 0; // CCameraBase::FrameChanges
-    uint32_t m_ownChanges = 0;  // the same, after a change of the worker's own
-    int m_refusedReads = 0;     // reads in a row for which nothing could be queued
-    int m_resets = 0;           // of a single exposure
-    int m_failedRestores = 0;   // in a row
-    Clock::time_point m_readBegan{};
-    Clock::time_point m_nextLook{};      // for the device, in a long exposure
-    Clock::time_point m_exposureBegan{}; // a single one, as it is set now
-    Clock::time_point m_deadline{};      // of it, see TooLateFor
-    uint32_t m_lastBurst = 0;
-    uint32_t m_autoBandwidthSince = 0;
+    const Controller m_controller;
+    bool m_timedByHost = false;    // the last whole frame
+    bool m_endedByItself = false;  // nobody waits for the worker
+    int m_failedRestores = 0;      // in a row
+    uint32_t m_changesAtStart = 0; // CapturedCamera::FrameChanges, of the stream
+    uint32_t m_ownChanges = 0;     // the same, after a change of the worker's own
+    PresenceLook m_presence;
+    ExposureDeadline m_deadline{Clock::now()};
+    AutoBandwidth m_autoBandwidth;
 };
 
 } // namespace vsccam

@@ -13,7 +13,6 @@ namespace {
 
 constexpr uint8_t kImageEndpoint = 0x82;
 constexpr int kSmallFrameBytes = 307'200;
-constexpr uint32_t kReaderChecksBelowUs = 100'000;
 
 constexpr int kDropsToSlowDown = 4;
 constexpr int kDropsToReset = 50; // one more
@@ -25,24 +24,27 @@ constexpr long kAutoBandwidthBelowMs = 500; // slower frames do not load the lin
 
 } // namespace
 
-Usb2CaptureWorker::Usb2CaptureWorker(CCameraBase &camera, Usb2Sensor &sensor)
-    : CaptureWorker(camera, sensor, kImageEndpoint, kAutoControlPass), m_usb2Sensor(sensor)
+Usb2CaptureWorker::Usb2CaptureWorker(Capture &capture, Usb2Sensor &sensor)
+    : CaptureWorker(capture, sensor, {kImageEndpoint, kAutoControlPass}), m_usb2Sensor(sensor)
 {
 }
 
 void Usb2CaptureWorker::StartDataPath()
 {
     m_usb2Sensor.PrintBlackLevel();
-    m_camera.StartSensorCLK();
-    m_camera.SendCMD(request::kStartDataPath);
+    m_usb.SendCMD(request::kStartSensorClock);
+    m_usb.SendCMD(request::kStartDataPath);
     m_sensor.StartSensorStreaming();
     m_badHeads = 0;
     m_midFrame = true;
 }
 
+/// Only an exposure that the host times can be taken over again: of the others nobody is waited for
+/// who programs the sensor.
 void Usb2CaptureWorker::FollowExposure()
 {
-    m_usb2Sensor.FollowExposure();
+    if (m_camera.SettingsOfNow().exposure.timedByHost)
+        m_usb2Sensor.FollowExposure();
 }
 
 BulkStream::Timeouts Usb2CaptureWorker::FrameTimeouts(const ExposureSetting &exposure) const
@@ -53,7 +55,7 @@ BulkStream::Timeouts Usb2CaptureWorker::FrameTimeouts(const ExposureSetting &exp
     if (exposureUs >= exposure.frameTimeUs)
         wait = milliseconds(exposureUs / 1000) + (exposureUs < 1'000'000 ? 1000ms : 2000ms);
     else
-        wait = frameTime + (m_frameBytes <= kSmallFrameBytes ? 2ms : 10ms);
+        wait = frameTime + (m_frame.bytes <= kSmallFrameBytes ? 2ms : 10ms);
     return {.perTransfer = wait, .nextEvent = wait, .total = wait};
 }
 
@@ -69,25 +71,26 @@ BulkStream::Pass Usb2CaptureWorker::ReadFrame(const ExposureSetting &exposure,
         timeouts.perTransfer += extra;
         timeouts.total += extra;
     }
-    return m_camera.ReadFrameOnce(m_camera.Raw().Filling(), timeouts, m_running);
+    return m_usb.ReadFrameOnce(Buffer(), timeouts, m_capture.GoOn());
 }
 
 void Usb2CaptureWorker::PrintIncompleteFrame(const BulkStream::Pass &pass) const
 {
-    OutputDbgPrint("get len:0x%x drop:%d reset! frametime:%d waittime:%d\n", pass.received, m_drops,
-                   m_camera.FrameTimeUs(), static_cast<int>(m_waitMs));
+    OutputDbgPrint("get len:0x%x drop:%d reset! frametime:%d waittime:%d\n", pass.received,
+                   m_troubles.drops, m_present.exposedBy.frameTimeUs,
+                   static_cast<int>(m_present.waitMs));
 }
 
 Usb2CaptureWorker::Turn Usb2CaptureWorker::HandleMissingBytes(const BulkStream::Pass &pass)
 {
     m_midFrame = true;
-    if (m_drops > kDropsToReset) {
+    if (m_troubles.drops > kDropsToReset) {
         if (pass.received > 0)
-            m_camera.AddDroppedFrames(1);
+            m_capture.CountDrop(DropReason::Short);
         return ResetStream("DropCount more than 50, reset!\n");
     }
     if (pass.received > 0) {
-        HandleDrop();
+        HandleDrop(DropReason::Short);
         return Turn::GoOn;
     }
     // Fast frames time out early; fifty of them still say more than a few.
@@ -103,15 +106,15 @@ Usb2CaptureWorker::Turn Usb2CaptureWorker::ResetStream(const char *complaint)
     if (ResetTooOften())
         return Fail();
     OutputDbgPrint("%s", complaint);
-    const bool silent = m_emptyReads > 0;
-    m_drops = m_emptyReads = 0;
-    if (!m_camera.ResetDevice())
+    const bool silent = m_troubles.emptyReads > 0;
+    m_troubles.drops = m_troubles.emptyReads = 0;
+    if (!m_usb.ResetDevice())
         return RecoverDevice();
-    m_camera.StartSensorCLK();
-    m_camera.SendCMD(request::kStartDataPath);
+    m_usb.SendCMD(request::kStartSensorClock);
+    m_usb.SendCMD(request::kStartDataPath);
     if (silent)
         m_sensor.StartSensorStreaming();
-    (void)m_running.SleepFor(kResetPause);
+    Pause(kResetPause);
     return Turn::GoOn;
 }
 
@@ -120,7 +123,7 @@ Usb2CaptureWorker::Turn Usb2CaptureWorker::HandleWholeFrame()
     m_midFrame = false;
     if (!HasHeadMark(Frame()))
         return HandleBadHead();
-    m_drops = m_badHeads = 0;
+    m_troubles.drops = m_badHeads = 0;
     return HandleGoodFrame();
 }
 
@@ -131,14 +134,14 @@ Usb2CaptureWorker::Turn Usb2CaptureWorker::HandleBadHead()
     OutputDbgPrint("bad frame head:0x%x\n", HeadWord(Frame()));
     if (++m_badHeads > kBadHeadsToReset)
         return ResetAfterBadHeads();
-    if (!m_camera.SingleExposure() && m_camera.ExposureUs() < kReaderChecksBelowUs) {
+    if (!m_single && m_camera.SettingsOfNow().exposure.us < kFastVideoBelowUs) {
         InsertFrame(false);
         if (m_badHeads % kBadHeadsToRealign == 0)
             Realign();
         return Turn::GoOn;
     }
-    ++m_drops;
-    HandleDrop();
+    ++m_troubles.drops;
+    HandleDrop(DropReason::Marks);
     return Turn::GoOn;
 }
 
@@ -146,7 +149,7 @@ Usb2CaptureWorker::Turn Usb2CaptureWorker::HandleBadHead()
 /// has lost data. Dropping the rest of the current one makes the next read begin with a frame.
 void Usb2CaptureWorker::Realign()
 {
-    m_camera.ResetEndPoint(kImageEndpoint);
+    m_usb.ResetEndPoint(kImageEndpoint);
     m_midFrame = true;
 }
 
@@ -157,28 +160,29 @@ Usb2CaptureWorker::Turn Usb2CaptureWorker::ResetAfterBadHeads()
     OutputDbgPrint("bad frame than 20, reset!\n");
     m_badHeads = 0;
     m_midFrame = true;
-    m_camera.AddDroppedFrames(1);
+    m_capture.CountDrop(DropReason::Marks);
     m_usb2Sensor.SlowDown();
-    if (!m_camera.ResetDevice())
+    if (!m_usb.ResetDevice())
         return RecoverDevice();
-    m_camera.SendCMD(request::kStartDataPath);
+    m_usb.SendCMD(request::kStartDataPath);
     return Turn::GoOn;
 }
 
 bool Usb2CaptureWorker::BandwidthMatters() const
 {
-    return m_waitMs < kAutoBandwidthBelowMs;
+    return m_present.waitMs < kAutoBandwidthBelowMs;
 }
 
-void Usb2CaptureWorker::PrintBurst(int sinceStartMs, int sinceLastMs) const
+void Usb2CaptureWorker::PrintBurst(uint32_t sinceStartMs, uint32_t sinceLastMs) const
 {
-    OutputDbgPrint("time from start:%d   time_delta:%d pkg:%x\n", sinceStartMs, sinceLastMs,
-                   static_cast<unsigned int>(m_camera.Bandwidth()));
+    OutputDbgPrint("time from start:%d   time_delta:%d pkg:%x\n", static_cast<int>(sinceStartMs),
+                   static_cast<int>(sinceLastMs),
+                   static_cast<unsigned int>(m_camera.SettingsOfNow().bandwidth));
 }
 
 void Usb2CaptureWorker::HandleFixedBandwidthDrop()
 {
-    if (m_drops != kDropsToSlowDown)
+    if (m_troubles.drops != kDropsToSlowDown)
         return;
     OutputDbgPrint("try lowing pkg!!\n");
     m_usb2Sensor.SlowDown();

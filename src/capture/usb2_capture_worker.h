@@ -2,29 +2,13 @@
 
 #include "capture/capture_worker.h"
 
-#include <cstdint>
-
 namespace vsccam {
-
-/// What the capture worker of the USB 2.0 cameras needs beside what every worker does.
-class Usb2Sensor : public CaptureSensor {
-  public:
-    /// Takes over again from the host when an exposure has become short enough for the sensor.
-    virtual void FollowExposure() = 0;
-    /// Lengthens the lines a little, for a link that drops data.
-    virtual void SlowDown() = 0;
-    /// Prints the black level of sensors that tell it.
-    virtual void PrintBlackLevel() = 0;
-
-  protected:
-    ~Usb2Sensor() = default;
-};
 
 /// The capture worker of cameras with a USB 2.0 controller: a mark at the head of each frame is all
 /// that tells where one begins.
 class Usb2CaptureWorker final : public CaptureWorker {
   public:
-    Usb2CaptureWorker(CCameraBase &camera, Usb2Sensor &sensor);
+    Usb2CaptureWorker(Capture &capture, Usb2Sensor &sensor);
 
   private:
     void StartDataPath() override;
@@ -37,7 +21,7 @@ class Usb2CaptureWorker final : public CaptureWorker {
     Turn HandleWholeFrame() override;
     bool BandwidthMatters() const override;
     bool MixesTimings() const override { return true; }
-    void PrintBurst(int sinceStartMs, int sinceLastMs) const override;
+    void PrintBurst(uint32_t sinceStartMs, uint32_t sinceLastMs) const override;
     void HandleFixedBandwidthDrop() override;
 
     Turn HandleBadHead();

@@ -17,14 +17,14 @@ constexpr int kDropsToComplain = 5;
 
 } // namespace
 
-Usb3CaptureWorker::Usb3CaptureWorker(CCameraBase &camera, CaptureSensor &sensor)
-    : CaptureWorker(camera, sensor, kImageEndpoint, kAutoControlPass)
+Usb3CaptureWorker::Usb3CaptureWorker(Capture &capture, CaptureSensor &sensor)
+    : CaptureWorker(capture, sensor, {kImageEndpoint, kAutoControlPass})
 {
 }
 
 void Usb3CaptureWorker::StartDataPath()
 {
-    m_camera.SendCMD(request::kStartDataPath);
+    m_usb.SendCMD(request::kStartDataPath);
     m_sensor.StartSensorStreaming();
 }
 
@@ -38,28 +38,28 @@ BulkStream::Timeouts Usb3CaptureWorker::FrameTimeouts(const ExposureSetting &exp
             milliseconds(exposureUs / 1000) + (exposureUs < 1'000'000 ? 1000ms : 2000ms);
     else
         timeouts.perTransfer = milliseconds(frameTimeUs / 500) + 50ms;
-    timeouts.nextEvent = milliseconds(frameTimeUs / 1000 / m_transferCount) + 100ms;
-    timeouts.total = timeouts.perTransfer * m_transferCount;
+    timeouts.nextEvent = milliseconds(frameTimeUs / 1000 / m_frame.transfers) + 100ms;
+    timeouts.total = timeouts.perTransfer * m_frame.transfers;
     return timeouts;
 }
 
 BulkStream::Pass Usb3CaptureWorker::ReadFrame(const ExposureSetting & /*exposure*/,
                                               BulkStream::Timeouts timeouts)
 {
-    return m_camera.startAsyncXfer(m_camera.Raw().Filling(), timeouts, m_running);
+    return m_usb.startAsyncXfer(Buffer(), timeouts, m_capture.GoOn());
 }
 
 void Usb3CaptureWorker::PrintIncompleteFrame(const BulkStream::Pass &pass) const
 {
-    OutputDbgPrint("get len:0x%x drop:%d  frametime:%dus waittime:%ldms\n", pass.received, m_drops,
-                   m_camera.FrameTimeUs(), m_waitMs);
+    OutputDbgPrint("get len:0x%x drop:%d  frametime:%dus waittime:%ldms\n", pass.received,
+                   m_troubles.drops, m_present.exposedBy.frameTimeUs, m_present.waitMs);
 }
 
 Usb3CaptureWorker::Turn Usb3CaptureWorker::HandleMissingBytes(const BulkStream::Pass &pass)
 {
     if (pass.received == 0)
         return HandleEmptyRead(pass);
-    return HandleUnusableFrame();
+    return HandleUnusableFrame(DropReason::Short);
 }
 
 Usb3CaptureWorker::Turn Usb3CaptureWorker::HandleEmptyRead(const BulkStream::Pass &pass)
@@ -73,10 +73,10 @@ Usb3CaptureWorker::Turn Usb3CaptureWorker::HandleEmptyRead(const BulkStream::Pas
     return ResetStream();
 }
 
-Usb3CaptureWorker::Turn Usb3CaptureWorker::HandleUnusableFrame()
+Usb3CaptureWorker::Turn Usb3CaptureWorker::HandleUnusableFrame(DropReason reason)
 {
-    HandleDrop();
-    if (MayLowerBandwidth() || !m_unusable.CallsForReset(ReadBegan(), Clock::now()))
+    HandleDrop(reason);
+    if (MayLowerBandwidth() || !m_unusable.CallsForReset(m_present.readBegan, Clock::now()))
         return Turn::GoOn;
     OutputDbgPrint("no usable frame, reset!\n");
     return ResetStream();
@@ -84,14 +84,14 @@ Usb3CaptureWorker::Turn Usb3CaptureWorker::HandleUnusableFrame()
 
 Usb3CaptureWorker::Turn Usb3CaptureWorker::ResetStream()
 {
-    if (!m_camera.ResetDevice())
+    if (!m_usb.ResetDevice())
         return RecoverDevice();
-    m_emptyReads = m_drops = 0;
-    (void)m_running.SleepFor(100ms);
+    m_troubles.emptyReads = m_troubles.drops = 0;
+    Pause(100ms);
     m_sensor.StopSensorStreaming();
-    m_camera.SendCMD(request::kStopDataPath);
-    (void)m_running.SleepFor(10ms);
-    m_camera.SendCMD(request::kStartDataPath);
+    m_usb.SendCMD(request::kStopDataPath);
+    Pause(10ms);
+    m_usb.SendCMD(request::kStartDataPath);
     m_sensor.StartSensorStreaming();
     return Turn::GoOn;
 }
@@ -104,20 +104,21 @@ Usb3CaptureWorker::Turn Usb3CaptureWorker::HandleWholeFrame()
         m_unusable.Good();
         return HandleGoodFrame();
     }
-    ++m_drops;
+    ++m_troubles.drops;
     OutputDbgPrint("head:0x%x COUNT:%d tail:0x%x count:%d\n", marks.head, marks.headCounter,
                    marks.tail, marks.tailCounter);
-    return HandleUnusableFrame();
+    return HandleUnusableFrame(marks.Framed() ? DropReason::Counter : DropReason::Marks);
 }
 
-void Usb3CaptureWorker::PrintBurst(int sinceStartMs, int sinceLastMs) const
+void Usb3CaptureWorker::PrintBurst(uint32_t sinceStartMs, uint32_t sinceLastMs) const
 {
-    OutputDbgPrint("time from start:%d   time_delta:%d \n", sinceStartMs, sinceLastMs);
+    OutputDbgPrint("time from start:%d   time_delta:%d \n", static_cast<int>(sinceStartMs),
+                   static_cast<int>(sinceLastMs));
 }
 
 void Usb3CaptureWorker::HandleFixedBandwidthDrop()
 {
-    if (m_drops == kDropsToComplain)
+    if (m_troubles.drops == kDropsToComplain)
         OutputDbgPrint("try lowing pkg!!\n");
 }
 

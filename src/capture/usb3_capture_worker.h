@@ -9,7 +9,7 @@ namespace vsccam {
 /// frame tell whether it is whole.
 class Usb3CaptureWorker final : public CaptureWorker {
   public:
-    Usb3CaptureWorker(CCameraBase &camera, CaptureSensor &sensor);
+    Usb3CaptureWorker(Capture &capture, CaptureSensor &sensor);
 
   private:
     void StartDataPath() override;
@@ -19,11 +19,11 @@ class Usb3CaptureWorker final : public CaptureWorker {
     void PrintIncompleteFrame(const BulkStream::Pass &pass) const override;
     Turn HandleMissingBytes(const BulkStream::Pass &pass) override;
     Turn HandleWholeFrame() override;
-    void PrintBurst(int sinceStartMs, int sinceLastMs) const override;
+    void PrintBurst(uint32_t sinceStartMs, uint32_t sinceLastMs) const override;
     void HandleFixedBandwidthDrop() override;
 
     Turn HandleEmptyRead(const BulkStream::Pass &pass);
-    Turn HandleUnusableFrame();
+    Turn HandleUnusableFrame(DropReason reason);
     Turn ResetStream();
 
     UnusableFrames m_unusable;

@@ -124,10 +124,10 @@ void CCameraBase::stopAutoControlThr()
 void CCameraBase::SetGainExpFunc(milliseconds pass)
 {
     // Ends with the capture: the worker, which joins it, may still be busy with the camera.
-    (void)m_capturing.SleepFor(kAutoStart);
-    for (int passes = 1; m_autoRunning && m_capturing; ++passes) {
+    (void)capture.SleepFor(kAutoStart);
+    for (int passes = 1; m_autoRunning && capture.GoOn(); ++passes) {
         RunAutomatics(passes % kPassesPerBalance == 0);
-        (void)m_capturing.SleepFor(pass);
+        (void)capture.SleepFor(pass);
     }
     OutputDbgPrint("Thread SetGainExpFunc Exit!\n");
 }
@@ -140,7 +140,8 @@ void CCameraBase::RunAutomatics(bool whiteBalanceToo)
     const bool balance = whiteBalanceToo && m_whiteBalanceAuto;
     if (!exposure && !balance)
         return; // takes no frame from the passes that come later
-    const RawFrames::Look look = m_raw.TakeLatest(!balance); // nor a long one from the balance
+    const RawFrames::Look look =
+        capture.Raw().TakeLatest(!balance); // nor a long one from the balance
     if (look.Frame().empty())
         return;
     if (exposure && look.Exposure().IsShort())

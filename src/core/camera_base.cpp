@@ -36,33 +36,24 @@ constexpr bool IsGuideLine(int direction)
 } // namespace
 
 CCameraBase::CCameraBase(const CameraModel &model)
-    : delivery(model, m_frames,
-               {.settings = [this] { return SettingsNow(); },
-                .singleExposure = [this] { return SingleExposure(); },
-                .takeExposure = [this] { return m_expStatus.exchange(kExpIdle) == kExpSuccess; },
-                .countDropped = [this] { AddDroppedFrames(1); }}),
-      m_model(model), m_maxSize(MaxSizeOf(model)), m_width(model.sensorWidth),
-      m_height(model.sensorHeight), m_exposureUs(static_cast<uint32_t>(model.exposureUs.initial)),
-      m_gain(model.gain.initial), m_brightness(model.brightness.initial),
-      m_red(model.whiteBalance.red), m_blue(model.whiteBalance.blue),
-      m_bandwidth(model.bandwidth.initial), m_raw(LargestFrameBytes(model)),
-      m_frames(LargestFrameBytes(model))
+    : delivery(model, capture, [this] { return SettingsNow(); }), m_model(model),
+      m_maxSize(MaxSizeOf(model)), m_width(model.sensorWidth), m_height(model.sensorHeight),
+      m_exposureUs(static_cast<uint32_t>(model.exposureUs.initial)), m_gain(model.gain.initial),
+      m_brightness(model.brightness.initial), m_red(model.whiteBalance.red),
+      m_blue(model.whiteBalance.blue), m_bandwidth(model.bandwidth.initial),
+      capture(*this, m_forCapture, model.productId, LargestFrameBytes(model))
 {
     m_guiding.Set();
     refreshControlList();
-    if (!m_frames.StartInstBufThr())
-        throw std::bad_alloc();
 }
 
 CCameraBase::~CCameraBase()
 {
     OutputDbgPrint("~CCameraBase\n");
-    m_capturing.Clear();
-    m_worker.Join();
+    (void)capture.Stop(); // before the threads that it may have started
     stopAutoControlThr();
     m_coolerRunning.Clear();
     m_coolerThread.Join();
-    m_frames.StopInstBufThr();
 }
 
 void *CCameraBase::operator new(size_t size)
@@ -90,7 +81,7 @@ bool CCameraBase::OpenCamera(int n)
         return true;
     m_ordinal = n;
     const auto open = [this, n] { return OpenDevice(m_model.productId, n); };
-    if (open() || (NewcomerSettles() && m_capturing.SleepFor(LostCamera::kSettleTime) && open())) {
+    if (open() || (NewcomerSettles() && capture.SleepFor(LostCamera::kSettleTime) && open())) {
         OutputDbgPrint("open camera success\n");
         return true;
     }
@@ -102,7 +93,7 @@ bool CCameraBase::CloseCamera()
 {
     const RequestBudget budget;
     (void)StopCapture(); // also ends the worker of a camera that was lost
-    m_lost = false;
+    (void)capture.Change(CaptureChange::HostCloses);
     if (!IsOpened())
         return false;
     for (int line = 0; line < kGuideLines; ++line)
@@ -137,73 +128,35 @@ bool CCameraBase::ReConnectCamera()
     if (!HasHandle())
         return false;
     LoseDevice();
-    (void)m_capturing.SleepFor(100ms); // a stop ends the waits, and the search
+    (void)capture.SleepFor(100ms); // a stop ends the waits, and the search
     if (!LibusbContext())
         std::puts("init libusb fail");
     OutputDbgPrint("camera closed\n");
-    if (m_capturing.SleepFor(50ms) && OpenCamera(m_ordinal))
+    if (capture.SleepFor(50ms) && OpenCamera(m_ordinal))
         return true;
-    return m_capturing.SleepFor(1s) && OpenCamera(m_ordinal);
-}
-
-bool CCameraBase::StartWorker(bool single, std::function<void()> body)
-{
-    if (m_capturing)
-        return IsOpened();
-    m_worker.Join(); // one that ended by itself may still be cleaning up
-    if (!IsOpened() && !m_lost)
-        return false;
-    m_singleExposure = single;
-    m_expStatus = kExpWorking;
-    m_droppedFrames = 0;
-    m_frames.ResetCirBuff(); // here, not on the worker: the host may ask for a frame at once
-    m_frames.SetProducing(true);
-    OutputDbgPrint("start capture create thread\n");
-    m_capturing.Set();
-    if (!m_worker.Start(std::move(body))) {
-        m_capturing.Clear();
-        m_frames.SetProducing(false);
-        m_expStatus = single ? kExpFailed : kExpIdle;
-    }
-    return IsOpened();
+    return capture.SleepFor(1s) && OpenCamera(m_ordinal);
 }
 
 bool CCameraBase::StopCapture()
 {
     const Delivery::Pause pause(delivery); // who waits for a frame is gone before it ends
-    if (!m_capturing) {
-        const EndOfThreads end(*this);
-        m_worker.Join(); // one that ended by itself
-        return true;
-    }
     const bool open = IsOpened();
     const RequestBudget budget;
     const EndOfThreads end(*this);
-    m_stopping = true;
-    OutputDbgPrint("stop capture\n");
-    m_capturing.Clear();
-    OutputDbgPrint(">> wait Working thread exit\n");
-    m_worker.Join();
-    m_stopping = false;
-    OutputDbgPrint("<< wait Working thread exit\n");
-    if (m_singleExposure)
-        m_expStatus = kExpIdle; // whatever it came to in the meantime
-    return open;
+    return !capture.Stop() || open;
 }
 
 CCameraBase::CapturePause::CapturePause(CCameraBase &camera)
-    : m_delivery(camera.delivery), m_camera(camera), m_ran(camera.m_capturing)
+    : m_delivery(camera.delivery), m_camera(camera), m_ran(camera.capture.Running())
 {
     (void)m_camera.StopCapture(); // also joins an exposure that is just ending
-    m_camera.m_frames.ResetCirBuff();
-    if (m_camera.m_expStatus == kExpSuccess)
-        m_camera.m_expStatus = kExpIdle; // its frame is gone
+    m_camera.capture.Reformat();
 }
 
 CCameraBase::CapturePause::~CapturePause()
 {
     if (m_ran)
-        (void)m_camera.StartCapture(m_camera.m_singleExposure);
+        (void)m_camera.StartCapture(m_camera.capture.Single());
 }
 
 Settings CCameraBase::SettingsNow()
@@ -359,7 +312,8 @@ void CCameraBase::SetHPCStates(bool on)
     const bool loaded = LoadHPCTable();
     if (loaded)
         hotPixels.Enable();
-    else if (!Lost() && !m_capturing) // a camera that is programmed again has the table of before
+    else if (!capture.Lost() &&
+             !capture.Running()) // one that is programmed again has the table of before
         hotPixels.Disable();
     OutputDbgPrint(loaded ? "Load HPC table success\n" : "Load HPC table error\n");
 }
@@ -372,7 +326,7 @@ try {
     if (stored.state == State::Unread)
         return false;
     // What could be read of a record is used, though it counts as a failure.
-    if (stored.state == State::Part && (Lost() || m_capturing))
+    if (stored.state == State::Part && (capture.Lost() || capture.Running()))
         return false;
     auto pixels = PixelsOf(stored, m_maxSize);
     if (pixels)
@@ -482,12 +436,6 @@ ExposureSetting CCameraBase::Exposure()
 {
     const std::lock_guard lock(m_settingsSection);
     return {m_exposureUs, m_frameTimeUs, m_longExposure};
-}
-
-uint32_t CCameraBase::FrameChanges()
-{
-    const std::lock_guard lock(m_settingsSection);
-    return m_frameChanges;
 }
 
 float CCameraBase::GetSensorTemp()

@@ -2,19 +2,18 @@
 
 #include "base/sync.h"
 #include "base/turns.h"
+#include "capture/capture.h"
+#include "core/camera_for_capture.h"
 #include "core/camera_model.h"
 #include "core/controls.h"
 #include "core/delivery.h"
 #include "core/frame_geometry.h"
 #include "core/raw_frame.h"
 #include "core/settings.h"
-#include "image/cir_buf.h"
 #include "image/exposure_setting.h"
-#include "image/raw_frames.h"
 #include "usb/camera_fx3.h"
 
 #include <array>
-#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -27,9 +26,6 @@ namespace vsccam {
 
 /// Eight bytes of user identity, opaque to the library.
 using CameraId = std::array<uint8_t, 8>;
-
-/// State of a single exposure, as hosts see it.
-enum ExposureStatus { kExpIdle = 0, kExpWorking = 1, kExpSuccess = 2, kExpFailed = 3 };
 
 /// A camera: its settings, its frames, its threads. Sensor families derive from it and program
 /// their sensors in the virtual operations, whose order is fixed.
@@ -159,11 +155,6 @@ class CCameraBase : public CCameraFX3 {
     /// something to do: exposure and gain of short frames, and in every fourth pass white balance.
     void startAutoControlThr(std::chrono::milliseconds pass);
     void stopAutoControlThr();
-    /// Whether the auto-control thread has a use for a frame.
-    bool AutoThreadLooks(const ExposureSetting &exposure) const
-    {
-        return m_whiteBalanceAuto || (ExposureOrGainAuto() && exposure.IsShort());
-    }
 
     // What the model is and what is set.
     Settings SettingsNow();
@@ -200,38 +191,13 @@ class CCameraBase : public CCameraFX3 {
     bool FanOn() const { return m_fanOn; }
     int TargetTemp() const { return m_targetTempC; }
 
-    // What the capture worker and the host share.
-    RunFlag &Capturing() { return m_capturing; }
-    bool SingleExposure() const { return m_singleExposure; }
-    bool Stopping() const { return m_stopping; }
-    int ExpStatus() const { return m_expStatus; }
-    void SetExpStatus(ExposureStatus status) { m_expStatus = status; }
-    int DroppedFrames() const { return m_droppedFrames; }
-    void AddDroppedFrames(int count) { m_droppedFrames += count; }
-    void ClearDroppedFrames() { m_droppedFrames = 0; }
-    bool Lost() const { return m_lost; }
-    void SetLost(bool lost) { m_lost = lost; }
-    /// Takes a step off an automatic bandwidth.
-    bool LowerBandwidth(int step);
-    int FrameTimeUs() const { return m_frameTimeUs; }
     ExposureSetting Exposure();
-    /// Counts the changes after which a frame under way is no longer one of what is set: of
-    /// exposure, region and timing. None is half made while it is told.
-    uint32_t FrameChanges();
-    bool BandwidthAuto() const { return m_bandwidthAuto; }
-    int Bandwidth() const { return m_bandwidth; }
-    int Ordinal() const { return m_ordinal; }
-    CirBuf &Frames() { return m_frames; }
-    RawFrames &Raw() { return m_raw; }
     /// Size of the frames that the camera sends, before software binning.
     Size ReadoutSize();
     int SoftwareBin();
     int ReadoutBytes();
 
   protected:
-    /// Starts the capture worker with `body`, unless one runs. @return whether the camera is open
-    bool StartWorker(bool single, std::function<void()> body);
-
     /// For changes of the frames' geometry: stops a running capture, forgets the frames of before,
     /// and at its end starts the capture again the way it ran.
     class CapturePause {
@@ -325,6 +291,8 @@ class CCameraBase : public CCameraFX3 {
     Shared<int> m_targetTempC;
 
   private:
+    friend CameraForCapture;
+
     void SetGainExpFunc(std::chrono::milliseconds pass);
     void RunAutomatics(bool whiteBalanceToo);
     std::optional<RawFrame> AsRawFrame(std::span<const uint8_t> bytes);
@@ -360,22 +328,16 @@ class CCameraBase : public CCameraFX3 {
     Shared<bool> m_guideLineOn[kGuideLines];
     RunFlag m_guiding; // cleared to end the pulses
 
-    // Started by StartCapture, ended by m_capturing, joined by StopCapture. Only reader of the bulk
-    // endpoint, only producer of m_frames.
-    RunFlag m_capturing;
-    Thread m_worker;
-    Shared<bool> m_stopping;
-    Shared<uint32_t> m_frameChanges;
-    Shared<bool> m_lost; // the device went away and was not programmed again since
-    Shared<bool> m_singleExposure;
-    std::atomic<int> m_expStatus{kExpIdle}; // a host that sees an end sees the worker's flag down
-    Shared<int> m_droppedFrames;
-    RawFrames m_raw;
-    CirBuf m_frames;
+    Shared<uint32_t> m_frameChanges; // see CapturedCamera::FrameChanges
 
     // Started by the worker in video mode, joined by it.
     RunFlag m_autoRunning;
     Thread m_autoThread;
+
+    CameraForCapture m_forCapture{*this};
+
+  public:
+    Capture capture; // the last member: its worker uses the others
 };
 
 } // namespace vsccam

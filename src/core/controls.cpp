@@ -394,11 +394,4 @@ void CCameraBase::GetCameraProperty(_VSC_CAMERA_INFO *info) const
     info->electronsPerAdu = m_model.electronsPerAdu;
 }
 
-bool CCameraBase::LowerBandwidth(int step)
-{
-    const std::lock_guard lock(m_settingsSection); // the host may be switching it off
-    return m_bandwidthAuto &&
-           SetControlValue(kControlBandwidth, m_bandwidth - step, true) == kControlSet;
-}
-
 } // namespace vsccam

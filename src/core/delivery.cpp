@@ -29,8 +29,7 @@ using std::chrono::milliseconds;
 constexpr int kNoLimit = -1;
 // The frame of an exposure is there or is not: nobody is held up for longer by another reader.
 constexpr milliseconds kTurnForExposure{1000};
-constexpr int kFrameIsThereMs = 1000;          // it was inserted before the exposure ended
-constexpr uint32_t kSlowVideoFromUs = 100'000; // frames this far apart are taken as they come
+constexpr int kFrameIsThereMs = 1000; // it was inserted before the exposure ended
 // A host that waits is held up so much longer for the frame behind the one that has come.
 constexpr milliseconds kGraceForFollower{100};
 
@@ -61,9 +60,9 @@ class Delivery::Wait {
     Clock::time_point m_deadline;
 };
 
-Delivery::Delivery(const CameraModel &model, CirBuf &frames, DeliverySources sources)
-    : corrections(model, sources.settings), gamma(model.gamma.initial), m_model(model),
-      m_frames(frames), m_sources(std::move(sources)), m_work(LargestFrameBytes(model)),
+Delivery::Delivery(const CameraModel &model, Capture &capture, std::function<Settings()> settings)
+    : corrections(model, settings), gamma(model.gamma.initial), m_model(model), m_capture(capture),
+      m_settings(std::move(settings)), m_work(LargestFrameBytes(model)),
       m_rowScratch(static_cast<size_t>(model.sensorWidth))
 {
     m_algorithm.RGBYUV_Init();
@@ -72,11 +71,11 @@ Delivery::Delivery(const CameraModel &model, CirBuf &frames, DeliverySources sou
 void Delivery::EndWaits()
 {
     m_readers.Close();
-    m_frames.InterruptReaders(true);
+    m_capture.Frames().InterruptReaders(true);
 }
 
 Delivery::Pause::Pause(Delivery &delivery)
-    : m_readers(delivery.m_readers), m_frames(delivery.m_frames)
+    : m_readers(delivery.m_readers), m_frames(delivery.m_capture.Frames())
 {
     m_frames.InterruptReaders(true);
     m_readers.AwaitEnd();
@@ -91,7 +90,7 @@ bool Delivery::GetImageAfterExp(uint8_t *buffer, int size)
 {
     // In turn: a state that comes later is not touched, and its frame not waited for.
     const Turns::Turn turn(m_readers, Clock::now() + kTurnForExposure);
-    return m_sources.takeExposure() && turn && Deliver(buffer, size, Wait(kFrameIsThereMs));
+    return m_capture.TakeExposure() && turn && Deliver(buffer, size, Wait(kFrameIsThereMs));
 }
 
 bool Delivery::GetImage(uint8_t *buffer, int size, int waitMs)
@@ -105,7 +104,7 @@ bool Delivery::GetImage(uint8_t *buffer, int size, int waitMs)
 /// ends it first. Everything else may change at any time.
 bool Delivery::Deliver(uint8_t *buffer, int size, const Wait &wait)
 {
-    if (!buffer || ImageBytes(m_sources.settings()) > size)
+    if (!buffer || ImageBytes(m_settings()) > size)
         return false;
     Job job;
     do {
@@ -125,7 +124,7 @@ bool Delivery::Deliver(uint8_t *buffer, int size, const Wait &wait)
 Delivery::Job Delivery::JobFor(uint8_t *buffer)
 {
     Job job;
-    job.set = m_sources.settings();
+    job.set = m_settings();
     job.gamma = gamma.Tables();
     job.readout = ReadoutOf(m_model, job.set);
     job.buffer = buffer;
@@ -136,7 +135,8 @@ Delivery::Job Delivery::JobFor(uint8_t *buffer)
 
 bool Delivery::AwaitFrame(const Wait &wait)
 {
-    return ReaderChecksFrames() ? AwaitHeadMarkedFrame(wait) : m_frames.WaitForBuff(wait.LeftMs());
+    return ReaderChecksFrames() ? AwaitHeadMarkedFrame(wait)
+                                : m_capture.Frames().WaitForBuff(wait.LeftMs());
 }
 
 /// Takes the frame that was waited for, without what the camera wrote over its pixels, samples in
@@ -144,7 +144,7 @@ bool Delivery::AwaitFrame(const Wait &wait)
 bool Delivery::ReadFrame(const Job &job)
 {
     const Readout &readout = job.readout;
-    if (!m_frames.ReadBuff(job.frame, readout.Bytes(), 0))
+    if (!m_capture.Frames().ReadBuff(job.frame, readout.Bytes(), 0))
         return false;
     const std::span bytes(job.frame, static_cast<size_t>(readout.Bytes()));
     if (ReaderChecksFrames())
@@ -162,21 +162,20 @@ bool Delivery::ReadFrame(const Job &job)
 /// gone with all that was not taken. A finite wait is not begun anew for the next frame.
 bool Delivery::AwaitHeadMarkedFrame(const Wait &wait)
 {
-    while (m_frames.WaitForBuff(wait.LeftMs())) {
-        if (m_frames.IsBuffHeadCorrect(kHeadMark, 0) != CirBuf::Head::Correct) {
+    while (m_capture.Frames().WaitForBuff(wait.LeftMs())) {
+        if (m_capture.Frames().IsBuffHeadCorrect(kHeadMark, 0) != CirBuf::Head::Correct) {
             OutputDbgPrint("*buf head error*\n");
-        } else if (m_sources.singleExposure() ||
-                   m_sources.settings().exposureUs >= kSlowVideoFromUs) {
+        } else if (m_capture.Single() || m_settings().exposureUs >= kFastVideoBelowUs) {
             return true;
         } else {
-            const CirBuf::Head follower = m_frames.IsBuffHeadCorrect(
+            const CirBuf::Head follower = m_capture.Frames().IsBuffHeadCorrect(
                 kHeadMark, wait.LeftMs(kGraceForFollower), CirBuf::Place::Behind);
             if (follower != CirBuf::Head::Wrong)
                 return follower == CirBuf::Head::Correct;
             OutputDbgPrint("*next buf head error*\n");
         }
-        m_frames.DiscardBuff();
-        m_sources.countDropped();
+        m_capture.Frames().DiscardBuff();
+        m_capture.CountDrop(DropReason::Marks);
     }
     return false;
 }

@@ -2,12 +2,12 @@
 
 #include "base/turns.h"
 #include "base/zeroed_buffer.h"
+#include "capture/capture.h"
 #include "core/camera_model.h"
 #include "core/corrections.h"
 #include "core/gamma.h"
 #include "core/settings.h"
 #include "image/algorithm.h"
-#include "image/cir_buf.h"
 #include "image/frame_rows.h"
 
 #include <cstdint>
@@ -15,14 +15,6 @@
 #include <memory>
 
 namespace vsccam {
-
-/// What delivery asks of the camera whose frames it delivers, on the threads that want frames.
-struct DeliverySources {
-    std::function<Settings()> settings;   // of the moment
-    std::function<bool()> singleExposure; // whether the capture is one
-    std::function<bool()> takeExposure;   // whether one has ended well; true once
-    std::function<void()> countDropped;   // a frame that lacks its mark, or its end
-};
 
 /// The way of a frame from the ring to the host's buffer.
 ///
@@ -34,7 +26,8 @@ class Delivery {
   public:
     class Pause;
 
-    Delivery(const CameraModel &model, CirBuf &frames, DeliverySources sources);
+    /// @param settings  tells what is set at the moment
+    Delivery(const CameraModel &model, Capture &capture, std::function<Settings()> settings);
 
     /// Copies the next frame as an image of the format that is set.
     /// @param waitMs  longest wait, -1 for no limit
@@ -73,8 +66,8 @@ class Delivery {
     void FollowBalance(const Settings &set);
 
     const CameraModel &m_model;
-    CirBuf &m_frames;
-    const DeliverySources m_sources;
+    Capture &m_capture;
+    const std::function<Settings()> m_settings;
     Turns m_readers;
 
     // Of the thread that has the turn.

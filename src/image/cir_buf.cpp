@@ -54,12 +54,13 @@ void CirBuf::StopInstBufThr()
     OutputDbgPrint("<< wait InsertBufThr exit\n");
 }
 
-void CirBuf::ResetCirBuff()
+int CirBuf::ResetCirBuff()
 {
     std::unique_lock lock(m_section);
-    m_pending = {};
+    const int waiting = std::exchange(m_pending, {}).source ? 1 : 0;
     m_copyDone.Wait(lock, [this] { return !m_inserting && !m_reading; });
-    m_filled = m_readIndex = m_writeIndex = 0;
+    m_readIndex = m_writeIndex = 0;
+    return waiting + std::exchange(m_filled, 0);
 }
 
 bool CirBuf::InsertBuff(const uint8_t *src, int len)

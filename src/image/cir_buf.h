@@ -22,8 +22,8 @@ class CirBuf {
     void StopInstBufThr();
 
     /// Forgets all frames, those that wait for insertion included. Waits for copies that are on
-    /// their way.
-    void ResetCirBuff();
+    /// their way. @return how many it forgot
+    int ResetCirBuff();
 
     /// Hands a frame to the insert thread. `src` must stay as it is until the next InsertBuff that
     /// is accepted, or ResetCirBuff.

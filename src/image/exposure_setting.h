@@ -4,6 +4,10 @@
 
 namespace vsccam {
 
+/// Frames of video with shorter exposures follow each other so fast that a reader waits for the
+/// next one, where only that tells whether a frame is whole: no other can.
+inline constexpr uint32_t kFastVideoBelowUs = 100'000;
+
 /// What belongs to one setting of the exposure, and to the frames that are exposed by it.
 struct ExposureSetting {
     static constexpr int kShortBelowUs = 100'000;

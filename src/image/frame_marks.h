@@ -15,8 +15,10 @@ struct FrameMarks {
     uint16_t tailCounter = 0;
     uint16_t tail = 0;
 
+    /// Whether both are there.
+    bool Framed() const { return head == kHead && tail == kTail; }
     /// Whether all of a frame, and only of one frame, lies between the marks.
-    bool Good() const { return head == kHead && tail == kTail && headCounter == tailCounter; }
+    bool Good() const { return Framed() && headCounter == tailCounter; }
 };
 
 /// Reads the marks. A frame of odd length ends, for its marks, one byte earlier; a frame too short

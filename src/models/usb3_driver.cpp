@@ -256,7 +256,8 @@ template <class Base> float Usb3Driver<Base>::GetSensorTemp()
 
 template <class Base> bool Usb3Driver<Base>::StartCapture(bool bSingleExposure)
 {
-    return this->StartWorker(bSingleExposure, [this] { Usb3CaptureWorker(*this, *this).Run(); });
+    return this->capture.Start(bSingleExposure,
+                               [this] { Usb3CaptureWorker(this->capture, *this).Run(); });
 }
 
 template <class Base> LongExposurePlan Usb3Driver<Base>::PlanLongExposure(uint32_t exposureUs) const

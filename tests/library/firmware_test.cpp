@@ -378,8 +378,8 @@ TEST_F(FirmwareTest, WorkerThatFindsItsCameraAgainHasNoTimeForIt)
     (void)File({}, "vendor1.bin");
     OpenedCamera camera(std::in_place_type<CCameraS340MM>, "VSC340MM", {.firmwareVersion = 1});
     (void)File(Bytes(2048), "vendor1.bin");
-    camera->SetLost(true);
-    camera->Capturing().Set();
+    (void)camera->capture.Change(CaptureChange::WorkerLosesDevice);
+    (void)camera->capture.Change(CaptureChange::HostStartsVideo);
     EXPECT_TRUE(camera->ReConnectCamera());
     EXPECT_EQ(camera.Traffic(), Wire("close; open; configuration 1; claim 0"));
 }

@@ -343,7 +343,8 @@ TEST_F(HotPixelTable, StaysWhereACameraThatComesBackDoesNotShowIt)
         (void)Load(camera, table);
         const std::vector<uint32_t> before = camera->delivery.corrections.hotPixels.Pixels();
         ASSERT_EQ(before.size(), 1U);
-        camera->SetLost(c.lost);
+        if (c.lost)
+            (void)camera->capture.Change(CaptureChange::WorkerLosesDevice);
         Bus().With(camera.Device(), [&c](vscsim::Camera &device) {
             std::ranges::copy(c.found, device.Flash().begin() + 0x40000);
         });

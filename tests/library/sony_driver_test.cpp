@@ -211,11 +211,11 @@ TEST_F(SonyDriverTest, TakesTheBandwidthOfItsPort)
     for (const auto &c : cases) {
         vscsim::Bus::Instance().Reset();
         ReadyCamera camera({.link = c.link});
-        EXPECT_EQ(camera->Bandwidth(), c.afterInit);
+        EXPECT_EQ(camera->SettingsNow().bandwidth, c.afterInit);
         EXPECT_TRUE(camera->SetFPSPerc(50, true));
-        EXPECT_EQ(camera->Bandwidth(), c.whenSwitchedToAuto);
+        EXPECT_EQ(camera->SettingsNow().bandwidth, c.whenSwitchedToAuto);
         EXPECT_TRUE(camera->SetFPSPerc(50, true)); // was on already
-        EXPECT_EQ(camera->Bandwidth(), 50);
+        EXPECT_EQ(camera->SettingsNow().bandwidth, 50);
     }
 }
 

@@ -143,7 +143,7 @@ TEST_F(Usb2DriverTest, WritesEachControlAsTheSensorWantsIt)
     // Slow exposures leave clock and line alone.
     EXPECT_FALSE(camera->SetHighSpeedMode(true));
     EXPECT_FALSE(camera->SetFPSPerc(40, false));
-    EXPECT_EQ(camera->Bandwidth(), 40);
+    EXPECT_EQ(camera->SettingsNow().bandwidth, 40);
     EXPECT_TRUE(camera.Traffic().empty());
 }
 
@@ -202,7 +202,7 @@ TEST_F(Usb2DriverTest, ReadThatTimesOutTellsWhatHasCome)
     for (const uint8_t command : {uint8_t{0xAF}, uint8_t{0xA9}})
         EXPECT_TRUE(camera->SendCMD(command));
     EXPECT_TRUE(camera->WriteCameraRegister(0x301A, 0x10DC));
-    const std::chrono::milliseconds inTheMiddle(camera->FrameTimeUs() * 3 / 2000);
+    const std::chrono::milliseconds inTheMiddle(camera->SettingsNow().frameTimeUs * 3 / 2000);
     Thread host; // the simulated camera moves the bytes of a frame when it is asked for something
     EXPECT_TRUE(host.Start([&] {
         SleepFor(inTheMiddle - std::chrono::milliseconds(1));
@@ -223,7 +223,7 @@ TEST_F(Usb2DriverTest, Usb3EditionHasItsFramesTakenByTheFpga)
 {
     OpenedCamera camera(std::in_place_type<CCameraS340MM_S>, "VSC340MM-S");
     EXPECT_TRUE(camera->InitCamera());
-    EXPECT_EQ(camera->Bandwidth(), 100);
+    EXPECT_EQ(camera->SettingsNow().bandwidth, 100);
     (void)camera.Traffic();
     EXPECT_TRUE(camera->SetResolution(640, 480, 1, kRaw16));
     const Lines traffic = camera.Traffic();

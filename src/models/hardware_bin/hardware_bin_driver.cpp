@@ -125,7 +125,7 @@ template <class Base> void HardwareBinDriver<Base>::WriteStartPos()
         const int sensorBin = m_bin / this->SoftwareBin();
         WriteFpga16(fpga::kFirstColumn, m_startX / sensorBin + kBlankColumns);
     }
-    const bool capturing = this->Capturing();
+    const bool capturing = this->capture.Running();
     if (capturing)
         StopFpga();
     WriteCameraRegister(kFirstRow, static_cast<uint16_t>(m_startY + kRowsBefore));
@@ -205,14 +205,14 @@ template <class Base> void HardwareBinDriver<Base>::OpenExposureGate()
 {
     WriteCameraRegister(kReg60, 0x11);
     Driver::OpenExposureGate();
-    (void)this->Capturing().SleepFor(kGatePause);
+    (void)this->capture.SleepFor(kGatePause);
     SleepSensorLongExp();
 }
 
 template <class Base> void HardwareBinDriver<Base>::CloseExposureGate()
 {
     WakeSensorLongExp();
-    (void)this->Capturing().SleepFor(kGatePause);
+    (void)this->capture.SleepFor(kGatePause);
     Driver::CloseExposureGate();
 }
 

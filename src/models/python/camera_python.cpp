@@ -114,7 +114,7 @@ bool CCameraPython::SetHighSpeedMode(bool on)
 bool CCameraPython::SetStartPos(int x, int y)
 {
     return MoveRegion(x, y, [this] {
-        const bool reads = Capturing();
+        const bool reads = capture.Running();
         if (reads) // no frame mixes two windows
             StopPYTHONStreaming();
         WriteWindow();

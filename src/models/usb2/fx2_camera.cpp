@@ -1,6 +1,7 @@
 #include "models/usb2/fx2_camera.h"
 
 #include "base/debug_print.h"
+#include "capture/usb2_capture_worker.h"
 #include "usb/requests.h"
 
 namespace vsccam {
@@ -14,7 +15,7 @@ bool Fx2Camera::OpenCamera(int n)
     if (!Usb2Driver::OpenCamera(n))
         return false;
     // A worker that opens a lost camera again must end soon when it is stopped.
-    return Lost() || BringFirmwareUpToDate(n);
+    return capture.Lost() || BringFirmwareUpToDate(n);
 }
 
 /// Where the files for it are not there, a camera with old firmware is used as it is.
@@ -86,7 +87,7 @@ void Fx2Camera::EndHostTiming()
 
 bool Fx2Camera::StartCapture(bool bSingleExposure)
 {
-    return StartWorker(bSingleExposure, [this] { Usb2CaptureWorker(*this, *this).Run(); });
+    return capture.Start(bSingleExposure, [this] { Usb2CaptureWorker(capture, *this).Run(); });
 }
 
 LongExposurePlan Fx2Camera::PlanLongExposure(uint32_t exposureUs) const

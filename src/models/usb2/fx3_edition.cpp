@@ -52,7 +52,7 @@ void Fx3Edition::EndHostTiming()
 
 bool Fx3Edition::StartCapture(bool bSingleExposure)
 {
-    return StartWorker(bSingleExposure, [this] { Usb3CaptureWorker(*this, *this).Run(); });
+    return capture.Start(bSingleExposure, [this] { Usb3CaptureWorker(capture, *this).Run(); });
 }
 
 void Fx3Edition::StartSensorStreaming()

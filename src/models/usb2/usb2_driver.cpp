@@ -28,7 +28,7 @@ struct Calibration {
 Calibration &CalibrationOf(const CameraModel &model)
 {
     static PerModel<Calibration> calibrations;
-    return calibrations.Of(model);
+    return calibrations.Of(model.productId);
 }
 
 } // namespace
@@ -152,7 +152,7 @@ bool Usb2Driver::SetStartPos(int x, int y)
 
 void Usb2Driver::WriteWindow()
 {
-    const bool streams = Capturing();
+    const bool streams = capture.Running();
     if (streams)
         Write(usb2::kStreaming, usb2::kStreamOff);
     Write(usb2::kWindowTop, m_startY + usb2::kTopMargin);

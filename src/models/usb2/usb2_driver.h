@@ -1,6 +1,6 @@
 #pragma once
 
-#include "capture/usb2_capture_worker.h"
+#include "capture/capture_sensor.h"
 #include "core/camera_base.h"
 #include "models/register_list.h"
 #include "models/usb2/usb2_timing.h"

@@ -1,0 +1,39 @@
+#pragma once
+
+#include "base/clock.h"
+#include "image/exposure_setting.h"
+
+#include <chrono>
+
+namespace vsccam {
+
+/// When a single exposure has to have ended, whatever the camera sends: five seconds and four frame
+/// times after its own time, and a little earlier, because a request may be under way.
+class ExposureDeadline {
+  public:
+    explicit ExposureDeadline(Clock::time_point now) : m_began(now) {}
+
+    /// It was set to another one, and begins anew.
+    void BeginAnew(Clock::time_point now) { m_began = now; }
+
+    /// Whether one that is set so and begins only now would not end in its time.
+    bool TooLateFor(const ExposureSetting &exposure, Clock::time_point now)
+    {
+        using std::chrono::microseconds;
+        const auto latestBegin = m_began + kGrace + kFrames * microseconds(exposure.frameTimeUs);
+        m_end = latestBegin + microseconds(exposure.us);
+        return now >= latestBegin;
+    }
+
+    /// Of the exposure that was asked for last.
+    Clock::time_point End() const { return m_end; }
+
+  private:
+    static constexpr std::chrono::milliseconds kGrace{4'000};
+    static constexpr int kFrames = 4;
+
+    Clock::time_point m_began;
+    Clock::time_point m_end{};
+};
+
+} // namespace vsccam
