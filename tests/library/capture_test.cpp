@@ -157,17 +157,18 @@ TEST_F(CaptureTest, MarksTheTimeInImagesOfBytesThatHaveRoomForIt)
 TEST_F(CaptureTest, DropsDamagedFramesExactlyAndGoesOn)
 {
     const struct {
-        const char *name;
+        const char *told; // when the capture ends
         FaultRule rule;
         uint64_t lostInCamera = 0; // of the frame that follows, thrown away by the clearing
-    } cases[] = {{"one byte short", {.fault = Fault::ShortFrame, .from = 5, .amount = 1}},
-                 {"a packet short", {.fault = Fault::ShortFrame, .from = 5, .amount = 1024}, 1},
-                 {"nearly all missing", {.fault = Fault::ShortFrame, .from = 5, .amount = 76'001}},
-                 {"head", {.fault = Fault::BadHead, .from = 5, .count = 3}},
-                 {"tail", {.fault = Fault::BadTail, .from = 5}},
-                 {"counters", {.fault = Fault::UnequalCounters, .from = 5, .count = 2}}};
+    } cases[] = {
+        {"short:1", {.fault = Fault::ShortFrame, .from = 5, .amount = 1}},
+        {"marks:1", {.fault = Fault::ShortFrame, .from = 5, .amount = 1024}, 1}, // a packet
+        {"short:1", {.fault = Fault::ShortFrame, .from = 5, .amount = 76'001}},
+        {"marks:3", {.fault = Fault::BadHead, .from = 5, .count = 3}},
+        {"marks:1", {.fault = Fault::BadTail, .from = 5}},
+        {"counter:2", {.fault = Fault::UnequalCounters, .from = 5, .count = 2}}};
     for (const auto &c : cases) {
-        SCOPED_TRACE(c.name);
+        SCOPED_TRACE(testing::Message() << c.told << " " << &c - cases);
         constexpr uint64_t kFrames = 20;
         const int device = OpenSmall({.frameLimit = kFrames, .faults = {c.rule}});
         startCapture();
@@ -175,10 +176,20 @@ TEST_F(CaptureTest, DropsDamagedFramesExactlyAndGoesOn)
         EXPECT_TRUE(frames.allWhole);
         EXPECT_EQ(frames.dropped, static_cast<int>(c.rule.count));
         EXPECT_EQ(frames.delivered + c.rule.count + c.lostInCamera, FramesProduced(device));
-        stopCapture();
+        EXPECT_NE(Printed(stopCapture).find(c.told), std::string::npos);
         EXPECT_EQ(getDroppedFrames(), 0);
         Remove(device);
     }
+}
+
+TEST_F(CaptureTest, TellsInTheEndOfFramesThatNobodyTook)
+{
+    OpenSmall({.frameLimit = 10});
+    startCapture();
+    SleepFor(5s);
+    EXPECT_EQ(getDroppedFrames(), 8);
+    EXPECT_NE(Printed(stopCapture).find(" ring full:8 not taken:2 lost:0"), std::string::npos);
+    EXPECT_EQ(getDroppedFrames(), 0);
 }
 
 TEST_F(CaptureTest, ResetsTheDeviceAtTheFourthEmptyReadInARow)
@@ -576,6 +587,9 @@ TEST_F(CaptureTest, NothingOfAnEarlierRunIsDelivered)
     startCapture(); // the frame was not taken
     EXPECT_TRUE(NextFrame(500).empty());
     stopCapture();
+    EXPECT_EQ(getExpStatus(), VSC_EXP_WORKING); // nobody has asked for a frame yet
+    EXPECT_TRUE(ExposedFrame().empty());
+    EXPECT_EQ(getExpStatus(), VSC_EXP_IDLE);
     Remove(device);
 
     OpenSmall();
