@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <new>
-#include <utility>
 
 namespace vsccam {
 
@@ -37,7 +36,8 @@ constexpr uint32_t kBurstIntervalMs = 5'000;
 
 CaptureWorker::CaptureWorker(Capture &capture, CaptureSensor &sensor, const Controller &controller)
     : m_capture(capture), m_usb(capture.Usb()), m_camera(capture.Camera()), m_sensor(sensor),
-      m_single(capture.Single()), m_controller(controller), m_autoBandwidth(capture.ProductId())
+      m_single(capture.Single()), m_controller(controller), m_hostTimed(capture, sensor),
+      m_autoBandwidth(capture.ProductId())
 {
 }
 
@@ -76,13 +76,12 @@ bool CaptureWorker::Prepare()
 bool CaptureWorker::StartStream()
 {
     do {
-        m_changesAtStart = m_camera.FrameChangesAtRest();
+        m_changes.atStart = m_camera.FrameChangesAtRest();
         FollowExposure();
-    } while (m_changesAtStart != m_camera.FrameChangesAtRest());
+    } while (m_changes.atStart != m_camera.FrameChangesAtRest());
     StartDataPath();
     m_usb.ResetEndPoint(m_controller.endpoint);
     m_troubles = {};
-    m_timedByHost = m_camera.SettingsOfNow().exposure.timedByHost;
     return m_usb.initAsyncXfer(m_frame.bytes, m_frame.transfers, kTransferBytes,
                                m_controller.endpoint);
 }
@@ -131,7 +130,7 @@ CaptureWorker::Turn CaptureWorker::HandleRead(const BulkStream::Pass &pass)
 
 bool CaptureWorker::Superseded() const
 {
-    return m_single && m_camera.FrameChanges() != m_changesAtStart;
+    return m_single && m_camera.FrameChanges() != m_changes.atStart;
 }
 
 /// Frames that the sensor began before a change are exposed in part by what was set then. One that
@@ -139,7 +138,7 @@ bool CaptureWorker::Superseded() const
 CaptureWorker::Turn CaptureWorker::ExposeAnew()
 {
     StopStream();
-    if (m_camera.FrameChanges() != m_ownChanges) // the host's begin its time anew
+    if (m_camera.FrameChanges() != m_changes.own) // the host's begin its time anew
         m_deadline.BeginAnew(Clock::now());
     return StartStream() ? Turn::GoOn : Fail();
 }
@@ -179,23 +178,17 @@ BulkStream::Timeouts CaptureWorker::InTime(BulkStream::Timeouts timeouts) const
 /// The host opens and closes the exposure gate; then the sensor reads out.
 BulkStream::Pass CaptureWorker::ExposeAndRead(const ExposureSetting &exposure)
 {
-    const uint32_t exposureUs = exposure.us;
-    const auto exposureMs = static_cast<int>(exposureUs / 1000);
-    const LongExposurePlan plan = m_sensor.PlanLongExposure(exposureUs);
-    OutputDbgPrint("Begin long exp %d\n", exposureMs);
-    const auto opened = Clock::now();
-    m_sensor.OpenExposureGate();
-    OutputDbgPrint("wait:%ld\n", plan.printedWaitMs);
-    if (!SleepWhileExposing(plan, exposureUs))
+    const LongExposurePlan plan = m_sensor.PlanLongExposure(exposure.us);
+    const auto end = m_hostTimed.Expose(exposure.us, plan, [this] { return IsOfNoUse(); });
+    if (end == HostTimedExposure::End::CameraGone)
         return {.deviceGone = true};
-    m_sensor.CloseExposureGate();
-    const auto exposed = floor<milliseconds>(Clock::now() - opened) + plan.beside;
-    OutputDbgPrint("exposed:%d ms\n", static_cast<int>(exposed.count())); // programs read it
+    if (end == HostTimedExposure::End::CutShort)
+        ExposedByNoSetting();
     m_present.waitMs = plan.printedWaitMs;
     if (IsOfNoUse())
         return {};
     const BulkStream::Pass pass = ReadExposedFrame(plan);
-    OutputDbgPrint("Long exp:Get one Frame %d\n", exposureMs);
+    OutputDbgPrint("Long exp:Get one Frame %d\n", static_cast<int>(exposure.us / 1000));
     return pass;
 }
 
@@ -212,35 +205,6 @@ BulkStream::Pass CaptureWorker::ReadExposedFrame(const LongExposurePlan &plan)
     if (pass.error != 0)
         OutputDbgPrint("transfer error:%d\n", pass.error);
     return pass;
-}
-
-/// Until the exposure is over, is set to another length, is to end or is of no use any more.
-/// @return false when the camera is gone
-bool CaptureWorker::SleepWhileExposing(const LongExposurePlan &plan, uint32_t exposureUs)
-{
-    auto due = Clock::now() + plan.rest; // what makes one sleep longer makes the next one shorter
-    bool attached = SleepWhileAttached(due);
-    for (int i = 0; i < plan.steps && attached && m_capture.GoOn(); ++i) {
-        if (m_camera.SettingsOfNow().exposure.us != exposureUs || IsOfNoUse()) {
-            m_present.exposedBy.us = 0;
-            break;
-        }
-        due += plan.step;
-        attached = SleepWhileAttached(due);
-    }
-    return attached;
-}
-
-/// @return false when the camera is gone
-bool CaptureWorker::SleepWhileAttached(Clock::time_point end)
-{
-    while (Clock::now() < end && m_capture.GoOn()) {
-        const auto left = ceil<milliseconds>(end - Clock::now());
-        Pause(std::min(left, PresenceLook::kInterval));
-        if (m_presence.IsDue(Clock::now()) && !m_usb.IsAttached())
-            return false;
-    }
-    return true;
 }
 
 /// Nothing could be queued: memory is short, or transfers of before do not come back.
@@ -297,9 +261,6 @@ CaptureWorker::Turn CaptureWorker::HandleGoodFrame()
 {
     const std::span<uint8_t> frame = Frame();
     const ExposureSetting &exposedBy = m_present.exposedBy;
-    const bool timedByHost = exposedBy.timedByHost;
-    if (std::exchange(m_timedByHost, timedByHost) != timedByHost && MixesTimings())
-        m_present.exposedBy.us = 0;
     const CaptureSettings now = m_camera.SettingsOfNow();
     const bool inserted = InsertFrame(now.AutomaticsLookAt(exposedBy));
     if (m_single) {
@@ -343,7 +304,7 @@ void CaptureWorker::LowerBandwidth()
     if (delta < kBurstIntervalMs) {
         PrintBurst(m_autoBandwidth.SinceStartMs(), delta);
         m_camera.LowerBandwidth(kBandwidthStep);
-        m_ownChanges = m_camera.FrameChanges();
+        m_changes.own = m_camera.FrameChanges();
     }
     OutputDbgPrint("BAD delta time:%d pkg:%x\n", static_cast<int>(delta),
                    static_cast<unsigned int>(m_camera.SettingsOfNow().bandwidth));

@@ -5,7 +5,7 @@
 #include "capture/capture_sensor.h"
 #include "capture/captured_camera.h"
 #include "capture/exposure_deadline.h"
-#include "capture/presence_look.h"
+#include "capture/host_timed_exposure.h"
 
 #include <span>
 
@@ -46,9 +46,6 @@ class CaptureWorker {
     virtual Turn HandleWholeFrame() = 0;
     /// Whether drops may come from a link that carries less than was set.
     virtual bool BandwidthMatters() const { return true; }
-    /// Whether the sensor runs on while the host begins or ends to time it. One frame, the next
-    /// that comes whole, is then exposed in both ways, for a time that nobody set.
-    virtual bool MixesTimings() const { return false; }
     virtual void PrintBurst(uint32_t sinceStartMs, uint32_t sinceLastMs) const = 0;
     virtual void HandleFixedBandwidthDrop() = 0; // where none is taken off
 
@@ -69,6 +66,8 @@ class CaptureWorker {
     Turn Fail();
     /// Whether a lower bandwidth is still going to be tried against drops.
     bool MayLowerBandwidth();
+    /// No setting tells how long the present frame was exposed: nobody steps exposure by it.
+    void ExposedByNoSetting() { m_present.exposedBy.us = 0; }
     /// Sleeps, unless the capture is to end.
     void Pause(std::chrono::milliseconds time) { (void)m_capture.SleepFor(time); }
 
@@ -84,7 +83,7 @@ class CaptureWorker {
     } m_frame; // of this run
 
     struct Present {
-        ExposureSetting exposedBy; // 0 us: no setting tells for how long, nobody steps by it
+        ExposureSetting exposedBy;
         Clock::time_point readBegan{};
         long waitMs = 0; // for the debug output
     };
@@ -110,8 +109,6 @@ class CaptureWorker {
     Turn ExposeAnew();
     /// Whether a frame that is under way belongs to no setting.
     bool IsOfNoUse() const;
-    bool SleepWhileExposing(const LongExposurePlan &plan, uint32_t exposureUs);
-    bool SleepWhileAttached(Clock::time_point end);
     BulkStream::Timeouts InTime(BulkStream::Timeouts timeouts) const;
     Turn HandleRead(const BulkStream::Pass &pass);
     Turn HandleIncompleteFrame(const BulkStream::Pass &pass);
@@ -130,12 +127,13 @@ class CaptureWorker {
     void Leave();
 
     const Controller m_controller;
-    bool m_timedByHost = false;    // the last whole frame
-    bool m_endedByItself = false;  // nobody waits for the worker
-    int m_failedRestores = 0;      // in a row
-    uint32_t m_changesAtStart = 0; // CapturedCamera::FrameChanges, of the stream
-    uint32_t m_ownChanges = 0;     // the same, after a change of the worker's own
-    PresenceLook m_presence;
+    bool m_endedByItself = false; // nobody waits for the worker
+    int m_failedRestores = 0;     // in a row
+    struct {
+        uint32_t atStart = 0; // of the stream
+        uint32_t own = 0;     // after a change of the worker's own
+    } m_changes;              // CapturedCamera::FrameChanges
+    HostTimedExposure m_hostTimed;
     ExposureDeadline m_deadline{Clock::now()};
     AutoBandwidth m_autoBandwidth;
 };

@@ -4,6 +4,8 @@
 #include "image/frame_marks.h"
 #include "usb/requests.h"
 
+#include <utility>
+
 namespace vsccam {
 
 using namespace std::chrono_literals;
@@ -37,6 +39,7 @@ void Usb2CaptureWorker::StartDataPath()
     m_sensor.StartSensorStreaming();
     m_badHeads = 0;
     m_midFrame = true;
+    m_timedByHost = m_camera.SettingsOfNow().exposure.timedByHost;
 }
 
 /// Only an exposure that the host times can be taken over again: of the others nobody is waited for
@@ -118,12 +121,17 @@ Usb2CaptureWorker::Turn Usb2CaptureWorker::ResetStream(const char *complaint)
     return Turn::GoOn;
 }
 
+/// The sensor runs on while the host begins or ends to time it: the next frame that comes whole is
+/// then exposed in both ways, for a time that nobody set.
 Usb2CaptureWorker::Turn Usb2CaptureWorker::HandleWholeFrame()
 {
     m_midFrame = false;
     if (!HasHeadMark(Frame()))
         return HandleBadHead();
     m_troubles.drops = m_badHeads = 0;
+    const bool timedByHost = m_present.exposedBy.timedByHost;
+    if (std::exchange(m_timedByHost, timedByHost) != timedByHost)
+        ExposedByNoSetting();
     return HandleGoodFrame();
 }
 

@@ -20,7 +20,6 @@ class Usb2CaptureWorker final : public CaptureWorker {
     Turn HandleMissingBytes(const BulkStream::Pass &pass) override;
     Turn HandleWholeFrame() override;
     bool BandwidthMatters() const override;
-    bool MixesTimings() const override { return true; }
     void PrintBurst(uint32_t sinceStartMs, uint32_t sinceLastMs) const override;
     void HandleFixedBandwidthDrop() override;
 
@@ -30,8 +29,9 @@ class Usb2CaptureWorker final : public CaptureWorker {
     Turn ResetAfterBadHeads();
 
     Usb2Sensor &m_usb2Sensor;
-    int m_badHeads = 0;      // in a row
-    bool m_midFrame = false; // the next read may begin within a frame
+    int m_badHeads = 0;         // in a row
+    bool m_midFrame = false;    // the next read may begin within a frame
+    bool m_timedByHost = false; // the last whole frame
 };
 
 } // namespace vsccam
