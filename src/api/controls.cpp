@@ -30,7 +30,7 @@ constexpr int kMinExposureUs = 64;
 /// The cooler of a cooled model, nullptr otherwise.
 CCameraCool *Cooler(Camera &camera)
 {
-    return camera.Model().cooled ? static_cast<CCameraCool *>(&camera) : nullptr;
+    return camera.model.cooled ? static_cast<CCameraCool *>(&camera) : nullptr;
 }
 
 void SetExposure(Camera &camera, int us, bool bAuto)
@@ -46,7 +46,7 @@ void SetTargetTemp(Camera &camera, int celsius, bool)
 {
     const std::lock_guard lock(g_regulation);
     if (CCameraCool *cooler = Cooler(camera))
-        cooler->SetAutoTemp(camera.CoolerOn(), static_cast<float>(celsius));
+        cooler->SetAutoTemp(camera.cooler.state.Now().on, static_cast<float>(celsius));
 }
 
 void SetCoolerOn(Camera &camera, int value, bool)
@@ -55,7 +55,7 @@ void SetCoolerOn(Camera &camera, int value, bool)
     if (!cooler)
         return;
     const std::lock_guard lock(g_regulation);
-    cooler->SetAutoTemp(value > 0, static_cast<float>(camera.TargetTemp()));
+    cooler->SetAutoTemp(value > 0, static_cast<float>(camera.cooler.state.Now().targetC));
     if (value <= 0)
         (void)cooler->SetPowerPerc(0.0F); // a host has no way to be told
 }
@@ -135,21 +135,21 @@ void setValue(Control_TYPE control, int value, bool bAuto)
 int getMin(Control_TYPE control)
 {
     return OfControl(control, [](const Control &row, Camera &camera) {
-        return row.min.value_or(RangeOf(camera.Model(), row.type).min);
+        return row.min.value_or(RangeOf(camera.model, row.type).min);
     });
 }
 
 int getMax(Control_TYPE control)
 {
     return OfControl(control, [](const Control &row, Camera &camera) {
-        return RangeOf(camera.Model(), row.type).max;
+        return RangeOf(camera.model, row.type).max;
     });
 }
 
 VSC_BOOL isAutoSupported(Control_TYPE control)
 {
     return OfControl(control, [](const Control &row, Camera &camera) {
-        return HasAuto(camera.Model(), row.type);
+        return HasAuto(camera.model, row.type);
     });
 }
 
@@ -157,7 +157,7 @@ VSC_BOOL isAvailable(Control_TYPE control)
 {
     // Quirk, kept: binning to mono works, and is not announced.
     return OfControl(control, [](const Control &row, Camera &camera) {
-        return row.type != kControlMonoBin && Offers(camera.Model(), row.type);
+        return row.type != kControlMonoBin && Offers(camera.model, row.type);
     });
 }
 

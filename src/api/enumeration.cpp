@@ -120,8 +120,8 @@ VSC_BOOL openCamera(int iCamIndex)
 VSC_BOOL initCamera()
 {
     const Call camera(Call::Kind::InTurn);
-    return camera && camera->ProgramWhole([&camera] {
-        const Size size = camera->MaxSize();
+    return camera && camera->programming.Whole([&camera] {
+        const Size size = MaxSizeOf(camera->model);
         return camera->InitCamera() &&
                SetImageFormat(*camera, size.width, size.height, 1, VSC_IMG_RAW8);
     });

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <iterator>
+#include <utility>
 
 using namespace vsccam;
 
@@ -59,15 +60,16 @@ bool SetImageFormat(CCameraBase &camera, int width, int height, int bin, int img
     if (!format)
         return false;
     const Delivery::Pause pause(camera.delivery); // no frame is of the one format by half
-    const bool rawBefore = camera.RawOutput();
-    camera.SetRawOutput(format->rawOutput);
+    const bool rawBefore = camera.settings.With(
+        [format](Settings &s) { return std::exchange(s.rawOutput, format->rawOutput); });
     if (!camera.SetResolution(width, height, bin, format->type)) {
-        camera.SetRawOutput(rawBefore);
+        camera.settings.With([rawBefore](Settings &s) { s.rawOutput = rawBefore; });
         return false;
     }
-    session.SetFrameBytes(camera.Width() * camera.Height() * format->bytesPerPixel);
+    const Settings now = camera.settings.Now();
+    session.SetFrameBytes(now.width * now.height * format->bytesPerPixel);
     // One that has stopped answering is programmed for the format before its next frame.
-    return !(camera.HalfProgrammed() && RequestBudget::IsUsedUp());
+    return !(camera.programming.IsHalfDone() && RequestBudget::IsUsedUp());
 }
 
 } // namespace vsccam
@@ -91,9 +93,10 @@ VSC_BOOL setImageFormat(int width, int height, int bin, int imgType)
 int getImgType()
 {
     return WithCamera(VSC_IMG_Y8 + 0, [](CCameraBase &camera) {
-        const auto *format = std::ranges::find_if(kFormats, [&camera](const ImageFormat &f) {
-            return f.type == camera.ImageType() &&
-                   (f.type != kByteImage || f.rawOutput == camera.RawOutput());
+        const Settings now = camera.settings.Now();
+        const auto *format = std::ranges::find_if(kFormats, [&now](const ImageFormat &f) {
+            return f.type == now.imageType &&
+                   (f.type != kByteImage || f.rawOutput == now.rawOutput);
         });
         return format == std::end(kFormats) ? VSC_IMG_Y8 + 0
                                             : static_cast<int>(format - std::begin(kFormats));
@@ -110,7 +113,7 @@ VSC_BOOL isImgTypeSupported(int imgType)
 VSC_BOOL isBinSupported(int bin)
 {
     return WithCamera(0, [bin](CCameraBase &camera) {
-        const auto &bins = camera.Model().bins;
+        const auto &bins = camera.model.bins;
         const auto *end = std::ranges::find(bins, 0);
         return std::find(bins.begin(), end, bin) != end;
     });
@@ -118,27 +121,27 @@ VSC_BOOL isBinSupported(int bin)
 
 int getBin()
 {
-    return WithCamera(1, [](CCameraBase &camera) { return camera.Bin(); });
+    return WithCamera(1, [](CCameraBase &camera) { return camera.settings.Now().bin; });
 }
 
 int getMaxWidth()
 {
-    return WithCamera(0, [](CCameraBase &camera) { return camera.MaxSize().width; });
+    return WithCamera(0, [](CCameraBase &camera) { return MaxSizeOf(camera.model).width; });
 }
 
 int getMaxHeight()
 {
-    return WithCamera(0, [](CCameraBase &camera) { return camera.MaxSize().height; });
+    return WithCamera(0, [](CCameraBase &camera) { return MaxSizeOf(camera.model).height; });
 }
 
 int getWidth()
 {
-    return WithCamera(0, [](CCameraBase &camera) { return camera.Width(); });
+    return WithCamera(0, [](CCameraBase &camera) { return camera.settings.Now().width; });
 }
 
 int getHeight()
 {
-    return WithCamera(0, [](CCameraBase &camera) { return camera.Height(); });
+    return WithCamera(0, [](CCameraBase &camera) { return camera.settings.Now().height; });
 }
 
 void setStartPos(int x, int y)
@@ -146,10 +149,11 @@ void setStartPos(int x, int y)
     const Call camera(Call::Kind::InTurn); // the size must not change meanwhile
     if (!camera)
         return;
-    const int64_t bin = camera->Bin();
+    const Settings now = camera->settings.Now();
+    const int64_t bin = now.bin;
     int64_t unbinnedY = y * bin;
-    if (camera->Model().startCountsFromBottom)
-        unbinnedY = camera->MaxSize().height - unbinnedY - camera->Height() * bin;
+    if (camera->model.startCountsFromBottom)
+        unbinnedY = MaxSizeOf(camera->model).height - unbinnedY - now.height * bin;
     const auto clamp = [](int64_t v) {
         return static_cast<int>(std::clamp<int64_t>(v, INT32_MIN, INT32_MAX));
     };
@@ -158,52 +162,56 @@ void setStartPos(int x, int y)
 
 int getStartX()
 {
-    return WithCamera(0, [](CCameraBase &camera) { return camera.StartX() / camera.Bin(); });
+    return WithCamera(0, [](CCameraBase &camera) {
+        const Settings now = camera.settings.Now();
+        return now.startX / now.bin;
+    });
 }
 
 int getStartY()
 {
     return WithCamera(0, [](CCameraBase &camera) {
+        const Settings now = camera.settings.Now();
         // Quirk, kept: counted from the bottom, binned and unbinned figures are mixed.
-        return camera.Model().startCountsFromBottom
-                   ? camera.MaxSize().height / camera.Bin() - camera.StartY() - camera.Height()
-                   : camera.StartY() / camera.Bin();
+        return camera.model.startCountsFromBottom
+                   ? MaxSizeOf(camera.model).height / now.bin - now.startY - now.height
+                   : now.startY / now.bin;
     });
 }
 
 VSC_BOOL isColorCam()
 {
-    return WithCamera(0, [](CCameraBase &camera) { return camera.Model().colour; });
+    return WithCamera(0, [](CCameraBase &camera) { return camera.model.colour; });
 }
 
 double getPixelSize()
 {
-    return WithCamera(0.0, [](CCameraBase &camera) { return camera.Model().pixelSizeUm; });
+    return WithCamera(0.0, [](CCameraBase &camera) { return camera.model.pixelSizeUm; });
 }
 
 int getColorBayer()
 {
-    return WithCamera(2, [](CCameraBase &camera) { return camera.Model().bayer; });
+    return WithCamera(2, [](CCameraBase &camera) { return camera.model.bayer; });
 }
 
 VSC_BOOL isUSB3Host()
 {
-    return WithCamera(0, [](CCameraBase &camera) { return camera.Usb3Host(); });
+    return WithCamera(0, [](CCameraBase &camera) { return camera.settings.Now().usb3Host; });
 }
 
 VSC_BOOL isUSB3Camera()
 {
-    return WithCamera(0, [](CCameraBase &camera) { return camera.Model().usb3Camera; });
+    return WithCamera(0, [](CCameraBase &camera) { return camera.model.usb3Camera; });
 }
 
 VSC_BOOL isCoolerCam()
 {
-    return WithCamera(0, [](CCameraBase &camera) { return camera.Model().cooled; });
+    return WithCamera(0, [](CCameraBase &camera) { return camera.model.cooled; });
 }
 
 float getElectronsPerADU()
 {
-    return WithCamera(0.0F, [](CCameraBase &camera) { return camera.Model().electronsPerAdu; });
+    return WithCamera(0.0F, [](CCameraBase &camera) { return camera.model.electronsPerAdu; });
 }
 
 void getGainOffset(int *a, int *b, int *c, int *d)
@@ -211,7 +219,7 @@ void getGainOffset(int *a, int *b, int *c, int *d)
     const Call camera;
     if (!camera)
         return;
-    const auto &figures = camera->Model().gainOffset;
+    const auto &figures = camera->model.gainOffset;
     WriteTo(a, figures[0]);
     WriteTo(b, figures[1]);
     WriteTo(c, figures[2]);
@@ -277,7 +285,10 @@ float getSensorTemp()
 VSC_BOOL SetMisc(bool bFlipX, bool bFlipY)
 {
     return WithCamera(false, [=](CCameraBase &camera) {
-        camera.SetFlip(bFlipX, bFlipY);
+        camera.settings.With([=](Settings &s) {
+            s.flipH = bFlipX;
+            s.flipV = bFlipY;
+        });
         return true;
     });
 }
@@ -287,8 +298,9 @@ void GetMisc(bool *pbFlipX, bool *pbFlipY)
     const Call camera;
     if (!camera)
         return;
-    WriteTo(pbFlipX, camera->FlipH());
-    WriteTo(pbFlipY, camera->FlipV());
+    const Settings now = camera->settings.Now();
+    WriteTo(pbFlipX, now.flipH);
+    WriteTo(pbFlipY, now.flipV);
 }
 
 void pulseGuide(GuideD direction, int ms)

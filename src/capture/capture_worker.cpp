@@ -76,9 +76,9 @@ bool CaptureWorker::Prepare()
 bool CaptureWorker::StartStream()
 {
     do {
-        m_changes.atStart = m_camera.FrameChangesAtRest();
+        m_changes.atStart = m_camera.FrameChanges();
         FollowExposure();
-    } while (m_changes.atStart != m_camera.FrameChangesAtRest());
+    } while (m_changes.atStart != m_camera.FrameChanges());
     StartDataPath();
     m_usb.ResetEndPoint(m_controller.endpoint);
     m_troubles = {};

@@ -26,17 +26,15 @@ struct CaptureSettings {
     }
 };
 
-/// What a capture needs of the camera beside its USB controller. For the worker, which asks for the
-/// first two between frames: they wait for nobody who sends requests.
+/// What a capture needs of the camera beside its USB controller. For the worker.
 class CapturedCamera {
   public:
+    /// Asked for between frames: waits for nobody who sends requests.
     virtual CaptureSettings SettingsOfNow() = 0;
     /// Counts the changes after which a frame under way is no longer one of what is set: of
-    /// exposure, region and timing. It has grown before the camera is told of the change.
+    /// exposure, region and timing. None is half made while it is told: waits for whoever programs
+    /// the camera, and so is not asked for between the frames of a video.
     virtual uint32_t FrameChanges() = 0;
-    /// The same, of a moment in which no change is half made: waits until whoever programs the
-    /// camera has finished.
-    virtual uint32_t FrameChangesAtRest() = 0;
 
     /// Takes a step off a bandwidth that is automatic.
     virtual void LowerBandwidth(int step) = 0;

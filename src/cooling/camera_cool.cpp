@@ -33,7 +33,7 @@ constexpr float kGiveWayPercent = 5.0F;
 bool CCameraCool::CloseCamera()
 {
     const RequestBudget budget;
-    m_coolerRunning.Clear(); // both threads end at the same time
+    cooler.running.Clear(); // both threads end at the same time
     (void)StopCapture();
     StopAutoTempThr();
     return CCameraBase::CloseCamera();
@@ -41,7 +41,7 @@ bool CCameraCool::CloseCamera()
 
 bool CCameraCool::SetDA(int code)
 {
-    const std::lock_guard lock(m_coolerSection);
+    const std::lock_guard lock(cooler.section);
     if (code == m_cooler.lastCodeSent)
         return true;
     m_cooler.driveCode = m_cooler.lastCodeSent = code;
@@ -59,19 +59,21 @@ bool CCameraCool::SetDA(int code)
 
 bool CCameraCool::SetPowerPerc(float percent)
 {
-    const std::lock_guard lock(m_coolerSection);
+    const std::lock_guard lock(cooler.section);
     const DriveSetting drive = DriveForPower(percent);
     OutputDbgPrint("fIPerc%.2f iDA%d \n", static_cast<double>(drive.percent), drive.code);
     const bool ok = SetDA(drive.code);
-    m_coolerPower = drive.percent;
+    cooler.state.With([&drive](CoolerState &s) { s.powerPercent = drive.percent; });
     return ok;
 }
 
 void CCameraCool::SetAutoTemp(bool on, float targetC)
 {
-    const std::lock_guard lock(m_coolerSection);
-    m_coolerOn = on;
-    m_targetTempC = TargetDegrees(targetC);
+    const std::lock_guard lock(cooler.section);
+    cooler.state.With([=](CoolerState &s) {
+        s.on = on;
+        s.targetC = TargetDegrees(targetC);
+    });
     m_cooler.heldPower.reset();
     PID_init(kGains.p, kGains.i, kGains.d);
 }
@@ -84,36 +86,36 @@ void CCameraCool::PID_init(float kp, float ki, float kd)
 
 bool CCameraCool::SetFanOn(bool on)
 {
-    const std::lock_guard lock(m_coolerSection);
+    const std::lock_guard lock(cooler.section);
     const bool ok = WriteFPGAREG(kFpgaFan, on ? kFanRuns : kFanStands);
     if (ok)
-        m_fanOn = on;
+        cooler.state.With([on](CoolerState &s) { s.fanOn = on; });
     return ok;
 }
 
 void CCameraCool::StartAutoTempThr()
 {
-    (void)SetFanOn(true); // FanOn() tells
-    if (m_coolerRunning)
+    (void)SetFanOn(true); // its state tells
+    if (cooler.running)
         return;
     {
-        const std::lock_guard lock(m_coolerSection);
+        const std::lock_guard lock(cooler.section);
         m_cooler.lastReading = Clock::now(); // the wait for the first one begins
     }
-    m_coolerRunning.Set();
-    if (!m_coolerThread.Start([this] { AutoTempFunc(); }))
-        m_coolerRunning.Clear();
+    cooler.running.Set();
+    if (!cooler.thread.Start([this] { AutoTempFunc(); }))
+        cooler.running.Clear();
 }
 
 void CCameraCool::StopAutoTempThr()
 {
-    if (!m_coolerThread.Started())
+    if (!cooler.thread.Started())
         return;
-    m_coolerRunning.Clear();
+    cooler.running.Clear();
     OutputDbgPrint("AutoTempThr bf wait\n");
     {
         const EndOfThreads end(*this);
-        m_coolerThread.Join();
+        cooler.thread.Join();
     }
     OutputDbgPrint("AutoTempThr af wait\n");
     (void)SetPowerPerc(0.0F); // nothing is left to try
@@ -121,16 +123,16 @@ void CCameraCool::StopAutoTempThr()
 
 void CCameraCool::OnInitialised()
 {
-    const std::lock_guard lock(m_coolerSection); // no control step in between
+    const std::lock_guard lock(cooler.section); // no control step in between
     StartAutoTempThr();
     (void)SetPowerPerc(0.0F); // that a camera is mute is noticed elsewhere
-    SetAutoTemp(false, static_cast<float>(m_targetTempC));
+    SetAutoTemp(false, static_cast<float>(cooler.state.Now().targetC));
 }
 
 void CCameraCool::OnReconnected()
 {
-    const std::lock_guard lock(m_coolerSection);
-    (void)SetFanOn(m_fanOn);
+    const std::lock_guard lock(cooler.section);
+    (void)SetFanOn(cooler.state.Now().fanOn);
     m_cooler.lastCodeSent = kNothingSent; // the camera forgot it
     (void)SetDA(m_cooler.driveCode);
 }
@@ -138,11 +140,11 @@ void CCameraCool::OnReconnected()
 void CCameraCool::AutoTempFunc()
 {
     OutputDbgPrint("Thread AutoTemp start!\n");
-    uint32_t readings = m_temperatureReadings;
-    bool running = m_coolerRunning.SleepFor(kPauseBeforeFirstStep);
+    uint32_t readings = temperature.Readings();
+    bool running = cooler.running.SleepFor(kPauseBeforeFirstStep);
     while (running) {
-        const uint32_t before = std::exchange(readings, m_temperatureReadings);
-        AutoTemp(readings != before ? std::optional<float>(m_temperatureC) : std::nullopt);
+        const uint32_t before = std::exchange(readings, temperature.Readings());
+        AutoTemp(readings != before ? std::optional<float>(temperature.Celsius()) : std::nullopt);
         running = ReadTemperature() && ReadTemperature();
     }
     OutputDbgPrint("Thread AutoTemp Exit!\n");
@@ -151,18 +153,18 @@ void CCameraCool::AutoTempFunc()
 /// Lets the driver store a fresh reading; false when the thread is to end.
 bool CCameraCool::ReadTemperature()
 {
-    if (!m_coolerRunning.SleepFor(kPauseBeforeReading))
+    if (!cooler.running.SleepFor(kPauseBeforeReading))
         return false;
     (void)GetSensorTemp();
-    return m_coolerRunning.SleepFor(kPauseAfterReading);
+    return cooler.running.SleepFor(kPauseAfterReading);
 }
 
 /// The end of a turn, with the last reading that was made in it.
 void CCameraCool::AutoTemp(std::optional<float> reading)
 {
-    const std::lock_guard lock(m_coolerSection);
+    const std::lock_guard lock(cooler.section);
     const bool taken = reading && TakeReading(*reading);
-    if (!m_coolerOn)
+    if (!cooler.state.Now().on)
         return;
     if (taken)
         Regulate(*reading);
@@ -188,14 +190,17 @@ void CCameraCool::Regulate(float celsius)
 {
     if (m_cooler.heldPower)
         EndGivingWay(celsius);
-    const Correction step = m_cooler.control.Step(static_cast<float>(m_targetTempC), celsius);
+    const Correction step =
+        m_cooler.control.Step(static_cast<float>(cooler.state.Now().targetC), celsius);
     OutputDbgPrint("T%.2f p%.2f i%.2f d%.2f cur%.2f\n", static_cast<double>(celsius),
                    static_cast<double>(step.p), static_cast<double>(step.i),
-                   static_cast<double>(step.d), static_cast<double>(m_coolerPower));
-    ApplyCorrection(step, {m_coolerPower, m_cooler.driveCode}, [this](float percent) {
-        (void)SetPowerPerc(percent); // the controller does not repeat what failed
-        return DriveSetting{m_coolerPower, m_cooler.driveCode};
-    });
+                   static_cast<double>(step.d),
+                   static_cast<double>(cooler.state.Now().powerPercent));
+    ApplyCorrection(step, {cooler.state.Now().powerPercent, m_cooler.driveCode},
+                    [this](float percent) {
+                        (void)SetPowerPerc(percent); // the controller does not repeat what failed
+                        return DriveSetting{cooler.state.Now().powerPercent, m_cooler.driveCode};
+                    });
 }
 
 /// Takes some of the power back. Target and regulation stay as they are set.
@@ -204,9 +209,10 @@ void CCameraCool::GiveWay()
     if (!m_cooler.heldPower) {
         OutputDbgPrint("no temperature for %d s, cooler power falls\n",
                        static_cast<int>(kHoldWithoutReading.count()));
-        m_cooler.heldPower = m_coolerPower;
+        m_cooler.heldPower = cooler.state.Now().powerPercent;
     }
-    (void)SetPowerPerc(m_coolerPower - kGiveWayPercent); // at 0 it is asked for until it was heard
+    (void)SetPowerPerc(cooler.state.Now().powerPercent -
+                       kGiveWayPercent); // at 0 it is asked for until it was heard
 }
 
 /// A sensor that is still at its target was held there by the power of before. So it is with one
@@ -214,7 +220,7 @@ void CCameraCool::GiveWay()
 void CCameraCool::EndGivingWay(float celsius)
 {
     PID_init(kGains.p, kGains.i, kGains.d); // the last error is too old to make a slope of
-    if (std::abs(static_cast<float>(m_targetTempC) - celsius) <= kDeadBandC)
+    if (std::abs(static_cast<float>(cooler.state.Now().targetC) - celsius) <= kDeadBandC)
         (void)SetPowerPerc(*m_cooler.heldPower);
     m_cooler.heldPower.reset();
 }

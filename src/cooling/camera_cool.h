@@ -14,10 +14,10 @@ namespace vsccam {
 /// sensor's temperature twice, and while regulation is on sets the power. Without a reading it
 /// holds the power for a minute, then takes it back: a cooler whose thermometer is dead must not
 /// run on. It shares the cooler with the host's thread, and with a capture worker that brings back
-/// a lost camera: m_coolerSection is held by everything that changes drive, fan or regulation.
+/// a lost camera: cooler.section is held by everything that changes drive, fan or regulation.
 class CCameraCool : public CCameraBase {
   public:
-    explicit CCameraCool(const CameraModel &model) : CCameraBase(model) {}
+    explicit CCameraCool(const CameraModel &ofModel) : CCameraBase(ofModel) {}
 
     /// Ends regulation and switches the cooler off before the device is closed.
     bool CloseCamera() override;
@@ -29,7 +29,7 @@ class CCameraCool : public CCameraBase {
     bool SetPowerPerc(float percent);
     /// Switches regulation and sets its target, -40 to 30 degrees. Both start the controller anew.
     void SetAutoTemp(bool on, float targetC);
-    /// @return false when the request failed; FanOn() then tells the old state
+    /// @return false when the request failed; its state is then the old one
     bool SetFanOn(bool on);
 
     /// Switches the fan on and starts the cooler thread, unless it runs.
@@ -53,7 +53,7 @@ class CCameraCool : public CCameraBase {
 
     static constexpr int kNothingSent = -1;
 
-    // Guarded by m_coolerSection. Plain values: the object is destroyed as a CCameraBase.
+    // Guarded by cooler.section. Plain values: the object is destroyed as a CCameraBase.
     struct Cooler {
         int driveCode = kNoCurrentCode;
         int lastCodeSent = kNothingSent;

@@ -28,22 +28,18 @@ constexpr LossLimit kFlashShare{.work = 600ms};
 constexpr auto kFlashPatience = 600ms;
 constexpr char kNoMemoryForHotPixels[] = "no memory for the hot pixels\n";
 
-constexpr bool IsGuideLine(int direction)
-{
-    return direction >= 0 && direction <= 3;
-}
-
 } // namespace
 
-CCameraBase::CCameraBase(const CameraModel &model)
-    : delivery(model, capture, [this] { return SettingsNow(); }), m_model(model),
-      m_maxSize(MaxSizeOf(model)), m_width(model.sensorWidth), m_height(model.sensorHeight),
-      m_exposureUs(static_cast<uint32_t>(model.exposureUs.initial)), m_gain(model.gain.initial),
-      m_brightness(model.brightness.initial), m_red(model.whiteBalance.red),
-      m_blue(model.whiteBalance.blue), m_bandwidth(model.bandwidth.initial),
-      capture(*this, m_forCapture, model.productId, LargestFrameBytes(model))
+CCameraBase::CCameraBase(const CameraModel &ofModel)
+    : model(ofModel), settings(Settings(ofModel)), programming(*this, settings),
+      capture(*this, m_forCapture, ofModel.productId, LargestFrameBytes(ofModel)),
+      delivery(ofModel, capture, [this] { return settings.Now(); }),
+      automatics(ofModel, settings, programming, capture,
+                 {.gain = [this](int gain) { (void)SetGain(gain, settings.Now().gainAuto); },
+                  .exposure = [this](unsigned long long us) { (void)SetExp(us, true); },
+                  .balance = [this](WhiteBalance b) { (void)SetRGBBalance(b.red, b.blue, true); }}),
+      guide(*this)
 {
-    m_guiding.Set();
     refreshControlList();
 }
 
@@ -51,9 +47,9 @@ CCameraBase::~CCameraBase()
 {
     OutputDbgPrint("~CCameraBase\n");
     (void)capture.Stop(); // before the threads that it may have started
-    stopAutoControlThr();
-    m_coolerRunning.Clear();
-    m_coolerThread.Join();
+    automatics.stopAutoControlThr();
+    cooler.running.Clear();
+    cooler.thread.Join();
 }
 
 void *CCameraBase::operator new(size_t size)
@@ -80,7 +76,7 @@ bool CCameraBase::OpenCamera(int n)
     if (IsOpened())
         return true;
     m_ordinal = n;
-    const auto open = [this, n] { return OpenDevice(m_model.productId, n); };
+    const auto open = [this, n] { return OpenDevice(model.productId, n); };
     if (open() || (NewcomerSettles() && capture.SleepFor(LostCamera::kSettleTime) && open())) {
         OutputDbgPrint("open camera success\n");
         return true;
@@ -96,30 +92,10 @@ bool CCameraBase::CloseCamera()
     (void)capture.Change(CaptureChange::HostCloses);
     if (!IsOpened())
         return false;
-    for (int line = 0; line < kGuideLines; ++line)
-        if (m_guideLineOn[line]) // of a thread that did not come to it any more
-            SwitchGuideLineOff(line);
+    guide.LeaveSafe(); // of threads that did not come to it any more
     CloseDevice();
     OutputDbgPrint("camera closed\n");
     return true;
-}
-
-bool CCameraBase::ProgramWhole(const std::function<bool()> &program)
-{
-    constexpr int kTries = 3; // requests may also fail at once
-    const RequestBudget budget;
-    for (int i = 0; i < kTries; ++i) {
-        const int lost = LostSetUps();
-        if (!program())
-            return false;
-        if (LostSetUps() == lost) {
-            m_lostSetUpsMended = lost;
-            return true;
-        }
-        if (RequestBudget::IsUsedUp())
-            break;
-    }
-    return false;
 }
 
 bool CCameraBase::ReConnectCamera()
@@ -146,78 +122,32 @@ bool CCameraBase::StopCapture()
     return !capture.Stop() || open;
 }
 
-CCameraBase::CapturePause::CapturePause(CCameraBase &camera)
+CCameraBase::FormatChange::FormatChange(CCameraBase &camera)
     : m_delivery(camera.delivery), m_camera(camera), m_ran(camera.capture.Running())
 {
     (void)m_camera.StopCapture(); // also joins an exposure that is just ending
     m_camera.capture.Reformat();
+    m_programming.emplace(m_camera.programming);
 }
 
-CCameraBase::CapturePause::~CapturePause()
+CCameraBase::FormatChange::~FormatChange()
 {
+    m_programming.reset();
     if (m_ran)
         (void)m_camera.StartCapture(m_camera.capture.Single());
 }
 
-Settings CCameraBase::SettingsNow()
-{
-    Settings now;
-    now.width = m_width;
-    now.height = m_height;
-    now.bin = m_bin;
-    now.imageType = ImageType();
-    now.rawOutput = m_rawOutput;
-    now.output16Bits = m_output16Bits;
-    now.hardwareBin = m_hardwareBin;
-    now.highSpeed = m_highSpeed;
-    now.startX = m_startX;
-    now.startY = m_startY;
-    now.exposureUs = m_exposureUs;
-    now.exposureAuto = m_exposureAuto;
-    now.gain = m_gain;
-    now.gainAuto = m_gainAuto;
-    now.brightness = m_brightness;
-    now.red = m_red;
-    now.blue = m_blue;
-    now.whiteBalanceAuto = m_whiteBalanceAuto;
-    now.bandwidth = m_bandwidth;
-    now.bandwidthAuto = m_bandwidthAuto;
-    now.autoLimits = {m_autoMaxGain, m_autoMaxExpS, m_autoTarget};
-    now.flipH = FlipH();
-    now.flipV = FlipV();
-    now.monoBin = m_monoBin;
-    now.timeMark = m_timeMark;
-    now.usb3Host = m_usb3Host;
-    now.exposureLines = m_exposureLines;
-    now.frameTimeUs = m_frameTimeUs;
-    now.longExposure = m_longExposure;
-    return now;
-}
-
-Size CCameraBase::ReadoutSize()
-{
-    return ReadoutOf(m_model, SettingsNow()).size;
-}
-
-int CCameraBase::ReadoutBytes()
-{
-    return ReadoutOf(m_model, SettingsNow()).Bytes();
-}
-
-int CCameraBase::SoftwareBin()
-{
-    return ReadoutOf(m_model, SettingsNow()).softwareBin;
-}
-
 bool CCameraBase::IsHardBinRun()
 {
-    return m_hardwareBin && m_bin > 1;
+    const Settings now = settings.Now();
+    return now.hardwareBin && now.bin > 1;
 }
 
 int CCameraBase::GetGain(bool *pbAuto)
 {
-    *pbAuto = m_gainAuto;
-    return m_gain;
+    const Settings now = settings.Now();
+    *pbAuto = now.gainAuto;
+    return now.gain;
 }
 
 bool CCameraBase::SetGamma(int gamma)
@@ -264,12 +194,12 @@ bool CCameraBase::GetImageAfterExp(unsigned char *buffer, int size)
 
 void CCameraBase::AddTimeMark(unsigned char *image, int width, IMAGE_TYPE type)
 {
-    DrawCurrentTime(image, width, m_height, type);
+    DrawCurrentTime(image, width, settings.Now().height, type);
 }
 
 int CCameraBase::GettingDark(bool on, unsigned long long)
 {
-    const int frames = DarkFramesFor(m_exposureUs);
+    const int frames = DarkFramesFor(settings.Now().exposureUs);
     delivery.corrections.dark.Request(on ? frames : 0);
     return frames;
 }
@@ -328,7 +258,7 @@ try {
     // What could be read of a record is used, though it counts as a failure.
     if (stored.state == State::Part && (capture.Lost() || capture.Running()))
         return false;
-    auto pixels = PixelsOf(stored, m_maxSize);
+    auto pixels = PixelsOf(stored, MaxSizeOf(model));
     if (pixels)
         delivery.corrections.SetHotPixels(std::move(*pixels));
     else
@@ -350,61 +280,63 @@ try {
 
 bool CCameraBase::MoveRegion(int x, int y, int stepX, const std::function<void()> &program)
 {
-    const std::lock_guard lock(m_settingsSection);
-    m_startX = RegionStart(x, stepX, m_width * m_bin, m_model.sensorWidth);
-    m_startY = RegionStart(y, 2, m_height * m_bin, m_model.sensorHeight);
-    CountFrameChange();
+    const Programming::Scope scope(programming);
+    settings.With([=, this](Settings &s) {
+        s.startX = RegionStart(x, stepX, s.width * s.bin, model.sensorWidth);
+        s.startY = RegionStart(y, 2, s.height * s.bin, model.sensorHeight);
+    });
+    programming.CountFrameChange();
     program();
     delivery.corrections.FollowRegion();
     return true;
 }
 
-void CCameraBase::StoreExposure(unsigned long long microseconds)
+uint32_t CCameraBase::StoreExposure(unsigned long long microseconds, bool bAuto)
 {
-    const ControlRange &range = m_model.exposureUs;
+    const ControlRange &range = model.exposureUs;
     const auto us =
         static_cast<uint32_t>(std::clamp(microseconds, static_cast<unsigned long long>(range.min),
                                          static_cast<unsigned long long>(range.max)));
-    if (us != m_exposureUs)
-        CountFrameChange();
-    m_exposureUs = us;
-}
-
-void CCameraBase::StoreFrameTime(int us)
-{
-    if (us != m_frameTimeUs && !m_longExposure)
-        CountFrameChange();
-    m_frameTimeUs = us;
+    settings.With([=](Settings &s) {
+        if (us != s.exposureUs)
+            ++s.frameChanges;
+        s.exposureUs = us;
+        s.exposureAuto = bAuto;
+    });
+    return us;
 }
 
 bool CCameraBase::SetRGBBalance(int red, int blue, bool bAuto)
 {
-    if (!m_model.colour)
+    if (!model.colour)
         return true;
-    const std::lock_guard lock(m_settingsSection);
-    const WhiteBalanceRange &range = m_model.whiteBalance;
-    m_red = std::clamp(red, range.min, range.max);
-    m_blue = std::clamp(blue, range.min, range.max);
-    m_whiteBalanceAuto = bAuto;
+    const Programming::Scope scope(programming); // no automatic decides in between
+    const WhiteBalanceRange &range = model.whiteBalance;
+    settings.With([&](Settings &s) {
+        s.red = std::clamp(red, range.min, range.max);
+        s.blue = std::clamp(blue, range.min, range.max);
+        s.whiteBalanceAuto = bAuto;
+    });
     return true;
 }
 
 void CCameraBase::SetRed(int red, bool bAuto)
 {
-    const std::lock_guard lock(m_settingsSection); // the automatic may be setting both
-    (void)SetRGBBalance(red, m_blue, bAuto);       // never refused
+    const Programming::Scope scope(programming);          // the automatic may be setting both
+    (void)SetRGBBalance(red, settings.Now().blue, bAuto); // never refused
 }
 
 void CCameraBase::SetBlue(int blue, bool bAuto)
 {
-    const std::lock_guard lock(m_settingsSection); // as above
-    (void)SetRGBBalance(m_red, blue, bAuto);
+    const Programming::Scope scope(programming); // as above
+    (void)SetRGBBalance(settings.Now().red, blue, bAuto);
 }
 
 bool CCameraBase::GetFPSPerc(int *percent, bool *pbAuto)
 {
-    *percent = m_bandwidth;
-    *pbAuto = m_bandwidthAuto;
+    const Settings now = settings.Now();
+    *percent = now.bandwidth;
+    *pbAuto = now.bandwidthAuto;
     return true;
 }
 
@@ -413,9 +345,9 @@ void CCameraBase::IdentifyUsb3Camera()
     const int lost = LostSetUps();
     const bool usb3Host = IsUSB3Host();
     if (LostSetUps() == lost) // else nothing is known but what was
-        m_usb3Host = usb3Host;
-    OutputDbgPrint(m_usb3Host ? "***********USB3.0 Host***********\n"
-                              : "***********USB2.0 Host***********\n");
+        settings.With([usb3Host](Settings &s) { s.usb3Host = usb3Host; });
+    OutputDbgPrint(settings.Now().usb3Host ? "***********USB3.0 Host***********\n"
+                                           : "***********USB2.0 Host***********\n");
     {
         const RequestBudget budget(kFlashShare);
         SetHPCStates(true);
@@ -428,14 +360,10 @@ void CCameraBase::IdentifyUsb3Camera()
 
 void CCameraBase::FollowLink(int chosenBefore, int chosenNow)
 {
-    if (chosenBefore != chosenNow && (m_bandwidthAuto || m_bandwidth == chosenBefore))
-        m_bandwidth = chosenNow;
-}
-
-ExposureSetting CCameraBase::Exposure()
-{
-    const std::lock_guard lock(m_settingsSection);
-    return {m_exposureUs, m_frameTimeUs, m_longExposure};
+    settings.With([=](Settings &s) {
+        if (chosenBefore != chosenNow && (s.bandwidthAuto || s.bandwidth == chosenBefore))
+            s.bandwidth = chosenNow;
+    });
 }
 
 float CCameraBase::GetSensorTemp()
@@ -445,9 +373,7 @@ float CCameraBase::GetSensorTemp()
 
 float CCameraBase::GetTemp()
 {
-    if (m_coolerRunning)
-        return m_temperatureC;
-    return GetSensorTemp();
+    return cooler.running ? temperature.Celsius() : GetSensorTemp();
 }
 
 float CCameraBase::GetADTemp()
@@ -458,8 +384,8 @@ float CCameraBase::GetADTemp()
     const auto ad = static_cast<uint8_t>(bytes[0] >> 4 | bytes[1] << 4); // eight of twelve bits
     const std::optional<float> celsius = ThermistorTemperature(ad, kSeriesKOhm);
     if (ok && celsius)
-        StoreTemperature(*celsius);
-    return m_temperatureC;
+        temperature.Store(*celsius);
+    return temperature.Celsius();
 }
 
 bool CCameraBase::StartSensorCLK()
@@ -482,81 +408,39 @@ bool CCameraBase::SetTransferCount(int bytes)
 
 void CCameraBase::SetAutoPara(int maxGain, int maxExpSeconds, int targetBrightness)
 {
-    m_autoMaxGain = maxGain;
-    m_autoMaxExpS = maxExpSeconds;
-    m_autoTarget = targetBrightness;
+    settings.With([=](Settings &s) { s.autoLimits = {maxGain, maxExpSeconds, targetBrightness}; });
 }
 
 void CCameraBase::GetAutoPara(int *maxGain, int *maxExpSeconds, int *targetBrightness) const
 {
-    *maxGain = m_autoMaxGain;
-    *maxExpSeconds = m_autoMaxExpS;
-    *targetBrightness = m_autoTarget;
-}
-
-void CCameraBase::SetFlip(bool horizontal, bool vertical)
-{
-    m_flip = static_cast<uint8_t>((horizontal ? kFlipH : 0) | (vertical ? kFlipV : 0));
+    const AutoLimits limits = settings.Now().autoLimits;
+    *maxGain = limits.maxGain;
+    *maxExpSeconds = limits.maxExposureS;
+    *targetBrightness = limits.targetBrightness;
 }
 
 void CCameraBase::EndWaits()
 {
     delivery.EndWaits();
-    for (Turns &axis : m_guideAxes)
-        axis.Close();
-    m_guiding.Clear();
+    guide.EndPulses();
 }
 
-/// Lines 0 and 1 are opposite, and so are 2 and 3: a pulse waits until both of its axis are off.
+// What is no guide line does nothing, and so succeeds.
 bool CCameraBase::pulseGuide(int direction, int ms)
 {
-    if (!IsGuideLine(direction))
-        return true;
-    OutputDbgPrint("PulseGuide Direction:%d time:%d\n", direction, ms);
-    const Turns::Turn turn(m_guideAxes[direction / 2]);
-    if (!turn) // the camera is being closed
-        return true;
-    if (ms > 0) { // else "off" alone: the line may be on from a program that was killed
-        SwitchGuideLineOn(direction);
-        (void)m_guiding.SleepFor(std::chrono::milliseconds(ms));
-    }
-    // Also when "on" seemed to fail: a line that stays on drives the mount away.
-    SwitchGuideLineOff(direction);
+    guide.Pulse(direction, ms);
     return true;
-}
-
-/// Not after the last "off" of a camera that is being closed.
-void CCameraBase::SwitchGuideLineOn(int line)
-{
-    const std::lock_guard lock(m_guideSections[line / 2]);
-    if (!m_guiding)
-        return;
-    m_guideLineOn[line] = true;
-    (void)SendCMD(request::kGuideOn, static_cast<uint16_t>(line), 0, false, nullptr, 0);
-}
-
-void CCameraBase::SwitchGuideLineOff(int line)
-{
-    const std::lock_guard lock(m_guideSections[line / 2]);
-    (void)SendOff(request::kGuideOff, static_cast<uint16_t>(line));
-    m_guideLineOn[line] = false;
 }
 
 bool CCameraBase::pulseGuideOn(int direction)
 {
-    if (!IsGuideLine(direction))
-        return true;
-    OutputDbgPrint("PulseGuide Direction On:%d", direction);
-    (void)SendCMD(request::kGuideOn, static_cast<uint16_t>(direction), 0, false, nullptr, 0);
+    guide.SwitchOn(direction);
     return true;
 }
 
 bool CCameraBase::pulseGuideOff(int direction)
 {
-    if (!IsGuideLine(direction))
-        return true;
-    OutputDbgPrint("PulseGuide Direction Off:%d", direction);
-    (void)SendOff(request::kGuideOff, static_cast<uint16_t>(direction));
+    guide.SwitchOff(direction);
     return true;
 }
 

@@ -1,15 +1,20 @@
 #pragma once
 
+#include "base/guarded.h"
 #include "base/sync.h"
 #include "base/turns.h"
 #include "capture/capture.h"
+#include "core/automatics.h"
 #include "core/camera_for_capture.h"
 #include "core/camera_model.h"
 #include "core/controls.h"
 #include "core/delivery.h"
 #include "core/frame_geometry.h"
+#include "core/guide_port.h"
+#include "core/programming.h"
 #include "core/raw_frame.h"
 #include "core/settings.h"
+#include "core/temperature.h"
 #include "image/exposure_setting.h"
 #include "usb/camera_fx3.h"
 
@@ -35,16 +40,14 @@ using CameraId = std::array<uint8_t, 8>;
 /// these come one after the other. The capture worker reads the bulk endpoint and inserts frames;
 /// the auto-control thread and the worker set gain, exposure, balance and bandwidth through the
 /// same operations as the host. Single values are Shared; sequences that belong together (store,
-/// compute, write registers) hold m_settingsSection, which getters do without: it is held over
-/// USB requests. A Delivery::Pause keeps readers of frames out while a capture is stopped or the
-/// geometry changes. StopCapture, CloseCamera and destruction leave no thread behind.
+/// compute, write registers) are sequences of Programming, which getters do without: it is held
+/// over USB requests. A Delivery::Pause keeps readers of frames out while a capture is stopped or
+/// the geometry changes. StopCapture, CloseCamera and destruction leave no thread behind.
 ///
 /// Destruction runs as CCameraBase, without a virtual destructor: whatever owns something is a
 /// member here, and derived classes have plain values only.
 class CCameraBase : public CCameraFX3 {
   public:
-    Delivery delivery;
-
     explicit CCameraBase(const CameraModel &model);
     ~CCameraBase();
 
@@ -91,12 +94,6 @@ class CCameraBase : public CCameraFX3 {
     void AddTimeMark(unsigned char *image, int width, IMAGE_TYPE type);
     /// For the capture worker: gives up when it is to end.
     bool ReConnectCamera();
-    /// Whether a request that should have set the camera up got lost, and not everything was
-    /// programmed since: no frame of it may be used.
-    bool HalfProgrammed() const { return LostSetUps() != m_lostSetUpsMended; }
-    /// Runs `program`, which sets the camera up as a whole, until no request of it got lost; false
-    /// when it fails or the requests may lose no more time.
-    bool ProgramWhole(const std::function<bool()> &program);
     bool StartSensorCLK();
     bool StopSensorCLK();
     bool SetTransferCount(int bytes);
@@ -146,71 +143,34 @@ class CCameraBase : public CCameraFX3 {
     bool AdjustDarkBuff();
     void AdjustHPCTable();
 
-    /// One step of automatic exposure and gain, and of automatic white balance, on a raw frame that
-    /// nobody writes: of RawFrames, or the worker's own. What a frame says of an exposure that is
-    /// no longer set is no reason for a step.
-    void AutoExpGain(std::span<const uint8_t> frame, const ExposureSetting &exposure);
-    void AutoWhiBal(std::span<const uint8_t> frame);
-    /// The auto-control thread looks at the latest frame once in every pass, as far as there is
-    /// something to do: exposure and gain of short frames, and in every fourth pass white balance.
-    void startAutoControlThr(std::chrono::milliseconds pass);
-    void stopAutoControlThr();
-
-    // What the model is and what is set.
-    Settings SettingsNow();
-    const CameraModel &Model() const { return m_model; }
-    Size MaxSize() const { return m_maxSize; }
-    int Width() const { return m_width; }
-    int Height() const { return m_height; }
-    int Bin() const { return m_bin; }
-    IMAGE_TYPE ImageType() const { return static_cast<IMAGE_TYPE>(static_cast<int>(m_imageType)); }
-    int StartX() const { return m_startX; }
-    int StartY() const { return m_startY; }
-    uint32_t ExposureUs() const { return m_exposureUs; }
-    bool ExposureAuto() const { return m_exposureAuto; }
-    bool GainAuto() const { return m_gainAuto; }
-    bool ExposureOrGainAuto() const { return m_exposureAuto || m_gainAuto; }
-    int Red() const { return m_red; }
-    int Blue() const { return m_blue; }
-    bool WhiteBalanceAuto() const { return m_whiteBalanceAuto; }
-    int Brightness() const { return m_brightness; }
-    int OverClock() const { return m_overClock; }
-    bool HighSpeed() const { return m_highSpeed; }
-    bool HardwareBin() const { return m_hardwareBin; }
-    bool MonoBin() const { return m_monoBin; }
-    void SetMonoBin(bool on) { m_monoBin = on; }
-    void SetTimeMark(bool on) { m_timeMark = on; }
-    bool RawOutput() const { return m_rawOutput; }
-    void SetRawOutput(bool on) { m_rawOutput = on; }
-    bool FlipH() const { return (m_flip & kFlipH) != 0; }
-    bool FlipV() const { return (m_flip & kFlipV) != 0; }
-    void SetFlip(bool horizontal, bool vertical);
-    bool Usb3Host() const { return m_usb3Host; }
-    float CoolerPower() const { return m_coolerPower; }
-    bool CoolerOn() const { return m_coolerOn; }
-    bool FanOn() const { return m_fanOn; }
-    int TargetTemp() const { return m_targetTempC; }
-
-    ExposureSetting Exposure();
-    /// Size of the frames that the camera sends, before software binning.
-    Size ReadoutSize();
-    int SoftwareBin();
-    int ReadoutBytes();
+    // What a camera is made of. Each part tells in its header what it has, and who may use it.
+    const CameraModel &model;
+    Guarded<Settings> settings;
+    Programming programming;
+    Capture capture;
+    Delivery delivery;
+    Automatics automatics;
+    GuidePort guide;
+    TemperatureReading temperature;
+    CoolerParts cooler;
 
   protected:
-    /// For changes of the frames' geometry: stops a running capture, forgets the frames of before,
-    /// and at its end starts the capture again the way it ran.
-    class CapturePause {
+    /// A change of the frames' geometry: keeps readers away, stops a running capture and forgets
+    /// its frames, then programs. At its end the capture starts again the way it ran. Programming
+    /// comes last, because the worker that is to end may be waiting for it. Changes contain each
+    /// other.
+    class FormatChange {
       public:
-        explicit CapturePause(CCameraBase &camera);
-        ~CapturePause();
-        CapturePause(const CapturePause &) = delete;
-        CapturePause &operator=(const CapturePause &) = delete;
+        explicit FormatChange(CCameraBase &camera);
+        ~FormatChange();
+        FormatChange(const FormatChange &) = delete;
+        FormatChange &operator=(const FormatChange &) = delete;
 
       private:
         Delivery::Pause m_delivery;
         CCameraBase &m_camera;
-        bool m_ran;
+        const bool m_ran;
+        std::optional<Programming::Scope> m_programming;
     };
 
     /// Stores the start of a region of the size and binning that are set, aligned to `stepX`
@@ -218,11 +178,10 @@ class CCameraBase : public CCameraFX3 {
     /// follow the region here: whoever moves it, in whatever family, passes through.
     bool MoveRegion(int x, int y, int stepX, const std::function<void()> &program);
 
-    /// These two are stored before the camera is told, so that no frame of the time before passes
-    /// for one of what is set. Gates time long exposures, whatever the frame time is.
-    void StoreExposure(unsigned long long microseconds); // within the range of the model
-    void StoreFrameTime(int us);
-    void CountFrameChange() { ++m_frameChanges; }
+    /// Stores an exposure within the range of the model, before the camera is told.
+    /// @return in microseconds
+    uint32_t StoreExposure(unsigned long long microseconds, bool bAuto);
+    Readout ReadoutNow() const { return ReadoutOf(model, settings.Now()); }
 
     /// Host port, hot-pixel table and versions: the first requests of USB 3.0 cameras whenever they
     /// are initialised.
@@ -233,83 +192,15 @@ class CCameraBase : public CCameraFX3 {
 
     /// Temperature by the thermistor of boards that have one; the last good reading when it fails.
     float GetADTemp();
-    /// Keeps a reading of the sensor's temperature. What stands for a failure is no reading.
-    void StoreTemperature(float celsius)
-    {
-        m_temperatureC = celsius;
-        ++m_temperatureReadings;
-    }
-
     /// Called at the end of a successful InitCamera, and after a lost device was programmed again.
     /// Cooled cameras have their own.
     void OnInitialised() {}
     void OnReconnected() {}
 
-    const CameraModel &m_model;
-
-    // Held while settings and registers that belong together change; taken again by operations
-    // that apply others.
-    RequestSection m_settingsSection;
-
-    Size m_maxSize;
-    Shared<int> m_width;
-    Shared<int> m_height;
-    Shared<int> m_bin{1};
-    Shared<int> m_imageType{kByteImage};
-    Shared<int> m_startX;
-    Shared<int> m_startY;
-    Shared<bool> m_output16Bits;
-    Shared<bool> m_hardwareBin;
-    Shared<bool> m_highSpeed;
-    Shared<bool> m_usb3Host;
-
-    Shared<uint32_t> m_exposureUs;
-    Shared<bool> m_exposureAuto;
-    Shared<bool> m_longExposure;
-    Shared<int> m_frameTimeUs;
-    Shared<uint32_t> m_exposureLines; // as the sensor has it, in periods of its lines
-    Shared<int> m_gain;
-    Shared<bool> m_gainAuto;
-    Shared<int> m_brightness;
-    Shared<int> m_red;
-    Shared<int> m_blue;
-    Shared<bool> m_whiteBalanceAuto;
-    Shared<int> m_bandwidth; // per cent
-    Shared<bool> m_bandwidthAuto;
-    Shared<int> m_overClock;
-
-    // Of cooled models; the thread is started and joined by CCameraCool.
-    RunFlag m_coolerRunning;
-    Thread m_coolerThread;
-    // Held while drive, fan and regulation change. Locked after m_settingsSection, if both are.
-    RequestSection m_coolerSection;
-    Shared<float> m_coolerPower;
-    Shared<bool> m_coolerOn;
-    Shared<bool> m_fanOn;
-    Shared<float> m_temperatureC;           // of the last reading
-    Shared<uint32_t> m_temperatureReadings; // so far: who waits for a fresh one sees it here
-    Shared<int> m_targetTempC;
-
   private:
     friend CameraForCapture;
 
-    void SetGainExpFunc(std::chrono::milliseconds pass);
-    void RunAutomatics(bool whiteBalanceToo);
-    std::optional<RawFrame> AsRawFrame(std::span<const uint8_t> bytes);
-    int BinScale(const RawFrame &frame) const;
-    bool BinnedBySensor(const RawFrame &frame) const;
-    void SwitchGuideLineOn(int line);
-    void SwitchGuideLineOff(int line);
-
-    // Host settings that only the image pipeline uses.
-    static constexpr uint8_t kFlipH = 1;
-    static constexpr uint8_t kFlipV = 2;
-    Shared<bool> m_rawOutput;
-    Shared<uint8_t> m_flip; // both at once
-    Shared<bool> m_monoBin;
-    Shared<bool> m_timeMark;
     int m_ordinal = 0;
-    Shared<int> m_lostSetUpsMended; // of LostSetUps()
 
     // Of the newer control interface.
     std::array<VSC_CONTROL_TYPE, 64> m_controlList{};
@@ -317,27 +208,7 @@ class CCameraBase : public CCameraFX3 {
     int32_t m_lastExposureAsked = -1;
     bool m_lastExposureAutoAsked = false;
 
-    Shared<int> m_autoMaxGain{50};
-    Shared<int> m_autoMaxExpS{30};
-    Shared<int> m_autoTarget{100};
-
-    // Guide pulses, on the threads of the host that send them.
-    static constexpr int kGuideLines = 4;
-    Turns m_guideAxes[kGuideLines / 2]; // of a line and its opposite: one of the two is on
-    CriticalSection m_guideSections[kGuideLines / 2]; // held while a line is switched, of an axis
-    Shared<bool> m_guideLineOn[kGuideLines];
-    RunFlag m_guiding; // cleared to end the pulses
-
-    Shared<uint32_t> m_frameChanges; // see CapturedCamera::FrameChanges
-
-    // Started by the worker in video mode, joined by it.
-    RunFlag m_autoRunning;
-    Thread m_autoThread;
-
     CameraForCapture m_forCapture{*this};
-
-  public:
-    Capture capture; // the last member: its worker uses the others
 };
 
 } // namespace vsccam

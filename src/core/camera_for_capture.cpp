@@ -2,48 +2,41 @@
 
 #include "core/camera_base.h"
 
-#include <mutex>
-
 namespace vsccam {
 
 CaptureSettings CameraForCapture::SettingsOfNow()
 {
-    CCameraBase &camera = m_camera;
-    return {.exposure = camera.Exposure(),
-            .frameBytes = camera.ReadoutBytes(),
-            .bandwidth = camera.m_bandwidth,
-            .lowestBandwidth = camera.m_model.bandwidth.min,
-            .bandwidthAuto = camera.m_bandwidthAuto,
-            .exposureOrGainAuto = camera.ExposureOrGainAuto(),
-            .whiteBalanceAuto = camera.m_whiteBalanceAuto};
+    const Settings now = m_camera.settings.Now();
+    return {.exposure = now.inForce,
+            .frameBytes = ReadoutOf(m_camera.model, now).Bytes(),
+            .bandwidth = now.bandwidth,
+            .lowestBandwidth = m_camera.model.bandwidth.min,
+            .bandwidthAuto = now.bandwidthAuto,
+            .exposureOrGainAuto = now.ExposureOrGainAuto(),
+            .whiteBalanceAuto = now.whiteBalanceAuto};
 }
 
 uint32_t CameraForCapture::FrameChanges()
 {
-    return FrameChangesAtRest(); // a change is counted within the section, not always at its start
-}
-
-uint32_t CameraForCapture::FrameChangesAtRest()
-{
-    const std::lock_guard lock(m_camera.m_settingsSection);
-    return m_camera.m_frameChanges;
+    return m_camera.programming.CompleteFrameChanges();
 }
 
 void CameraForCapture::LowerBandwidth(int step)
 {
-    const std::lock_guard lock(m_camera.m_settingsSection); // the host may be switching it off
-    if (m_camera.m_bandwidthAuto)
-        (void)m_camera.SetControlValue(kControlBandwidth, m_camera.m_bandwidth - step, true);
+    const Programming::Scope scope(m_camera.programming); // the host may be switching it off
+    const Settings now = m_camera.settings.Now();
+    if (now.bandwidthAuto)
+        (void)m_camera.SetControlValue(kControlBandwidth, now.bandwidth - step, true);
 }
 
 bool CameraForCapture::HalfProgrammed()
 {
-    return m_camera.HalfProgrammed();
+    return m_camera.programming.IsHalfDone();
 }
 
 bool CameraForCapture::ProgramWhole(const std::function<bool()> &program)
 {
-    return m_camera.ProgramWhole(program);
+    return m_camera.programming.Whole(program);
 }
 
 bool CameraForCapture::Reconnect()
@@ -58,17 +51,17 @@ bool CameraForCapture::Reopen()
 
 void CameraForCapture::StartAutomatics(std::chrono::milliseconds pass)
 {
-    m_camera.startAutoControlThr(pass);
+    m_camera.automatics.startAutoControlThr(pass);
 }
 
 void CameraForCapture::StopAutomatics()
 {
-    m_camera.stopAutoControlThr();
+    m_camera.automatics.stopAutoControlThr();
 }
 
 void CameraForCapture::Adjust(std::span<const uint8_t> frame, const ExposureSetting &exposedBy)
 {
-    m_camera.AutoExpGain(frame, exposedBy);
+    m_camera.automatics.AutoExpGain(frame, exposedBy);
 }
 
 } // namespace vsccam

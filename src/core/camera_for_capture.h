@@ -13,7 +13,6 @@ class CameraForCapture final : public CapturedCamera {
 
     CaptureSettings SettingsOfNow() override;
     uint32_t FrameChanges() override;
-    uint32_t FrameChangesAtRest() override;
     void LowerBandwidth(int step) override;
     bool HalfProgrammed() override;
     bool ProgramWhole(const std::function<bool()> &program) override;

@@ -40,18 +40,19 @@ constexpr auto kFixed = [](const Model &) {
 };
 template <ControlRange Model::*Field>
 constexpr auto kOfModel = [](const Model &m) { return m.*Field; };
-template <bool (Camera::*Flag)() const> int32_t GetFlag(Camera &camera, int32_t *)
+template <auto Settings::*Value> int32_t GetSetting(Camera &camera, int32_t *)
 {
-    return (camera.*Flag)() ? 1 : 0;
+    return static_cast<int32_t>(camera.settings.Now().*Value);
 }
-template <int (Camera::*Number)() const> int32_t GetNumber(Camera &camera, int32_t *)
+template <auto CoolerState::*Value> int32_t GetCooler(Camera &camera, int32_t *)
 {
-    return (camera.*Number)();
+    return static_cast<int32_t>(camera.cooler.state.Now().*Value);
 }
-template <int (Camera::*Channel)() const> int32_t GetBalance(Camera &camera, int32_t *pbAuto)
+template <int Settings::*Channel> int32_t GetBalance(Camera &camera, int32_t *pbAuto)
 {
-    *pbAuto = camera.WhiteBalanceAuto();
-    return (camera.*Channel)();
+    const Settings now = camera.settings.Now();
+    *pbAuto = now.whiteBalanceAuto;
+    return now.*Channel;
 }
 
 constexpr int32_t kUsPerS = 1'000'000;
@@ -110,13 +111,17 @@ constexpr int32_t kFlipV = 2;
 
 int32_t GetFlip(Camera &camera, int32_t *)
 {
-    return (camera.FlipH() ? kFlipH : 0) | (camera.FlipV() ? kFlipV : 0);
+    const Settings now = camera.settings.Now();
+    return (now.flipH ? kFlipH : 0) | (now.flipV ? kFlipV : 0);
 }
 
 bool SetFlip(Camera &camera, int32_t value, bool)
 {
     if (value >= 0 && value <= (kFlipH | kFlipV))
-        camera.SetFlip((value & kFlipH) != 0, (value & kFlipV) != 0);
+        camera.settings.With([value](Settings &s) {
+            s.flipH = (value & kFlipH) != 0;
+            s.flipV = (value & kFlipV) != 0;
+        });
     return true;
 }
 
@@ -135,8 +140,9 @@ constexpr ControlRow kControls[] = {
      .available = kAlways,
      .get =
          [](Camera &c, int32_t *pbAuto) {
-             *pbAuto = c.ExposureAuto();
-             return static_cast<int32_t>(c.ExposureUs());
+             const Settings now = c.settings.Now();
+             *pbAuto = now.exposureAuto;
+             return static_cast<int32_t>(now.exposureUs);
          },
      .set = [](Camera &c, int32_t v, bool a) { return c.SetExposureControl(v, a); },
      .hasAuto = kAlways},
@@ -153,7 +159,7 @@ constexpr ControlRow kControls[] = {
              return ControlRange{m.whiteBalance.min, m.whiteBalance.max, m.whiteBalance.red};
          },
      .available = kColour,
-     .get = GetBalance<&Camera::Red>,
+     .get = GetBalance<&Settings::red>,
      .set =
          [](Camera &c, int32_t v, bool a) {
              c.SetRed(v, a);
@@ -167,7 +173,7 @@ constexpr ControlRow kControls[] = {
              return ControlRange{m.whiteBalance.min, m.whiteBalance.max, m.whiteBalance.blue};
          },
      .available = kColour,
-     .get = GetBalance<&Camera::Blue>,
+     .get = GetBalance<&Settings::blue>,
      .set =
          [](Camera &c, int32_t v, bool a) {
              c.SetBlue(v, a);
@@ -178,7 +184,7 @@ constexpr ControlRow kControls[] = {
      .description = "Brightness",
      .range = kOfModel<&Model::brightness>,
      .available = [](const Model &m) { return m.hasBrightness; },
-     .get = GetNumber<&Camera::Brightness>,
+     .get = GetSetting<&Settings::brightness>,
      .set = [](Camera &c, int32_t v, bool) { return c.SetBrightness(v); }},
     {.name = "BandWidth",
      .description = "USB bandwidth percentage",
@@ -194,7 +200,7 @@ constexpr ControlRow kControls[] = {
      .description = "Set over clocking percentage",
      .range = kFixed<0, 30, 0>,
      .available = kNowhere,
-     .get = GetNumber<&Camera::OverClock>,
+     .get = [](Camera &, int32_t *) { return int32_t{0}; },
      .set = [](Camera &c, int32_t v, bool) { return c.SetOverCLKPerc(v); }},
     {.name = "Temperature",
      .description = "Sensor temperature(degrees Celsius)",
@@ -231,19 +237,19 @@ constexpr ControlRow kControls[] = {
      .description = "Is hardware bin2:0->No 1->Yes",
      .range = kFixed<0, 1, 0>,
      .available = [](const Model &m) { return m.hasHardwareBin; },
-     .get = GetFlag<&Camera::HardwareBin>,
+     .get = GetSetting<&Settings::hardwareBin>,
      .set = [](Camera &c, int32_t v, bool) { return c.SetHardwareBin(v >= 1); }},
     {.name = "HighSpeedMode",
      .description = "Is high speed mode:0->No 1->Yes",
      .range = kFixed<0, 1, 0>,
      .available = [](const Model &m) { return m.hasHighSpeed; },
-     .get = GetFlag<&Camera::HighSpeed>,
+     .get = GetSetting<&Settings::highSpeed>,
      .set = [](Camera &c, int32_t v, bool) { return c.SetHighSpeedMode(v >= 1); }},
     {.name = "CoolPowerPerc",
      .description = "Cooler power percent",
      .range = kFixed<0, 100, 0>,
      .available = kCooled,
-     .get = [](Camera &c, int32_t *) { return static_cast<int32_t>(c.CoolerPower()); },
+     .get = GetCooler<&CoolerState::powerPercent>,
      .set = kNothing,
      .writable = false,
      .ofCooler = true},
@@ -253,30 +259,30 @@ constexpr ControlRow kControls[] = {
      .description = "Target temperature(cool camera only)",
      .range = kFixed<-40, 30, 0>,
      .available = kCooled,
-     .get = GetNumber<&Camera::TargetTemp>,
+     .get = GetCooler<&CoolerState::targetC>,
      .set = kNothing,
      .ofCooler = true},
     {.name = "Cooler on",
      .description = "turn on/off cooler(cool camera only)",
      .range = kFixed<0, 1, 0>,
      .available = kCooled,
-     .get = GetFlag<&Camera::CoolerOn>,
+     .get = GetCooler<&CoolerState::on>,
      .ofCooler = true},
     {.name = "Mono bin",
      .description = "bin R G G B to one pixel for color camera, color will loss",
      .range = kFixed<0, 1, 0>,
      .available = kColour,
-     .get = GetFlag<&Camera::MonoBin>,
+     .get = GetSetting<&Settings::monoBin>,
      .set =
          [](Camera &c, int32_t v, bool) {
-             c.SetMonoBin(v >= 1);
+             c.settings.With([v](Settings &s) { s.monoBin = v >= 1; });
              return true;
          }},
     {.name = "Fan on",
      .description = "turn on/off fan(cool camera only)",
      .range = kFixed<0, 1, 0>,
      .available = kCooled,
-     .get = GetFlag<&Camera::FanOn>,
+     .get = GetCooler<&CoolerState::fanOn>,
      .ofCooler = true},
 };
 static_assert(std::size(kControls) == kControlTypes);
@@ -322,7 +328,7 @@ void CCameraBase::refreshControlList()
 {
     m_controlCount = 0;
     for (const VSC_CONTROL_TYPE type : kListOrder) {
-        if (Offers(m_model, type))
+        if (Offers(model, type))
             m_controlList[static_cast<size_t>(m_controlCount++)] = type;
     }
 }
@@ -333,13 +339,13 @@ bool CCameraBase::GetControlCaps(int index, _VSC_CONTROL_CAPS *caps) const
         return false;
     caps->type = m_controlList[static_cast<size_t>(index)];
     const ControlRow &control = *RowOf(caps->type);
-    const ControlRange range = control.range(m_model);
+    const ControlRange range = control.range(model);
     CopyText(caps->name, control.name);
     CopyText(caps->description, control.description);
     caps->maximum = range.max;
     caps->minimum = range.min;
     caps->initial = range.initial;
-    caps->autoSupported = control.hasAuto(m_model);
+    caps->autoSupported = control.hasAuto(model);
     caps->writable = control.writable;
     return true;
 }
@@ -354,7 +360,7 @@ int CCameraBase::SetControlValue(VSC_CONTROL_TYPE type, int32_t value, bool bAut
 
 bool CCameraBase::SetExposureControl(int32_t us, bool bAuto)
 {
-    const std::lock_guard lock(m_settingsSection); // what is stored is what is set
+    const Programming::Scope scope(programming); // what is stored is what is set
     // Quirk, kept: only what was asked for through this interface counts, not what is set by now.
     if (us == m_lastExposureAsked && bAuto == m_lastExposureAutoAsked)
         return true;
@@ -368,7 +374,7 @@ bool CCameraBase::GetControlValue(VSC_CONTROL_TYPE type, int32_t *pValue, int32_
 {
     *pbAuto = 0;
     const ControlRow *control = RowOf(type);
-    if (!control || (control->ofCooler && !m_model.cooled))
+    if (!control || (control->ofCooler && !model.cooled))
         return false;
     *pValue = control->get(*this, pbAuto);
     return true;
@@ -377,21 +383,21 @@ bool CCameraBase::GetControlValue(VSC_CONTROL_TYPE type, int32_t *pValue, int32_
 void CCameraBase::GetCameraProperty(_VSC_CAMERA_INFO *info) const
 {
     constexpr int32_t kImageTypes[] = {0, 1, 3, 2, -1}; // every model delivers all of them
-    CopyText(info->name, m_model.name);
-    info->maxHeight = m_maxSize.height;
-    info->maxWidth = m_maxSize.width;
-    info->colour = m_model.colour;
-    info->bayer = m_model.bayer;
-    std::ranges::copy(m_model.bins, info->bins);
+    CopyText(info->name, model.name);
+    info->maxHeight = MaxSizeOf(model).height;
+    info->maxWidth = MaxSizeOf(model).width;
+    info->colour = model.colour;
+    info->bayer = model.bayer;
+    std::ranges::copy(model.bins, info->bins);
     std::ranges::fill(info->imageTypes, -1);
     std::ranges::copy(kImageTypes, info->imageTypes);
-    info->pixelSizeUm = m_model.pixelSizeUm;
+    info->pixelSizeUm = model.pixelSizeUm;
     info->mechanicalShutter = 0;
     info->guidePort = 1;
-    info->cooled = m_model.cooled;
-    info->usb3Host = m_usb3Host;
-    info->usb3Camera = m_model.usb3Camera;
-    info->electronsPerAdu = m_model.electronsPerAdu;
+    info->cooled = model.cooled;
+    info->usb3Host = settings.Now().usb3Host;
+    info->usb3Camera = model.usb3Camera;
+    info->electronsPerAdu = model.electronsPerAdu;
 }
 
 } // namespace vsccam

@@ -21,6 +21,16 @@ Settings::Settings(const CameraModel &model)
 {
 }
 
+void Settings::SetFormat(Size sensor, Size frame, int binning, IMAGE_TYPE type)
+{
+    width = frame.width;
+    height = frame.height;
+    bin = binning;
+    imageType = type;
+    startX = (sensor.width - frame.width * binning) / 2;
+    startY = (sensor.height - frame.height * binning) / 2;
+}
+
 Readout ReadoutOf(const CameraModel &model, const Settings &settings)
 {
     const int factor = SoftwareBin(model, settings);

@@ -51,8 +51,14 @@ struct Settings {
 
     bool usb3Host = false;
     uint32_t exposureLines = 0; // as the sensor has it, in periods of its lines
-    int frameTimeUs = 0;
-    bool longExposure = false; // the host times it
+    /// What the sensor exposes by. It changes as a whole, when the camera has been told.
+    ExposureSetting inForce;
+    /// Changes so far after which a frame under way is no longer one of what is set: of exposure,
+    /// region and timing. Each is counted before the camera is told.
+    uint32_t frameChanges = 0;
+
+    /// Binned frames of this size from the middle of the sensor.
+    void SetFormat(Size sensor, Size frame, int binning, IMAGE_TYPE type);
 
     bool ExposureOrGainAuto() const { return exposureAuto || gainAuto; }
 };

@@ -6,18 +6,23 @@
 
 namespace vsccam {
 
+void WriteFpga(CCameraFX3 &camera, uint16_t reg, int value)
+{
+    (void)camera.WriteFPGAREG(reg, static_cast<uint16_t>(value));
+}
+
 void SetUpFpga(CCameraFX3 &camera)
 {
-    camera.WriteFPGAREG(fpga::kBitDepth, fpga::kInput12Bits);
+    WriteFpga(camera, fpga::kBitDepth, fpga::kInput12Bits);
     const FpgaHold hold(camera);
     for (uint16_t reg = fpga::kReg12; reg <= fpga::kReg15; ++reg)
-        camera.WriteFPGAREG(reg, 0x80);
+        WriteFpga(camera, reg, 0x80);
 }
 
 void WriteFpga16(CCameraFX3 &camera, uint16_t reg, int value)
 {
-    camera.WriteFPGAREG(reg, ByteOf(value, 0));
-    camera.WriteFPGAREG(static_cast<uint16_t>(reg + 1), ByteOf(value, 1));
+    WriteFpga(camera, reg, ByteOf(value, 0));
+    WriteFpga(camera, static_cast<uint16_t>(reg + 1), ByteOf(value, 1));
 }
 
 void WriteOutputSize(CCameraFX3 &camera, Size size)
@@ -28,12 +33,12 @@ void WriteOutputSize(CCameraFX3 &camera, Size size)
 
 void SetFpgaMode(CCameraFX3 &camera, uint16_t code, bool longExposure)
 {
-    camera.WriteFPGAREG(fpga::kMode, longExposure ? code | fpga::kLongExposure : code);
+    WriteFpga(camera, fpga::kMode, longExposure ? code | fpga::kLongExposure : code);
 }
 
 void SetExposureGate(CCameraFX3 &camera, bool open)
 {
-    camera.WriteFPGAREG(fpga::kExposureGate, open ? 1 : 0);
+    WriteFpga(camera, fpga::kExposureGate, open ? 1 : 0);
 }
 
 } // namespace vsccam

@@ -7,6 +7,9 @@
 
 namespace vsccam {
 
+/// Writes a register. That a write got lost is noted by the camera, which is programmed again then.
+void WriteFpga(CCameraFX3 &camera, uint16_t reg, int value);
+
 /// What the FPGA of a USB 3.0 camera gets after its reset.
 void SetUpFpga(CCameraFX3 &camera);
 

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "models/fpga.h"
 #include "models/fpga_registers.h"
-#include "usb/camera_fx3.h"
 
 namespace vsccam {
 
@@ -10,9 +10,9 @@ class FpgaHold {
   public:
     explicit FpgaHold(CCameraFX3 &camera) : m_camera(camera)
     {
-        m_camera.WriteFPGAREG(fpga::kHold, 1);
+        WriteFpga(m_camera, fpga::kHold, 1);
     }
-    ~FpgaHold() { m_camera.WriteFPGAREG(fpga::kHold, 0); }
+    ~FpgaHold() { WriteFpga(m_camera, fpga::kHold, 0); }
     FpgaHold(const FpgaHold &) = delete;
     FpgaHold &operator=(const FpgaHold &) = delete;
 

@@ -8,7 +8,7 @@
 #include "usb/requests.h"
 
 #include <algorithm>
-#include <mutex>
+#include <utility>
 
 namespace vsccam {
 
@@ -20,8 +20,8 @@ constexpr int kFpsFiguresBelowUs = 100'000;
 } // namespace
 
 template <class Base>
-Usb3Driver<Base>::Usb3Driver(const CameraModel &model, const Usb3Traits &traits)
-    : Base(model), m_traits(traits)
+Usb3Driver<Base>::Usb3Driver(const CameraModel &ofModel, const Usb3Traits &traits)
+    : Base(ofModel), m_traits(traits)
 {
     OutputDbgPrint("CCAMERA::CCAMERA()\n");
     m_timing.line = traits.initialLine;
@@ -32,27 +32,30 @@ template <class Base> bool Usb3Driver<Base>::InitCamera()
 {
     if (!this->IsOpened())
         return false;
-    if (!this->ProgramWhole([this] { return SetUp(); }))
+    if (!programming.Whole([this] { return SetUp(); }))
         return false;
-    PrintUnverified(m_model);
+    PrintUnverified(model);
     this->OnInitialised();
     return true;
 }
 
 template <class Base> bool Usb3Driver<Base>::SetUp()
 {
-    const std::lock_guard lock(m_settingsSection);
+    const Programming::Scope scope(programming);
     this->IdentifyUsb3Camera();
     PowerUp();
-    if (m_usb3Host || m_bandwidthAuto)
-        m_bandwidth = AutoBandwidth();
+    settings.With([chosen = AutoBandwidth()](Settings &s) {
+        if (s.usb3Host || s.bandwidthAuto)
+            s.bandwidth = chosen;
+    });
+    const Settings now = settings.Now();
     this->SetGamma(this->GetGamma());
-    this->SetRGBBalance(m_red, m_blue, m_whiteBalanceAuto);
-    this->SetBrightness(m_brightness);
+    this->SetRGBBalance(now.red, now.blue, now.whiteBalanceAuto);
+    this->SetBrightness(now.brightness);
     SetCMOSClk();
     LoadReadoutMode();
-    this->SetGain(m_gain, m_gainAuto);
-    this->SetExp(m_exposureUs, m_exposureAuto);
+    this->SetGain(now.gain, now.gainAuto);
+    this->SetExp(now.exposureUs, now.exposureAuto);
     FinishSettings();
     return true;
 }
@@ -61,24 +64,25 @@ template <class Base> bool Usb3Driver<Base>::RestoreSettings()
 {
     if (!this->IsOpened())
         return false;
-    const std::lock_guard lock(m_settingsSection);
+    const Programming::Scope scope(programming);
     const int chosenBefore = AutoBandwidth();
     this->IdentifyUsb3Camera();
     this->FollowLink(chosenBefore, AutoBandwidth());
     PowerUp();
-    this->SetBrightness(m_brightness);
-    this->SetGain(m_gain, m_gainAuto);
-    SetOutput16Bits(m_output16Bits);
+    const Settings now = settings.Now();
+    this->SetBrightness(now.brightness);
+    this->SetGain(now.gain, now.gainAuto);
+    SetOutput16Bits(now.output16Bits);
     LoadReadoutMode();
     // Either may write the rows, each in its own way: the last one before counts.
     const bool startWasLast = m_startWasLast;
     if (!startWasLast)
-        this->SetStartPos(m_startX, m_startY);
+        this->SetStartPos(now.startX, now.startY);
     WriteSize();
     if (startWasLast)
-        this->SetStartPos(m_startX, m_startY);
+        this->SetStartPos(now.startX, now.startY);
     SetCMOSClk();
-    this->SetFPSPerc(m_bandwidth, m_bandwidthAuto); // and the exposure with it
+    this->SetFPSPerc(now.bandwidth, now.bandwidthAuto); // and the exposure with it
     this->OnReconnected();
     return true;
 }
@@ -86,19 +90,14 @@ template <class Base> bool Usb3Driver<Base>::RestoreSettings()
 template <class Base>
 bool Usb3Driver<Base>::SetResolution(int width, int height, int bin, IMAGE_TYPE type)
 {
-    const Size sensor{m_model.sensorWidth, m_model.sensorHeight};
+    const Size sensor{model.sensorWidth, model.sensorHeight};
     if (!RegionFits(width, height, bin, sensor) || type < kByteImage || type > kRaw16)
         return false;
-    const CapturePause pause(*this); // no frame mixes two sizes
-    const std::lock_guard lock(m_settingsSection);
+    const FormatChange change(*this); // no frame mixes two sizes
     PrepareFormat(bin, type);
-    m_width = width;
-    m_imageType = type;
-    m_bin = bin;
-    m_height = height;
-    m_startX = (sensor.width - width * bin) >> 1;
-    m_startY = (sensor.height - height * bin) >> 1;
-    this->SetStartPos(m_startX, m_startY);
+    settings.With([=](Settings &s) { s.SetFormat(sensor, {width, height}, bin, type); });
+    const Settings now = settings.Now();
+    this->SetStartPos(now.startX, now.startY);
     SetOutput16Bits(Is16Bit(type));
     WriteSize();
     ReapplyTiming();
@@ -115,47 +114,54 @@ template <class Base> void Usb3Driver<Base>::WriteSize()
 template <class Base> void Usb3Driver<Base>::ReapplyTiming()
 {
     SetCMOSClk();
-    this->SetFPSPerc(m_bandwidth, m_bandwidthAuto);
-    this->SetExp(m_exposureUs, m_exposureAuto);
+    const Settings now = settings.Now();
+    this->SetFPSPerc(now.bandwidth, now.bandwidthAuto);
+    this->SetExp(now.exposureUs, now.exposureAuto);
 }
 
 template <class Base>
 bool Usb3Driver<Base>::MoveRegion(int x, int y, const std::function<void()> &program)
 {
-    const std::lock_guard lock(m_settingsSection); // the binning is part of the alignment
-    const int stepX = m_bin == 3 ? m_traits.startXStepAtBin3 : m_traits.startXStep;
+    const Programming::Scope scope(programming); // the binning is part of the alignment
+    const int stepX = settings.Now().bin == 3 ? m_traits.startXStepAtBin3 : m_traits.startXStep;
     m_startWasLast = true;
     return Base::MoveRegion(x, y, stepX, program);
 }
 
 template <class Base> void Usb3Driver<Base>::SetOutput16Bits(bool on)
 {
-    if (!m_longExposure) // else it is read out as a whole by what is set then
-        this->CountFrameChange();
-    m_output16Bits = on;
+    if (!programming.LongExposure()) // else it is read out as a whole by what is set then
+        programming.CountFrameChange();
+    settings.With([on](Settings &s) { s.output16Bits = on; });
 }
 
 template <class Base> bool Usb3Driver<Base>::SetHardwareBin(bool on)
 {
-    if (!m_model.hasHardwareBin)
+    if (!model.hasHardwareBin)
         return Base::SetHardwareBin(on);
-    if (m_bin == 1) {
-        m_hardwareBin = on;
+    // The automatics tell frames of before by their size.
+    const auto store = [this, on] {
+        return settings.With([on](Settings &s) { return std::exchange(s.hardwareBin, on) != on; });
+    };
+    if (settings.Now().bin == 1) {
+        (void)store(); // nothing is binned
         return true;
     }
     const Delivery::Pause readers(this->delivery); // none takes frames of before for those of now
     {
-        const std::lock_guard lock(m_settingsSection);
-        const bool changes = m_hardwareBin != on;
-        m_hardwareBin = on; // the automatics tell frames of before by their size
-        if (changes)
+        const Programming::Scope scope(programming);
+        if (store())
             LoadReadoutMode();
     }
-    const CapturePause pause(*this);
-    const int x = m_startX; // the region is centred when its size is set
-    const int y = m_startY;
-    (void)SetResolution(m_width, m_height, m_bin, this->ImageType()); // accepted before
-    return this->SetStartPos(x, y);
+    const FormatChange change(*this);
+    const Settings now = settings.Now(); // the region is centred when its size is set
+    (void)SetResolution(now.width, now.height, now.bin, now.imageType); // accepted before
+    return this->SetStartPos(now.startX, now.startY);
+}
+
+template <class Base> int Usb3Driver<Base>::Budget() const
+{
+    return settings.Now().usb3Host ? m_traits.budget.usb3Host : m_traits.budget.usb2Host;
 }
 
 template <class Base> void Usb3Driver<Base>::SetCMOSClk()
@@ -170,73 +176,74 @@ template <class Base> void Usb3Driver<Base>::SetCMOSClk()
 
 template <class Base> bool Usb3Driver<Base>::SetFPSPerc(int percent, bool bAuto)
 {
-    const std::lock_guard lock(m_settingsSection);
+    const Programming::Scope scope(programming);
     SensorLine &line = m_timing.line;
     if (line.clockKHz < m_traits.lowestClockKHz)
         return false;
-    const bool switchesToAuto = bAuto && !m_bandwidthAuto;
-    m_bandwidth = switchesToAuto
-                      ? AutoBandwidth()
-                      : std::clamp(percent, m_model.bandwidth.min, m_model.bandwidth.max);
-    const Size window = ReadoutSize();
-    const float fps = FrameRate(Budget(), m_bandwidth, window, m_output16Bits);
-    m_bandwidthAuto = bAuto;
+    settings.With([=, this, chosen = AutoBandwidth()](Settings &s) {
+        s.bandwidth = bAuto && !s.bandwidthAuto
+                          ? chosen
+                          : std::clamp(percent, model.bandwidth.min, model.bandwidth.max);
+        s.bandwidthAuto = bAuto;
+    });
+    const Settings now = settings.Now();
+    const auto [window, is16, softwareBin] = ReadoutOf(model, now);
+    const float fps = FrameRate(Budget(), now.bandwidth, window, is16);
     line.length =
         LineLength(fps, line.clockKHz, window.height, m_timing.shortestLine, m_traits.offsets);
     {
         const FpgaHold hold(*this);
         WriteFpga16(fpga::kLineLength, line.length);
     }
-    const double megabytes = static_cast<double>(window.width) * window.height *
-                             (m_output16Bits ? 2 : 1) * static_cast<double>(fps) / 1e6;
+    const double megabytes = static_cast<double>(window.width) * window.height * (is16 ? 2 : 1) *
+                             static_cast<double>(fps) / 1e6;
     // Quirk, kept: the line length is printed as "pkg", and 0 in the place of "1H".
     OutputDbgPrint("clk:%d fps:%2.2f size:%2.2f 1H:%dp value:%d pkg:%d \n", line.clockKHz,
-                   static_cast<double>(fps), megabytes, 0, static_cast<int>(m_bandwidth),
-                   line.length);
-    this->SetExp(m_exposureUs, m_exposureAuto);
+                   static_cast<double>(fps), megabytes, 0, now.bandwidth, line.length);
+    this->SetExp(now.exposureUs, now.exposureAuto);
     CalcMaxFPS();
     return true;
 }
 
 template <class Base> bool Usb3Driver<Base>::SetExp(unsigned long long microseconds, bool bAuto)
 {
-    const std::lock_guard lock(m_settingsSection);
-    m_exposureAuto = bAuto;
-    this->StoreExposure(microseconds);
-    SelectLongExposure(m_exposureUs >= kLongExposureFromUs);
+    const Programming::Scope scope(programming);
+    const uint32_t us = this->StoreExposure(microseconds, bAuto);
+    SelectLongExposure(us >= kLongExposureFromUs);
 
     const SensorLine line = m_timing.line;
     const FrameExposure exposure =
-        FrameExposureFor(m_exposureUs, line, ReadoutSize().height, m_traits.offsets);
-    this->StoreFrameTime(exposure.frameTimeUs);
-    m_exposureLines = exposure.Lines();
+        FrameExposureFor(us, line, ReadoutNow().size.height, m_traits.offsets);
+    programming.SetFrameTime(exposure.frameTimeUs);
+    settings.With([&exposure](Settings &s) { s.exposureLines = exposure.Lines(); });
     OutputDbgPrint("VMAX:0x%x SSH1:0X%x %2.2fus 1f:%d mode:%d timeus:%d\n", exposure.vmax,
                    exposure.ssh1, static_cast<double>(line.TimeUs()), exposure.frameTimeUs,
-                   m_longExposure ? 1 : 0, static_cast<int>(m_exposureUs));
+                   programming.LongExposure() ? 1 : 0, static_cast<int>(us));
     ProgramExposure(exposure);
     return true;
 }
 
 template <class Base> void Usb3Driver<Base>::SelectLongExposure(bool on)
 {
-    if (on == m_longExposure)
+    if (on == programming.LongExposure())
         return;
     if (!on)
         OutputDbgPrint("-----Exit long exp mode\n");
     SetFpgaMode(*this, FpgaRunCode(), on);
     if (!on)
         SetCMOSClk();
-    m_longExposure = on;
+    programming.SetLongExposure(on);
     if (on)
         OutputDbgPrint("-----Enter long exp mode\n");
 }
 
 template <class Base> void Usb3Driver<Base>::CalcMaxFPS()
 {
-    if (m_exposureUs >= kFpsFiguresBelowUs || m_frameTimeUs <= 0)
+    const int frameTimeUs = programming.FrameTimeUs();
+    if (settings.Now().exposureUs >= kFpsFiguresBelowUs || frameTimeUs <= 0)
         return;
-    const Size window = ReadoutSize();
-    const double fps = 1e6 / m_frameTimeUs;
+    const Size window = ReadoutNow().size;
+    const double fps = 1e6 / frameTimeUs;
     const double megabytesPerS = fps * window.width * window.height / 1e6;
     OutputDbgPrint("calc fps: clk:%d data:%2.1f fps:%2.1f pkg:%d \n", m_timing.line.clockKHz,
                    megabytesPerS, fps, m_timing.line.length);
@@ -250,8 +257,8 @@ template <class Base> float Usb3Driver<Base>::GetSensorTemp()
     const bool ok = SendCMD(request::kSensorTemperature, 0, 0, true, bytes, sizeof bytes);
     const float celsius = ThermometerTemperature(bytes[0], bytes[1]);
     if (ok && celsius != 0.0F) // 0 is what a sensor without an answer gives
-        this->StoreTemperature(celsius);
-    return m_temperatureC;
+        this->temperature.Store(celsius);
+    return this->temperature.Celsius();
 }
 
 template <class Base> bool Usb3Driver<Base>::StartCapture(bool bSingleExposure)
@@ -262,7 +269,7 @@ template <class Base> bool Usb3Driver<Base>::StartCapture(bool bSingleExposure)
 
 template <class Base> LongExposurePlan Usb3Driver<Base>::PlanLongExposure(uint32_t exposureUs) const
 {
-    return GatedExposurePlan(exposureUs, m_frameTimeUs);
+    return GatedExposurePlan(exposureUs, settings.Now().inForce.frameTimeUs);
 }
 
 template <class Base> void Usb3Driver<Base>::OpenExposureGate()
@@ -277,19 +284,19 @@ template <class Base> void Usb3Driver<Base>::CloseExposureGate()
 
 template <class Base> void Usb3Driver<Base>::RunFpga()
 {
-    SetFpgaMode(*this, FpgaRunCode(), m_longExposure);
+    SetFpgaMode(*this, FpgaRunCode(), programming.LongExposure());
 }
 
 template <class Base> void Usb3Driver<Base>::StopFpga()
 {
-    SetFpgaMode(*this, fpga::kStop, m_longExposure);
+    SetFpgaMode(*this, fpga::kStop, programming.LongExposure());
 }
 
 template <class Base> void Usb3Driver<Base>::WriteFrameLength(const FrameExposure &exposure)
 {
     const FpgaHold hold(*this);
     for (uint16_t i = 0; i < 3; ++i)
-        WriteFPGAREG(fpga::kFrameLength + i, ByteOf(static_cast<int>(exposure.vmax), i));
+        WriteFpga(fpga::kFrameLength + i, ByteOf(static_cast<int>(exposure.vmax), i));
 }
 
 template class Usb3Driver<CCameraBase>;

@@ -32,8 +32,8 @@ struct Usb3Traits {
 /// sensor family fills in how its registers are written.
 ///
 /// Base is CCameraBase, or a class between it and the family such as CCameraCool. Families override
-/// privately; what they override is called with m_settingsSection held, but for the exposure's plan
-/// and gate and the streaming, which are the worker's.
+/// privately; what they override is called within a sequence of Programming, but for the exposure's
+/// plan and gate and the streaming, which are the worker's.
 template <class Base> class Usb3Driver : public Base, protected CaptureSensor {
   public:
     Usb3Driver(const CameraModel &model, const Usb3Traits &traits);
@@ -47,14 +47,9 @@ template <class Base> class Usb3Driver : public Base, protected CaptureSensor {
     bool StartCapture(bool bSingleExposure) override;
 
   protected:
-    using Base::m_bandwidth, Base::m_bandwidthAuto, Base::m_bin, Base::m_brightness,
-        Base::m_exposureAuto, Base::m_exposureLines, Base::m_exposureUs, Base::m_frameTimeUs,
-        Base::m_gain, Base::m_gainAuto, Base::m_hardwareBin, Base::m_height, Base::m_highSpeed,
-        Base::m_imageType, Base::m_longExposure, Base::m_model, Base::m_output16Bits, Base::m_red,
-        Base::m_blue, Base::m_settingsSection, Base::m_startX, Base::m_startY, Base::m_temperatureC,
-        Base::m_usb3Host, Base::m_whiteBalanceAuto, Base::m_width;
-    using Base::ReadoutSize, Base::SendCMD, Base::WriteFPGAREG;
-    using typename Base::CapturePause;
+    using Base::model, Base::programming, Base::settings;
+    using Base::ReadoutNow, Base::SendCMD;
+    using typename Base::FormatChange;
 
     /// Sensor and FPGA after power-on: what does not depend on what the host has set.
     virtual void PowerUp() = 0;
@@ -85,14 +80,15 @@ template <class Base> class Usb3Driver : public Base, protected CaptureSensor {
     void SetCMOSClk();
     /// With the alignment of the model.
     bool MoveRegion(int x, int y, const std::function<void()> &program);
-    void SetUpFpga() { vsccam::SetUpFpga(*this); }
+    void WriteFpga(uint16_t reg, int value) { vsccam::WriteFpga(*this, reg, value); }
     void WriteFpga16(uint16_t reg, int value) { vsccam::WriteFpga16(*this, reg, value); }
+    void SetUpFpga() { vsccam::SetUpFpga(*this); }
     void RunFpga();
     void StopFpga();
     void WriteFrameLength(const FrameExposure &exposure);
 
     // The state that the families share. Plain values: the object is destroyed as a CCameraBase.
-    // Guarded by m_settingsSection.
+    // Used within sequences of Programming.
     struct Timing {
         SensorLine line;
         int shortestLine = 0;
@@ -105,15 +101,15 @@ template <class Base> class Usb3Driver : public Base, protected CaptureSensor {
     void WriteSize();
 
   private:
-    int AutoBandwidth() const { return m_usb3Host ? 100 : 80; }
-    int Budget() const { return m_usb3Host ? m_traits.budget.usb3Host : m_traits.budget.usb2Host; }
+    int AutoBandwidth() const { return settings.Now().usb3Host ? 100 : 80; }
+    int Budget() const;
     bool SetUp();
     void ReapplyTiming();
     void SelectLongExposure(bool on);
     void CalcMaxFPS();
 
     const Usb3Traits &m_traits;
-    bool m_startWasLast = false; // to be written, not the size; guarded by m_settingsSection
+    bool m_startWasLast = false; // to be written, not the size; as m_timing
 };
 
 extern template class Usb3Driver<CCameraBase>;

@@ -145,7 +145,7 @@ TEST_F(CaptureTest, MarksTheTimeInImagesOfBytesThatHaveRoomForIt)
         const int device = OpenOne(picture.model);
         ASSERT_TRUE(setImageFormat(picture.width, picture.height, picture.bin, picture.type));
         setStartPos(0, 0);
-        CurrentCamera()->SetTimeMark(true);
+        CurrentCamera()->settings.With([](Settings &s) { s.timeMark = true; });
         ASSERT_EQ(Expose(), VSC_EXP_SUCCESS);
         const Bytes image = ExposedFrame();
         ASSERT_FALSE(image.empty());
@@ -332,7 +332,7 @@ TEST_F(CaptureTest, DeletingACameraEndsWhatRuns)
         cooled->SetAutoTemp(true, -40);
         ASSERT_TRUE(camera->StartCapture(false));
         SleepFor(std::chrono::milliseconds(3900 + 52 * i));
-        ASSERT_GT(camera->CoolerPower(), 0);
+        ASSERT_GT(camera->cooler.state.Now().powerPercent, 0);
         (void)Bus().TakeTraffic(device);
         camera.reset();
         const std::vector<std::string> end = Bus().TakeTraffic(device);

@@ -181,7 +181,8 @@ class DarkSubtraction : public DarkTest {
 
     static Bytes Frame(CCameraBase &camera)
     {
-        Bytes frame(static_cast<size_t>(camera.Width() * camera.Height()));
+        Bytes frame(
+            static_cast<size_t>(camera.settings.Now().width * camera.settings.Now().height));
         EXPECT_TRUE(camera.GetImage(frame.data(), static_cast<int>(frame.size()), 5000));
         return frame;
     }
@@ -283,7 +284,7 @@ TEST_F(DarkSubtraction, IsCapturedFromTheWholeSensorOnly)
     // Of a sensor wider than that, so that frames of the largest size have room to move.
     OpenedCamera camera(std::in_place_type<CCameraS385MC>, "VSC385MC-Cool", {.speed = 0});
     ASSERT_TRUE(camera->InitCamera());
-    const Size whole = camera->MaxSize();
+    const Size whole = MaxSizeOf(camera->model);
     ASSERT_TRUE(camera->SetExp(800'000, false));
     ASSERT_EQ(camera->GettingDark(true), 1);
     const struct {
@@ -295,7 +296,7 @@ TEST_F(DarkSubtraction, IsCapturedFromTheWholeSensorOnly)
         SCOPED_TRACE(testing::Message() << f.size.width << " at " << f.startX);
         ASSERT_TRUE(camera->SetResolution(f.size.width, f.size.height, 1, kByteImage));
         ASSERT_TRUE(camera->SetStartPos(f.startX, 0));
-        ASSERT_EQ(camera->StartX(), f.startX);
+        ASSERT_EQ(camera->settings.Now().startX, f.startX);
         ASSERT_TRUE(camera->StartCapture(false));
         (void)Frame(*camera.operator->());
         ASSERT_TRUE(camera->StopCapture());

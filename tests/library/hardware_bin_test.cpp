@@ -201,8 +201,8 @@ TEST_F(HardwareBinTest, HardwareBinningLoadsAModeWhenItChangesAndKeepsTheRegion)
     for (const auto &c : cases) {
         (void)camera.Traffic();
         EXPECT_TRUE(camera->SetHardwareBin(c.on));
-        EXPECT_EQ(camera->StartX(), 100);
-        EXPECT_EQ(camera->StartY(), 50);
+        EXPECT_EQ(camera->settings.Now().startX, 100);
+        EXPECT_EQ(camera->settings.Now().startY, 50);
         const Lines wire = camera.Traffic();
         const Lines start = Wire(c.start);
         ASSERT_GT(wire.size(), c.mode.size() + start.size());
@@ -240,8 +240,8 @@ TEST_F(HardwareBinTest, AlignsTheStartToTheBinning)
     for (const auto &c : cases) {
         ASSERT_TRUE(camera->SetResolution(c.width, c.height, c.bin, kByteImage));
         EXPECT_TRUE(camera->SetStartPos(c.x, c.y));
-        EXPECT_EQ(camera->StartX(), c.expectedX) << c.x;
-        EXPECT_EQ(camera->StartY(), c.expectedY) << c.y;
+        EXPECT_EQ(camera->settings.Now().startX, c.expectedX) << c.x;
+        EXPECT_EQ(camera->settings.Now().startY, c.expectedY) << c.y;
     }
     EXPECT_FALSE(camera->SetResolution(4656, 1760, 2, kByteImage));
 }

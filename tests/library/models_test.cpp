@@ -287,7 +287,7 @@ TEST_F(ModelsTest, EachModelIsWhatItsDataSheetSays)
             getGainOffset(&figures[0], &figures[1], &figures[2], &figures[3]);
             EXPECT_EQ(figures, (std::array{10, 18, 300, 75}));
         }
-        EXPECT_EQ(CurrentCamera()->Model().adcBits, sheet.sensor.adcBits);
+        EXPECT_EQ(CurrentCamera()->model.adcBits, sheet.sensor.adcBits);
 
         ExpectRange(CONTROL_GAIN, sheet.sensor.gain);
         ExpectRange(CONTROL_EXPOSURE, sheet.exposureUs);

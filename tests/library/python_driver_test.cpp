@@ -151,7 +151,7 @@ TEST_F(PythonDriverTest, HighSpeedIsOnlyStoredOnAUsb2Host)
     EXPECT_EQ(camera.Traffic(),
               Expected().PowerUp().Then(kBrightness1 + kGain50 + kExposureAt10us).Take());
     EXPECT_FALSE(camera->SetHighSpeedMode(true));
-    EXPECT_TRUE(camera->HighSpeed());
+    EXPECT_TRUE(camera->settings.Now().highSpeed);
     EXPECT_TRUE(camera.Traffic().empty());
 }
 

@@ -114,8 +114,8 @@ TEST_F(SonyDriverTest, HardwareBinningKeepsTheRegion)
     ASSERT_TRUE(camera->SetResolution(320, 240, 2, kByteImage));
     ASSERT_TRUE(camera->SetStartPos(100, 50));
     EXPECT_TRUE(camera->SetHardwareBin(true));
-    EXPECT_EQ(camera->StartX(), 100);
-    EXPECT_EQ(camera->StartY(), 50);
+    EXPECT_EQ(camera->settings.Now().startX, 100);
+    EXPECT_EQ(camera->settings.Now().startY, 50);
 }
 
 TEST_F(SonyDriverTest, HighSpeedReadsTenBitsAtTwiceTheClock)
@@ -179,9 +179,9 @@ TEST_F(SonyDriverTest, AlignsTheStartPositionAndKeepsItOnTheSensor)
     ReadyCamera camera;
     ASSERT_TRUE(camera->SetResolution(640, 480, 1, kByteImage));
     EXPECT_TRUE(camera->SetStartPos(7, 3));
-    EXPECT_EQ(std::pair(camera->StartX(), camera->StartY()), std::pair(4, 2));
+    EXPECT_EQ(std::pair(camera->settings.Now().startX, camera->settings.Now().startY), std::pair(4, 2));
     EXPECT_TRUE(camera->SetStartPos(-7, INT32_MIN));
-    EXPECT_EQ(std::pair(camera->StartX(), camera->StartY()), std::pair(0, 0));
+    EXPECT_EQ(std::pair(camera->settings.Now().startX, camera->settings.Now().startY), std::pair(0, 0));
 }
 
 TEST_F(SonyDriverTest, RefusesRegionsThatTheSensorHasNot)
@@ -199,7 +199,7 @@ TEST_F(SonyDriverTest, RefusesRegionsThatTheSensorHasNot)
             << c.width << "x" << c.height << " bin " << c.bin << " type " << c.type;
     }
     EXPECT_TRUE(camera.Traffic().empty());
-    EXPECT_EQ(camera->Width(), 1936);
+    EXPECT_EQ(camera->settings.Now().width, 1936);
 }
 
 TEST_F(SonyDriverTest, TakesTheBandwidthOfItsPort)
@@ -211,11 +211,11 @@ TEST_F(SonyDriverTest, TakesTheBandwidthOfItsPort)
     for (const auto &c : cases) {
         vscsim::Bus::Instance().Reset();
         ReadyCamera camera({.link = c.link});
-        EXPECT_EQ(camera->SettingsNow().bandwidth, c.afterInit);
+        EXPECT_EQ(camera->settings.Now().bandwidth, c.afterInit);
         EXPECT_TRUE(camera->SetFPSPerc(50, true));
-        EXPECT_EQ(camera->SettingsNow().bandwidth, c.whenSwitchedToAuto);
+        EXPECT_EQ(camera->settings.Now().bandwidth, c.whenSwitchedToAuto);
         EXPECT_TRUE(camera->SetFPSPerc(50, true)); // was on already
-        EXPECT_EQ(camera->SettingsNow().bandwidth, 50);
+        EXPECT_EQ(camera->settings.Now().bandwidth, 50);
     }
 }
 

@@ -96,7 +96,7 @@ TEST_F(Usb2DriverTest, RefusesRegionsThatTheSensorHasNotOrThatFillNoBlocks)
             << c.width << "x" << c.height << " bin " << c.bin << " type " << c.type;
     }
     EXPECT_TRUE(camera.Traffic().empty());
-    EXPECT_EQ(camera->Width(), 1280);
+    EXPECT_EQ(camera->settings.Now().width, 1280);
 }
 
 TEST_F(Usb2DriverTest, WritesEachControlAsTheSensorWantsIt)
@@ -139,11 +139,11 @@ TEST_F(Usb2DriverTest, WritesEachControlAsTheSensorWantsIt)
         EXPECT_TRUE(c.set(*camera.operator->()));
         EXPECT_EQ(camera.Traffic(), c.wire);
     }
-    EXPECT_EQ(camera->ExposureUs(), 2'000'000'000U);
+    EXPECT_EQ(camera->settings.Now().exposureUs, 2'000'000'000U);
     // Slow exposures leave clock and line alone.
     EXPECT_FALSE(camera->SetHighSpeedMode(true));
     EXPECT_FALSE(camera->SetFPSPerc(40, false));
-    EXPECT_EQ(camera->SettingsNow().bandwidth, 40);
+    EXPECT_EQ(camera->settings.Now().bandwidth, 40);
     EXPECT_TRUE(camera.Traffic().empty());
 }
 
@@ -196,13 +196,13 @@ TEST_F(Usb2DriverTest, ReadThatTimesOutTellsWhatHasCome)
 {
     OpenedCamera camera(std::in_place_type<CCameraS340MM>, "VSC340MM");
     ASSERT_TRUE(camera->InitCamera());
-    const int length = camera->ReadoutBytes();
+    const int length = ReadoutOf(camera->model, camera->settings.Now()).Bytes();
     std::vector<uint8_t> frame(static_cast<size_t>(length));
     ASSERT_TRUE(camera->initAsyncXfer(length, 2, 0x100000, 0x82));
     for (const uint8_t command : {uint8_t{0xAF}, uint8_t{0xA9}})
         EXPECT_TRUE(camera->SendCMD(command));
     EXPECT_TRUE(camera->WriteCameraRegister(0x301A, 0x10DC));
-    const std::chrono::milliseconds inTheMiddle(camera->SettingsNow().frameTimeUs * 3 / 2000);
+    const std::chrono::milliseconds inTheMiddle(camera->settings.Now().inForce.frameTimeUs * 3 / 2000);
     Thread host; // the simulated camera moves the bytes of a frame when it is asked for something
     EXPECT_TRUE(host.Start([&] {
         SleepFor(inTheMiddle - std::chrono::milliseconds(1));
@@ -223,7 +223,7 @@ TEST_F(Usb2DriverTest, Usb3EditionHasItsFramesTakenByTheFpga)
 {
     OpenedCamera camera(std::in_place_type<CCameraS340MM_S>, "VSC340MM-S");
     EXPECT_TRUE(camera->InitCamera());
-    EXPECT_EQ(camera->SettingsNow().bandwidth, 100);
+    EXPECT_EQ(camera->settings.Now().bandwidth, 100);
     (void)camera.Traffic();
     EXPECT_TRUE(camera->SetResolution(640, 480, 1, kRaw16));
     const Lines traffic = camera.Traffic();

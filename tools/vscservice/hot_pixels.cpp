@@ -36,7 +36,7 @@ class Bench {
     explicit Bench(const CameraChoice &choice)
         : m_camera(choice), m_inside(*vsccam::CurrentCamera())
     {
-        if (!m_inside.Model().usb3Camera)
+        if (!m_inside.model.usb3Camera)
             throw Failure(Exit::kNotSupported,
                           fmt::format("{} has no flash memory for hot pixels", Name()));
     }

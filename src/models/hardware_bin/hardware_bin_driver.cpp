@@ -6,7 +6,6 @@
 #include "models/register_holds.h"
 
 #include <algorithm>
-#include <mutex>
 
 namespace vsccam {
 
@@ -40,34 +39,34 @@ constexpr RegisterWrite kSleepLongExp[] = {{kReg11, 0x3C40}, {kReg00, 0x0000}};
 } // namespace
 
 template <class Base>
-HardwareBinDriver<Base>::HardwareBinDriver(const CameraModel &model, const BinningSensor &sensor)
-    : Driver(model, sensor.common), m_sensor(sensor)
+HardwareBinDriver<Base>::HardwareBinDriver(const CameraModel &ofModel, const BinningSensor &sensor)
+    : Driver(ofModel, sensor.common), m_sensor(sensor)
 {
 }
 
 template <class Base> void HardwareBinDriver<Base>::PowerUp()
 {
-    WriteFPGAREG(fpga::kExposureGate, 0x80);
+    WriteFpga(fpga::kExposureGate, 0x80);
     SleepFor(kFpgaResetPause);
-    WriteFPGAREG(fpga::kExposureGate, 0);
+    WriteFpga(fpga::kExposureGate, 0);
     Send(m_sensor.powerUp);
-    WriteFPGAREG(fpga::kMode, fpga::kReset);
+    WriteFpga(fpga::kMode, fpga::kReset);
     SleepFor(kFpgaResetPause);
-    WriteFPGAREG(fpga::kMode, fpga::kIdle);
-    WriteFPGAREG(fpga::kBitDepth, fpga::kInput12Bits);
+    WriteFpga(fpga::kMode, fpga::kIdle);
+    WriteFpga(fpga::kBitDepth, fpga::kInput12Bits);
 }
 
 template <class Base> void HardwareBinDriver<Base>::InitSensorBinning(int bin)
 {
     const FpgaHold hold(*this);
-    m_bin = bin;
+    settings.With([bin](Settings &s) { s.bin = bin; });
     const SensorMode *mode = ModeFor(bin);
     if (!mode)
         return;
     Send(mode->sensor);
     for (const auto [reg, value] : mode->fpga) {
-        const bool wide = reg == fpga::kBitDepth && m_output16Bits;
-        WriteFPGAREG(reg, wide ? value | fpga::kOutput16Bits : value);
+        const bool wide = reg == fpga::kBitDepth && settings.Now().output16Bits;
+        WriteFpga(reg, wide ? value | fpga::kOutput16Bits : value);
     }
     m_timing.shortestLine = mode->shortestLine;
     OutputDbgPrint("%s", mode->message);
@@ -76,8 +75,9 @@ template <class Base> void HardwareBinDriver<Base>::InitSensorBinning(int bin)
 /// Nothing for binnings that the sensor has not.
 template <class Base> const SensorMode *HardwareBinDriver<Base>::ModeFor(int bin) const
 {
-    if (!m_hardwareBin || bin == 1)
-        return m_highSpeed && !m_output16Bits ? &m_sensor.bits10 : &m_sensor.bits12;
+    const Settings now = settings.Now();
+    if (!now.hardwareBin || bin == 1)
+        return now.highSpeed && !now.output16Bits ? &m_sensor.bits10 : &m_sensor.bits12;
     if (bin == 2 || bin == 4)
         return &m_sensor.bin2;
     return bin == 3 ? &m_sensor.bin3 : nullptr;
@@ -87,29 +87,26 @@ template <class Base> void HardwareBinDriver<Base>::PrepareFormat(int bin, IMAGE
 {
     WakeUpSensor();
     this->SetOutput16Bits(Is16Bit(type));
-    if ((m_hardwareBin && bin != m_bin) || type != this->ImageType())
+    const Settings before = settings.Now();
+    if ((before.hardwareBin && bin != before.bin) || type != before.imageType)
         InitSensorBinning(bin);
 }
 
 template <class Base> void HardwareBinDriver<Base>::Cam_SetResolution()
 {
-    OutputDbgPrint("SetResolution! start pos x:%d y:%d iHeight:%d iWidth:%d \n",
-                   static_cast<int>(m_startX), static_cast<int>(m_startY),
-                   static_cast<int>(m_height), static_cast<int>(m_width));
-    const Size output = ReadoutSize();
-    const int rows = m_height * m_bin;
-    const auto write = [this](uint16_t address, int value) {
-        WriteCameraRegister(address, static_cast<uint16_t>(value));
-    };
+    const Settings now = settings.Now();
+    OutputDbgPrint("SetResolution! start pos x:%d y:%d iHeight:%d iWidth:%d \n", now.startX,
+                   now.startY, now.height, now.width);
+    const int rows = now.height * now.bin;
     const FpgaHold hold(*this);
     // Quirk, kept: the start is multiplied by the binning here, but not in SetStartPos.
-    write(kFirstRow, m_startY * m_bin + kRowsBefore);
-    write(kRowsEnd, m_startY * m_bin + rows + kRowsAround);
-    write(kReg118, rows + 47);
-    write(kReg11E, rows + 47);
-    write(kReg11C, rows + 48);
-    write(kReg109, rows + 199);
-    WriteOutputSize(*this, output);
+    Write(kFirstRow, now.startY * now.bin + kRowsBefore);
+    Write(kRowsEnd, now.startY * now.bin + rows + kRowsAround);
+    Write(kReg118, rows + 47);
+    Write(kReg11E, rows + 47);
+    Write(kReg11C, rows + 48);
+    Write(kReg109, rows + 199);
+    WriteOutputSize(*this, ReadoutNow().size);
 }
 
 template <class Base> bool HardwareBinDriver<Base>::SetStartPos(int x, int y)
@@ -119,61 +116,66 @@ template <class Base> bool HardwareBinDriver<Base>::SetStartPos(int x, int y)
 
 template <class Base> void HardwareBinDriver<Base>::WriteStartPos()
 {
-    OutputDbgPrint("startPos: (%d, %d)\n", static_cast<int>(m_startX), static_cast<int>(m_startY));
+    const Settings now = settings.Now();
+    OutputDbgPrint("startPos: (%d, %d)\n", now.startX, now.startY);
     {
         const FpgaHold hold(*this);
-        const int sensorBin = m_bin / this->SoftwareBin();
-        WriteFpga16(fpga::kFirstColumn, m_startX / sensorBin + kBlankColumns);
+        const int sensorBin = now.bin / ReadoutNow().softwareBin;
+        this->WriteFpga16(fpga::kFirstColumn, now.startX / sensorBin + kBlankColumns);
     }
     const bool capturing = this->capture.Running();
     if (capturing)
         StopFpga();
-    WriteCameraRegister(kFirstRow, static_cast<uint16_t>(m_startY + kRowsBefore));
-    WriteCameraRegister(kRowsEnd, static_cast<uint16_t>(m_startY + kRowsAround + m_bin * m_height));
+    Write(kFirstRow, now.startY + kRowsBefore);
+    Write(kRowsEnd, now.startY + kRowsAround + now.bin * now.height);
     if (capturing)
         RunFpga();
 }
 
 template <class Base> bool HardwareBinDriver<Base>::SetGain(int gain, bool bAuto)
 {
-    const std::lock_guard lock(m_settingsSection);
-    m_gain = std::clamp(gain, m_model.gain.min, m_model.gain.max);
-    m_gainAuto = bAuto;
-    WriteCameraRegister(kGain, static_cast<uint16_t>(m_gain));
+    const Programming::Scope scope(programming);
+    const int clamped = std::clamp(gain, model.gain.min, model.gain.max);
+    settings.With([=](Settings &s) {
+        s.gain = clamped;
+        s.gainAuto = bAuto;
+    });
+    Write(kGain, clamped);
     return true;
 }
 
 template <class Base> bool HardwareBinDriver<Base>::SetBrightness(int brightness)
 {
-    const std::lock_guard lock(m_settingsSection);
-    m_brightness = std::clamp(brightness, m_model.brightness.min, m_model.brightness.max);
-    WriteCameraRegister(kBlackLevel, static_cast<uint16_t>(m_brightness));
+    const Programming::Scope scope(programming);
+    const int clamped = std::clamp(brightness, model.brightness.min, model.brightness.max);
+    settings.With([clamped](Settings &s) { s.brightness = clamped; });
+    Write(kBlackLevel, clamped);
     return true;
 }
 
 template <class Base> bool HardwareBinDriver<Base>::SetHighSpeedMode(bool on)
 {
     {
-        const std::lock_guard lock(m_settingsSection);
-        m_highSpeed = on;
+        const Programming::Scope scope(programming);
+        settings.With([on](Settings &s) { s.highSpeed = on; });
     }
-    if (this->IsHardBinRun() || m_output16Bits)
+    if (this->IsHardBinRun() || settings.Now().output16Bits)
         return true;
-    const CapturePause pause(*this);
-    const std::lock_guard lock(m_settingsSection);
-    InitSensorBinning(m_bin);
+    const FormatChange change(*this);
+    const Settings now = settings.Now();
+    InitSensorBinning(now.bin);
     this->WriteSize();
-    SetStartPos(m_startX, m_startY);
-    this->SetExp(m_exposureUs, m_exposureAuto);
-    SetGain(m_gain, m_gainAuto);
-    this->SetFPSPerc(m_bandwidth, m_bandwidthAuto);
+    SetStartPos(now.startX, now.startY);
+    this->SetExp(now.exposureUs, now.exposureAuto);
+    SetGain(now.gain, now.gainAuto);
+    this->SetFPSPerc(now.bandwidth, now.bandwidthAuto);
     return true;
 }
 
 template <class Base> void HardwareBinDriver<Base>::ProgramExposure(const FrameExposure &exposure)
 {
     this->WriteFrameLength(exposure);
-    WriteCameraRegister(kShutter, static_cast<uint16_t>(exposure.ssh1));
+    Write(kShutter, static_cast<int>(exposure.ssh1));
 }
 
 template <class Base> uint16_t HardwareBinDriver<Base>::FpgaRunCode()
@@ -183,14 +185,14 @@ template <class Base> uint16_t HardwareBinDriver<Base>::FpgaRunCode()
 
 template <class Base> void HardwareBinDriver<Base>::StartSensorStreaming()
 {
-    const std::lock_guard lock(m_settingsSection); // an exposure may enter long mode meanwhile
+    const Programming::Scope scope(programming); // an exposure may enter long mode meanwhile
     WakeUpSensor();
     RunFpga();
 }
 
 template <class Base> void HardwareBinDriver<Base>::StopSensorStreaming()
 {
-    const std::lock_guard lock(m_settingsSection); // as above
+    const Programming::Scope scope(programming); // as above
     StopFpga();
     SleepSensor();
 }
@@ -198,12 +200,12 @@ template <class Base> void HardwareBinDriver<Base>::StopSensorStreaming()
 template <class Base>
 LongExposurePlan HardwareBinDriver<Base>::PlanLongExposure(uint32_t exposureUs) const
 {
-    return SleepingExposurePlan(exposureUs, m_frameTimeUs);
+    return SleepingExposurePlan(exposureUs, settings.Now().inForce.frameTimeUs);
 }
 
 template <class Base> void HardwareBinDriver<Base>::OpenExposureGate()
 {
-    WriteCameraRegister(kReg60, 0x11);
+    Write(kReg60, 0x11);
     Driver::OpenExposureGate();
     (void)this->capture.SleepFor(kGatePause);
     SleepSensorLongExp();
@@ -238,8 +240,13 @@ template <class Base> void HardwareBinDriver<Base>::SleepSensorLongExp()
 
 template <class Base> void HardwareBinDriver<Base>::Send(RegisterList list)
 {
-    SendRegisterList(
-        list, [this](uint16_t address, uint16_t value) { WriteCameraRegister(address, value); });
+    SendRegisterList(list, [this](uint16_t address, uint16_t value) { Write(address, value); });
+}
+
+/// That a write got lost is noted by the camera, which is programmed again then.
+template <class Base> void HardwareBinDriver<Base>::Write(uint16_t address, int value)
+{
+    (void)this->WriteCameraRegister(address, static_cast<uint16_t>(value));
 }
 
 template class HardwareBinDriver<CCameraBase>;

@@ -33,7 +33,7 @@ struct BinningSensor {
 /// Base is CCameraBase, or CCameraCool for cooled models.
 template <class Base> class HardwareBinDriver : public Usb3Driver<Base> {
   public:
-    HardwareBinDriver(const CameraModel &model, const BinningSensor &sensor);
+    HardwareBinDriver(const CameraModel &ofModel, const BinningSensor &sensor);
 
     bool SetStartPos(int x, int y) override;
     bool SetGain(int gain, bool bAuto) override;
@@ -42,17 +42,12 @@ template <class Base> class HardwareBinDriver : public Usb3Driver<Base> {
 
   private:
     using Driver = Usb3Driver<Base>;
-    using Driver::m_bandwidth, Driver::m_bandwidthAuto, Driver::m_bin, Driver::m_brightness,
-        Driver::m_exposureAuto, Driver::m_exposureUs, Driver::m_frameTimeUs, Driver::m_gain,
-        Driver::m_gainAuto, Driver::m_hardwareBin, Driver::m_height, Driver::m_highSpeed,
-        Driver::m_model, Driver::m_output16Bits, Driver::m_settingsSection, Driver::m_startX,
-        Driver::m_startY, Driver::m_timing, Driver::m_width;
-    using Driver::ReadoutSize, Driver::RunFpga, Driver::StopFpga, Driver::WriteCameraRegister,
-        Driver::WriteFPGAREG, Driver::WriteFpga16;
-    using typename Driver::CapturePause;
+    using Driver::model, Driver::m_timing, Driver::programming, Driver::settings;
+    using Driver::ReadoutNow, Driver::RunFpga, Driver::StopFpga, Driver::WriteFpga;
+    using typename Driver::FormatChange;
 
     void PowerUp() override;
-    void LoadReadoutMode() override { InitSensorBinning(m_bin); }
+    void LoadReadoutMode() override { InitSensorBinning(settings.Now().bin); }
     void PrepareFormat(int bin, IMAGE_TYPE type) override;
     void Cam_SetResolution() override;
     void ProgramExposure(const FrameExposure &exposure) override;
@@ -70,6 +65,7 @@ template <class Base> class HardwareBinDriver : public Usb3Driver<Base> {
     void SleepSensor();
     void WakeSensorLongExp();
     void SleepSensorLongExp();
+    void Write(uint16_t address, int value);
     void Send(RegisterList list);
     void WriteStartPos();
 

@@ -6,7 +6,6 @@
 #include "models/register_holds.h"
 
 #include <algorithm>
-#include <mutex>
 
 namespace vsccam {
 
@@ -46,15 +45,15 @@ uint16_t PythonGainCode(int gain, ControlRange range)
     return static_cast<uint16_t>((kOne << doublings) * (span + position % span) / span);
 }
 
-CCameraPython::CCameraPython(const CameraModel &model) : Usb3Driver(model, kTraits) {}
+CCameraPython::CCameraPython(const CameraModel &ofModel) : Usb3Driver(ofModel, kTraits) {}
 
 void CCameraPython::Send(python::Sequence sequence)
 {
     for (const python::SensorWrite &write : sequence) {
         if (write.IsWhole())
-            WriteCameraRegister(write.address, write.value);
+            Write(write.address, write.value);
         else
-            WriteCameraRegister_B(write.address, write.lowestBit, write.highestBit, write.value);
+            WriteBits(write.address, write.lowestBit, write.highestBit, write.value);
     }
 }
 
@@ -67,14 +66,25 @@ void CCameraPython::PowerUp()
     RequiredUploads();
     SoftPowerUp();
     InitializeCDSwithNROT();
-    WriteCameraRegister(python::kTimerUnit, 72);
-    WriteCameraRegister_B(python::kReg194, 2, 2, 1);
-    WriteCameraRegister_B(python::kTemperatureSensor, 0, 0, 1);
+    Write(python::kTimerUnit, 72);
+    WriteBits(python::kReg194, 2, 2, 1);
+    WriteBits(python::kTemperatureSensor, 0, 0, 1);
 
-    WriteFPGAREG(fpga::kMode, fpga::kReset);
+    WriteFpga(fpga::kMode, fpga::kReset);
     SleepFor(kFpgaPause);
-    WriteFPGAREG(fpga::kMode, kFpgaWait);
+    WriteFpga(fpga::kMode, kFpgaWait);
     SetUpFpga();
+}
+
+// That a write got lost is noted by the camera, which is programmed again then.
+void CCameraPython::Write(uint16_t address, int value)
+{
+    (void)WriteCameraRegister(address, static_cast<uint16_t>(value));
+}
+
+void CCameraPython::WriteBits(uint16_t address, int lowest, int highest, uint16_t value)
+{
+    (void)WriteCameraRegister_B(address, lowest, highest, value);
 }
 
 void CCameraPython::InitializeCDSwithNROT()
@@ -91,22 +101,23 @@ void CCameraPython::InitializeCDSwithZROT()
 
 void CCameraPython::LoadReadoutMode()
 {
-    SetHighSpeedMode(m_highSpeed);
+    SetHighSpeedMode(settings.Now().highSpeed);
 }
 
 bool CCameraPython::SetHighSpeedMode(bool on)
 {
-    const std::lock_guard lock(m_settingsSection);
-    m_highSpeed = on;
-    if (!m_usb3Host)
+    const Programming::Scope scope(programming);
+    settings.With([on](Settings &s) { s.highSpeed = on; });
+    const Settings now = settings.Now();
+    if (!now.usb3Host)
         return false;
-    if (m_hardwareBin && m_bin == 2)
+    if (now.hardwareBin && now.bin == 2)
         return true;
     StopSensorStreaming();
     on ? InitializeCDSwithZROT() : InitializeCDSwithNROT();
-    SetExp(m_exposureUs, m_exposureAuto);
-    SetGain(m_gain, m_gainAuto);
-    SetFPSPerc(m_bandwidth, m_bandwidthAuto);
+    SetExp(now.exposureUs, now.exposureAuto);
+    SetGain(now.gain, now.gainAuto);
+    SetFPSPerc(now.bandwidth, now.bandwidthAuto);
     StartSensorStreaming();
     return true;
 }
@@ -126,74 +137,76 @@ bool CCameraPython::SetStartPos(int x, int y)
 void CCameraPython::WriteWindow()
 {
     constexpr int kColumnStep = 8;
-    const int firstColumn = m_startX / kColumnStep;
-    const int lastColumn = (m_startX + m_width * m_bin) / kColumnStep - 1;
-    WriteCameraRegister(python::kWindowColumns,
-                        static_cast<uint16_t>(lastColumn << 8 | firstColumn));
-    WriteCameraRegister(python::kWindowTop, static_cast<uint16_t>(m_startY));
-    WriteCameraRegister(python::kWindowBottom,
-                        static_cast<uint16_t>(m_startY + m_height * m_bin - 1));
+    const Settings now = settings.Now();
+    const int firstColumn = now.startX / kColumnStep;
+    const int lastColumn = (now.startX + now.width * now.bin) / kColumnStep - 1;
+    Write(python::kWindowColumns, lastColumn << 8 | firstColumn);
+    Write(python::kWindowTop, now.startY);
+    Write(python::kWindowBottom, now.startY + now.height * now.bin - 1);
 }
 
 void CCameraPython::Cam_SetResolution()
 {
     OutputDbgPrint("SetResolution!\n");
-    const Size output = ReadoutSize();
     const FpgaHold hold(*this);
-    WriteOutputSize(*this, output);
+    WriteOutputSize(*this, ReadoutNow().size);
 }
 
 void CCameraPython::SetOutput16Bits(bool on)
 {
     Usb3Driver::SetOutput16Bits(on);
-    WriteFPGAREG(fpga::kBitDepth, fpga::TwelveBitInput(on));
+    WriteFpga(fpga::kBitDepth, fpga::TwelveBitInput(on));
 }
 
 bool CCameraPython::SetGain(int gain, bool bAuto)
 {
-    const std::lock_guard lock(m_settingsSection);
-    m_gain = std::clamp(gain, m_model.gain.min, m_model.gain.max);
-    m_gainAuto = bAuto;
-    WriteCameraRegister(python::kDigitalGain, PythonGainCode(m_gain, m_model.gain));
+    const Programming::Scope scope(programming);
+    const int clamped = std::clamp(gain, model.gain.min, model.gain.max);
+    settings.With([=](Settings &s) {
+        s.gain = clamped;
+        s.gainAuto = bAuto;
+    });
+    Write(python::kDigitalGain, PythonGainCode(clamped, model.gain));
     return true;
 }
 
 bool CCameraPython::SetBrightness(int brightness)
 {
-    const std::lock_guard lock(m_settingsSection);
-    m_brightness = std::clamp(brightness, m_model.brightness.min, m_model.brightness.max);
-    WriteCameraRegister_B(python::kBlackLevel, 0, 7, static_cast<uint16_t>(m_brightness));
+    const Programming::Scope scope(programming);
+    const int clamped = std::clamp(brightness, model.brightness.min, model.brightness.max);
+    settings.With([clamped](Settings &s) { s.brightness = clamped; });
+    WriteBits(python::kBlackLevel, 0, 7, static_cast<uint16_t>(clamped));
     return true;
 }
 
 void CCameraPython::ProgramExposure(const FrameExposure &exposure)
 {
     WriteFrameLength(exposure);
-    WriteCameraRegister(python::kExposure, static_cast<uint16_t>(m_exposureUs));
+    Write(python::kExposure, static_cast<int>(settings.Now().exposureUs));
 }
 
 void CCameraPython::StartPYTHONStreaming()
 {
-    WriteCameraRegister_B(python::kSequencer, 0, 0, 1);
+    WriteBits(python::kSequencer, 0, 0, 1);
 }
 
 void CCameraPython::StopPYTHONStreaming()
 {
-    WriteCameraRegister_B(python::kSequencer, 0, 0, 0);
+    WriteBits(python::kSequencer, 0, 0, 0);
 }
 
 void CCameraPython::StartSensorStreaming()
 {
-    const std::lock_guard lock(m_settingsSection); // the sequencer may be loaded meanwhile
+    const Programming::Scope scope(programming); // the sequencer may be loaded meanwhile
     StartPYTHONStreaming();
-    WriteFPGAREG(fpga::kMode, kFpgaRun);
+    WriteFpga(fpga::kMode, kFpgaRun);
 }
 
 void CCameraPython::StopSensorStreaming()
 {
-    const std::lock_guard lock(m_settingsSection); // as above
+    const Programming::Scope scope(programming); // as above
     StopPYTHONStreaming();
-    WriteFPGAREG(fpga::kMode, kFpgaStop);
+    WriteFpga(fpga::kMode, kFpgaStop);
 }
 
 } // namespace vsccam

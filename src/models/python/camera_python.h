@@ -10,7 +10,7 @@ namespace vsccam {
 /// for high speed without. The FPGA makes the frame timing as for the other USB 3.0 cameras.
 class CCameraPython : public Usb3Driver<CCameraBase> {
   public:
-    explicit CCameraPython(const CameraModel &model);
+    explicit CCameraPython(const CameraModel &ofModel);
 
     bool SetStartPos(int x, int y) override;
     bool SetGain(int gain, bool bAuto) override;
@@ -39,6 +39,8 @@ class CCameraPython : public Usb3Driver<CCameraBase> {
     void StopSensorStreaming() override;
 
     void WriteWindow();
+    void Write(uint16_t address, int value);
+    void WriteBits(uint16_t address, int lowest, int highest, uint16_t value);
     void Send(python::Sequence sequence);
 };
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "models/register_list.h"
+#include "models/sony/sony_registers.h"
 #include "models/usb3_driver.h"
 
 namespace vsccam {
@@ -26,7 +27,7 @@ struct SonySensor {
 /// Base is CCameraBase, or CCameraCool for cooled models.
 template <class Base> class SonyDriver : public Usb3Driver<Base> {
   public:
-    SonyDriver(const CameraModel &model, const SonySensor &sensor);
+    SonyDriver(const CameraModel &ofModel, const SonySensor &sensor);
 
     bool SetStartPos(int x, int y) override;
     bool SetGain(int gain, bool bAuto) override;
@@ -35,13 +36,8 @@ template <class Base> class SonyDriver : public Usb3Driver<Base> {
 
   private:
     using Driver = Usb3Driver<Base>;
-    using Driver::m_bandwidth, Driver::m_bandwidthAuto, Driver::m_bin, Driver::m_brightness,
-        Driver::m_exposureAuto, Driver::m_exposureUs, Driver::m_gain, Driver::m_gainAuto,
-        Driver::m_hardwareBin, Driver::m_height, Driver::m_highSpeed, Driver::m_model,
-        Driver::m_output16Bits, Driver::m_settingsSection, Driver::m_startX, Driver::m_startY,
-        Driver::m_timing, Driver::m_width;
-    using Driver::ReadoutSize, Driver::ReadSONYREG, Driver::SendCMD, Driver::SetCMOSClk,
-        Driver::WriteFPGAREG, Driver::WriteFpga16, Driver::WriteSONYREG;
+    using Driver::model, Driver::m_timing, Driver::programming, Driver::settings;
+    using Driver::ReadoutNow, Driver::SetCMOSClk, Driver::WriteFpga;
 
     void PowerUp() override;
     void Cam_SetResolution() override;
@@ -53,9 +49,10 @@ template <class Base> class SonyDriver : public Usb3Driver<Base> {
     void StopSensorStreaming() override;
 
     const SonyClock &ReadoutClock();
-    bool HardwareBin2x2() { return m_hardwareBin && m_bin == 2; }
-    bool TenBitReadout() { return m_highSpeed && !m_output16Bits && !HardwareBin2x2(); }
-    void WriteSony16(uint16_t address, int value);
+    bool HardwareBin2x2();
+    bool TenBitReadout();
+    void Write(uint16_t address, int value) { sony::Write(*this, address, value); }
+    void Write16(uint16_t address, int value);
 
     const SonySensor &m_sensor;
 };

@@ -32,11 +32,17 @@ inline constexpr uint16_t kReg31EC = 0x31EC;
 inline constexpr uint8_t kHighConversionGain = 0x10; // of kReadoutMode
 inline constexpr uint8_t kBin2x2 = 0x22;             // of kWindowMode
 
+/// Writes a register. That a write got lost is noted by the camera, which is programmed again then.
+inline void Write(CCameraFX3 &camera, uint16_t address, int value)
+{
+    (void)camera.WriteSONYREG(address, static_cast<uint8_t>(value));
+}
+
 /// Sensor writes between construction and destruction take effect on one frame.
 class Hold {
   public:
-    explicit Hold(CCameraFX3 &camera) : m_camera(camera) { m_camera.WriteSONYREG(kHold, 1); }
-    ~Hold() { m_camera.WriteSONYREG(kHold, 0); }
+    explicit Hold(CCameraFX3 &camera) : m_camera(camera) { Write(m_camera, kHold, 1); }
+    ~Hold() { Write(m_camera, kHold, 0); }
     Hold(const Hold &) = delete;
     Hold &operator=(const Hold &) = delete;
 

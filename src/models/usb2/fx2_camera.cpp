@@ -53,7 +53,7 @@ bool Fx2Camera::RefreshFirmware(int n, std::span<const uint8_t> image,
     (void)ResetDevice(); // says that it failed when the device has gone already
     CloseDevice();
     SleepFor(1s);
-    return OpenDevice(Model().productId, n) || GiveUp();
+    return OpenDevice(model.productId, n) || GiveUp();
 }
 
 bool Fx2Camera::GiveUp()
@@ -69,20 +69,26 @@ bool Fx2Camera::SelectInputClock(int clockMHz)
                                                  : request::kSensorClock24MHz);
 }
 
+/// That it got lost is noted by the camera, which is programmed again then.
+void Fx2Camera::Command(uint8_t command)
+{
+    (void)SendCMD(command);
+}
+
 void Fx2Camera::PowerUpBoard()
 {
-    SendCMD(request::kOutput8Bits);
-    SendCMD(request::kStopDataPath);
+    Command(request::kOutput8Bits);
+    Command(request::kStopDataPath);
 }
 
 void Fx2Camera::SelectBitDepth(bool is16)
 {
-    SendCMD(is16 ? request::kOutput16Bits : request::kOutput8Bits);
+    Command(is16 ? request::kOutput16Bits : request::kOutput8Bits);
 }
 
 void Fx2Camera::EndHostTiming()
 {
-    StartSensorCLK();
+    (void)StartSensorCLK();
 }
 
 bool Fx2Camera::StartCapture(bool bSingleExposure)
@@ -98,12 +104,12 @@ LongExposurePlan Fx2Camera::PlanLongExposure(uint32_t exposureUs) const
 // While its clock stands still, the sensor goes on integrating and reads nothing out.
 void Fx2Camera::OpenExposureGate()
 {
-    StopSensorCLK();
+    (void)StopSensorCLK();
 }
 
 void Fx2Camera::CloseExposureGate()
 {
-    StartSensorCLK();
+    (void)StartSensorCLK();
 }
 
 } // namespace vsccam

@@ -26,6 +26,7 @@ class Fx2Camera : public Usb2Driver {
     void OpenExposureGate() override;
     void CloseExposureGate() override;
 
+    void Command(uint8_t command);
     bool BringFirmwareUpToDate(int n);
     std::optional<uint8_t> FirmwareVersion();
     bool RefreshFirmware(int n, std::span<const uint8_t> image, const EepromProgrammer &programmer);

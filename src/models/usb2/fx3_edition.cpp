@@ -7,8 +7,6 @@
 #include "models/register_holds.h"
 #include "usb/requests.h"
 
-#include <mutex>
-
 namespace vsccam {
 
 using namespace std::chrono_literals;
@@ -22,16 +20,16 @@ constexpr auto kResetPause = 20ms;
 void Fx3Edition::PowerUpBoard()
 {
     IdentifyUsb3Camera();
-    WriteFPGAREG(fpga::kMode, fpga::kReset);
+    WriteFpga(*this, fpga::kMode, fpga::kReset);
     SleepFor(kResetPause);
-    SendCMD(request::kStartSensorClock);
-    WriteFPGAREG(fpga::kMode, fpga::kIdle);
+    (void)StartSensorCLK(); // the stream shows whether it runs
+    WriteFpga(*this, fpga::kMode, fpga::kIdle);
     SetUpFpga(*this);
 }
 
 void Fx3Edition::SelectBitDepth(bool is16)
 {
-    WriteFPGAREG(fpga::kBitDepth, fpga::TwelveBitInput(is16));
+    WriteFpga(*this, fpga::kBitDepth, fpga::TwelveBitInput(is16));
 }
 
 void Fx3Edition::SetOutputSize(Size size)
@@ -57,21 +55,21 @@ bool Fx3Edition::StartCapture(bool bSingleExposure)
 
 void Fx3Edition::StartSensorStreaming()
 {
-    const std::lock_guard lock(m_settingsSection); // an exposure may enter long mode meanwhile
+    const Programming::Scope scope(programming); // an exposure may enter long mode meanwhile
     Usb2Driver::StartSensorStreaming();
-    SetFpgaMode(*this, fpga::kRun, m_longExposure);
+    SetFpgaMode(*this, fpga::kRun, programming.LongExposure());
 }
 
 void Fx3Edition::StopSensorStreaming()
 {
-    const std::lock_guard lock(m_settingsSection); // as above
-    SetFpgaMode(*this, fpga::kStop, m_longExposure);
+    const Programming::Scope scope(programming); // as above
+    SetFpgaMode(*this, fpga::kStop, programming.LongExposure());
     Usb2Driver::StopSensorStreaming();
 }
 
 LongExposurePlan Fx3Edition::PlanLongExposure(uint32_t exposureUs) const
 {
-    return GatedExposurePlan(exposureUs, m_frameTimeUs);
+    return GatedExposurePlan(exposureUs, settings.Now().inForce.frameTimeUs);
 }
 
 void Fx3Edition::OpenExposureGate()

@@ -6,7 +6,7 @@
 
 #include <algorithm>
 #include <iterator>
-#include <mutex>
+#include <utility>
 
 namespace vsccam {
 
@@ -33,8 +33,8 @@ Calibration &CalibrationOf(const CameraModel &model)
 
 } // namespace
 
-Usb2Driver::Usb2Driver(const CameraModel &model, const Usb2Traits &traits)
-    : CCameraBase(model), m_traits(traits)
+Usb2Driver::Usb2Driver(const CameraModel &ofModel, const Usb2Traits &traits)
+    : CCameraBase(ofModel), m_traits(traits)
 {
     OutputDbgPrint("CCAMERA::CCAMERA()\n");
     m_state.timing = {.clockMHz = kPowerUpClockMHz,
@@ -46,27 +46,30 @@ bool Usb2Driver::InitCamera()
 {
     if (!IsOpened())
         return false;
-    if (!ProgramWhole([this] { return SetUp(); }))
+    if (!programming.Whole([this] { return SetUp(); }))
         return false;
-    PrintUnverified(m_model);
+    PrintUnverified(model);
     OnInitialised();
     return true;
 }
 
 bool Usb2Driver::SetUp()
 {
-    const std::lock_guard lock(m_settingsSection);
+    const Programming::Scope scope(programming);
     PowerUp();
     (void)GetSensorTemp(); // the first reading takes the calibration along
+    settings.With([this](Settings &s) {
+        if (s.usb3Host)
+            s.bandwidth = model.bandwidth.max;
+        if (s.bandwidthAuto)
+            s.bandwidth = m_traits.bandwidth.automatic;
+    });
+    const Settings now = settings.Now();
     SetGamma(GetGamma());
-    SetRGBBalance(m_red, m_blue, m_whiteBalanceAuto);
-    SetBrightness(m_brightness);
-    if (m_usb3Host)
-        m_bandwidth = m_model.bandwidth.max;
-    if (m_bandwidthAuto)
-        m_bandwidth = m_traits.bandwidth.automatic;
+    SetRGBBalance(now.red, now.blue, now.whiteBalanceAuto);
+    SetBrightness(now.brightness);
     SetCMOSClk();
-    SetFPSPerc(m_bandwidth, m_bandwidthAuto);
+    SetFPSPerc(now.bandwidth, now.bandwidthAuto);
     SetGain();
     SetExp();
     return true;
@@ -82,23 +85,24 @@ void Usb2Driver::PowerUp()
                      [this](uint16_t address, uint16_t value) { Write(address, value); });
     m_state.timing.clockMHz = kPowerUpClockMHz;
     m_state.timing.lineLength = kPowerUpLine;
-    m_longExposure = false;
+    programming.SetLongExposure(false);
 }
 
 bool Usb2Driver::RestoreSettings()
 {
     if (!IsOpened())
         return false;
-    const std::lock_guard lock(m_settingsSection);
+    const Programming::Scope scope(programming);
     int line = m_state.timing.lineLength;
     const int chosenBefore = ChosenBandwidth();
-    const bool usb3HostBefore = m_usb3Host;
+    const bool usb3HostBefore = settings.Now().usb3Host;
     PowerUp();
     FollowLink(chosenBefore, ChosenBandwidth());
-    if (m_usb3Host != usb3HostBefore)
-        line = LineOfBandwidth(Usb2ClockMHz(ReadoutSize().width, m_output16Bits));
-    SelectBitDepth(m_output16Bits);
-    SetStartPos(m_startX, m_startY);
+    const Settings now = settings.Now();
+    if (now.usb3Host != usb3HostBefore)
+        line = LineOfBandwidth(Usb2ClockMHz(ReadoutNow().size.width, now.output16Bits));
+    SelectBitDepth(now.output16Bits);
+    SetStartPos(now.startX, now.startY);
     StoreLineLength(line); // at slow exposures nothing else sets it
     Cam_SetResolution();
     SetExp();
@@ -111,23 +115,20 @@ bool Usb2Driver::SetResolution(int width, int height, int bin, IMAGE_TYPE type)
 {
     const int64_t columns = int64_t{width} * bin;
     const int64_t rows = int64_t{height} * bin;
-    if (width <= 0 || height <= 0 || bin <= 0 || columns > m_model.sensorWidth ||
-        rows > m_model.sensorHeight || columns * rows % m_traits.frameBlock != 0 ||
+    if (width <= 0 || height <= 0 || bin <= 0 || columns > model.sensorWidth ||
+        rows > model.sensorHeight || columns * rows % m_traits.frameBlock != 0 ||
         type < kByteImage || type > kRaw16)
         return false;
-    const CapturePause pause(*this); // no frame mixes two sizes
-    const std::lock_guard lock(m_settingsSection);
-    m_width = width;
-    m_imageType = type;
-    m_height = height;
-    m_bin = bin;
-    m_startX = (m_model.sensorWidth - width * bin) / 2;
-    m_startY = (m_model.sensorHeight - height * bin) / 2;
-    SetStartPos(m_startX, m_startY);
+    const FormatChange change(*this); // no frame mixes two sizes
+    settings.With([=, this](Settings &s) {
+        s.SetFormat({model.sensorWidth, model.sensorHeight}, {width, height}, bin, type);
+    });
+    const Settings now = settings.Now();
+    SetStartPos(now.startX, now.startY);
     SetOutput16Bits(Is16Bit(type));
-    SetOutputSize(ReadoutSize());
+    SetOutputSize(ReadoutNow().size);
     SetCMOSClk();
-    SetFPSPerc(m_bandwidth, m_bandwidthAuto);
+    SetFPSPerc(now.bandwidth, now.bandwidthAuto);
     WriteFrameLength();
     return true;
 }
@@ -140,7 +141,7 @@ void Usb2Driver::Cam_SetResolution()
     WriteFrameLength();
     WriteWindowEnd();
     Write(usb2::kReg306E, usb2::kReg306EInit);
-    SetOutputSize(ReadoutSize());
+    SetOutputSize(ReadoutNow().size);
     SetCMOSClk();
 }
 
@@ -155,8 +156,9 @@ void Usb2Driver::WriteWindow()
     const bool streams = capture.Running();
     if (streams)
         Write(usb2::kStreaming, usb2::kStreamOff);
-    Write(usb2::kWindowTop, m_startY + usb2::kTopMargin);
-    Write(usb2::kWindowLeft, m_startX);
+    const Settings now = settings.Now();
+    Write(usb2::kWindowTop, now.startY + usb2::kTopMargin);
+    Write(usb2::kWindowLeft, now.startX);
     WriteWindowEnd();
     if (streams) // a worker that ends meanwhile stops it again after this
         Write(usb2::kStreaming, usb2::kStreamOn);
@@ -164,24 +166,27 @@ void Usb2Driver::WriteWindow()
 
 void Usb2Driver::WriteWindowEnd()
 {
-    const Size region = ReadoutSize();
-    Write(usb2::kWindowBottom, m_startY + usb2::kTopMargin - 1 + region.height);
-    Write(usb2::kWindowRight, m_startX - 1 + region.width);
+    const Settings now = settings.Now();
+    const Size region = ReadoutOf(model, now).size;
+    Write(usb2::kWindowBottom, now.startY + usb2::kTopMargin - 1 + region.height);
+    Write(usb2::kWindowRight, now.startX - 1 + region.width);
 }
 
 void Usb2Driver::WriteFrameLength()
 {
-    m_state.timing.frameLines = ReadoutSize().height + usb2::kFrameOverhead;
+    m_state.timing.frameLines = ReadoutNow().size.height + usb2::kFrameOverhead;
     PublishTiming();
     Write(usb2::kFrameLength, m_state.timing.frameLines);
 }
 
 bool Usb2Driver::SetGain(int gain, bool bAuto)
 {
-    const std::lock_guard lock(m_settingsSection);
-    const Usb2Gain g = Usb2GainFor(gain, m_model.gain, m_state.timing.clockMHz);
-    m_gain = g.stored;
-    m_gainAuto = bAuto;
+    const Programming::Scope scope(programming);
+    const Usb2Gain g = Usb2GainFor(gain, model.gain, m_state.timing.clockMHz);
+    settings.With([&](Settings &s) {
+        s.gain = g.stored;
+        s.gainAuto = bAuto;
+    });
     Write(usb2::kCoarseGain, g.coarse);
     Write(usb2::kFineGain, g.fine);
     return true;
@@ -189,16 +194,16 @@ bool Usb2Driver::SetGain(int gain, bool bAuto)
 
 void Usb2Driver::SetOutput16Bits(bool on)
 {
-    m_output16Bits = on;
+    settings.With([on](Settings &s) { s.output16Bits = on; });
     SelectBitDepth(on);
 }
 
 bool Usb2Driver::SetHighSpeedMode(bool on)
 {
-    const std::lock_guard lock(m_settingsSection);
-    if (m_exposureUs >= kUsb2SlowFromUs)
+    const Programming::Scope scope(programming);
+    if (settings.Now().exposureUs >= kUsb2SlowFromUs)
         return false;
-    m_highSpeed = on;
+    settings.With([on](Settings &s) { s.highSpeed = on; });
     SetCMOSClk();
     return true;
 }
@@ -208,10 +213,11 @@ bool Usb2Driver::SetHighSpeedMode(bool on)
 /// integration belong together as they are.
 void Usb2Driver::SetCMOSClk()
 {
-    if (m_exposureUs >= kUsb2SlowFromUs || m_longExposure)
+    const Settings now = settings.Now();
+    if (now.exposureUs >= kUsb2SlowFromUs || programming.LongExposure())
         return;
-    SetCMOSClk(Usb2ClockMHz(ReadoutSize().width, m_output16Bits));
-    SetFPSPerc(m_bandwidth, m_bandwidthAuto);
+    SetCMOSClk(Usb2ClockMHz(ReadoutOf(model, now).size.width, now.output16Bits));
+    SetFPSPerc(now.bandwidth, now.bandwidthAuto);
     SetExp();
 }
 
@@ -231,40 +237,46 @@ void Usb2Driver::SetCMOSClk(int clockMHz)
 
 bool Usb2Driver::SetFPSPerc(int percent, bool bAuto)
 {
-    const std::lock_guard lock(m_settingsSection);
-    const bool switchesToAuto = bAuto && !m_bandwidthAuto;
-    m_bandwidth = std::clamp(switchesToAuto ? m_traits.bandwidth.automatic : percent,
-                             m_model.bandwidth.min, m_model.bandwidth.max);
-    m_bandwidthAuto = bAuto;
+    const Programming::Scope scope(programming);
+    settings.With([=, this](Settings &s) {
+        const bool switchesToAuto = bAuto && !s.bandwidthAuto;
+        s.bandwidth = std::clamp(switchesToAuto ? m_traits.bandwidth.automatic : percent,
+                                 model.bandwidth.min, model.bandwidth.max);
+        s.bandwidthAuto = bAuto;
+    });
+    const Settings now = settings.Now();
     // Quirk, kept: at exactly the slow clock's first exposure the line still follows the bandwidth.
-    if (m_exposureUs > kUsb2SlowFromUs || m_longExposure)
+    if (now.exposureUs > kUsb2SlowFromUs || programming.LongExposure())
         return false;
     Usb2Timing &timing = m_state.timing;
-    timing.frameLines = ReadoutSize().height + usb2::kFrameOverhead;
+    timing.frameLines = ReadoutNow().size.height + usb2::kFrameOverhead;
     StoreLineLength(LineOfBandwidth(timing.clockMHz));
     const double fps = timing.FramesPerS();
     // Quirk, kept: the line length is printed as "pkg".
     OutputDbgPrint("clk:%d fps:%2.2f size:%2.2f  value:%d pkg:%x \n", timing.clockMHz, fps,
-                   ReadoutBytes() * fps / 1e6, static_cast<int>(m_bandwidth),
+                   ReadoutNow().Bytes() * fps / 1e6, now.bandwidth,
                    static_cast<unsigned int>(timing.lineLength));
-    WriteLines(std::min<int64_t>(timing.Lines(m_exposureUs), UINT16_MAX));
+    WriteLines(std::min<int64_t>(timing.Lines(now.exposureUs), UINT16_MAX));
     return true;
 }
 
 int Usb2Driver::LineOfBandwidth(int clockMHz)
 {
+    const Settings now = settings.Now();
+    const Readout readout = ReadoutOf(model, now);
     const int megabytesPerS =
-        m_usb3Host ? m_traits.megabytesPerS.usb3Host : m_traits.megabytesPerS.usb2Host;
+        now.usb3Host ? m_traits.megabytesPerS.usb3Host : m_traits.megabytesPerS.usb2Host;
     const auto &scale = m_traits.bandwidth;
-    const int share = scale.percentAtZero + scale.percentPerStep * m_bandwidth;
-    return Usb2LineLength(clockMHz, ReadoutBytes(), megabytesPerS, share,
-                          ReadoutSize().height + usb2::kFrameOverhead);
+    const int share = scale.percentAtZero + scale.percentPerStep * now.bandwidth;
+    return Usb2LineLength(clockMHz, readout.Bytes(), megabytesPerS, share,
+                          readout.size.height + usb2::kFrameOverhead);
 }
 
 /// What the library chooses itself on such a link.
 int Usb2Driver::ChosenBandwidth() const
 {
-    return m_usb3Host && !m_bandwidthAuto ? m_model.bandwidth.max : m_traits.bandwidth.automatic;
+    const Settings now = settings.Now();
+    return now.usb3Host && !now.bandwidthAuto ? model.bandwidth.max : m_traits.bandwidth.automatic;
 }
 
 void Usb2Driver::StoreLineLength(int clocks)
@@ -274,24 +286,22 @@ void Usb2Driver::StoreLineLength(int clocks)
     Write(usb2::kLineLength, clocks);
 }
 
-/// For the worker, which takes no lock.
 void Usb2Driver::PublishTiming()
 {
-    StoreFrameTime(m_state.timing.FrameTimeUs());
+    programming.SetFrameTime(m_state.timing.FrameTimeUs());
     m_state.ownIntegrationUs = m_state.timing.OwnIntegrationUs();
 }
 
 bool Usb2Driver::SetExp(unsigned long long microseconds, bool bAuto)
 {
-    const std::lock_guard lock(m_settingsSection);
-    m_exposureAuto = bAuto;
-    StoreExposure(microseconds);
-    if (m_longExposure) {
+    const Programming::Scope scope(programming);
+    const uint32_t us = StoreExposure(microseconds, bAuto);
+    if (programming.LongExposure()) {
         if (!WorkerFollowsExposure())
             FollowExposure();
         return true;
     }
-    const bool slow = m_exposureUs >= kUsb2SlowFromUs;
+    const bool slow = us >= kUsb2SlowFromUs;
     const bool slowClock = m_state.timing.clockMHz == kUsb2SlowClockMHz;
     if (slow && !slowClock) {
         OutputDbgPrint("exp > %dms Set slowest speed\n", kPrintedLimitMs);
@@ -300,11 +310,12 @@ bool Usb2Driver::SetExp(unsigned long long microseconds, bool bAuto)
         OutputDbgPrint("exp < %dms recover speed\n", kPrintedLimitMs);
         SetCMOSClk();
     }
-    const int64_t lines = m_state.timing.Lines(m_exposureUs);
-    m_exposureLines = static_cast<uint32_t>(lines);
+    const int64_t lines = m_state.timing.Lines(us);
+    settings.With([lines](Settings &s) { s.exposureLines = static_cast<uint32_t>(lines); });
     OutputDbgPrint("set exp:0x%x mode:%d timeus:%d clk:%d\n", static_cast<unsigned int>(lines),
-                   m_longExposure ? 1 : 0, static_cast<int>(m_exposureUs), m_state.timing.clockMHz);
-    if (Usb2NeedsHostTiming(m_exposureUs, lines))
+                   programming.LongExposure() ? 1 : 0, static_cast<int>(us),
+                   m_state.timing.clockMHz);
+    if (Usb2NeedsHostTiming(us, lines))
         EnterLongExposure();
     else
         WriteLines(lines);
@@ -313,30 +324,31 @@ bool Usb2Driver::SetExp(unsigned long long microseconds, bool bAuto)
 
 void Usb2Driver::WriteLines(int64_t lines)
 {
-    m_exposureLines = static_cast<uint32_t>(lines);
+    settings.With([lines](Settings &s) { s.exposureLines = static_cast<uint32_t>(lines); });
     Write(usb2::kIntegration, static_cast<int>(lines));
 }
 
 void Usb2Driver::EnterLongExposure()
 {
     Write(usb2::kIntegration, usb2::kLongestOwnIntegration);
-    m_longExposure = true;
+    programming.SetLongExposure(true);
     OutputDbgPrint("-----Enter long exp mode\n");
     BeginHostTiming();
 }
 
 void Usb2Driver::FollowExposure()
 {
-    const std::lock_guard lock(m_settingsSection);
-    if (!m_longExposure)
+    const Programming::Scope scope(programming);
+    if (!programming.LongExposure())
         return;
-    const auto lines = Usb2LinesWithoutHost(m_exposureUs, m_state.timing.lineLength);
+    const uint32_t us = settings.Now().exposureUs;
+    const auto lines = Usb2LinesWithoutHost(us, m_state.timing.lineLength);
     if (!lines)
         return;
     OutputDbgPrint("-----Exit long exp mode\n");
     EndHostTiming();
-    m_longExposure = false;
-    if (m_exposureUs < kUsb2SlowFromUs) {
+    programming.SetLongExposure(false);
+    if (us < kUsb2SlowFromUs) {
         OutputDbgPrint("exp < %dms recover speed\n", kPrintedLimitMs);
         SetCMOSClk(); // and the lines at that clock
     } else {
@@ -347,13 +359,13 @@ void Usb2Driver::FollowExposure()
 
 void Usb2Driver::SlowDown()
 {
-    const std::lock_guard lock(m_settingsSection);
+    const Programming::Scope scope(programming);
     Write(usb2::kLineLength, m_state.timing.lineLength + kExtraLine);
 }
 
 float Usb2Driver::GetSensorTemp()
 {
-    Calibration &calibration = CalibrationOf(m_model);
+    Calibration &calibration = CalibrationOf(model);
     const auto readOnce = [this](Shared<uint16_t> &mark, uint16_t address) {
         uint16_t value = 0;
         if (mark == 0 && ReadCameraRegister(address, &value))
@@ -366,7 +378,7 @@ float Usb2Driver::GetSensorTemp()
     if (reading == 0)
         return calibration.lastC;
     const float celsius = Usb2Temperature(reading, calibration.at70, calibration.at55);
-    StoreTemperature(celsius);
+    temperature.Store(celsius);
     calibration.lastC = celsius;
     return celsius;
 }
@@ -384,7 +396,7 @@ bool Usb2Driver::GetBLOffset(bool *flag, signed char *ee, signed char *oo, signe
                     {usb2::kBlackLevelOddOdd, "read oo error!", oo},
                     {usb2::kBlackLevelEvenOdd, "read eo error!", eo},
                     {usb2::kBlackLevelOddEven, "read oe error!", oe}};
-    const std::lock_guard lock(m_settingsSection);
+    const Programming::Scope scope(programming);
     bool all = true;
     int8_t *stored = m_state.blackLevel;
     for (const auto &[address, complaint, offset] : readings) {
@@ -417,15 +429,15 @@ void Usb2Driver::PrintBlackLevel()
 
 void Usb2Driver::StartSensorStreaming()
 {
-    const std::lock_guard lock(m_settingsSection);
-    if (m_output16Bits)
+    const Programming::Scope scope(programming);
+    if (settings.Now().output16Bits)
         SelectBitDepth(true);
     Write(usb2::kStreaming, usb2::kStreamOn);
 }
 
 void Usb2Driver::StopSensorStreaming()
 {
-    const std::lock_guard lock(m_settingsSection); // who switches it on holds this as well
+    const Programming::Scope scope(programming); // who switches it on holds this as well
     Write(usb2::kStreaming, usb2::kStreamOff);
 }
 

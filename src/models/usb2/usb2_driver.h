@@ -46,19 +46,22 @@ inline constexpr Usb2Traits::BandwidthScale kThreeSteps = {
 /// cameras. What that changes is left to the classes below this one.
 class Usb2Driver : public CCameraBase, protected Usb2Sensor {
   public:
-    Usb2Driver(const CameraModel &model, const Usb2Traits &traits);
+    Usb2Driver(const CameraModel &ofModel, const Usb2Traits &traits);
 
     bool InitCamera() override;
     bool SetResolution(int width, int height, int bin, IMAGE_TYPE type) override;
     bool SetStartPos(int x, int y) override;
     bool SetGain(int gain, bool bAuto) override;
-    bool SetGain(int gain) { return SetGain(gain, m_gainAuto); }
-    bool SetGain() { return SetGain(m_gain); }
+    bool SetGain(int gain) { return SetGain(gain, settings.Now().gainAuto); }
+    bool SetGain() { return SetGain(settings.Now().gain); }
     bool SetHighSpeedMode(bool on) override;
     bool SetFPSPerc(int percent, bool bAuto) override;
     bool SetExp(unsigned long long microseconds, bool bAuto) override;
-    bool SetExp(unsigned long long microseconds) { return SetExp(microseconds, m_exposureAuto); }
-    bool SetExp() { return SetExp(m_exposureUs); }
+    bool SetExp(unsigned long long microseconds)
+    {
+        return SetExp(microseconds, settings.Now().exposureAuto);
+    }
+    bool SetExp() { return SetExp(settings.Now().exposureUs); }
     float GetSensorTemp() override;
 
     /// Black-level offsets by parity of row and column; the last ones where a reading fails.
@@ -67,7 +70,7 @@ class Usb2Driver : public CCameraBase, protected Usb2Sensor {
                      signed char *oe);
 
   protected:
-    // What the board does, with m_settingsSection held.
+    // What the board does, within a sequence of Programming.
     virtual void PowerUpBoard() = 0;
     /// Sends the sensor kUsb2SlowClockMHz or kUsb2FastInputMHz. @return false on boards whose clock
     /// is always the slow one, and when the camera does not answer
@@ -108,8 +111,8 @@ class Usb2Driver : public CCameraBase, protected Usb2Sensor {
     void EnterLongExposure();
     void Write(uint16_t address, int value);
 
-    // The driver's own state. Plain values: the object is destroyed as a CCameraBase. Guarded by
-    // m_settingsSection.
+    // The driver's own state. Plain values: the object is destroyed as a CCameraBase. Used within
+    // sequences of Programming.
     struct State {
         Usb2Timing timing{};
         int inputMHz = kUsb2SlowClockMHz; // that the board sends the sensor
