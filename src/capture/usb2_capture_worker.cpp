@@ -42,8 +42,8 @@ void Usb2CaptureWorker::StartDataPath()
     m_timedByHost = m_camera.SettingsOfNow().exposure.timedByHost;
 }
 
-/// Only an exposure that the host times can be taken over again: of the others nobody is waited for
-/// who programs the sensor.
+/// Only exposures that the host times can be taken over by the sensor. The others are spared the
+/// wait for a thread that programs it.
 void Usb2CaptureWorker::FollowExposure()
 {
     if (m_camera.SettingsOfNow().exposure.timedByHost)

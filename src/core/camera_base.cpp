@@ -242,8 +242,7 @@ void CCameraBase::SetHPCStates(bool on)
     const bool loaded = LoadHPCTable();
     if (loaded)
         hotPixels.Enable();
-    else if (!capture.Lost() &&
-             !capture.Running()) // one that is programmed again has the table of before
+    else if (!capture.Lost() && !capture.Running()) // else its table of before is good
         hotPixels.Disable();
     OutputDbgPrint(loaded ? "Load HPC table success\n" : "Load HPC table error\n");
 }

@@ -4,8 +4,8 @@
 
 namespace vsccam {
 
-/// Frames of video with shorter exposures follow each other so fast that a reader waits for the
-/// next one, where only that tells whether a frame is whole: no other can.
+/// Below it frames follow each other fast: where only the next one tells whether a frame is whole,
+/// the reader waits for it, and the worker leaves bad frames for the reader to throw away.
 inline constexpr uint32_t kFastVideoBelowUs = 100'000;
 
 /// What belongs to one setting of the exposure, and to the frames that are exposed by it.

@@ -587,7 +587,7 @@ TEST_F(CaptureTest, NothingOfAnEarlierRunIsDelivered)
     startCapture(); // the frame was not taken
     EXPECT_TRUE(NextFrame(500).empty());
     stopCapture();
-    EXPECT_EQ(getExpStatus(), VSC_EXP_WORKING); // nobody has asked for a frame yet
+    EXPECT_EQ(getExpStatus(), VSC_EXP_WORKING); // as long as nobody takes an exposure
     EXPECT_TRUE(ExposedFrame().empty());
     EXPECT_EQ(getExpStatus(), VSC_EXP_IDLE);
     Remove(device);
