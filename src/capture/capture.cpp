@@ -3,17 +3,13 @@
 #include "base/debug_print.h"
 
 #include <cassert>
-#include <new>
 #include <utility>
 
 namespace vsccam {
 
 Capture::Capture(CCameraFX3 &usb, CapturedCamera &camera, uint16_t productId, size_t largestFrame)
-    : m_usb(usb), m_camera(camera), m_productId(productId), m_raw(largestFrame),
-      m_frames(largestFrame)
+    : m_usb(usb), m_camera(camera), m_productId(productId), m_frames(largestFrame)
 {
-    if (!m_frames.StartInstBufThr())
-        throw std::bad_alloc();
 }
 
 Capture::~Capture()

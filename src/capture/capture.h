@@ -5,7 +5,6 @@
 #include "capture/capture_state.h"
 #include "capture/drop_counts.h"
 #include "image/cir_buf.h"
-#include "image/raw_frames.h"
 #include "usb/camera_fx3.h"
 
 #include <atomic>
@@ -63,7 +62,6 @@ class Capture {
     bool SleepFor(std::chrono::milliseconds time) { return m_goOn.SleepFor(time); }
 
     CirBuf &Frames() { return m_frames; }
-    RawFrames &Raw() { return m_raw; }
 
     // For the worker.
     CCameraFX3 &Usb() { return m_usb; }
@@ -82,7 +80,6 @@ class Capture {
     std::atomic<CaptureState> m_state{CaptureState()};
     RunFlag m_goOn;
     Guarded<DropCounts> m_drops;
-    RawFrames m_raw;
     CirBuf m_frames;
     Thread m_worker;
 };

@@ -65,7 +65,6 @@ bool CaptureWorker::Prepare()
     OutputDbgPrint("working thread begin!\n");
     m_frame.bytes = m_camera.SettingsOfNow().frameBytes;
     m_frame.transfers = (m_frame.bytes + kTransferBytes - 1) / kTransferBytes;
-    m_capture.Raw().Reset();
     if (!m_single)
         m_camera.StartAutomatics(m_controller.autoControlPass);
     return !m_capture.Lost() && StartStream();
@@ -238,7 +237,7 @@ bool CaptureWorker::ResetTooOften()
 
 uint8_t *CaptureWorker::Buffer() const
 {
-    return m_capture.Raw().Filling();
+    return m_capture.Frames().Filling();
 }
 
 std::span<uint8_t> CaptureWorker::Frame() const
@@ -248,10 +247,8 @@ std::span<uint8_t> CaptureWorker::Frame() const
 
 bool CaptureWorker::InsertFrame(bool lookedAt)
 {
-    const std::span<uint8_t> frame = Frame();
-    const bool inserted = m_capture.Frames().InsertBuff(frame.data(), m_frame.bytes);
-    m_capture.Raw().Complete(
-        frame.size(), {.copied = inserted, .lookedAt = lookedAt, .exposure = m_present.exposedBy});
+    const bool inserted = m_capture.Frames().InsertBuff(
+        m_frame.bytes, lookedAt ? std::optional(m_present.exposedBy) : std::nullopt);
     if (!inserted && !m_single)
         m_capture.CountDrop(DropReason::RingFull);
     return inserted;

@@ -146,8 +146,8 @@ void Automatics::LookAtLatest(bool whiteBalanceToo)
     const bool balance = whiteBalanceToo && now.whiteBalanceAuto;
     if (!exposure && !balance)
         return; // takes no frame from the passes that come later
-    const RawFrames::Look look =
-        m_capture.Raw().TakeLatest(!balance); // nor a long one from the balance
+    const CirBuf::Look look =
+        m_capture.Frames().TakeLatest(!balance); // nor a long one from the balance
     if (look.Frame().empty())
         return;
     if (exposure && look.Exposure().IsShort())

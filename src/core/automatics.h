@@ -38,7 +38,7 @@ class Automatics {
     }
 
     /// One step of automatic exposure and gain, and of automatic white balance, on a raw frame that
-    /// nobody writes: of RawFrames, or the worker's own. What a frame says of an exposure that is
+    /// nobody writes: of the ring, or the worker's own. What a frame says of an exposure that is
     /// no longer in force is no reason for a step.
     void AutoExpGain(std::span<const uint8_t> frame, const ExposureSetting &exposure);
     void AutoWhiBal(std::span<const uint8_t> frame);

@@ -18,93 +18,68 @@ Clock::time_point DeadlineOf(int timeoutMs)
 
 } // namespace
 
+CirBuf::Look::~Look()
+{
+    if (m_frame.empty())
+        return; // another one may be looking
+    const std::lock_guard lock(m_owner.m_section);
+    m_owner.m_lookedAt = kNone;
+}
+
 CirBuf::CirBuf(size_t size)
-    : m_slotSize(size), m_slots{{ZeroedBuffer(size), 0}, {ZeroedBuffer(size), 0}}
+    : m_buffers{ZeroedBuffer(size), ZeroedBuffer(size), ZeroedBuffer(size), ZeroedBuffer(size),
+                ZeroedBuffer(size)}
 {
-}
-
-CirBuf::~CirBuf()
-{
-    StopInstBufThr();
-}
-
-bool CirBuf::StartInstBufThr()
-{
-    if (m_running)
-        return true;
-    m_running = true;
-    if (!m_insertThread.Start([this] { InsertBufThd(); }))
-        m_running = false;
-    return m_running;
-}
-
-void CirBuf::StopInstBufThr()
-{
-    if (!m_running)
-        return;
-    OutputDbgPrint(">> wait InsertBufThr exit\n");
-    OutputDbgPrint("StopInstBufThr 0\n");
-    {
-        const std::lock_guard lock(m_section);
-        m_running = false;
-    }
-    m_insertionPending.NotifyAll();
-    OutputDbgPrint("StopInstBufThr 1\n");
-    m_insertThread.Join();
-    OutputDbgPrint("<< wait InsertBufThr exit\n");
 }
 
 int CirBuf::ResetCirBuff()
 {
     std::unique_lock lock(m_section);
-    const int waiting = std::exchange(m_pending, {}).source ? 1 : 0;
-    m_copyDone.Wait(lock, [this] { return !m_inserting && !m_reading; });
-    m_readIndex = m_writeIndex = 0;
-    return waiting + std::exchange(m_filled, 0);
+    m_copyDone.Wait(lock, [this] { return !m_reading; });
+    m_latest.reset();
+    return std::exchange(m_filled, 0);
 }
 
-bool CirBuf::InsertBuff(const uint8_t *src, int len)
+bool CirBuf::InsertBuff(int len, const std::optional<ExposureSetting> &measured)
 {
-    if (!src || len <= 0 || static_cast<size_t>(len) > m_slotSize)
+    if (len <= 0 || static_cast<size_t>(len) > m_buffers[0].size())
         return false;
+    const Frame frame{m_filling, len};
+    bool inserted = false;
     {
         const std::lock_guard lock(m_section);
-        if (m_filled >= 2 || m_inserting || m_pending.source)
-            return false;
-        m_pending = {src, len};
+        inserted = m_filled < kSlots;
+        if (inserted)
+            m_slots[m_filled++] = frame;
+        m_latest.reset();
+        if (measured)
+            m_latest = {frame, *measured};
+        m_filling = FreeBuffer();
     }
-    m_insertionPending.NotifyAll();
-    return true;
-}
-
-void CirBuf::InsertBufThd()
-{
-    OutputDbgPrint("InsertBufThr begin\n");
-    while (const auto insertion = NextInsertion()) {
-        Slot &slot = m_slots[m_writeIndex]; // nobody else uses it while m_inserting is set
-        std::memcpy(slot.bytes.data(), insertion->source, static_cast<size_t>(insertion->length));
-        {
-            const std::lock_guard lock(m_section);
-            slot.length = insertion->length;
-            m_inserting = false;
-            m_writeIndex ^= 1;
-            ++m_filled;
-        }
+    if (inserted)
         m_frameAvailable.NotifyAll();
-        m_copyDone.NotifyAll();
-    }
-    OutputDbgPrint("thread InsertBufThd Exit\n");
+    return inserted;
 }
 
-/// Waits for a frame to insert; nothing when the thread is to end.
-std::optional<CirBuf::Insertion> CirBuf::NextInsertion()
+bool CirBuf::IsNeeded(int buffer) const
 {
-    std::unique_lock lock(m_section);
-    m_insertionPending.Wait(lock, [this] { return m_pending.source || !m_running; });
-    if (!m_running)
-        return std::nullopt;
-    m_inserting = true;
-    return std::exchange(m_pending, {});
+    const auto isIn = [buffer](const Frame &frame) { return frame.buffer == buffer; };
+    return std::any_of(m_slots, m_slots + m_filled, isIn) || (m_latest && isIn(m_latest->frame)) ||
+           buffer == m_lookedAt;
+}
+
+/// The first one: so those behind it are touched only when several are needed at once.
+int CirBuf::FreeBuffer() const
+{
+    int buffer = 0;
+    while (IsNeeded(buffer))
+        ++buffer;
+    return buffer;
+}
+
+std::span<const uint8_t> CirBuf::BytesOf(const Frame &frame) const
+{
+    return m_buffers[static_cast<size_t>(frame.buffer)].First(static_cast<size_t>(frame.length));
 }
 
 bool CirBuf::WaitForFrames(std::unique_lock<CriticalSection> &lock, int count,
@@ -112,16 +87,14 @@ bool CirBuf::WaitForFrames(std::unique_lock<CriticalSection> &lock, int count,
 {
     const bool endsWithProducer = m_producing || deadline == kNever;
     (void)m_frameAvailable.WaitUntil(lock, deadline, [=, this] {
-        const bool onItsWay = m_pending.source || m_inserting;
-        return m_filled >= count || m_interruptions > 0 ||
-               (endsWithProducer && !m_producing && !onItsWay);
+        return m_filled >= count || m_interruptions > 0 || (endsWithProducer && !m_producing);
     });
     return m_filled >= count;
 }
 
 void CirBuf::DropOldest()
 {
-    m_readIndex ^= 1;
+    m_slots[0] = m_slots[1];
     --m_filled;
 }
 
@@ -130,14 +103,15 @@ bool CirBuf::ReadBuff(uint8_t *dst, int len, int timeoutMs)
     const auto deadline = DeadlineOf(timeoutMs);
     std::unique_lock lock(m_section);
     while (WaitForFrames(lock, 1, deadline)) {
-        const Slot &slot = m_slots[m_readIndex];
-        if (slot.length != len) {
+        const Frame frame = m_slots[0];
+        if (frame.length != len) {
             DropOldest();
             continue;
         }
         m_reading = true;
         lock.unlock();
-        std::memcpy(dst, slot.bytes.data(), static_cast<size_t>(len));
+        const std::span bytes = BytesOf(frame);
+        std::memcpy(dst, bytes.data(), bytes.size());
         lock.lock();
         m_reading = false;
         DropOldest();
@@ -161,12 +135,13 @@ CirBuf::Head CirBuf::IsBuffHeadCorrect(uint32_t mark, int timeoutMs, Place place
     const auto deadline = DeadlineOf(timeoutMs);
     std::unique_lock lock(m_section);
     if (!WaitForFrames(lock, behind ? 2 : 1, deadline)) {
+        lock.unlock(); // printing may take its time
         OutputDbgPrint("[%s] Read time out wait %dms\n", "IsBuffHeadCorrect", timeoutMs);
         return Head::Missing;
     }
-    const Slot &slot = m_slots[behind ? m_readIndex ^ 1 : m_readIndex];
+    const std::span bytes = BytesOf(m_slots[behind ? 1 : 0]);
     uint32_t word = 0; // little-endian, like the hosts that the library runs on
-    std::memcpy(&word, slot.bytes.data(), std::min(sizeof word, static_cast<size_t>(slot.length)));
+    std::memcpy(&word, bytes.data(), std::min(sizeof word, bytes.size()));
     return word == mark ? Head::Correct : Head::Wrong;
 }
 
@@ -193,6 +168,16 @@ void CirBuf::InterruptReaders(bool on)
         m_interruptions += on ? 1 : -1;
     }
     m_frameAvailable.NotifyAll();
+}
+
+CirBuf::Look CirBuf::TakeLatest(bool shortOnly)
+{
+    const std::lock_guard lock(m_section);
+    if (!m_latest || m_lookedAt != kNone || (shortOnly && !m_latest->exposure.IsShort()))
+        return {*this, {}, {}};
+    const Measured taken = *std::exchange(m_latest, std::nullopt);
+    m_lookedAt = taken.frame.buffer;
+    return {*this, BytesOf(taken.frame), taken.exposure};
 }
 
 } // namespace vsccam

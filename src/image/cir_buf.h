@@ -2,40 +2,67 @@
 
 #include "base/sync.h"
 #include "base/zeroed_buffer.h"
+#include "image/exposure_setting.h"
 
+#include <array>
 #include <cstdint>
 #include <optional>
+#include <span>
 
 namespace vsccam {
 
-/// Two frame slots between the capture worker, which inserts, and one reader at a time. A
-/// thread of its own copies into the slots, so that the worker can go back to the bus at once; the
-/// worker never waits: a full or busy buffer refuses the frame.
+/// Frames between the capture worker, one reader at a time, and the automatics. No frame is copied
+/// on its way: it stays in the buffer that USB wrote it into, and the worker goes on with another
+/// buffer. Two slots keep frames for the reader, which copies them out; the automatics look at the
+/// latest one where it is, in a slot or not.
+///
+/// No frame is torn: a buffer belongs either to the worker alone, which fills it, or to those who
+/// only read it. The worker never waits for them; it loses a frame when both slots are full.
+/// Buffers are touched only when they are needed, so that most of them cost no memory.
 class CirBuf {
   public:
+    /// A whole frame that stays as it is while the object lives; empty when there was none.
+    class Look {
+      public:
+        Look(CirBuf &owner, std::span<const uint8_t> frame, const ExposureSetting &exposure)
+            : m_owner(owner), m_frame(frame), m_exposure(exposure)
+        {
+        }
+        ~Look();
+        Look(const Look &) = delete;
+        Look &operator=(const Look &) = delete;
+
+        std::span<const uint8_t> Frame() const { return m_frame; }
+        const ExposureSetting &Exposure() const { return m_exposure; }
+
+      private:
+        CirBuf &m_owner;
+        std::span<const uint8_t> m_frame;
+        ExposureSetting m_exposure;
+    };
+
     /// @param size  bytes of the largest frame
     explicit CirBuf(size_t size);
-    ~CirBuf();
 
-    /// Starts and ends the insert thread.
-    bool StartInstBufThr();
-    void StopInstBufThr();
-
-    /// Forgets all frames, those that wait for insertion included. Waits for copies that are on
-    /// their way. @return how many it forgot
+    /// Forgets all frames. Waits for a copy that is under way.
+    /// @return how many frames no reader will get any more
     int ResetCirBuff();
 
-    /// Hands a frame to the insert thread. `src` must stay as it is until the next InsertBuff that
-    /// is accepted, or ResetCirBuff.
-    /// @return false when both slots are full, the insert thread is busy, or the frame is larger
-    ///         than a slot
-    bool InsertBuff(const uint8_t *src, int len);
+    /// The buffer to read a frame into, for the worker. It stays the same until a frame in it is
+    /// inserted, so that transfers which do not come back write into nobody's frame.
+    uint8_t *Filling() const { return m_buffers[static_cast<size_t>(m_filling)].data(); }
+
+    /// Puts the frame in Filling() into a slot and chooses another buffer to fill. The worker may
+    /// still look at the frame until it reads the next one.
+    /// @param measured  the exposure of a frame that the automatics may look at, if they come for
+    ///                  it before the next one; they get it even when both slots are full
+    /// @return false when both slots are full, or no frame can have this length
+    bool InsertBuff(int len, const std::optional<ExposureSetting> &measured = std::nullopt);
 
     /// Copies the oldest frame and frees its slot. Frames of another length, from before a change
     /// of format, are skipped.
     /// @param timeoutMs  longest wait, -1 for no limit. Without a producer (SetProducing) nothing
-    /// is
-    ///                   waited for without limit, and a wait ends when the producer goes away.
+    ///                   is waited for without limit, and a wait ends when the producer goes away.
     bool ReadBuff(uint8_t *dst, int len, int timeoutMs);
 
     /// Waits, as ReadBuff does, until there is a frame to read.
@@ -56,37 +83,44 @@ class CirBuf {
     /// Sends readers away that wait, and those that come, until as many calls took it back.
     void InterruptReaders(bool on);
 
+    /// The latest frame that nobody looked at yet; none while another look lasts.
+    /// @param shortOnly  leaves a frame of a long exposure for another time
+    Look TakeLatest(bool shortOnly = false);
+
   private:
-    struct Slot {
-        ZeroedBuffer bytes;
-        int length = 0;
+    static constexpr int kSlots = 2;
+    // One to fill, the slots, one that is looked at, and one that waits for the next look: there is
+    // always one left to go on with.
+    static constexpr int kBuffers = 1 + kSlots + 2;
+    static constexpr int kNone = -1;
+
+    struct Frame {
+        int buffer;
+        int length;
     };
-    struct Insertion {
-        const uint8_t *source = nullptr;
-        int length = 0;
+    struct Measured {
+        Frame frame;
+        ExposureSetting exposure;
     };
 
-    void InsertBufThd();
-    std::optional<Insertion> NextInsertion();
     bool WaitForFrames(std::unique_lock<CriticalSection> &lock, int count,
                        Clock::time_point deadline);
     void DropOldest();
+    bool IsNeeded(int buffer) const;
+    int FreeBuffer() const;
+    std::span<const uint8_t> BytesOf(const Frame &frame) const;
 
-    size_t m_slotSize;
-    Thread m_insertThread; // started by StartInstBufThr, joined by StopInstBufThr
-    std::atomic<bool> m_running{false};
+    std::array<ZeroedBuffer, kBuffers> m_buffers;
+    int m_filling = 0; // only the worker uses it
 
-    CriticalSection m_section;    // guards everything below but the bytes of the slots
-    Condition m_insertionPending; // or the insert thread is to end
-    Condition m_frameAvailable;   // or none can come any more
+    CriticalSection m_section;  // guards the following, held for a moment each
+    Condition m_frameAvailable; // or none can come any more
     Condition m_copyDone;
-    Slot m_slots[2];
-    int m_readIndex = 0;  // slot of the oldest frame
-    int m_writeIndex = 0; // slot of the next insertion
-    int m_filled = 0;     // slots that hold a frame
-    Insertion m_pending;
-    bool m_inserting = false; // the insert thread copies into the slot at m_writeIndex
-    bool m_reading = false;   // the reader copies out of the slot at m_readIndex
+    Frame m_slots[kSlots] = {}; // the oldest first
+    int m_filled = 0;           // slots that hold a frame
+    bool m_reading = false;     // the reader copies the oldest frame
+    std::optional<Measured> m_latest;
+    int m_lookedAt = kNone;
     bool m_producing = false;
     int m_interruptions = 0; // of the readers' waits
 };

@@ -1,6 +1,5 @@
 #include "core/auto_exposure.h"
 #include "core/auto_white_balance.h"
-#include "image/raw_frames.h"
 #include "library/capture_fixture.h"
 
 #include <gtest/gtest.h>
@@ -246,32 +245,6 @@ TEST(AutoWhiteBalance, LeavesGreyAloneAndMovesWhatIsTinted)
         SCOPED_TRACE(c.levels.red);
         EXPECT_EQ(DecideWhiteBalance(c.levels, c.now, c.settling), c.next);
     }
-}
-
-TEST(RawFrames, NeverOffersABufferThatIsCopiedOrLookedAt)
-{
-    RawFrames frames(16);
-    EXPECT_TRUE(frames.TakeLatest().Frame().empty());
-    const uint8_t *first = frames.Filling();
-    frames.Complete(16, {.copied = true, .lookedAt = false});
-    const uint8_t *second = frames.Filling();
-    EXPECT_NE(second, first);
-    frames.Complete(16, {.copied = false, .lookedAt = false});
-    EXPECT_NE(frames.Filling(), first); // refused: the first is still copied
-    frames.Complete(16, {.copied = true, .lookedAt = true});
-    const uint8_t *third = frames.Filling();
-    {
-        const RawFrames::Look look = frames.TakeLatest();
-        const uint8_t *looked = look.Frame().data();
-        EXPECT_NE(looked, third);
-        EXPECT_TRUE(frames.TakeLatest().Frame().empty()); // each is looked at once
-        for (int i = 0; i < 6; ++i) {
-            frames.Complete(16, {.copied = i % 3 != 2, .lookedAt = true});
-            EXPECT_NE(frames.Filling(), looked) << i;
-        }
-    }
-    frames.Reset();
-    EXPECT_TRUE(frames.TakeLatest().Frame().empty());
 }
 
 /// Automatics at work on simulated cameras.

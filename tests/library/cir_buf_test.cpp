@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <optional>
 #include <vector>
 
 namespace vsccam {
@@ -11,28 +13,23 @@ namespace {
 using Bytes = std::vector<uint8_t>;
 
 constexpr int kSlot = 4096;
+constexpr ExposureSetting kShort{.us = 1'000};
+constexpr ExposureSetting kLong{.us = 200'000};
 
 class FrameBuffer : public SimulatedBus {
   protected:
     void SetUp() override
     {
         SimulatedBus::SetUp();
-        ASSERT_TRUE(m_buffer.StartInstBufThr());
         m_buffer.SetProducing(true);
     }
-    void TearDown() override
-    {
-        m_buffer.StopInstBufThr();
-        SimulatedBus::TearDown();
-    }
 
-    /// Inserts a frame of one value, and waits until it is copied.
-    bool Insert(uint8_t value, int length = kSlot)
+    /// Fills a buffer with one value, as USB does, and inserts it.
+    bool Insert(uint8_t value, int length = kSlot,
+                const std::optional<ExposureSetting> &measured = std::nullopt)
     {
-        m_source.assign(kSlot + 1, value);
-        const bool accepted = m_buffer.InsertBuff(m_source.data(), length);
-        SleepFor(std::chrono::milliseconds(1)); // of virtual time: the insert thread has run
-        return accepted;
+        std::fill_n(m_buffer.Filling(), kSlot, value);
+        return m_buffer.InsertBuff(length, measured);
     }
     int Read(int length = kSlot, int timeoutMs = 0)
     {
@@ -41,7 +38,6 @@ class FrameBuffer : public SimulatedBus {
     }
 
     CirBuf m_buffer{kSlot};
-    Bytes m_source;
 };
 
 TEST_F(FrameBuffer, KeepsTwoFramesInOrderAndRefusesTheThird)
@@ -57,25 +53,16 @@ TEST_F(FrameBuffer, KeepsTwoFramesInOrderAndRefusesTheThird)
     EXPECT_EQ(Read(), -1);
 }
 
-TEST_F(FrameBuffer, RefusesWhatIsNoFrame)
-{
-    EXPECT_FALSE(m_buffer.InsertBuff(nullptr, 10));
-    for (const int length : {kSlot + 1, 0, -1})
-        EXPECT_FALSE(Insert(1, length)) << length;
-}
-
 TEST_F(FrameBuffer, SkipsFramesOfAnotherSizeAndForgetsEverythingOnReset)
 {
+    for (const int length : {kSlot + 1, 0, -1})
+        EXPECT_FALSE(Insert(1, length)) << length;
     EXPECT_TRUE(Insert(1, 100));
     EXPECT_TRUE(Insert(2));
     EXPECT_EQ(Read(), 2);
     EXPECT_TRUE(Insert(3));
-    m_buffer.ResetCirBuff();
+    EXPECT_EQ(m_buffer.ResetCirBuff(), 1);
     EXPECT_EQ(Read(), -1);
-    m_source.assign(kSlot, 4);
-    EXPECT_TRUE(m_buffer.InsertBuff(m_source.data(), kSlot)); // perhaps not copied yet
-    m_buffer.ResetCirBuff();
-    EXPECT_EQ(Read(kSlot, 10), -1);
     EXPECT_TRUE(Insert(5)); // and works on
     EXPECT_EQ(Read(), 5);
 }
@@ -94,12 +81,11 @@ TEST_F(FrameBuffer, WaitEndsWithAFrameTheTimeoutOrTheProducer)
         SCOPED_TRACE(testing::Message() << c.timeoutMs << " " << c.frameAfterMs);
         m_buffer.ResetCirBuff();
         m_buffer.SetProducing(true);
-        Bytes frame(kSlot, 7);
         Thread producer;
         ASSERT_TRUE(producer.Start([&] {
             if (c.frameAfterMs >= 0) {
                 SleepFor(std::chrono::milliseconds(c.frameAfterMs));
-                m_buffer.InsertBuff(frame.data(), kSlot);
+                Insert(7);
             }
             if (c.producerEndsMs >= 0) {
                 SleepFor(std::chrono::milliseconds(c.producerEndsMs));
@@ -137,6 +123,49 @@ TEST_F(FrameBuffer, TellsTheHeadsOfBothFramesWithoutTakingThem)
     EXPECT_EQ(Read(), 2);
     m_buffer.DiscardBuff(); // nothing left
     EXPECT_EQ(Read(), -1);
+}
+
+TEST_F(FrameBuffer, OffersTheLatestFrameForOneLook)
+{
+    const auto look = [this](bool shortOnly) {
+        const CirBuf::Look taken = m_buffer.TakeLatest(shortOnly);
+        return taken.Frame().size() == kSlot ? taken.Frame()[0] : -1;
+    };
+    EXPECT_EQ(look(false), -1);
+    Insert(1, kSlot, kLong);
+    EXPECT_EQ(look(true), -1); // stays for another time
+    EXPECT_EQ(look(false), 1);
+    EXPECT_EQ(look(false), -1);
+    Insert(2, kSlot, kShort);
+    Insert(3, kSlot, kShort); // refused: the host takes none, the automatics do
+    EXPECT_EQ(look(true), 3);
+    Insert(4, kSlot, kShort);
+    Insert(5); // is the latest, and tells nothing
+    EXPECT_EQ(look(false), -1);
+    Insert(6, kSlot, kShort);
+    m_buffer.ResetCirBuff();
+    EXPECT_EQ(look(false), -1);
+}
+
+/// Two in slots, one looked at, one for the next look, each of them another: the sixth frame is
+/// written into none of them.
+TEST_F(FrameBuffer, FillsNoBufferThatSomebodyNeeds)
+{
+    Insert(1, kSlot, kShort);
+    {
+        const CirBuf::Look looked = m_buffer.TakeLatest();
+        m_buffer.DiscardBuff(); // from here on it is only looked at
+        EXPECT_TRUE(Insert(2));
+        EXPECT_TRUE(Insert(3));
+        EXPECT_FALSE(Insert(4, kSlot, kShort));
+        EXPECT_FALSE(Insert(5, kSlot, kShort));
+        std::fill_n(m_buffer.Filling(), kSlot, 0xFF);       // the next one is on its way
+        EXPECT_TRUE(m_buffer.TakeLatest().Frame().empty()); // one look at a time
+        EXPECT_EQ(Read(), 2);
+        EXPECT_EQ(Read(), 3);
+        EXPECT_EQ(looked.Frame()[0], 1);
+    }
+    EXPECT_EQ(m_buffer.TakeLatest().Frame()[0], 5);
 }
 
 } // namespace
