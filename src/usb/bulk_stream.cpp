@@ -109,8 +109,7 @@ void BulkStream::Allocate(libusb_device_handle *handle, int totalLen, int count,
     }
 }
 
-BulkStream::Pass BulkStream::Run(uint8_t *buffer, Timeouts timeouts, const RunFlag &running,
-                                 Count count)
+BulkStream::Pass BulkStream::Begin(uint8_t *buffer, const RunFlag &running)
 {
     Pass pass;
     if (!running)
@@ -119,11 +118,19 @@ BulkStream::Pass BulkStream::Run(uint8_t *buffer, Timeouts timeouts, const RunFl
         pass.error = LIBUSB_ERROR_BUSY;
         return pass;
     }
-    for (auto &transfer : m_transfers)
+    for (auto &transfer : m_transfers) {
         transfer->submitted = false;
+        transfer->usb->buffer = buffer + transfer->offset;
+    }
     m_nextToSubmit = 0;
-    SubmitFrom(buffer, pass);
+    SubmitRest(pass);
+    return pass;
+}
 
+void BulkStream::Finish(Pass &pass, Timeouts timeouts, const RunFlag &running, Count count)
+{
+    if (!pass.submitted)
+        return;
     const auto passDeadline = std::min(Clock::now() + timeouts.total, timeouts.deadline);
     auto eventTimeout = timeouts.perTransfer;
     for (auto &transfer : m_transfers) {
@@ -131,11 +138,10 @@ BulkStream::Pass BulkStream::Run(uint8_t *buffer, Timeouts timeouts, const RunFl
         if (!WaitFor(*transfer, deadline, eventTimeout, running))
             break; // the frame is lost: nobody waits for the rest of it
         eventTimeout = timeouts.nextEvent;
-        SubmitFrom(buffer, pass); // those that found no memory before
+        SubmitRest(pass); // those that found no memory before
     }
     (void)Reap(); // what stays away is reaped by the next pass, or freed when the device is closed
     Collect(pass, count);
-    return pass;
 }
 
 void BulkStream::Collect(Pass &pass, Count count) const
@@ -168,11 +174,10 @@ void BulkStream::DeviceClosed()
 
 /// Queues the transfers that are not queued yet. When the kernel's memory for transfers is used
 /// up, the rest has to wait until earlier ones are done.
-void BulkStream::SubmitFrom(uint8_t *buffer, Pass &pass)
+void BulkStream::SubmitRest(Pass &pass)
 {
     for (; m_nextToSubmit < m_transfers.size(); ++m_nextToSubmit) {
         Transfer &transfer = *m_transfers[m_nextToSubmit];
-        transfer.usb->buffer = buffer + transfer.offset;
         transfer.completed = 0;
         const int result = libusb_submit_transfer(transfer.usb.get());
         transfer.submitted = result == 0;

@@ -51,9 +51,14 @@ class BulkStream {
     /// transfer had when it ended otherwise, as a synchronous read tells them.
     enum class Count { Completed, AllThatCame };
 
-    /// Reads one frame into `buffer`. Ends early when `running` is cleared. On return no transfer
-    /// is in flight, unless one could not be cancelled: then the next Run starts with reaping it.
-    Pass Run(uint8_t *buffer, Timeouts timeouts, const RunFlag &running, Count count);
+    /// Begins to read one frame into `buffer`: queues its transfers, but for those that the kernel
+    /// has no memory for yet. Queues nothing when `running` is cleared, or when transfers of before
+    /// do not come back.
+    Pass Begin(uint8_t *buffer, const RunFlag &running);
+    /// Waits for the frame that was begun. Ends early when `running` is cleared. On return no
+    /// transfer is in flight, unless one could not be cancelled: the next Begin starts with reaping
+    /// it.
+    void Finish(Pass &pass, Timeouts timeouts, const RunFlag &running, Count count);
 
     /// Frees the transfers, but for those that did not come back: they stay until DeviceClosed.
     void Release();
@@ -72,7 +77,7 @@ class BulkStream {
 
     void Allocate(libusb_device_handle *handle, int totalLen, int count, int chunkSize,
                   uint8_t endpoint);
-    void SubmitFrom(uint8_t *buffer, Pass &pass);
+    void SubmitRest(Pass &pass);
     void Collect(Pass &pass, Count count) const;
     static bool WaitFor(Transfer &transfer, Clock::time_point deadline,
                         std::chrono::milliseconds eventTimeout, const RunFlag &running);

@@ -161,7 +161,7 @@ try {
     return true; // as above
 }
 
-void CCameraFX3::NoteFrame()
+void CCameraFX3::NotePresence()
 {
     bool enough = false;
     {
@@ -545,22 +545,27 @@ BulkStream::Pass CCameraFX3::startAsyncXfer(uint8_t *buffer, BulkStream::Timeout
                                             const RunFlag &running)
 {
     constexpr auto kCount = BulkStream::Count::Completed;
-    const BulkStream::Pass first = m_stream.Run(buffer, timeouts, running, kCount);
-    if (!first.deviceGone)
-        NoteFrame();
+    const BulkStream::Pass first = ReadPass(buffer, timeouts, running, kCount);
     if (!first.ioError || first.deviceGone || !running)
         return first;
     OutputDbgPrint("repeat 2#\n");
-    return m_stream.Run(buffer, timeouts, running, kCount);
+    return ReadPass(buffer, timeouts, running, kCount);
 }
 
 BulkStream::Pass CCameraFX3::ReadFrameOnce(uint8_t *buffer, BulkStream::Timeouts timeouts,
                                            const RunFlag &running)
 {
-    const BulkStream::Pass pass =
-        m_stream.Run(buffer, timeouts, running, BulkStream::Count::AllThatCame);
-    if (!pass.deviceGone)
-        NoteFrame();
+    return ReadPass(buffer, timeouts, running, BulkStream::Count::AllThatCame);
+}
+
+/// What does not belong between two frames is done while the transfers of one are queued.
+BulkStream::Pass CCameraFX3::ReadPass(uint8_t *buffer, BulkStream::Timeouts timeouts,
+                                      const RunFlag &running, BulkStream::Count count)
+{
+    BulkStream::Pass pass = m_stream.Begin(buffer, running);
+    if (pass.submitted && !pass.deviceGone)
+        NotePresence();
+    m_stream.Finish(pass, timeouts, running, count);
     return pass;
 }
 

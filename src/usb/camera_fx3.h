@@ -207,7 +207,9 @@ class CCameraFX3 {
     bool MuteLately() const;
     /// Whether the open device is on the bus; then, takes note of who else is.
     bool LookAround();
-    void NoteFrame(); // looks around now and then
+    void NotePresence(); // of the device that just took transfers: looks around now and then
+    BulkStream::Pass ReadPass(uint8_t *buffer, BulkStream::Timeouts timeouts,
+                              const RunFlag &running, BulkStream::Count count);
     void NoteResult(int result);
     void ChargeLoss(Purpose purpose, Clock::time_point since);
     bool Answers();
