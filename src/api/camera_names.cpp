@@ -1,7 +1,7 @@
 #include "api/camera_names.h"
 
-#include "api/product_table.h"
 #include "base/debug_print.h"
+#include "catalogue/product_list.h"
 
 #include <stdlib.h>
 
@@ -84,7 +84,7 @@ std::optional<PortPath> Path(std::string_view text)
 const Product *FindProductNamed(std::string_view name)
 {
     for (const Product &product : Products()) {
-        const std::string_view whole = product.modelName;
+        const std::string_view whole = product.name;
         if (EqualIgnoringCase(name, whole) ||
             EqualIgnoringCase(name, whole.substr(whole.find(' ') + 1)))
             return &product;

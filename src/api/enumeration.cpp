@@ -1,8 +1,9 @@
 #include "api/camera_names.h"
-#include "api/product_table.h"
 #include "api/session.h"
 #include "base/config.h"
 #include "base/debug_print.h"
+#include "catalogue/product_list.h"
+#include "models/create_camera.h"
 #include "usb/device_list.h"
 
 #include <unistd.h>
@@ -38,11 +39,11 @@ int OrdinalOf(const CameraList &cameras, int index)
 bool CreateAndOpen(std::unique_ptr<CCameraBase> &camera, const Product &product, int ordinal)
 {
     try {
-        camera = product.create();
+        camera = CreateCamera(product);
         camera->RestrictTo(TheSession().Choice());
         return camera->OpenCamera(ordinal);
     } catch (const std::exception &) {
-        OutputDbgPrint("no memory for %s\n", product.modelName);
+        OutputDbgPrint("no memory for %s\n", product.name);
         return false;
     }
 }
@@ -88,7 +89,7 @@ char *getCameraModel(int iCamIndex)
     if (iCamIndex < 0 || iCamIndex > cameras.count)
         return nullptr;
     const Product *product = FindProduct(cameras.productIds[iCamIndex]);
-    (void)std::snprintf(name, sizeof name, "%s", product ? product->modelName : "Error");
+    (void)std::snprintf(name, sizeof name, "%s", product ? product->name : "Error");
     return name;
 }
 

@@ -147,13 +147,10 @@ void setStartPos(int x, int y)
     if (!camera)
         return;
     const int64_t bin = camera->Bin();
-    int64_t unbinnedY = y * bin;
-    if (camera->Model().startCountsFromBottom)
-        unbinnedY = camera->MaxSize().height - unbinnedY - camera->Height() * bin;
     const auto clamp = [](int64_t v) {
         return static_cast<int>(std::clamp<int64_t>(v, INT32_MIN, INT32_MAX));
     };
-    (void)camera->SetStartPos(clamp(x * bin), clamp(unbinnedY));
+    (void)camera->SetStartPos(clamp(x * bin), clamp(y * bin));
 }
 
 int getStartX()
@@ -163,12 +160,7 @@ int getStartX()
 
 int getStartY()
 {
-    return WithCamera(0, [](CCameraBase &camera) {
-        // Quirk, kept: counted from the bottom, binned and unbinned figures are mixed.
-        return camera.Model().startCountsFromBottom
-                   ? camera.MaxSize().height / camera.Bin() - camera.StartY() - camera.Height()
-                   : camera.StartY() / camera.Bin();
-    });
+    return WithCamera(0, [](CCameraBase &camera) { return camera.StartY() / camera.Bin(); });
 }
 
 VSC_BOOL isColorCam()

@@ -219,16 +219,12 @@ FrameRegion CCameraBase::RawFrameRegion()
     const int bin = m_bin; // each is looked at once: the host may be setting another format
     const int software = SoftwareBin(bin, m_hardwareBin);
     const Size frame{m_width * software, m_height * software};
-    FrameRegion region{.sensor = m_maxSize,
-                       .x = m_startX,
-                       .y = m_startY,
-                       .frame = frame,
-                       .binning = bin / software,
-                       .mosaic = m_model.colour,
-                       .sums = m_model.hardwareBinSums};
-    if (m_model.startCountsFromBottom) // for the sensor reads out from there
-        region.y = m_maxSize.height - region.y - frame.height; // Quirk, kept: binned rows
-    return region;
+    return {.sensor = m_maxSize,
+            .x = m_startX,
+            .y = m_startY,
+            .frame = frame,
+            .binning = bin / software,
+            .mosaic = m_model.colour};
 }
 
 FrameCorrections CCameraBase::Corrections(Size readout)

@@ -89,7 +89,7 @@ ImageCut CutImage(std::span<const uint8_t> image, const FrameRegion &region)
         }
         for (int x = columns.begin; x < columns.end; ++x, ++from) {
             uint8_t &sum = to[PlaceInFrame(x, region)];
-            const int part = region.sums ? *from : *from / binning / binning;
+            const int part = *from / binning / binning;
             sum = static_cast<uint8_t>(std::min(sum + part, kBrightest));
         }
     }

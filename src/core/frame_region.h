@@ -18,7 +18,6 @@ struct FrameRegion {
     Size frame;
     int binning = 1;     // that the sensor does itself: so many of its pixels, each way, make one
     bool mosaic = false; // binned are pixels of one colour
-    bool sums = false;   // binned pixels are sums, not means
 
     friend bool operator==(const FrameRegion &, const FrameRegion &) = default;
 };

@@ -108,7 +108,6 @@ TEST(FrameRegionTest, CutsImageAndPixelsAlike)
         {"binned", {sensor, 4, 2, {4, 2}, 2}, 8, {{36, 0}, {53, 0}, {38, 1}, {68, 4}}, 20},
         {"mosaic", {sensor, 0, 0, {8, 4}, 2, true}, 32, {{0, 0}, {2, 0}, {33, 1}, {20, 10}}, 20},
         {"half a cell", {sensor, 10, 0, {8, 4}, 2, true}, 8, {{12, 0}, {15, 99}}, 20},
-        {"summed", {sensor, 4, 2, {4, 2}, 2, false, true}, 8, {{36, 0}}, 80},
     };
     std::vector<uint32_t> all(128);
     std::iota(all.begin(), all.end(), 0U);
