@@ -221,7 +221,6 @@ class CCameraBase : public CCameraFX3 {
     int Blue() const { return m_blue; }
     bool WhiteBalanceAuto() const { return m_whiteBalanceAuto; }
     int Brightness() const { return m_brightness; }
-    int OverClock() const { return m_overClock; }
     bool HighSpeed() const { return m_highSpeed; }
     bool HardwareBin() const { return m_hardwareBin; }
     bool MonoBin() const { return m_monoBin; }
@@ -350,7 +349,6 @@ class CCameraBase : public CCameraFX3 {
     Shared<bool> m_whiteBalanceAuto;
     Shared<int> m_bandwidth; // per cent
     Shared<bool> m_bandwidthAuto;
-    Shared<int> m_overClock;
 
     // Of cooled models; the thread is started and joined by CCameraCool.
     RunFlag m_coolerRunning;

@@ -1,15 +1,11 @@
 #pragma once
 
+#include "catalogue/control_list.h"
+
 #include <array>
 #include <cstdint>
 
 namespace vsccam {
-
-struct ControlRange {
-    int min = 0;
-    int max = 0;
-    int initial = 0;
-};
 
 struct WhiteBalanceRange {
     int min = 1;

@@ -101,21 +101,6 @@ void ShowMissing(Console &console, const char *event, const std::vector<CameraEn
     }
 }
 
-void List(const ListOptions &options, Context &context)
-{
-    if (options.models)
-        return ShowModels(context.console);
-    const std::vector<CameraEntry> cameras = ListCameras();
-    Show(context.console, cameras);
-    if (options.watch)
-        Watch(context.console, cameras);
-    if (static_cast<int>(cameras.size()) < options.require)
-        throw Failure(Exit::kNoCamera, fmt::format("{} of {} cameras found; check plugs and power",
-                                                   cameras.size(), options.require));
-    if (cameras.empty())
-        context.console.Note("no camera found; to try without one: vsccam --sim VSC470MC list");
-}
-
 /// Every product that the library knows, whether one is plugged in or not.
 void ShowModels(Console &console)
 {
@@ -132,6 +117,21 @@ void ShowModels(Console &console)
                        {"opens", !product.IsVariant()}});
     }
     console.Emit({{"models", all}});
+}
+
+void List(const ListOptions &options, Context &context)
+{
+    if (options.models)
+        return ShowModels(context.console);
+    const std::vector<CameraEntry> cameras = ListCameras();
+    Show(context.console, cameras);
+    if (options.watch)
+        Watch(context.console, cameras);
+    if (static_cast<int>(cameras.size()) < options.require)
+        throw Failure(Exit::kNoCamera, fmt::format("{} of {} cameras found; check plugs and power",
+                                                   cameras.size(), options.require));
+    if (cameras.empty())
+        context.console.Note("no camera found; to try without one: vsccam --sim VSC470MC list");
 }
 
 } // namespace
