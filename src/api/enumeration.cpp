@@ -35,7 +35,7 @@ int OrdinalOf(const CameraList &cameras, int index)
            }));
 }
 
-/// False when memory or threads are short, too: no exception reaches the host.
+/// Returns false also when memory or threads are short: no exception reaches the host.
 bool CreateAndOpen(std::unique_ptr<CCameraBase> &camera, const Product &product, int ordinal)
 {
     try {
@@ -63,7 +63,7 @@ try {
             libusb_device_descriptor descriptor{};
             if (libusb_get_device_descriptor(device, &descriptor) < 0) {
                 // Quirk, kept: abrupt. The list and the context are left as they are.
-                (void)std::fputs("failed to get device descriptor", stderr);
+                OutputAlways(Output::kStandardError, "failed to get device descriptor");
                 devices.Abandon();
                 return 0;
             }

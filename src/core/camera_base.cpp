@@ -141,7 +141,7 @@ bool CCameraBase::ReConnectCamera()
     LoseDevice();
     (void)m_capturing.SleepFor(100ms); // a stop ends the waits, and the search
     if (!LibusbContext())
-        std::puts("init libusb fail");
+        OutputAlways(Output::kStandardOutput, "init libusb fail\n");
     OutputDbgPrint("camera closed\n");
     if (m_capturing.SleepFor(50ms) && OpenCamera(m_ordinal))
         return true;
