@@ -30,7 +30,8 @@ constexpr int kNoLimit = -1;
 // The frame of an exposure is there or is not: nobody is held up for longer by another reader.
 constexpr milliseconds kTurnForExposure{1000};
 constexpr int kFrameIsThereMs = 1000;          // it was inserted before the exposure ended
-constexpr uint32_t kSlowVideoFromUs = 100'000; // frames this far apart are taken as they come
+// Frames this far apart are taken as they come.
+constexpr uint32_t kSlowVideoFromUs = ExposureSetting::kShortBelowUs;
 // A host that waits is held up so much longer for the frame behind the one that has come.
 constexpr milliseconds kGraceForFollower{100};
 

@@ -13,7 +13,7 @@ namespace {
 
 constexpr uint8_t kImageEndpoint = 0x82;
 constexpr int kSmallFrameBytes = 307'200;
-constexpr uint32_t kReaderChecksBelowUs = 100'000;
+constexpr uint32_t kReaderChecksBelowUs = ExposureSetting::kShortBelowUs;
 
 constexpr int kDropsToSlowDown = 4;
 constexpr int kDropsToReset = 50; // one more
