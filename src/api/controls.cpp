@@ -27,7 +27,8 @@ void SetExposure(Camera &camera, int us, bool bAuto)
     (void)camera.SetExp(static_cast<unsigned long long>(us), bAuto);
 }
 
-// Held while one of switch and target is set and the other kept as it is.
+// The cooler takes its switch and its target together. This is held from the reading of the one
+// that stays as it is to the setting of both.
 RequestSection g_regulation;
 
 void SetTargetTemp(Camera &camera, int celsius, bool)

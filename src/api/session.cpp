@@ -14,8 +14,8 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// What calls get to leave a camera that is being closed before its device is. Requests fail at once
-// after that, so that what is left comes to its end soon.
+// The time that calls have to leave a camera before its device is closed. After that their requests
+// fail at once, so that they end soon.
 constexpr auto kTimeToLeave = 300ms;
 
 // At the end of the process, when nobody may be left who could leave.
