@@ -30,7 +30,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *bytes, size_t size)
     const int binning = size % 2 == 0 ? 1 : 2;
     const FrameRegion region = {.sensor = kSensor,
                                 .x = static_cast<int>(size % 40),
-                                .y = static_cast<int>(size % 20) - 4,
+                                .y = static_cast<int>(size % 20),
                                 .frame = {32, 16},
                                 .binning = binning,
                                 .mosaic = size % 3 == 0};

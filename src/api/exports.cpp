@@ -58,7 +58,7 @@ bool SetImageFormat(CCameraBase &camera, int width, int height, int bin, int img
     const ImageFormat *format = FormatOf(imgType);
     if (!format)
         return false;
-    const CCameraBase::DeliveryPause delivery(camera); // no frame is of the one format by half
+    const Delivery::Pause pause(camera.delivery); // no frame is of the one format by half
     const bool rawBefore = camera.RawOutput();
     camera.SetRawOutput(format->rawOutput);
     if (!camera.SetResolution(width, height, bin, format->type)) {

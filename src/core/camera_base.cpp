@@ -1,7 +1,10 @@
 #include "core/camera_base.h"
 
 #include "base/debug_print.h"
+#include "core/flash_access.h"
+#include "core/hot_pixel_store.h"
 #include "core/thermistor.h"
+#include "image/time_mark.h"
 #include "usb/requests.h"
 
 #include <algorithm>
@@ -21,37 +24,32 @@ constexpr int kTransferBlock = 48 * 1024; // unit of SetTransferCount
 // A flash that does not answer must not use up what the camera has to be programmed in.
 constexpr LossLimit kFlashShare{.work = 600ms};
 
+// Neither may the wait for another thread that uses it.
+constexpr auto kFlashPatience = 600ms;
+constexpr char kNoMemoryForHotPixels[] = "no memory for the hot pixels\n";
+
 constexpr bool IsGuideLine(int direction)
 {
     return direction >= 0 && direction <= 3;
 }
 
-constexpr Size SensorSize(const CameraModel &model)
-{
-    return {model.sensorWidth, model.sensorHeight};
-}
-
-// Room for a frame of 16 bits per pixel.
-constexpr size_t LargestFrame(const CameraModel &model)
-{
-    return size_t{2} * static_cast<size_t>(model.sensorWidth) *
-           static_cast<size_t>(model.sensorHeight);
-}
-
 } // namespace
 
 CCameraBase::CCameraBase(const CameraModel &model)
-    : m_model(model), m_maxSize(LargestAcceptedSize(SensorSize(model))), m_width(model.sensorWidth),
+    : delivery(model, m_frames,
+               {.settings = [this] { return SettingsNow(); },
+                .singleExposure = [this] { return SingleExposure(); },
+                .takeExposure = [this] { return m_expStatus.exchange(kExpIdle) == kExpSuccess; },
+                .countDropped = [this] { AddDroppedFrames(1); }}),
+      m_model(model), m_maxSize(MaxSizeOf(model)), m_width(model.sensorWidth),
       m_height(model.sensorHeight), m_exposureUs(static_cast<uint32_t>(model.exposureUs.initial)),
-      m_gain(model.gain.initial), m_gamma(model.gamma.initial),
-      m_brightness(model.brightness.initial), m_red(model.whiteBalance.red),
-      m_blue(model.whiteBalance.blue), m_bandwidth(model.bandwidth.initial),
-      m_work(LargestFrame(model)), m_rowScratch(static_cast<size_t>(model.sensorWidth)),
-      m_raw(LargestFrame(model)), m_frames(LargestFrame(model))
+      m_gain(model.gain.initial), m_brightness(model.brightness.initial),
+      m_red(model.whiteBalance.red), m_blue(model.whiteBalance.blue),
+      m_bandwidth(model.bandwidth.initial), m_raw(LargestFrameBytes(model)),
+      m_frames(LargestFrameBytes(model))
 {
     m_guiding.Set();
     refreshControlList();
-    m_algorithm.RGBYUV_Init();
     if (!m_frames.StartInstBufThr())
         throw std::bad_alloc();
 }
@@ -172,7 +170,7 @@ bool CCameraBase::StartWorker(bool single, std::function<void()> body)
 
 bool CCameraBase::StopCapture()
 {
-    const DeliveryPause pause(*this); // who waits for a frame is gone before it ends
+    const Delivery::Pause pause(delivery); // who waits for a frame is gone before it ends
     if (!m_capturing) {
         const EndOfThreads end(*this);
         m_worker.Join(); // one that ended by itself
@@ -194,7 +192,7 @@ bool CCameraBase::StopCapture()
 }
 
 CCameraBase::CapturePause::CapturePause(CCameraBase &camera)
-    : m_delivery(camera), m_camera(camera), m_ran(camera.m_capturing)
+    : m_delivery(camera.delivery), m_camera(camera), m_ran(camera.m_capturing)
 {
     (void)m_camera.StopCapture(); // also joins an exposure that is just ending
     m_camera.m_frames.ResetCirBuff();
@@ -225,7 +223,6 @@ Settings CCameraBase::SettingsNow()
     now.exposureAuto = m_exposureAuto;
     now.gain = m_gain;
     now.gainAuto = m_gainAuto;
-    now.gamma = m_gamma;
     now.brightness = m_brightness;
     now.red = m_red;
     now.blue = m_blue;
@@ -244,6 +241,21 @@ Settings CCameraBase::SettingsNow()
     return now;
 }
 
+Size CCameraBase::ReadoutSize()
+{
+    return ReadoutOf(m_model, SettingsNow()).size;
+}
+
+int CCameraBase::ReadoutBytes()
+{
+    return ReadoutOf(m_model, SettingsNow()).Bytes();
+}
+
+int CCameraBase::SoftwareBin()
+{
+    return ReadoutOf(m_model, SettingsNow()).softwareBin;
+}
+
 bool CCameraBase::IsHardBinRun()
 {
     return m_hardwareBin && m_bin > 1;
@@ -256,27 +268,13 @@ int CCameraBase::GetGain(bool *pbAuto)
 }
 
 bool CCameraBase::SetGamma(int gamma)
-try {
-    const std::lock_guard lock(m_gammaSection);
-    // Quirk, kept: the old gamma is tested, not the new one; hosts rely on it.
-    const int next = m_gamma > 100 ? 100 : gamma;
-    std::shared_ptr<GammaTables> tables;
-    if (next != kLinearGamma) {
-        tables = std::make_shared<GammaTables>();
-        FillGammaTable(next, tables->of8Bits);
-        FillGammaTable(next, tables->of16Bits);
-    }
-    m_gamma = next;
-    m_gammaTables = std::move(tables); // who delivers a frame goes on using those of before
-    return true;
-} catch (const std::bad_alloc &) {
-    OutputDbgPrint("no memory for the gamma tables\n");
-    return false;
+{
+    return delivery.gamma.Set(gamma);
 }
 
 int CCameraBase::GetGamma()
 {
-    return m_gamma;
+    return delivery.gamma.Gamma();
 }
 
 // What only some families can do.
@@ -301,6 +299,101 @@ bool CCameraBase::SetOverCLKPerc(int)
     return false;
 }
 
+bool CCameraBase::GetImage(unsigned char *buffer, int size, int waitMs)
+{
+    return delivery.GetImage(buffer, size, waitMs);
+}
+
+bool CCameraBase::GetImageAfterExp(unsigned char *buffer, int size)
+{
+    return delivery.GetImageAfterExp(buffer, size);
+}
+
+void CCameraBase::AddTimeMark(unsigned char *image, int width, IMAGE_TYPE type)
+{
+    DrawCurrentTime(image, width, m_height, type);
+}
+
+int CCameraBase::GettingDark(bool on, unsigned long long)
+{
+    const int frames = DarkFramesFor(m_exposureUs);
+    delivery.corrections.dark.Request(on ? frames : 0);
+    return frames;
+}
+
+void CCameraBase::UsingDark(bool on)
+{
+    if (on)
+        delivery.corrections.dark.Enable();
+    else
+        delivery.corrections.dark.Disable();
+}
+
+int CCameraBase::SaveBMPToFile(const char *path)
+{
+    return delivery.corrections.SaveDark(path);
+}
+
+int CCameraBase::LoadBMPFromFile(const char *path)
+{
+    return delivery.corrections.LoadDark(path);
+}
+
+bool CCameraBase::AdjustDarkBuff()
+{
+    return delivery.corrections.FitDark();
+}
+
+void CCameraBase::AdjustHPCTable()
+{
+    delivery.corrections.FitHotPixels();
+}
+
+void CCameraBase::SetHPCStates(bool on)
+{
+    HotPixels &hotPixels = delivery.corrections.hotPixels;
+    if (!on) {
+        hotPixels.Disable();
+        return;
+    }
+    const bool loaded = LoadHPCTable();
+    if (loaded)
+        hotPixels.Enable();
+    else if (!Lost() && !m_capturing) // a camera that is programmed again has the table of before
+        hotPixels.Disable();
+    OutputDbgPrint(loaded ? "Load HPC table success\n" : "Load HPC table error\n");
+}
+
+bool CCameraBase::LoadHPCTable()
+try {
+    using State = StoredHotPixels::State;
+    FlashAccess flash(*this, kFlashPatience); // settings may be held meanwhile
+    const StoredHotPixels stored = ReadHotPixels(flash);
+    if (stored.state == State::Unread)
+        return false;
+    // What could be read of a record is used, though it counts as a failure.
+    if (stored.state == State::Part && (Lost() || m_capturing))
+        return false;
+    auto pixels = PixelsOf(stored, m_maxSize);
+    if (pixels)
+        delivery.corrections.SetHotPixels(std::move(*pixels));
+    else
+        delivery.corrections.hotPixels.Disable();
+    return pixels && stored.state == State::Whole;
+} catch (const std::bad_alloc &) {
+    OutputDbgPrint(kNoMemoryForHotPixels);
+    return false;
+}
+
+bool CCameraBase::SaveHPCTable()
+try {
+    FlashAccess flash(*this);
+    return WriteHotPixels(flash, delivery.corrections.dark.BrightBitmap());
+} catch (const std::bad_alloc &) {
+    OutputDbgPrint(kNoMemoryForHotPixels);
+    return false;
+}
+
 bool CCameraBase::MoveRegion(int x, int y, int stepX, const std::function<void()> &program)
 {
     const std::lock_guard lock(m_settingsSection);
@@ -308,18 +401,8 @@ bool CCameraBase::MoveRegion(int x, int y, int stepX, const std::function<void()
     m_startY = RegionStart(y, 2, m_height * m_bin, m_model.sensorHeight);
     CountFrameChange();
     program();
-    FitCorrections();
+    delivery.corrections.FollowRegion();
     return true;
-}
-
-/// Only when the region is another one: cutting them of a large sensor takes its time.
-void CCameraBase::FitCorrections()
-{
-    const FrameRegion region = RawFrameRegion();
-    if (std::exchange(m_correctedRegion, region) == region)
-        return;
-    (void)AdjustDarkBuff(); // frames are delivered without it, too
-    AdjustHPCTable();
 }
 
 void CCameraBase::StoreExposure(unsigned long long microseconds)
@@ -470,23 +553,10 @@ void CCameraBase::SetFlip(bool horizontal, bool vertical)
 
 void CCameraBase::EndWaits()
 {
-    m_readers.Close();
-    m_frames.InterruptReaders(true);
+    delivery.EndWaits();
     for (Turns &axis : m_guideAxes)
         axis.Close();
     m_guiding.Clear();
-}
-
-CCameraBase::DeliveryPause::DeliveryPause(CCameraBase &camera)
-    : m_readers(camera.m_readers), m_frames(camera.m_frames)
-{
-    m_frames.InterruptReaders(true);
-    m_readers.AwaitEnd();
-}
-
-CCameraBase::DeliveryPause::~DeliveryPause()
-{
-    m_frames.InterruptReaders(false);
 }
 
 /// Lines 0 and 1 are opposite, and so are 2 and 3: a pulse waits until both of its axis are off.

@@ -2,20 +2,14 @@
 
 #include "base/sync.h"
 #include "base/turns.h"
-#include "base/zeroed_buffer.h"
 #include "core/camera_model.h"
 #include "core/controls.h"
-#include "core/dark_frames.h"
+#include "core/delivery.h"
 #include "core/frame_geometry.h"
-#include "core/frame_region.h"
-#include "core/gamma.h"
-#include "core/hot_pixels.h"
 #include "core/raw_frame.h"
 #include "core/settings.h"
-#include "image/algorithm.h"
 #include "image/cir_buf.h"
 #include "image/exposure_setting.h"
-#include "image/frame_rows.h"
 #include "image/raw_frames.h"
 #include "usb/camera_fx3.h"
 
@@ -37,20 +31,6 @@ using CameraId = std::array<uint8_t, 8>;
 /// State of a single exposure, as hosts see it.
 enum ExposureStatus { kExpIdle = 0, kExpWorking = 1, kExpSuccess = 2, kExpFailed = 3 };
 
-/// What is corrected in one raw frame, of its size; null: nothing.
-struct FrameCorrections {
-    DarkCut dark; // its frame: of 8-bit frames only
-    std::shared_ptr<const PixelPatches> hotPixels;
-};
-
-/// What a host has set that only the delivery of frames looks at, as it is for one frame.
-struct DeliverySettings {
-    bool flipH;
-    bool flipV;
-    bool monoBin;
-    std::shared_ptr<const GammaTables> gamma; // null: linear
-};
-
 /// A camera: its settings, its frames, its threads. Sensor families derive from it and program
 /// their sensors in the virtual operations, whose order is fixed.
 ///
@@ -60,14 +40,15 @@ struct DeliverySettings {
 /// the auto-control thread and the worker set gain, exposure, balance and bandwidth through the
 /// same operations as the host. Single values are Shared; sequences that belong together (store,
 /// compute, write registers) hold m_settingsSection, which getters do without: it is held over
-/// USB requests. One reader at a time waits for frames and processes them, in a turn of m_readers;
-/// a DeliveryPause keeps readers out while a capture is stopped or the geometry changes.
-/// StopCapture, CloseCamera and destruction leave no thread behind.
+/// USB requests. A Delivery::Pause keeps readers of frames out while a capture is stopped or the
+/// geometry changes. StopCapture, CloseCamera and destruction leave no thread behind.
 ///
 /// Destruction runs as CCameraBase, without a virtual destructor: whatever owns something is a
 /// member here, and derived classes have plain values only.
 class CCameraBase : public CCameraFX3 {
   public:
+    Delivery delivery;
+
     explicit CCameraBase(const CameraModel &model);
     ~CCameraBase();
 
@@ -102,21 +83,6 @@ class CCameraBase : public CCameraFX3 {
 
     void StartExposure() { (void)StartCapture(true); } // the status tells how it went
     void StopExposure() { (void)StopCapture(); }
-
-    /// While it lasts, no frame is on its way to the host: readers that wait for one have been sent
-    /// away, one that was processing it has finished, and those that come wait for its end. Pauses
-    /// contain each other; only one thread at a time makes them.
-    class DeliveryPause {
-      public:
-        explicit DeliveryPause(CCameraBase &camera);
-        ~DeliveryPause();
-        DeliveryPause(const DeliveryPause &) = delete;
-        DeliveryPause &operator=(const DeliveryPause &) = delete;
-
-      private:
-        Turns::Pause m_readers;
-        CirBuf &m_frames;
-    };
 
     /// Ends for good what threads of the host wait for: frames, and the ends of guide pulses, whose
     /// lines are then switched off.
@@ -168,7 +134,6 @@ class CCameraBase : public CCameraFX3 {
     /// Requests a dark frame, made of the next whole frames of 8 bits that are delivered, or
     /// cancels the request. @return the number of frames, which depends on the exposure
     int GettingDark(bool on, unsigned long long = 0);
-    bool DarkRequested() const { return m_darkFrames.Requested(); }
     /// Subtraction of the dark frame; ending it frees the frame.
     void UsingDark(bool on);
     /// The dark frame as a bitmap file. Both return 1 on success; 0 and, of loading, further codes
@@ -180,9 +145,6 @@ class CCameraBase : public CCameraFX3 {
     bool LoadHPCTable();
     /// Makes a table of the pixels that are bright in the dark frame, and stores it.
     bool SaveHPCTable();
-    /// What the two deal in: the pixels that were loaded, and the bitmap that would be stored.
-    std::vector<uint32_t> HotPixelTable() { return m_hotPixels.Pixels(); }
-    std::vector<uint8_t> BrightBitmap() { return m_darkFrames.BrightBitmap(); }
     /// Fit dark frame and hot pixels to the frames that follow. Without memory for it the
     /// correction ends; of the dark frame, the result says so.
     bool AdjustDarkBuff();
@@ -262,8 +224,7 @@ class CCameraBase : public CCameraFX3 {
     RawFrames &Raw() { return m_raw; }
     /// Size of the frames that the camera sends, before software binning.
     Size ReadoutSize();
-    int SoftwareBin() const { return SoftwareBin(m_bin, m_hardwareBin); }
-    int SoftwareBin(int bin, bool hardwareBin) const;
+    int SoftwareBin();
     int ReadoutBytes();
 
   protected:
@@ -280,7 +241,7 @@ class CCameraBase : public CCameraFX3 {
         CapturePause &operator=(const CapturePause &) = delete;
 
       private:
-        DeliveryPause m_delivery;
+        Delivery::Pause m_delivery;
         CCameraBase &m_camera;
         bool m_ran;
     };
@@ -342,7 +303,6 @@ class CCameraBase : public CCameraFX3 {
     Shared<uint32_t> m_exposureLines; // as the sensor has it, in periods of its lines
     Shared<int> m_gain;
     Shared<bool> m_gainAuto;
-    Shared<int> m_gamma{0};
     Shared<int> m_brightness;
     Shared<int> m_red;
     Shared<int> m_blue;
@@ -368,26 +328,6 @@ class CCameraBase : public CCameraFX3 {
     std::optional<RawFrame> AsRawFrame(std::span<const uint8_t> bytes);
     int BinScale(const RawFrame &frame) const;
     bool BinnedBySensor(const RawFrame &frame) const;
-    /// Cameras that mark only the head of a frame: the worker cannot tell whether it is whole.
-    bool ReaderChecksFrames() const { return !m_model.usb3Camera; }
-    class Wait;
-    bool DeliverFrame(uint8_t *buffer, int size, const Wait &wait);
-    bool AwaitFrame(const Wait &wait);
-    bool AwaitHeadMarkedFrame(const Wait &wait);
-    bool ReadFrame(uint8_t *frame);
-    DeliverySettings CurrentDelivery();
-    FrameRegion RawFrameRegion();
-    void FitCorrections();
-    FrameCorrections Corrections(Size readout);
-    void DoGetDark(const uint8_t *frame, Size readout);
-    template <class Sample>
-    FrameSteps<Sample> Prepare(Sample *frame, bool inPlace, const FrameCorrections &corrections,
-                               const DeliverySettings &settings);
-    void Deliver16(uint16_t *frame, uint8_t *buffer, const DeliverySettings &settings);
-    void Deliver8(uint8_t *frame, uint8_t *buffer, const DeliverySettings &settings);
-    void FollowBalance();
-    bool DeliversSamples();
-    bool DeliversAsRead(const DeliverySettings &settings);
     void SwitchGuideLineOn(int line);
     void SwitchGuideLineOff(int line);
 
@@ -410,21 +350,6 @@ class CCameraBase : public CCameraFX3 {
     Shared<int> m_autoMaxGain{50};
     Shared<int> m_autoMaxExpS{30};
     Shared<int> m_autoTarget{100};
-
-    DarkFrames m_darkFrames;
-    HotPixels m_hotPixels;
-    FrameRegion m_correctedRegion; // that both were fitted to last; guarded by m_settingsSection
-
-    // Held while the gamma is set; what the next one points to is never changed, but replaced.
-    CriticalSection m_gammaSection;
-    std::shared_ptr<const GammaTables> m_gammaTables; // null: linear
-
-    // The pipeline, on the host's thread that has the turn.
-    Turns m_readers;
-    CAlgorithm m_algorithm;
-    int m_balanceInTable[2] = {-1, -1}; // red and blue that m_algorithm has its tables for
-    ZeroedBuffer m_work;                // the frame in process
-    RowScratch m_rowScratch;
 
     // Guide pulses, on the threads of the host that send them.
     static constexpr int kGuideLines = 4;

@@ -3,6 +3,7 @@
 #include "catalogue/control_list.h"
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 
 namespace vsccam {
@@ -62,6 +63,13 @@ struct CameraModel {
     // Nothing of the library was run on hardware; these are not even known.
     std::array<StandIn, 6> unverified{StandIn::Everything};
 };
+
+/// Room for a frame of 16 bits per pixel.
+constexpr size_t LargestFrameBytes(const CameraModel &model)
+{
+    return size_t{2} * static_cast<size_t>(model.sensorWidth) *
+           static_cast<size_t>(model.sensorHeight);
+}
 
 /// Tells in one debug line what of the model's data was never verified.
 void PrintUnverified(const CameraModel &model);

@@ -1,13 +1,10 @@
 #include "core/dark_frames.h"
 
 #include "base/debug_print.h"
-#include "core/camera_base.h"
-#include "core/dark_file.h"
 #include "core/raw_frame.h"
 
 #include <algorithm>
 #include <mutex>
-#include <new>
 #include <utility>
 
 // Dark frames: the sensor's fixed pattern, subtracted from 8-bit frames.
@@ -16,9 +13,6 @@ namespace vsccam {
 namespace {
 
 constexpr int kBrightOverMean = 30;
-constexpr int kSuccess = 1; // of operations that return numbers
-constexpr uint32_t kSubtractedInAutoFromUs = 500'000;
-constexpr char kNoMemory[] = "no memory for the dark frame\n";
 
 bool IsBright(int value, int mean)
 {
@@ -96,7 +90,7 @@ std::vector<uint8_t> DarkFrames::Image()
 std::vector<uint8_t> DarkFrames::BrightBitmap()
 {
     const std::lock_guard lock(m_imageSection);
-    const auto working = Current().working;
+    const auto working = m_cut.Now().working;
     const int mean = working ? working->mean : 0;
     std::vector<uint8_t> bitmap(m_image.size() / 8);
     for (size_t i = 0; i < bitmap.size() * 8; ++i)
@@ -121,131 +115,7 @@ void DarkFrames::Cut(const FrameRegion &region)
 
 void DarkFrames::Install(DarkCut cut)
 {
-    const std::lock_guard workingLock(m_workingSection);
-    const std::lock_guard brightLock(m_brightSection);
-    m_cut = std::move(cut);
-}
-
-DarkCut DarkFrames::Current()
-{
-    const std::lock_guard workingLock(m_workingSection);
-    const std::lock_guard brightLock(m_brightSection);
-    return m_cut;
-}
-
-int CCameraBase::GettingDark(bool on, unsigned long long)
-{
-    const int frames = DarkFramesFor(m_exposureUs);
-    m_darkFrames.Request(on ? frames : 0);
-    return frames;
-}
-
-void CCameraBase::DoGetDark(const uint8_t *frame, Size readout)
-{
-    // Decision: only whole frames count, and a request waits for them: what the host reads at other
-    // sizes is no failure, and the request is still there when it reads the whole sensor again.
-    const bool whole = readout == m_maxSize && m_startX == 0 && m_startY == 0;
-    if (!m_darkFrames.Requested() || !whole)
-        return;
-    const auto pixels = static_cast<size_t>(readout.width) * static_cast<size_t>(readout.height);
-    try {
-        if (m_darkFrames.Add({frame, pixels}))
-            (void)AdjustDarkBuff(); // without it the host gets the frame as it is
-    } catch (const std::bad_alloc &) {
-        OutputDbgPrint(kNoMemory);
-        m_darkFrames.Request(0);
-    }
-}
-
-bool CCameraBase::AdjustDarkBuff()
-try {
-    FrameRegion region;
-    do { // until it is the region that others, who may be moving it meanwhile, have come to
-        region = RawFrameRegion();
-        m_darkFrames.Cut(region);
-    } while (region != RawFrameRegion());
-    return true;
-} catch (const std::bad_alloc &) {
-    OutputDbgPrint(kNoMemory);
-    m_darkFrames.Disable();
-    return false;
-}
-
-void CCameraBase::UsingDark(bool on)
-{
-    if (on)
-        m_darkFrames.Enable();
-    else
-        m_darkFrames.Disable();
-}
-
-int CCameraBase::SaveBMPToFile(const char *path)
-try {
-    const std::vector<uint8_t> image = m_darkFrames.Image();
-    if (image.empty() || !CreateBMP(path, m_maxSize, image))
-        return 0;
-    OutputDbgPrint("Save file %s --> succeed!\n", path);
-    return kSuccess;
-} catch (const std::bad_alloc &) {
-    OutputDbgPrint(kNoMemory);
-    return 0;
-}
-
-int CCameraBase::LoadBMPFromFile(const char *path)
-try {
-    const File file = OpenRegularFile(path);
-    if (!file) {
-        UsingDark(false);
-        OutputDbgPrint("Open file %s failed!\n", path);
-        return static_cast<int>(DarkFileResult::kNotFound);
-    }
-    std::vector<uint8_t> image;
-    const DarkFileResult result = ReadDarkFile(file.get(), m_maxSize, &image);
-    if (result == DarkFileResult::kRead) {
-        m_darkFrames.SetImage(std::move(image));
-        if (!AdjustDarkBuff())
-            return static_cast<int>(DarkFileResult::kUnusable);
-        UsingDark(true);
-        OutputDbgPrint("Open file %s --> succeed!\n", path);
-    }
-    return static_cast<int>(result);
-} catch (const std::bad_alloc &) {
-    OutputDbgPrint(kNoMemory);
-    return static_cast<int>(DarkFileResult::kUnusable);
-}
-
-FrameRegion CCameraBase::RawFrameRegion()
-{
-    const int bin = m_bin; // each is looked at once: the host may be setting another format
-    const int software = SoftwareBin(bin, m_hardwareBin);
-    const Size frame{m_width * software, m_height * software};
-    return {.sensor = m_maxSize,
-            .x = m_startX,
-            .y = m_startY,
-            .frame = frame,
-            .binning = bin / software,
-            .mosaic = m_model.colour};
-}
-
-FrameCorrections CCameraBase::Corrections(Size readout)
-{
-    FrameCorrections corrections;
-    if (m_darkFrames.Enabled()) {
-        corrections.dark = m_darkFrames.Current();
-        if (corrections.dark.working && corrections.dark.working->size != readout)
-            corrections.dark = {};
-        // Auto exposure looks at frames as they come; short ones have little dark current.
-        const bool leftAlone = m_exposureAuto && m_exposureUs < kSubtractedInAutoFromUs;
-        if (m_output16Bits || leftAlone)
-            corrections.dark.working = nullptr;
-    }
-    if (m_hotPixels.Enabled()) {
-        corrections.hotPixels = m_hotPixels.Patches();
-        const PixelPatches *patches = corrections.hotPixels.get();
-        if (patches && Size{patches->width, patches->height} != readout)
-            corrections.hotPixels = nullptr;
-    }
-    return corrections;
+    m_cut.With([&cut](DarkCut &current) { std::swap(current, cut); });
 }
 
 } // namespace vsccam

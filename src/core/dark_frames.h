@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/guarded.h"
 #include "base/sync.h"
 #include "core/frame_region.h"
 #include "image/pixel_patches.h"
@@ -49,7 +50,7 @@ class DarkFrames {
     void Cut(const FrameRegion &region);
 
     /// Both of one cut.
-    DarkCut Current();
+    DarkCut Current() const { return m_cut.Now(); }
 
   private:
     void Install(DarkCut cut);
@@ -57,18 +58,15 @@ class DarkFrames {
     Shared<bool> m_enabled;
     Shared<bool> m_requested;
 
-    // Whoever needs several of these locks them in the order in which they stand here, and before
-    // that of the hot pixels.
+    // Order of locks: m_imageSection, then that of m_cut, which readers of frames take: nobody
+    // holds it while he cuts.
     CriticalSection m_imageSection; // guards the next four
     std::vector<uint8_t> m_image;   // of the whole sensor; empty: none
     std::vector<uint8_t> m_sum;     // of the frames taken, each divided by their number
     int m_framesWanted = 1;
     int m_framesTaken = 0;
 
-    // Both are locked for either: they change together.
-    CriticalSection m_workingSection; // guards m_cut.working
-    CriticalSection m_brightSection;  // guards m_cut.bright
-    DarkCut m_cut;
+    Guarded<DarkCut> m_cut;
 };
 
 /// Number of frames that make a dark frame of this exposure.

@@ -22,27 +22,20 @@ int PlaceInFrame(int pixel, const FrameRegion &region)
     return pixel / (period * region.binning) * period + pixel % period;
 }
 
-/// The part of the region that lies on the sensor, along one axis, counted within the region:
-/// whole cells of those that are binned.
-struct Extent {
-    int begin;
-    int end;
-};
-
-Extent OnSensor(int start, int binnedLength, int sensorLength, const FrameRegion &region)
+/// How much of the region lies on the sensor, which it begins on, along one axis: whole cells of
+/// those that are binned.
+int OnSensor(int start, int binnedLength, int sensorLength, const FrameRegion &region)
 {
     const int cell = region.binning == 1 ? 1 : region.binning * (region.mosaic ? 2 : 1);
-    const int length = binnedLength * region.binning;
-    const int begin = std::clamp((cell - 1 - start) / cell * cell, 0, length);
-    return {begin, std::clamp((sensorLength - start) / cell * cell, begin, length)};
+    return std::clamp((sensorLength - start) / cell * cell, 0, binnedLength * region.binning);
 }
 
-Extent ColumnsOnSensor(const FrameRegion &region)
+int ColumnsOnSensor(const FrameRegion &region)
 {
     return OnSensor(region.x, region.frame.width, region.sensor.width, region);
 }
 
-Extent RowsOnSensor(const FrameRegion &region)
+int RowsOnSensor(const FrameRegion &region)
 {
     return OnSensor(region.y, region.frame.height, region.sensor.height, region);
 }
@@ -50,47 +43,54 @@ Extent RowsOnSensor(const FrameRegion &region)
 /// The mean of the part on the sensor, which the rest, still 0, gets as well.
 int FillOffSensor(std::vector<uint8_t> &frame, const FrameRegion &region)
 {
-    const auto inFrame = [&region](Extent extent) {
-        return Extent{extent.begin / region.binning, extent.end / region.binning};
-    };
-    const Extent columns = inFrame(ColumnsOnSensor(region));
-    const Extent rows = inFrame(RowsOnSensor(region));
-    const size_t pixels = Index(0, rows.end - rows.begin, columns.end - columns.begin);
+    const int columns = ColumnsOnSensor(region) / region.binning;
+    const int rows = RowsOnSensor(region) / region.binning;
+    const size_t pixels = Index(0, rows, columns);
     const auto sum = std::accumulate(frame.begin(), frame.end(), uint64_t{0});
     const auto mean = static_cast<uint8_t>(sum / std::max<size_t>(pixels, 1));
-    const auto fill = [&](int y, Extent part) {
-        std::fill_n(&frame[Index(0, y, region.frame.width)] + part.begin, part.end - part.begin,
-                    mean);
-    };
+    const int width = region.frame.width;
     for (int y = 0; y < region.frame.height; ++y) {
-        const bool onSensor = y >= rows.begin && y < rows.end;
-        fill(y, {0, onSensor ? columns.begin : region.frame.width});
-        fill(y, {columns.end, region.frame.width});
+        const int from = y < rows ? columns : 0;
+        std::fill_n(frame.data() + Index(from, y, width), width - from, mean);
     }
     return mean;
 }
 
 } // namespace
 
+Size MaxSizeOf(const CameraModel &model)
+{
+    return LargestAcceptedSize({model.sensorWidth, model.sensorHeight});
+}
+
+FrameRegion RegionOf(const CameraModel &model, const Settings &settings)
+{
+    const Readout readout = ReadoutOf(model, settings);
+    return {.sensor = MaxSizeOf(model),
+            .x = settings.startX,
+            .y = settings.startY,
+            .frame = readout.size,
+            .binning = settings.bin / readout.softwareBin,
+            .mosaic = model.colour};
+}
+
 ImageCut CutImage(std::span<const uint8_t> image, const FrameRegion &region)
 {
     const int width = region.frame.width;
     const int binning = region.binning;
     std::vector<uint8_t> cut(Index(0, region.frame.height, width));
-    const Extent columns = ColumnsOnSensor(region);
-    const Extent rows = RowsOnSensor(region);
-    for (int y = rows.begin; y < rows.end; ++y) {
-        const uint8_t *from =
-            image.data() + Index(region.x + columns.begin, region.y + y, region.sensor.width);
+    const int columns = ColumnsOnSensor(region);
+    const int rows = RowsOnSensor(region);
+    for (int y = 0; y < rows; ++y) {
+        const uint8_t *from = image.data() + Index(region.x, region.y + y, region.sensor.width);
         uint8_t *const to = cut.data() + Index(0, PlaceInFrame(y, region), width);
         if (binning == 1) {
-            std::copy_n(from, columns.end - columns.begin, to + columns.begin);
+            std::copy_n(from, columns, to);
             continue;
         }
-        for (int x = columns.begin; x < columns.end; ++x, ++from) {
+        for (int x = 0; x < columns; ++x, ++from) {
             uint8_t &sum = to[PlaceInFrame(x, region)];
-            const int part = *from / binning / binning;
-            sum = static_cast<uint8_t>(std::min(sum + part, kBrightest));
+            sum = static_cast<uint8_t>(std::min(sum + *from / binning / binning, kBrightest));
         }
     }
     const int mean = FillOffSensor(cut, region);
@@ -99,17 +99,14 @@ ImageCut CutImage(std::span<const uint8_t> image, const FrameRegion &region)
 
 std::vector<uint32_t> CutPixels(std::span<const uint32_t> pixels, const FrameRegion &region)
 {
-    const Extent columns = ColumnsOnSensor(region);
-    const Extent rows = RowsOnSensor(region);
-    const auto within = [](int place, Extent extent) {
-        return place >= extent.begin && place < extent.end;
-    };
+    const int columns = ColumnsOnSensor(region);
+    const int rows = RowsOnSensor(region);
     const auto sensorWidth = static_cast<uint32_t>(region.sensor.width);
     std::vector<uint32_t> cut;
     for (const uint32_t pixel : pixels) {
         const int x = static_cast<int>(pixel % sensorWidth) - region.x;
         const int y = static_cast<int>(pixel / sensorWidth) - region.y;
-        if (within(x, columns) && within(y, rows))
+        if (x >= 0 && x < columns && y >= 0 && y < rows)
             cut.push_back(static_cast<uint32_t>(
                 Index(PlaceInFrame(x, region), PlaceInFrame(y, region), region.frame.width)));
     }

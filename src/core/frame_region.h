@@ -1,6 +1,8 @@
 #pragma once
 
+#include "core/camera_model.h"
 #include "core/frame_geometry.h"
+#include "core/settings.h"
 #include "image/pixel_patches.h"
 
 #include <cstdint>
@@ -13,7 +15,7 @@ namespace vsccam {
 /// Which pixels of the sensor a raw frame shows.
 struct FrameRegion {
     Size sensor;
-    int x = 0; // of the first pixel that is shown
+    int x = 0; // of the first pixel that is shown, which is on the sensor or behind its end
     int y = 0;
     Size frame;
     int binning = 1;     // that the sensor does itself: so many of its pixels, each way, make one
@@ -21,6 +23,12 @@ struct FrameRegion {
 
     friend bool operator==(const FrameRegion &, const FrameRegion &) = default;
 };
+
+/// The size that hosts can get at most: of the frames that show the whole sensor.
+Size MaxSizeOf(const CameraModel &model);
+
+/// What the frames show of the sensor with these settings.
+FrameRegion RegionOf(const CameraModel &model, const Settings &settings);
 
 struct ImageCut {
     std::vector<uint8_t> pixels;

@@ -1,7 +1,11 @@
 #include "core/gamma.h"
 
+#include "base/debug_print.h"
+
 #include <algorithm>
 #include <cmath>
+#include <new>
+#include <utility>
 
 namespace vsccam {
 
@@ -28,6 +32,23 @@ void FillGammaTable(int gamma, GammaTable16 &table)
             static_cast<float>(std::pow(static_cast<double>(i) / 65535.0, exponent)) * 65535.0F;
         table[i] = static_cast<uint16_t>(std::min(65535.0F, scaled));
     }
+}
+
+bool GammaCurve::Set(int gamma)
+try {
+    // Quirk, kept: the old gamma is tested, not the new one; hosts rely on it.
+    Curve next{Gamma() > 100 ? 100 : gamma, nullptr};
+    if (next.gamma != kLinearGamma) {
+        auto tables = std::make_shared<GammaTables>();
+        FillGammaTable(next.gamma, tables->of8Bits);
+        FillGammaTable(next.gamma, tables->of16Bits);
+        next.tables = std::move(tables);
+    }
+    m_curve.With([&next](Curve &curve) { std::swap(curve, next); });
+    return true;
+} catch (const std::bad_alloc &) {
+    OutputDbgPrint("no memory for the gamma tables\n");
+    return false;
 }
 
 } // namespace vsccam

@@ -1,7 +1,10 @@
 #pragma once
 
+#include "base/guarded.h"
+
 #include <array>
 #include <cstdint>
+#include <memory>
 
 namespace vsccam {
 
@@ -20,6 +23,31 @@ void FillGammaTable(int gamma, GammaTable16 &table);
 struct GammaTables {
     GammaTable8 of8Bits;
     GammaTable16 of16Bits;
+};
+
+/// The gamma that is set, with its tables.
+///
+/// Threads. Any thread may call anything at any time. A gamma and its tables are exchanged together
+/// under the lock, so that of two threads that set one the later has set both; they are computed
+/// before, and nobody waits for that. Tables in use are never changed: whoever took them may go on.
+class GammaCurve {
+  public:
+    /// Linear until one is set, whatever it is called.
+    explicit GammaCurve(int initial) : m_curve({initial, nullptr}) {}
+
+    /// False without memory for the tables; the gamma stays what it was then.
+    bool Set(int gamma);
+    int Gamma() const { return m_curve.Now().gamma; }
+    /// Null when it is linear.
+    std::shared_ptr<const GammaTables> Tables() const { return m_curve.Now().tables; }
+
+  private:
+    struct Curve {
+        int gamma = kLinearGamma;
+        std::shared_ptr<const GammaTables> tables;
+    };
+
+    Guarded<Curve> m_curve;
 };
 
 } // namespace vsccam

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/guarded.h"
 #include "base/sync.h"
 #include "core/frame_region.h"
 #include "image/pixel_patches.h"
@@ -22,22 +23,24 @@ class HotPixels {
     /// @param pixels  of the whole sensor, in ascending order
     /// @param region  that is shown
     void SetPixels(std::vector<uint32_t> pixels, const FrameRegion &region);
-    std::vector<uint32_t> Pixels();
+    std::vector<uint32_t> Pixels() const;
 
     /// Looks up the pixels that another region shows. Does nothing before they are set.
     void Cut(const FrameRegion &region);
 
     /// Null when there is none.
-    std::shared_ptr<const PixelPatches> Patches();
+    std::shared_ptr<const PixelPatches> Patches() const { return m_lists.Now().patches; }
 
   private:
-    std::shared_ptr<const std::vector<uint32_t>> List();
+    struct Lists {
+        std::shared_ptr<const std::vector<uint32_t>> pixels; // of the sensor; null: not loaded
+        std::shared_ptr<const PixelPatches> patches;         // of these, in the frames
+    };
+
+    void Install(Lists lists);
 
     Shared<bool> m_enabled;
-
-    CriticalSection m_section; // guards the rest; the last of the four that dark_frames.h orders
-    std::shared_ptr<const std::vector<uint32_t>> m_pixels; // null: not loaded
-    std::shared_ptr<const PixelPatches> m_patches;
+    Guarded<Lists> m_lists;
 };
 
 } // namespace vsccam

@@ -16,7 +16,7 @@ int SoftwareBin(const CameraModel &model, const Settings &settings)
 Settings::Settings(const CameraModel &model)
     : width(model.sensorWidth), height(model.sensorHeight),
       exposureUs(static_cast<uint32_t>(model.exposureUs.initial)), gain(model.gain.initial),
-      gamma(model.gamma.initial), brightness(model.brightness.initial), red(model.whiteBalance.red),
+      brightness(model.brightness.initial), red(model.whiteBalance.red),
       blue(model.whiteBalance.blue), bandwidth(model.bandwidth.initial)
 {
 }

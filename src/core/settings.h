@@ -36,7 +36,6 @@ struct Settings {
     bool exposureAuto = false;
     int gain = 0;
     bool gainAuto = false;
-    int gamma = 0;
     int brightness = 0;
     int red = 0;
     int blue = 0;

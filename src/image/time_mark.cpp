@@ -98,4 +98,15 @@ void DrawTimeMark(uint8_t *image, int width, size_t bytesPerPixel, const std::tm
     area.Draw(clock, kTimeFromRight, ink);
 }
 
+void DrawCurrentTime(uint8_t *image, int width, int height, IMAGE_TYPE type)
+{
+    const bool drawable = type == kByteImage || type == kRgb24;
+    if (!drawable || width < kTimeMarkWidth || height < kTimeMarkHeight)
+        return;
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    if (localtime_r(&now, &local))
+        DrawTimeMark(image, width, BytesPerPixel(type), local);
+}
+
 } // namespace vsccam

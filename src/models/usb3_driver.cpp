@@ -46,7 +46,7 @@ template <class Base> bool Usb3Driver<Base>::SetUp()
     PowerUp();
     if (m_usb3Host || m_bandwidthAuto)
         m_bandwidth = AutoBandwidth();
-    this->SetGamma(m_gamma);
+    this->SetGamma(this->GetGamma());
     this->SetRGBBalance(m_red, m_blue, m_whiteBalanceAuto);
     this->SetBrightness(m_brightness);
     SetCMOSClk();
@@ -143,7 +143,7 @@ template <class Base> bool Usb3Driver<Base>::SetHardwareBin(bool on)
         m_hardwareBin = on;
         return true;
     }
-    const DeliveryPause delivery(*this); // no reader takes frames of before for those of now
+    const Delivery::Pause readers(this->delivery); // none takes frames of before for those of now
     {
         const std::lock_guard lock(m_settingsSection);
         const bool changes = m_hardwareBin != on;

@@ -49,13 +49,12 @@ template <class Base> class Usb3Driver : public Base, protected CaptureSensor {
   protected:
     using Base::m_bandwidth, Base::m_bandwidthAuto, Base::m_bin, Base::m_brightness,
         Base::m_exposureAuto, Base::m_exposureLines, Base::m_exposureUs, Base::m_frameTimeUs,
-        Base::m_gain, Base::m_gainAuto, Base::m_gamma, Base::m_hardwareBin, Base::m_height,
-        Base::m_highSpeed, Base::m_imageType, Base::m_longExposure, Base::m_model,
-        Base::m_output16Bits, Base::m_red, Base::m_blue, Base::m_settingsSection, Base::m_startX,
-        Base::m_startY, Base::m_temperatureC, Base::m_usb3Host, Base::m_whiteBalanceAuto,
-        Base::m_width;
+        Base::m_gain, Base::m_gainAuto, Base::m_hardwareBin, Base::m_height, Base::m_highSpeed,
+        Base::m_imageType, Base::m_longExposure, Base::m_model, Base::m_output16Bits, Base::m_red,
+        Base::m_blue, Base::m_settingsSection, Base::m_startX, Base::m_startY, Base::m_temperatureC,
+        Base::m_usb3Host, Base::m_whiteBalanceAuto, Base::m_width;
     using Base::ReadoutSize, Base::SendCMD, Base::WriteFPGAREG;
-    using typename Base::CapturePause, typename Base::DeliveryPause;
+    using typename Base::CapturePause;
 
     /// Sensor and FPGA after power-on: what does not depend on what the host has set.
     virtual void PowerUp() = 0;

@@ -299,7 +299,7 @@ TEST_F(DarkSubtraction, IsCapturedFromTheWholeSensorOnly)
         ASSERT_TRUE(camera->StartCapture(false));
         (void)Frame(*camera.operator->());
         ASSERT_TRUE(camera->StopCapture());
-        EXPECT_EQ(camera->DarkRequested(), !f.taken);
+        EXPECT_EQ(camera->delivery.corrections.dark.Requested(), !f.taken);
     }
 }
 
@@ -443,10 +443,10 @@ class DarkNight : public DarkSubtraction {
         EXPECT_EQ(frames, 3);
         EXPECT_TRUE(camera->StartCapture(false));
         for (int i = 0; i < frames; ++i) {
-            EXPECT_TRUE(camera->DarkRequested());
+            EXPECT_TRUE(camera->delivery.corrections.dark.Requested());
             (void)Frame(*camera.operator->());
         }
-        EXPECT_FALSE(camera->DarkRequested());
+        EXPECT_FALSE(camera->delivery.corrections.dark.Requested());
         EXPECT_TRUE(camera->StopCapture());
         EXPECT_EQ(camera->SaveBMPToFile(m_file.c_str()), 1);
         EXPECT_TRUE(camera->SaveHPCTable());
@@ -558,7 +558,7 @@ TEST_F(DarkNight, EndsTheCorrectionAndNotTheProgramWithoutMemory)
     g_bigBlocksLeft = 0;
     EXPECT_TRUE(camera->GetImage(frame.data(), static_cast<int>(frame.size()), 5000));
     g_bigBlocksLeft = kEnough;
-    EXPECT_FALSE(camera->DarkRequested());
+    EXPECT_FALSE(camera->delivery.corrections.dark.Requested());
 }
 
 TEST_F(DarkSubtraction, AndHotPixelsAreNotSaidToBeCorrectedWithoutMemoryForThem)
@@ -578,7 +578,8 @@ TEST_F(DarkSubtraction, AndHotPixelsAreNotSaidToBeCorrectedWithoutMemoryForThem)
             g_bigBlocksLeft = kEnough;
         });
         loaded = printed.ends_with("Load HPC table success\n");
-        EXPECT_EQ(camera->HotPixelTable().size(), loaded ? 160'000U : 0U) << failures;
+        EXPECT_EQ(camera->delivery.corrections.hotPixels.Pixels().size(), loaded ? 160'000U : 0U)
+            << failures;
         EXPECT_EQ(printed.find("no memory for the hot pixels\n") == std::string::npos, loaded);
     }
     EXPECT_GE(failures, 5); // record, bitmap, pixels, those shown, their patches

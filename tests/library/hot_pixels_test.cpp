@@ -102,7 +102,7 @@ TEST(FrameRegionTest, CutsImageAndPixelsAlike)
     } cases[] = {
         {"all", {.sensor = sensor, .frame = sensor}, 128, {{0, 0}, {127, 127}}, 80},
         {"a region", {sensor, 4, 2, {8, 4}}, 32, {{36, 0}, {91, 31}, {35, 99}, {92, 99}}, 80},
-        {"beyond the edges", {sensor, 12, -2, {8, 4}}, 8, {{12, 16}, {31, 27}}, 80},
+        {"beyond the edges", {sensor, 12, 6, {8, 4}}, 8, {{108, 0}, {127, 11}}, 80},
         {"beyond the end, binned", {sensor, 8, 4, {8, 4}, 2}, 8, {{72, 0}, {127, 11}}, 20},
         {"outside", {sensor, 16, 0, {4, 4}}, 0, {{15, 99}}, 80},
         {"binned", {sensor, 4, 2, {4, 2}, 2}, 8, {{36, 0}, {53, 0}, {38, 1}, {68, 4}}, 20},
@@ -280,11 +280,11 @@ TEST_F(HotPixelTable, IsReadInChunksAndRefusedWhenItIsNone)
         SCOPED_TRACE(c.what);
         OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM");
         EXPECT_TRUE(Load(camera, RecordOf(10, {0x01, 0x01})).whole);
-        const std::vector<uint32_t> before = camera->HotPixelTable();
+        const std::vector<uint32_t> before = camera->delivery.corrections.hotPixels.Pixels();
         (void)camera.Traffic();
         const Loaded result = Load(camera, c.flash);
         EXPECT_EQ(result.whole, c.loaded);
-        EXPECT_NE(camera->HotPixelTable(), before);
+        EXPECT_NE(camera->delivery.corrections.hotPixels.Pixels(), before);
         EXPECT_EQ(result.printed, c.printed);
         EXPECT_EQ(camera.Traffic(), Wire(head + c.wire + "gpif32 on"));
     }
@@ -341,14 +341,15 @@ TEST_F(HotPixelTable, StaysWhereACameraThatComesBackDoesNotShowIt)
             {.faults = {
                  {.fault = Fault::RefuseRequest, .request = 0xC3, .from = c.refused, .count = 3}}});
         (void)Load(camera, table);
-        const std::vector<uint32_t> before = camera->HotPixelTable();
+        const std::vector<uint32_t> before = camera->delivery.corrections.hotPixels.Pixels();
         ASSERT_EQ(before.size(), 1U);
         camera->SetLost(c.lost);
         Bus().With(camera.Device(), [&c](vscsim::Camera &device) {
             std::ranges::copy(c.found, device.Flash().begin() + 0x40000);
         });
         camera->SetHPCStates(true);
-        EXPECT_EQ(camera->HotPixelTable(), c.corrects ? before : std::vector<uint32_t>());
+        EXPECT_EQ(camera->delivery.corrections.hotPixels.Pixels(),
+                  c.corrects ? before : std::vector<uint32_t>());
     }
 }
 
@@ -402,7 +403,7 @@ TEST_F(HotPixelTable, IsWrittenWithReadBackAndThreeAttempts)
                   c.writes);
         if (c.saved || c.faults.empty()) {
             EXPECT_TRUE(camera->LoadHPCTable());
-            EXPECT_EQ(camera->HotPixelTable(), hot);
+            EXPECT_EQ(camera->delivery.corrections.hotPixels.Pixels(), hot);
         }
     }
 }

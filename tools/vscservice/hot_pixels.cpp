@@ -59,7 +59,7 @@ class Bench {
 std::optional<Pixels> Bench::Stored()
 {
     if (m_inside.LoadHPCTable())
-        return m_inside.HotPixelTable();
+        return m_inside.delivery.corrections.hotPixels.Pixels();
     m_camera.CheckPresence();
     return std::nullopt;
 }
@@ -74,7 +74,7 @@ Pixels Bench::BrightIn(const std::string &file)
                       fmt::format("{} is no dark frame of this camera, whose sensor has {} x {} "
                                   "pixels",
                                   file, getMaxWidth(), getMaxHeight()));
-    const std::vector<uint8_t> bitmap = m_inside.BrightBitmap();
+    const std::vector<uint8_t> bitmap = m_inside.delivery.corrections.dark.BrightBitmap();
     const Pixels bright = vsccam::FlaggedPixels(bitmap);
     const std::vector<uint8_t> record = vsccam::Compress(bitmap);
     if (record.size() > vsccam::kLongestHotPixelRecord ||

@@ -58,7 +58,7 @@ bool Usb2Driver::SetUp()
     const std::lock_guard lock(m_settingsSection);
     PowerUp();
     (void)GetSensorTemp(); // the first reading takes the calibration along
-    SetGamma(m_gamma);
+    SetGamma(GetGamma());
     SetRGBBalance(m_red, m_blue, m_whiteBalanceAuto);
     SetBrightness(m_brightness);
     if (m_usb3Host)
