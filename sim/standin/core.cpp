@@ -23,7 +23,7 @@ size_t Draw(uint64_t seed, uint64_t n, size_t choices)
     return static_cast<size_t>((x ^ (x >> 31)) % choices);
 }
 
-/// No device hangs where another one does, as long as the hubs suffice.
+/// Ports that no other device is plugged into, as long as the hubs suffice.
 Ports OwnPorts(int number)
 {
     constexpr int kPortsOfAHub = 100;

@@ -1,7 +1,7 @@
 #include "api/camera_names.h"
 
-#include "api/product_table.h"
 #include "base/debug_print.h"
+#include "catalogue/product_list.h"
 
 #include <stdlib.h>
 
@@ -25,7 +25,7 @@ bool EqualIgnoringCase(std::string_view a, std::string_view b)
     return std::ranges::equal(a, b, {}, lower, lower);
 }
 
-/// Takes what stands before the first `separator` off the text: all when there is none.
+/// Cuts off and returns the text before the first `separator`, or all of it when there is none.
 std::string_view TakeUpTo(std::string_view &text, char separator)
 {
     const size_t end = std::min(text.find(separator), text.size());
@@ -49,7 +49,7 @@ bool TakePrefix(std::string_view &text, std::string_view prefix)
     return true;
 }
 
-/// Of a bus or port: 1 to 255, decimal. Nothing for anything else.
+/// The number of a bus or port, 1 to 255 in decimal. Nothing for anything else.
 std::optional<uint8_t> Number(std::string_view digits)
 {
     uint8_t number = 0;
@@ -84,7 +84,7 @@ std::optional<PortPath> Path(std::string_view text)
 const Product *FindProductNamed(std::string_view name)
 {
     for (const Product &product : Products()) {
-        const std::string_view whole = product.modelName;
+        const std::string_view whole = product.name;
         if (EqualIgnoringCase(name, whole) ||
             EqualIgnoringCase(name, whole.substr(whole.find(' ') + 1)))
             return &product;

@@ -4,12 +4,12 @@
 
 namespace vsccam {
 
-/// The cameras that a text such as "usb:1-2.3,model:VSC470MC" names; all for null and an empty one.
-/// What cannot be read names none, and the debug output says so.
+/// The cameras that a text such as "usb:1-2.3,model:VSC470MC" names. Null or an empty text names
+/// all of them. A word that cannot be read names none, and the debug output says so.
 CameraChoice CamerasNamed(const char *text);
 
 /// The cameras that the environment variable VSCCAM_CAMERA names. Programs with raised privileges
-/// take no orders from it.
+/// do not follow it.
 CameraChoice CamerasNamedByEnvironment();
 
 } // namespace vsccam

@@ -4,28 +4,16 @@
 
 #include <vsccam.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <iterator>
 #include <mutex>
-#include <optional>
 
 using namespace vsccam;
 
 namespace {
 
 using Camera = CCameraBase;
-
-/// A control of the exported interface: the one of the newer interface, but for what stands here.
-struct Control {
-    VSC_CONTROL_TYPE type;
-    std::optional<int> min = {};
-    void (*set)(Camera &, int value, bool bAuto) = nullptr;
-    bool pausesCapture = false; // while it is set
-};
-
-// Quirk, kept: these are reported for every model, whatever it can do.
-constexpr int kMin = 0;
-constexpr int kMinExposureUs = 64;
 
 /// The cooler of a cooled model, nullptr otherwise.
 CCameraCool *Cooler(Camera &camera)
@@ -39,7 +27,8 @@ void SetExposure(Camera &camera, int us, bool bAuto)
     (void)camera.SetExp(static_cast<unsigned long long>(us), bAuto);
 }
 
-// Held while one of switch and target is set and the other kept as it is.
+// The cooler takes its switch and its target together. This is held from the reading of the one
+// that stays as it is to the setting of both.
 RequestSection g_regulation;
 
 void SetTargetTemp(Camera &camera, int celsius, bool)
@@ -66,40 +55,36 @@ void SetFanOn(Camera &camera, int value, bool)
         (void)cooler->SetFanOn(value > 0);
 }
 
-// By Control_TYPE.
-constexpr Control kControls[] = {
-    {.type = kControlGain, .min = kMin},
-    {.type = kControlExposure, .min = kMinExposureUs, .set = SetExposure},
-    {.type = kControlGamma, .min = kMin},
-    {.type = kControlRed, .min = kMin},
-    {.type = kControlBlue, .min = kMin},
-    {.type = kControlBrightness, .min = kMin},
-    {.type = kControlBandwidth},
-    {.type = kControlOverClock},
-    {.type = kControlTemperature},
-    {.type = kControlHardwareBin, .pausesCapture = true},
-    {.type = kControlHighSpeed, .pausesCapture = true},
-    {.type = kControlCoolerPower},
-    {.type = kControlTargetTemp, .set = SetTargetTemp},
-    {.type = kControlCoolerOn, .set = SetCoolerOn},
-    {.type = kControlMonoBin},
-    {.type = kControlFanOn, .set = SetFanOn},
-};
-static_assert(std::size(kControls) == CONTROL_FAN_ON + 1);
-
-/// The row of a control, nullptr when there is no such control.
-const Control *RowOf(Control_TYPE control)
+/// What sets a control here in another way than the newer interface does, nullptr for most.
+auto OwnSetter(VSC_CONTROL_TYPE type) -> void (*)(Camera &, int value, bool bAuto)
 {
-    const bool known = control >= 0 && control < static_cast<int>(std::size(kControls));
-    return known ? &kControls[control] : nullptr;
+    switch (type) {
+    case kControlExposure:
+        return SetExposure;
+    case kControlTargetTemp:
+        return SetTargetTemp;
+    case kControlCoolerOn:
+        return SetCoolerOn;
+    case kControlFanOn:
+        return SetFanOn;
+    default:
+        return nullptr;
+    }
+}
+
+/// nullptr when there is no such control.
+const ControlFacts *FactsOf(Control_TYPE control)
+{
+    const auto *found = std::ranges::find(kControlList, control, &ControlFacts::exported);
+    return found == std::end(kControlList) ? nullptr : found;
 }
 
 /// What `ask` says of a control of the open camera, 0 when there is no such control or no camera.
 template <class Ask> int OfControl(Control_TYPE control, Ask ask)
 {
     const Call camera;
-    const Control *row = RowOf(control);
-    return row && camera ? static_cast<int>(ask(*row, *camera)) : 0;
+    const ControlFacts *facts = FactsOf(control);
+    return facts && camera ? static_cast<int>(ask(*facts, *camera)) : 0;
 }
 
 } // namespace
@@ -107,11 +92,11 @@ template <class Ask> int OfControl(Control_TYPE control, Ask ask)
 int getValue(Control_TYPE control, bool *pbAuto)
 {
     int32_t automatic = 0;
-    const int result = OfControl(control, [&](const Control &row, Camera &camera) {
-        if (row.type == kControlTemperature) // here always a fresh one
+    const int result = OfControl(control, [&](const ControlFacts &facts, Camera &camera) {
+        if (facts.type == kControlTemperature) // here always a fresh one
             return static_cast<int32_t>(camera.GetSensorTemp() * 10.0F);
         int32_t value = 0; // of the cooler that a model does not have
-        (void)camera.GetControlValue(row.type, &value, &automatic);
+        (void)camera.GetControlValue(facts.type, &value, &automatic);
         return value;
     });
     if (pbAuto)
@@ -122,42 +107,41 @@ int getValue(Control_TYPE control, bool *pbAuto)
 void setValue(Control_TYPE control, int value, bool bAuto)
 {
     OutputDbgPrint("Set Control %d value %d\n", control, value);
-    const Control *row = RowOf(control);
-    if (!row)
+    const ControlFacts *facts = FactsOf(control);
+    if (!facts)
         return;
-    const Call camera(row->pausesCapture ? Call::Kind::InTurn : Call::Kind::Beside);
-    if (camera && row->set)
-        row->set(*camera, value, bAuto);
-    else if (camera)
-        (void)camera->SetControlValue(row->type, value, bAuto);
+    const Call camera(facts->pausesCapture ? Call::Kind::InTurn : Call::Kind::Beside);
+    if (!camera)
+        return;
+    if (const auto set = OwnSetter(facts->type))
+        set(*camera, value, bAuto);
+    else
+        (void)camera->SetControlValue(facts->type, value, bAuto); // a host has no way to be told
 }
 
 int getMin(Control_TYPE control)
 {
-    return OfControl(control, [](const Control &row, Camera &camera) {
-        return row.min.value_or(RangeOf(camera.model, row.type).min);
+    return OfControl(control, [](const ControlFacts &facts, Camera &camera) {
+        return facts.exportedMin.value_or(RangeOf(camera.model, facts).min);
     });
 }
 
 int getMax(Control_TYPE control)
 {
-    return OfControl(control, [](const Control &row, Camera &camera) {
-        return RangeOf(camera.model, row.type).max;
+    return OfControl(control, [](const ControlFacts &facts, Camera &camera) {
+        return RangeOf(camera.model, facts).max;
     });
 }
 
 VSC_BOOL isAutoSupported(Control_TYPE control)
 {
-    return OfControl(control, [](const Control &row, Camera &camera) {
-        return HasAuto(camera.model, row.type);
-    });
+    return OfControl(control, [](const ControlFacts &facts, Camera &) { return facts.automatic; });
 }
 
 VSC_BOOL isAvailable(Control_TYPE control)
 {
-    // Quirk, kept: binning to mono works, and is not announced.
-    return OfControl(control, [](const Control &row, Camera &camera) {
-        return row.type != kControlMonoBin && Offers(camera.model, row.type);
+    return OfControl(control, [](const ControlFacts &facts, Camera &camera) {
+        return facts.announced && Offers(camera.model, facts);
     });
 }
 

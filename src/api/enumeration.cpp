@@ -1,8 +1,9 @@
 #include "api/camera_names.h"
-#include "api/product_table.h"
 #include "api/session.h"
 #include "base/config.h"
 #include "base/debug_print.h"
+#include "catalogue/product_list.h"
+#include "models/create_camera.h"
 #include "usb/device_list.h"
 
 #include <unistd.h>
@@ -34,15 +35,15 @@ int OrdinalOf(const CameraList &cameras, int index)
            }));
 }
 
-/// False when memory or threads are short, too: no exception reaches the host.
+/// Returns false also when memory or threads are short: no exception reaches the host.
 bool CreateAndOpen(std::unique_ptr<CCameraBase> &camera, const Product &product, int ordinal)
 {
     try {
-        camera = product.create();
+        camera = CreateCamera(product);
         camera->RestrictTo(TheSession().Choice());
         return camera->OpenCamera(ordinal);
     } catch (const std::exception &) {
-        OutputDbgPrint("no memory for %s\n", product.modelName);
+        OutputDbgPrint("no memory for %s\n", product.name);
         return false;
     }
 }
@@ -62,7 +63,7 @@ try {
             libusb_device_descriptor descriptor{};
             if (libusb_get_device_descriptor(device, &descriptor) < 0) {
                 // Quirk, kept: abrupt. The list and the context are left as they are.
-                (void)std::fputs("failed to get device descriptor", stderr);
+                OutputAlways(Output::kStandardError, "failed to get device descriptor");
                 devices.Abandon();
                 return 0;
             }
@@ -88,7 +89,7 @@ char *getCameraModel(int iCamIndex)
     if (iCamIndex < 0 || iCamIndex > cameras.count)
         return nullptr;
     const Product *product = FindProduct(cameras.productIds[iCamIndex]);
-    (void)std::snprintf(name, sizeof name, "%s", product ? product->modelName : "Error");
+    (void)std::snprintf(name, sizeof name, "%s", product ? product->name : "Error");
     return name;
 }
 

@@ -151,13 +151,10 @@ void setStartPos(int x, int y)
         return;
     const Settings now = camera->settings.Now();
     const int64_t bin = now.bin;
-    int64_t unbinnedY = y * bin;
-    if (camera->model.startCountsFromBottom)
-        unbinnedY = MaxSizeOf(camera->model).height - unbinnedY - now.height * bin;
     const auto clamp = [](int64_t v) {
         return static_cast<int>(std::clamp<int64_t>(v, INT32_MIN, INT32_MAX));
     };
-    (void)camera->SetStartPos(clamp(x * bin), clamp(unbinnedY));
+    (void)camera->SetStartPos(clamp(x * bin), clamp(y * bin));
 }
 
 int getStartX()
@@ -172,10 +169,7 @@ int getStartY()
 {
     return WithCamera(0, [](CCameraBase &camera) {
         const Settings now = camera.settings.Now();
-        // Quirk, kept: counted from the bottom, binned and unbinned figures are mixed.
-        return camera.model.startCountsFromBottom
-                   ? MaxSizeOf(camera.model).height / now.bin - now.startY - now.height
-                   : now.startY / now.bin;
+        return now.startY / now.bin;
     });
 }
 

@@ -14,8 +14,8 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// What calls get to leave a camera that is being closed before its device is. Requests fail at once
-// after that, so that what is left comes to its end soon.
+// The time that calls have to leave a camera before its device is closed. After that their requests
+// fail at once, so that they end soon.
 constexpr auto kTimeToLeave = 300ms;
 
 // At the end of the process, when nobody may be left who could leave.
@@ -71,7 +71,8 @@ void Session::CloseCamera(Clock::time_point limit)
     data_lenth = 0;
     if (!camera)
         return;
-    camera->EndWaits();
+    camera->delivery.EndWaits();
+    camera->guide.EndPulses();
     (void)AwaitLeaving(Clock::now() + kTimeToLeave);
     (void)camera->CloseCamera(); // false when the device was not open
     if (!AwaitLeaving(limit) || t_inside > 0)

@@ -29,7 +29,8 @@ class Session {
     Session(const Session &) = delete;
     Session &operator=(const Session &) = delete;
 
-    /// The camera, nullptr when there is none. Each that is given stays until a Leave.
+    /// The camera, nullptr when there is none. A camera that was returned lives until the matching
+    /// Leave.
     CCameraBase *Enter();
     void Leave();
 
@@ -40,12 +41,12 @@ class Session {
     bool HasCamera() const { return pCamera != nullptr; }
     int CameraIndex() const { return iCamIndex; }
     void InstallCamera(std::unique_ptr<CCameraBase> camera, int index);
-    /// Sends calls away that wait inside the camera, and closes it. It is destroyed when all have
-    /// left. When the limit passes before, or the calling thread is inside itself, brought here by
-    /// a signal, the object stays for good.
+    /// Ends the waits of calls inside the camera and closes it. The object is destroyed when all
+    /// calls have left. It stays for good when they take longer than the limit, or when a signal
+    /// brought the calling thread here from within a call of its own.
     void CloseCamera(Clock::time_point limit = kNever);
-    /// A host's process may end with a camera open, and with threads inside: no frame streams and
-    /// no cooler runs after it.
+    /// Stops streaming and cooling when the host's process ends with a camera open, perhaps with
+    /// threads inside.
     void EndWithProcess();
 
     /// Bytes of a frame in the present format, 0 before there is one.

@@ -23,7 +23,8 @@ inline constexpr Clock::time_point kNever = Clock::time_point::max();
 /// differences mean anything.
 uint32_t GetTickCount();
 
-/// Second of the wall clock, for what wants to differ from run to run; no wait may depend on it.
+/// The second that the wall clock shows: a number that differs from run to run. No wait may depend
+/// on it.
 uint32_t WallClockSecond();
 
 /// Suspends the calling thread. Sleeps that a stop must end belong to RunFlag::SleepFor.

@@ -18,9 +18,9 @@ constexpr char kTag[] = "<VSC SDK> ";
 constexpr size_t kTagLength = sizeof(kTag) - 1;
 constexpr size_t kMessageSize = 128; // with the final zero
 
-/// Writes to standard output. When that is a pipe that nobody reads any more, the signal for it
+/// Writes to a descriptor. When that is a pipe that nobody reads any more, the signal for it
 /// must not end the host: it is kept from this thread and taken back, unless one was there before.
-void WriteQuietly(std::string_view text)
+void WriteQuietly(Output output, std::string_view text)
 {
     sigset_t brokenPipe;
     sigset_t before;
@@ -29,7 +29,8 @@ void WriteQuietly(std::string_view text)
     (void)sigaddset(&brokenPipe, SIGPIPE);
     (void)sigpending(&pending);
     (void)pthread_sigmask(SIG_BLOCK, &brokenPipe, &before);
-    const bool broken = write(STDOUT_FILENO, text.data(), text.size()) < 0 && errno == EPIPE;
+    const bool broken =
+        write(static_cast<int>(output), text.data(), text.size()) < 0 && errno == EPIPE;
     if (broken && sigismember(&pending, SIGPIPE) == 0) {
         constexpr timespec kNow{};
         (void)sigtimedwait(&brokenPipe, nullptr, &kNow);
@@ -54,7 +55,12 @@ void OutputDbgPrint(const char *format, ...)
     va_start(arguments, format);
     (void)std::vsnprintf(line + kTagLength, kMessageSize, format, arguments);
     va_end(arguments);
-    WriteQuietly({line, std::strlen(line)});
+    WriteQuietly(Output::kStandardOutput, {line, std::strlen(line)});
+}
+
+void OutputAlways(Output output, const char *text)
+{
+    WriteQuietly(output, text);
 }
 
 } // namespace vsccam

@@ -10,4 +10,10 @@ void SetDebugPrint(bool on);
 /// closed standard output is no reason to disturb the host.
 void OutputDbgPrint(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
+enum class Output : int { kStandardOutput = 1, kStandardError = 2 };
+
+/// Writes a text that hosts may look for, whether messages are on or not, in one write and without
+/// the library's tag. It disturbs the host as little as a message does.
+void OutputAlways(Output output, const char *text);
+
 } // namespace vsccam

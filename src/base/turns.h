@@ -32,10 +32,11 @@ class Turns {
     bool m_closed = false;
 };
 
-/// The turn of one thread, waited for by the constructor and over with the object.
+/// The turn of one thread. The constructor waits for it, and the destructor ends it.
 class Turns::Turn {
   public:
-    /// Not granted when the deadline passes, or a Pause or Close comes, before it is its turn.
+    /// The turn is not granted when the deadline passes, or a Pause or Close comes, before the
+    /// thread's turn has come.
     explicit Turn(Turns &turns, Clock::time_point deadline = kNever);
     ~Turn();
     Turn(const Turn &) = delete;
@@ -53,7 +54,8 @@ class Turns::Turn {
     bool m_granted = false;
 };
 
-/// Ends the turns that are taken or waited for; who comes later waits until the pause is over.
+/// Ends the turn that is taken, and those that threads wait for. Threads that come later wait until
+/// the pause is over.
 class Turns::Pause {
   public:
     explicit Pause(Turns &turns);
@@ -61,8 +63,8 @@ class Turns::Pause {
     Pause(const Pause &) = delete;
     Pause &operator=(const Pause &) = delete;
 
-    /// Waits until the threads have left whose turns were ended; not after a Close, and not for the
-    /// calling thread, which a signal may have brought here out of its turn.
+    /// Waits until the threads whose turns were ended have left. It waits neither after a Close nor
+    /// for the calling thread itself, which a signal may have brought here from within its turn.
     void AwaitEnd();
 
   private:

@@ -50,8 +50,8 @@ bool CCameraCool::SetDA(int code)
     const bool ok = code == kNoCurrentCode
                         ? SendOff(request::kCoolerDrive, value)
                         : SendCMD(request::kCoolerDrive, value, 0, false, nullptr, 0);
-    // A failed request counts as sent, the controller goes on from it. Not so for "off": asked for
-    // again it is sent again, since a cooler must not stay on.
+    // A code whose request failed counts as sent, and the controller goes on from it. "Off" does
+    // not: it is sent again the next time it is asked for, since a cooler must not stay on.
     if (!ok && code == kNoCurrentCode)
         m_cooler.lastCodeSent = kNothingSent;
     return ok;
@@ -211,12 +211,12 @@ void CCameraCool::GiveWay()
                        static_cast<int>(kHoldWithoutReading.count()));
         m_cooler.heldPower = cooler.state.Now().powerPercent;
     }
-    (void)SetPowerPerc(cooler.state.Now().powerPercent -
-                       kGiveWayPercent); // at 0 it is asked for until it was heard
+    const float percent = cooler.state.Now().powerPercent - kGiveWayPercent;
+    (void)SetPowerPerc(percent); // at 0 until it is heard
 }
 
-/// A sensor that is still at its target was held there by the power of before. So it is with one
-/// at exactly 0 degrees, which looks like no reading until it gets a little warmer.
+/// A sensor that is still at its target was kept there by the power that was held before. The same
+/// goes for one at exactly 0 degrees, which looks like no reading until it gets a little warmer.
 void CCameraCool::EndGivingWay(float celsius)
 {
     PID_init(kGains.p, kGains.i, kGains.d); // the last error is too old to make a slope of

@@ -27,7 +27,8 @@ template <double DrivePoint::*From, double DrivePoint::*To> constexpr double Loo
 {
     for (const DrivePoint *a = std::begin(kDriveTable), *b = a + 1; b != std::end(kDriveTable);
          a = b++) {
-        // In single precision, like x: else the rounding of x would decide on which side it is.
+        // In single precision, as x is: otherwise the rounding of x would decide on which side of a
+        // breakpoint it lies.
         const auto [low, high] =
             std::minmax({static_cast<float>(a->*From), static_cast<float>(b->*From)});
         if (low <= x && x <= high)

@@ -7,14 +7,14 @@
 #include <cstdint>
 #include <optional>
 
-/// Regulation of the sensor's temperature by the power of its cooler: plain state and arithmetic.
-/// Readings and their ticks come in, corrections of the power go out.
+/// Regulates the sensor's temperature by the power of its cooler: plain state and arithmetic. It is
+/// given readings with their times, and tells corrections of the power.
 namespace vsccam {
 
 inline constexpr float kGlitchCPerS = 2.0F; // no sensor changes that fast
 inline constexpr float kDeadBandC = 0.4F;
-// What rounding leaves of an output whose terms cancel. It also bounds how often a step is repeated
-// until the drive code moves.
+// An output below this is what rounding leaves when its terms cancel. The bound also limits how
+// often a step is repeated until the drive code moves.
 inline constexpr float kRoundingPercent = 1e-4F;
 
 /// Whole degrees that a cooler can be asked for.

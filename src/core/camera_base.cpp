@@ -106,7 +106,7 @@ bool CCameraBase::ReConnectCamera()
     LoseDevice();
     (void)capture.SleepFor(100ms); // a stop ends the waits, and the search
     if (!LibusbContext())
-        std::puts("init libusb fail");
+        OutputAlways(Output::kStandardOutput, "init libusb fail\n");
     OutputDbgPrint("camera closed\n");
     if (capture.SleepFor(50ms) && OpenCamera(m_ordinal))
         return true;
@@ -319,18 +319,6 @@ bool CCameraBase::SetRGBBalance(int red, int blue, bool bAuto)
     return true;
 }
 
-void CCameraBase::SetRed(int red, bool bAuto)
-{
-    const Programming::Scope scope(programming);          // the automatic may be setting both
-    (void)SetRGBBalance(red, settings.Now().blue, bAuto); // never refused
-}
-
-void CCameraBase::SetBlue(int blue, bool bAuto)
-{
-    const Programming::Scope scope(programming); // as above
-    (void)SetRGBBalance(settings.Now().red, blue, bAuto);
-}
-
 bool CCameraBase::GetFPSPerc(int *percent, bool *pbAuto)
 {
     const Settings now = settings.Now();
@@ -416,12 +404,6 @@ void CCameraBase::GetAutoPara(int *maxGain, int *maxExpSeconds, int *targetBrigh
     *maxGain = limits.maxGain;
     *maxExpSeconds = limits.maxExposureS;
     *targetBrightness = limits.targetBrightness;
-}
-
-void CCameraBase::EndWaits()
-{
-    delivery.EndWaits();
-    guide.EndPulses();
 }
 
 // What is no guide line does nothing, and so succeeds.

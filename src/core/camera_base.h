@@ -83,12 +83,6 @@ class CCameraBase : public CCameraFX3 {
     void StartExposure() { (void)StartCapture(true); } // the status tells how it went
     void StopExposure() { (void)StopCapture(); }
 
-    /// Ends for good what threads of the host wait for: frames, and the ends of guide pulses, whose
-    /// lines are then switched off.
-    void EndWaits();
-    /// One part of the balance, and whether both set themselves.
-    void SetRed(int red, bool bAuto);
-    void SetBlue(int blue, bool bAuto);
     bool GetImageAfterExp(unsigned char *buffer, int size);
     /// Draws the local date and time into an image of the current height, if it has room for it.
     void AddTimeMark(unsigned char *image, int width, IMAGE_TYPE type);
@@ -105,13 +99,10 @@ class CCameraBase : public CCameraFX3 {
     /// The newer control interface. The list holds what the model offers. No pointer may be null:
     /// the exported functions see to that.
     void refreshControlList();
-    int ControlCount() const { return m_controlCount; }
     /// @param index  of the list; false beyond it
     bool GetControlCaps(int index, _VSC_CONTROL_CAPS *caps) const;
     /// @return kControlSet, kControlNotSettable or kControlRefused
     int SetControlValue(VSC_CONTROL_TYPE type, int32_t value, bool bAuto);
-    /// Sets an exposure unless it is the one that was asked for last.
-    bool SetExposureControl(int32_t us, bool bAuto);
     /// False, with *pValue untouched, for unknown controls and those of a cooler that is not there.
     bool GetControlValue(VSC_CONTROL_TYPE type, int32_t *pValue, int32_t *pbAuto);
     void GetCameraProperty(_VSC_CAMERA_INFO *info) const;
@@ -153,6 +144,7 @@ class CCameraBase : public CCameraFX3 {
     GuidePort guide;
     TemperatureReading temperature;
     CoolerParts cooler;
+    ControlListing controls;
 
   protected:
     /// A change of the frames' geometry: keeps readers away, stops a running capture and forgets
@@ -201,12 +193,6 @@ class CCameraBase : public CCameraFX3 {
     friend CameraForCapture;
 
     int m_ordinal = 0;
-
-    // Of the newer control interface.
-    std::array<VSC_CONTROL_TYPE, 64> m_controlList{};
-    int m_controlCount = 0;
-    int32_t m_lastExposureAsked = -1;
-    bool m_lastExposureAutoAsked = false;
 
     CameraForCapture m_forCapture{*this};
 };

@@ -1,16 +1,12 @@
 #pragma once
 
+#include "catalogue/control_list.h"
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
 
 namespace vsccam {
-
-struct ControlRange {
-    int min = 0;
-    int max = 0;
-    int initial = 0;
-};
 
 struct WhiteBalanceRange {
     int min = 1;
@@ -59,17 +55,10 @@ struct CameraModel {
     ControlRange bandwidth{40, 100, 40}; // per cent
     WhiteBalanceRange whiteBalance{};
 
-    // What the older control interface reports beside gain, exposure, gamma and bandwidth.
-    bool hasBrightness = false;
-    bool hasTemperature = false;
+    bool hasBrightness = true; // the control
     bool hasHardwareBin = false;
-    bool hasHighSpeed = false;
-    bool hasAutoBandwidth = false;
-
-    bool hardwareBinSums = false; // pixels that the sensor bins are added up, not averaged
     // Of hardware binning 4 the sensor does 2 x 2, software the rest.
     bool hardwareBin4IsHalf = false;
-    bool startCountsFromBottom = false; // Y of the start position of hosts
 
     // Nothing of the library was run on hardware; these are not even known.
     std::array<StandIn, 6> unverified{StandIn::Everything};

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <iterator>
-#include <mutex>
 
 namespace vsccam {
 
@@ -15,29 +14,16 @@ namespace {
 using Camera = CCameraBase;
 using Model = CameraModel;
 
-/// What the interface does with one control. Setters return whether the camera took the value,
-/// getters write the auto flag only where the control has one.
-struct ControlRow {
-    const char *name;
-    const char *description;
-    ControlRange (*range)(const Model &);
-    bool (*available)(const Model &);
+/// How a control reaches the camera. Setters return whether the camera took the value, getters
+/// write the auto flag only where the control has one.
+struct ControlAccess {
+    VSC_CONTROL_TYPE type;
     int32_t (*get)(Camera &, int32_t *pbAuto);
     bool (*set)(Camera &, int32_t value, bool bAuto) = nullptr; // not settable here
-    bool (*hasAuto)(const Model &) = [](const Model &) { return false; };
-    bool writable = true;
-    bool ofCooler = false; // has no value without one
+    ControlRange (*range)(const Model &) = nullptr;             // where models differ
 };
 
-constexpr auto kAlways = [](const Model &) { return true; };
-constexpr auto kNowhere = [](const Model &) { return false; };
-constexpr auto kColour = [](const Model &m) { return m.colour; };
-constexpr auto kCooled = [](const Model &m) { return m.cooled; };
 constexpr auto kNothing = [](Camera &, int32_t, bool) { return true; };
-template <int Min, int Max, int Initial>
-constexpr auto kFixed = [](const Model &) {
-    return ControlRange{Min, Max, Initial};
-};
 template <ControlRange Model::*Field>
 constexpr auto kOfModel = [](const Model &m) { return m.*Field; };
 template <auto Settings::*Value> int32_t GetSetting(Camera &camera, int32_t *)
@@ -56,11 +42,17 @@ template <int Settings::*Channel> int32_t GetBalance(Camera &camera, int32_t *pb
 }
 
 constexpr int32_t kUsPerS = 1'000'000;
-constexpr int32_t kLongestAutoExposureS = 60;
+
+const ControlFacts &FactsOf(VSC_CONTROL_TYPE type)
+{
+    return *std::ranges::find(kControlList, type, &ControlFacts::type);
+}
 
 ControlRange AutoExposureRange(const Model &model)
 {
-    return {1, std::min(model.exposureUs.max / kUsPerS, kLongestAutoExposureS), 30};
+    ControlRange range = *FactsOf(kControlAutoMaxExposure).range;
+    range.max = std::min(model.exposureUs.max / kUsPerS, range.max);
+    return range;
 }
 
 ControlRange AutoGainRange(const Model &model)
@@ -68,24 +60,24 @@ ControlRange AutoGainRange(const Model &model)
     return {model.gain.min, model.gain.max, (model.gain.min + model.gain.max) / 2};
 }
 
-/// The three limits of automatic exposure, in the order of their controls.
-struct AutoLimits {
-    int values[3];
-
-    explicit AutoLimits(const Camera &camera)
-    {
-        camera.GetAutoPara(&values[0], &values[1], &values[2]);
-    }
-};
-template <int Which> int32_t GetAutoLimit(Camera &camera, int32_t *)
+template <int WhiteBalanceRange::*Initial> ControlRange BalanceRange(const Model &model)
 {
-    return AutoLimits(camera).values[Which];
+    const WhiteBalanceRange &range = model.whiteBalance;
+    return {range.min, range.max, range.*Initial};
 }
-template <int Which> bool SetAutoLimit(Camera &camera, int32_t value, bool)
+
+ControlRange BandwidthRange(const Model &model)
 {
-    AutoLimits limits(camera);
-    limits.values[Which] = value;
-    camera.SetAutoPara(limits.values[0], limits.values[1], limits.values[2]);
+    return {model.bandwidth.min, model.bandwidth.max, 50};
+}
+
+template <int AutoLimits::*Limit> int32_t GetAutoLimit(Camera &camera, int32_t *)
+{
+    return camera.settings.Now().autoLimits.*Limit;
+}
+template <int AutoLimits::*Limit> bool SetAutoLimit(Camera &camera, int32_t value, bool)
+{
+    camera.settings.With([value](Settings &s) { s.autoLimits.*Limit = value; });
     return true;
 }
 
@@ -97,6 +89,27 @@ int32_t GetGain(Camera &camera, int32_t *pbAuto)
     return gain;
 }
 
+int32_t GetExposure(Camera &camera, int32_t *pbAuto)
+{
+    const Settings now = camera.settings.Now();
+    *pbAuto = now.exposureAuto;
+    return static_cast<int32_t>(now.exposureUs);
+}
+
+/// Sets an exposure unless it is the one that was asked for last.
+bool SetExposure(Camera &camera, int32_t us, bool bAuto)
+{
+    const Programming::Scope scope(camera.programming); // what is kept is what is set
+    ControlListing &controls = camera.controls;
+    // Quirk, kept: only what was asked for through this interface counts, not what is set by now.
+    if (us == controls.exposureAskedUs && bAuto == controls.exposureAutoAsked)
+        return true;
+    OutputDbgPrint("SetExp->\n");
+    controls.exposureAskedUs = us;
+    controls.exposureAutoAsked = bAuto;
+    return camera.SetExp(static_cast<unsigned long long>(us), bAuto);
+}
+
 int32_t GetBandwidth(Camera &camera, int32_t *pbAuto)
 {
     int percent = 0;
@@ -104,6 +117,27 @@ int32_t GetBandwidth(Camera &camera, int32_t *pbAuto)
     (void)camera.GetFPSPerc(&percent, &automatic); // models without the control report 0
     *pbAuto = automatic;
     return percent;
+}
+
+/// One part of the balance, and whether both set themselves.
+bool SetRed(Camera &camera, int32_t red, bool bAuto)
+{
+    const Programming::Scope scope(camera.programming); // the automatic may be setting both
+    (void)camera.SetRGBBalance(red, camera.settings.Now().blue, bAuto);
+    return true; // Quirk, kept: never a refusal
+}
+
+bool SetBlue(Camera &camera, int32_t blue, bool bAuto)
+{
+    const Programming::Scope scope(camera.programming); // as above
+    (void)camera.SetRGBBalance(camera.settings.Now().red, blue, bAuto);
+    return true; // Quirk, kept: as above
+}
+
+bool SetMonoBin(Camera &camera, int32_t value, bool)
+{
+    camera.settings.With([value](Settings &s) { s.monoBin = value >= 1; });
+    return true;
 }
 
 constexpr int32_t kFlipH = 1;
@@ -125,181 +159,47 @@ bool SetFlip(Camera &camera, int32_t value, bool)
     return true;
 }
 
-// By VSC_CONTROL_TYPE.
-constexpr ControlRow kControls[] = {
-    {.name = "Gain",
-     .description = "Gain",
-     .range = kOfModel<&Model::gain>,
-     .available = kAlways,
-     .get = GetGain,
-     .set = [](Camera &c, int32_t v, bool a) { return c.SetGain(v, a); },
-     .hasAuto = kAlways},
-    {.name = "Exposure",
-     .description = "Exposure Time(us)",
-     .range = kOfModel<&Model::exposureUs>,
-     .available = kAlways,
-     .get =
-         [](Camera &c, int32_t *pbAuto) {
-             const Settings now = c.settings.Now();
-             *pbAuto = now.exposureAuto;
-             return static_cast<int32_t>(now.exposureUs);
-         },
-     .set = [](Camera &c, int32_t v, bool a) { return c.SetExposureControl(v, a); },
-     .hasAuto = kAlways},
-    {.name = "Gamma",
-     .description = "Gamma",
-     .range = kOfModel<&Model::gamma>,
-     .available = kAlways,
-     .get = [](Camera &c, int32_t *) { return int32_t{c.GetGamma()}; },
-     .set = [](Camera &c, int32_t v, bool) { return c.SetGamma(v); }},
-    {.name = "WB_R",
-     .description = "White balance: Red",
-     .range =
-         [](const Model &m) {
-             return ControlRange{m.whiteBalance.min, m.whiteBalance.max, m.whiteBalance.red};
-         },
-     .available = kColour,
-     .get = GetBalance<&Settings::red>,
-     .set =
-         [](Camera &c, int32_t v, bool a) {
-             c.SetRed(v, a);
-             return true; // Quirk, kept: never a refusal
-         },
-     .hasAuto = kAlways},
-    {.name = "WB_B",
-     .description = "White balance: Blue",
-     .range =
-         [](const Model &m) {
-             return ControlRange{m.whiteBalance.min, m.whiteBalance.max, m.whiteBalance.blue};
-         },
-     .available = kColour,
-     .get = GetBalance<&Settings::blue>,
-     .set =
-         [](Camera &c, int32_t v, bool a) {
-             c.SetBlue(v, a);
-             return true; // Quirk, kept: as above
-         },
-     .hasAuto = kAlways},
-    {.name = "Brightness",
-     .description = "Brightness",
-     .range = kOfModel<&Model::brightness>,
-     .available = [](const Model &m) { return m.hasBrightness; },
-     .get = GetSetting<&Settings::brightness>,
-     .set = [](Camera &c, int32_t v, bool) { return c.SetBrightness(v); }},
-    {.name = "BandWidth",
-     .description = "USB bandwidth percentage",
-     .range =
-         [](const Model &m) {
-             return ControlRange{m.bandwidth.min, m.bandwidth.max, 50};
-         },
-     .available = kAlways,
-     .get = GetBandwidth,
-     .set = [](Camera &c, int32_t v, bool a) { return c.SetFPSPerc(v, a); },
-     .hasAuto = [](const Model &m) { return m.hasAutoBandwidth; }},
-    {.name = "OverCLK",
-     .description = "Set over clocking percentage",
-     .range = kFixed<0, 30, 0>,
-     .available = kNowhere,
-     .get = [](Camera &, int32_t *) { return int32_t{0}; },
-     .set = [](Camera &c, int32_t v, bool) { return c.SetOverCLKPerc(v); }},
-    {.name = "Temperature",
-     .description = "Sensor temperature(degrees Celsius)",
-     .range = kFixed<-500, 1000, 20>,
-     .available = [](const Model &m) { return m.hasTemperature; },
-     .get = [](Camera &c, int32_t *) { return static_cast<int32_t>(c.GetTemp() * 10.0F); },
-     .set = kNothing,
-     .writable = false},
-    {.name = "Flip",
-     .description = "Flip: 0->None 1->Horiz 2->Vert 3->Both",
-     .range = kFixed<0, 3, 0>,
-     .available = kAlways,
-     .get = GetFlip,
-     .set = SetFlip},
-    {.name = "AutoExpMaxGain",
-     .description = "Auto exposure maximum gain value",
-     .range = AutoGainRange,
-     .available = kAlways,
-     .get = GetAutoLimit<0>,
-     .set = SetAutoLimit<0>},
-    {.name = "AutoExpMaxExp",
-     .description = "Auto exposure maximum exposure value(unit second)",
-     .range = AutoExposureRange,
-     .available = kAlways,
-     .get = GetAutoLimit<1>,
-     .set = SetAutoLimit<1>},
-    {.name = "AutoExpMaxBrightness",
-     .description = "Auto exposure maximum brightness value",
-     .range = kFixed<50, 160, 100>,
-     .available = kAlways,
-     .get = GetAutoLimit<2>,
-     .set = SetAutoLimit<2>},
-    {.name = "HardwareBin",
-     .description = "Is hardware bin2:0->No 1->Yes",
-     .range = kFixed<0, 1, 0>,
-     .available = [](const Model &m) { return m.hasHardwareBin; },
-     .get = GetSetting<&Settings::hardwareBin>,
-     .set = [](Camera &c, int32_t v, bool) { return c.SetHardwareBin(v >= 1); }},
-    {.name = "HighSpeedMode",
-     .description = "Is high speed mode:0->No 1->Yes",
-     .range = kFixed<0, 1, 0>,
-     .available = [](const Model &m) { return m.hasHighSpeed; },
-     .get = GetSetting<&Settings::highSpeed>,
-     .set = [](Camera &c, int32_t v, bool) { return c.SetHighSpeedMode(v >= 1); }},
-    {.name = "CoolPowerPerc",
-     .description = "Cooler power percent",
-     .range = kFixed<0, 100, 0>,
-     .available = kCooled,
-     .get = GetCooler<&CoolerState::powerPercent>,
-     .set = kNothing,
-     .writable = false,
-     .ofCooler = true},
+constexpr ControlAccess kAccess[] = {
+    {kControlGain, GetGain, [](Camera &c, int32_t v, bool a) { return c.SetGain(v, a); },
+     kOfModel<&Model::gain>},
+    {kControlExposure, GetExposure, SetExposure, kOfModel<&Model::exposureUs>},
+    {kControlGamma, [](Camera &c, int32_t *) { return int32_t{c.GetGamma()}; },
+     [](Camera &c, int32_t v, bool) { return c.SetGamma(v); }, kOfModel<&Model::gamma>},
+    {kControlRed, GetBalance<&Settings::red>, SetRed, BalanceRange<&WhiteBalanceRange::red>},
+    {kControlBlue, GetBalance<&Settings::blue>, SetBlue, BalanceRange<&WhiteBalanceRange::blue>},
+    {kControlBrightness, GetSetting<&Settings::brightness>,
+     [](Camera &c, int32_t v, bool) { return c.SetBrightness(v); }, kOfModel<&Model::brightness>},
+    {kControlBandwidth, GetBandwidth,
+     [](Camera &c, int32_t v, bool a) { return c.SetFPSPerc(v, a); }, BandwidthRange},
+    {kControlOverClock, [](Camera &, int32_t *) { return int32_t{0}; }, // no model has it
+     [](Camera &c, int32_t v, bool) { return c.SetOverCLKPerc(v); }},
+    {kControlTemperature,
+     [](Camera &c, int32_t *) { return static_cast<int32_t>(c.GetTemp() * 10.0F); }, kNothing},
+    {kControlFlip, GetFlip, SetFlip},
+    {kControlAutoMaxGain, GetAutoLimit<&AutoLimits::maxGain>, SetAutoLimit<&AutoLimits::maxGain>,
+     AutoGainRange},
+    {kControlAutoMaxExposure, GetAutoLimit<&AutoLimits::maxExposureS>,
+     SetAutoLimit<&AutoLimits::maxExposureS>, AutoExposureRange},
+    {kControlAutoBrightness, GetAutoLimit<&AutoLimits::targetBrightness>,
+     SetAutoLimit<&AutoLimits::targetBrightness>},
+    {kControlHardwareBin, GetSetting<&Settings::hardwareBin>,
+     [](Camera &c, int32_t v, bool) { return c.SetHardwareBin(v >= 1); }},
+    {kControlHighSpeed, GetSetting<&Settings::highSpeed>,
+     [](Camera &c, int32_t v, bool) { return c.SetHighSpeedMode(v >= 1); }},
+    {kControlCoolerPower, GetCooler<&CoolerState::powerPercent>, kNothing},
     // Quirk, kept: the three of the cooler are announced as writable. The target is taken and
-    // forgotten, the two switches are refused: the older interface sets them.
-    {.name = "TargetTemp",
-     .description = "Target temperature(cool camera only)",
-     .range = kFixed<-40, 30, 0>,
-     .available = kCooled,
-     .get = GetCooler<&CoolerState::targetC>,
-     .set = kNothing,
-     .ofCooler = true},
-    {.name = "Cooler on",
-     .description = "turn on/off cooler(cool camera only)",
-     .range = kFixed<0, 1, 0>,
-     .available = kCooled,
-     .get = GetCooler<&CoolerState::on>,
-     .ofCooler = true},
-    {.name = "Mono bin",
-     .description = "bin R G G B to one pixel for color camera, color will loss",
-     .range = kFixed<0, 1, 0>,
-     .available = kColour,
-     .get = GetSetting<&Settings::monoBin>,
-     .set =
-         [](Camera &c, int32_t v, bool) {
-             c.settings.With([v](Settings &s) { s.monoBin = v >= 1; });
-             return true;
-         }},
-    {.name = "Fan on",
-     .description = "turn on/off fan(cool camera only)",
-     .range = kFixed<0, 1, 0>,
-     .available = kCooled,
-     .get = GetCooler<&CoolerState::fanOn>,
-     .ofCooler = true},
+    // forgotten, the two switches are refused: the exported functions set them.
+    {kControlTargetTemp, GetCooler<&CoolerState::targetC>, kNothing},
+    {kControlCoolerOn, GetCooler<&CoolerState::on>},
+    {kControlMonoBin, GetSetting<&Settings::monoBin>, SetMonoBin},
+    {kControlFanOn, GetCooler<&CoolerState::fanOn>},
 };
-static_assert(std::size(kControls) == kControlTypes);
+static_assert(std::size(kAccess) == kControlTypes);
 
-// The order in which cameras list their controls.
-constexpr VSC_CONTROL_TYPE kListOrder[] = {
-    kControlGain,        kControlExposure,    kControlGamma,           kControlRed,
-    kControlBlue,        kControlBrightness,  kControlBandwidth,       kControlFlip,
-    kControlOverClock,   kControlAutoMaxGain, kControlAutoMaxExposure, kControlAutoBrightness,
-    kControlHardwareBin, kControlHighSpeed,   kControlMonoBin,         kControlTemperature,
-    kControlCoolerPower, kControlTargetTemp,  kControlCoolerOn,        kControlFanOn,
-};
-static_assert(std::size(kListOrder) == kControlTypes);
-
-const ControlRow *RowOf(VSC_CONTROL_TYPE type)
+const ControlAccess *AccessTo(int type)
 {
-    return type >= 0 && type < kControlTypes ? &kControls[type] : nullptr;
+    const auto *found = std::ranges::find(kAccess, type, &ControlAccess::type);
+    return found == std::end(kAccess) ? nullptr : found;
 }
 
 template <size_t Size> void CopyText(char (&target)[Size], const char *text)
@@ -309,72 +209,70 @@ template <size_t Size> void CopyText(char (&target)[Size], const char *text)
 
 } // namespace
 
-ControlRange RangeOf(const CameraModel &model, VSC_CONTROL_TYPE type)
+ControlRange RangeOf(const CameraModel &model, const ControlFacts &control)
 {
-    return RowOf(type)->range(model);
+    const ControlAccess &access = *AccessTo(control.type);
+    return access.range ? access.range(model) : *control.range;
 }
 
-bool HasAuto(const CameraModel &model, VSC_CONTROL_TYPE type)
+bool Offers(const CameraModel &model, const ControlFacts &control)
 {
-    return RowOf(type)->hasAuto(model);
-}
-
-bool Offers(const CameraModel &model, VSC_CONTROL_TYPE type)
-{
-    return RowOf(type)->available(model);
+    switch (control.offered) {
+    case OfferedBy::All:
+        return true;
+    case OfferedBy::None:
+        return false;
+    case OfferedBy::Colour:
+        return model.colour;
+    case OfferedBy::Cooled:
+        return model.cooled;
+    case OfferedBy::WithBrightness:
+        return model.hasBrightness;
+    case OfferedBy::WithHardwareBin:
+        return model.hasHardwareBin;
+    }
+    return false;
 }
 
 void CCameraBase::refreshControlList()
 {
-    m_controlCount = 0;
-    for (const VSC_CONTROL_TYPE type : kListOrder) {
-        if (Offers(model, type))
-            m_controlList[static_cast<size_t>(m_controlCount++)] = type;
+    controls.count = 0;
+    for (const ControlFacts &control : kControlList) {
+        if (Offers(model, control))
+            controls.types[static_cast<size_t>(controls.count++)] = control.type;
     }
 }
 
 bool CCameraBase::GetControlCaps(int index, _VSC_CONTROL_CAPS *caps) const
 {
-    if (index < 0 || index >= m_controlCount)
+    if (index < 0 || index >= controls.count)
         return false;
-    caps->type = m_controlList[static_cast<size_t>(index)];
-    const ControlRow &control = *RowOf(caps->type);
-    const ControlRange range = control.range(model);
+    caps->type = controls.types[static_cast<size_t>(index)];
+    const ControlFacts &control = FactsOf(caps->type);
+    const ControlRange range = RangeOf(model, control);
     CopyText(caps->name, control.name);
     CopyText(caps->description, control.description);
     caps->maximum = range.max;
     caps->minimum = range.min;
     caps->initial = range.initial;
-    caps->autoSupported = control.hasAuto(model);
+    caps->autoSupported = control.automatic;
     caps->writable = control.writable;
     return true;
 }
 
 int CCameraBase::SetControlValue(VSC_CONTROL_TYPE type, int32_t value, bool bAuto)
 {
-    const ControlRow *control = RowOf(type);
+    const ControlAccess *control = AccessTo(type);
     if (!control || !control->set)
         return kControlNotSettable;
     return control->set(*this, value, bAuto) ? kControlSet : kControlRefused;
 }
 
-bool CCameraBase::SetExposureControl(int32_t us, bool bAuto)
-{
-    const Programming::Scope scope(programming); // what is stored is what is set
-    // Quirk, kept: only what was asked for through this interface counts, not what is set by now.
-    if (us == m_lastExposureAsked && bAuto == m_lastExposureAutoAsked)
-        return true;
-    OutputDbgPrint("SetExp->\n");
-    m_lastExposureAsked = us;
-    m_lastExposureAutoAsked = bAuto;
-    return SetExp(static_cast<unsigned long long>(us), bAuto);
-}
-
 bool CCameraBase::GetControlValue(VSC_CONTROL_TYPE type, int32_t *pValue, int32_t *pbAuto)
 {
     *pbAuto = 0;
-    const ControlRow *control = RowOf(type);
-    if (!control || (control->ofCooler && !model.cooled))
+    const ControlAccess *control = AccessTo(type);
+    if (!control || (FactsOf(type).offered == OfferedBy::Cooled && !model.cooled))
         return false;
     *pValue = control->get(*this, pbAuto);
     return true;

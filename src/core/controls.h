@@ -1,35 +1,17 @@
 #pragma once
 
+#include "catalogue/control_list.h"
 #include "core/camera_model.h"
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
+#include <iterator>
 
 /// The newer control interface: a camera lists its controls and describes each of them.
 namespace vsccam {
 
-enum VSC_CONTROL_TYPE : int {
-    kControlGain = 0,
-    kControlExposure,
-    kControlGamma,
-    kControlRed,
-    kControlBlue,
-    kControlBrightness,
-    kControlBandwidth,
-    kControlOverClock,
-    kControlTemperature, // tenths of a degree
-    kControlFlip,
-    kControlAutoMaxGain,
-    kControlAutoMaxExposure, // seconds
-    kControlAutoBrightness,
-    kControlHardwareBin,
-    kControlHighSpeed,
-    kControlCoolerPower,
-    kControlTargetTemp, // degrees
-    kControlCoolerOn,
-    kControlMonoBin,
-    kControlFanOn,
-};
-inline constexpr int kControlTypes = kControlFanOn + 1;
+inline constexpr size_t kControlTypes = std::size(kControlList);
 
 /// Results of SetControlValue.
 inline constexpr int kControlSet = 0;
@@ -67,9 +49,18 @@ struct _VSC_CAMERA_INFO { // NOLINT(bugprone-reserved-identifier): the interface
     float electronsPerAdu;
 };
 
+/// What the newer control interface keeps of a camera.
+struct ControlListing {
+    std::array<VSC_CONTROL_TYPE, 64> types{}; // that the model offers, in the order of the list
+    int count = 0;
+
+    // Used within sequences of Programming.
+    int32_t exposureAskedUs = -1; // last
+    bool exposureAutoAsked = false;
+};
+
 /// What is known of each control of a model, also of those that it does not offer.
-ControlRange RangeOf(const CameraModel &model, VSC_CONTROL_TYPE type);
-bool HasAuto(const CameraModel &model, VSC_CONTROL_TYPE type);
-bool Offers(const CameraModel &model, VSC_CONTROL_TYPE type);
+ControlRange RangeOf(const CameraModel &model, const ControlFacts &control);
+bool Offers(const CameraModel &model, const ControlFacts &control);
 
 } // namespace vsccam

@@ -35,8 +35,9 @@ BayerPhase FlippedPhase(BayerPhase sensor, bool flipH, bool flipV);
 /// The image transforms: plain functions of buffers, integer arithmetic throughout. Sizes are in
 /// pixels, rows follow each other without padding.
 ///
-/// Frames are delivered by frame_rows.h, which does all steps row by row and uses only the tables,
-/// BayerConv and BayerConvRows of these. The others, on whole images, are for callers by name.
+/// Frames are delivered by frame_rows.h, which does all steps row by row and needs only the first
+/// part of these. Nothing in the library calls the second part, which works on whole images: it is
+/// what the class offers by name.
 class CAlgorithm {
   public:
     /// Fills the tables, with neutral white balance.
@@ -46,6 +47,24 @@ class CAlgorithm {
     // Named after the plane they fill: the first argument makes the table of the third byte of the
     // output, where the samples of the red sites land.
     void SetRGBWB(int redSites, int blueSites);
+
+    /// Demosaics into RGB24 (bytes blue, green, red), luminance or packed YUV. Other formats,
+    /// unknown phases and images of less than 2 x 2 pixels write nothing.
+    void BayerConv(BayerPhase phase, const uint8_t *src, uint8_t *dst, int w, int h,
+                   IMAGE_TYPE out);
+
+    /// The same for two rows out of an image of `h` rows: `row` is row `y` (even), with its
+    /// neighbours around it at a distance of `w`, as far as the image has them.
+    void BayerConvRows(BayerPhase phase, const uint8_t *row, int y, uint8_t *dst, int w, int h,
+                       IMAGE_TYPE out);
+
+    // ---- By name only ----
+
+    /// BayerConv of one phase.
+    void BayerConv_RG(const uint8_t *src, uint8_t *dst, int w, int h, IMAGE_TYPE out);
+    void BayerConv_BG(const uint8_t *src, uint8_t *dst, int w, int h, IMAGE_TYPE out);
+    void BayerConv_GR(const uint8_t *src, uint8_t *dst, int w, int h, IMAGE_TYPE out);
+    void BayerConv_GB(const uint8_t *src, uint8_t *dst, int w, int h, IMAGE_TYPE out);
 
     /// Replaces blocks of bin x bin pixels by their mean, in place. `w` and `h` are the size of the
     /// result; bin factors below 2 leave the buffer as it is.
@@ -63,20 +82,6 @@ class CAlgorithm {
 
     /// Takes the dark frame away, down to 0, and adds the offset, up to 255. No dark, no change.
     static void SubtractDark(uint8_t *image, int w, int h, unsigned offset, const uint8_t *dark);
-
-    /// Demosaics into RGB24 (bytes blue, green, red), luminance or packed YUV. Other formats,
-    /// unknown phases and images of less than 2 x 2 pixels write nothing.
-    void BayerConv(BayerPhase phase, const uint8_t *src, uint8_t *dst, int w, int h,
-                   IMAGE_TYPE out);
-    void BayerConv_RG(const uint8_t *src, uint8_t *dst, int w, int h, IMAGE_TYPE out);
-    void BayerConv_BG(const uint8_t *src, uint8_t *dst, int w, int h, IMAGE_TYPE out);
-    void BayerConv_GR(const uint8_t *src, uint8_t *dst, int w, int h, IMAGE_TYPE out);
-    void BayerConv_GB(const uint8_t *src, uint8_t *dst, int w, int h, IMAGE_TYPE out);
-
-    /// The same for two rows out of an image of `h` rows: `row` is row `y` (even), with its
-    /// neighbours around it at a distance of `w`, as far as the image has them.
-    void BayerConvRows(BayerPhase phase, const uint8_t *row, int y, uint8_t *dst, int w, int h,
-                       IMAGE_TYPE out);
 
     /// Interpolate the cell of 2 x 2 pixels at (x, y) into the RGB24 image `dst`, or into the
     /// scratch cell when there is none. The colour that the name gives to red comes first in the

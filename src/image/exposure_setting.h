@@ -10,6 +10,8 @@ inline constexpr uint32_t kFastVideoBelowUs = 100'000;
 
 /// What belongs to one setting of the exposure, and to the frames that are exposed by it.
 struct ExposureSetting {
+    /// Below it, frames are short. Capture, delivery and the automatics treat short frames in ways
+    /// that only fit together while they agree which those are.
     static constexpr int kShortBelowUs = 100'000;
 
     uint32_t us = 0;
@@ -18,8 +20,8 @@ struct ExposureSetting {
 
     bool operator==(const ExposureSetting &) const = default;
 
-    /// Short frames follow each other so fast that the auto-control thread looks at some of them,
-    /// for exposure and gain; of the others each counts, and the capture worker looks at every one.
+    /// Short frames follow each other so fast that automatic exposure need not see them all: its
+    /// thread looks at some. Every longer frame counts, and the capture worker looks at each.
     bool IsShort() const
     {
         return !timedByHost && us < uint32_t{kShortBelowUs} && frameTimeUs < kShortBelowUs;

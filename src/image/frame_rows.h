@@ -70,6 +70,8 @@ class RowScratch {
 template <class Sample> class FrameRows {
   public:
     FrameRows(const FrameSteps<Sample> &steps, RowScratch &scratch);
+    FrameRows(const FrameRows &) = delete; // its steps may point to its own table
+    FrameRows &operator=(const FrameRows &) = delete;
 
     size_t Width() const { return m_steps.width / m_steps.bin; }
     size_t Height() const { return m_steps.height / m_steps.bin; }

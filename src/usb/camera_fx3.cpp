@@ -1,6 +1,5 @@
 #include "usb/camera_fx3.h"
 
-#include "base/config.h"
 #include "base/debug_print.h"
 #include "usb/requests.h"
 
@@ -24,10 +23,6 @@ constexpr auto kRequestTimeout = 500ms;
 constexpr int kConfiguration = 1;
 constexpr int kInterface = 0;
 
-// A camera that does not answer must not hold the host for the sum of all time-outs: after so many
-// in a row, requests fail at once for a while.
-constexpr int kMuteAfterTimeouts = 3;
-constexpr auto kMuteTime = 1s;
 constexpr milliseconds kLeaveSafeTimeout = 150ms;
 constexpr milliseconds kTimeoutAfterLoss = 200ms;
 constexpr milliseconds kProbeTimeout = 200ms;
@@ -38,12 +33,6 @@ constexpr auto kFlashEraseBound = 60s;
 constexpr auto kFlashPollInterval = 1ms;
 
 constexpr uint16_t kFpgaVersionMajor = 29; // two registers of nibbles follow
-
-/// A refusal is an answer.
-constexpr bool GotNoAnswer(int result)
-{
-    return result < 0 && result != LIBUSB_ERROR_PIPE;
-}
 
 constexpr bool FailedAtOnce(int result)
 {
@@ -70,7 +59,7 @@ constexpr uint16_t High(uint32_t value)
 CCameraFX3::CCameraFX3()
 {
     if (!m_context)
-        std::puts("failed to initialise libusb");
+        OutputAlways(Output::kStandardOutput, "failed to initialise libusb\n");
 }
 
 CCameraFX3::~CCameraFX3()
@@ -79,42 +68,20 @@ CCameraFX3::~CCameraFX3()
     CloseDevice();
 }
 
-libusb_device_handle *CCameraFX3::FindDevice(uint16_t productId, int ordinal)
-try {
-    const std::lock_guard lock(m_searchSection);
-    return m_search.Port().depth > 0
-               ? OpenLostCamera(m_search, CAMERA_VID, productId, m_choice)
-               : libusb_open_device_with_vid_pid_index(nullptr, CAMERA_VID, productId,
-                                                       ordinal & 0xFF, m_choice);
-} catch (const std::bad_alloc &) {
-    return nullptr;
-}
-
 bool CCameraFX3::OpenDevice(uint16_t productId, int ordinal)
 {
     const std::lock_guard opening(m_openSection); // the kernel may take seconds: requests fail
     if (m_opened || !m_context)
         return false;
-    libusb_device_handle *handle = FindDevice(productId, ordinal);
-    if (!handle)
+    DeviceHandle handle = m_search.Open(productId, ordinal);
+    if (!handle || libusb_set_configuration(handle.get(), kConfiguration) != 0 ||
+        libusb_claim_interface(handle.get(), kInterface) != 0) // another program has it
         return false;
-    if (libusb_set_configuration(handle, kConfiguration) != 0 ||
-        libusb_claim_interface(handle, kInterface) != 0) {
-        libusb_close(handle); // another program has it
-        return false;
-    }
-    {
-        const std::lock_guard lock(m_searchSection);
-        m_device = libusb_get_device(handle);
-        m_productId = productId;
-        m_search = LostCamera(PortPathOf(m_device));
-    }
-    (void)LookAround();
+    m_search.Found(libusb_get_device(handle.get()), productId);
+    (void)m_search.LookAround(); // it is there
     const std::lock_guard lock(m_controlSection);
-    m_handle = handle;
-    m_gone = false;
-    m_timeoutsInRow = 0;
-    m_muteUntil = {};
+    m_handle = std::move(handle);
+    m_answers = {};
     m_opened = true;
     return true;
 }
@@ -122,14 +89,10 @@ bool CCameraFX3::OpenDevice(uint16_t productId, int ordinal)
 void CCameraFX3::CloseDevice()
 {
     Lock lock(m_controlSection);
-    {
-        const std::lock_guard searchLock(m_searchSection);
-        m_device = nullptr;
-    }
+    m_search.Closing();
     m_opened = false;
     m_kernelIsDone.Wait(lock, [this] { return !m_inKernel; });
-    if (m_handle)
-        libusb_close(std::exchange(m_handle, nullptr));
+    m_handle.reset();
     m_stream.DeviceClosed();
 }
 
@@ -142,67 +105,14 @@ bool CCameraFX3::HasHandle()
 bool CCameraFX3::IsAttached()
 {
     const std::lock_guard lock(m_controlSection);
-    return m_opened && !m_gone && LookAround();
-}
-
-bool CCameraFX3::LookAround()
-try {
-    const std::lock_guard lock(m_searchSection);
-    if (!m_device)
-        return false;
-    const DeviceList devices(nullptr);
-    if (devices.Failed())
-        return true; // there is no saying
-    if (std::ranges::find(devices, m_device) == devices.end())
-        return false;
-    m_search.Saw(PortsOf(devices, CAMERA_VID, m_productId));
-    return true;
-} catch (const std::bad_alloc &) {
-    return true; // as above
-}
-
-void CCameraFX3::NotePresence()
-{
-    bool enough = false;
-    {
-        const std::lock_guard lock(m_searchSection);
-        enough = m_search.SawOthersLately();
-    }
-    if (!enough)
-        (void)LookAround(); // the device was there just now
+    return m_opened && !m_answers.IsGone() && m_search.LookAround();
 }
 
 void CCameraFX3::LoseDevice()
 {
-    (void)LookAround(); // the system may not have told yet that it is gone: then it is exact
+    (void)
+        m_search.LookAround(); // the system may not have told yet that it is gone: then it is exact
     CloseDevice();
-}
-
-bool CCameraFX3::NewcomerSettles()
-{
-    const std::lock_guard lock(m_searchSection);
-    return m_search.NewcomerSettles();
-}
-
-CCameraFX3::EndOfThreads::EndOfThreads(CCameraFX3 &camera)
-    : m_camera(camera), m_given{RequestBudget::Left(Purpose::Work, LossLimit().work),
-                                RequestBudget::Left(Purpose::LeaveSafe, LossLimit().leaveSafe)},
-      m_outermost(!camera.m_ending)
-{
-    if (!m_outermost)
-        return;
-    m_camera.m_endingAccount.Open(m_given);
-    m_camera.m_ending = true;
-}
-
-CCameraFX3::EndOfThreads::~EndOfThreads()
-{
-    if (!m_outermost)
-        return;
-    m_camera.m_ending = false;
-    const LossAccount &account = m_camera.m_endingAccount;
-    RequestBudget::Charge(Purpose::Work, m_given.work - account.Left(Purpose::Work));
-    RequestBudget::Charge(Purpose::LeaveSafe, m_given.leaveSafe - account.Left(Purpose::LeaveSafe));
 }
 
 int CCameraFX3::Control(const Request &request)
@@ -218,7 +128,7 @@ int CCameraFX3::Control(const Request &request)
     return result;
 }
 
-/// What ends is not being programmed: the next start does it anyway.
+/// Requests that leave the camera safe do not count, because the next start programs it anyway.
 void CCameraFX3::CountIfLost(int result, Purpose purpose)
 {
     if (m_opened && purpose == Purpose::Work && GotNoAnswer(result))
@@ -241,10 +151,10 @@ int CCameraFX3::Transfer(const Request &request, Purpose purpose)
     const milliseconds timeout = TimeFor(request.timeout, purpose);
     if (!m_opened || timeout < RequestBudget::kShortest)
         return LIBUSB_ERROR_NO_DEVICE;
-    const int result = libusb_control_transfer(m_handle, request.type, request.code, request.value,
-                                               request.index, request.data, request.length,
-                                               static_cast<unsigned int>(timeout.count()));
-    NoteResult(result);
+    const int result = libusb_control_transfer(
+        m_handle.get(), request.type, request.code, request.value, request.index, request.data,
+        request.length, static_cast<unsigned int>(timeout.count()));
+    m_answers.Note(result);
     if (GotNoAnswer(result))
         ChargeLoss(purpose, start);
     return result;
@@ -253,39 +163,21 @@ int CCameraFX3::Transfer(const Request &request, Purpose purpose)
 /// How long an answer may take now: 0 when nothing is to be sent.
 milliseconds CCameraFX3::TimeFor(milliseconds timeout, Purpose purpose) const
 {
-    if (purpose == Purpose::Work && MuteLately())
+    if (purpose == Purpose::Work && m_answers.IsMute())
         return milliseconds(0);
-    // Whatever else is to be done in the same time shall have its turn, too.
+    // No request may use up the time of those that follow it.
     if (purpose == Purpose::LeaveSafe)
         timeout = std::min(timeout, kLeaveSafeTimeout);
     else if (RequestBudget::HasLost())
         timeout = std::min(timeout, kTimeoutAfterLoss);
-    if (m_ending)
-        timeout = std::min(timeout, m_endingAccount.Left(purpose));
-    return RequestBudget::Left(purpose, timeout);
+    return RequestBudget::Left(purpose, m_ending.Left(purpose, timeout));
 }
 
 void CCameraFX3::ChargeLoss(Purpose purpose, Clock::time_point since)
 {
     const auto lost = std::chrono::ceil<milliseconds>(Clock::now() - since);
     RequestBudget::Charge(purpose, lost);
-    if (m_ending)
-        m_endingAccount.Charge(purpose, lost);
-}
-
-bool CCameraFX3::MuteLately() const
-{
-    return m_muteUntil > Clock::now();
-}
-
-void CCameraFX3::NoteResult(int result)
-{
-    m_gone = m_gone || result == LIBUSB_ERROR_NO_DEVICE;
-    m_timeoutsInRow = result == LIBUSB_ERROR_TIMEOUT ? m_timeoutsInRow + 1 : 0;
-    if (m_timeoutsInRow >= kMuteAfterTimeouts)
-        m_muteUntil = Clock::now() + kMuteTime;
-    else if (!GotNoAnswer(result))
-        m_muteUntil = {};
+    m_ending.Charge(purpose, lost);
 }
 
 bool CCameraFX3::SendCMD(uint8_t cmd)
@@ -405,20 +297,19 @@ bool CCameraFX3::GetFPGAVer(uint8_t *major, uint8_t sub[4])
     (void)ReadFPGAREG(kFpgaVersionMajor, major); // the last read decides
     (void)ReadFPGAREG(kFpgaVersionMajor + 1, &nibbles[0]);
     const bool ok = ReadFPGAREG(kFpgaVersionMajor + 2, &nibbles[1]);
-    m_fpgaMajor = *major;
-    m_fpgaSub = 0;
+    m_fpgaVersion = {.major = *major};
     for (int i = 0; i < 4; ++i) {
         const uint8_t both = nibbles[i / 2];
         sub[i] = static_cast<uint8_t>(i % 2 == 0 ? both >> 4 : both & 0x0F);
-        m_fpgaSub = m_fpgaSub << 8 | sub[i];
+        m_fpgaVersion.sub = m_fpgaVersion.sub << 8 | sub[i];
     }
     return ok;
 }
 
 void CCameraFX3::GetFPGAVerVal(uint8_t *major, uint32_t *sub) const
 {
-    *major = m_fpgaMajor;
-    *sub = m_fpgaSub;
+    *major = m_fpgaVersion.major;
+    *sub = m_fpgaVersion.sub;
 }
 
 bool CCameraFX3::IsUSB3Host()
@@ -486,7 +377,7 @@ template <class Call> bool CCameraFX3::InKernel(Call call)
         m_kernelIsDone.Wait(lock, [this] { return !m_inKernel; });
         if (!m_opened)
             return false;
-        handle = m_handle;
+        handle = m_handle.get();
         m_inKernel = true;
     }
     const bool ok = call(handle) == 0;
@@ -499,11 +390,11 @@ template <class Call> bool CCameraFX3::InKernel(Call call)
 }
 
 /// Whether the camera answers at all. It is asked only when it has left a request unanswered.
-bool CCameraFX3::Answers()
+bool CCameraFX3::AnswersAtAll()
 {
     {
         const std::lock_guard lock(m_controlSection);
-        if (m_timeoutsInRow == 0 && !MuteLately())
+        if (!m_answers.IsInDoubt())
             return m_opened;
     }
     uint8_t version[2] = {};
@@ -514,9 +405,10 @@ bool CCameraFX3::Answers()
 
 bool CCameraFX3::ResetEndPoint(uint8_t endpoint)
 {
-    return !m_stream.InFlight() && Answers() && InKernel([endpoint](libusb_device_handle *handle) {
-        return libusb_clear_halt(handle, endpoint);
-    });
+    return !m_stream.InFlight() && AnswersAtAll() &&
+           InKernel([endpoint](libusb_device_handle *handle) {
+               return libusb_clear_halt(handle, endpoint);
+           });
 }
 
 bool CCameraFX3::ResetDevice()
@@ -524,7 +416,7 @@ bool CCameraFX3::ResetDevice()
     OutputDbgPrint("ResetDevice\n");
     {
         const std::lock_guard lock(m_controlSection);
-        if (MuteLately())
+        if (m_answers.IsMute())
             return false;
     }
     return InKernel(libusb_reset_device);
@@ -535,9 +427,9 @@ bool CCameraFX3::initAsyncXfer(int totalLen, int count, int chunkSize, uint8_t e
     libusb_device_handle *handle = nullptr;
     {
         const std::lock_guard lock(m_controlSection);
-        handle = m_opened ? m_handle : nullptr;
+        handle = m_opened ? m_handle.get() : nullptr;
     }
-    (void)LookAround();
+    (void)m_search.LookAround(); // for the note that it takes
     return handle && m_stream.Init(handle, totalLen, count, chunkSize, endpoint);
 }
 
@@ -564,7 +456,7 @@ BulkStream::Pass CCameraFX3::ReadPass(uint8_t *buffer, BulkStream::Timeouts time
 {
     BulkStream::Pass pass = m_stream.Begin(buffer, running);
     if (pass.submitted && !pass.deviceGone)
-        NotePresence();
+        m_search.LookAroundNowAndThen();
     m_stream.Finish(pass, timeouts, running, count);
     return pass;
 }

@@ -7,10 +7,10 @@ namespace vsccam {
 
 namespace {
 
-libusb_device_handle *Open(libusb_device *device)
+DeviceHandle Open(libusb_device *device)
 {
     libusb_device_handle *handle = nullptr;
-    return libusb_open(device, &handle) == 0 ? handle : nullptr;
+    return DeviceHandle(libusb_open(device, &handle) == 0 ? handle : nullptr);
 }
 
 bool HasId(libusb_device *device, uint16_t vid, uint16_t pid)
@@ -23,12 +23,9 @@ bool HasId(libusb_device *device, uint16_t vid, uint16_t pid)
 /// Whether a program has claimed the interface of a device. Sends nothing to it.
 bool IsClaimed(libusb_device *device)
 {
-    libusb_device_handle *const handle = Open(device);
-    if (!handle)
-        return false; // that, opening it in earnest has to tell
-    const bool claimed = libusb_claim_interface(handle, 0) == LIBUSB_ERROR_BUSY;
-    libusb_close(handle);
-    return claimed;
+    const DeviceHandle handle = Open(device);
+    // One that cannot be opened: opening it in earnest has to tell that.
+    return handle && libusb_claim_interface(handle.get(), 0) == LIBUSB_ERROR_BUSY;
 }
 
 } // namespace
@@ -44,7 +41,7 @@ libusb_device_handle *libusb_open_device_with_vid_pid_index(libusb_context *ctx,
             return nullptr;
         if (descriptor.idVendor == vid && descriptor.idProduct == pid &&
             choice.Allows(PortPathOf(device), pid) && ++matches == index)
-            return Open(device);
+            return Open(device).release();
     }
     return nullptr;
 }
@@ -53,13 +50,13 @@ PortPath PortPathOf(libusb_device *device)
 {
     PortPath path{.bus = libusb_get_bus_number(device)};
     path.depth = std::max(libusb_get_port_numbers(device, path.ports, std::size(path.ports)), 0);
-    // libusb leaves something behind them.
+    // What libusb leaves behind them must not make equal paths differ.
     std::fill(path.ports + path.depth, std::end(path.ports), uint8_t{0});
     return path;
 }
 
-libusb_device_handle *OpenLostCamera(LostCamera &lost, uint16_t vid, uint16_t pid,
-                                     const CameraChoice &choice)
+DeviceHandle OpenLostCamera(LostCamera &lost, uint16_t vid, uint16_t pid,
+                            const CameraChoice &choice)
 {
     const DeviceList list(nullptr);
     std::vector<libusb_device *> devices;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "usb/camera_choice.h"
+#include "usb/device_handle.h"
 #include "usb/lost_camera.h"
 #include "usb/port_path.h"
 
@@ -43,14 +44,14 @@ std::vector<PortPath> PortsOf(const DeviceList &devices, uint16_t vid, uint16_t 
 /// Opens the index-th device, counted from 1 in the order of the bus, that has this vendor and
 /// product ID and may be used.
 /// @return nullptr when the list or a descriptor before it cannot be read, when there is no such
-///         device, or when it cannot be opened
+///         device, or when it cannot be opened; otherwise the caller closes the handle
 libusb_device_handle *libusb_open_device_with_vid_pid_index(libusb_context *ctx, uint16_t vid,
                                                             uint16_t pid, int index,
                                                             const CameraChoice &choice = {});
 
 /// Opens the device with this vendor and product ID that is the lost camera.
-/// @return nullptr when it is not there, may not be used or cannot be opened
-libusb_device_handle *OpenLostCamera(LostCamera &lost, uint16_t vid, uint16_t pid,
-                                     const CameraChoice &choice);
+/// @return empty when it is not there, may not be used or cannot be opened
+DeviceHandle OpenLostCamera(LostCamera &lost, uint16_t vid, uint16_t pid,
+                            const CameraChoice &choice);
 
 } // namespace vsccam

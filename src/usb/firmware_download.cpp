@@ -35,7 +35,7 @@ constexpr size_t kFlashSector = 0x10000;
 constexpr size_t kFlashPage = 256;
 constexpr size_t kFlashReach = 0x10000 * kFlashPage; // by page numbers of 16 bits
 
-// What a FX3 image says of the I2C memory that it is meant for, in bits 1 to 3 of its third byte.
+// Size of the I2C memory that a FX3 image is meant for, by bits 1 to 3 of its third byte.
 constexpr size_t kI2cDeviceBytes[] = {0, 0, 4'096, 8'192, 16'384, 32'768, 65'536, 65'536};
 constexpr uint8_t kI2cLargeDevices = 7; // 128 KiB each, in two halves with selects of their own
 constexpr size_t kI2cLargeDevice = 0x20000;
@@ -74,7 +74,7 @@ uint16_t NextI2cDevice(uint8_t sizeClass, uint16_t device, size_t written)
 
 } // namespace
 
-/// For what brings a controller back. The firmware that fell silent does not matter here, the
+/// Brings a controller back. It does not matter that the firmware has fallen silent, because the
 /// controller itself takes these requests.
 bool CCameraFX3::RestoreFx2Ram(uint16_t address, std::span<const uint8_t> bytes)
 {
@@ -83,7 +83,7 @@ bool CCameraFX3::RestoreFx2Ram(uint16_t address, std::span<const uint8_t> bytes)
         return DownloadBufferToDevice(address, static_cast<uint16_t>(bytes.size()), bytes.data(),
                                       request::kRam);
     };
-    return load() || load(); // a second time also after a time-out: nobody else brings it back
+    return load() || load(); // also after a time-out: nothing else brings it back
 }
 
 bool CCameraFX3::ReleaseFx2()
@@ -133,8 +133,8 @@ bool CCameraFX3::EraseFlash()
     return erased;
 }
 
-/// Without it, the EEPROM requests would mean something else to the camera: nothing may follow when
-/// this fails, but what brings the processor back.
+/// Without this firmware, the requests for the EEPROM would mean something else to the camera. When
+/// loading it fails, the only thing that may follow is bringing the processor back.
 bool CCameraFX3::LoadEepromProgrammer(const EepromProgrammer &programmer)
 {
     const auto load = [this](uint16_t address, std::span<const uint8_t> bytes) {
@@ -161,8 +161,8 @@ bool CCameraFX3::TransferEeprom(bool read, uint8_t *bytes, size_t size)
 {
     for (size_t at = 0; at < size; at += kEepromPage) {
         const bool last = size - at <= kEepromPage;
-        // Quirk, kept: nothing is transferred of the last of several pages when it is a full one.
-        // Such an image fails the comparison.
+        // Quirk, kept: when the last of several pages is a full one, nothing of it is transferred,
+        // so that such an image fails the comparison.
         const size_t length = size <= kEepromPage ? size : last ? size % kEepromPage : kEepromPage;
         if (!SendCMD(request::kEeprom, static_cast<uint16_t>(at), 0, read, bytes + at,
                      static_cast<long>(length)))
@@ -207,16 +207,16 @@ DownloadResult CCameraFX3::DownloadFwToRam(std::span<const uint8_t> image, uint8
                 return DownloadResult::RequestFailed;
         }
     }
-    // Nothing is written here: the boot loader jumps. It may be gone before it can acknowledge
-    // that. Quirk, kept: neither that answer nor the checksum of the image is looked at.
+    // This writes nothing: it makes the boot loader jump, which may be gone before it answers.
+    // Quirk, kept: neither the answer nor the checksum of the image is looked at.
     (void)DownloadBufferToDevice(parsed.entry, 0, nullptr, req);
     return DownloadResult::Success;
 }
 
-/// The controller is about to restart: nothing shall run that it does not know of.
+/// Stops sensor and FPGA before the controller restarts, which then knows of nothing that runs.
 void CCameraFX3::QuietSensor()
 {
-    // A boot loader does not know these requests.
+    // Failures do not matter: a boot loader does not know these requests.
     (void)WriteSONYREG(kSonyReg3007, 0x40);
     (void)WriteFPGAREG(kFpgaMode, 0);
     SleepFor(kQuietingTime);

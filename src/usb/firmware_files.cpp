@@ -21,7 +21,7 @@ constexpr FirmwareFile kVendor2 = {"vendor2.bin", 1427};
 
 class Descriptor {
   public:
-    // A pipe that nobody writes to would hold up an open that waits.
+    // Without O_NONBLOCK, opening a pipe waits until somebody writes to it.
     explicit Descriptor(const std::string &path)
         : m_descriptor(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY))
     {
@@ -61,7 +61,7 @@ class Descriptor {
 
 std::string FirmwareDirectory()
 {
-    // A program with more rights than its user does not take firmware from where the user likes.
+    // A program with more rights than its user must not load firmware that the user chose.
     const char *const chosen = secure_getenv("VSCCAM_FIRMWARE_DIR");
     return chosen && *chosen ? chosen : kFirmwareDirectory;
 }

@@ -5,14 +5,16 @@
 
 namespace vsccam {
 
-/// A reference to libusb's default context. With the last one in the process, the host's own
-/// included, the context ends: its thread, which waits for news of the bus, and its descriptors.
+/// A reference to libusb's default context. The context ends with the last reference in the
+/// process, those of the host included; so do its thread, which waits for news of the bus, and its
+/// descriptors.
 class LibusbContext {
   public:
     LibusbContext() : m_held(libusb_init(nullptr) == 0), m_owner(getpid()) {}
     ~LibusbContext()
     {
-        // A forked child has no such thread, but the pipe by which its parent's would be ended.
+        // A forked child does not have that thread. It has the pipe that ends it, though, and would
+        // end its parent's thread.
         if (m_held && m_owner == getpid())
             libusb_exit(nullptr);
     }

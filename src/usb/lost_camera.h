@@ -11,12 +11,13 @@
 
 namespace vsccam {
 
-/// Which device is the camera that went off the bus. A camera does not tell who it is, its port
-/// does: what hangs at the camera's port is the camera, and what hangs where another one hung when
-/// the camera was lost is that other one, which may have been reset or have lost its power as well.
-/// Anywhere else a newcomer is the camera if it stays the only one.
+/// Tells which device is the camera that went off the bus. Cameras have no serial number, so that
+/// their ports tell them apart. The device at the camera's port is the camera. A device at a port
+/// where another camera was plugged in when this one was lost is that other one: it may have been
+/// reset or have lost its power as well. A newcomer anywhere else is the camera if it stays the
+/// only one.
 ///
-/// Knows devices of the camera's product ID by their ports; has no USB.
+/// It knows the devices with the camera's product ID by their ports, and does nothing on the bus.
 class LostCamera {
   public:
     /// Newcomers that come together, on a hub that was plugged in elsewhere, have arrived by then.
@@ -24,20 +25,21 @@ class LostCamera {
     static constexpr std::chrono::milliseconds kSightingLasts{1000};
 
     LostCamera() = default;
-    /// A camera at this port, where alone it is looked for until more is known.
+    /// A camera at this port. Until Saw tells more, it is looked for at this port alone.
     explicit LostCamera(const PortPath &port) : m_port(port) {}
 
     const PortPath &Port() const { return m_port; }
 
     /// The camera is on the bus, and there are devices at these ports, itself included.
     void Saw(std::vector<PortPath> ports);
-    /// Whether that tells who was there if the camera goes now. A camera that falls back to another
-    /// speed may be on the bus again before its loss shows: then it is no use to look.
+    /// Whether the last Saw was so recent that it tells who was there should the camera go now. A
+    /// camera that falls back to another speed may be on the bus again before anybody notices that
+    /// it went: looking around only then comes too late.
     bool SawOthersLately() const;
 
     /// @param devices    that are on the bus and may be used
     /// @param isInUse    whether somebody else uses the device at an index; asked of newcomers only
-    /// @return the index of the camera; nothing as long as it is not there, or is not told apart
+    /// @return the index of the camera; nothing while it is not there or cannot be told apart
     std::optional<size_t> Find(std::span<const PortPath> devices,
                                const std::function<bool(size_t)> &isInUse);
     /// Whether the last search found a newcomer that has not stayed for long enough.

@@ -29,6 +29,38 @@ void LossAccount::Charge(Purpose purpose, milliseconds lost)
     (purpose == Purpose::LeaveSafe ? m_leaveSafeMs : m_workMs) += -static_cast<int>(lost.count());
 }
 
+milliseconds EndingAccount::Left(Purpose purpose, milliseconds atMost) const
+{
+    return m_waiting ? std::min(atMost, m_account.Left(purpose)) : atMost;
+}
+
+void EndingAccount::Charge(Purpose purpose, milliseconds lost)
+{
+    if (m_waiting)
+        m_account.Charge(purpose, lost);
+}
+
+EndingAccount::Wait::Wait(EndingAccount &account)
+    : m_ending(account), m_given{RequestBudget::Left(Purpose::Work, LossLimit().work),
+                                 RequestBudget::Left(Purpose::LeaveSafe, LossLimit().leaveSafe)},
+      m_outermost(!account.m_waiting)
+{
+    if (!m_outermost)
+        return;
+    m_ending.m_account.Open(m_given);
+    m_ending.m_waiting = true;
+}
+
+EndingAccount::Wait::~Wait()
+{
+    if (!m_outermost)
+        return;
+    m_ending.m_waiting = false;
+    const LossAccount &account = m_ending.m_account;
+    RequestBudget::Charge(Purpose::Work, m_given.work - account.Left(Purpose::Work));
+    RequestBudget::Charge(Purpose::LeaveSafe, m_given.leaveSafe - account.Left(Purpose::LeaveSafe));
+}
+
 RequestBudget::RequestBudget(const LossLimit &limit, const RunFlag *goOn)
     : m_account(limit), m_countsWaits(limit.countsWaits), m_goOn(goOn), m_outer(t_budget)
 {

@@ -13,13 +13,13 @@ enum class Purpose {
     Probe,     // finds out whether the camera answers
 };
 
-/// Time that may be lost in requests without answer. Those that leave the camera safe have a time
-/// of their own, which is there when the other is used up.
+/// The time that requests without an answer may take. Requests that leave the camera safe have a
+/// time of their own, which is still there when the other one is used up.
 struct LossLimit {
     std::chrono::milliseconds work{1000};
     std::chrono::milliseconds leaveSafe{700};
-    /// Whether waiting for somebody else's answers is lost time, too: for whoever somebody waits
-    /// for.
+    /// Whether time counts as lost, too, in which this thread waits while another thread waits for
+    /// an answer. It counts where somebody waits for this thread.
     bool countsWaits = true;
 };
 
@@ -38,6 +38,35 @@ class LossAccount {
     Shared<int> m_leaveSafeMs;
 };
 
+/// The time that threads may lose while somebody waits for them to end: all of them together may
+/// lose no more than is left to the one who waits. While nobody waits there is no limit.
+/// Thread-safe.
+class EndingAccount {
+  public:
+    /// The least of what is left and `atMost`.
+    std::chrono::milliseconds Left(Purpose purpose, std::chrono::milliseconds atMost) const;
+    void Charge(Purpose purpose, std::chrono::milliseconds lost);
+
+    /// While it lives, this thread waits for the others, and is charged in the end with what they
+    /// lost. One within another does nothing.
+    class Wait {
+      public:
+        explicit Wait(EndingAccount &account);
+        ~Wait();
+        Wait(const Wait &) = delete;
+        Wait &operator=(const Wait &) = delete;
+
+      private:
+        EndingAccount &m_ending;
+        const LossLimit m_given;
+        const bool m_outermost;
+    };
+
+  private:
+    LossAccount m_account{LossLimit()}; // in force while somebody waits
+    Shared<bool> m_waiting;
+};
+
 /// While it lives, the requests of this thread together may lose no more than its limit: a camera
 /// that answers now and then must not hold a call of the host for the sum of all time-outs. Once it
 /// is used up, requests fail without being sent. One within another ends with whichever is used up
@@ -45,7 +74,7 @@ class LossAccount {
 class RequestBudget {
   public:
     /// The limit is by default that of a call of the host, with all that the call waits for.
-    /// @param goOn  when it is cleared, nothing is left but for leaving the camera safe
+    /// @param goOn  once it is cleared, only requests that leave the camera safe have time left
     explicit RequestBudget(const LossLimit &limit = {}, const RunFlag *goOn = nullptr);
     ~RequestBudget();
     RequestBudget(const RequestBudget &) = delete;
@@ -71,7 +100,8 @@ class RequestBudget {
     RequestBudget *const m_outer;
 };
 
-/// Held over requests that belong together. Who waits for it waits for somebody else's answers.
+/// The lock for requests that belong together. Waiting for it is waiting for the answers that
+/// another thread waits for, and is charged like that.
 class RequestSection {
   public:
     void lock()

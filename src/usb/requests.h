@@ -36,8 +36,8 @@ inline constexpr uint8_t kReadFlash = 0xC3;
 inline constexpr uint8_t kEraseFlash = 0xC4;
 inline constexpr uint8_t kThermistor = 0xC7;
 
-/// Whether the camera is programmed by half when this one gets no answer. What is only read, data
-/// in memories that keep it, and what is set again and again do not count.
+/// Whether the camera stays half programmed when this request gets no answer. Requests that only
+/// read, that write memories which keep their data, or that are repeated anyway do not count.
 constexpr bool Programs(uint8_t request, bool read, uint16_t value)
 {
     if (read)

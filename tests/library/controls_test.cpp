@@ -42,7 +42,7 @@ TEST_F(ControlsTest, ListsWhatAModelOffersInItsOrder)
               (std::vector{0, 1, 2, 3, 4, 5, 6, 9, 10, 11, 12, 14, 18, 8, 15, 16, 17, 19}));
     _VSC_CONTROL_CAPS caps{};
     EXPECT_FALSE(mono.GetControlCaps(-1, &caps));
-    EXPECT_FALSE(mono.GetControlCaps(mono.ControlCount(), &caps));
+    EXPECT_FALSE(mono.GetControlCaps(mono.controls.count, &caps));
 }
 
 TEST_F(ControlsTest, DescribesRangesOfTheModel)

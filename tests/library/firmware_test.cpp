@@ -449,7 +449,7 @@ TEST_F(FirmwareTest, FlashIsErasedAsFarAsTheImageReachesAndFilledUp)
 {
     const Bytes image = Ramp(0x10000 + 2048 + 257);
     const auto download = [&](Transport &camera) {
-        camera.EnableGPIF32DQ(false);
+        (void)camera.EnableGPIF32DQ(false);
         return camera.DownloadFw(File(image), Media::SpiFlash);
     };
     EXPECT_EQ(ResultsOfFailures(kFx3, download),

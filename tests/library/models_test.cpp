@@ -215,7 +215,7 @@ class ModelsTest : public HostTest {
         _VSC_CONTROL_CAPS caps{};
         for (int i = 0; camera.GetControlCaps(i, &caps); ++i)
             listed.insert(caps.type);
-        EXPECT_EQ(camera.ControlCount(), static_cast<int>(listed.size()));
+        EXPECT_EQ(camera.controls.count, static_cast<int>(listed.size()));
         const std::pair<VSC_CONTROL_TYPE, Control_TYPE> controls[] = {
             {kControlGain, CONTROL_GAIN},
             {kControlExposure, CONTROL_EXPOSURE},

@@ -31,25 +31,25 @@ TEST_F(TransportTest, EveryRequestHasItsPlaceOnTheWire)
         std::function<void(CCameraBase &)> send;
         Lines wire;
     } cases[] = {
-        {[&](auto &c) { c.ReadCameraRegister(0x30B2, &word); }, {"sensor 30B2?"}},
-        {[&](auto &c) { c.ReadCameraRegisterByte(0x3009, &byte); }, {"sony 3009?"}},
-        {[&](auto &c) { c.GetFPGAVer(&byte, sub); }, {"fpga 1D?", "fpga 1E?", "fpga 1F?"}},
+        {[&](auto &c) { (void)c.ReadCameraRegister(0x30B2, &word); }, {"sensor 30B2?"}},
+        {[&](auto &c) { (void)c.ReadCameraRegisterByte(0x3009, &byte); }, {"sony 3009?"}},
+        {[&](auto &c) { (void)c.GetFPGAVer(&byte, sub); }, {"fpga 1D?", "fpga 1E?", "fpga 1F?"}},
         {[](auto &c) { c.StopSensorCLK(); }, {"cmd AE"}},
         {[](auto &c) { c.SetTransferCount(49'153); }, {"transfer count 2"}},
         {[](auto &c) { c.SetTransferCount(INT32_MAX); }, {"transfer count 43691"}},
         {[](auto &c) { c.pulseGuideOn(3); }, {"guide on 3"}},
         {[](auto &c) { c.pulseGuideOff(0); }, {"guide off 0"}},
         {[](auto &c) { c.pulseGuideOff(4); }, {}},
-        {[&](auto &c) { c.ReadFromSPIFlash(bytes.data(), 2048, 0x40000, 0xC3); },
+        {[&](auto &c) { (void)c.ReadFromSPIFlash(bytes.data(), 2048, 0x40000, 0xC3); },
          {"flash read 040000+2048"}},
-        {[&](auto &c) { c.WriteToSPIFlash(bytes.data(), 256, 0x700FF, 0xC2); },
+        {[&](auto &c) { (void)c.WriteToSPIFlash(bytes.data(), 256, 0x700FF, 0xC2); },
          {"flash write 070000+256"}},
-        {[&](auto &c) { c.DownloadBufferToDevice(0x12345678, 4, bytes.data(), 0xA0); },
+        {[&](auto &c) { (void)c.DownloadBufferToDevice(0x12345678, 4, bytes.data(), 0xA0); },
          {"40 A0 5678 1234 len 4"}},
-        {[&](auto &c) { c.UploadBufferFromDevice(0x12345678, 4, bytes.data(), 0xA0); },
+        {[&](auto &c) { (void)c.UploadBufferFromDevice(0x12345678, 4, bytes.data(), 0xA0); },
          {"C0 A0 5678 1234 len 4"}},
-        {[](auto &c) { c.SetProgramEntry(0xA0, 0x12345678); }, {"40 A0 1234 5678 len 0"}},
-        {[](auto &c) { c.IsBootLoaderRunning(); }, {"C0 A0 0000 0000 len 1"}},
+        {[](auto &c) { (void)c.SetProgramEntry(0xA0, 0x12345678); }, {"40 A0 1234 5678 len 0"}},
+        {[](auto &c) { (void)c.IsBootLoaderRunning(); }, {"C0 A0 0000 0000 len 1"}},
     };
     OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM");
     for (const auto &c : cases) {
@@ -131,7 +131,7 @@ TEST_F(TransportTest, AMuteCameraFailsRequestsAtOnceForASecond)
 TEST_F(TransportTest, EraseReportsSuccessAsZeroAndGivesUpOnABusyFlash)
 {
     OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM");
-    camera->EnableGPIF32DQ(false);
+    (void)camera->EnableGPIF32DQ(false);
     EXPECT_EQ(camera->EraseSectorOfSPIFlash(3, 0xC4), 0);
     // A request that always answers 1: the flash never becomes idle.
     const uint32_t start = GetTickCount();

@@ -36,6 +36,8 @@ expect 0 sim --json info
 contains output '"controls":[{"name":"gain","available":true,"value":200,'
 expect 0 sim --json list
 contains output '"model":"KYR VSC470MC"'
+expect 0 "$vsccam" --json list --models
+contains output '"model":"KYR VSC052MC-A","product":"052a","colour":true,"cooled":false,"opens":false}'
 expect 3 sim list --require 2
 expect 3 sim --camera VSC470MM info
 

@@ -27,6 +27,8 @@ picture() {
 
 expect 2 "$service"
 expect 10 "$service" --sim VSC340MM hotpixels show
+expect 0 "$service" --json --sim VSC470MC-Cool controls
+contains output '{"name":"TargetTemp","value":0,"min":-40,"max":30,'
 expect 1 bench show
 expect 9 bench save never.bmp --yes
 picture scene.fit :flawless

@@ -34,8 +34,8 @@ class Console {
     /// ... and for programs (only with --json): one object per line.
     void Emit(const nlohmann::ordered_json &result);
 
-    /// What the user may want to know while waiting. That nobody can read it, neither there nor in
-    /// the log, stops nothing: neither throws.
+    /// Tells the user something while the results take their time. Neither of the two throws, even
+    /// when nobody can read it there or in the log.
     void Note(const std::string &line);
     void Error(const std::string &line);
 

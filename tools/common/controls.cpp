@@ -18,35 +18,28 @@ namespace {
 
 using enum ControlUnit;
 
-// The limits of automatic exposure have a function of their own in the library.
-enum AutoLimit : Control_TYPE { kAutoMaxGain = 100, kAutoMaxExposure, kAutoBrightness };
-constexpr int kAutoLimits = 3;
+constexpr bool HasWord(const NamedControl &control)
+{
+    return control.word != nullptr;
+}
 
-constexpr NamedControl kControls[] = {
-    {"gain", CONTROL_GAIN, kPlain},
-    {"exposure", CONTROL_EXPOSURE, kMicroseconds},
-    {"gamma", CONTROL_GAMMA, kPlain},
-    {"red", CONTROL_WB_RED, kPlain},
-    {"blue", CONTROL_WB_BLUE, kPlain},
-    {"offset", CONTROL_BRIGHTNESS, kPlain},
-    {"bandwidth", CONTROL_BANDWIDTH, kPercent},
-    {"overclock", CONTROL_OVERCLOCK, kPercent},
-    {"hardware-bin", CONTROL_HARDWARE_BIN, kSwitch},
-    {"high-speed", CONTROL_HIGH_SPEED, kSwitch},
-    {"mono-bin", CONTROL_MONO_BIN, kSwitch},
-    {"auto-max-gain", kAutoMaxGain, kPlain},
-    {"auto-max-exposure", kAutoMaxExposure, kSeconds},
-    {"auto-brightness", kAutoBrightness, kPlain},
-    {"temperature", CONTROL_TEMPERATURE, kTenthCelsius, true},
-    {"cooler-power", CONTROL_COOLER_POWER, kPercent, true},
-    {"target-temp", CONTROL_TARGET_TEMP, kCelsius},
-    {"cooler", CONTROL_COOLER_ON, kSwitch},
-    {"fan", CONTROL_FAN_ON, kSwitch},
-};
+constexpr auto kControls = [] {
+    std::array<NamedControl, std::ranges::count_if(vsccam::kControlList, HasWord)> controls{};
+    std::ranges::copy_if(vsccam::kControlList, controls.begin(), HasWord);
+    return controls;
+}();
+
+// The limits of automatic exposure have a function of their own in the library.
+constexpr int kAutoLimits = 3;
 
 bool IsAutoLimit(const NamedControl &control)
 {
-    return control.type >= kAutoMaxGain;
+    return !control.exported;
+}
+
+size_t WhichAutoLimit(const NamedControl &control)
+{
+    return static_cast<size_t>(control.type - vsccam::kControlAutoMaxGain);
 }
 
 std::array<int, kAutoLimits> AutoLimits()
@@ -58,15 +51,15 @@ std::array<int, kAutoLimits> AutoLimits()
 
 ControlState StateOfAutoLimit(const NamedControl &control)
 {
-    const auto which = static_cast<size_t>(control.type - kAutoMaxGain);
-    // At least one second, also where exposures are shorter: the least that can be set.
-    const int longestS = std::clamp(getMax(CONTROL_EXPOSURE) / 1'000'000, 1, 60);
-    const int largest[kAutoLimits] = {getMax(CONTROL_GAIN), longestS, 160};
-    constexpr int kSmallest[kAutoLimits] = {0, 1, 50};
+    vsccam::ControlRange range = control.range.value_or(vsccam::ControlRange{});
+    if (control.type == vsccam::kControlAutoMaxGain)
+        range.max = getMax(CONTROL_GAIN);
+    else if (control.unit == kSeconds) // at least one, also where exposures are shorter
+        range.max = std::clamp(getMax(CONTROL_EXPOSURE) / 1'000'000, range.min, range.max);
     return {.available = true,
-            .value = AutoLimits()[which],
-            .min = kSmallest[which],
-            .max = largest[which]};
+            .value = AutoLimits()[WhichAutoLimit(control)],
+            .min = range.min,
+            .max = range.max};
 }
 
 /// Takes a unit off the end, and the blanks before it.
@@ -141,7 +134,7 @@ size_t Distance(std::string_view from, std::string_view to)
 void SetAutoLimit(const NamedControl &control, int value)
 {
     std::array<int, kAutoLimits> limits = AutoLimits();
-    limits[static_cast<size_t>(control.type - kAutoMaxGain)] = value;
+    limits[WhichAutoLimit(control)] = value;
     setAutoPara(limits[0], limits[1], limits[2]);
 }
 
@@ -154,18 +147,18 @@ std::span<const NamedControl> AllControls()
 
 const NamedControl &FindControl(const std::string &name)
 {
-    const auto *found = std::find_if(std::begin(kControls), std::end(kControls),
-                                     [&](const NamedControl &c) { return name == c.name; });
-    if (found != std::end(kControls))
+    const auto found =
+        std::ranges::find_if(kControls, [&](const NamedControl &c) { return name == c.word; });
+    if (found != kControls.end())
         return *found;
-    const auto distance = [&](const NamedControl &c) { return Distance(name, c.name); };
+    const auto distance = [&](const NamedControl &c) { return Distance(name, c.word); };
     const NamedControl &nearest = *std::ranges::min_element(kControls, {}, distance);
     if (distance(nearest) <= kLargestSlip)
         throw Failure(Exit::kUsage,
-                      fmt::format("no control '{}'; did you mean {}?", name, nearest.name));
+                      fmt::format("no control '{}'; did you mean {}?", name, nearest.word));
     std::string names;
     for (const NamedControl &control : kControls)
-        names.append(names.empty() ? "" : ", ").append(control.name);
+        names.append(names.empty() ? "" : ", ").append(control.word);
     throw Failure(Exit::kUsage, fmt::format("no control '{}'; there are {}", name, names));
 }
 
@@ -173,15 +166,16 @@ ControlState StateOf(const NamedControl &control)
 {
     if (IsAutoLimit(control))
         return StateOfAutoLimit(control);
-    // Colour cameras have it; the library does not announce it.
-    const bool unannounced = control.type == CONTROL_MONO_BIN && isColorCam();
-    ControlState state = {.available = isAvailable(control.type) || unannounced};
+    const Control_TYPE number = *control.exported;
+    // Colour cameras have those that the library does not announce.
+    const bool unannounced = !control.announced && isColorCam();
+    ControlState state = {.available = isAvailable(number) || unannounced};
     if (!state.available)
         return state;
-    state.value = getValue(control.type, &state.automatic);
-    state.min = getMin(control.type);
-    state.max = getMax(control.type);
-    state.hasAutomatic = isAutoSupported(control.type) != 0;
+    state.value = getValue(number, &state.automatic);
+    state.min = getMin(number);
+    state.max = getMax(number);
+    state.hasAutomatic = isAutoSupported(number) != 0;
     return state;
 }
 
@@ -212,8 +206,8 @@ Setting ParseSetting(const std::string &text)
     if (equals == std::string::npos)
         throw Failure(Exit::kUsage, fmt::format("'{}' sets nothing; write gain=200", text));
     const NamedControl &control = FindControl(text.substr(0, equals));
-    if (control.readOnly)
-        throw Failure(Exit::kUsage, fmt::format("{} can only be read", control.name));
+    if (!control.writable)
+        throw Failure(Exit::kUsage, fmt::format("{} can only be read", control.word));
     const std::string value = text.substr(equals + 1);
     if (value == "auto")
         return {.control = &control, .automatic = true};
@@ -225,22 +219,22 @@ void Apply(const Setting &setting)
     const NamedControl &control = *setting.control;
     const ControlState state = StateOf(control);
     if (!state.available)
-        throw Failure(Exit::kNotSupported, fmt::format("this camera has no {}", control.name));
+        throw Failure(Exit::kNotSupported, fmt::format("this camera has no {}", control.word));
     if (setting.automatic && !state.hasAutomatic)
-        throw Failure(Exit::kNotSupported, fmt::format("{} cannot set itself", control.name));
+        throw Failure(Exit::kNotSupported, fmt::format("{} cannot set itself", control.word));
     const int value = setting.automatic ? state.value : setting.value;
     // The library tells one shortest exposure for all models; some go below and clamp it
     // themselves.
-    const int smallest = control.type == CONTROL_EXPOSURE ? 0 : state.min;
+    const int smallest = control.exported == CONTROL_EXPOSURE ? 0 : state.min;
     if (!setting.automatic && (value < smallest || value > state.max))
         throw Failure(Exit::kUsage,
-                      fmt::format("{} {} is outside {} to {}", control.name,
+                      fmt::format("{} {} is outside {} to {}", control.word,
                                   FormatValue(control, value), FormatValue(control, state.min),
                                   FormatValue(control, state.max)));
     if (IsAutoLimit(control))
         SetAutoLimit(control, value);
     else
-        setValue(control.type, value, setting.automatic);
+        setValue(*control.exported, value, setting.automatic);
 }
 
 void Set(const std::string &name, int value)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "control_list.h"
+
 #include <vsccam.h>
 
 #include <span>
@@ -7,24 +9,10 @@
 
 namespace vsctool {
 
-/// How people write and read the value of a control.
-enum class ControlUnit {
-    kPlain,
-    kPercent,
-    kMicroseconds,
-    kSeconds,
-    kCelsius,
-    kTenthCelsius,
-    kSwitch
-};
-
-/// A control under the name that a person would type.
-struct NamedControl {
-    const char *name;
-    Control_TYPE type; // beyond the library's own: a limit of automatic exposure
-    ControlUnit unit;
-    bool readOnly = false;
-};
+/// A control under the name that a person would type: its `word`. Those that the library exports no
+/// number for are the limits of automatic exposure.
+using NamedControl = vsccam::ControlFacts;
+using vsccam::ControlUnit;
 
 std::span<const NamedControl> AllControls();
 

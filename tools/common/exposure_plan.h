@@ -10,8 +10,8 @@ namespace vsctool {
 /// @param usb3Port  whether the camera is at one
 Microseconds PlannedExposure(const std::string &model, bool usb3Port, Microseconds set);
 
-/// The same of an exposure of which is known who times it: near the limit of some cameras that
-/// depends on the length of their lines.
+/// The same when it is known who times the exposure. Near the limit of some cameras that depends on
+/// the length of their lines.
 Microseconds PlannedExposure(const std::string &model, Microseconds set, bool byHost);
 
 } // namespace vsctool

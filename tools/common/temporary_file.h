@@ -26,8 +26,8 @@ class TemporaryFile {
     std::filesystem::path m_path;
 };
 
-/// That a file could not be written, with what the system and the writer say of it. To be made
-/// right after the call that failed: it looks at errno.
+/// Says that a file could not be written, and what the system and the writer say of it. It looks at
+/// errno: call it right after the call that failed.
 Failure CannotWrite(const std::filesystem::path &file, const std::string &writer = "");
 
 } // namespace vsctool

@@ -2,6 +2,7 @@
 
 #include "failure.h"
 #include "library_lines.h"
+#include "product_list.h"
 
 #include <dirent.h>
 #include <fmt/format.h>
@@ -23,31 +24,6 @@ namespace {
 
 // Plain calls of the C library throughout: the simulated bus answers these.
 const std::string kSysfs = "/sys/bus/usb/devices/";
-
-struct Product {
-    unsigned id;
-    const char *model;
-};
-
-constexpr Product kProducts[] = {
-    {0x350A, "KYR VSC350MM"},       {0x340A, "KYR VSC340MM"},       {0x340B, "KYR VSC340MC"},
-    {0x056B, "KYR VSC056MC"},       {0x056A, "KYR VSC056MM"},       {0x047A, "KYR VSC047MC"},
-    {0x052B, "KYR VSC052MC"},       {0x052A, "KYR VSC052MC-A"},     {0x052C, "KYR VSC052MC-B"},
-    {0x340D, "KYR VSC340MM-S"},     {0x340E, "KYR VSC340MC-S"},     {0x372A, "KYR VSC372MC"},
-    {0x372C, "KYR VSC372MC-A"},     {0x372D, "KYR VSC372MC-B"},     {0x430A, "KYR VSC430MC"},
-    {0x440A, "KYR VSC440MC"},       {0x440B, "KYR VSC440MC-Cool"},  {0x420A, "KYR VSC420MC"},
-    {0x420B, "KYR VSC420MM"},       {0x450A, "KYR VSC450MC"},       {0x450B, "KYR VSC450MC-Cool"},
-    {0x420C, "KYR VSC420MC-Cool"},  {0x420D, "KYR VSC420MM-Cool"},  {0x430B, "KYR VSC430MC-Cool"},
-    {0x083A, "KYR VSC083MC-Cool"},  {0x056C, "HALDRON VSC056MM-A"}, {0x056D, "HALDRON VSC056MM-B"},
-    {0x056E, "HALDRON VSC056MC-A"}, {0x056F, "HALDRON VSC056MC-B"}, {0x470C, "KYR VSC470MC-Cool"},
-    {0x470D, "KYR VSC470MM-Cool"},  {0x420E, "KYR VSC420MM-A"},     {0x420F, "KYR VSC420MM-B"},
-    {0x385A, "KYR VSC385MC-Cool"},  {0x065A, "KYR VSC065MC-Cool"},  {0x460A, "KYR VSC460MC"},
-    {0x470A, "KYR VSC470MC"},       {0x470B, "KYR VSC470MM"},       {0x2800, "KYR VSC2800MC"},
-    {0x2801, "KYR VSC2800MC-Cool"}, {0x048A, "KYR VSC048MC"},       {0x048B, "KYR VSC048MM"},
-    {0x430C, "KYR VSC430MM"},       {0x430D, "KYR VSC430MM-Cool"},  {0x2802, "KYR VSC2800MM"},
-    {0x2803, "KYR VSC2800MM-Cool"},
-};
-static_assert(std::size(kProducts) == 46);
 
 struct CloseFile {
     void operator()(std::FILE *file) const { std::fclose(file); }
@@ -191,10 +167,8 @@ std::vector<UsbDevice> InLibraryOrder(const std::vector<LibraryLine> &lines)
 
 std::string ModelOf(unsigned product)
 {
-    const auto *known =
-        std::find_if(std::begin(kProducts), std::end(kProducts),
-                     [&](const Product &candidate) { return candidate.id == product; });
-    return known == std::end(kProducts) ? "" : known->model;
+    const vsccam::Product *known = vsccam::FindProduct(product);
+    return known ? known->name : "";
 }
 
 std::vector<UsbDevice> FindUsbDevices()
@@ -219,19 +193,17 @@ std::vector<UsbDevice> FindUsbDevices()
     return devices;
 }
 
-bool CameraEntry::IsColour() const
+const vsccam::Product *CameraEntry::Product() const
 {
-    return model.find("MC") != std::string::npos;
-}
-
-bool CameraEntry::IsCooled() const
-{
-    return model.ends_with("-Cool");
+    const auto products = vsccam::Products();
+    const auto found = std::ranges::find_if(
+        products, [&](const vsccam::Product &product) { return product.name == model; });
+    return found == products.end() ? nullptr : &*found;
 }
 
 bool CameraEntry::IsVariant() const
 {
-    return model.ends_with("-A") || model.ends_with("-B");
+    return Product() && Product()->IsVariant();
 }
 
 std::string CameraEntry::Usable() const

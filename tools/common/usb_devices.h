@@ -4,6 +4,10 @@
 #include <string>
 #include <vector>
 
+namespace vsccam {
+struct Product;
+}
+
 namespace vsctool {
 
 /// What the kernel shows of a camera, also of one that this program may not open.
@@ -29,8 +33,8 @@ struct CameraEntry {
     std::string model;
     std::optional<UsbDevice> usb; // nothing when the system does not show it
 
-    bool IsColour() const;
-    bool IsCooled() const;
+    /// Nothing when the library does not know the model.
+    const vsccam::Product *Product() const;
     /// Editions that the library lists but cannot open by themselves.
     bool IsVariant() const;
     /// "yes", or why not.

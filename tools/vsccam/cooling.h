@@ -17,7 +17,7 @@ void RequireCooler(const Camera &camera);
 /// Lets the cooler regulate to a target, within its range.
 void Regulate(int targetC);
 
-/// Moves the target, unless it is there already: each time regulation begins anew.
+/// Moves the target unless it is there already: regulation begins anew whenever it is set.
 void MoveTarget(double celsius);
 
 /// Where a ramp from `fromC` to `toC` is after some time.

@@ -37,7 +37,7 @@ Rgb SplitRgb24(const Picture &picture);
 /// Bilinear demosaic.
 Rgb Demosaic(const Plane &mosaic, Mosaic phase);
 
-/// Means of blocks of factor x factor samples; of what is no whole block at the edges, nothing.
+/// Means of blocks of factor x factor samples. Blocks at the edges that are not whole are left out.
 Plane Shrunk(Plane plane, int factor);
 
 /// Brightness without colour: a mosaic is averaged over each 2 x 2 window, in which every phase has

@@ -45,7 +45,7 @@ void AddFigure(ordered_json &json, const NamedControl &control, const std::strin
 
 ordered_json AsJson(const NamedControl &control, const ControlState &state)
 {
-    ordered_json json = {{"name", control.name}, {"available", state.available}};
+    ordered_json json = {{"name", control.word}, {"available", state.available}};
     if (!state.available)
         return json;
     AddFigure(json, control, "value", state.value);
@@ -53,20 +53,20 @@ ordered_json AsJson(const NamedControl &control, const ControlState &state)
     AddFigure(json, control, "max", state.max);
     json["auto"] = state.automatic;
     json["has_auto"] = state.hasAutomatic;
-    json["read_only"] = control.readOnly;
+    json["read_only"] = !control.writable;
     return json;
 }
 
 std::string InWords(const NamedControl &control, const ControlState &state)
 {
     if (!state.available)
-        return fmt::format("{:<18} -", control.name);
+        return fmt::format("{:<18} -", control.word);
     const char *mode = state.automatic      ? "auto"
-                       : control.readOnly   ? "read only"
+                       : !control.writable  ? "read only"
                        : state.hasAutomatic ? "manual"
                                             : "";
     const auto text = [&](int value) { return FormatValue(control, value); };
-    return fmt::format("{:<18} {:>10}  {:>9} to {:<10} {}", control.name, text(state.value),
+    return fmt::format("{:<18} {:>10}  {:>9} to {:<10} {}", control.word, text(state.value),
                        text(state.min), text(state.max), mode);
 }
 
@@ -95,7 +95,7 @@ void Get(const std::vector<std::string> &names, Context &context)
         const ControlState state = StateOf(*control);
         if (!state.available)
             throw Failure(Exit::kNotSupported,
-                          fmt::format("{} has no {}", camera.Entry().model, control->name));
+                          fmt::format("{} has no {}", camera.Entry().model, control->word));
         context.console.Say(FormatValue(*control, state.value));
         context.console.Emit(AsJson(*control, state));
     }

@@ -1,5 +1,6 @@
 #include "commands/command.h"
 #include "failure.h"
+#include "product_list.h"
 #include "stop_signals.h"
 #include "usb_devices.h"
 
@@ -17,25 +18,43 @@ using nlohmann::ordered_json;
 constexpr auto kWatchInterval = 500ms;
 
 struct ListOptions {
+    bool models = false;
     bool watch = false;
     int require = 0;
 };
 
+const char *PixelWord(const vsccam::Product &product)
+{
+    return product.pixels == vsccam::Pixels::Colour ? "colour" : "mono";
+}
+
+const char *HousingWord(const vsccam::Product &product)
+{
+    return product.housing == vsccam::Housing::Cooled ? "cooled" : "-";
+}
+
+/// A plain one where the library does not know the model.
+vsccam::Product ProductOf(const CameraEntry &camera)
+{
+    return camera.Product() ? *camera.Product() : vsccam::Product{};
+}
+
 std::string InWords(const CameraEntry &camera)
 {
     const UsbDevice usb = camera.usb.value_or(UsbDevice{});
+    const vsccam::Product product = ProductOf(camera);
     return fmt::format("{:>3}  {:<20} {:04x}  {:<9} {:>5}  {:<6} {:<6}  {}", camera.index,
-                       camera.model, usb.product, usb.port, usb.speedMbit,
-                       camera.IsColour() ? "colour" : "mono", camera.IsCooled() ? "cooled" : "-",
-                       camera.Usable());
+                       camera.model, usb.product, usb.port, usb.speedMbit, PixelWord(product),
+                       HousingWord(product), camera.Usable());
 }
 
 ordered_json AsJson(const CameraEntry &camera)
 {
+    const vsccam::Product product = ProductOf(camera);
     ordered_json json = {{"index", camera.index},
                          {"model", camera.model},
-                         {"colour", camera.IsColour()},
-                         {"cooled", camera.IsCooled()},
+                         {"colour", product.pixels == vsccam::Pixels::Colour},
+                         {"cooled", product.housing == vsccam::Housing::Cooled},
                          {"usable", camera.Usable() == "yes"},
                          {"reason", camera.Usable() == "yes" ? "" : camera.Usable()}};
     if (camera.usb) {
@@ -82,8 +101,28 @@ void ShowMissing(Console &console, const char *event, const std::vector<CameraEn
     }
 }
 
+/// Every product that the library knows, whether one is plugged in or not.
+void ShowModels(Console &console)
+{
+    ordered_json all = ordered_json::array();
+    console.Say("model                PID   sensor cooler  opens");
+    for (const vsccam::Product &product : vsccam::Products()) {
+        const std::string id = fmt::format("{:04x}", product.productId);
+        console.Say(fmt::format("{:<20} {}  {:<6} {:<6}  {}", product.name, id, PixelWord(product),
+                                HousingWord(product), product.IsVariant() ? "no" : "yes"));
+        all.push_back({{"model", product.name},
+                       {"product", id},
+                       {"colour", product.pixels == vsccam::Pixels::Colour},
+                       {"cooled", product.housing == vsccam::Housing::Cooled},
+                       {"opens", !product.IsVariant()}});
+    }
+    console.Emit({{"models", all}});
+}
+
 void List(const ListOptions &options, Context &context)
 {
+    if (options.models)
+        return ShowModels(context.console);
     const std::vector<CameraEntry> cameras = ListCameras();
     Show(context.console, cameras);
     if (options.watch)
@@ -101,9 +140,13 @@ void AddListCommand(CLI::App &app, Command &chosen)
 {
     CLI::App *list = app.add_subcommand("list", "List the cameras and whether they can be used");
     const auto options = std::make_shared<ListOptions>();
-    list->add_flag("--watch", options->watch, "Stay, and show what is plugged and unplugged");
+    CLI::Option *models =
+        list->add_flag("--models", options->models, "All models that there are, instead");
+    list->add_flag("--watch", options->watch, "Stay, and show what is plugged and unplugged")
+        ->excludes(models);
     list->add_option("--require", options->require, "End with code 3 when there are fewer cameras")
-        ->check(CLI::NonNegativeNumber);
+        ->check(CLI::NonNegativeNumber)
+        ->excludes(models);
     list->callback(
         [&chosen, options] { chosen = [options](Context &context) { List(*options, context); }; });
 }
