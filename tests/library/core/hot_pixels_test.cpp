@@ -1,7 +1,7 @@
 #include "core/frame_region.h"
 #include "core/hot_pixel_record.h"
 #include "image/pixel_patches.h"
-#include "library/dark_fixture.h"
+#include "library/core/dark_fixture.h"
 
 #include <gtest/gtest.h>
 

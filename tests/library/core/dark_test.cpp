@@ -1,7 +1,7 @@
 #include "core/dark_frames.h"
 #include "core/gamma.h"
 #include "core/hot_pixel_record.h"
-#include "library/dark_fixture.h"
+#include "library/core/dark_fixture.h"
 #include "library/picture.h"
 #include "models/sony/large_format.h"
 
