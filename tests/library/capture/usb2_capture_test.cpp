@@ -201,14 +201,19 @@ TEST_F(Usb2CaptureTest, EntersAndLeavesLongExposureWhileVideoRuns)
 
 TEST_F(Usb2CaptureTest, SilentMuteOrLostCameraHoldsNobodyUp)
 {
-    for (const Fault fault : {Fault::EmptyFrame, Fault::Mute, Fault::Unplug}) {
-        for (const int exposureUs : {10'000, 60'000'000}) {
-            SCOPED_TRACE(testing::Message() << NameOf(fault) << " " << exposureUs);
-            OpenSmall({.faults = {{.fault = fault, .from = 1, .count = kForEver}}}, exposureUs);
-            startCapture();
-            (void)NextFrame(1000);
-            ExpectNobodyIsHeldUp();
-            NextCase();
+    for (const char *model : {"VSC340MM", "VSC470MM"}) {
+        for (const Fault fault : {Fault::EmptyFrame, Fault::Mute, Fault::Unplug}) {
+            for (const int exposureUs : {10'000, 60'000'000}) {
+                SCOPED_TRACE(testing::Message()
+                             << model << " " << NameOf(fault) << " " << exposureUs);
+                OpenOne(model, {.faults = {{.fault = fault, .from = 1, .count = kForEver}}});
+                ASSERT_TRUE(setImageFormat(320, 240, 1, VSC_IMG_RAW8));
+                setValue(CONTROL_EXPOSURE, exposureUs, false);
+                startCapture();
+                (void)NextFrame(1000);
+                ExpectNobodyIsHeldUp();
+                NextCase();
+            }
         }
     }
 }
@@ -244,10 +249,8 @@ TEST_F(SingleExposureTest, IsExposedAsSetWhateverWasSetBefore)
                  {0, 0, 99'999, true},
                  {0, 0, 100'000},
                  {0, 0, 5'000'000, true},
-                 {0, 0, 4'000'000, true},
                  {10'000, 0, 7'000'000},
                  {5'000'000, 0, 64},
-                 {10'000'000, 2'000, 10'000},
                  {5'000'000, 2'400, 3'000'000},
                  {2'000'000, 700, 10'000},
                  {700'000, 300, 5'000'000},

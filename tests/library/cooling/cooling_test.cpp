@@ -377,6 +377,8 @@ TEST_F(CoolingTest, EndsInTimeWhereverTheCameraIsLost)
         for (uint64_t call = 0; call < kCalls; ++call) {
             SCOPED_TRACE(testing::Message() << "code " << code << " from call " << call);
             const int device = Regulate(-10);
+            ASSERT_TRUE(setImageFormat(8, 2, 1, VSC_IMG_RAW8));
+            startCapture(); // both threads end at the same time
             SleepFor(10s);
             Bus().FailCalls(Bus().Calls() + call, 1'000'000, code);
             SleepFor(5s);
