@@ -98,21 +98,6 @@ class Flash : public testing::Test {
     int polls = 0;
 };
 
-TEST_F(Flash, ErasesToOnesAndProgramsOnlyZeros)
-{
-    EXPECT_EQ(host.Out(0xC2, 0, 0x700, Bytes(256, 0x0F)), Outcome::Ok);
-    EXPECT_EQ(host.Out(0xC2, 0, 0x700, Bytes(2, 0xF1)), Outcome::Ok);
-    const Bytes expected = {0x01, 0x01, 0x0F, 0x0F};
-    EXPECT_EQ(host.In(0xC3, 0, 0x700, 4).data, expected);
-    EXPECT_EQ(host.camera.Flash()[0x70001], 0x01);
-
-    EXPECT_EQ(host.Out(0xC2, 0, 0x6FF, Bytes(256, 0x00)), Outcome::Ok); // the sector before
-    EXPECT_EQ(Erase(7), Outcome::Ok);
-    EXPECT_GT(polls, 0);
-    EXPECT_EQ(host.In(0xC3, 0, 0x700, 2048).data, Bytes(2048, 0xFF));
-    EXPECT_EQ(host.In(0xC3, 0, 0x6FF, 256).data, Bytes(256, 0x00));
-}
-
 TEST_F(Flash, IsOutOfReachWhileBusyBeyondItsEndOrBehindTheWideBus)
 {
     const auto refused = [this](int page, int length) {

@@ -132,6 +132,9 @@ contains code 9
 
 # A camera that is lost, or delivers nothing, the latter also for want of memory.
 expect 6 faulty unplug capture -e 10ms -o never.fit
+for faults in short-frame@0 stall-frame@0 'empty-frame@0x4' time-out-request:b6@9; do
+    expect 0 faulty "$faults" capture -e 10ms --no-png --overwrite -o late.fit
+done
 expect 7 faulty mute --timeout 1s capture -e 10ms -o never.fit
 contains messages 'another cable'
 expect 7 "$(dirname "$vsccam")/vscsim" run --usbfs-memory 1 --camera VSC065MC-Cool --fault "empty-frame@0x*" -- \
