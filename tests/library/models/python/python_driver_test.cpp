@@ -194,18 +194,6 @@ TEST_F(PythonDriverTest, WritesEachControlAsTheSensorWantsIt)
     }
 }
 
-TEST_F(PythonDriverTest, HighSpeedChangesWhileVideoRunsWithoutATornFrame)
-{
-    OpenOne("VSC048MM");
-    ASSERT_TRUE(setImageFormat(640, 480, 1, VSC_IMG_RAW8));
-    startCapture();
-    for (int i = 0; i < 20; ++i) {
-        const Bytes frame = NextFrame(5000);
-        ASSERT_TRUE(!frame.empty() && PatternNumber(frame, 640, 0, 0)) << i;
-        setValue(CONTROL_HIGH_SPEED, i % 2, false);
-    }
-}
-
 TEST_F(PythonDriverTest, ARegionMovesWhileVideoRunsWithoutAFrameOfTwoPlaces)
 {
     constexpr int kWidth = 320;
