@@ -22,8 +22,6 @@ TEST(Models, AreFoundByNameAndOnlyByName)
     for (const char *name :
          {"", "KYR", "KYR ", "VSC470", "VSC470MM ", "KYR KYR VSC470MM", "KYR VSC056MM-A"})
         EXPECT_EQ(FindModel(name), nullptr) << name;
-    EXPECT_TRUE(std::ranges::is_sorted(
-        AllModels(), {}, [](const ModelFacts &model) { return std::string_view(model.name); }));
 }
 
 TEST(Controller, StallsWhatItDoesNotKnow)
@@ -43,43 +41,6 @@ TEST(Controller, StallsWhatItDoesNotKnow)
     };
     for (const auto &c : cases)
         EXPECT_EQ(c.outcome, Outcome::Stall) << c.what;
-}
-
-/// Degrees as a host makes them of the two bytes.
-double Celsius(Host &host)
-{
-    const Bytes bytes = host.In(0xB3, 0, 0, 2).data;
-    const int raw = bytes[1] * 16 + (bytes[0] >> 4);
-    return (raw < 2048 ? raw : raw - 4096) / 16.0;
-}
-
-TEST(Climate, FollowsDriveAndFanInCooledModelsOnly)
-{
-    const struct {
-        const char *model;
-        int driveCode;
-        int fan; // register 25
-        double celsius;
-    } cases[] = {
-        {"VSC470MM", 40, 0x00, 20.0},         {"VSC470MM-Cool", 255, 0x00, 20.0},
-        {"VSC470MM-Cool", 40, 0x00, -18.0},   {"VSC470MM-Cool", 40, 0x80, 1.0},
-        {"VSC470MC-Cool", 0, 0x00, -18.0},    {"VSC470MC-Cool", 0xFFFF, 0x00, 20.0},
-        {"VSC470MM-Cool", 148, 0x00, 1.0885},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(testing::Message() << c.model << ", code " << c.driveCode);
-        Host host({.speed = 0}, c.model);
-        host.Fpga(25, c.fan);
-        host.Out(0xB2, c.driveCode);
-        double before = Celsius(host);
-        for (int second = 0; second < 600; ++second) {
-            host.now += 1s;
-            const double now = Celsius(host);
-            EXPECT_LT(std::abs(now - before), 1.5); // faster changes look like faults of the chip
-            before = now;
-        }
-        EXPECT_NEAR(before, c.celsius, 0.07);
-    }
 }
 
 class Flash : public testing::Test {
@@ -124,29 +85,6 @@ TEST_F(Flash, IsOutOfReachWhileBusyBeyondItsEndOrBehindTheWideBus)
     host.Out(0xBE, 1);
     EXPECT_TRUE(refused(0, 1));
     EXPECT_EQ(host.Out(0xC4, 1, 3), Outcome::Stall);
-}
-
-TEST_F(Flash, KeepsItsContentsInAFile)
-{
-    const std::string file = vsccam::TemporaryFile("vscsim_flash.bin");
-    std::remove(file.c_str());
-    const CameraOptions options{.speed = 0, .flashFile = file};
-    {
-        Host first(options);
-        first.Out(0xBE, 0);
-        first.Out(0xC2, 0, 0x700, {1, 2, 3});
-    }
-    {
-        Host second(options);
-        EXPECT_EQ(second.camera.Flash()[0x70001], 2);
-        second.Out(0xBE, 0);
-        second.Out(0xC2, 0, 0x701, {7});
-        second.Out(0xC4, 1, 0);
-    }
-    EXPECT_EQ(Host(options).camera.Flash()[0x70100], 7);
-    std::ifstream kept(file, std::ios::binary | std::ios::ate);
-    EXPECT_EQ(kept.tellg(), 1 << 20);
-    std::remove(file.c_str());
 }
 
 } // namespace

@@ -69,32 +69,6 @@ TEST(SelfTimedSensor, TakesItsRhythmFromItsRegisters)
     }
 }
 
-TEST(SelfTimedSensor, GoesOnExposingWhileItsClockStandsStill)
-{
-    const Host::Format format{.width = 320, .height = 240, .sixteenBit = true};
-    for (const double speed : {1.0, 0.0}) {
-        SCOPED_TRACE(speed);
-        const auto level = [&format, speed](Time stopped) {
-            SelfTimedHost host({.scene = Scene::Sky, .speed = speed}, "VSC340MM");
-            host.Program(format, 0x2FFF);
-            host.Start();
-            (void)host.Out(0xAE);
-            EXPECT_TRUE(host.Read(format.Bytes(), stopped).empty());
-            (void)host.Out(0xAF);
-            const Bytes frame = host.Read(format.Bytes(), 500ms); // 0x2FFF lines take 356 ms
-            EXPECT_EQ(frame.size(), format.Bytes());
-            std::vector<int> samples;
-            for (size_t at = 4; at + 1 < frame.size(); at += 2)
-                samples.push_back(frame[at] << 8 | frame[at + 1]);
-            std::ranges::nth_element(samples, samples.begin() + std::ssize(samples) / 2);
-            return samples[samples.size() / 2] - 40 * 16; // black
-        };
-        const double perSecond = level(4s) / 4.356;
-        EXPECT_GT(perSecond, 100);
-        EXPECT_NEAR(level(8s) / 8.356, perSecond, perSecond / 50);
-    }
-}
-
 TEST(Fx2, BootsFromASoundImageOnly)
 {
     const Bytes image = {0xC2, 0, 0,    0,    0, 0, 0, 0, // header

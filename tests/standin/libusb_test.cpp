@@ -148,8 +148,6 @@ TEST_F(Libusb, RecordsMisuse)
              EXPECT_EQ(libusb_clear_halt(camera.handle, kImageEndpoint), 0);
          },
          {"libusb_clear_halt: transfers are queued"}},
-        {[](OpenCamera &camera, BulkRead &) { EXPECT_EQ(libusb_reset_device(camera.handle), 0); },
-         {"libusb_reset_device: transfers are queued"}},
         {[](OpenCamera &camera, BulkRead &) {
              libusb_device_handle *closed = camera.handle;
              camera.Close();

@@ -49,15 +49,11 @@ TEST_F(ControlsTest, SetsWhatItCanAndKeepsItsGaps)
     } cases[] = {{kControlGain, 700, kControlSet, 600},
                  {kControlGamma, 120, kControlSet, 120, true}, // it has no automatic mode
                  {kControlGamma, 7, kControlSet, 100, true},   // after one out of range
-                 {kControlBrightness, 30, kControlSet, 30, true},
-                 {kControlFlip, 2, kControlSet, 2},
                  {kControlFlip, 3, kControlSet, 3},
                  {kControlFlip, 4, kControlSet, 3},
                  {kControlFlip, 1, kControlSet, 1},
                  {kControlAutoMaxExposure, 7, kControlSet, 7},
                  {kControlAutoBrightness, 120, kControlSet, 120},
-                 {kControlHardwareBin, 2, kControlSet, 1},
-                 {kControlMonoBin, 5, kControlSet, 1},
                  {kControlOverClock, 10, kControlRefused, 0},
                  {kControlTargetTemp, -10, kControlSet, 0}, // taken and forgotten
                  {kControlCoolerOn, 1, kControlNotSettable, 0},
@@ -74,8 +70,6 @@ TEST_F(ControlsTest, SetsWhatItCanAndKeepsItsGaps)
     int maxGain = 0, maxExposure = 0, target = 0;
     camera->GetAutoPara(&maxGain, &maxExposure, &target);
     EXPECT_EQ(std::tuple(maxGain, maxExposure, target), std::tuple(50, 7, 120));
-    EXPECT_EQ(camera->SetControlValue(static_cast<VSC_CONTROL_TYPE>(-1), 0, false),
-              kControlNotSettable);
     EXPECT_EQ(camera->SetControlValue(static_cast<VSC_CONTROL_TYPE>(20), 0, false),
               kControlNotSettable);
 

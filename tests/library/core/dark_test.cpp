@@ -47,15 +47,6 @@ void WriteAll(const std::string &path, const Bytes &bytes)
                static_cast<std::streamsize>(bytes.size()));
 }
 
-TEST(DarkFramesTest, TakesMoreFramesOfShorterExposures)
-{
-    const std::pair<uint32_t, int> cases[] = {{32, 5},      {100'999, 5}, {101'000, 4},
-                                              {325'999, 4}, {326'000, 3}, {551'000, 2},
-                                              {775'999, 2}, {776'000, 1}, {2'000'000'000, 1}};
-    for (const auto &[exposureUs, frames] : cases)
-        EXPECT_EQ(DarkFramesFor(exposureUs), frames) << exposureUs;
-}
-
 TEST(DarkFramesTest, AreTheMeansOfOneWholeCapture)
 {
     DarkFrames dark;

@@ -95,7 +95,6 @@ TEST(FrameRegionTest, CutsImageAndPixelsAlike)
         {"a region", {sensor, 4, 2, {8, 4}}, 32, {{36, 0}, {91, 31}, {35, 99}, {92, 99}}, 80},
         {"beyond the edges", {sensor, 12, -2, {8, 4}}, 8, {{12, 16}, {31, 27}}, 80},
         {"beyond the end, binned", {sensor, 8, 4, {8, 4}, 2}, 8, {{72, 0}, {127, 11}}, 20},
-        {"outside", {sensor, 16, 0, {4, 4}}, 0, {{15, 99}}, 80},
         {"binned", {sensor, 4, 2, {4, 2}, 2}, 8, {{36, 0}, {53, 0}, {38, 1}, {68, 4}}, 20},
         {"mosaic", {sensor, 0, 0, {8, 4}, 2, true}, 32, {{0, 0}, {2, 0}, {33, 1}, {20, 10}}, 20},
         {"half a cell", {sensor, 10, 0, {8, 4}, 2, true}, 8, {{12, 0}, {15, 99}}, 20},
@@ -326,6 +325,7 @@ TEST_F(HotPixelTable, IsWrittenWithReadBackAndThreeAttempts)
         {"a chunk and a tail", 10, {}, true, 2, ""},
         {"two whole chunks", 1008, {}, false, 2, ""},
         {"two sectors", 32'000, {}, true, 33, ""},
+        {"as far as the identity", 100'000, {}, false, 0, "SaveHPC: Compressed length too big\n"},
         {"erase fails", 10, failing(Fault::RefuseRequest, 0xC4, 1), false, 0,
          "Erase SPI FLASH sector 4 failed :\n"},
         {"two bad read-backs", 10, failing(Fault::ShortAnswer, 0xC3, 2), true, 4, twice},
@@ -356,23 +356,11 @@ TEST_F(HotPixelTable, IsWrittenWithReadBackAndThreeAttempts)
         EXPECT_EQ(std::ranges::count_if(traffic,
                                         [](auto &line) { return line.starts_with("flash write"); }),
                   c.writes);
-        if (c.saved || c.faults.empty()) {
+        if (c.writes > 0 && (c.saved || c.faults.empty())) {
             EXPECT_TRUE(camera->LoadHPCTable());
             EXPECT_EQ(camera->HotPixelTable(), hot);
         }
     }
-}
-
-TEST_F(HotPixelTable, IsRefusedWhenItWouldReachTheIdentity)
-{
-    OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM");
-    Bytes dark(kSensor.width * kSensor.height);
-    for (size_t i = 0; i < 100'000; ++i)
-        dark[i * 8] = 200;
-    ASSERT_EQ(LoadDark(*camera.operator->(), dark), 1);
-    EXPECT_EQ(Printed([&] { EXPECT_FALSE(camera->SaveHPCTable()); }),
-              "SaveHPC: Compressed length: 202080 :\nSaveHPC: Compressed length too big\n");
-    EXPECT_EQ(camera.Traffic(), Wire("gpif32 off;gpif32 on"));
 }
 
 } // namespace

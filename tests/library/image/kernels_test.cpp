@@ -225,25 +225,5 @@ TEST_F(KernelTest, BalanceIsThatOfTheTablesForEveryByteAndGain)
     }
 }
 
-TEST_F(KernelTest, LuminanceAndChromaAreThoseOfTheTablesForEveryColour)
-{
-    CAlgorithm algorithm;
-    algorithm.RGBYUV_Init();
-    constexpr size_t kPixels = size_t{2} * 256 * 256; // each colour twice, for both chroma bytes
-    Bytes rgb(3 * kPixels);
-    for (int first = 0; first < 256; ++first) {
-        for (size_t i = 0; i < kPixels; ++i) {
-            rgb[3 * i] = static_cast<uint8_t>(first);
-            rgb[3 * i + 1] = static_cast<uint8_t>(i / 2);
-            rgb[3 * i + 2] = static_cast<uint8_t>(i / 512);
-        }
-        ExpectFromEveryKernel(2 * kPixels, first, [&](uint8_t *image) {
-            algorithm.RGB2YUV2(rgb.data(), image, 512, 256, false);
-        });
-        if (HasFatalFailure())
-            return;
-    }
-}
-
 } // namespace
 } // namespace vsccam

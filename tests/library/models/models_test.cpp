@@ -10,7 +10,6 @@
 #include <climits>
 #include <ostream>
 #include <regex>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -191,27 +190,6 @@ class ModelsTest : public HostTest {
         EXPECT_EQ(Clamped(control, INT_MAX), range.max);
         EXPECT_EQ(Clamped(control, range.min - 1), range.min);
     }
-    /// Both interfaces have to offer the same.
-    static void ExpectListedControlsToBeAvailable()
-    {
-        const CCameraBase &camera = *CurrentCamera();
-        std::set<int> listed;
-        _VSC_CONTROL_CAPS caps{};
-        for (int i = 0; camera.GetControlCaps(i, &caps); ++i)
-            listed.insert(caps.type);
-        EXPECT_EQ(camera.ControlCount(), static_cast<int>(listed.size()));
-        constexpr std::pair<VSC_CONTROL_TYPE, Control_TYPE> controls[] = {
-            {kControlRed, CONTROL_WB_RED},
-            {kControlBrightness, CONTROL_BRIGHTNESS},
-            {kControlOverClock, CONTROL_OVERCLOCK},
-            {kControlTemperature, CONTROL_TEMPERATURE},
-            {kControlHardwareBin, CONTROL_HARDWARE_BIN},
-            {kControlHighSpeed, CONTROL_HIGH_SPEED},
-            {kControlCoolerOn, CONTROL_COOLER_ON},
-        };
-        for (const auto &[newer, older] : controls)
-            EXPECT_EQ(listed.contains(newer), isAvailable(older)) << "control " << older;
-    }
     static bool Set(const Readout &readout, int width, int height)
     {
         setValue(CONTROL_HIGH_SPEED, readout.fast, false);
@@ -271,7 +249,6 @@ TEST_F(ModelsTest, EachModelIsWhatItsDataSheetSays)
         EXPECT_EQ(isAvailable(CONTROL_HARDWARE_BIN), sheet.SensorBins());
         EXPECT_EQ(Clamped(CONTROL_HARDWARE_BIN, 1), sheet.SensorBins());
         EXPECT_TRUE(isAvailable(CONTROL_HIGH_SPEED) && isAvailable(CONTROL_TEMPERATURE));
-        ExpectListedControlsToBeAvailable();
         Remove(device);
     }
 }

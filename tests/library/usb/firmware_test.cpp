@@ -411,11 +411,8 @@ TEST_F(FirmwareTest, RamIsWrittenThreeTimesComparedAndEntered)
     const auto failure = DownloadResult::RequestFailed;
     EXPECT_EQ(ResultsOfFailures(kFx3, download),
               (std::vector{success, failure, success, failure, success}));
-    for (const auto &[from, result] : {std::pair<uint64_t, DownloadResult>{0, success},
-                                       {4, failure},
-                                       {6, success},
-                                       {10, failure}}) {
-        Transport camera(kFx3, Corrupting(0xA0, from % 6 == 0 ? 4 : 2, from));
+    for (const auto &[from, result] : {std::pair{0U, success}, {4U, failure}}) {
+        Transport camera(kFx3, Corrupting(0xA0, from == 0 ? 4 : 2, from));
         EXPECT_EQ(download(camera), result) << from;
     }
 
@@ -489,13 +486,8 @@ TEST_F(FirmwareTest, I2cMemoryIsPaddedAndReadBackAtItsEnd)
 {
     Bytes image = Ramp(2048 + 65);
     image[2] = 2 << 1;
-    const auto download = [&](Transport &camera) {
-        return camera.DownloadFw(File(image), Media::I2cEeprom);
-    };
-    EXPECT_EQ(ResultsOfFailures(kFx3, download), std::vector{DownloadResult::RequestFailed});
-
     Transport camera(kFx3);
-    ASSERT_EQ(download(camera), DownloadResult::Success);
+    ASSERT_EQ(camera.DownloadFw(File(image), Media::I2cEeprom), DownloadResult::Success);
     EXPECT_EQ(camera.Traffic(), (Lines{"40 BA 0000 0000 len 2048", "40 BA 0000 0800 len 128",
                                        "C0 BB 0000 0800 len 128"}));
     image.resize(2048 + 128);

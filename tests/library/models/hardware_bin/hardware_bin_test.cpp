@@ -1,4 +1,3 @@
-#include "base/debug_print.h"
 #include "library/host_fixture.h"
 #include "library/picture.h"
 #include "library/wire.h"
@@ -150,36 +149,6 @@ TEST_F(HardwareBinTest, LoadsAModeForANewFormatAndForANewBinningOfTheSensorOnly)
         ASSERT_GT(wire.size(), begins.size());
         for (size_t i = 0; i < begins.size(); ++i)
             EXPECT_TRUE(wire[i].starts_with(begins[i])) << wire[i] << " is not " << begins[i];
-    }
-}
-
-TEST_F(HardwareBinTest, AnnouncesWhatItDoes)
-{
-    testing::internal::CaptureStdout();
-    SetDebugPrint(true);
-    for (const auto link : {vscsim::LinkSpeed::Super, vscsim::LinkSpeed::High}) {
-        OpenedCamera camera(std::in_place_type<CCameraS2800MM>, "VSC2800MM", {.link = link});
-        (void)camera->InitCamera();
-        (void)camera->SetHighSpeedMode(true);
-        (void)camera->SetHardwareBin(true);
-        (void)camera->SetResolution(320, 240, 2, kByteImage);
-        (void)camera->SetResolution(320, 240, 3, kByteImage);
-        (void)camera->SetExp(1'000'000, false);
-        (void)camera->SetExp(999'999, false);
-    }
-    SetDebugPrint(false);
-    const std::string printed = testing::internal::GetCapturedStdout();
-    size_t at = 0;
-    for (const std::string text :
-         {"open camera success\n", "***********USB3.0 Host***********\n",
-          "-----Binning 1 12bit-------\n", "-----Binning 1 10bit-------\n",
-          "-----Binning 2-------\n", "startPos: (2008, 1520)\n",
-          "SetResolution! start pos x:2008 y:1520 iHeight:240 iWidth:320 \n",
-          "-----Binning 3-------\n", "startPos: (1848, 1400)\n", "-----Enter long exp mode\n",
-          "VMAX:", "-----Exit long exp mode\n", "set clk 37125 M!\n", "camera closed\n",
-          "***********USB2.0 Host***********\n"}) { // in this order
-        at = printed.find("<VSC SDK> " + text, at);
-        ASSERT_NE(at, std::string::npos) << text << "is not in\n" << printed;
     }
 }
 
