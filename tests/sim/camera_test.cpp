@@ -10,20 +10,6 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-TEST(Models, AreFoundByNameAndOnlyByName)
-{
-    for (const ModelFacts &model : AllModels()) {
-        EXPECT_EQ(FindModel(model.name), &model);
-        EXPECT_EQ(FindModel(model.maker + (' ' + std::string(model.name))), &model);
-    }
-    EXPECT_EQ(AllModels().size(), 46U);
-    EXPECT_EQ(FindModel("haldron vsc056mm-a")->productId, 0x056C);
-    EXPECT_EQ(FindModel("vsc470mm-COOL")->productId, 0x470D);
-    for (const char *name :
-         {"", "KYR", "KYR ", "VSC470", "VSC470MM ", "KYR KYR VSC470MM", "KYR VSC056MM-A"})
-        EXPECT_EQ(FindModel(name), nullptr) << name;
-}
-
 TEST(Controller, StallsWhatItDoesNotKnow)
 {
     Host host;

@@ -1,6 +1,5 @@
 #include "library/host_fixture.h"
 
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <climits>

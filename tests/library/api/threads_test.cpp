@@ -1,10 +1,7 @@
 #include "base/sync.h"
 #include "library/capture_fixture.h"
 
-#include <gtest/gtest.h>
-
 #include <atomic>
-#include <functional>
 #include <iterator>
 #include <mutex>
 #include <random>

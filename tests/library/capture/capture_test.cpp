@@ -5,14 +5,10 @@
 #include "library/wire.h"
 #include "models/sony/s470.h"
 
-#include <gtest/gtest.h>
 #include <stdlib.h>
 
 #include <chrono>
-#include <functional>
-#include <map>
 #include <new>
-#include <optional>
 
 namespace vsccam {
 namespace {

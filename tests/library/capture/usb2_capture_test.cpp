@@ -1,11 +1,7 @@
 #include "library/capture_fixture.h"
 #include "library/wire.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <cstring>
-#include <vector>
 
 namespace vsccam {
 namespace {

@@ -1,15 +1,8 @@
 #include "cooling/temperature_control.h"
 #include "library/host_fixture.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <string>
-#include <string_view>
-#include <utility>
-#include <vector>
 
 namespace vsccam {
 namespace {

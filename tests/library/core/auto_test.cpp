@@ -4,13 +4,8 @@
 #include "image/raw_frames.h"
 #include "library/capture_fixture.h"
 
-#include <gtest/gtest.h>
-
 #include <climits>
 #include <cstdlib>
-#include <string>
-#include <utility>
-#include <vector>
 
 namespace vsccam {
 
@@ -422,30 +417,6 @@ TEST_F(AutoLoopTest, MakesATintedSceneGrey)
                                getValue(CONTROL_WB_BLUE, nullptr)};
         EXPECT_TRUE(!c.stays || (now == c.start && ElapsedMs(began) >= longEnoughMs));
         Remove(device);
-    }
-}
-
-TEST_F(AutoLoopTest, StepsOnceByEachFrame)
-{
-    for (const char *model : {"VSC470MC", "VSC340MC"}) {
-        for (const int start : {120'000, 150'000, 180'000, 240'000}) { // the worker's, then not
-            SCOPED_TRACE(testing::Message() << model << " from " << start << " us");
-            const int device = OpenOne(model, Sky({1e6, 1e6, 1e6}));
-            ASSERT_TRUE(setImageFormat(256, 128, 1, VSC_IMG_RAW8));
-            setValue(CONTROL_WB_RED, 50, true); // for which frames of every length are put by
-            Start({start, 20}, Auto::kExposure);
-            int exposureUs = start;
-            for (uint32_t since = GetTickCount(); exposureUs > 20'000;) {
-                ASSERT_LE(ElapsedMs(since), 2'000U);
-                SleepFor(1ms);
-                const int before = std::exchange(exposureUs, Now().exposureUs);
-                if (exposureUs == before)
-                    continue;
-                EXPECT_GE(ElapsedMs(since), static_cast<uint32_t>(before / 1000)) << exposureUs;
-                since = GetTickCount();
-            }
-            Remove(device);
-        }
     }
 }
 

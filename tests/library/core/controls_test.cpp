@@ -4,11 +4,7 @@
 #include "models/sony/s470.h"
 #include "support/simulated_bus.h"
 
-#include <gtest/gtest.h>
-
 #include <map>
-#include <string>
-#include <vector>
 
 namespace vsccam {
 namespace {

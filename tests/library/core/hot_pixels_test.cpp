@@ -3,8 +3,6 @@
 #include "image/pixel_patches.h"
 #include "library/core/dark_fixture.h"
 
-#include <gtest/gtest.h>
-
 #include <numeric>
 #include <random>
 

@@ -3,12 +3,8 @@
 #include "models/sony/s470.h"
 #include "support/simulated_bus.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <string>
 #include <utility>
-#include <vector>
 
 namespace vsccam {
 namespace {

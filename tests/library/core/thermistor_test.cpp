@@ -4,8 +4,6 @@
 #include "models/thermometer.h"
 #include "support/simulated_bus.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <limits>
 #include <utility>

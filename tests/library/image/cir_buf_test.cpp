@@ -1,8 +1,6 @@
 #include "image/cir_buf.h"
 #include "support/simulated_bus.h"
 
-#include <gtest/gtest.h>
-
 #include <vector>
 
 namespace vsccam {

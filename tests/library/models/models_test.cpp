@@ -3,15 +3,11 @@
 #include "library/host_fixture.h"
 #include "library/picture.h"
 
-#include <gtest/gtest.h>
-
 #include <array>
 #include <chrono>
 #include <climits>
 #include <ostream>
 #include <regex>
-#include <string>
-#include <vector>
 
 namespace vsccam {
 namespace {

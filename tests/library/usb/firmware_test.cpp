@@ -4,10 +4,8 @@
 #include "support/temporary_file.h"
 #include "usb/firmware_image.h"
 
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>

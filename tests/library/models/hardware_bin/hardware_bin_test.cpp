@@ -5,8 +5,6 @@
 #include "models/hardware_bin/s2800.h"
 #include "support/simulated_bus.h"
 
-#include <gtest/gtest.h>
-
 #include <chrono>
 
 namespace vsccam {

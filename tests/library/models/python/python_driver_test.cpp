@@ -2,14 +2,10 @@
 #include "library/wire.h"
 #include "models/python/s048.h"
 
-#include <gtest/gtest.h>
-
 #include <array>
 #include <cstdio>
 #include <functional>
 #include <map>
-#include <sstream>
-#include <utility>
 
 namespace vsccam {
 namespace {

@@ -2,8 +2,6 @@
 #include "models/sony/s470.h"
 #include "support/simulated_bus.h"
 
-#include <gtest/gtest.h>
-
 #include <functional>
 
 namespace vsccam {

@@ -3,8 +3,6 @@
 #include "models/usb2/s350.h"
 #include "support/simulated_bus.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <chrono>
 #include <functional>
