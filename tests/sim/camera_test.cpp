@@ -73,5 +73,34 @@ TEST_F(Flash, IsOutOfReachWhileBusyBeyondItsEndOrBehindTheWideBus)
     EXPECT_EQ(host.Out(0xC4, 1, 3), Outcome::Stall);
 }
 
+TEST(Fx2, BootsFromASoundImageOnly)
+{
+    const Bytes image = {0xC2, 0, 0,    0,    0, 0, 0, 0, // header
+                         0,    3, 0x12, 0x34, 1, 2, 3,    // record
+                         0x80, 1, 0xE6, 0x00};
+    Host host({.speed = 0, .firmwareVersion = 1}, "VSC340MM");
+    const auto hold = [&host](uint8_t on) { return host.Out(0xA0, 0xE600, 0, {on}); };
+    for (const size_t damagedAt : {size_t{0}, size_t{9}, size_t{15}, size_t{18}, image.size()}) {
+        SCOPED_TRACE(damagedAt);
+        EXPECT_EQ(hold(1), Outcome::Ok);
+        EXPECT_EQ(host.Out(0xA9), Outcome::Stall); // nobody is there to answer
+        const std::pair<int, size_t> eepromWriter[] = {{0x0000, 2048}, {0x0800, 1427}};
+        for (const auto &[address, bytes] : eepromWriter)
+            EXPECT_EQ(host.Out(0xA0, address, 0, Bytes(bytes, 0x5A)), Outcome::Ok);
+        EXPECT_EQ(hold(0), Outcome::Ok);
+
+        Bytes content = image;
+        content.resize(4096);
+        const bool sound = damagedAt == image.size();
+        if (!sound)
+            content[damagedAt] ^= 0xFF;
+        EXPECT_EQ(host.Out(0xA9, 0, 0, content), Outcome::Ok);
+        host.camera.PowerCycle();
+        const ControlReply version = host.In(0xAD, 0, 0, 2);
+        EXPECT_EQ(version.outcome, sound ? Outcome::Ok : Outcome::Stall);
+        EXPECT_EQ(version.data, sound ? (Bytes{'V', 3}) : Bytes());
+    }
+}
+
 } // namespace
 } // namespace vscsim

@@ -46,7 +46,7 @@ Expect 0 '"name": "VSC470MM",.*"productId": 18187,' -- "$vscsim" list --json
 # What a program can do with a camera
 for camera in VSC470MC VSC470MM:usb2; do
     Expect 0 -- Run --camera "$camera" --scene pattern --speed max -- \
-        "$host" requests frames cancel claim
+        "$host" frames cancel claim
 done
 Expect 0 -- Run --scene pattern -- "$host" frames
 Expect 0 '^vscsim: seed 7$' -- Run --fault bad-head%0.5 --seed 7 -- true

@@ -159,22 +159,6 @@ static bool ShowsPattern(const uint8_t *frame, int counter)
 
 /* ------------------------------------------------------------------------------------ checks */
 
-static void CheckRequests(libusb_device_handle *camera)
-{
-    uint8_t bytes[64] = {0};
-    CHECK(libusb_control_transfer(camera, 0xC0, 0xAD, 0, 0, bytes, 2, 500) == 2);
-    CHECK(bytes[0] == 'V');
-    CHECK(libusb_control_transfer(camera, 0xC0, 0xB4, 0, 0, bytes, 1, 500) == 1);
-    const int speed = libusb_get_device_speed(libusb_get_device(camera));
-    CHECK(bytes[0] == (speed == LIBUSB_SPEED_SUPER ? 1 : 0));
-    Write(camera, kSony, 0x3014, 0x5A, 1);
-    CHECK(libusb_control_transfer(camera, 0xC0, 0xB7, 0x3014, 0, bytes, 1, 500) == 1);
-    CHECK(bytes[0] == 0x5A);
-    CHECK(libusb_control_transfer(camera, 0xC0, 0x01, 0, 0, bytes, 1, 500) == LIBUSB_ERROR_PIPE);
-    CHECK(libusb_get_string_descriptor_ascii(camera, 2, bytes, sizeof bytes) > 0);
-    CHECK(strncmp((const char *)bytes, "VSC470", 6) == 0);
-}
-
 static void CheckFrames(libusb_device_handle *camera)
 {
     struct Read read = NewRead(camera, &read);
@@ -235,7 +219,6 @@ static const struct {
     const char *name;
     void (*run)(libusb_device_handle *camera);
 } kChecks[] = {
-    {"requests", CheckRequests},
     {"frames", CheckFrames},
     {"cancel", CheckCancel},
     {"claim", CheckClaim},

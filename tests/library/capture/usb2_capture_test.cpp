@@ -133,16 +133,6 @@ TEST_F(Usb2CaptureTest, TakesItsMeasuresAtTheirThresholds)
     }
 }
 
-TEST_F(Usb2CaptureTest, BurstsOfShortFramesLowerAnAutomaticBandwidth)
-{
-    OpenSmall({.faults = {{.fault = Fault::ShortFrame, .from = 3, .count = 6, .amount = 1}}},
-              1'000);
-    setValue(CONTROL_BANDWIDTH, 80, true);
-    startCapture();
-    ExpectWholeFrames(10, 5000);
-    EXPECT_EQ(getValue(CONTROL_BANDWIDTH, nullptr), 72);
-}
-
 TEST_F(Usb2CaptureTest, SingleExposureEndsWithAGoodFrameOrFails)
 {
     const struct {

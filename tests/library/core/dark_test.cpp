@@ -204,12 +204,6 @@ TEST_F(DarkSubtraction, KeepsTheOldFrameUnlessTheNewOneIsThere)
     }
     EXPECT_EQ(camera->SaveBMPToFile(InFolder("no/folder").c_str()), 0);
     EXPECT_EQ(camera->SaveBMPToFile("/dev/full"), 0);
-    EXPECT_EQ(Printed([&] {
-                  (void)LoadDark(*camera.operator->(), Bytes(kSensor.width * kSensor.height, 9));
-              }),
-              "avarage:9\nDead pixel:0\nOpen file " + InFolder("dark.bmp") + " --> succeed!\n");
-    EXPECT_EQ(Printed([&] { (void)camera->SaveBMPToFile(InFolder("dark.bmp").c_str()); }),
-              "Save file " + InFolder("dark.bmp") + " --> succeed!\n");
 }
 
 /// Before a sky that saturates the sensor, a dark frame like a chess board shows where it was cut.

@@ -52,21 +52,6 @@ TEST(FrameMarks, AcceptOnlyWholeFramesOfOneExposure)
         EXPECT_EQ(ReadFrameMarks(c.frame).Good(), c.good) << c.frame.size();
 }
 
-TEST(FrameMarks, AreHiddenByTheRowsNextToThem)
-{
-    Bytes frame = RandomBytes(16 * 4, 1);
-    Bytes expected = frame;
-    std::copy_n(frame.begin() + 16, 4, expected.begin());
-    std::copy_n(frame.end() - 20, 4, expected.end() - 4);
-    ZeroFrameMarks(frame);
-    EXPECT_EQ(frame[0] + frame[3] + frame[60] + frame[63], 0);
-    HideFrameMarks(frame, 16);
-    EXPECT_EQ(frame, expected);
-    Bytes tiny(18, 3); // no row to take from
-    HideFrameMarks(tiny, 16);
-    EXPECT_EQ(tiny, Bytes(18, 3));
-}
-
 class Demosaic : public testing::Test {
   protected:
     Demosaic() { m_algorithm.RGBYUV_Init(); }

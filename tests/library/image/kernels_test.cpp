@@ -168,20 +168,6 @@ class KernelTest : public testing::Test {
   protected:
     ~KernelTest() override { UseKernels(*m_runnable.front()); }
 
-    /// All kernels make the same image as the plain loops, which come last.
-    template <class Make> void ExpectFromEveryKernel(size_t bytes, int input, Make make)
-    {
-        Bytes plain(bytes);
-        UseKernels(*m_runnable.back());
-        make(plain.data());
-        for (const Kernels *kernels : m_runnable) {
-            Bytes image(bytes);
-            UseKernels(*kernels);
-            make(image.data());
-            ASSERT_EQ(image, plain) << kernels->name << " " << input;
-        }
-    }
-
     const std::vector<const Kernels *> m_runnable = RunnableKernels();
 };
 
@@ -205,23 +191,6 @@ TEST_F(KernelTest, EveryKernelGivesWhatThePlainLoopsGive)
                     << " at " << shape.offset;
             }
         }
-    }
-}
-
-TEST_F(KernelTest, BalanceIsThatOfTheTablesForEveryByteAndGain)
-{
-    Bytes mosaic(size_t{256} * 8); // all bytes, as samples and as means
-    for (size_t i = 0; i < mosaic.size(); ++i)
-        mosaic[i] = static_cast<uint8_t>(i % 256);
-    for (int gain = -1; gain <= kLargestKernelGain + 2; ++gain) {
-        CAlgorithm algorithm;
-        algorithm.RGBYUV_Init();
-        algorithm.SetRGBWB(gain, kLargestKernelGain - gain);
-        ExpectFromEveryKernel(3 * mosaic.size(), gain, [&](uint8_t *image) {
-            algorithm.BayerConv(BayerPhase::kRG, mosaic.data(), image, 256, 8, kRgb24);
-        });
-        if (HasFatalFailure())
-            return;
     }
 }
 
