@@ -1,9 +1,5 @@
 #include "sim/host.h"
-#include "support/temporary_file.h"
 
-#include <cmath>
-#include <cstdio>
-#include <fstream>
 
 namespace vscsim {
 namespace {

@@ -1,7 +1,5 @@
 #include "sim/host.h"
 
-#include <cmath>
-#include <numeric>
 
 namespace vscsim {
 namespace {

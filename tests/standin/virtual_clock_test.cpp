@@ -2,9 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <mutex>
-#include <vector>
 
 namespace vscsim {
 namespace {

@@ -10,7 +10,6 @@
 #include <cstring>
 #include <filesystem>
 #include <memory>
-#include <numeric>
 
 using namespace vsctool;
 using namespace std::chrono_literals;

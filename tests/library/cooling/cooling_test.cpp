@@ -2,7 +2,6 @@
 #include "library/host_fixture.h"
 
 #include <chrono>
-#include <cmath>
 
 namespace vsccam {
 namespace {

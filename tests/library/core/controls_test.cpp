@@ -1,10 +1,8 @@
 #include "library/wire.h"
-#include "models/sony/s372.h"
 #include "models/sony/s440.h"
 #include "models/sony/s470.h"
 #include "support/simulated_bus.h"
 
-#include <map>
 
 namespace vsccam {
 namespace {

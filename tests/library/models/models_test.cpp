@@ -1,9 +1,7 @@
-#include "api/session.h"
 #include "core/frame_geometry.h"
 #include "library/host_fixture.h"
 #include "library/picture.h"
 
-#include <array>
 #include <chrono>
 #include <climits>
 #include <ostream>
