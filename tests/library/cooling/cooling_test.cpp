@@ -282,6 +282,27 @@ TEST_F(CoolingTest, RecoversAtOnceFromAnHourAtFullPower)
     EXPECT_NEAR(SensorC(device), -10.0, 0.5);
 }
 
+TEST_F(CoolingTest, IsOffAtTheEndAlsoWhenARequestIsRefused)
+{
+    const struct {
+        const char *name;
+        void (*end)();
+    } cases[] = {{"switched off", [] { setValue(CONTROL_COOLER_ON, 0, false); }},
+                 {"closed", closeCamera}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        const int device = Regulate(-10);
+        SleepFor(1min);
+        EXPECT_NE(LastOf(device, "cooler"), "cooler 255");
+        FailNext("libusb_control_transfer", 1, LIBUSB_ERROR_PIPE);
+        c.end();
+        SleepFor(1min);
+        EXPECT_EQ(LastOf(device, "cooler"), "cooler 255");
+        EXPECT_EQ(Power(), 0);
+        Remove(device);
+    }
+}
+
 TEST_F(CoolingTest, GoesOnWhereItWasWhenALostCameraComesBack)
 {
     for (const bool fan : {true, false}) {

@@ -232,6 +232,13 @@ TEST_F(ModelsTest, EachModelIsWhatItsDataSheetSays)
         EXPECT_EQ(isCoolerCam(), sheet.Cooled());
         for (int bin = -1; bin <= 5; ++bin)
             EXPECT_EQ(isBinSupported(bin), bin >= 1 && bin <= sheet.sensor.largestBin) << bin;
+        if (&sheet.sensor == &k470) {
+            EXPECT_FLOAT_EQ(getElectronsPerADU(), 3.584F);
+            int figures[4] = {};
+            getGainOffset(&figures[0], &figures[1], &figures[2], &figures[3]);
+            EXPECT_EQ(std::vector(figures, figures + 4), (std::vector{10, 18, 300, 75}));
+        }
+
         ExpectRange(CONTROL_GAIN, sheet.sensor.gain);
         ExpectRange(CONTROL_EXPOSURE, sheet.exposureUs);
         Range bandwidth = sheet.bandwidth;
