@@ -243,7 +243,7 @@ TEST_F(SingleExposureTest, IsExposedAsSetWhateverWasSetBefore)
                  {500'000, 200, 600'000},
                  {100'000, 50, 99'999}};
     for (const char *model :
-         {"VSC340MM", "VSC350MM", "VSC052MC", "VSC340MM-S", "VSC470MM", "VSC048MM", "VSC2800MM"}) {
+         {"VSC340MM", "VSC052MC", "VSC340MM-S", "VSC470MM", "VSC048MM", "VSC2800MM"}) {
         OpenOne(model, {.scene = vscsim::Scene::Sky, .glow = {3, 3, 3}, .flawless = true});
         ASSERT_TRUE(setImageFormat(getMaxWidth(), getMaxHeight(), 1, VSC_IMG_RAW16));
         setValue(CONTROL_GAIN, 1, false);
