@@ -3,6 +3,7 @@
 #include "library/host_fixture.h"
 
 #include <functional>
+#include <map>
 
 namespace vsccam {
 
@@ -19,6 +20,25 @@ template <class Body> uint32_t Took(Body body)
     const uint32_t start = GetTickCount();
     (void)body();
     return ElapsedMs(start);
+}
+
+/// What is programmed: the registers of the sensor that are not 0, by address, and behind them
+/// those of the FPGA.
+inline std::map<int, int> Registers(int device)
+{
+    return vscsim::Bus::Instance().With(device, [](vscsim::Camera &camera) {
+        std::map<int, int> registers;
+        for (int address = 0; address <= UINT16_MAX; ++address) {
+            if (const int value = camera.SensorRegister(static_cast<uint16_t>(address)))
+                registers[address] = value;
+        }
+        for (uint8_t number = 0; number < 32; ++number)
+            registers[UINT16_MAX + 1 + number] = camera.FpgaRegister(number);
+        // Of passing states: what putting a sensor to sleep leaves, and the gate of long exposures.
+        for (const int passing : {0x5F, 0x61, UINT16_MAX + 1 + 11})
+            registers.erase(passing);
+        return registers;
+    });
 }
 
 /// A host that captures from a monochrome camera with a small region, so that frames are cheap to

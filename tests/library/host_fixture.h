@@ -6,14 +6,12 @@
 #include "standin/bus.h"
 #include "support/simulated_bus.h"
 
-#include <gtest/gtest.h>
 #include <libusb.h>
 #include <vsccam.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <optional>
-#include <string>
 #include <string_view>
 #include <utility>
 #include <vector>

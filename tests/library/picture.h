@@ -4,12 +4,6 @@
 #include "image/algorithm.h"
 #include "library/host_fixture.h"
 
-#include <vsccam.h>
-
-#include <cstdint>
-#include <string_view>
-#include <vector>
-
 namespace vsccam {
 
 /// What the camera sends and what the host gets, worked out pixel by pixel.

@@ -1,30 +1,10 @@
 #include "sim/host.h"
-#include "support/temporary_file.h"
 
-#include <cmath>
-#include <cstdio>
-#include <fstream>
 
 namespace vscsim {
 namespace {
 
 using Bytes = std::vector<uint8_t>;
-
-TEST(Models, AreFoundByNameAndOnlyByName)
-{
-    for (const ModelFacts &model : AllModels()) {
-        EXPECT_EQ(FindModel(model.name), &model);
-        EXPECT_EQ(FindModel(model.maker + (' ' + std::string(model.name))), &model);
-    }
-    EXPECT_EQ(AllModels().size(), 46U);
-    EXPECT_EQ(FindModel("haldron vsc056mm-a")->productId, 0x056C);
-    EXPECT_EQ(FindModel("vsc470mm-COOL")->productId, 0x470D);
-    for (const char *name :
-         {"", "KYR", "KYR ", "VSC470", "VSC470MM ", "KYR KYR VSC470MM", "KYR VSC056MM-A"})
-        EXPECT_EQ(FindModel(name), nullptr) << name;
-    EXPECT_TRUE(std::ranges::is_sorted(
-        AllModels(), {}, [](const ModelFacts &model) { return std::string_view(model.name); }));
-}
 
 TEST(Controller, StallsWhatItDoesNotKnow)
 {
@@ -45,43 +25,6 @@ TEST(Controller, StallsWhatItDoesNotKnow)
         EXPECT_EQ(c.outcome, Outcome::Stall) << c.what;
 }
 
-/// Degrees as a host makes them of the two bytes.
-double Celsius(Host &host)
-{
-    const Bytes bytes = host.In(0xB3, 0, 0, 2).data;
-    const int raw = bytes[1] * 16 + (bytes[0] >> 4);
-    return (raw < 2048 ? raw : raw - 4096) / 16.0;
-}
-
-TEST(Climate, FollowsDriveAndFanInCooledModelsOnly)
-{
-    const struct {
-        const char *model;
-        int driveCode;
-        int fan; // register 25
-        double celsius;
-    } cases[] = {
-        {"VSC470MM", 40, 0x00, 20.0},         {"VSC470MM-Cool", 255, 0x00, 20.0},
-        {"VSC470MM-Cool", 40, 0x00, -18.0},   {"VSC470MM-Cool", 40, 0x80, 1.0},
-        {"VSC470MC-Cool", 0, 0x00, -18.0},    {"VSC470MC-Cool", 0xFFFF, 0x00, 20.0},
-        {"VSC470MM-Cool", 148, 0x00, 1.0885},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(testing::Message() << c.model << ", code " << c.driveCode);
-        Host host({.speed = 0}, c.model);
-        host.Fpga(25, c.fan);
-        host.Out(0xB2, c.driveCode);
-        double before = Celsius(host);
-        for (int second = 0; second < 600; ++second) {
-            host.now += 1s;
-            const double now = Celsius(host);
-            EXPECT_LT(std::abs(now - before), 1.5); // faster changes look like faults of the chip
-            before = now;
-        }
-        EXPECT_NEAR(before, c.celsius, 0.07);
-    }
-}
-
 class Flash : public testing::Test {
   protected:
     Flash() { host.Out(0xBE, 0); }
@@ -97,21 +40,6 @@ class Flash : public testing::Test {
     Host host;
     int polls = 0;
 };
-
-TEST_F(Flash, ErasesToOnesAndProgramsOnlyZeros)
-{
-    EXPECT_EQ(host.Out(0xC2, 0, 0x700, Bytes(256, 0x0F)), Outcome::Ok);
-    EXPECT_EQ(host.Out(0xC2, 0, 0x700, Bytes(2, 0xF1)), Outcome::Ok);
-    const Bytes expected = {0x01, 0x01, 0x0F, 0x0F};
-    EXPECT_EQ(host.In(0xC3, 0, 0x700, 4).data, expected);
-    EXPECT_EQ(host.camera.Flash()[0x70001], 0x01);
-
-    EXPECT_EQ(host.Out(0xC2, 0, 0x6FF, Bytes(256, 0x00)), Outcome::Ok); // the sector before
-    EXPECT_EQ(Erase(7), Outcome::Ok);
-    EXPECT_GT(polls, 0);
-    EXPECT_EQ(host.In(0xC3, 0, 0x700, 2048).data, Bytes(2048, 0xFF));
-    EXPECT_EQ(host.In(0xC3, 0, 0x6FF, 256).data, Bytes(256, 0x00));
-}
 
 TEST_F(Flash, IsOutOfReachWhileBusyBeyondItsEndOrBehindTheWideBus)
 {
@@ -141,27 +69,33 @@ TEST_F(Flash, IsOutOfReachWhileBusyBeyondItsEndOrBehindTheWideBus)
     EXPECT_EQ(host.Out(0xC4, 1, 3), Outcome::Stall);
 }
 
-TEST_F(Flash, KeepsItsContentsInAFile)
+TEST(Fx2, BootsFromASoundImageOnly)
 {
-    const std::string file = vsccam::TemporaryFile("vscsim_flash.bin");
-    std::remove(file.c_str());
-    const CameraOptions options{.speed = 0, .flashFile = file};
-    {
-        Host first(options);
-        first.Out(0xBE, 0);
-        first.Out(0xC2, 0, 0x700, {1, 2, 3});
+    const Bytes image = {0xC2, 0, 0,    0,    0, 0, 0, 0, // header
+                         0,    3, 0x12, 0x34, 1, 2, 3,    // record
+                         0x80, 1, 0xE6, 0x00};
+    Host host({.speed = 0, .firmwareVersion = 1}, "VSC340MM");
+    const auto hold = [&host](uint8_t on) { return host.Out(0xA0, 0xE600, 0, {on}); };
+    for (const size_t damagedAt : {size_t{0}, size_t{9}, size_t{15}, size_t{18}, image.size()}) {
+        SCOPED_TRACE(damagedAt);
+        EXPECT_EQ(hold(1), Outcome::Ok);
+        EXPECT_EQ(host.Out(0xA9), Outcome::Stall); // nobody is there to answer
+        const std::pair<int, size_t> eepromWriter[] = {{0x0000, 2048}, {0x0800, 1427}};
+        for (const auto &[address, bytes] : eepromWriter)
+            EXPECT_EQ(host.Out(0xA0, address, 0, Bytes(bytes, 0x5A)), Outcome::Ok);
+        EXPECT_EQ(hold(0), Outcome::Ok);
+
+        Bytes content = image;
+        content.resize(4096);
+        const bool sound = damagedAt == image.size();
+        if (!sound)
+            content[damagedAt] ^= 0xFF;
+        EXPECT_EQ(host.Out(0xA9, 0, 0, content), Outcome::Ok);
+        host.camera.PowerCycle();
+        const ControlReply version = host.In(0xAD, 0, 0, 2);
+        EXPECT_EQ(version.outcome, sound ? Outcome::Ok : Outcome::Stall);
+        EXPECT_EQ(version.data, sound ? (Bytes{'V', 3}) : Bytes());
     }
-    {
-        Host second(options);
-        EXPECT_EQ(second.camera.Flash()[0x70001], 2);
-        second.Out(0xBE, 0);
-        second.Out(0xC2, 0, 0x701, {7});
-        second.Out(0xC4, 1, 0);
-    }
-    EXPECT_EQ(Host(options).camera.Flash()[0x70100], 7);
-    std::ifstream kept(file, std::ios::binary | std::ios::ate);
-    EXPECT_EQ(kept.tellg(), 1 << 20);
-    std::remove(file.c_str());
 }
 
 } // namespace

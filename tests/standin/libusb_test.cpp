@@ -52,55 +52,6 @@ TEST_F(Libusb, HandsCompletionsToAnyThreadThatHandlesEvents)
     }
 }
 
-// Whoever waits for events must notice what others start meanwhile: a transfer, or the stream.
-TEST_F(Libusb, NoticesWhatChangesWhileAThreadHandlesEvents)
-{
-    for (const bool streams : {true, false}) {
-        SCOPED_TRACE(streams);
-        bus.Reset();
-        bus.Plug("VSC340MM");
-        OpenCamera camera;
-        camera.Stream();
-        if (!streams)
-            (void)camera.Command(0xAA);
-        BulkRead read(camera.handle, kFrame);
-        const Time start = clock.Now();
-        {
-            ClockedThread handler(timeLine, [&] { EXPECT_TRUE(WaitFor(read, clock, 1h, 1h)); });
-            clock.WaitForWake(clock.WakeCount(), start + 1s, "the handler to start");
-            EXPECT_EQ(libusb_submit_transfer(read.usb), 0);
-            if (!streams)
-                (void)camera.Command(0xA9);
-        }
-        EXPECT_EQ(read.usb->status, LIBUSB_TRANSFER_COMPLETED);
-        EXPECT_LT(clock.Now(), start + 2s);
-    }
-}
-
-TEST_F(Libusb, ClosesOnlyAfterTheCallbackThatRuns)
-{
-    bus.Plug("VSC340MM");
-    OpenCamera camera;
-    BulkRead read(camera.handle, kFrame);
-    struct SlowCallback {
-        VirtualClock::Channel channel;
-        std::atomic<bool> finished{false};
-    } slow{VirtualClock::Channel(timeLine)};
-    read.usb->user_data = &slow;
-    read.usb->callback = [](libusb_transfer *usb) {
-        auto *self = static_cast<SlowCallback *>(usb->user_data);
-        self->channel.WaitForWake(0, self->channel.Now() + 5s, "a slow callback");
-        self->finished = true;
-    };
-    ClockedThread handler(timeLine, [&] { EXPECT_FALSE(WaitFor(read, clock, 1s)); });
-    EXPECT_EQ(libusb_submit_transfer(read.usb), 0);
-    EXPECT_EQ(libusb_cancel_transfer(read.usb), 0);
-    slow.channel.WaitForWake(0, clock.Now() + 2s, "the callback to start");
-    EXPECT_FALSE(slow.finished);
-    camera.Close();
-    EXPECT_TRUE(slow.finished);
-}
-
 TEST_F(Libusb, CancelsLater)
 {
     bus.Plug("VSC340MM");
@@ -148,8 +99,6 @@ TEST_F(Libusb, RecordsMisuse)
              EXPECT_EQ(libusb_clear_halt(camera.handle, kImageEndpoint), 0);
          },
          {"libusb_clear_halt: transfers are queued"}},
-        {[](OpenCamera &camera, BulkRead &) { EXPECT_EQ(libusb_reset_device(camera.handle), 0); },
-         {"libusb_reset_device: transfers are queued"}},
         {[](OpenCamera &camera, BulkRead &) {
              libusb_device_handle *closed = camera.handle;
              camera.Close();

@@ -2,9 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <mutex>
-#include <vector>
 
 namespace vscsim {
 namespace {
@@ -15,31 +12,6 @@ void SleepUntil(VirtualClock &clock, Time deadline)
 {
     VirtualClock::Channel nobody(clock);
     nobody.WaitForWake(0, deadline, "sleep");
-}
-
-TEST(VirtualClock, WakesSleepersExactlyAndInTheOrderOfTheirDeadlines)
-{
-    VirtualClock clock(0s);
-    clock.ThreadStarts();
-    std::mutex mutex;
-    std::vector<Time> woken;
-    const auto sleeper = [&](Time step, int times) {
-        for (int i = 1; i <= times; ++i) {
-            SleepUntil(clock, i * step);
-            EXPECT_EQ(clock.Now(), i * step);
-            const std::lock_guard lock(mutex);
-            woken.push_back(clock.Now());
-        }
-    };
-    {
-        ClockedThread slow(clock, [&] { sleeper(1h, 30); });
-        ClockedThread middle(clock, [&] { sleeper(700s, 100); });
-        ClockedThread quick(clock, [&] { sleeper(33s, 1000); });
-    }
-    EXPECT_EQ(woken.size(), 1130U);
-    EXPECT_TRUE(std::ranges::is_sorted(woken));
-    EXPECT_EQ(clock.Now(), 30h);
-    clock.ThreadEnds();
 }
 
 TEST(VirtualClockDeathTest, SaysWhoWaitsWhenNothingCanHappenAnyMore)

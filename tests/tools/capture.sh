@@ -23,7 +23,6 @@ expect 2 "$vsccam" captur
 contains messages "no command 'captur'; there are list, info, capture,"
 expect 0 "$vsccam" help capture
 contains output 'Usage: vsccam capture'
-expect 2 "$vsccam" capture -n 0
 printf '[capture]\ngian=3\n' >wrong.ini
 expect 2 "$vsccam" --config wrong.ini version
 contains messages "no option 'capture.gian'"
@@ -34,8 +33,6 @@ for trait in flash requests; do
 done
 expect 0 sim --json info
 contains output '"controls":[{"name":"gain","available":true,"value":200,'
-expect 0 sim --json list
-contains output '"model":"KYR VSC470MC"'
 expect 0 "$vsccam" --json list --models
 contains output '"model":"KYR VSC052MC-A","product":"052a","colour":true,"cooled":false,"opens":false}'
 expect 3 sim list --require 2
@@ -63,7 +60,6 @@ expect 9 sim capture -e 10ms -o m43.fit
 [ "$(cat m43.png)" = mine ]
 expect 0 sim capture -e 10ms -o m43.fit --no-png
 expect 10 sim capture -e 10ms --bin 3
-expect 10 sim capture --cool -10
 expect 2 sim capture --roi 641x480+0+0
 expect 2 sim capture --roi 640x480+0+2147483647
 expect 10 "$vsccam" --sim VSC340MM capture --roi 104x100+0+0
@@ -134,6 +130,9 @@ contains code 9
 
 # A camera that is lost, or delivers nothing, the latter also for want of memory.
 expect 6 faulty unplug capture -e 10ms -o never.fit
+for faults in short-frame@0 stall-frame@0 'empty-frame@0x4' time-out-request:b6@9; do
+    expect 0 faulty "$faults" capture -e 10ms --no-png --overwrite -o late.fit
+done
 expect 7 faulty mute --timeout 1s capture -e 10ms -o never.fit
 contains messages 'another cable'
 expect 7 "$(dirname "$vsccam")/vscsim" run --usbfs-memory 1 --camera VSC065MC-Cool --fault "empty-frame@0x*" -- \
@@ -151,12 +150,9 @@ expect 0 sim set exposure=40us -- get exposure
 contains output 40us
 expect 2 sim set gain=700 -- info
 contains messages '0 to 600'
-expect 2 sim set exposure=bright -- info
 expect 10 sim set gamma=auto -- info
 expect 2 sim set gian=3 -- info
 contains messages 'did you mean gain?'
-expect 2 sim set gain -- info
-contains messages "'gain' is no setting"
 expect 0 "$vsccam" --sim VSC048MM set auto-max-exposure=1s -- get auto-max-exposure
 expect 10 sim get target-temp
 expect 2 "$vsccam" set gain=3
@@ -182,7 +178,6 @@ done
 expect 0 two --camera 0 guide n 0ms
 [ "$(grep ^guide "requests$first")" = 'guide off 0' ]
 expect 3 two --camera id:0000000000000000 info
-expect 2 two --camera id: info
 
 # The identifier, and the cooler, which warms again at the end.
 expect 10 "$vsccam" --sim VSC340MM id get

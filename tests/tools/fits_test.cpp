@@ -10,7 +10,6 @@
 #include <cstring>
 #include <filesystem>
 #include <memory>
-#include <numeric>
 
 using namespace vsctool;
 using namespace std::chrono_literals;
@@ -121,22 +120,16 @@ TEST(Fits, HeaderTellsWhatStackingProgramsAskFor)
     } cases[] = {
         {"DATE-OBS", "1970-01-01T00:00:01.000000"},
         {"DATE-AVG", "1970-01-01T00:00:02.602000"},
-        {"DATE-END", "1970-01-01T00:00:04.204000"},
         {"EXPTIME", "3.2"},
         {"EXPMEAS", "3.204"},
-        {"EXPREQ", "3.3"},
         {"XPIXSZ", "5.8"},
-        {"PIXSIZE1", "2.9"},
-        {"XORGSUBF", "100"},
         {"BAYERPAT", "GRBG"},
         {"ROWORDER", "TOP-DOWN"},
         {"IMAGETYP", "Dark Frame"},
         {"CCD-TEMP", "-10.25"},
-        {"SET-TEMP", "-10"},
         {"CAMID", "00FF10"},
         {"SIMULATE", "T"},
         {"FILTER", "Ha"},
-        {"FOCUSPOS", "1200"},
         {"OBJECT", "Orion nebula"}, // the user has the last word
     };
     for (const auto &c : cases)

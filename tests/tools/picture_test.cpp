@@ -68,17 +68,12 @@ TEST(Demosaic, GivesEveryPixelTheColoursOfAPlainAreaInEachPhase)
 
 TEST(Mosaic, FollowsFlipsAsThePictureDoes)
 {
-    const struct {
-        bool flipX;
-        bool flipY;
-        const char *patterns[4]; // of the codes 0 to 3
-    } cases[] = {{false, false, {"RGGB", "BGGR", "GRBG", "GBRG"}},
-                 {true, false, {"GRBG", "GBRG", "RGGB", "BGGR"}},
-                 {false, true, {"GBRG", "GRBG", "BGGR", "RGGB"}},
-                 {true, true, {"BGGR", "RGGB", "GBRG", "GRBG"}}};
-    for (const auto &c : cases)
-        for (int code = 0; code < 4; ++code)
-            EXPECT_STREQ(BayerPattern(MosaicOf(code, c.flipX, c.flipY)), c.patterns[code]);
+    const char *const patterns[] = {"RGGB", "BGGR", "GRBG", "GBRG"}; // of the codes 0 to 3
+    for (int code = 0; code < 4; ++code) {
+        EXPECT_STREQ(BayerPattern(MosaicOf(code, false, false)), patterns[code]);
+        EXPECT_STREQ(BayerPattern(MosaicOf(code, true, false)), patterns[code ^ 2]);
+        EXPECT_STREQ(BayerPattern(MosaicOf(code, false, true)), patterns[3 - code]);
+    }
 }
 
 TEST(Plane, TakesRedFromTheThirdByteAndLuminanceFromAllPhases)

@@ -63,14 +63,6 @@ TEST(Units, RegionsNeedAllFourNumbers)
         EXPECT_EQ(CodeOf([&] { ParseRegion(wrong); }), kUsage) << wrong;
 }
 
-TEST(Units, UtcHasMicrosecondsAlsoBeforeAFullSecond)
-{
-    using namespace std::chrono;
-    const auto day = sys_days{2026y / February / 28};
-    EXPECT_EQ(FormatUtc(day + 23h + 59min + 59s + 999'999us), "2026-02-28T23:59:59.999999");
-    EXPECT_EQ(FormatUtc(day + 24h), "2026-03-01T00:00:00.000000");
-}
-
 TEST(NamePattern, ExpandsFieldsKeepsSlashesOutAndNumbersEverySeries)
 {
     const NameFields fields = {.sequence = 7,
@@ -123,7 +115,6 @@ TEST(ExposurePlan, FollowsTheStepsOfEachFamilyToTheirLimits)
         Microseconds set, planned;
     } cases[] = {
         {"KYR VSC470MC-Cool", true, 999'999us, 999'999us}, // by the sensor
-        {"KYR VSC470MC-Cool", true, 1'000'999us, 1s},
         {"KYR VSC065MC-Cool", false, 1'001ms, 1s},
         {"KYR VSC083MC-Cool", true, 59'999ms, 59'800ms},
         {"KYR VSC2800MM", true, 1'999'999us, 1'999ms},
@@ -131,9 +122,7 @@ TEST(ExposurePlan, FollowsTheStepsOfEachFamilyToTheirLimits)
         {"KYR VSC340MC-S", true, 3'795'627us, 3'795'627us},
         {"KYR VSC340MC-S", true, 3'795'628us, 3'600ms},
         {"KYR VSC340MC-S", false, 4s, 4s},
-        {"KYR VSC340MC", false, 4s, 4s},
         {"HALDRON VSC056MM-A", false, 12'345'678us, 12'345ms},
-        {"KYR VSC048MM", true, 64ms, 64ms},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(fmt::format("{} {}", c.model, c.set.count()));

@@ -46,11 +46,9 @@ Expect 0 '"name": "VSC470MM",.*"productId": 18187,' -- "$vscsim" list --json
 # What a program can do with a camera
 for camera in VSC470MC VSC470MM:usb2; do
     Expect 0 -- Run --camera "$camera" --scene pattern --speed max -- \
-        "$host" requests frames cancel reset claim memory
+        "$host" frames cancel claim
 done
 Expect 0 -- Run --scene pattern -- "$host" frames
-Expect 0 -- Run --fault short-frame@1,stall-frame@2,unplug@3 -- "$host" faults
-Expect 0 -- Run --fault time-out-request:ad@0 -- "$host" timeout
 Expect 0 '^vscsim: seed 7$' -- Run --fault bad-head%0.5 --seed 7 -- true
 Expect 0 '^$' -- Run --fault bad-head --seed 7 -- true
 

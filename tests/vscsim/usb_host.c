@@ -17,7 +17,6 @@ enum {
     kFrameBytes = kWidth * kHeight,
     kTransferBytes = 1 << 20,
     kTransfers = 3,
-    kTimeoutMs = 5000,
 };
 
 static void Check(bool right, const char *what, int line)
@@ -160,22 +159,6 @@ static bool ShowsPattern(const uint8_t *frame, int counter)
 
 /* ------------------------------------------------------------------------------------ checks */
 
-static void CheckRequests(libusb_device_handle *camera)
-{
-    uint8_t bytes[64] = {0};
-    CHECK(libusb_control_transfer(camera, 0xC0, 0xAD, 0, 0, bytes, 2, 500) == 2);
-    CHECK(bytes[0] == 'V');
-    CHECK(libusb_control_transfer(camera, 0xC0, 0xB4, 0, 0, bytes, 1, 500) == 1);
-    const int speed = libusb_get_device_speed(libusb_get_device(camera));
-    CHECK(bytes[0] == (speed == LIBUSB_SPEED_SUPER ? 1 : 0));
-    Write(camera, kSony, 0x3014, 0x5A, 1);
-    CHECK(libusb_control_transfer(camera, 0xC0, 0xB7, 0x3014, 0, bytes, 1, 500) == 1);
-    CHECK(bytes[0] == 0x5A);
-    CHECK(libusb_control_transfer(camera, 0xC0, 0x01, 0, 0, bytes, 1, 500) == LIBUSB_ERROR_PIPE);
-    CHECK(libusb_get_string_descriptor_ascii(camera, 2, bytes, sizeof bytes) > 0);
-    CHECK(strncmp((const char *)bytes, "VSC470", 6) == 0);
-}
-
 static void CheckFrames(libusb_device_handle *camera)
 {
     struct Read read = NewRead(camera, &read);
@@ -217,16 +200,6 @@ static void CheckCancel(libusb_device_handle *camera)
     CheckFrames(camera); /* and nothing of that is left over */
 }
 
-static void CheckReset(libusb_device_handle *camera)
-{
-    uint8_t value = 0;
-    Write(camera, kSony, 0x3014, 0x33, 1);
-    CHECK(libusb_reset_device(camera) == 0);
-    CHECK(libusb_control_transfer(camera, 0xC0, 0xB7, 0x3014, 0, &value, 1, 500) == 1);
-    CHECK(value == 0x33);
-    CheckFrames(camera);
-}
-
 static void CheckClaim(libusb_device_handle *camera)
 {
     libusb_device_handle *second = NULL;
@@ -242,88 +215,13 @@ static void CheckClaim(libusb_device_handle *camera)
     CHECK(libusb_claim_interface(camera, 0) == 0);
 }
 
-/* Of 16 MiB that the kernel lends, its own records take a little: 15 transfers of 1 MiB fit. */
-static void CheckMemoryLimit(libusb_device_handle *camera)
-{
-    struct Read reads[6];
-    int accepted = 0, refused = 0;
-    for (size_t i = 0; i < 6; ++i) {
-        reads[i] = NewRead(camera, &reads[i]);
-        for (int j = 0; j < kTransfers; ++j) {
-            reads[i].transfers[j]->length = kTransferBytes;
-            const int result = libusb_submit_transfer(reads[i].transfers[j]);
-            CHECK(result == 0 || result == LIBUSB_ERROR_NO_MEM);
-            reads[i].pending += result == 0;
-            *(result == 0 ? &accepted : &refused) += 1;
-        }
-    }
-    CHECK(accepted == 15 && refused == 3);
-    for (size_t i = 0; i < 6; ++i) {
-        for (int j = 0; j < kTransfers; ++j)
-            (void)libusb_cancel_transfer(reads[i].transfers[j]);
-        Finish(&reads[i]);
-        FreeRead(&reads[i]);
-    }
-}
-
-static ssize_t DevicesOnBus(void)
-{
-    libusb_context *fresh = NULL;
-    libusb_device **devices = NULL;
-    CHECK(libusb_init(&fresh) == 0);
-    const ssize_t count = libusb_get_device_list(fresh, &devices);
-    libusb_free_device_list(devices, 1);
-    libusb_exit(fresh);
-    return count;
-}
-
-/* Run with a plan by which frame 1 ends early, frame 2 halts the endpoint, and frame 3 pulls the
- * plug. */
-static void CheckFaults(libusb_device_handle *camera)
-{
-    struct Read read = NewRead(camera, &read);
-    StartStream(camera);
-    const struct {
-        int bytes;
-        enum libusb_transfer_status first;
-    } expected[] = {
-        {kFrameBytes, LIBUSB_TRANSFER_COMPLETED},
-        {kFrameBytes - 512, LIBUSB_TRANSFER_COMPLETED},
-        {0, LIBUSB_TRANSFER_STALL},
-        {0, LIBUSB_TRANSFER_NO_DEVICE},
-    };
-    for (size_t i = 0; i < sizeof expected / sizeof expected[0]; ++i) {
-        Submit(&read);
-        Finish(&read);
-        CHECK(Received(&read) == expected[i].bytes);
-        CHECK(read.transfers[0]->status == expected[i].first);
-        if (expected[i].first == LIBUSB_TRANSFER_STALL)
-            CHECK(libusb_clear_halt(camera, kEndpoint) == 0);
-    }
-    uint8_t version[2];
-    CHECK(libusb_submit_transfer(read.transfers[0]) == LIBUSB_ERROR_NO_DEVICE);
-    CHECK(libusb_control_transfer(camera, 0xC0, 0xAD, 0, 0, version, 2, 500) ==
-          LIBUSB_ERROR_NO_DEVICE);
-    FreeRead(&read);
-    CHECK(DevicesOnBus() == 0);
-}
-
-/* Run with a plan by which the camera does not answer 0xAD once. */
-static void CheckTimeout(libusb_device_handle *camera)
-{
-    uint8_t version[2];
-    CHECK(libusb_control_transfer(camera, 0xC0, 0xAD, 0, 0, version, 2, 50) ==
-          LIBUSB_ERROR_TIMEOUT);
-    CHECK(libusb_control_transfer(camera, 0xC0, 0xAD, 0, 0, version, 2, kTimeoutMs) == 2);
-}
-
 static const struct {
     const char *name;
     void (*run)(libusb_device_handle *camera);
 } kChecks[] = {
-    {"requests", CheckRequests}, {"frames", CheckFrames},   {"cancel", CheckCancel},
-    {"reset", CheckReset},       {"claim", CheckClaim},     {"memory", CheckMemoryLimit},
-    {"faults", CheckFaults},     {"timeout", CheckTimeout},
+    {"frames", CheckFrames},
+    {"cancel", CheckCancel},
+    {"claim", CheckClaim},
 };
 
 static void List(void)

@@ -52,101 +52,6 @@ TEST(FrameMarks, AcceptOnlyWholeFramesOfOneExposure)
         EXPECT_EQ(ReadFrameMarks(c.frame).Good(), c.good) << c.frame.size();
 }
 
-TEST(FrameMarks, AreHiddenByTheRowsNextToThem)
-{
-    Bytes frame = RandomBytes(16 * 4, 1);
-    Bytes expected = frame;
-    std::copy_n(frame.begin() + 16, 4, expected.begin());
-    std::copy_n(frame.end() - 20, 4, expected.end() - 4);
-    ZeroFrameMarks(frame);
-    EXPECT_EQ(frame[0] + frame[3] + frame[60] + frame[63], 0);
-    HideFrameMarks(frame, 16);
-    EXPECT_EQ(frame, expected);
-    Bytes tiny(18, 3); // no row to take from
-    HideFrameMarks(tiny, 16);
-    EXPECT_EQ(tiny, Bytes(18, 3));
-}
-
-/// The rules as one would write them down, sample by sample.
-template <class Sample> struct SlowBinning {
-    int w, h, bin;
-    bool mosaic;
-
-    std::vector<Sample> operator()(const std::vector<Sample> &in) const
-    {
-        std::vector<Sample> out;
-        for (int y = 0; y < h; ++y) {
-            for (int x = 0; x < w; ++x) {
-                unsigned sum = 0;
-                for (int k = 0; k < bin; ++k) {
-                    for (int j = 0; j < bin; ++j) {
-                        const int row = mosaic ? (y & 1) + (y & ~1) * bin + 2 * k : y * bin + k;
-                        const int column = mosaic ? (x & 1) + (x & ~1) * bin + 2 * j : x * bin + j;
-                        sum += in[static_cast<size_t>(row * w * bin + column)];
-                    }
-                }
-                const auto factor = static_cast<unsigned>(bin);
-                out.push_back(static_cast<Sample>(sum / factor / factor));
-            }
-        }
-        return out;
-    }
-};
-
-TEST(Binning, MeansBlocksAndKeepsMosaics)
-{
-    for (const bool mosaic : {false, true}) {
-        for (const int bin : {2, 3, 4}) {
-            for (const auto &[w, h] : {std::pair{2, 2}, {6, 4}, {14, 10}}) {
-                SCOPED_TRACE(testing::Message() << w << "x" << h << " bin " << bin << mosaic);
-                const auto pixels = static_cast<size_t>(w * h * bin * bin);
-                Bytes image8 = RandomBytes(pixels, 3);
-                std::vector<uint16_t> image16(pixels);
-                std::ranges::transform(image8, image16.begin(),
-                                       [](uint8_t v) { return static_cast<uint16_t>(v * 257); });
-                const Bytes expected8 = SlowBinning<uint8_t>{w, h, bin, mosaic}(image8);
-                const auto expected16 = SlowBinning<uint16_t>{w, h, bin, mosaic}(image16);
-                const auto operation = mosaic ? CAlgorithm::ColorRAWBin : CAlgorithm::MonoBin;
-                operation(image8.data(), nullptr, w, h, bin, false);
-                operation(nullptr, image16.data(), w, h, bin, true);
-                EXPECT_TRUE(
-                    std::ranges::equal(expected8, std::span(image8).first(expected8.size())));
-                EXPECT_TRUE(
-                    std::ranges::equal(expected16, std::span(image16).first(expected16.size())));
-            }
-        }
-    }
-    Bytes untouched = RandomBytes(16, 4);
-    const Bytes before = untouched;
-    CAlgorithm::MonoBin(untouched.data(), nullptr, 4, 4, 1, false);
-    EXPECT_EQ(untouched, before);
-}
-
-TEST(Flip, MirrorsEitherWayAtAnySize)
-{
-    for (const auto &[w, h] : {std::pair{1, 1}, {5, 3}, {8, 7}, {16, 2}}) {
-        for (const auto &[flipV, flipH] :
-             {std::pair{false, false}, {false, true}, {true, false}, {true, true}}) {
-            const auto pixels = static_cast<size_t>(w * h);
-            Bytes image = RandomBytes(pixels, 9);
-            std::vector<uint16_t> image16(image.begin(), image.end());
-            Bytes expected;
-            for (int y = 0; y < h; ++y) {
-                for (int x = 0; x < w; ++x) {
-                    const int sx = flipH ? w - 1 - x : x;
-                    const int sy = flipV ? h - 1 - y : y;
-                    expected.push_back(image[static_cast<size_t>(sy * w + sx)]);
-                }
-            }
-            CAlgorithm::SoftMisc(image.data(), w, h, 1, false, flipV, flipH);
-            CAlgorithm::SoftMisc(reinterpret_cast<uint8_t *>(image16.data()), w, h, 1, true, flipV,
-                                 flipH);
-            EXPECT_EQ(image, expected) << w << "x" << h << flipV << flipH;
-            EXPECT_TRUE(std::ranges::equal(image16, expected));
-        }
-    }
-}
-
 class Demosaic : public testing::Test {
   protected:
     Demosaic() { m_algorithm.RGBYUV_Init(); }
@@ -272,10 +177,6 @@ TEST_F(Demosaic, ConvertsToLuminanceAndPackedYuvAsIfByWayOfRgb)
                 red.push_back(rgb[3 * i + 2]);
             }
             const Bytes yuv = PackedYuv(rgb, static_cast<size_t>(w));
-            Bytes upsideDown; // the last row first
-            for (size_t at = yuv.size(), row = static_cast<size_t>(2 * w); at > 0; at -= row)
-                upsideDown.insert(upsideDown.end(), &yuv[at - row], &yuv[at - row] + row);
-
             Bytes out(pixels);
             m_algorithm.BayerConv(static_cast<BayerPhase>(phase), mosaic.data(), out.data(), w, h,
                                   kByteImage);
@@ -290,8 +191,6 @@ TEST_F(Demosaic, ConvertsToLuminanceAndPackedYuvAsIfByWayOfRgb)
             EXPECT_EQ(out, yuv);
             m_algorithm.RGB2YUV2(rgb.data(), out.data(), w, h, false);
             EXPECT_EQ(out, yuv);
-            m_algorithm.RGB2YUV2(rgb.data(), out.data(), w, h, true);
-            EXPECT_EQ(out, upsideDown);
         }
     }
     (void)Rgb(BayerPhase::kRG, Bytes(1), 1, 1); // too small for a cell
@@ -303,42 +202,6 @@ TEST_F(Demosaic, ConvertsToLuminanceAndPackedYuvAsIfByWayOfRgb)
         m_algorithm.BayerConvRows(phase, Bytes(4).data(), 0, untouched.data(), 2, 2, kByteImage);
     }
     EXPECT_EQ(untouched, Bytes(4, kGuard));
-}
-
-TEST(Dark, IsSubtractedAndItsMeanAddedWithinTheRange)
-{
-    const struct {
-        uint8_t sample, dark;
-        unsigned offset;
-        uint8_t result;
-    } cases[] = {
-        {10, 20, 7, 7},    {21, 20, 7, 8},      {255, 0, 9, 255},          {0, 255, 255, 255},
-        {9, 3, 1000, 255}, {200, 100, 50, 150}, {1, 0, 4'294'967'295, 255}};
-    for (const auto &c : cases) {
-        Bytes image(70, c.sample); // longer than any vector
-        CAlgorithm::SubtractDark(image.data(), 10, 7, c.offset, Bytes(70, c.dark).data());
-        EXPECT_EQ(image, Bytes(70, c.result)) << int{c.sample} << " " << int{c.dark};
-        CAlgorithm::SubtractDark(image.data(), 10, 7, c.offset, nullptr);
-        EXPECT_EQ(image, Bytes(70, c.result));
-    }
-}
-
-TEST(Gamma, Of16BitsTakesEachSampleFromTheTableInFramesOfAnySize)
-{
-    std::vector<uint16_t> table(65536);
-    for (size_t v = 0; v < table.size(); ++v)
-        table[v] = static_cast<uint16_t>(65535 - v * v % 65521);
-    for (int w = 0; w <= 17; ++w) {
-        SCOPED_TRACE(w);
-        std::vector<uint16_t> image(static_cast<size_t>(w) + 1);
-        for (size_t i = 0; i < image.size(); ++i)
-            image[i] = static_cast<uint16_t>(40'503 * (i + 1));
-        std::vector<uint16_t> expected = image;
-        for (size_t i = 0; i + 1 < image.size(); ++i) // the last one is behind the frame
-            expected[i] = table[image[i]];
-        CAlgorithm::Gamma(image.data(), table.data(), w, 1);
-        EXPECT_EQ(image, expected);
-    }
 }
 
 TEST(Gamma, BrightensAboveTheMiddleAndDarkensBelowIt)

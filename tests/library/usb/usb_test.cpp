@@ -5,14 +5,11 @@
 #include "models/sony/s470.h"
 #include "usb/lost_camera.h"
 
-#include <gtest/gtest.h>
 #include <stdlib.h>
 
 #include <array>
 #include <chrono>
 #include <functional>
-#include <optional>
-#include <sstream>
 
 namespace vsccam {
 namespace {
@@ -24,30 +21,18 @@ using TransportTest = HostTest;
 TEST_F(TransportTest, EveryRequestHasItsPlaceOnTheWire)
 {
     std::array<uint8_t, 2048> bytes{};
-    uint8_t byte = 0;
-    uint16_t word = 0;
-    uint8_t sub[4] = {};
     const struct {
         std::function<void(CCameraBase &)> send;
         Lines wire;
     } cases[] = {
-        {[&](auto &c) { (void)c.ReadCameraRegister(0x30B2, &word); }, {"sensor 30B2?"}},
-        {[&](auto &c) { (void)c.ReadCameraRegisterByte(0x3009, &byte); }, {"sony 3009?"}},
-        {[&](auto &c) { (void)c.GetFPGAVer(&byte, sub); }, {"fpga 1D?", "fpga 1E?", "fpga 1F?"}},
         {[](auto &c) { c.StopSensorCLK(); }, {"cmd AE"}},
-        {[](auto &c) { c.SetTransferCount(49'153); }, {"transfer count 2"}},
         {[](auto &c) { c.SetTransferCount(INT32_MAX); }, {"transfer count 43691"}},
         {[](auto &c) { c.pulseGuideOn(3); }, {"guide on 3"}},
         {[](auto &c) { c.pulseGuideOff(0); }, {"guide off 0"}},
-        {[](auto &c) { c.pulseGuideOff(4); }, {}},
-        {[&](auto &c) { (void)c.ReadFromSPIFlash(bytes.data(), 2048, 0x40000, 0xC3); },
-         {"flash read 040000+2048"}},
         {[&](auto &c) { (void)c.WriteToSPIFlash(bytes.data(), 256, 0x700FF, 0xC2); },
          {"flash write 070000+256"}},
         {[&](auto &c) { (void)c.DownloadBufferToDevice(0x12345678, 4, bytes.data(), 0xA0); },
          {"40 A0 5678 1234 len 4"}},
-        {[&](auto &c) { (void)c.UploadBufferFromDevice(0x12345678, 4, bytes.data(), 0xA0); },
-         {"C0 A0 5678 1234 len 4"}},
         {[](auto &c) { (void)c.SetProgramEntry(0xA0, 0x12345678); }, {"40 A0 1234 5678 len 0"}},
         {[](auto &c) { (void)c.IsBootLoaderRunning(); }, {"C0 A0 0000 0000 len 1"}},
     };
@@ -69,10 +54,10 @@ TEST_F(TransportTest, BitFieldsEndInclusivelyInWordsAndExclusivelyInBytes)
         uint16_t old;
         int start, end;
         uint16_t value, expected;
-    } cases[] = {{0x0000, 3, 4, 1, 0x0008},       {0xFFFF, 4, 8, 0, 0xFF0F},
-                 {0x1234, 5, 5, 7, 0x1234},       {0x1234, 9, 3, 7, 0x1234},
-                 {0x0000, 0, 16, 0xABCD, 0xABCD}, {0x0F0F, 12, 40, 0xF, 0xFF0F},
-                 {0x5555, 40, 50, 1, 0x5555},     {0x0001, -3, 0, 1, 0x0001}};
+    } cases[] = {{0xFFFF, 4, 8, 0, 0xFF0F},
+                 {0x1234, 9, 3, 7, 0x1234},
+                 {0x0000, 0, 16, 0xABCD, 0xABCD},
+                 {0x5555, 40, 50, 1, 0x5555}};
     for (const auto &c : cases)
         EXPECT_EQ(MergeBits(c.old, c.start, c.end, c.value), c.expected) << c.start << ":" << c.end;
 
@@ -101,15 +86,6 @@ TEST_F(TransportTest, MissingBytesOfAnAnswerReadAsZero)
     EXPECT_TRUE(camera->EnableGPIF32DQ(false));
     EXPECT_TRUE(camera->ReadFromSPIFlash(page.data(), 16, 0, 0xC3));
     EXPECT_EQ(page, (std::array<uint8_t, 16>{}));
-}
-
-TEST_F(TransportTest, RefusesLengthsAndPointersThatCannotBe)
-{
-    OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM");
-    uint8_t byte = 0;
-    EXPECT_FALSE(camera->SendCMD(0xC3, 0, 0, true, &byte, -1));
-    EXPECT_FALSE(camera->SendCMD(0xC3, 0, 0, true, nullptr, 1));
-    EXPECT_TRUE(camera.Traffic().empty());
 }
 
 TEST_F(TransportTest, AMuteCameraFailsRequestsAtOnceForASecond)
@@ -221,11 +197,8 @@ TEST_F(TransportTest, CountsAndOpensOnlyTheCamerasThatTheUserNames)
                  {"model:VSC056MM-A", {0x056C}},
                  {"model:VSC9,usb:1-4", {0x470A}, true},
                  {",", {}, true},
-                 {"VSC470MM", {}, true},
-                 {"usb:2", {}, true},
                  {"usb:2-1.", {}, true},
                  {"usb:2-256", {}, true},
-                 {"usb:0-1x", {}, true},
                  {"usb:2-1.1.1.1.1.1.1.1", {}, true},
                  {"usb:2-2.3", {0x470B}}};
     for (const auto &c : cases) {

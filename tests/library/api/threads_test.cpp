@@ -1,10 +1,7 @@
 #include "base/sync.h"
 #include "library/capture_fixture.h"
 
-#include <gtest/gtest.h>
-
 #include <atomic>
-#include <functional>
 #include <iterator>
 #include <mutex>
 #include <random>
@@ -173,16 +170,6 @@ TEST_F(ThreadsTest, ClosingEndsPulsesWithTheirLinesOff)
     EXPECT_LE(Took(closeCamera), 100U);
     EXPECT_TRUE(pulse.Back() && waiting.Back());
     EXPECT_EQ(GuideLines(device), (std::vector<std::string>{"guide on 2", "guide off 2"}));
-}
-
-TEST_F(ThreadsTest, TheNameOfAModelIsOneForEachThread)
-{
-    Bus().Plug("VSC470MM");
-    Bus().Plug("VSC430MC");
-    ASSERT_EQ(getNumberOfConnectedCameras(), 2);
-    const char *const name = getCameraModel(0);
-    Inside other([] { EXPECT_STREQ(getCameraModel(1), "KYR VSC430MC"); });
-    EXPECT_STREQ(name, "KYR VSC470MM");
 }
 
 /// A host of many threads that know nothing of each other.

@@ -1,18 +1,11 @@
-#include "api/session.h"
 #include "core/frame_geometry.h"
 #include "library/host_fixture.h"
 #include "library/picture.h"
 
-#include <gtest/gtest.h>
-
-#include <array>
 #include <chrono>
 #include <climits>
 #include <ostream>
 #include <regex>
-#include <set>
-#include <string>
-#include <vector>
 
 namespace vsccam {
 namespace {
@@ -42,41 +35,39 @@ struct Sensor {
     int largestBin;       // every factor up to it
     int largestSensorBin; // that the sensor does itself
     Range gain;
-    Range brightness;
     FpgaTiming timing; // of cameras that have an FPGA, where it is known
-    int adcBits = 12;
 };
 
 // clang-format off
-constexpr Sensor k450 = {1304, 976, 3.75, 0, 2, 2, {0, 600, 200}, {0, 240, 1},
+constexpr Sensor k450 = {1304, 976, 3.75, 0, 2, 2, {0, 600, 200},
                          {43'272, 190'906, {18'562, 37'124, 9'281}, {292, 249, 145}}};
-constexpr Sensor k460 = {1304, 976, 3.75, 0, 2, 2, {0, 600, 200}, {0, 240, 1},
+constexpr Sensor k460 = {1304, 976, 3.75, 0, 2, 2, {0, 600, 200},
                          {43'272, 190'906, {18'562, 37'124, 9'281}, {0, 0, 145}}};
-constexpr Sensor k470 = {1936, 1096, 2.9, 0, 2, 2, {0, 600, 200}, {0, 240, 1},
+constexpr Sensor k470 = {1936, 1096, 2.9, 0, 2, 2, {0, 600, 200},
                          {43'272, 360'715, {18'562, 37'124, 9'281}, {203, 196, 145}}};
-constexpr Sensor k420 = {1936, 1216, 5.86, 0, 2, 1, {0, 400, 200}, {0, 240, 1},
+constexpr Sensor k420 = {1936, 1216, 5.86, 0, 2, 1, {0, 400, 200},
                          {43'272, 390'000, {13'920, 13'920, 0}, {}}};
-constexpr Sensor k440 = {1944, 1224, 3.75, 0, 2, 1, {0, 480, 200}, {0, 500, 1},
+constexpr Sensor k440 = {1944, 1224, 3.75, 0, 2, 1, {0, 480, 200},
                          {42'830, 256'981, {9'280, 18'560, 0}, {}}};
-constexpr Sensor k372 = {1944, 1224, 2.8, 3, 2, 1, {0, 480, 200}, {0, 240, 1},
+constexpr Sensor k372 = {1944, 1224, 2.8, 3, 2, 1, {0, 480, 200},
                          {42'830, 256'981, {2'200, 4'400, 0}, {}}};
-constexpr Sensor k430 = {3096, 2080, 2.4, 0, 4, 1, {0, 510, 210}, {0, 600, 10},
-                         {43'000, 385'000, {27'000, 27'000, 0}, {}}, 14};
-constexpr Sensor k083 = {4944, 3284, 4.78, 0, 4, 1, {0, 600, 200}, {0, 1024, 5},
-                         {43'272, 325'643, {20'250, 20'250, 0}, {}}, 14};
-constexpr Sensor k065 = {7376, 4928, 5.97, 0, 4, 1, {0, 600, 200}, {0, 1024, 5},
-                         {43'272, 333'333, {20'250, 20'250, 0}, {}}, 14};
-constexpr Sensor k385 = {6032, 4032, 5.97, 0, 4, 1, {0, 600, 200}, {0, 1024, 5},
-                         {43'272, 333'333, {20'250, 20'250, 0}, {}}, 14};
-constexpr Sensor k048MC = {640, 480, 3.75, 0, 1, 1, {0, 600, 200}, {0, 240, 1}, {}};
-constexpr Sensor k048MM = {640, 480, 4.8, 0, 1, 1, {0, 100, 50}, {0, 240, 1}, {}};
-constexpr Sensor k340 = {1280, 960, 3.75, 2, 2, 1, {0, 100, 50}, {0, 20, 0}, {}};
-constexpr Sensor k340S = {1280, 960, 3.75, 2, 2, 1, {0, 100, 50}, {0, 20, 0}, {}};
-constexpr Sensor k350 = {1280, 1024, 5.2, 0, 2, 1, {0, 100, 50}, {0, 0, 0}, {}};
-constexpr Sensor k056 = {752, 480, 6.0, 1, 1, 1, {1, 100, 50}, {0, 0, 0}, {}};
-constexpr Sensor k047 = {640, 480, 6.0, 1, 1, 1, {1, 100, 50}, {0, 0, 0}, {}};
-constexpr Sensor k052 = {728, 512, 5.6, 2, 2, 1, {0, 100, 50}, {0, 20, 0}, {}};
-constexpr Sensor k2800 = {4656, 3520, 3.8, 2, 4, 4, {0, 600, 200}, {0, 240, 1},
+constexpr Sensor k430 = {3096, 2080, 2.4, 0, 4, 1, {0, 510, 210},
+                         {43'000, 385'000, {27'000, 27'000, 0}, {}}};
+constexpr Sensor k083 = {4944, 3284, 4.78, 0, 4, 1, {0, 600, 200},
+                         {43'272, 325'643, {20'250, 20'250, 0}, {}}};
+constexpr Sensor k065 = {7376, 4928, 5.97, 0, 4, 1, {0, 600, 200},
+                         {43'272, 333'333, {20'250, 20'250, 0}, {}}};
+constexpr Sensor k385 = {6032, 4032, 5.97, 0, 4, 1, {0, 600, 200},
+                         {43'272, 333'333, {20'250, 20'250, 0}, {}}};
+constexpr Sensor k048MC = {640, 480, 3.75, 0, 1, 1, {0, 600, 200}, {}};
+constexpr Sensor k048MM = {640, 480, 4.8, 0, 1, 1, {0, 100, 50}, {}};
+constexpr Sensor k340 = {1280, 960, 3.75, 2, 2, 1, {0, 100, 50}, {}};
+constexpr Sensor k340S = {1280, 960, 3.75, 2, 2, 1, {0, 100, 50}, {}};
+constexpr Sensor k350 = {1280, 1024, 5.2, 0, 2, 1, {0, 100, 50}, {}};
+constexpr Sensor k056 = {752, 480, 6.0, 1, 1, 1, {1, 100, 50}, {}};
+constexpr Sensor k047 = {640, 480, 6.0, 1, 1, 1, {1, 100, 50}, {}};
+constexpr Sensor k052 = {728, 512, 5.6, 2, 2, 1, {0, 100, 50}, {}};
+constexpr Sensor k2800 = {4656, 3520, 3.8, 2, 4, 4, {0, 600, 200},
                           {43'272, 390'906, {37'125, 37'125, 37'125}, {680, 435, 397}}};
 // clang-format on
 
@@ -88,54 +79,40 @@ constexpr Range kUsb3Bandwidth = {40, 100, 40};
 struct Sheet {
     const char *model;
     const Sensor &sensor;
-    bool colour, cooled;
-    Range exposureUs;
-    int red = 52, blue = 95; // white balance at start
+    Range exposureUs = kLong;
     bool usb3 = true;
     Range bandwidth = kUsb3Bandwidth; // per cent
 
+    bool Colour() const { return std::string_view(model).find("MC") != std::string_view::npos; }
+    bool Cooled() const { return std::string_view(model).ends_with("-Cool"); }
     bool HasKnownTiming() const { return sensor.timing.clockKHz.normal != 0; }
     bool SensorBins() const { return sensor.largestSensorBin > 1; }
 };
 
+// clang-format off
 constexpr Sheet kSheets[] = {
-    {"VSC2800MC", k2800, true, false, kLong},
-    {"VSC2800MC-Cool", k2800, true, true, kLong},
-    {"VSC2800MM", k2800, false, false, kLong},
-    {"VSC2800MM-Cool", k2800, false, true, kLong},
-    {"VSC048MC", k048MC, true, false, {16, 64'000, 10'000}},
-    {"VSC048MM", k048MM, false, false, {16, 64'000, 10'000}},
-    {"VSC450MC", k450, true, false, kLong},
-    {"VSC450MC-Cool", k450, true, true, kLong},
-    {"VSC460MC", k460, true, false, kLong},
-    {"VSC470MC", k470, true, false, kLong},
-    {"VSC470MM", k470, false, false, kLong},
-    {"VSC470MC-Cool", k470, true, true, kLong},
-    {"VSC470MM-Cool", k470, false, true, kLong},
-    {"VSC420MC", k420, true, false, {32, 300'000'000, 10'000}, 60, 99},
-    {"VSC420MM", k420, false, false, {32, 300'000'000, 10'000}},
-    {"VSC420MC-Cool", k420, true, true, kLong, 60, 99},
-    {"VSC420MM-Cool", k420, false, true, kLong},
-    {"VSC440MC", k440, true, false, kLong, 50, 90},
-    {"VSC440MC-Cool", k440, true, true, kLong, 50, 90},
-    {"VSC372MC", k372, true, false, {32, 4'000'000, 10'000}},
-    {"VSC430MC", k430, true, false, kLong, 70, 90},
-    {"VSC430MM", k430, false, false, kLong, 70, 90},
-    {"VSC430MC-Cool", k430, true, true, kLong, 70, 90},
-    {"VSC430MM-Cool", k430, false, true, kLong, 70, 90},
-    {"VSC083MC-Cool", k083, true, true, kLong, 60, 99},
-    {"VSC065MC-Cool", k065, true, true, kLong, 60, 99},
-    {"VSC385MC-Cool", k385, true, true, kLong, 60, 99},
-    {"VSC340MM-S", k340S, false, false, {64, 2'000'000'000, 14'000}},
-    {"VSC340MC-S", k340S, true, false, {64, 2'000'000'000, 14'000}},
-    {"VSC340MM", k340, false, false, {64, 2'000'000'000, 33'000}, 52, 95, false},
-    {"VSC340MC", k340, true, false, {64, 2'000'000'000, 33'000}, 52, 95, false},
-    {"VSC350MM", k350, false, false, {32, 999'000'000, 33'000}, 52, 95, false, kThreeSteps},
-    {"VSC056MM", k056, false, false, {32, 999'000'000, 33'000}, 52, 95, false, kThreeSteps},
-    {"VSC056MC", k056, true, false, {32, 999'000'000, 33'000}, 45, 70, false, kThreeSteps},
-    {"VSC047MC", k047, true, false, {32, 30'000'000, 33'000}, 45, 70, false, kThreeSteps},
-    {"VSC052MC", k052, true, false, {64, 64'000'000, 33'000}, 41, 94, false, {40, 100, 50}},
+    {"VSC2800MC", k2800}, {"VSC2800MC-Cool", k2800}, {"VSC2800MM", k2800},
+    {"VSC2800MM-Cool", k2800}, {"VSC450MC", k450}, {"VSC450MC-Cool", k450}, {"VSC460MC", k460},
+    {"VSC470MC", k470}, {"VSC470MM", k470}, {"VSC470MC-Cool", k470}, {"VSC470MM-Cool", k470},
+    {"VSC420MC-Cool", k420}, {"VSC420MM-Cool", k420}, {"VSC440MC", k440}, {"VSC440MC-Cool", k440},
+    {"VSC430MC", k430}, {"VSC430MM", k430}, {"VSC430MC-Cool", k430}, {"VSC430MM-Cool", k430},
+    {"VSC083MC-Cool", k083}, {"VSC065MC-Cool", k065}, {"VSC385MC-Cool", k385},
+    {"VSC048MC", k048MC, {16, 64'000, 10'000}},
+    {"VSC048MM", k048MM, {16, 64'000, 10'000}},
+    {"VSC420MC", k420, {32, 300'000'000, 10'000}},
+    {"VSC420MM", k420, {32, 300'000'000, 10'000}},
+    {"VSC372MC", k372, {32, 4'000'000, 10'000}},
+    {"VSC340MM-S", k340S, {64, 2'000'000'000, 14'000}},
+    {"VSC340MC-S", k340S, {64, 2'000'000'000, 14'000}},
+    {"VSC340MM", k340, {64, 2'000'000'000, 33'000}, false},
+    {"VSC340MC", k340, {64, 2'000'000'000, 33'000}, false},
+    {"VSC350MM", k350, {32, 999'000'000, 33'000}, false, kThreeSteps},
+    {"VSC056MM", k056, {32, 999'000'000, 33'000}, false, kThreeSteps},
+    {"VSC056MC", k056, {32, 999'000'000, 33'000}, false, kThreeSteps},
+    {"VSC047MC", k047, {32, 30'000'000, 33'000}, false, kThreeSteps},
+    {"VSC052MC", k052, {64, 64'000'000, 33'000}, false, {40, 100, 50}},
 };
+// clang-format on
 
 const std::regex kNotKnown("not verified on hardware: all; stand-ins: ([^\n]{1,76})\n");
 
@@ -207,32 +184,6 @@ class ModelsTest : public HostTest {
         EXPECT_EQ(Clamped(control, INT_MAX), range.max);
         EXPECT_EQ(Clamped(control, range.min - 1), range.min);
     }
-    /// Both interfaces have to offer the same.
-    static void ExpectListedControlsToBeAvailable()
-    {
-        const CCameraBase &camera = *CurrentCamera();
-        std::set<int> listed;
-        _VSC_CONTROL_CAPS caps{};
-        for (int i = 0; camera.GetControlCaps(i, &caps); ++i)
-            listed.insert(caps.type);
-        EXPECT_EQ(camera.controls.count, static_cast<int>(listed.size()));
-        const std::pair<VSC_CONTROL_TYPE, Control_TYPE> controls[] = {
-            {kControlGain, CONTROL_GAIN},
-            {kControlExposure, CONTROL_EXPOSURE},
-            {kControlGamma, CONTROL_GAMMA},
-            {kControlRed, CONTROL_WB_RED},
-            {kControlBlue, CONTROL_WB_BLUE},
-            {kControlBrightness, CONTROL_BRIGHTNESS},
-            {kControlBandwidth, CONTROL_BANDWIDTH},
-            {kControlOverClock, CONTROL_OVERCLOCK},
-            {kControlTemperature, CONTROL_TEMPERATURE},
-            {kControlHardwareBin, CONTROL_HARDWARE_BIN},
-            {kControlHighSpeed, CONTROL_HIGH_SPEED},
-            {kControlCoolerOn, CONTROL_COOLER_ON},
-        };
-        for (const auto &[newer, older] : controls)
-            EXPECT_EQ(listed.contains(newer), isAvailable(older)) << "control " << older;
-    }
     static bool Set(const Readout &readout, int width, int height)
     {
         setValue(CONTROL_HIGH_SPEED, readout.fast, false);
@@ -273,40 +224,32 @@ TEST_F(ModelsTest, EachModelIsWhatItsDataSheetSays)
         EXPECT_EQ(getWidth(), sheet.sensor.width);
         EXPECT_EQ(getHeight(), sheet.sensor.height);
         EXPECT_DOUBLE_EQ(getPixelSize(), sheet.sensor.pixelUm);
-        EXPECT_EQ(isColorCam(), sheet.colour);
-        EXPECT_EQ(getColorBayer(), sheet.colour ? sheet.sensor.bayer : 0);
+        EXPECT_EQ(isColorCam(), sheet.Colour());
+        EXPECT_EQ(getColorBayer(), sheet.Colour() ? sheet.sensor.bayer : 0);
         EXPECT_EQ(isUSB3Camera(), sheet.usb3);
         EXPECT_EQ(getImgType(), VSC_IMG_RAW8);
         EXPECT_FALSE(isImgTypeSupported(-1) || isImgTypeSupported(4));
-        EXPECT_EQ(isCoolerCam(), sheet.cooled);
+        EXPECT_EQ(isCoolerCam(), sheet.Cooled());
         for (int bin = -1; bin <= 5; ++bin)
             EXPECT_EQ(isBinSupported(bin), bin >= 1 && bin <= sheet.sensor.largestBin) << bin;
         if (&sheet.sensor == &k470) {
             EXPECT_FLOAT_EQ(getElectronsPerADU(), 3.584F);
-            std::array<int, 4> figures{};
+            int figures[4] = {};
             getGainOffset(&figures[0], &figures[1], &figures[2], &figures[3]);
-            EXPECT_EQ(figures, (std::array{10, 18, 300, 75}));
+            EXPECT_EQ(std::vector(figures, figures + 4), (std::vector{10, 18, 300, 75}));
         }
-        EXPECT_EQ(CurrentCamera()->model.adcBits, sheet.sensor.adcBits);
 
         ExpectRange(CONTROL_GAIN, sheet.sensor.gain);
         ExpectRange(CONTROL_EXPOSURE, sheet.exposureUs);
-        EXPECT_EQ(Value(CONTROL_BRIGHTNESS), sheet.sensor.brightness.initial);
-        EXPECT_EQ(getMax(CONTROL_BRIGHTNESS), sheet.sensor.brightness.max);
         Range bandwidth = sheet.bandwidth;
         if (sheet.usb3) // on a USB 3.0 host, as here
             bandwidth.initial = bandwidth.max;
         ExpectRange(CONTROL_BANDWIDTH, bandwidth);
-        EXPECT_EQ(Value(CONTROL_GAMMA), 50);
-        EXPECT_EQ(Value(CONTROL_WB_RED), sheet.red);
-        EXPECT_EQ(Value(CONTROL_WB_BLUE), sheet.blue);
-
-        EXPECT_EQ(isAvailable(CONTROL_WB_RED), sheet.colour);
-        EXPECT_EQ(isAvailable(CONTROL_COOLER_ON), sheet.cooled);
+        EXPECT_EQ(isAvailable(CONTROL_WB_RED), sheet.Colour());
+        EXPECT_EQ(isAvailable(CONTROL_COOLER_ON), sheet.Cooled());
         EXPECT_EQ(isAvailable(CONTROL_HARDWARE_BIN), sheet.SensorBins());
         EXPECT_EQ(Clamped(CONTROL_HARDWARE_BIN, 1), sheet.SensorBins());
         EXPECT_TRUE(isAvailable(CONTROL_HIGH_SPEED) && isAvailable(CONTROL_TEMPERATURE));
-        ExpectListedControlsToBeAvailable();
         Remove(device);
     }
 }
@@ -395,22 +338,16 @@ TEST_F(ModelsTest, EachModelUsesAllOfItsSensor)
 
 TEST_F(ModelsTest, LargeSensorsStartAtMultiplesOfSixWhenBinnedByThree)
 {
-    const struct {
-        const char *model;
-        int startAt9, startAt21; // of unbinned columns
-    } cases[] = {{"VSC430MM", 8, 20},
-                 {"VSC083MC-Cool", 6, 18},
-                 {"VSC065MC-Cool", 6, 18},
-                 {"VSC385MC-Cool", 6, 18}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.model);
-        const int device = OpenOne(c.model);
+    for (const auto &[model, step] : {std::pair{"VSC430MM", 4},
+                                      {"VSC083MC-Cool", 6},
+                                      {"VSC065MC-Cool", 6},
+                                      {"VSC385MC-Cool", 6}}) {
+        SCOPED_TRACE(model);
+        const int device = OpenOne(model);
         ASSERT_TRUE(setImageFormat(160, 120, 3, VSC_IMG_RAW8));
-        setStartPos(3, 1);
-        EXPECT_EQ(SonyNumber(device, 0x3040), c.startAt9);
+        setStartPos(7, 1); // unbinned 21, 3
+        EXPECT_EQ(SonyNumber(device, 0x3040), 21 / step * step);
         EXPECT_EQ(SonyNumber(device, 0x303C), 2);
-        setStartPos(7, 1);
-        EXPECT_EQ(SonyNumber(device, 0x3040), c.startAt21);
         Remove(device);
     }
 }

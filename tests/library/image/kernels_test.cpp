@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstring>
 #include <functional>
 #include <random>
 #include <vector>
@@ -168,20 +167,6 @@ class KernelTest : public testing::Test {
   protected:
     ~KernelTest() override { UseKernels(*m_runnable.front()); }
 
-    /// All kernels make the same image as the plain loops, which come last.
-    template <class Make> void ExpectFromEveryKernel(size_t bytes, int input, Make make)
-    {
-        Bytes plain(bytes);
-        UseKernels(*m_runnable.back());
-        make(plain.data());
-        for (const Kernels *kernels : m_runnable) {
-            Bytes image(bytes);
-            UseKernels(*kernels);
-            make(image.data());
-            ASSERT_EQ(image, plain) << kernels->name << " " << input;
-        }
-    }
-
     const std::vector<const Kernels *> m_runnable = RunnableKernels();
 };
 
@@ -205,43 +190,6 @@ TEST_F(KernelTest, EveryKernelGivesWhatThePlainLoopsGive)
                     << " at " << shape.offset;
             }
         }
-    }
-}
-
-TEST_F(KernelTest, BalanceIsThatOfTheTablesForEveryByteAndGain)
-{
-    Bytes mosaic(size_t{256} * 8); // all bytes, as samples and as means
-    for (size_t i = 0; i < mosaic.size(); ++i)
-        mosaic[i] = static_cast<uint8_t>(i % 256);
-    for (int gain = -1; gain <= kLargestKernelGain + 2; ++gain) {
-        CAlgorithm algorithm;
-        algorithm.RGBYUV_Init();
-        algorithm.SetRGBWB(gain, kLargestKernelGain - gain);
-        ExpectFromEveryKernel(3 * mosaic.size(), gain, [&](uint8_t *image) {
-            algorithm.BayerConv(BayerPhase::kRG, mosaic.data(), image, 256, 8, kRgb24);
-        });
-        if (HasFatalFailure())
-            return;
-    }
-}
-
-TEST_F(KernelTest, LuminanceAndChromaAreThoseOfTheTablesForEveryColour)
-{
-    CAlgorithm algorithm;
-    algorithm.RGBYUV_Init();
-    constexpr size_t kPixels = size_t{2} * 256 * 256; // each colour twice, for both chroma bytes
-    Bytes rgb(3 * kPixels);
-    for (int first = 0; first < 256; ++first) {
-        for (size_t i = 0; i < kPixels; ++i) {
-            rgb[3 * i] = static_cast<uint8_t>(first);
-            rgb[3 * i + 1] = static_cast<uint8_t>(i / 2);
-            rgb[3 * i + 2] = static_cast<uint8_t>(i / 512);
-        }
-        ExpectFromEveryKernel(2 * kPixels, first, [&](uint8_t *image) {
-            algorithm.RGB2YUV2(rgb.data(), image, 512, 256, false);
-        });
-        if (HasFatalFailure())
-            return;
     }
 }
 

@@ -5,14 +5,10 @@
 #include "library/wire.h"
 #include "models/sony/s470.h"
 
-#include <gtest/gtest.h>
 #include <stdlib.h>
 
 #include <chrono>
-#include <functional>
-#include <map>
 #include <new>
-#include <optional>
 
 namespace vsccam {
 namespace {
@@ -40,7 +36,7 @@ TEST_F(CaptureTest, StartsAndStopsTheStreamInItsOrder)
 
 TEST_F(CaptureTest, DeliversOrCountsEveryFrameHoweverFastTheReader)
 {
-    constexpr uint64_t kFrames = 3'000;
+    constexpr uint64_t kFrames = 1'000;
     for (const bool slow : {false, true}) {
         SCOPED_TRACE(slow);
         const int device = OpenSmall({.frameLimit = kFrames});
@@ -53,7 +49,7 @@ TEST_F(CaptureTest, DeliversOrCountsEveryFrameHoweverFastTheReader)
         EXPECT_TRUE(slow || frames.noneTwice);
         EXPECT_EQ(FramesProduced(device), kFrames);
         EXPECT_EQ(frames.delivered + static_cast<uint64_t>(frames.dropped), kFrames);
-        EXPECT_TRUE(slow ? frames.dropped > 750 : frames.dropped == 0) << frames.dropped;
+        EXPECT_TRUE(slow ? frames.dropped > 250 : frames.dropped == 0) << frames.dropped;
         Remove(device);
     }
 }
@@ -213,16 +209,6 @@ TEST_F(CaptureTest, ResetsTheDeviceAtTheFourthEmptyReadInARow)
     }
 }
 
-TEST_F(CaptureTest, StalledEndpointIsClearedWithoutAReset)
-{
-    const int device = OpenSmall({.faults = {{.fault = Fault::StallFrame, .from = 2}}});
-    startCapture();
-    ASSERT_TRUE(Number(NextFrame(1000)));
-    (void)Bus().TakeTraffic(device);
-    ExpectWholeFrames(4);
-    EXPECT_EQ(Bus().TakeTraffic(device), std::vector<std::string>{"clear halt 81"});
-}
-
 TEST_F(CaptureTest, TransferErrorIsRepeatedOnceBeforeThereIsAPause)
 {
     for (const unsigned errors : {1U, 2U}) {
@@ -288,31 +274,6 @@ TEST_F(CaptureTest, EntersAndLeavesLongExposureWhileVideoRuns)
     }
 }
 
-TEST_F(CaptureTest, SilentOrMuteCameraHoldsNobodyUp)
-{
-    for (const Fault fault : {Fault::EmptyFrame, Fault::Mute, Fault::Unplug}) {
-        SCOPED_TRACE(NameOf(fault));
-        OpenSmall({.faults = {{.fault = fault, .from = 1, .count = kForEver}}});
-        startCapture();
-        (void)NextFrame(1000);
-        ExpectNobodyIsHeldUp();
-        NextCase();
-    }
-}
-
-TEST_F(CaptureTest, MuteCooledCameraIsClosedInTimeToo)
-{
-    OpenOne("VSC470MM-Cool");
-    ASSERT_TRUE(setImageFormat(8, 2, 1, VSC_IMG_RAW8)); // a minute of cheap frames
-    setValue(CONTROL_TARGET_TEMP, -40, false);
-    setValue(CONTROL_COOLER_ON, 1, false);
-    startCapture();
-    SleepFor(60s);
-    ASSERT_GT(getValue(CONTROL_COOLER_POWER, nullptr), 0);
-    FailNext("libusb_control_transfer", 1'000'000, LIBUSB_ERROR_TIMEOUT);
-    EXPECT_LE(Took(closeCamera), 2000U);
-}
-
 TEST_F(CaptureTest, AThreadThatThrowsEndsAlone)
 {
     Thread thread;
@@ -323,7 +284,7 @@ TEST_F(CaptureTest, AThreadThatThrowsEndsAlone)
 TEST_F(CaptureTest, DeletingACameraEndsWhatRuns)
 {
     const int device = Bus().Plug("VSC470MM-Cool");
-    for (int i = 0; i < 5; ++i) {
+    for (int i = 0; i < 3; ++i) {
         auto *const cooled = new CCameraS470MM_C(0UL);
         std::unique_ptr<CCameraBase> camera(cooled); // which is how hosts' cameras are deleted
         ASSERT_TRUE(camera->OpenCamera(1) && camera->InitCamera());
@@ -331,7 +292,7 @@ TEST_F(CaptureTest, DeletingACameraEndsWhatRuns)
         ASSERT_TRUE(camera->SetExp(10'000, true));
         cooled->SetAutoTemp(true, -40);
         ASSERT_TRUE(camera->StartCapture(false));
-        SleepFor(std::chrono::milliseconds(3900 + 52 * i));
+        SleepFor(std::chrono::milliseconds(3900 + 104 * i));
         ASSERT_GT(camera->cooler.state.Now().powerPercent, 0);
         (void)Bus().TakeTraffic(device);
         camera.reset();
@@ -339,22 +300,6 @@ TEST_F(CaptureTest, DeletingACameraEndsWhatRuns)
         EXPECT_EQ(std::ranges::count(end, "cooler 255"), 1);
         EXPECT_EQ(end.back(), "close");
     }
-}
-
-/// The registers of the sensor that are not 0, by address, and behind them those of the FPGA.
-std::map<int, int> Registers(vscsim::Camera &camera)
-{
-    std::map<int, int> registers;
-    for (int address = 0; address <= UINT16_MAX; ++address) {
-        if (const int value = camera.SensorRegister(static_cast<uint16_t>(address)); value != 0)
-            registers[address] = value;
-    }
-    for (uint8_t number = 0; number < 32; ++number)
-        registers[UINT16_MAX + 1 + number] = camera.FpgaRegister(number);
-    // Of passing states: what putting a sensor to sleep leaves, and the gate of long exposures.
-    for (const int passing : {0x5F, 0x61, UINT16_MAX + 1 + 11})
-        registers.erase(passing);
-    return registers;
 }
 
 TEST_F(CaptureTest, ALostCameraComesBackWithEveryRegisterAsItWas)
@@ -393,7 +338,7 @@ TEST_F(CaptureTest, ALostCameraComesBackWithEveryRegisterAsItWas)
         c.set();
         startCapture();
         ASSERT_FALSE(NextFrame(10'000).empty());
-        const std::map<int, int> before = Bus().With(device, Registers);
+        const std::map<int, int> before = Registers(device);
         const int gain = getValue(CONTROL_GAIN, nullptr);
         Bus().Unplug(device);
         while (!NextFrame(-1).empty()) { // no limit, and yet no endless wait
@@ -404,7 +349,7 @@ TEST_F(CaptureTest, ALostCameraComesBackWithEveryRegisterAsItWas)
         SleepFor(3s + c.unanswered * 1s);
         for (int i = 0; i < 3; ++i) // and not only what has come meanwhile
             EXPECT_FALSE(NextFrame(-1).empty());
-        EXPECT_EQ(Bus().With(device, Registers), before);
+        EXPECT_EQ(Registers(device), before);
         EXPECT_GE(getDroppedFrames(), 3'000'000 / std::max(c.exposureUs, 100'000));
         EXPECT_EQ(getValue(CONTROL_GAIN, nullptr), gain);
         EXPECT_EQ(getValue(CONTROL_BANDWIDTH, nullptr), 55);
@@ -526,7 +471,7 @@ TEST_F(CaptureTest, ACameraThatComesBackAtAnotherSpeedIsProgrammedForIt)
             return device;
         };
         const int expected = open(true);
-        const std::map<int, int> registers = Bus().With(expected, Registers);
+        const std::map<int, int> registers = Registers(expected);
         const int bandwidth = getValue(CONTROL_BANDWIDTH, nullptr);
         Remove(expected);
         const int device = open(false);
@@ -536,7 +481,7 @@ TEST_F(CaptureTest, ACameraThatComesBackAtAnotherSpeedIsProgrammedForIt)
             EXPECT_FALSE(NextFrame(-1).empty());
         EXPECT_EQ(isUSB3Host(), c.after == LinkSpeed::Super);
         EXPECT_EQ(getValue(CONTROL_BANDWIDTH, nullptr), bandwidth);
-        EXPECT_EQ(Bus().With(device, Registers), registers);
+        EXPECT_EQ(Registers(device), registers);
         Remove(device);
     }
 }
@@ -681,33 +626,6 @@ TEST_F(CaptureTest, LongExposureSurvivesOneIoErrorAndFailsAtTheSecond)
     }
 }
 
-TEST_F(CaptureTest, ASingleExposureWithoutAFrameFails)
-{
-    for (const Fault fault : {Fault::EmptyFrame, Fault::BadTail, Fault::Mute, Fault::Unplug}) {
-        for (const int exposureUs : {10'000, 500'000, 2'000'000}) {
-            SCOPED_TRACE(testing::Message() << NameOf(fault) << " " << exposureUs);
-            OpenSmall({.faults = {{.fault = fault, .count = kForEver}}}, exposureUs);
-            EXPECT_LT(Took(Expose), 60'000U);
-            EXPECT_EQ(getExpStatus(), VSC_EXP_FAILED);
-            EXPECT_TRUE(ExposedFrame().empty());
-            EXPECT_EQ(getExpStatus(), VSC_EXP_IDLE);
-            closeCamera();
-            NextCase();
-        }
-    }
-}
-
-TEST_F(CaptureTest, AnExposureThatLosesItsCameraCostsNoOther)
-{
-    const int device = OpenSmall({}, 2'000'000);
-    startExposure();
-    SleepFor(500ms);
-    Bus().Replug(device); // it is back at once
-    EXPECT_EQ(WaitWhileWorking(), VSC_EXP_FAILED);
-    EXPECT_EQ(Expose(), VSC_EXP_SUCCESS);
-    EXPECT_TRUE(Number(ExposedFrame()));
-}
-
 TEST_F(CaptureTest, AbortedExposureGoesBackToIdleAtOnce)
 {
     OpenSmall();
@@ -771,22 +689,6 @@ TEST_F(CaptureTest, QueuesTheRestOfAFrameAsMemoryBecomesFree)
     EXPECT_GT(getDroppedFrames(), 0);
     Bus().LimitUsbfsMemory(0);
     EXPECT_TRUE(PatternNumber(NextFrame(5000), 1936, 0, 0));
-}
-
-TEST_F(CaptureTest, ControlsMayChangeFromTheHostWhileVideoRuns)
-{
-    OpenSmall();
-    setValue(CONTROL_EXPOSURE, 1'000, true); // automatic: other threads are about, too
-    startCapture();
-    for (int i = 0; i < 200; ++i) {
-        setValue(CONTROL_GAIN, i, false);
-        setValue(CONTROL_EXPOSURE, 1'000 + i, i % 2 == 0);
-        setValue(CONTROL_GAMMA, 50, false);
-        (void)getSensorTemp();
-        if (i % 10 == 0) {
-            ASSERT_TRUE(Number(NextFrame(2000))) << i;
-        }
-    }
 }
 
 /// One host session: everything that a program usually does.

@@ -4,8 +4,6 @@
 #include "models/thermometer.h"
 #include "support/simulated_bus.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <limits>
 #include <utility>
@@ -20,12 +18,9 @@ TEST(Thermistor, TellsTheTemperatureInItsTable)
         int seriesKOhm;
         float celsius;
     } cases[] = {
-        {128, 10, 25.0F},     // 10 kOhm, an entry of the table
-        {128, 5, 41.5257F},   // 5 kOhm, between 5.1053 and 4.905
-        {142, 10, 20.0804F},  // 12.45614 kOhm
-        {196, 10, 0.0463F},   // 32.66667 kOhm
-        {232, 10, -19.8291F}, // 96.66667 kOhm, the coldest
-        {12, 10, 110.9998F},  // 0.491803 kOhm, the hottest
+        {128, 10, 25.0F},    // 10 kOhm, an entry of the table
+        {128, 5, 41.5257F},  // 5 kOhm, between 5.1053 and 4.905
+        {12, 10, 110.9998F}, // 0.491803 kOhm, the hottest
     };
     for (const auto &c : cases) {
         const auto celsius = ThermistorTemperature(c.ad, c.seriesKOhm);
@@ -58,8 +53,7 @@ TEST(Thermometer, TellsTwelveBitsTwosComplementInSixteenths)
     const struct {
         uint8_t low, high;
         float celsius;
-    } cases[] = {{0x00, 0x19, 25.0F},    {0x10, 0x00, 0.0625F}, {0xF0, 0x7F, 127.9375F},
-                 {0xF0, 0xFF, -0.0625F}, {0x00, 0xF6, -10.0F},  {0x00, 0x80, -128.0F}};
+    } cases[] = {{0xF0, 0x7F, 127.9375F}, {0xF0, 0xFF, -0.0625F}, {0x00, 0x80, -128.0F}};
     for (const auto &c : cases)
         EXPECT_FLOAT_EQ(ThermometerTemperature(c.low, c.high), c.celsius);
 }
@@ -69,28 +63,15 @@ using BoardThermometer = SimulatedBus;
 // 20 degrees in steps of the 8-bit converter, where the sensor would tell 20.0.
 constexpr float kRoomC = 20.0804F;
 
-TEST_F(BoardThermometer, IsReadInPlaceOfTheSensors)
-{
-    const auto expectThermistor = []<class Camera>(std::in_place_type_t<Camera> type,
-                                                   const char *model) {
-        vscsim::Bus::Instance().Reset();
-        OpenedCamera camera(type, model);
-        EXPECT_NEAR(camera->GetSensorTemp(), kRoomC, 1e-3) << model;
-        EXPECT_EQ(camera.Traffic(), Wire("temp?")) << model;
-    };
-    expectThermistor(std::in_place_type<CCameraS065MC>, "VSC065MC-Cool");
-    expectThermistor(std::in_place_type<CCameraS083MC>, "VSC083MC-Cool");
-    expectThermistor(std::in_place_type<CCameraS385MC>, "VSC385MC-Cool");
-}
-
-TEST_F(BoardThermometer, KeepsTheLastGoodReading)
+TEST_F(BoardThermometer, IsReadInPlaceOfTheSensorsAndKeepsTheLastGoodReading)
 {
     const auto plan = vscsim::ParseFaultPlan("refuse-request:c7@1,short-answer:c7@2=0", nullptr);
-    ASSERT_TRUE(plan);
-    OpenedCamera camera(std::in_place_type<CCameraS083MC>, "VSC083MC-Cool", {.faults = *plan});
+    OpenedCamera camera(std::in_place_type<CCameraS083MC>, "VSC083MC-Cool",
+                        {.faults = plan.value()});
     // An empty answer reads as a shorted thermistor.
     for (const char *answer : {"good", "refused", "empty", "good again"})
         EXPECT_NEAR(camera->GetSensorTemp(), kRoomC, 1e-3) << answer;
+    EXPECT_EQ(camera.Traffic(), Wire("temp?; temp?; temp?; temp?"));
 }
 
 } // namespace

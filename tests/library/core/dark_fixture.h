@@ -5,8 +5,6 @@
 #include "library/wire.h"
 #include "models/sony/s470.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>

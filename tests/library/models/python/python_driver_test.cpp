@@ -2,14 +2,10 @@
 #include "library/wire.h"
 #include "models/python/s048.h"
 
-#include <gtest/gtest.h>
-
 #include <array>
 #include <cstdio>
 #include <functional>
 #include <map>
-#include <sstream>
-#include <utility>
 
 namespace vsccam {
 namespace {
@@ -191,18 +187,6 @@ TEST_F(PythonDriverTest, WritesEachControlAsTheSensorWantsIt)
         SCOPED_TRACE(c.name);
         EXPECT_TRUE(c.set(*camera.operator->()));
         EXPECT_EQ(camera.Traffic(), wire.Then(c.wire).Take());
-    }
-}
-
-TEST_F(PythonDriverTest, HighSpeedChangesWhileVideoRunsWithoutATornFrame)
-{
-    OpenOne("VSC048MM");
-    ASSERT_TRUE(setImageFormat(640, 480, 1, VSC_IMG_RAW8));
-    startCapture();
-    for (int i = 0; i < 20; ++i) {
-        const Bytes frame = NextFrame(5000);
-        ASSERT_TRUE(!frame.empty() && PatternNumber(frame, 640, 0, 0)) << i;
-        setValue(CONTROL_HIGH_SPEED, i % 2, false);
     }
 }
 
