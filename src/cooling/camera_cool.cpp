@@ -4,7 +4,6 @@
 #include "usb/requests.h"
 
 #include <cmath>
-#include <mutex>
 #include <utility>
 
 namespace vsccam {
@@ -41,7 +40,7 @@ bool CCameraCool::CloseCamera()
 
 bool CCameraCool::SetDA(int code)
 {
-    const std::lock_guard lock(m_coolerSection);
+    const SectionLock lock(m_coolerSection);
     if (code == m_cooler.lastCodeSent)
         return true;
     m_cooler.driveCode = m_cooler.lastCodeSent = code;
@@ -59,7 +58,7 @@ bool CCameraCool::SetDA(int code)
 
 bool CCameraCool::SetPowerPerc(float percent)
 {
-    const std::lock_guard lock(m_coolerSection);
+    const SectionLock lock(m_coolerSection);
     const DriveSetting drive = DriveForPower(percent);
     OutputDbgPrint("fIPerc%.2f iDA%d \n", static_cast<double>(drive.percent), drive.code);
     const bool ok = SetDA(drive.code);
@@ -69,7 +68,7 @@ bool CCameraCool::SetPowerPerc(float percent)
 
 void CCameraCool::SetAutoTemp(bool on, float targetC)
 {
-    const std::lock_guard lock(m_coolerSection);
+    const SectionLock lock(m_coolerSection);
     m_coolerOn = on;
     m_targetTempC = TargetDegrees(targetC);
     m_cooler.heldPower.reset();
@@ -84,7 +83,7 @@ void CCameraCool::PID_init(float kp, float ki, float kd)
 
 bool CCameraCool::SetFanOn(bool on)
 {
-    const std::lock_guard lock(m_coolerSection);
+    const SectionLock lock(m_coolerSection);
     const bool ok = WriteFPGAREG(kFpgaFan, on ? kFanRuns : kFanStands);
     if (ok)
         m_fanOn = on;
@@ -97,7 +96,7 @@ void CCameraCool::StartAutoTempThr()
     if (m_coolerRunning)
         return;
     {
-        const std::lock_guard lock(m_coolerSection);
+        const SectionLock lock(m_coolerSection);
         m_cooler.lastReading = Clock::now(); // the wait for the first one begins
     }
     m_coolerRunning.Set();
@@ -121,7 +120,7 @@ void CCameraCool::StopAutoTempThr()
 
 void CCameraCool::OnInitialised()
 {
-    const std::lock_guard lock(m_coolerSection); // no control step in between
+    const SectionLock lock(m_coolerSection); // no control step in between
     StartAutoTempThr();
     (void)SetPowerPerc(0.0F); // that a camera is mute is noticed elsewhere
     SetAutoTemp(false, static_cast<float>(m_targetTempC));
@@ -129,7 +128,7 @@ void CCameraCool::OnInitialised()
 
 void CCameraCool::OnReconnected()
 {
-    const std::lock_guard lock(m_coolerSection);
+    const SectionLock lock(m_coolerSection);
     (void)SetFanOn(m_fanOn);
     m_cooler.lastCodeSent = kNothingSent; // the camera forgot it
     (void)SetDA(m_cooler.driveCode);
@@ -160,7 +159,7 @@ bool CCameraCool::ReadTemperature()
 /// The end of a turn, with the last reading that was made in it.
 void CCameraCool::AutoTemp(std::optional<float> reading)
 {
-    const std::lock_guard lock(m_coolerSection);
+    const SectionLock lock(m_coolerSection);
     const bool taken = reading && TakeReading(*reading);
     if (!m_coolerOn)
         return;
@@ -192,10 +191,12 @@ void CCameraCool::Regulate(float celsius)
     OutputDbgPrint("T%.2f p%.2f i%.2f d%.2f cur%.2f\n", static_cast<double>(celsius),
                    static_cast<double>(step.p), static_cast<double>(step.i),
                    static_cast<double>(step.d), static_cast<double>(m_coolerPower));
-    ApplyCorrection(step, {m_coolerPower, m_cooler.driveCode}, [this](float percent) {
+    // Called before this returns, with the section held.
+    const auto setPower = [this](float percent) VSC_NO_ANALYSIS {
         (void)SetPowerPerc(percent); // the controller does not repeat what failed
         return DriveSetting{m_coolerPower, m_cooler.driveCode};
-    });
+    };
+    ApplyCorrection(step, {m_coolerPower, m_cooler.driveCode}, setPower);
 }
 
 /// Takes some of the power back. Target and regulation stay as they are set.

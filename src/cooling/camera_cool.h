@@ -45,15 +45,15 @@ class CCameraCool : public CCameraBase {
     void AutoTempFunc();
     bool ReadTemperature();
     void AutoTemp(std::optional<float> reading);
-    bool TakeReading(float celsius);
-    void Regulate(float celsius);
-    void GiveWay();
-    void EndGivingWay(float celsius);
-    void PID_init(float kp, float ki, float kd);
+    bool TakeReading(float celsius) VSC_REQUIRES(m_coolerSection);
+    void Regulate(float celsius) VSC_REQUIRES(m_coolerSection);
+    void GiveWay() VSC_REQUIRES(m_coolerSection);
+    void EndGivingWay(float celsius) VSC_REQUIRES(m_coolerSection);
+    void PID_init(float kp, float ki, float kd) VSC_REQUIRES(m_coolerSection);
 
     static constexpr int kNothingSent = -1;
 
-    // Guarded by m_coolerSection. Plain values: the object is destroyed as a CCameraBase.
+    // Plain values: the object is destroyed as a CCameraBase.
     struct Cooler {
         int driveCode = kNoCurrentCode;
         int lastCodeSent = kNothingSent;
@@ -63,7 +63,7 @@ class CCameraCool : public CCameraBase {
     };
     static_assert(std::is_trivially_destructible_v<Cooler>);
 
-    Cooler m_cooler;
+    Cooler m_cooler VSC_GUARDED_BY(m_coolerSection);
 };
 
 } // namespace vsccam

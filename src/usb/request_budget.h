@@ -72,15 +72,15 @@ class RequestBudget {
 };
 
 /// Held over requests that belong together. Who waits for it waits for somebody else's answers.
-class RequestSection {
+class VSC_CAPABILITY RequestSection {
   public:
-    void lock()
+    void lock() VSC_ACQUIRE() VSC_NO_ANALYSIS // it passes for the section that it is made of
     {
         const auto start = Clock::now();
         m_section.lock();
         RequestBudget::ChargeWait(start);
     }
-    void unlock() { m_section.unlock(); }
+    void unlock() VSC_RELEASE() VSC_NO_ANALYSIS { m_section.unlock(); }
 
   private:
     RecursiveCriticalSection m_section;
