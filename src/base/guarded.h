@@ -2,7 +2,6 @@
 
 #include "base/sync.h"
 
-#include <mutex>
 #include <utility>
 
 namespace vsccam {
@@ -19,20 +18,20 @@ template <class T> class Guarded {
     /// waits may happen in there: no request to a camera, and no other lock.
     template <class Use> decltype(auto) With(Use use)
     {
-        const std::lock_guard lock(m_section);
+        const SectionLock lock(m_section);
         return use(m_value);
     }
 
     /// A copy, all of one moment.
     T Now() const
     {
-        const std::lock_guard lock(m_section);
+        const SectionLock lock(m_section);
         return m_value;
     }
 
   private:
     mutable CriticalSection m_section;
-    T m_value{};
+    T m_value VSC_GUARDED_BY(m_section){};
 };
 
 } // namespace vsccam

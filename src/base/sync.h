@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/clock.h"
+#include "base/thread_safety.h"
 #include "base/time_source.h"
 
 #include <atomic>
@@ -35,10 +36,11 @@ template <class T> class Shared {
     std::atomic<T> m_value{};
 };
 
-/// The library's mutex. Lock it with std::lock_guard or std::unique_lock.
-template <class Mutex> class BasicCriticalSection {
+/// The library's mutex. Lock it with a SectionLock. How it does it is out of the analysis: it knows
+/// nothing of std::mutex.
+template <class Mutex> class VSC_CAPABILITY BasicCriticalSection {
   public:
-    void lock()
+    void lock() VSC_ACQUIRE() VSC_NO_ANALYSIS
     {
         TimeSource *source = CurrentTimeSource();
         if (!source) {
@@ -57,9 +59,9 @@ template <class Mutex> class BasicCriticalSection {
         --m_contenders;
     }
 
-    bool try_lock() { return m_mutex.try_lock(); }
+    bool try_lock() VSC_TRY_ACQUIRE(true) VSC_NO_ANALYSIS { return m_mutex.try_lock(); }
 
-    void unlock()
+    void unlock() VSC_RELEASE() VSC_NO_ANALYSIS
     {
         m_mutex.unlock();
         TimeSource *source = CurrentTimeSource();
@@ -75,6 +77,37 @@ template <class Mutex> class BasicCriticalSection {
 using CriticalSection = BasicCriticalSection<std::mutex>;
 using RecursiveCriticalSection = BasicCriticalSection<std::recursive_mutex>;
 
+/// Holds a section as long as it lives, but for the time between unlock and lock.
+template <class Section> class VSC_SCOPED_CAPABILITY SectionLock {
+  public:
+    explicit SectionLock(Section &section) VSC_ACQUIRE(section) : m_section(section)
+    {
+        m_section.lock();
+    }
+    ~SectionLock() VSC_RELEASE()
+    {
+        if (m_held)
+            m_section.unlock();
+    }
+    SectionLock(const SectionLock &) = delete;
+    SectionLock &operator=(const SectionLock &) = delete;
+
+    void lock() VSC_ACQUIRE()
+    {
+        m_section.lock();
+        m_held = true;
+    }
+    void unlock() VSC_RELEASE()
+    {
+        m_held = false;
+        m_section.unlock();
+    }
+
+  private:
+    Section &m_section;
+    bool m_held = true;
+};
+
 /// Lets threads wait until something holds that a CriticalSection guards.
 class Condition {
   public:
@@ -86,8 +119,9 @@ class Condition {
     }
 
     /// Waits with the lock released until `predicate` holds; false when `deadline` passed first.
+    /// Whoever calls holds the lock before and afterwards, and so does the predicate.
     template <class Lock, class Predicate>
-    bool WaitUntil(Lock &lock, Clock::time_point deadline, Predicate predicate)
+    bool WaitUntil(Lock &lock, Clock::time_point deadline, Predicate predicate) VSC_NO_ANALYSIS
     {
         TimeSource *source = CurrentTimeSource();
         if (!source)
@@ -134,7 +168,7 @@ class RunFlag {
     void Clear()
     {
         {
-            const std::lock_guard lock(m_section);
+            const SectionLock lock(m_section);
             m_running.store(false, std::memory_order_release);
         }
         m_cleared.NotifyAll();
@@ -143,7 +177,7 @@ class RunFlag {
     /// Sleeps while the flag is set; false when it was cleared.
     bool SleepFor(std::chrono::milliseconds time)
     {
-        std::unique_lock lock(m_section);
+        SectionLock lock(m_section);
         return !m_cleared.WaitUntil(lock, Clock::now() + time, [this] { return !*this; });
     }
 

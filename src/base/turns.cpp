@@ -1,24 +1,28 @@
 #include "base/turns.h"
 
-#include <mutex>
-
 namespace vsccam {
 
 Turns::Turn::Turn(Turns &turns, Clock::time_point deadline) : m_turns(turns)
 {
     {
-        std::unique_lock lock(turns.m_section);
-        Turn **last = &turns.m_first;
+        SectionLock lock(m_turns.m_section);
+        Turn **last = &m_turns.m_first;
         while (*last)
             last = &(*last)->m_next;
         *last = this;
-        m_ended = turns.m_closed;
-        const auto isNext = [this] { return m_turns.m_first == this && m_turns.m_pauses == 0; };
-        (void)turns.m_changed.WaitUntil(lock, deadline, [&] { return m_ended || isNext(); });
-        m_granted = !m_ended && isNext();
+        m_ended = m_turns.m_closed;
+        (void)m_turns.m_changed.WaitUntil(lock, deadline, [this]() VSC_REQUIRES(m_turns.m_section) {
+            return m_ended || IsNext();
+        });
+        m_granted = !m_ended && IsNext();
     }
     if (!m_granted)
         m_turns.Remove(*this);
+}
+
+bool Turns::Turn::IsNext() const
+{
+    return m_turns.m_first == this && m_turns.m_pauses == 0;
 }
 
 Turns::Turn::~Turn()
@@ -30,7 +34,7 @@ Turns::Turn::~Turn()
 void Turns::Remove(const Turn &turn)
 {
     {
-        const std::lock_guard lock(m_section);
+        const SectionLock lock(m_section);
         Turn **link = &m_first;
         while (*link != &turn)
             link = &(*link)->m_next;
@@ -57,7 +61,7 @@ bool Turns::OthersToLeave() const
 void Turns::Close()
 {
     {
-        const std::lock_guard lock(m_section);
+        const SectionLock lock(m_section);
         m_closed = true;
         EndAll();
     }
@@ -67,7 +71,7 @@ void Turns::Close()
 Turns::Pause::Pause(Turns &turns) : m_turns(turns)
 {
     {
-        const std::lock_guard lock(turns.m_section);
+        const SectionLock lock(turns.m_section);
         if (turns.m_pauses++ == 0) // in a pause that contains this one, all have left already
             turns.EndAll();
     }
@@ -77,7 +81,7 @@ Turns::Pause::Pause(Turns &turns) : m_turns(turns)
 Turns::Pause::~Pause()
 {
     {
-        const std::lock_guard lock(m_turns.m_section);
+        const SectionLock lock(m_turns.m_section);
         --m_turns.m_pauses;
     }
     m_turns.m_changed.NotifyAll();
@@ -85,8 +89,10 @@ Turns::Pause::~Pause()
 
 void Turns::Pause::AwaitEnd()
 {
-    std::unique_lock lock(m_turns.m_section);
-    m_turns.m_changed.Wait(lock, [this] { return m_turns.m_closed || !m_turns.OthersToLeave(); });
+    SectionLock lock(m_turns.m_section);
+    m_turns.m_changed.Wait(lock, [this]() VSC_REQUIRES(m_turns.m_section) {
+        return m_turns.m_closed || !m_turns.OthersToLeave();
+    });
 }
 
 } // namespace vsccam

@@ -21,15 +21,16 @@ class Turns {
     void Close();
 
   private:
-    void EndAll();
-    void Remove(const Turn &turn);
-    bool OthersToLeave() const;
+    void EndAll() VSC_REQUIRES(m_section);
+    void Remove(const Turn &turn) VSC_EXCLUDES(m_section);
+    bool OthersToLeave() const VSC_REQUIRES(m_section);
 
-    CriticalSection m_section; // guards everything below, and the turns in the queue
+    CriticalSection m_section; // also guards the turns in the queue
     Condition m_changed;
-    Turn *m_first = nullptr; // the turn that is taken, and behind it those that wait
-    int m_pauses = 0;
-    bool m_closed = false;
+    /// The turn that is taken, and behind it those that wait.
+    Turn *m_first VSC_GUARDED_BY(m_section) = nullptr;
+    int m_pauses VSC_GUARDED_BY(m_section) = 0;
+    bool m_closed VSC_GUARDED_BY(m_section) = false;
 };
 
 /// The turn of one thread. The constructor waits for it, and the destructor ends it.
@@ -46,6 +47,8 @@ class Turns::Turn {
 
   private:
     friend Turns;
+
+    bool IsNext() const VSC_REQUIRES(m_turns.m_section);
 
     Turns &m_turns;
     const std::thread::id m_thread = std::this_thread::get_id();

@@ -4,7 +4,6 @@
 #include "usb/requests.h"
 
 #include <cmath>
-#include <mutex>
 #include <utility>
 
 namespace vsccam {
@@ -41,7 +40,7 @@ bool CCameraCool::CloseCamera()
 
 bool CCameraCool::SetDA(int code)
 {
-    const std::lock_guard lock(cooler.section);
+    const SectionLock lock(cooler.section);
     if (code == m_cooler.lastCodeSent)
         return true;
     m_cooler.driveCode = m_cooler.lastCodeSent = code;
@@ -59,7 +58,7 @@ bool CCameraCool::SetDA(int code)
 
 bool CCameraCool::SetPowerPerc(float percent)
 {
-    const std::lock_guard lock(cooler.section);
+    const SectionLock lock(cooler.section);
     const DriveSetting drive = DriveForPower(percent);
     OutputDbgPrint("fIPerc%.2f iDA%d \n", static_cast<double>(drive.percent), drive.code);
     const bool ok = SetDA(drive.code);
@@ -69,7 +68,7 @@ bool CCameraCool::SetPowerPerc(float percent)
 
 void CCameraCool::SetAutoTemp(bool on, float targetC)
 {
-    const std::lock_guard lock(cooler.section);
+    const SectionLock lock(cooler.section);
     cooler.state.With([=](CoolerState &s) {
         s.on = on;
         s.targetC = TargetDegrees(targetC);
@@ -86,7 +85,7 @@ void CCameraCool::PID_init(float kp, float ki, float kd)
 
 bool CCameraCool::SetFanOn(bool on)
 {
-    const std::lock_guard lock(cooler.section);
+    const SectionLock lock(cooler.section);
     const bool ok = WriteFPGAREG(kFpgaFan, on ? kFanRuns : kFanStands);
     if (ok)
         cooler.state.With([on](CoolerState &s) { s.fanOn = on; });
@@ -99,7 +98,7 @@ void CCameraCool::StartAutoTempThr()
     if (cooler.running)
         return;
     {
-        const std::lock_guard lock(cooler.section);
+        const SectionLock lock(cooler.section);
         m_cooler.lastReading = Clock::now(); // the wait for the first one begins
     }
     cooler.running.Set();
@@ -123,7 +122,7 @@ void CCameraCool::StopAutoTempThr()
 
 void CCameraCool::OnInitialised()
 {
-    const std::lock_guard lock(cooler.section); // no control step in between
+    const SectionLock lock(cooler.section); // no control step in between
     StartAutoTempThr();
     (void)SetPowerPerc(0.0F); // that a camera is mute is noticed elsewhere
     SetAutoTemp(false, static_cast<float>(cooler.state.Now().targetC));
@@ -131,7 +130,7 @@ void CCameraCool::OnInitialised()
 
 void CCameraCool::OnReconnected()
 {
-    const std::lock_guard lock(cooler.section);
+    const SectionLock lock(cooler.section);
     (void)SetFanOn(cooler.state.Now().fanOn);
     m_cooler.lastCodeSent = kNothingSent; // the camera forgot it
     (void)SetDA(m_cooler.driveCode);
@@ -162,7 +161,7 @@ bool CCameraCool::ReadTemperature()
 /// The end of a turn, with the last reading that was made in it.
 void CCameraCool::AutoTemp(std::optional<float> reading)
 {
-    const std::lock_guard lock(cooler.section);
+    const SectionLock lock(cooler.section);
     const bool taken = reading && TakeReading(*reading);
     if (!cooler.state.Now().on)
         return;
@@ -196,11 +195,12 @@ void CCameraCool::Regulate(float celsius)
                    static_cast<double>(step.p), static_cast<double>(step.i),
                    static_cast<double>(step.d),
                    static_cast<double>(cooler.state.Now().powerPercent));
-    ApplyCorrection(step, {cooler.state.Now().powerPercent, m_cooler.driveCode},
-                    [this](float percent) {
-                        (void)SetPowerPerc(percent); // the controller does not repeat what failed
-                        return DriveSetting{cooler.state.Now().powerPercent, m_cooler.driveCode};
-                    });
+    // Called before this returns, with the section held.
+    const auto setPower = [this](float percent) VSC_NO_ANALYSIS {
+        (void)SetPowerPerc(percent); // the controller does not repeat what failed
+        return DriveSetting{cooler.state.Now().powerPercent, m_cooler.driveCode};
+    };
+    ApplyCorrection(step, {cooler.state.Now().powerPercent, m_cooler.driveCode}, setPower);
 }
 
 /// Takes some of the power back. Target and regulation stay as they are set.

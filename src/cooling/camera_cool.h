@@ -45,15 +45,15 @@ class CCameraCool : public CCameraBase {
     void AutoTempFunc();
     bool ReadTemperature();
     void AutoTemp(std::optional<float> reading);
-    bool TakeReading(float celsius);
-    void Regulate(float celsius);
-    void GiveWay();
-    void EndGivingWay(float celsius);
-    void PID_init(float kp, float ki, float kd);
+    bool TakeReading(float celsius) VSC_REQUIRES(cooler.section);
+    void Regulate(float celsius) VSC_REQUIRES(cooler.section);
+    void GiveWay() VSC_REQUIRES(cooler.section);
+    void EndGivingWay(float celsius) VSC_REQUIRES(cooler.section);
+    void PID_init(float kp, float ki, float kd) VSC_REQUIRES(cooler.section);
 
     static constexpr int kNothingSent = -1;
 
-    // Guarded by cooler.section. Plain values: the object is destroyed as a CCameraBase.
+    // Plain values: the object is destroyed as a CCameraBase.
     struct Cooler {
         int driveCode = kNoCurrentCode;
         int lastCodeSent = kNothingSent;
@@ -63,7 +63,7 @@ class CCameraCool : public CCameraBase {
     };
     static_assert(std::is_trivially_destructible_v<Cooler>);
 
-    Cooler m_cooler;
+    Cooler m_cooler VSC_GUARDED_BY(cooler.section);
 };
 
 } // namespace vsccam

@@ -7,7 +7,7 @@ here=$(dirname "${BASH_SOURCE[0]}")
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-"$CMAKE" --install "$BUILD" --prefix "$work/usr" >"$work/install.log"
+"$CMAKE" --install "$BUILD" --component library --prefix "$work/usr" >"$work/install.log"
 library=$work/usr/lib/libvsccam.so
 [[ -e $library ]] || library=$(find "$work/usr" -name libvsccam.so | head -n 1)
 libraries=$(dirname "$library")
