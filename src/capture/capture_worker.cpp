@@ -60,7 +60,7 @@ void CaptureWorker::Run()
 bool CaptureWorker::Prepare()
 {
     const RequestBudget budget(kTurnLimit);
-    m_usb.SendCMD(request::kStopDataPath);
+    Command(request::kStopDataPath);
     m_sensor.StopSensorStreaming();
     OutputDbgPrint("working thread begin!\n");
     m_frame.bytes = m_camera.SettingsOfNow().frameBytes;
@@ -79,7 +79,7 @@ bool CaptureWorker::StartStream()
         FollowExposure();
     } while (m_changes.atStart != m_camera.FrameChanges());
     StartDataPath();
-    m_usb.ResetEndPoint(m_controller.endpoint);
+    ClearHalt();
     m_troubles = {};
     return m_usb.initAsyncXfer(m_frame.bytes, m_frame.transfers, kTransferBytes,
                                m_controller.endpoint);
@@ -92,7 +92,7 @@ CaptureWorker::Turn CaptureWorker::CaptureOneFrame()
         return ExposeAnew();
     FollowExposure();
     const ExposureSetting exposure = m_camera.SettingsOfNow().exposure;
-    m_present = {.exposedBy = exposure};
+    m_present = {.setting = exposure, .exposedBy = exposure};
     const uint64_t lossUs = static_cast<uint64_t>(m_troubles.drops) * exposure.us;
     if (m_single &&
         (lossUs > kSingleExposureLossUs || m_deadline.TooLateFor(exposure, Clock::now())))
@@ -182,7 +182,7 @@ BulkStream::Pass CaptureWorker::ExposeAndRead(const ExposureSetting &exposure)
     if (end == HostTimedExposure::End::CameraGone)
         return {.deviceGone = true};
     if (end == HostTimedExposure::End::CutShort)
-        ExposedByNoSetting();
+        m_present.exposedBy.reset();
     m_present.waitMs = plan.printedWaitMs;
     if (IsOfNoUse())
         return {};
@@ -224,7 +224,7 @@ bool CaptureWorker::TooManyEmptyReads(const BulkStream::Pass &pass)
 {
     OutputDbgPrint("nothing get count:%d\n", ++m_troubles.emptyReads);
     if (pass.error == LIBUSB_ERROR_PIPE)
-        m_usb.ResetEndPoint(m_controller.endpoint);
+        ClearHalt();
     if (pass.error != LIBUSB_ERROR_TIMEOUT)
         Pause(kRetryPause); // it failed at once
     return m_troubles.emptyReads >= kEmptyReadsToReset;
@@ -247,8 +247,8 @@ std::span<uint8_t> CaptureWorker::Frame() const
 
 bool CaptureWorker::InsertFrame(bool lookedAt)
 {
-    const bool inserted = m_capture.Frames().InsertBuff(
-        m_frame.bytes, lookedAt ? std::optional(m_present.exposedBy) : std::nullopt);
+    const bool inserted =
+        m_capture.Frames().InsertBuff(m_frame.bytes, lookedAt ? m_present.exposedBy : std::nullopt);
     if (!inserted && !m_single)
         m_capture.CountDrop(DropReason::RingFull);
     return inserted;
@@ -257,9 +257,9 @@ bool CaptureWorker::InsertFrame(bool lookedAt)
 CaptureWorker::Turn CaptureWorker::HandleGoodFrame()
 {
     const std::span<uint8_t> frame = Frame();
-    const ExposureSetting &exposedBy = m_present.exposedBy;
+    const std::optional<ExposureSetting> exposedBy = m_present.exposedBy;
     const CaptureSettings now = m_camera.SettingsOfNow();
-    const bool inserted = InsertFrame(now.AutomaticsLookAt(exposedBy));
+    const bool inserted = InsertFrame(exposedBy && now.AutomaticsLookAt(*exposedBy));
     if (m_single) {
         if (!inserted)
             return Fail();
@@ -267,8 +267,8 @@ CaptureWorker::Turn CaptureWorker::HandleGoodFrame()
         End(CaptureChange::WorkerSucceeds);
         return Turn::Leave;
     }
-    if (!exposedBy.IsShort() && now.exposureOrGainAuto)
-        m_camera.Adjust(frame, exposedBy);
+    if (exposedBy && !exposedBy->IsShort() && now.exposureOrGainAuto)
+        m_camera.Adjust(frame, *exposedBy);
     return Turn::GoOn;
 }
 
@@ -280,7 +280,7 @@ void CaptureWorker::HandleDrop(DropReason reason)
         HandleFixedBandwidthDrop();
     else if (m_troubles.drops > kDropsToLowerBandwidth)
         LowerBandwidth();
-    m_usb.ResetEndPoint(m_controller.endpoint);
+    ClearHalt();
 }
 
 bool CaptureWorker::MayLowerBandwidth()
@@ -385,7 +385,7 @@ CaptureWorker::Turn CaptureWorker::ProgramAgain()
 void CaptureWorker::StopStream()
 {
     m_sensor.StopSensorStreaming();
-    m_usb.SendCMD(request::kStopDataPath);
+    Command(request::kStopDataPath);
 }
 
 void CaptureWorker::CountFramesLostSince(Clock::time_point start)
@@ -419,7 +419,7 @@ void CaptureWorker::Leave()
         const LeavingSafe leaving;
         StopStream();
     }
-    m_usb.ResetEndPoint(m_controller.endpoint);
+    ClearHalt();
     if (!m_single)
         drops.Add(DropReason::NotTaken, ring.ResetCirBuff());
     m_usb.releaseAsyncXfer();

@@ -7,6 +7,7 @@
 #include "capture/exposure_deadline.h"
 #include "capture/host_timed_exposure.h"
 
+#include <optional>
 #include <span>
 
 namespace vsccam {
@@ -66,8 +67,11 @@ class CaptureWorker {
     Turn Fail();
     /// Whether a lower bandwidth is still going to be tried against drops.
     bool MayLowerBandwidth();
-    /// No setting tells how long the present frame was exposed: nobody steps exposure by it.
-    void ExposedByNoSetting() { m_present.exposedBy.us = 0; }
+    /// Sends a command that sets the camera up. That it got lost is noted by the camera, which is
+    /// programmed again then.
+    void Command(uint8_t command) { (void)m_usb.SendCMD(command); }
+    /// Ends a stall of the endpoint. The next read shows whether it did.
+    void ClearHalt() { (void)m_usb.ResetEndPoint(m_controller.endpoint); }
     /// Sleeps, unless the capture is to end.
     void Pause(std::chrono::milliseconds time) { (void)m_capture.SleepFor(time); }
 
@@ -83,7 +87,8 @@ class CaptureWorker {
     } m_frame; // of this run
 
     struct Present {
-        ExposureSetting exposedBy;
+        ExposureSetting setting;                  // in force when it began
+        std::optional<ExposureSetting> exposedBy; // nothing: no setting tells for how long
         Clock::time_point readBegan{};
         long waitMs = 0; // for the debug output
     };

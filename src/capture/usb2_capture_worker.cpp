@@ -34,8 +34,8 @@ Usb2CaptureWorker::Usb2CaptureWorker(Capture &capture, Usb2Sensor &sensor)
 void Usb2CaptureWorker::StartDataPath()
 {
     m_usb2Sensor.PrintBlackLevel();
-    m_usb.SendCMD(request::kStartSensorClock);
-    m_usb.SendCMD(request::kStartDataPath);
+    Command(request::kStartSensorClock);
+    Command(request::kStartDataPath);
     m_sensor.StartSensorStreaming();
     m_badHeads = 0;
     m_midFrame = true;
@@ -80,7 +80,7 @@ BulkStream::Pass Usb2CaptureWorker::ReadFrame(const ExposureSetting &exposure,
 void Usb2CaptureWorker::PrintIncompleteFrame(const BulkStream::Pass &pass) const
 {
     OutputDbgPrint("get len:0x%x drop:%d reset! frametime:%d waittime:%d\n", pass.received,
-                   m_troubles.drops, m_present.exposedBy.frameTimeUs,
+                   m_troubles.drops, m_present.setting.frameTimeUs,
                    static_cast<int>(m_present.waitMs));
 }
 
@@ -113,8 +113,8 @@ Usb2CaptureWorker::Turn Usb2CaptureWorker::ResetStream(const char *complaint)
     m_troubles.drops = m_troubles.emptyReads = 0;
     if (!m_usb.ResetDevice())
         return RecoverDevice();
-    m_usb.SendCMD(request::kStartSensorClock);
-    m_usb.SendCMD(request::kStartDataPath);
+    Command(request::kStartSensorClock);
+    Command(request::kStartDataPath);
     if (silent)
         m_sensor.StartSensorStreaming();
     Pause(kResetPause);
@@ -129,9 +129,9 @@ Usb2CaptureWorker::Turn Usb2CaptureWorker::HandleWholeFrame()
     if (!HasHeadMark(Frame()))
         return HandleBadHead();
     m_troubles.drops = m_badHeads = 0;
-    const bool timedByHost = m_present.exposedBy.timedByHost;
+    const bool timedByHost = m_present.setting.timedByHost;
     if (std::exchange(m_timedByHost, timedByHost) != timedByHost)
-        ExposedByNoSetting();
+        m_present.exposedBy.reset();
     return HandleGoodFrame();
 }
 
@@ -157,7 +157,7 @@ Usb2CaptureWorker::Turn Usb2CaptureWorker::HandleBadHead()
 /// has lost data. Dropping the rest of the current one makes the next read begin with a frame.
 void Usb2CaptureWorker::Realign()
 {
-    m_usb.ResetEndPoint(kImageEndpoint);
+    ClearHalt();
     m_midFrame = true;
 }
 
@@ -172,7 +172,7 @@ Usb2CaptureWorker::Turn Usb2CaptureWorker::ResetAfterBadHeads()
     m_usb2Sensor.SlowDown();
     if (!m_usb.ResetDevice())
         return RecoverDevice();
-    m_usb.SendCMD(request::kStartDataPath);
+    Command(request::kStartDataPath);
     return Turn::GoOn;
 }
 

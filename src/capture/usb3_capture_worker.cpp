@@ -24,7 +24,7 @@ Usb3CaptureWorker::Usb3CaptureWorker(Capture &capture, CaptureSensor &sensor)
 
 void Usb3CaptureWorker::StartDataPath()
 {
-    m_usb.SendCMD(request::kStartDataPath);
+    Command(request::kStartDataPath);
     m_sensor.StartSensorStreaming();
 }
 
@@ -52,7 +52,7 @@ BulkStream::Pass Usb3CaptureWorker::ReadFrame(const ExposureSetting & /*exposure
 void Usb3CaptureWorker::PrintIncompleteFrame(const BulkStream::Pass &pass) const
 {
     OutputDbgPrint("get len:0x%x drop:%d  frametime:%dus waittime:%ldms\n", pass.received,
-                   m_troubles.drops, m_present.exposedBy.frameTimeUs, m_present.waitMs);
+                   m_troubles.drops, m_present.setting.frameTimeUs, m_present.waitMs);
 }
 
 Usb3CaptureWorker::Turn Usb3CaptureWorker::HandleMissingBytes(const BulkStream::Pass &pass)
@@ -89,9 +89,9 @@ Usb3CaptureWorker::Turn Usb3CaptureWorker::ResetStream()
     m_troubles.emptyReads = m_troubles.drops = 0;
     Pause(100ms);
     m_sensor.StopSensorStreaming();
-    m_usb.SendCMD(request::kStopDataPath);
+    Command(request::kStopDataPath);
     Pause(10ms);
-    m_usb.SendCMD(request::kStartDataPath);
+    Command(request::kStartDataPath);
     m_sensor.StartSensorStreaming();
     return Turn::GoOn;
 }

@@ -2,6 +2,7 @@
 
 #include "base/debug_print.h"
 #include "capture/usb3_capture_worker.h"
+#include "models/quiet_sensor.h"
 #include "models/register_holds.h"
 #include "models/register_list.h"
 #include "models/thermometer.h"
@@ -24,6 +25,7 @@ Usb3Driver<Base>::Usb3Driver(const CameraModel &ofModel, const Usb3Traits &trait
     : Base(ofModel), m_traits(traits)
 {
     OutputDbgPrint("CCAMERA::CCAMERA()\n");
+    this->UseQuieting(QuietSensor);
     m_timing.line = traits.initialLine;
     m_timing.shortestLine = traits.initialLine.length;
 }

@@ -14,9 +14,11 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <span>
 #include <string>
+#include <utility>
 
 namespace vsccam {
 
@@ -54,29 +56,31 @@ class CCameraFX3 {
     int LostSetUps() const { return m_lostSetUps; }
 
     /// Vendor command without data, 200 ms time-out.
-    bool SendCMD(uint8_t cmd);
+    [[nodiscard]] bool SendCMD(uint8_t cmd);
     /// Vendor request, 500 ms time-out. A read clears `buf` first. The length on the wire is the
     /// low 16 bits of `len`.
-    bool SendCMD(uint8_t req, uint16_t value, uint16_t index, bool read, uint8_t *buf, long len);
+    [[nodiscard]] bool SendCMD(uint8_t req, uint16_t value, uint16_t index, bool read, uint8_t *buf,
+                               long len);
     /// Vendor request without data for what must be switched off, see LeavingSafe.
     [[nodiscard]] bool SendOff(uint8_t req, uint16_t value);
 
     /// Sensor registers: 16-bit address with 16-bit or 8-bit values.
-    bool WriteCameraRegister(uint16_t address, uint16_t value);
+    [[nodiscard]] bool WriteCameraRegister(uint16_t address, uint16_t value);
     [[nodiscard]] bool ReadCameraRegister(uint16_t address, uint16_t *value);
     [[nodiscard]] bool WriteCameraRegisterByte(uint16_t address, uint8_t value);
     [[nodiscard]] bool ReadCameraRegisterByte(uint16_t address, uint8_t *value);
-    bool WriteSONYREG(uint16_t address, uint8_t value);
+    [[nodiscard]] bool WriteSONYREG(uint16_t address, uint8_t value);
     [[nodiscard]] bool ReadSONYREG(uint16_t address, uint8_t *value);
 
     /// Changes bits startBit to endBit, inclusive, of a 16-bit register.
-    bool WriteCameraRegister_B(uint16_t address, int startBit, int endBit, uint16_t value);
+    [[nodiscard]] bool WriteCameraRegister_B(uint16_t address, int startBit, int endBit,
+                                             uint16_t value);
     /// Changes bits startBit to endBit - 1 of an 8-bit register.
     // Quirk, kept: the end bit is exclusive here and inclusive in the 16-bit form.
     [[nodiscard]] bool WriteCameraRegisterByte_B(uint16_t address, int startBit, int endBit,
                                                  uint8_t value);
 
-    bool WriteFPGAREG(uint16_t reg, uint16_t value);
+    [[nodiscard]] bool WriteFPGAREG(uint16_t reg, uint16_t value);
     [[nodiscard]] bool ReadFPGAREG(uint16_t reg, uint8_t *value);
 
     /// The data bus of the controller is either 32 bits wide or shared with the SPI flash.
@@ -132,9 +136,12 @@ class CCameraFX3 {
     /// Empties the EEPROM, so that the controller starts without firmware.
     [[nodiscard]] bool EraseFlash();
 
-    /// Firmware of the FX3, the controller of USB 3.0 cameras. No exported function reaches these
-    /// four and no program calls them: they are here for maintenance by hand, by these names.
+    /// Firmware of the FX3, the controller of USB 3.0 cameras. No exported function reaches these,
+    /// and no program calls them: they are here for maintenance by hand, by these names.
     ///
+    /// What brings sensor and FPGA to rest before the controller restarts, which then knows of
+    /// nothing that runs: the business of who knows their registers. By default nothing does.
+    void UseQuieting(std::function<void(CCameraFX3 &)> quiet) { m_quiet = std::move(quiet); }
     /// Reads an image from a file and writes it where the controller shall keep it.
     [[nodiscard]] DownloadResult DownloadFw(const std::string &path,
                                             FX3_FWDWNLOAD_MEDIA_TYPE mediaType);
@@ -148,7 +155,7 @@ class CCameraFX3 {
 
     /// Ends a stall of an endpoint. Refused while transfers are in flight that could not be
     /// cancelled, and to a camera that does not even answer a question. For the capture worker.
-    bool ResetEndPoint(uint8_t endpoint);
+    [[nodiscard]] bool ResetEndPoint(uint8_t endpoint);
     /// Resets the device on its port. Requests of other threads wait meanwhile as long as for an
     /// answer.
     [[nodiscard]] bool ResetDevice();
@@ -216,7 +223,6 @@ class CCameraFX3 {
     bool LoadEepromProgrammer(const EepromProgrammer &programmer);
     bool ProgramEeprom(std::span<const uint8_t> content);
     bool TransferEeprom(bool read, uint8_t *bytes, size_t size);
-    void QuietSensor();
     bool WriteRam(uint32_t address, std::span<const uint8_t> chunk, uint8_t req);
 
     struct FpgaVersion {
@@ -240,6 +246,7 @@ class CCameraFX3 {
     CriticalSection m_flashSection; // guards the width of the data bus
 
     BulkStream m_stream; // used by the capture worker
+    std::function<void(CCameraFX3 &)> m_quiet;
 };
 
 /// Merges `value`, shifted to `startBit`, into `old` under a mask of the bits startBit to

@@ -27,9 +27,6 @@ constexpr size_t kEepromBytes = 0x10000;
 constexpr size_t kEepromPage = 4096;
 constexpr int kEepromAttempts = 3;
 
-constexpr uint16_t kSonyReg3007 = 0x3007;
-constexpr uint16_t kFpgaMode = 0;
-constexpr auto kQuietingTime = 20ms;
 
 constexpr size_t kFlashSector = 0x10000;
 constexpr size_t kFlashPage = 256;
@@ -196,7 +193,8 @@ DownloadResult CCameraFX3::DownloadFw(const std::string &path, FX3_FWDWNLOAD_MED
 
 DownloadResult CCameraFX3::DownloadFwToRam(std::span<const uint8_t> image, uint8_t req)
 {
-    QuietSensor();
+    if (m_quiet)
+        m_quiet(*this);
     Fx3Image parsed;
     if (const DownloadResult found = ParseFx3Image(image, &parsed);
         found != DownloadResult::Success)
@@ -211,16 +209,6 @@ DownloadResult CCameraFX3::DownloadFwToRam(std::span<const uint8_t> image, uint8
     // Quirk, kept: neither the answer nor the checksum of the image is looked at.
     (void)DownloadBufferToDevice(parsed.entry, 0, nullptr, req);
     return DownloadResult::Success;
-}
-
-/// Stops sensor and FPGA before the controller restarts, which then knows of nothing that runs.
-void CCameraFX3::QuietSensor()
-{
-    // Failures do not matter: a boot loader does not know these requests.
-    (void)WriteSONYREG(kSonyReg3007, 0x40);
-    (void)WriteFPGAREG(kFpgaMode, 0);
-    SleepFor(kQuietingTime);
-    (void)SendCMD(request::kStartSensorClock);
 }
 
 bool CCameraFX3::WriteRam(uint32_t address, std::span<const uint8_t> chunk, uint8_t req)

@@ -1,5 +1,6 @@
 #include "library/host_fixture.h"
 #include "library/wire.h"
+#include "models/quiet_sensor.h"
 #include "models/usb2/s340.h"
 #include "support/temporary_file.h"
 #include "usb/firmware_image.h"
@@ -84,6 +85,7 @@ class Transport : public CCameraFX3 {
     explicit Transport(std::string_view model, vscsim::CameraOptions options = {})
         : m_device(vscsim::Bus::Instance().Plug(model, std::move(options)))
     {
+        UseQuieting(QuietSensor);
         EXPECT_TRUE(OpenDevice(vscsim::FindModel(model)->productId, 1));
         (void)Traffic();
     }
