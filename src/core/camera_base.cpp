@@ -33,7 +33,7 @@ constexpr char kNoMemoryForHotPixels[] = "no memory for the hot pixels\n";
 CCameraBase::CCameraBase(const CameraModel &ofModel)
     : model(ofModel), settings(Settings(ofModel)), programming(*this, settings),
       capture(*this, m_forCapture, ofModel.productId, LargestFrameBytes(ofModel)),
-      delivery(ofModel, capture, [this] { return settings.Now(); }),
+      delivery(ofModel, capture, settings),
       automatics(ofModel, settings, programming, capture,
                  {.gain = [this](int gain) { (void)SetGain(gain, settings.Now().gainAuto); },
                   .exposure = [this](unsigned long long us) { (void)SetExp(us, true); },

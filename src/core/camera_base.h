@@ -1,8 +1,6 @@
 #pragma once
 
 #include "base/guarded.h"
-#include "base/sync.h"
-#include "base/turns.h"
 #include "capture/capture.h"
 #include "core/automatics.h"
 #include "core/camera_for_capture.h"
@@ -12,20 +10,15 @@
 #include "core/frame_geometry.h"
 #include "core/guide_port.h"
 #include "core/programming.h"
-#include "core/raw_frame.h"
 #include "core/settings.h"
 #include "core/temperature.h"
-#include "image/exposure_setting.h"
 #include "usb/camera_fx3.h"
 
 #include <array>
-#include <chrono>
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <new>
 #include <optional>
-#include <span>
 
 namespace vsccam {
 
@@ -39,16 +32,16 @@ using CameraId = std::array<uint8_t, 8>;
 /// those that open, close, initialise or change the format, and those that start or stop captures:
 /// these come one after the other. The capture worker reads the bulk endpoint and inserts frames;
 /// the auto-control thread and the worker set gain, exposure, balance and bandwidth through the
-/// same operations as the host. Single values are Shared; sequences that belong together (store,
-/// compute, write registers) are sequences of Programming, which getters do without: it is held
-/// over USB requests. A Delivery::Pause keeps readers of frames out while a capture is stopped or
-/// the geometry changes. StopCapture, CloseCamera and destruction leave no thread behind.
+/// same operations as the host. Whoever stores, computes and writes registers does it in a sequence
+/// of Programming; whoever only asks takes a copy of the settings, and waits for nobody's requests.
+/// A Delivery::Pause keeps readers of frames out while a capture is stopped or the geometry
+/// changes. StopCapture, CloseCamera and destruction leave no thread behind.
 ///
 /// Destruction runs as CCameraBase, without a virtual destructor: whatever owns something is a
 /// member here, and derived classes have plain values only.
 class CCameraBase : public CCameraFX3 {
   public:
-    explicit CCameraBase(const CameraModel &model);
+    explicit CCameraBase(const CameraModel &ofModel);
     ~CCameraBase();
 
     static void *operator new(size_t size);

@@ -23,11 +23,6 @@ bool SubtractsDark(const Settings &settings)
 
 } // namespace
 
-Corrections::Corrections(const CameraModel &model, std::function<Settings()> settings)
-    : m_model(model), m_settings(std::move(settings))
-{
-}
-
 void Corrections::FollowRegion()
 {
     const FrameRegion region = Region();

@@ -8,7 +8,6 @@
 #include "core/settings.h"
 
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <vector>
 
@@ -27,8 +26,10 @@ struct FrameCorrections {
 /// while he asks for the settings.
 class Corrections {
   public:
-    /// @param settings  tells those of the moment
-    Corrections(const CameraModel &model, std::function<Settings()> settings);
+    Corrections(const CameraModel &model, const Guarded<Settings> &settings)
+        : m_model(model), m_settings(settings)
+    {
+    }
 
     DarkFrames dark;
     HotPixels hotPixels;
@@ -51,10 +52,10 @@ class Corrections {
     FrameCorrections For(const Settings &settings) const;
 
   private:
-    FrameRegion Region() const { return RegionOf(m_model, m_settings()); } // that is set
+    FrameRegion Region() const { return RegionOf(m_model, m_settings.Now()); } // that is set
 
     const CameraModel &m_model;
-    std::function<Settings()> m_settings;
+    const Guarded<Settings> &m_settings;
     Guarded<FrameRegion> m_fitted; // by FollowRegion
 };
 

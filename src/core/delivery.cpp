@@ -60,9 +60,9 @@ class Delivery::Wait {
     Clock::time_point m_deadline;
 };
 
-Delivery::Delivery(const CameraModel &model, Capture &capture, std::function<Settings()> settings)
+Delivery::Delivery(const CameraModel &model, Capture &capture, const Guarded<Settings> &settings)
     : corrections(model, settings), gamma(model.gamma.initial), m_model(model), m_capture(capture),
-      m_settings(std::move(settings)), m_work(LargestFrameBytes(model)),
+      m_settings(settings), m_work(LargestFrameBytes(model)),
       m_rowScratch(static_cast<size_t>(model.sensorWidth))
 {
     m_algorithm.RGBYUV_Init();
@@ -104,7 +104,7 @@ bool Delivery::GetImage(uint8_t *buffer, int size, int waitMs)
 /// ends it first. Everything else may change at any time.
 bool Delivery::Deliver(uint8_t *buffer, int size, const Wait &wait)
 {
-    if (!buffer || ImageBytes(m_settings()) > size)
+    if (!buffer || ImageBytes(m_settings.Now()) > size)
         return false;
     Job job;
     do {
@@ -124,7 +124,7 @@ bool Delivery::Deliver(uint8_t *buffer, int size, const Wait &wait)
 Delivery::Job Delivery::JobFor(uint8_t *buffer)
 {
     Job job;
-    job.set = m_settings();
+    job.set = m_settings.Now();
     job.gamma = gamma.Tables();
     job.readout = ReadoutOf(m_model, job.set);
     job.buffer = buffer;
@@ -165,7 +165,7 @@ bool Delivery::AwaitHeadMarkedFrame(const Wait &wait)
     while (m_capture.Frames().WaitForBuff(wait.LeftMs())) {
         if (m_capture.Frames().IsBuffHeadCorrect(kHeadMark, 0) != CirBuf::Head::Correct) {
             OutputDbgPrint("*buf head error*\n");
-        } else if (m_capture.Single() || m_settings().exposureUs >= kFastVideoBelowUs) {
+        } else if (m_capture.Single() || m_settings.Now().exposureUs >= kFastVideoBelowUs) {
             return true;
         } else {
             const CirBuf::Head follower = m_capture.Frames().IsBuffHeadCorrect(

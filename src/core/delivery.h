@@ -11,7 +11,6 @@
 #include "image/frame_rows.h"
 
 #include <cstdint>
-#include <functional>
 #include <memory>
 
 namespace vsccam {
@@ -26,8 +25,7 @@ class Delivery {
   public:
     class Pause;
 
-    /// @param settings  tells what is set at the moment
-    Delivery(const CameraModel &model, Capture &capture, std::function<Settings()> settings);
+    Delivery(const CameraModel &model, Capture &capture, const Guarded<Settings> &settings);
 
     /// Copies the next frame as an image of the format that is set.
     /// @param waitMs  longest wait, -1 for no limit
@@ -67,7 +65,7 @@ class Delivery {
 
     const CameraModel &m_model;
     Capture &m_capture;
-    const std::function<Settings()> m_settings;
+    const Guarded<Settings> &m_settings;
     Turns m_readers;
 
     // Of the thread that has the turn.
