@@ -1,6 +1,5 @@
 #include "sim/host.h"
 
-
 namespace vscsim {
 namespace {
 

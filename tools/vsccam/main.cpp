@@ -5,15 +5,8 @@ namespace {
 
 void AddAll(CLI::App &app, Command &chosen)
 {
-    AddListCommand(app, chosen);
-    AddInfoCommand(app, chosen);
-    AddCaptureCommand(app, chosen);
-    AddControlsCommands(app, chosen);
-    AddCoolCommand(app, chosen);
-    AddDarkCommand(app, chosen);
-    AddGuideCommand(app, chosen);
-    AddIdCommand(app, chosen);
-    AddVersionCommand(app, chosen);
+    for (AddCommand *add : kCommands)
+        add(app, chosen);
 }
 
 Program Vsccam()

@@ -7,16 +7,17 @@
 
 namespace vsctool {
 
-// Each adds its command to the program; parsing stores what to run in `chosen`.
-void AddListCommand(CLI::App &app, Command &chosen);
-void AddInfoCommand(CLI::App &app, Command &chosen);
-void AddCaptureCommand(CLI::App &app, Command &chosen);
-void AddControlsCommands(CLI::App &app, Command &chosen);
-void AddCoolCommand(CLI::App &app, Command &chosen);
-void AddDarkCommand(CLI::App &app, Command &chosen);
-void AddGuideCommand(CLI::App &app, Command &chosen);
-void AddIdCommand(CLI::App &app, Command &chosen);
-void AddVersionCommand(CLI::App &app, Command &chosen);
+/// Adds a command to the program; parsing stores what to run in `chosen`.
+using AddCommand = void(CLI::App &app, Command &chosen);
+
+AddCommand AddListCommand, AddInfoCommand, AddCaptureCommand, AddControlsCommands, AddCoolCommand,
+    AddDarkCommand, AddGuideCommand, AddIdCommand, AddVersionCommand;
+
+/// All of them, in the order of the help.
+inline constexpr AddCommand *kCommands[] = {
+    AddListCommand, AddInfoCommand,  AddCaptureCommand, AddControlsCommands, AddCoolCommand,
+    AddDarkCommand, AddGuideCommand, AddIdCommand,      AddVersionCommand,
+};
 
 /// Takes "set NAME=VALUE... --" off the words in front of a command, wherever options for all
 /// commands stand, and returns the settings. Throws Failure.
