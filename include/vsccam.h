@@ -7,8 +7,9 @@
  *
  * Threads: every function may be called from any thread at any time; no lock of the host is needed.
  *  - A thread that waits for a frame (getImageData) or sends a guide pulse (pulseGuide) delays no
- *    other call. What sets or asks the camera may wait for the requests of other calls, each of
- *    which the camera answers within milliseconds, or leaves unanswered for 0.5 s at most.
+ *    other call. Calls that set or ask the camera may wait for the requests of other calls. The
+ *    camera answers each of those within milliseconds; one that it does not answer takes 0.5 s at
+ *    most.
  *  - "Served in turn", one after the other in the order of the calls, are: openCamera, closeCamera,
  *    initCamera, setImageFormat, setStartPos, startCapture, stopCapture, startExposure,
  *    stopExposure, and setValue of CONTROL_HARDWARE_BIN and CONTROL_HIGH_SPEED. Each of them may
@@ -65,9 +66,9 @@ enum {
                                 *   USB 2.0 sensors and S340-S: a doubling every 16 units, a
                                 *   little more than one from 80 to 100. Read from the
                                 *   registers; not verified on hardware */
-    CONTROL_EXPOSURE = 1,      /**< exposure time, microseconds; what becomes of 1 s and more stands
-                                *   at startExposure. A negative one counts as endless: it becomes
-                                *   the longest of the model */
+    CONTROL_EXPOSURE = 1,      /**< exposure time, microseconds; startExposure tells how times from
+                                *   1 s on are rounded. A negative time becomes the longest of the
+                                *   model */
     CONTROL_GAMMA = 2,         /**< 0 to 100; 50 is linear, larger is brighter */
     CONTROL_WB_RED = 3,        /**< white balance of the red sites, 50 is unity; colour models */
     CONTROL_WB_BLUE = 4,       /**< white balance of the blue sites, 50 is unity; colour models */
@@ -170,15 +171,16 @@ VSC_API VSC_BOOL openCamera(int iCamIndex);
 /** Programs sensor and camera and sets the full sensor size, bin 1, VSC_IMG_RAW8. To be called
  *  once after openCamera. A message tells what of the model was never verified on hardware.
  *  @return 1 on success; 0 without an open camera, or when a request that sets the camera up got no
- *          answer, also after it was all done again: then the camera is not to be used
+ *          answer, although everything was sent again. Such a camera must not be used
  *  @note Served in turn; calls that set controls wait for its end. It waits for a SetID or GetID of
  *        another thread. */
 VSC_API VSC_BOOL initCamera(void);
 
 /** Stops whatever runs and closes the camera. Settings and cooling end with it.
  *  @note Served in turn, then ends within 2 s. Waits for frames end first, and so do guide pulses:
- *        their lines are switched off before their time. Other calls inside have 0.3 s before the
- *        device is closed under them, so that they fail; a SetID then leaves no identity. */
+ *        their lines are switched off before their time. Other calls that use the camera have 0.3 s
+ *        to end. Then the device is closed under them, and they fail; a SetID that fails so leaves
+ *        no identity. */
 VSC_API void closeCamera(void);
 
 /* ---- controls ---- */
@@ -197,12 +199,12 @@ VSC_API int getValue(Control_TYPE control, bool *pbAuto);
  *  controls of models without a cooler, are ignored.
  *  @param bAuto  true lets the control set itself (gain, exposure, white balance, bandwidth). Red
  *                and blue share this flag: either one switches it for both.
- *  @note What is set is in force at once. When the camera leaves a request of it unanswered, it is
- *        programmed again with all that is set before another frame of it counts.
- *  @note Video goes on meanwhile. What is exposed, transferred or waiting already has the setting
- *        of before: up to five frames. That holds for setStartPos, too, whose frames show one
- *        region or the other. A single exposure begins anew when exposure, region or frame timing
- *        change.
+ *  @note A setting is in force at once. When the camera leaves a request for it unanswered, the
+ *        library programs everything again before it takes another frame from the camera.
+ *  @note Video goes on meanwhile. Up to five frames that are already being exposed, transferred or
+ *        waiting still have the setting of before. The same holds for setStartPos: a frame shows
+ *        one region or the other. A single exposure begins anew when exposure, region or frame
+ *        timing change.
  *  @note Sends requests, and waits for calls of other threads that set something. Hardware binning
  *        and high speed pause a running capture, as setImageFormat does, and are served in turn. */
 VSC_API void setValue(Control_TYPE control, int value, bool bAuto);
@@ -307,9 +309,10 @@ VSC_API VSC_BOOL isUSB3Camera(void);
 VSC_API VSC_BOOL isCoolerCam(void);
 
 /** Electrons per ADU, from the table of the models; 0.0 where it names none, or without a camera.
- *  The ADU is a step of the sensor's converter (12 bits; 14 on S430, S083, S065 and S385), and the
- *  gain is taken to be 0, where the figures agree with the capacity of the pixels: a unit of
- *  VSC_IMG_RAW16 is 1/16 (1/4) of it, one of VSC_IMG_RAW8 16 (64) of it. Not verified on hardware.
+ *  An ADU is one step of the sensor's converter, which has 12 bits (14 on S430, S083, S065 and
+ *  S385): a unit of VSC_IMG_RAW16 is 1/16 (1/4) ADU, one of VSC_IMG_RAW8 is 16 (64) ADU. The
+ *  figures are taken to hold at gain 0, where they agree with the capacity of the pixels. Not
+ *  verified on hardware.
  */
 VSC_API float getElectronsPerADU(void);
 
@@ -321,7 +324,8 @@ VSC_API void getGainOffset(int *a, int *b, int *c, int *d);
 /* ---- video ---- */
 
 /** Starts continuous video. Does nothing when capture runs already or no camera is open. A camera
- *  that is lost meanwhile is found again and programmed as it was; so is one that missed a request.
+ *  that is lost during the capture is looked for, and programmed as it was when it is back. One
+ *  that missed a request is programmed again, too.
  *  @note Served in turn. Does not wait for the first frame. */
 VSC_API void startCapture(void);
 
@@ -340,8 +344,8 @@ VSC_API void stopCapture(void);
  *        one that another has got. */
 VSC_API VSC_BOOL getImageData(unsigned char *buffer, int bufferSize, int waitMs);
 
-/** Frames lost since capture was started: refused by a full buffer, incomplete or damaged. A stop
- *  resets the count; 0 without a camera. */
+/** Frames lost since capture was started: refused by a full buffer, incomplete, damaged, or missed
+ *  while the camera was away. A stop resets the count; 0 without a camera. */
 VSC_API int getDroppedFrames(void);
 
 /* ---- single exposures ---- */
@@ -357,8 +361,8 @@ VSC_API int getDroppedFrames(void);
  *    S340-S        over 4 s (at a USB 3.0 port from 3.8 s): 200 ms
  *    USB 2.0       over 4 s: whole ms
  *    PYTHON        none: 64 ms are the longest
- *  The exposure ends, with a frame or as failed, within its time, 5 s and four frame times,
- *  whatever the camera does; as failed within 1 s when it is unplugged.
+ *  Whatever the camera does, the exposure ends, with a frame or as failed, at most 5 s and four
+ *  frame times after its own time. It fails within 1 s when the camera is unplugged.
  *  @note Served in turn. Does not wait for the exposure. */
 VSC_API void startExposure(void);
 
@@ -395,8 +399,8 @@ VSC_API void GetMisc(bool *pbFlipX, bool *pbFlipY);
 
 /** Switches a line of the guide port on, waits, and switches it off again. Directions beyond the
  *  four do nothing.
- *  @param ms  length of the pulse in milliseconds; 0 or less sends only "off": so a program makes
- *             sure that a line is off which one that was killed may have left on
+ *  @param ms  length of the pulse in milliseconds; 0 or less sends only "off", which ends what a
+ *             program that was killed may have left on
  *  @note Blocks the calling thread, and no call of another one, for the length of the pulse. Lines
  *        0 and 1 are opposite (north, south), and so are 2 and 3 (east, west): a pulse, of whatever
  *        length, first waits for those of other threads on its line and on the opposite one, in

@@ -12,9 +12,9 @@ struct BinningTraits {
 };
 
 /// A large sensor with word registers that bins 2 x 2 and 3 x 3 by itself. It sleeps between
-/// settings, and in another way through long exposures. It is told rows only: it always sends whole
-/// lines, after blank columns, and the FPGA cuts them. What its registers mean follows from what is
-/// known to be written to them, or was chosen; nothing of it was verified on hardware.
+/// settings and, in another way, through long exposures. Only rows can be set: it always sends
+/// whole lines behind some blank columns, and the FPGA cuts them. What its registers mean follows
+/// from what is known to be written to them, or was chosen; nothing of it was verified on hardware.
 class BinningSensor final : public Sensor {
   public:
     BinningSensor(PixelArray pixels, const BinningTraits &traits);

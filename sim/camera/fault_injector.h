@@ -6,7 +6,7 @@
 
 namespace vscsim {
 
-/// Counts requests and frames, and says which rules of the plan hit the one at hand.
+/// Counts requests and frames, and tells which rules of the plan hit the present one.
 class FaultInjector {
   public:
     FaultInjector(const FaultPlan &plan, uint64_t seed);

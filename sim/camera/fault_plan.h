@@ -31,9 +31,9 @@ enum class Fault {
 };
 
 /// Requests are counted from plugging in, only those with the rule's code where it has one. Frames
-/// are counted as they are sent, those that were lost in the camera not among them. Device faults
-/// strike when the frame is about to be sent; with a request code, when the request arrives. Resets
-/// are counted by themselves.
+/// are counted when they are sent, without those that were lost in the camera. Device faults strike
+/// when the frame is about to be sent; with a request code, when the request arrives. Resets are
+/// counted by themselves.
 struct FaultRule {
     Fault fault = Fault::EmptyFrame;
     std::optional<uint8_t> request = {}; // control faults: only this bRequest

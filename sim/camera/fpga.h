@@ -27,7 +27,7 @@ class Fpga {
     int OutputWidth() const;
     int OutputHeight() const;
     bool Output16Bits() const;
-    int InputBits() const;       // what it takes the sensor's samples for
+    int InputBits() const;       // which it expects of the sensor's samples
     uint32_t LineClocks() const; // length of a line in clocks of the sensor
     uint32_t FrameLines() const; // lines from one frame pulse to the next
 

@@ -43,7 +43,7 @@ void SetTimes(FrameSettings &settings, const FramePulses &pulses)
     settings.exposure = lines(pulses.exposedLines);
 }
 
-/// With the columns that the FPGA takes; none when it takes blank ones for the picture.
+/// Sets the columns that the FPGA takes. There is no frame when it would take blank ones.
 Window TakenWindow(const SensorReadout &sensor, const Fpga &fpga)
 {
     Window window = sensor.window;

@@ -87,8 +87,7 @@ FrameStream::Mode FrameStream::BoardMode() const
     return m_board.FramesWaitForGate() ? Mode::Gated : Mode::Free;
 }
 
-/// While the clock of a sensor stands still, it goes on exposing, but it counts no lines and sends
-/// none.
+/// A sensor whose clock stands still goes on exposing, but it counts no lines and sends none.
 void FrameStream::FollowClock(Time now)
 {
     const bool frozen = m_board.Frozen();

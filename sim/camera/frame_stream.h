@@ -16,7 +16,7 @@ namespace vscsim {
 /// may still be read out, but it is lost when it ends before the host has finished. Without pacing
 /// a frame is there whenever one is asked for, except that a long exposure needs its gate.
 /// Without an FPGA there is no gate: a host that times a long exposure stops the sensor's clock
-/// meanwhile. Inside, time is that of the sensor, which stands still with its clock.
+/// meanwhile. The times in here are the sensor's, which stand still with its clock.
 class FrameStream {
   public:
     FrameStream(Board &board, SceneSource &scene, FaultInjector &faults,

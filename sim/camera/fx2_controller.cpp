@@ -12,8 +12,9 @@ constexpr uint8_t kNewFirmware = 3; // what any image that a host loads is taken
 /// Where the pieces of the EEPROM writer go.
 constexpr uint16_t kEepromWriterPieces[] = {0x0000, 0x0800};
 
-/// Whether the controller would boot from it: a header, then records of a length, an address and as
-/// many bytes, the numbers high byte first, up to the one that releases the processor.
+/// Whether the controller would boot from it. It needs a header and then records, up to the one
+/// that releases the processor. A record has a length, an address and so many bytes; numbers have
+/// their high byte first.
 bool IsBootImage(std::span<const uint8_t> image)
 {
     constexpr uint8_t kLoadsProgram = 0xC2;

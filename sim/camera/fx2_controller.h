@@ -5,8 +5,9 @@
 namespace vscsim {
 
 /// The USB 2.0 controller. It boots from its EEPROM, and a host may hold its processor in reset and
-/// load another program. Nothing is executed here: two programs are told apart by the way they are
-/// loaded, one that writes the EEPROM (in two pieces, at fixed places) and the camera's own.
+/// load another program. Nothing is executed here. Two programs are told apart by the way they are
+/// loaded: the one that writes the EEPROM comes in two pieces at fixed places, any other is the
+/// camera's own.
 class Fx2Controller final : public Controller {
   public:
     Fx2Controller(Board &board, FrameStream &stream);

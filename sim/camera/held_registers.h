@@ -6,8 +6,8 @@
 
 namespace vscsim {
 
-/// Registers with a hold: what is written reads back at once, but while the hold is on it does not
-/// act; the release applies everything together.
+/// Registers with a hold. What is written reads back at once. While the hold is on it does not act;
+/// the release applies everything together.
 template <class Value> class HeldRegisters {
   public:
     explicit HeldRegisters(size_t count) : m_written(count), m_acting(count) {}

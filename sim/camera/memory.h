@@ -10,7 +10,7 @@
 
 namespace vscsim {
 
-/// The I2C memory that a controller boots from: plain bytes, of which writes replace some.
+/// The I2C memory that a controller boots from: plain bytes, which can be replaced one by one.
 class Eeprom {
   public:
     explicit Eeprom(size_t bytes) : m_contents(bytes, 0xFF) {}
@@ -48,7 +48,7 @@ class Eeprom {
     bool m_asDelivered = true;
 };
 
-/// The memory of a controller's processor, 32 bits of address of which little is used.
+/// The memory of a controller's processor. Addresses have 32 bits, but little of it is used.
 class Ram {
   public:
     void Write(uint32_t address, std::span<const uint8_t> from)

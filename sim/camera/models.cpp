@@ -21,9 +21,9 @@ struct SensorFamily {
 
 namespace {
 
-// Sony sensors have clocks of the rates 0, 1, 2; one without a clock for binning sends nothing when
-// told to bin. Which rate selects which clock is known of the S470 only; the others are taken to be
-// like it.
+// Sony sensors have a clock for each of the rates 0, 1 and 2. One without a clock for binning sends
+// nothing when it is told to bin. Which rate selects which clock is known of the S470 only; the
+// others are taken to be like it.
 constexpr SonyTraits kSmallPixels = {.clockHz = {37.125e6, 18.5625e6, 9.28125e6},
                                      .binnedClockHz = 9.28125e6};
 constexpr SonyTraits kLargeFormat = {.clockHz = {20.25e6, 20.25e6, 20.25e6}};

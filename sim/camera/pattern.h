@@ -6,8 +6,8 @@ namespace vscsim {
 
 /// The test pattern: every sample depends on the frame's number and on the sample's place on the
 /// sensor, so that a torn, shifted or repeated frame cannot hide. 16 bits; 8-bit read-out delivers
-/// the high byte. The high byte alone already tells frames and places apart: neighbouring frames
-/// differ in every pixel, and so do neighbouring columns and rows.
+/// the high byte. The high byte alone tells frames and places apart: neighbouring frames differ in
+/// it at every pixel, and so do neighbouring columns and rows.
 /// @param frame  number of the frame since the stream was started, from 0
 /// @param x, y   place on the sensor in unbinned pixels, before any binning of the sensor
 constexpr uint16_t PatternSample(uint32_t frame, int x, int y)

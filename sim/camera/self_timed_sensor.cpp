@@ -34,7 +34,7 @@ bool IsReadOnly(uint16_t address)
     return address == kTemperature || address == kTemperatureAt70 || address == kTemperatureAt55;
 }
 
-/// The part of first to last that lies within so many; the last comes with it.
+/// The part of the range from first to last, both included, that lies within so many.
 std::pair<int, int> Clipped(int first, int last, int count)
 {
     first = std::clamp(first, 0, count);

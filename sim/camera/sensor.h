@@ -56,16 +56,16 @@ class Sensor {
     Sensor &operator=(const Sensor &) = delete;
     virtual ~Sensor() = default;
 
-    /// Sensors whose bus knows words only take no notice of bytes.
+    /// Does nothing for sensors whose bus carries only words.
     virtual void WriteByte(uint16_t /*address*/, uint8_t /*value*/) {}
     virtual uint8_t ReadByte(uint16_t /*address*/) const { return 0; }
     virtual void WriteWord(uint16_t address, uint16_t value) = 0;
     virtual uint16_t ReadWord(uint16_t address) const = 0;
 
-    /// Before registers are read; of interest to sensors that tell their temperature.
+    /// Tells the temperature, before registers are read, to sensors that measure it.
     virtual void SetCelsius(double) {}
 
-    /// What the board's oscillator sends; of interest to sensors that make their clock of it.
+    /// Tells the frequency of the board's oscillator to sensors that make their clock of it.
     virtual void SetInputClock(double /*hertz*/) {}
 
     virtual SensorReadout Readout() const = 0;

@@ -77,8 +77,7 @@ void Core::Misuse(const char *function, const char *text)
     misuse.push_back(std::string(function) + ": " + text);
 }
 
-// --- Time
-// -----------------------------------------------------------------------------------------
+// --- Time ----------------------------------------------------------------------------
 
 void Core::WaitUntil(Lock &lock, Time deadline, const char *what)
 {
@@ -147,8 +146,7 @@ void Core::Process(Time at)
     }
 }
 
-// --- The bus
-// --------------------------------------------------------------------------------------
+// --- The bus -------------------------------------------------------------------------
 
 void Core::Reset(uint64_t seed)
 {
@@ -231,8 +229,7 @@ void Core::AttachAnew(int number, Time at)
     slot.returnsAt = at;
 }
 
-// --- libusb's objects
-// -----------------------------------------------------------------------------
+// --- libusb's objects ----------------------------------------------------------------
 
 libusb_device *Core::Known(libusb_device *device, const char *function)
 {
@@ -315,8 +312,7 @@ Bus::Objects Core::LiveObjects() const
     return objects;
 }
 
-// --- Transfers
-// ------------------------------------------------------------------------------------
+// --- Transfers -----------------------------------------------------------------------
 
 libusb_transfer *Core::Allocate(int isoPackets)
 {
@@ -483,11 +479,10 @@ int Core::RunSynchronously(Lock &lock, libusb_transfer &usb, const char *functio
     return ErrorCode(transfer.status);
 }
 
-// --- Event handling
-// -------------------------------------------------------------------------------
+// --- Event handling ------------------------------------------------------------------
 
-/// Of the threads that handle events, the one that hands back the next transfers. libusb leaves it
-/// to chance, too.
+/// Chooses the thread that hands back the next transfers among those that handle events. libusb
+/// leaves that to chance, too.
 const Core::Handler *Core::Elected() const
 {
     return m_handlers[Draw(m_seed, m_dispatched, m_handlers.size())];

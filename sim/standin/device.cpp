@@ -12,8 +12,8 @@ namespace {
 
 // What a request costs on the wire.
 constexpr Time kControlTime = 100us;
-// A bulk transfer takes some time however fast the camera is, else time could stand still in a
-// program that does nothing but read.
+// However fast the camera is, a bulk transfer takes some time: otherwise time could stand still in
+// a program that only reads.
 constexpr Time kBulkTime = 10us;
 
 constexpr Time StartTime(uint8_t endpoint)

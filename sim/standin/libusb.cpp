@@ -271,7 +271,8 @@ int libusb_get_port_numbers(libusb_device *device, uint8_t *ports, int capacity)
         return LIBUSB_ERROR_INVALID_PARAM;
     if (device->ports.size() > static_cast<size_t>(capacity))
         return LIBUSB_ERROR_OVERFLOW;
-    // As the real one does, from the end of the buffer: what is behind the ports is left there.
+    // Fills the buffer from its end, as the real one does, and leaves there what is behind the
+    // ports.
     std::ranges::copy_backward(device->ports, ports + capacity);
     std::ranges::copy(device->ports, ports);
     return static_cast<int>(device->ports.size());

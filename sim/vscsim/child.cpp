@@ -38,8 +38,8 @@ std::string Prepended(const char *name, const std::string &first)
 
 std::vector<std::string> PreloadedEnvironment()
 {
-    // A program under AddressSanitizer insists on its runtime coming first, which only matters for
-    // functions that both replace; umockdev leaves memory management alone.
+    // AddressSanitizer insists that its runtime is loaded first. That only matters for functions
+    // which both replace, and umockdev leaves memory management alone.
     std::vector<std::string> variables = {
         Prepended("LD_PRELOAD", kPreload),
         Prepended("ASAN_OPTIONS", "verify_asan_link_order=0"),

@@ -151,7 +151,7 @@ bool IsRandom(const FaultPlan &plan)
     return std::ranges::any_of(plan, [](const FaultRule &rule) { return rule.probability < 1; });
 }
 
-/// Random faults are different each time, but can be had again; everything else always is the same.
+/// Random faults differ from run to run, but can be repeated. Everything else is always the same.
 uint64_t ChooseSeed(const RunOptions &options, const FaultPlan &faults)
 {
     if (!IsRandom(faults))

@@ -142,8 +142,8 @@ class Port {
         Advance(); // meanwhile the program goes on
     }
 
-    /// A program's close() shows a little after it happened, so that whoever opens the device again
-    /// would find it busy: asks once more when all that has happened so far has been seen.
+    /// A program's close() is seen a little after it happened, and whoever opens the device again
+    /// at once would find it busy. So this asks once more when everything up to now has been seen.
     void AnswerLater(UMockdevIoctlClient *client)
     {
         struct Question {

@@ -12,8 +12,8 @@
 namespace vscsim {
 namespace {
 
-// As an xHCI controller has them; with scatter-gather libusb sends each transfer in one piece, so
-// that continued transfers are not needed and not offered.
+// The abilities of an xHCI controller. With scatter-gather libusb sends each transfer in one piece,
+// so that continued transfers are not needed and not offered.
 constexpr uint32_t kCapabilities = USBDEVFS_CAP_ZERO_PACKET | USBDEVFS_CAP_NO_PACKET_SIZE_LIM |
                                    USBDEVFS_CAP_BULK_SCATTER_GATHER |
                                    USBDEVFS_CAP_REAP_AFTER_DISCONNECT;

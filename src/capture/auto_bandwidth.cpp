@@ -11,8 +11,8 @@ namespace {
 
 constexpr uint32_t kPeriodMs = 19'999;
 
-/// The flag as the workers of a model last saw it. It outlives the camera object: only a change
-/// from off to on starts a new period.
+/// The flag as the workers of a model last saw it. It outlives the camera object, because only a
+/// change from off to on starts a new period.
 Shared<bool> &Remembered(uint16_t productId, bool now)
 {
     static PerModel<Shared<bool>> memories;

@@ -24,8 +24,8 @@ class CapturedCamera;
 /// frames. Everything else may be called by any thread at any time.
 ///
 /// Locks. The state is one atomic word, and changes only along the table of legal changes. The
-/// drops have a lock of their own, the two frame buffers theirs; none is held over anything that
-/// waits. Start and Stop hold none while they wait for the worker.
+/// drops and the ring of frames have a lock each, which is never held over anything that waits.
+/// Start and Stop hold none while they wait for the worker.
 class Capture {
   public:
     /// @param largestFrame  bytes
@@ -57,7 +57,8 @@ class Capture {
     int Dropped() const { return m_drops.Now().Sum(); }
     void CountDrop(DropReason reason, int64_t frames = 1);
 
-    /// What the worker, and who works for it, runs and sleeps by: it follows the state.
+    /// The flag that the worker, and whoever works for it, runs and sleeps by. It follows the
+    /// state.
     const RunFlag &GoOn() const { return m_goOn; }
     bool SleepFor(std::chrono::milliseconds time) { return m_goOn.SleepFor(time); }
 
@@ -68,7 +69,7 @@ class Capture {
     CapturedCamera &Camera() { return m_camera; }
     uint16_t ProductId() const { return m_productId; }
     void CountEmptyRead();
-    /// The drops of this capture, which nobody is told of from now on.
+    /// The drops of this capture. From now on Dropped() tells of none.
     DropCounts TakeDrops();
 
   private:

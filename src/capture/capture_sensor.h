@@ -11,7 +11,7 @@ struct LongExposurePlan {
     int steps;                      // so many
     std::chrono::milliseconds readTimeout;
     long printedWaitMs;
-    std::chrono::milliseconds rest{};   // slept besides, for an exposure that is no whole steps
+    std::chrono::milliseconds rest{};   // also slept, where the steps do not make up the exposure
     std::chrono::milliseconds beside{}; // that the sensor integrates before or after
 };
 

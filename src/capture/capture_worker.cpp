@@ -22,9 +22,10 @@ constexpr int kResetsToFail = 2;
 constexpr int kRefusedReadsToGiveUp = 4;
 constexpr auto kRetryPause = 100ms; // after a read that failed at once
 constexpr auto kReopenInterval = 1s;
-// A camera that does not answer gets longer than requests are held back from it.
+// A camera that does not answer is left alone for longer than requests are held back from it.
 constexpr auto kRestoreInterval = 500ms;
-// Of a turn of the worker: calls of the host that set something may have to wait for it.
+// The limit of one turn of the worker, for which calls of the host that set something may have to
+// wait.
 constexpr LossLimit kTurnLimit{.work = 700ms, .countsWaits = false};
 constexpr int kRestoresToReset = 8;
 
@@ -132,8 +133,9 @@ bool CaptureWorker::Superseded() const
     return m_single && m_camera.FrameChanges() != m_changes.atStart;
 }
 
-/// Frames that the sensor began before a change are exposed in part by what was set then. One that
-/// is stopped and started again begins with a frame of what is set now; it is no failed attempt.
+/// A frame that the sensor began before a change is exposed in part by what was set then. A sensor
+/// that is stopped and started again begins with a frame of what is set now. This is no failed
+/// attempt.
 CaptureWorker::Turn CaptureWorker::ExposeAnew()
 {
     StopStream();
@@ -345,8 +347,8 @@ bool CaptureWorker::Reopen()
     return m_camera.Reconnect() || (m_capture.GoOn() && m_camera.Reopen());
 }
 
-/// A camera that has just come back may need a while until it answers: one that missed a request
-/// is programmed by half, and nothing would ever show it.
+/// A camera that has just come back may need a while until it answers. If it misses a request it is
+/// programmed by half, which nothing would ever show.
 bool CaptureWorker::Restore()
 {
     const RequestBudget budget(kTurnLimit, &m_capture.GoOn());
@@ -362,7 +364,7 @@ bool CaptureWorker::Resume()
     return true;
 }
 
-/// Somebody's request got lost that should have set the camera up. What it sends is of no use until
+/// A request that sets the camera up got lost, whoever sent it. The frames are of no use until
 /// everything is set again.
 CaptureWorker::Turn CaptureWorker::ProgramAgain()
 {
@@ -404,7 +406,7 @@ CaptureWorker::Turn CaptureWorker::Fail()
     return Turn::Leave;
 }
 
-/// Of a worker that is not stopped: the next start or stop joins it.
+/// Ends a worker that nobody stopped. The next start or stop joins it.
 void CaptureWorker::End(CaptureChange how)
 {
     m_endedByItself = m_capture.Change(how).Running();

@@ -31,19 +31,19 @@ class CapturedCamera {
   public:
     /// Asked for between frames: waits for nobody who sends requests.
     virtual CaptureSettings SettingsOfNow() = 0;
-    /// Counts the changes after which a frame under way is no longer one of what is set: of
-    /// exposure, region and timing. None is half made while it is told: waits for whoever programs
-    /// the camera, and so is not asked for between the frames of a video.
+    /// Tells how many changes of exposure, region and timing there were so far. After one of them a
+    /// frame under way no longer belongs to what is set. Waits for whoever programs the camera, so
+    /// that no change is half made; it is therefore not asked for between the frames of a video.
     virtual uint32_t FrameChanges() = 0;
 
     /// Takes a step off a bandwidth that is automatic.
     virtual void LowerBandwidth(int step) = 0;
 
-    /// Whether a request that should have set the camera up got lost, and not everything was
-    /// programmed since: no frame of it may be used.
+    /// Whether a request that sets the camera up got lost, and the camera was not programmed as a
+    /// whole since. No frame of such a camera may be used.
     virtual bool HalfProgrammed() = 0;
-    /// Runs `program`, which sets the camera up as a whole, until no request of it got lost; false
-    /// when it fails or the requests may lose no more time.
+    /// Runs `program`, which sets the camera up as a whole, again until none of its requests got
+    /// lost. False when it fails, or when the requests may take no more time.
     virtual bool ProgramWhole(const std::function<bool()> &program) = 0;
     /// Closes the device, which is gone, and opens it again where it has come back. Both end when
     /// the capture is to end.

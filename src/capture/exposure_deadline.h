@@ -13,10 +13,10 @@ class ExposureDeadline {
   public:
     explicit ExposureDeadline(Clock::time_point now) : m_began(now) {}
 
-    /// It was set to another one, and begins anew.
+    /// Another exposure was set, which begins anew.
     void BeginAnew(Clock::time_point now) { m_began = now; }
 
-    /// Whether one that is set so and begins only now would not end in its time.
+    /// Whether an exposure of this setting that begins only now would end too late.
     bool TooLateFor(const ExposureSetting &exposure, Clock::time_point now)
     {
         using std::chrono::microseconds;

@@ -8,8 +8,8 @@
 
 namespace vsccam {
 
-/// Exposures that are too long for the sensor: the host opens the gate, sleeps and closes it. For
-/// the worker.
+/// Times exposures that are too long for the sensor: opens the gate, sleeps and closes it. For the
+/// worker.
 class HostTimedExposure {
   public:
     HostTimedExposure(Capture &capture, CaptureSensor &sensor)

@@ -6,8 +6,8 @@
 
 namespace vsccam {
 
-/// While nothing is sent that would tell of a camera which was unplugged, the list of devices is
-/// looked at now and then.
+/// A request tells that the camera was unplugged. While none is sent, the list of devices is looked
+/// at now and then.
 class PresenceLook {
   public:
     static constexpr std::chrono::milliseconds kInterval{400};

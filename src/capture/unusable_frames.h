@@ -7,8 +7,8 @@
 
 namespace vsccam {
 
-/// Frames that arrive, but never usable: after a while only a reset of the device can help. One
-/// that does not help is tried again less and less often.
+/// Counts frames that arrive but cannot be used. After a while only a reset of the device can help.
+/// A reset that does not help is repeated less and less often.
 class UnusableFrames {
   public:
     void Good()

@@ -42,8 +42,8 @@ void Usb2CaptureWorker::StartDataPath()
     m_timedByHost = m_camera.SettingsOfNow().exposure.timedByHost;
 }
 
-/// Only exposures that the host times can be taken over by the sensor. The others are spared the
-/// wait for a thread that programs it.
+/// The sensor can only take over exposures that the host times. With others the worker does not
+/// wait for a thread that programs the sensor.
 void Usb2CaptureWorker::FollowExposure()
 {
     if (m_camera.SettingsOfNow().exposure.timedByHost)
@@ -62,10 +62,10 @@ BulkStream::Timeouts Usb2CaptureWorker::FrameTimeouts(const ExposureSetting &exp
     return {.perTransfer = wait, .nextEvent = wait, .total = wait};
 }
 
-/// A read that begins within a frame gets the rest of that one first. It is given that time, too:
-/// else it would time out in the middle of the next frame, and so would each read after it, at the
-/// same place for ever. The time-out that is printed, and tells slow frames from fast ones, is the
-/// one without it.
+/// A read that begins within a frame gets the rest of that frame first. It is given time for that;
+/// otherwise it would time out in the middle of the next frame, and so would every read after it,
+/// always at the same place. The time-out that is printed, and that tells slow frames from fast
+/// ones, is the one without that time.
 BulkStream::Pass Usb2CaptureWorker::ReadFrame(const ExposureSetting &exposure,
                                               BulkStream::Timeouts timeouts)
 {
@@ -153,8 +153,9 @@ Usb2CaptureWorker::Turn Usb2CaptureWorker::HandleBadHead()
     return Turn::GoOn;
 }
 
-/// Frames that begin wrongly one after the other are frames that begin in the middle: the camera
-/// has lost data. Dropping the rest of the current one makes the next read begin with a frame.
+/// When several frames in a row begin wrongly, the reads begin in the middle of a frame, because
+/// the camera has lost data. Dropping the rest of the current one makes the next read begin with a
+/// frame.
 void Usb2CaptureWorker::Realign()
 {
     ClearHalt();

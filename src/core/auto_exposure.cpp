@@ -76,7 +76,7 @@ class Step {
     int64_t FineGain() const { return m_range / 100; }
     int64_t CoarseGain() const { return m_range / 50; }
 
-    /// The exposure can only change by whole lines: a short one would jump over the target.
+    /// The exposure changes by whole lines, so that a short one would jump over the target.
     bool TooCoarse(int side) const
     {
         const auto within = [this, side](int percent) {

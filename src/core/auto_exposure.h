@@ -10,9 +10,10 @@
 /// controller with a dead band that takes one step per frame and remembers nothing.
 namespace vsccam {
 
-/// Mean brightness, 1 to 256, of the middle of a frame: a sparse grid whose points are moved by a
-/// pixel at random, so that no pattern of the scene or the mosaic is favoured. Frames measured with
-/// the same seed use the same points. Nothing when the frame is too small to have a middle.
+/// Mean brightness, 1 to 256, of the middle of a frame: taken at the points of a sparse grid. Each
+/// point is moved by a pixel at random, so that no pattern of the scene or the mosaic is favoured.
+/// Frames measured with the same seed use the same points. Nothing when the frame is too small to
+/// have a middle.
 std::optional<int> MeanBrightness(const RawFrame &frame, uint32_t seed);
 
 /// What a step depends on. Gain in units of its control, exposure in microseconds.

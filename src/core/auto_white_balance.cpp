@@ -77,8 +77,8 @@ class BlockSurvey {
         }
     }
 
-    /// In small frames the last cell of a block reaches into the next one; the very last is moved
-    /// back into the frame.
+    /// In small frames the last cell of a block reaches into the next block. The last cell of all
+    /// is moved back into the frame.
     static int CellPlace(int block, int cell, int extent)
     {
         const int blockExtent = extent / kBlocks;

@@ -30,8 +30,8 @@ ColourLevels MosaicLevels(const RawFrame &frame, BayerPhase phase, int scale);
 /// What a balance makes of the levels.
 ColourLevels Balanced(const ColourLevels &levels, WhiteBalance balance);
 
-/// The balance that makes balanced levels grey; nothing while they are grey enough, for which the
-/// limit is wider as long as exposure or gain may still be settling.
+/// The balance that makes balanced levels grey; nothing while they are grey enough. The limit for
+/// that is wider as long as exposure or gain may still be settling.
 std::optional<WhiteBalance> DecideWhiteBalance(const ColourLevels &balanced, WhiteBalance now,
                                                bool exposureOrGainAuto);
 

@@ -22,7 +22,7 @@ int BinScale(const RawFrame &frame, const Settings &now)
     return bin * bin;
 }
 
-/// By the frame itself: what is set may have changed since it was read.
+/// Tells it by the frame itself, because what is set may have changed since it was read.
 bool BinnedBySensor(const RawFrame &frame, const Settings &now)
 {
     return frame.size.width < now.width * now.bin;
@@ -83,8 +83,8 @@ void Automatics::AutoExpGain(std::span<const uint8_t> bytes, const ExposureSetti
                    static_cast<unsigned int>(after.exposureLines));
 }
 
-/// Red and blue are balanced after the read-out. What is compared with green is therefore what the
-/// present balance makes of the frame, else the control would run to the end of its range.
+/// Red and blue are balanced after the read-out. Therefore green is compared with what the present
+/// balance makes of the frame; otherwise the control would run to the end of its range.
 void Automatics::AutoWhiBal(std::span<const uint8_t> bytes)
 {
     const Settings seen = m_settings.Now();

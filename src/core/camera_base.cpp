@@ -21,10 +21,10 @@ namespace {
 
 constexpr int kTransferBlock = 48 * 1024; // unit of SetTransferCount
 
-// A flash that does not answer must not use up what the camera has to be programmed in.
+// A flash that does not answer must leave enough time for programming the camera.
 constexpr LossLimit kFlashShare{.work = 600ms};
 
-// Neither may the wait for another thread that uses it.
+// So must another thread that uses the flash.
 constexpr auto kFlashPatience = 600ms;
 constexpr char kNoMemoryForHotPixels[] = "no memory for the hot pixels\n";
 
@@ -406,7 +406,7 @@ void CCameraBase::GetAutoPara(int *maxGain, int *maxExpSeconds, int *targetBrigh
     *targetBrightness = limits.targetBrightness;
 }
 
-// What is no guide line does nothing, and so succeeds.
+// A direction that is no guide line does nothing, which always succeeds.
 bool CCameraBase::pulseGuide(int direction, int ms)
 {
     guide.Pulse(direction, ms);

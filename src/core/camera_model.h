@@ -57,10 +57,10 @@ struct CameraModel {
 
     bool hasBrightness = true; // the control
     bool hasHardwareBin = false;
-    // Of hardware binning 4 the sensor does 2 x 2, software the rest.
+    // When hardware bins by 4, the sensor does 2 x 2 of it and software the rest.
     bool hardwareBin4IsHalf = false;
 
-    // Nothing of the library was run on hardware; these are not even known.
+    // Parts that are not even known. Nothing of the library was run on hardware.
     std::array<StandIn, 6> unverified{StandIn::Everything};
 };
 

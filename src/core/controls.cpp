@@ -119,7 +119,7 @@ int32_t GetBandwidth(Camera &camera, int32_t *pbAuto)
     return percent;
 }
 
-/// One part of the balance, and whether both set themselves.
+/// Sets one part of the balance, and whether both set themselves.
 bool SetRed(Camera &camera, int32_t red, bool bAuto)
 {
     const Programming::Scope scope(camera.programming); // the automatic may be setting both

@@ -37,7 +37,7 @@ void Corrections::FollowRegion()
 bool Corrections::FitDark()
 try {
     FrameRegion region;
-    do { // until it is the region that others, who may be moving it meanwhile, have come to
+    do { // others may be moving the region meanwhile
         region = Region();
         dark.Cut(region);
     } while (region != Region());

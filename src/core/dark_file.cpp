@@ -18,9 +18,9 @@ static_assert(std::endian::native == std::endian::little, "the headers are writt
 constexpr uint16_t kSignature = 0x4D42; // "BM"
 constexpr int kGreys = 256;
 
-// Quirk, kept: the header is written with the padding that it has in memory, two bytes longer than
-// in any other bitmap, but for its pixel offset, which is where a bitmap without the padding would
-// have it. Reading starts at that offset too, so frames come back two pixels to the right.
+// Quirk, kept: the header is written with the padding that it has in memory, two bytes more than
+// other bitmaps have. Its pixel offset does not count them. Reading starts at that offset, too, so
+// frames come back two pixels to the right.
 struct FileHeader {
     uint16_t signature;
     uint16_t padding;

@@ -26,7 +26,8 @@ struct CloseFile {
 };
 using File = std::unique_ptr<std::FILE, CloseFile>;
 
-/// Opens a file for reading; null for what is none, such as a pipe that nobody may ever write to.
+/// Opens a regular file for reading. Null for anything else, such as a pipe that nobody may ever
+/// write to.
 File OpenRegularFile(const char *path);
 
 } // namespace vsccam

@@ -100,8 +100,8 @@ bool Delivery::GetImage(uint8_t *buffer, int size, int waitMs)
     return turn && Deliver(buffer, size, wait);
 }
 
-/// For who has the turn. Size and format stay as they are as long as it lasts: what changes them
-/// ends it first. Everything else may change at any time.
+/// Runs in the turn of a reader. Size and format stay as they are during it, because whoever
+/// changes them ends it first. Everything else may change at any time.
 bool Delivery::Deliver(uint8_t *buffer, int size, const Wait &wait)
 {
     if (!buffer || ImageBytes(m_settings.Now()) > size)
@@ -139,8 +139,8 @@ bool Delivery::AwaitFrame(const Wait &wait)
                                 : m_capture.Frames().WaitForBuff(wait.LeftMs());
 }
 
-/// Takes the frame that was waited for, without what the camera wrote over its pixels, samples in
-/// the order of the host.
+/// Takes the frame that was waited for, hides what the camera wrote over its pixels, and brings its
+/// samples into the byte order of the host.
 bool Delivery::ReadFrame(const Job &job)
 {
     const Readout &readout = job.readout;
@@ -156,10 +156,11 @@ bool Delivery::ReadFrame(const Job &job)
     return true;
 }
 
-/// Waits for a good frame, which is next to be read then. Frames whose mark is missing are thrown
-/// away here. So is, in fast video, a frame that a frame without mark follows: it has lost its end
-/// to it. One that nothing follows in time stays for the next call; when the capture stops, it is
-/// gone with all that was not taken. A finite wait is not begun anew for the next frame.
+/// Waits for a good frame, which is the next to be read then. Frames without their mark are thrown
+/// away here. In fast video a frame is thrown away, too, when the one behind it has no mark,
+/// because its end is missing. A frame that nothing follows in time stays for the next call; when
+/// the capture stops, it goes with all others that were not taken. A finite wait does not begin
+/// anew for the next frame.
 bool Delivery::AwaitHeadMarkedFrame(const Wait &wait)
 {
     while (m_capture.Frames().WaitForBuff(wait.LeftMs())) {
@@ -195,9 +196,9 @@ bool Delivery::DeliversAsRead(const Job &job) const
            !job.set.flipH && !job.set.flipV;
 }
 
-/// What is left to be done with a frame row by row: nothing in place, where the corrections are all
-/// there is to do. Patches alone are put into the frame, whose rows can then be used where they
-/// are; and before large bins, the corrections are a pass of their own.
+/// The steps that are left to be done row by row. Corrections that are the only steps are done in
+/// the frame itself. So are patches without other corrections, because the rows can then be used
+/// where they are, and all corrections before large bins, which leave no room for them.
 template <class Sample>
 FrameSteps<Sample> Delivery::Prepare(const Job &job, const FrameCorrections &fixes)
 {

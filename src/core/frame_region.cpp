@@ -22,8 +22,8 @@ int PlaceInFrame(int pixel, const FrameRegion &region)
     return pixel / (period * region.binning) * period + pixel % period;
 }
 
-/// How much of the region lies on the sensor, which it begins on, along one axis: whole cells of
-/// those that are binned.
+/// How much of a region that begins on the sensor lies on it along one axis, in whole cells of
+/// binned pixels.
 int OnSensor(int start, int binnedLength, int sensorLength, const FrameRegion &region)
 {
     const int cell = region.binning == 1 ? 1 : region.binning * (region.mosaic ? 2 : 1);

@@ -35,8 +35,8 @@ struct ImageCut {
     int mean;
 };
 
-/// What the frame shows of an image of the whole sensor, and its mean. Places that the image does
-/// not reach have the mean of the others.
+/// The part of an image of the whole sensor that the frame shows, and the mean of that part. Places
+/// that the image does not reach get the mean.
 ImageCut CutImage(std::span<const uint8_t> image, const FrameRegion &region);
 
 /// Where the frame shows these pixels of the sensor, in ascending order.

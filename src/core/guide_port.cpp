@@ -29,11 +29,11 @@ void GuidePort::Pulse(int line, int ms)
         BeginPulse(line);
         (void)m_guiding.SleepFor(std::chrono::milliseconds(ms)); // shorter when it is to end
     }
-    // Also when "on" seemed to fail: a line that stays on drives the mount away.
+    // Is sent also when "on" seemed to fail, because a line that stays on drives the mount away.
     EndPulse(line);
 }
 
-/// Not after the last "off" of a camera that is being closed.
+/// Does nothing after the last "off" of a camera that is being closed.
 void GuidePort::BeginPulse(int line)
 {
     const std::lock_guard lock(m_sections[line / 2]);

@@ -26,7 +26,7 @@ struct StoredHotPixels {
     std::vector<uint8_t> record;
 };
 
-/// Reads the record. Each part of it is tried three times, but for the first.
+/// Reads the record. Every part of it but the first is tried three times.
 StoredHotPixels ReadHotPixels(FlashAccess &flash);
 
 /// The pixels that a record names, of a sensor of this size; nothing when it is none, or a broken

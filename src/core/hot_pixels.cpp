@@ -8,7 +8,8 @@ namespace vsccam {
 
 namespace {
 
-/// Looks up the pixels that a region shows. Takes its time with long lists: nobody waits for it.
+/// Looks up the pixels that a region shows. This takes its time with long lists, so it is done
+/// without a lock.
 std::shared_ptr<const PixelPatches> PatchesShown(const std::vector<uint32_t> &pixels,
                                                  const FrameRegion &region)
 {

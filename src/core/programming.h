@@ -9,10 +9,11 @@
 
 namespace vsccam {
 
-/// Who programs a camera, and how far that has come: sequences that store what is set, compute what
-/// the registers get and write them come one after the other. The threads of the host, the capture
-/// worker and the automatics all program. Values in Settings are stored and read without waiting
-/// for it; requests are sent within it only, never within Guarded::With.
+/// The right to program a camera, and how far that has come. A sequence stores what is set,
+/// computes what the registers get, and writes them. Sequences come one after the other. The
+/// threads of the host, the capture worker and the automatics all program. Values in Settings are
+/// stored and read without waiting for it; requests are sent within it only, never within
+/// Guarded::With.
 class Programming {
   public:
     Programming(CCameraFX3 &camera, Guarded<Settings> &settings)
@@ -33,14 +34,14 @@ class Programming {
         Programming &m_owner;
     };
 
-    /// Settings::frameChanges, in a moment in which nobody programs: none of them is half made.
+    /// Settings::frameChanges at a moment when nobody programs, so that no change is half made.
     uint32_t CompleteFrameChanges();
 
-    /// Whether a request that should have set the camera up got lost, and not everything was
-    /// programmed since: no frame of it may be used.
+    /// Whether a request that sets the camera up got lost, and the camera was not programmed as a
+    /// whole since. No frame of such a camera may be used.
     bool IsHalfDone() const { return m_camera.LostSetUps() != m_lostSetUpsMended; }
-    /// Runs `program`, which sets the camera up as a whole, until no request of it got lost; false
-    /// when it fails or the requests may lose no more time.
+    /// Runs `program`, which sets the camera up as a whole, again until none of its requests got
+    /// lost. False when it fails, or when the requests may take no more time.
     bool Whole(const std::function<bool()> &program);
 
     // For who is within a sequence.

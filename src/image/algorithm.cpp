@@ -40,7 +40,7 @@ std::array<uint8_t, 256> BalanceTable(int gain)
     return table;
 }
 
-/// Rounded up, so that products of all bytes round down to those of the table.
+/// The quotient is rounded up, so that the products of all bytes round down to those of the table.
 uint16_t KernelGain(int gain)
 {
     return static_cast<uint16_t>(((std::max(gain, 0) << 14) + kUnityGain - 1) / kUnityGain);

@@ -68,7 +68,7 @@ bool CirBuf::IsNeeded(int buffer) const
            buffer == m_lookedAt;
 }
 
-/// The first one: so those behind it are touched only when several are needed at once.
+/// Takes the first one, so that those behind it are touched only when several are needed at once.
 int CirBuf::FreeBuffer() const
 {
     int buffer = 0;

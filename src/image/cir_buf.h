@@ -54,15 +54,16 @@ class CirBuf {
 
     /// Puts the frame in Filling() into a slot and chooses another buffer to fill. The worker may
     /// still look at the frame until it reads the next one.
-    /// @param measured  the exposure of a frame that the automatics may look at, if they come for
-    ///                  it before the next one; they get it even when both slots are full
+    /// @param measured  the exposure of the frame, if the automatics may look at it. They get it
+    ///                  even when both slots are full, unless another such frame comes before they
+    ///                  do
     /// @return false when both slots are full, or no frame can have this length
     bool InsertBuff(int len, const std::optional<ExposureSetting> &measured = std::nullopt);
 
     /// Copies the oldest frame and frees its slot. Frames of another length, from before a change
     /// of format, are skipped.
-    /// @param timeoutMs  longest wait, -1 for no limit. Without a producer (SetProducing) nothing
-    ///                   is waited for without limit, and a wait ends when the producer goes away.
+    /// @param timeoutMs  longest wait, -1 for no limit. A wait without limit needs a producer (see
+    ///                   SetProducing), and every wait ends when the producer goes away.
     bool ReadBuff(uint8_t *dst, int len, int timeoutMs);
 
     /// Waits, as ReadBuff does, until there is a frame to read.
@@ -80,7 +81,8 @@ class CirBuf {
     /// Tells readers whether frames can come.
     void SetProducing(bool producing);
 
-    /// Sends readers away that wait, and those that come, until as many calls took it back.
+    /// With true, sends away the readers that wait and those that come later, until as many calls
+    /// with false have taken it back.
     void InterruptReaders(bool on);
 
     /// The latest frame that nobody looked at yet; none while another look lasts.

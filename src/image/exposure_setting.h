@@ -4,14 +4,15 @@
 
 namespace vsccam {
 
-/// Below it frames follow each other fast: where only the next one tells whether a frame is whole,
-/// the reader waits for it, and the worker leaves bad frames for the reader to throw away.
+/// Frames of shorter exposures follow each other fast. Where only the next frame tells whether one
+/// is whole, the reader then waits for it, and the worker leaves bad frames to the reader, who
+/// throws them away.
 inline constexpr uint32_t kFastVideoBelowUs = 100'000;
 
 /// What belongs to one setting of the exposure, and to the frames that are exposed by it.
 struct ExposureSetting {
-    /// Below it, frames are short. Capture, delivery and the automatics treat short frames in ways
-    /// that only fit together while they agree which those are.
+    /// Frames of shorter exposures are short. Capture, delivery and the automatics treat those in a
+    /// way of their own, so they must agree which those are.
     static constexpr int kShortBelowUs = 100'000;
 
     uint32_t us = 0;

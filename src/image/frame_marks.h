@@ -28,8 +28,8 @@ FrameMarks ReadFrameMarks(std::span<const uint8_t> frame);
 /// Overwrites the marks with black.
 void ZeroFrameMarks(std::span<uint8_t> frame);
 
-/// Gives the first and the last four bytes the values one row away, so that neither marks nor black
-/// dots are seen.
+/// Gives the first and the last four bytes the values of the bytes one row away, so that neither
+/// marks nor black dots are seen.
 /// @param rowBytes  length of a row of the read-out
 void HideFrameMarks(std::span<uint8_t> frame, size_t rowBytes);
 

@@ -10,7 +10,7 @@
 
 namespace vsccam {
 
-/// Dark frame to be subtracted, of the size of the read-out; what is left gets `offset` more.
+/// A dark frame of the size of the read-out. It is subtracted, and then `offset` is added.
 struct DarkFrame {
     const uint8_t *samples = nullptr; // none: no subtraction
     unsigned offset = 0;
@@ -94,7 +94,7 @@ template <class Sample> class FrameRows {
     uint8_t m_gammaOverDark[256]; // the table, with the offset of the dark frame added before
 };
 
-/// Takes the steps that leave samples in their places: does them in the frame of the steps.
+/// Does the steps that leave samples in their places, in `frame`, and takes them off `steps`.
 template <class Sample>
 void CorrectInPlace(FrameSteps<Sample> &steps, RowScratch &scratch, Sample *frame);
 

@@ -11,7 +11,7 @@ namespace vsccam {
 
 namespace {
 
-/// Any kernel: does nothing of `count`.
+/// Stands for any kernel, and does none of the `count` samples.
 template <class... Arguments> size_t None(Arguments...)
 {
     return 0;

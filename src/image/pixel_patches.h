@@ -53,8 +53,8 @@ template <class Sample> struct PatchedRows {
     std::function<uint32_t(size_t)> outside = {}; // the frame's samples in other rows
 };
 
-/// Patches one pixel after the other, each seeing what became of the ones before it. Other rows are
-/// seen as they were before this list.
+/// Patches one pixel after the other. Each sees what became of those before it, but sees other rows
+/// as they were before this list.
 template <class Sample>
 void ApplyPatches(const PixelPatches &patches, const PatchedRows<Sample> &rows);
 

@@ -34,8 +34,8 @@ constexpr BinnedRows RowsOfBinned(size_t y, size_t height, unsigned bin, bool mo
 {
     if (!mosaic)
         return {y * bin, 1};
-    // Rows alternate in their colours. The last one of an odd height has only one row of its
-    // colours, which is taken as had it been read so often.
+    // Rows alternate in their colours. For the last one of an odd height there is only one row of
+    // its colours, which is taken again and again.
     const bool alone = y + 1 == height && height % 2 != 0;
     return {(y & 1) + (y & ~size_t{1}) * bin, alone ? size_t{0} : size_t{2}};
 }

@@ -15,6 +15,7 @@ void SetUpFpga(CCameraFX3 &camera)
 {
     WriteFpga(camera, fpga::kBitDepth, fpga::kInput12Bits);
     const FpgaHold hold(camera);
+    // What these four are for is not known.
     for (uint16_t reg = fpga::kReg12; reg <= fpga::kReg15; ++reg)
         WriteFpga(camera, reg, 0x80);
 }

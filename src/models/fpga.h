@@ -7,7 +7,7 @@
 
 namespace vsccam {
 
-/// Writes a register. That a write got lost is noted by the camera, which is programmed again then.
+/// Writes a register. The camera takes note of a write that got lost, and is then programmed again.
 void WriteFpga(CCameraFX3 &camera, uint16_t reg, int value);
 
 /// What the FPGA of a USB 3.0 camera gets after its reset.
@@ -22,7 +22,7 @@ void WriteOutputSize(CCameraFX3 &camera, Size size);
 /// @param code  for the mode register, as without long exposures
 void SetFpgaMode(CCameraFX3 &camera, uint16_t code, bool longExposure);
 
-/// Of long exposures: open, the sensor integrates; closed, it reads out.
+/// The gate of long exposures. While it is open the sensor integrates; then it reads out.
 void SetExposureGate(CCameraFX3 &camera, bool open);
 
 } // namespace vsccam

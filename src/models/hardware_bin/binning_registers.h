@@ -16,8 +16,8 @@ inline constexpr uint16_t kReg5F = 0x5F;
 inline constexpr uint16_t kReg60 = 0x60;
 inline constexpr uint16_t kReg61 = 0x61;
 
-// What these five are for is known, where they are is not: the addresses are placeholders, not
-// verified on hardware.
+// It is known that the sensor has these five settings, but not where: the addresses are
+// placeholders, not verified on hardware.
 inline constexpr uint16_t kBinning = 0x20; // 1 to 3
 inline constexpr uint16_t kAdcBits = 0x21;
 inline constexpr uint16_t kGain = 0x30; // 0.1 dB

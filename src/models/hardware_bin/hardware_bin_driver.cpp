@@ -21,7 +21,7 @@ constexpr auto kGatePause = 10ms;
 constexpr int kRowsBefore = 32;
 constexpr int kRowsAround = 36;
 
-// The power states.
+// The power states. What the single writes do is not known.
 constexpr RegisterWrite kWakeUp[] = {
     {kReg1C, 0x0000}, {kReg00, 0x0053}, {kReg05, 0x1000}, {kReg11, 0x3C43},
     Pause(10ms),      {kReg1C, 0x0008}, {kReg06, 0x7C00}, {kReg00, 0x0173},
@@ -46,7 +46,7 @@ HardwareBinDriver<Base>::HardwareBinDriver(const CameraModel &ofModel, const Bin
 
 template <class Base> void HardwareBinDriver<Base>::PowerUp()
 {
-    WriteFpga(fpga::kExposureGate, 0x80);
+    WriteFpga(fpga::kExposureGate, 0x80); // what bit 7 of the gate does is not known
     SleepFor(kFpgaResetPause);
     WriteFpga(fpga::kExposureGate, 0);
     Send(m_sensor.powerUp);
@@ -243,7 +243,7 @@ template <class Base> void HardwareBinDriver<Base>::Send(RegisterList list)
     SendRegisterList(list, [this](uint16_t address, uint16_t value) { Write(address, value); });
 }
 
-/// That a write got lost is noted by the camera, which is programmed again then.
+/// The camera takes note of a write that got lost, and is then programmed again.
 template <class Base> void HardwareBinDriver<Base>::Write(uint16_t address, int value)
 {
     (void)this->WriteCameraRegister(address, static_cast<uint16_t>(value));

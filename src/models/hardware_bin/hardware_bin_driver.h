@@ -27,8 +27,8 @@ struct BinningSensor {
 };
 
 /// The one driver of the large sensors that bin by themselves. They sleep whenever no capture runs:
-/// settings end with it, and the start of a capture wakes them. In another way they also sleep
-/// through long exposures.
+/// set-up and changes of the format end with it, and the start of a capture wakes them. They also
+/// sleep, in another way, through long exposures.
 ///
 /// Base is CCameraBase, or CCameraCool for cooled models.
 template <class Base> class HardwareBinDriver : public Usb3Driver<Base> {

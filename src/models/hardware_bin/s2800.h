@@ -11,8 +11,8 @@ namespace s2800 {
 
 using namespace binning;
 
-// The lists have the length and the order of use that the camera expects. What their real steps are
-// was never seen, nor were these tried on hardware.
+// The lists have the length that the camera expects, and are sent in the order that it expects.
+// Their real steps were never seen, and these were not tried on hardware.
 
 // The sensor after power-on: asleep, the whole of it, unbinned in 12 bits, lowest gain.
 inline constexpr auto kRegListBit = Padded<478>({

@@ -76,7 +76,7 @@ void CCameraPython::PowerUp()
     SetUpFpga();
 }
 
-// That a write got lost is noted by the camera, which is programmed again then.
+// The camera takes note of a write that got lost, and is then programmed again.
 void CCameraPython::Write(uint16_t address, int value)
 {
     (void)WriteCameraRegister(address, static_cast<uint16_t>(value));

@@ -5,9 +5,9 @@
 
 namespace vsccam {
 
-/// The cameras with a PYTHON sensor, USB 3.0. The sensor counts exposures by itself and reads out
-/// by a program in its sequencer, of which there are two: with the usual overhead of each row, and
-/// for high speed without. The FPGA makes the frame timing as for the other USB 3.0 cameras.
+/// The cameras with a PYTHON sensor, USB 3.0. The sensor counts exposures by itself. Its sequencer
+/// has one of two programs for the read-out: one with the usual overhead of each row, and one
+/// without it for high speed. The FPGA makes the frame timing as for the other USB 3.0 cameras.
 class CCameraPython : public Usb3Driver<CCameraBase> {
   public:
     explicit CCameraPython(const CameraModel &ofModel);

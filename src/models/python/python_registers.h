@@ -9,7 +9,7 @@ namespace vsccam::python {
 inline constexpr uint16_t kTemperatureSensor = 96; // bit 0 enables it
 inline constexpr uint16_t kBlackLevel = 128;       // bits 0 to 7
 inline constexpr uint16_t kSequencer = 192;        // bit 0 runs the sequencer
-inline constexpr uint16_t kReg194 = 194;
+inline constexpr uint16_t kReg194 = 194;           // bit 2 is set at the start; why is not known
 
 // What follows is derived from how the sequences use the sensor; not verified on hardware.
 inline constexpr uint16_t kTimerUnit = 199;   // clocks; 72 at 72 MHz: exposures count microseconds

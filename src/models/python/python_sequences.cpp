@@ -7,8 +7,8 @@ namespace vsccam::python {
 
 namespace {
 
-// The sensor needs its writes in this order. Most addresses are undocumented set-up. A lost row is
-// found by the lengths, a slip in a row by a value that its bits cannot hold.
+// The sensor needs its writes in this order. Most addresses are undocumented set-up. The compiler
+// finds a lost row by the lengths, and a slip in a row where its bits cannot hold the value.
 
 constexpr SensorWrite kSoftResetWrites[] = {Whole(8, 153), Whole(9, 9), Whole(10, 2457)};
 

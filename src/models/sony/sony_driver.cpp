@@ -24,6 +24,8 @@ template <class Base> void SonyDriver<Base>::PowerUp()
 {
     SendRegisterList(m_sensor.powerUp,
                      [this](uint16_t address, uint16_t value) { Write(address, value); });
+    // Converter and output have 12 bits. It is not known what the registers that carry their
+    // address do, nor why they get these values.
     constexpr uint8_t kReg305C[] = {0x20, 0x00, 0x20, 0x00};
     uint16_t address = sony::kReg305C;
     for (const uint8_t value : kReg305C)

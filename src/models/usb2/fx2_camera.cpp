@@ -69,7 +69,7 @@ bool Fx2Camera::SelectInputClock(int clockMHz)
                                                  : request::kSensorClock24MHz);
 }
 
-/// That it got lost is noted by the camera, which is programmed again then.
+/// The camera takes note of a command that got lost, and is then programmed again.
 void Fx2Camera::Command(uint8_t command)
 {
     (void)SendCMD(command);

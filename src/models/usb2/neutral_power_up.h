@@ -30,7 +30,7 @@ consteval std::array<RegisterWrite, Rows> NeutralUsb2PowerUp(int width, int heig
         {usb2::kFrameLength, number(height + usb2::kFrameOverhead)},
         {usb2::kLineLength, usb2::kShortestLine},
         {usb2::kIntegration, 1},
-        {usb2::kCoarseGain, 0x1300},
+        {usb2::kCoarseGain, 0x1300}, // with the fine one: the lowest gain
         {usb2::kFineGain, 32},
     };
     static_assert(std::size(known) == kUsb2KnownRows);

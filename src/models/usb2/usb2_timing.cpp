@@ -111,7 +111,7 @@ std::optional<uint16_t> Usb2LinesWithoutHost(uint32_t exposureUs, int lineLength
 {
     const Usb2Timing slow{.clockMHz = kUsb2SlowClockMHz, .lineLength = lineLength, .frameLines = 0};
     const int64_t lines = slow.Lines(exposureUs);
-    // A little less than what makes the host time it: no wavering between the two.
+    // A little less than the limit from which the host times it, so that the two do not take turns.
     if (lines >= kTooManyLines - 1 || exposureUs > kLongestOwnUs - 1)
         return std::nullopt;
     return static_cast<uint16_t>(lines);
