@@ -27,7 +27,6 @@ constexpr size_t kEepromBytes = 0x10000;
 constexpr size_t kEepromPage = 4096;
 constexpr int kEepromAttempts = 3;
 
-
 constexpr size_t kFlashSector = 0x10000;
 constexpr size_t kFlashPage = 256;
 constexpr size_t kFlashReach = 0x10000 * kFlashPage; // by page numbers of 16 bits
