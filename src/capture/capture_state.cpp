@@ -35,6 +35,7 @@ constexpr LegalChange kLegalChanges[] = {
     {HostHasNoThread, AnyOf(Video), Idle, kShowsIdle},
     {HostHasNoThread, AnyOf(Exposing), Failed},
     {HostStops, AnyOf(Video), Idle},
+    {HostStops, AnyOf(Idle), kWhatIsUnderWay},
     {HostStops, AnyOf(Exposing, Ready, Failed), Idle, kShowsIdle}, // whatever it came to meanwhile
     {HostTakesFrame, AnyOf(Ready, Failed), Idle, kShowsIdle},
     {HostTakesFrame, AnyOf(Idle, Video, Exposing), kWhatIsUnderWay, kShowsIdle},

@@ -95,8 +95,8 @@ CaptureWorker::Turn CaptureWorker::CaptureOneFrame()
     const ExposureSetting exposure = m_camera.SettingsOfNow().exposure;
     m_present = {.setting = exposure, .exposedBy = exposure};
     const uint64_t lossUs = static_cast<uint64_t>(m_troubles.drops) * exposure.us;
-    if (m_single &&
-        (lossUs > kSingleExposureLossUs || m_deadline.TooLateFor(exposure, Clock::now())))
+    m_deadline.Follow(exposure);
+    if (m_single && (lossUs > kSingleExposureLossUs || m_deadline.TooLate(Clock::now())))
         return Fail();
     if (m_camera.HalfProgrammed())
         return ProgramAgain();
@@ -166,7 +166,7 @@ BulkStream::Pass CaptureWorker::ReadVideoFrame(const ExposureSetting &exposure)
     const BulkStream::Timeouts timeouts = FrameTimeouts(exposure);
     m_present.waitMs = static_cast<long>(timeouts.perTransfer.count());
     m_present.readBegan = Clock::now();
-    return ReadFrame(exposure, InTime(timeouts));
+    return ReadFrame(InTime(timeouts));
 }
 
 BulkStream::Timeouts CaptureWorker::InTime(BulkStream::Timeouts timeouts) const

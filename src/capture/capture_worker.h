@@ -40,8 +40,7 @@ class CaptureWorker {
     virtual void StartDataPath() = 0; // and the sensor's streaming
     virtual void FollowExposure() {}  // before each frame
     virtual BulkStream::Timeouts FrameTimeouts(const ExposureSetting &exposure) const = 0;
-    virtual BulkStream::Pass ReadFrame(const ExposureSetting &exposure,
-                                       BulkStream::Timeouts timeouts) = 0;
+    virtual BulkStream::Pass ReadFrame(BulkStream::Timeouts timeouts) = 0;
     virtual void PrintIncompleteFrame(const BulkStream::Pass &pass) const = 0;
     virtual Turn HandleMissingBytes(const BulkStream::Pass &pass) = 0; // counted already
     virtual Turn HandleWholeFrame() = 0;

@@ -55,6 +55,7 @@ class CapturedCamera {
     /// worker's, which shows them each frame that is not short.
     virtual void StartAutomatics(std::chrono::milliseconds pass) = 0;
     virtual void StopAutomatics() = 0; // joins the thread
+    // Sets what it decides, and so may wait for whoever programs the camera.
     virtual void Adjust(std::span<const uint8_t> frame, const ExposureSetting &exposedBy) = 0;
 
   protected:

@@ -15,7 +15,7 @@ enum class DropReason : uint8_t {
     NotTaken, // it was there when the capture ended: told then, and in no sum before
     Lost,     // it came while the camera was away or was programmed again
 };
-inline constexpr size_t kDropReasons = 6;
+inline constexpr size_t kDropReasons = static_cast<size_t>(DropReason::Lost) + 1;
 
 /// How many frames of one capture did not come to a host. Plain values.
 struct DropCounts {

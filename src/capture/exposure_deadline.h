@@ -16,16 +16,15 @@ class ExposureDeadline {
     /// Another exposure was set, which begins anew.
     void BeginAnew(Clock::time_point now) { m_began = now; }
 
-    /// Whether an exposure of this setting that begins only now would end too late.
-    bool TooLateFor(const ExposureSetting &exposure, Clock::time_point now)
+    /// Reckons with an exposure of this setting.
+    void Follow(const ExposureSetting &exposure)
     {
         using std::chrono::microseconds;
-        const auto latestBegin = m_began + kGrace + kFrames * microseconds(exposure.frameTimeUs);
-        m_end = latestBegin + microseconds(exposure.us);
-        return now >= latestBegin;
+        m_latestBegin = m_began + kGrace + kFrames * microseconds(exposure.frameTimeUs);
+        m_end = m_latestBegin + microseconds(exposure.us);
     }
-
-    /// Of the exposure that was asked for last.
+    /// Whether one that begins only now would end too late.
+    bool TooLate(Clock::time_point now) const { return now >= m_latestBegin; }
     Clock::time_point End() const { return m_end; }
 
   private:
@@ -33,6 +32,7 @@ class ExposureDeadline {
     static constexpr int kFrames = 4;
 
     Clock::time_point m_began;
+    Clock::time_point m_latestBegin{};
     Clock::time_point m_end{};
 };
 

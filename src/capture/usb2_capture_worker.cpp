@@ -66,11 +66,10 @@ BulkStream::Timeouts Usb2CaptureWorker::FrameTimeouts(const ExposureSetting &exp
 /// otherwise it would time out in the middle of the next frame, and so would every read after it,
 /// always at the same place. The time-out that is printed, and that tells slow frames from fast
 /// ones, is the one without that time.
-BulkStream::Pass Usb2CaptureWorker::ReadFrame(const ExposureSetting &exposure,
-                                              BulkStream::Timeouts timeouts)
+BulkStream::Pass Usb2CaptureWorker::ReadFrame(BulkStream::Timeouts timeouts)
 {
     if (m_midFrame) {
-        const milliseconds extra = 2 * milliseconds(exposure.frameTimeUs / 1000);
+        const milliseconds extra = 2 * milliseconds(m_present.setting.frameTimeUs / 1000);
         timeouts.perTransfer += extra;
         timeouts.total += extra;
     }

@@ -43,8 +43,7 @@ BulkStream::Timeouts Usb3CaptureWorker::FrameTimeouts(const ExposureSetting &exp
     return timeouts;
 }
 
-BulkStream::Pass Usb3CaptureWorker::ReadFrame(const ExposureSetting & /*exposure*/,
-                                              BulkStream::Timeouts timeouts)
+BulkStream::Pass Usb3CaptureWorker::ReadFrame(BulkStream::Timeouts timeouts)
 {
     return m_usb.startAsyncXfer(Buffer(), timeouts, m_capture.GoOn());
 }

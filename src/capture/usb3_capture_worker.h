@@ -14,8 +14,7 @@ class Usb3CaptureWorker final : public CaptureWorker {
   private:
     void StartDataPath() override;
     BulkStream::Timeouts FrameTimeouts(const ExposureSetting &exposure) const override;
-    BulkStream::Pass ReadFrame(const ExposureSetting &exposure,
-                               BulkStream::Timeouts timeouts) override;
+    BulkStream::Pass ReadFrame(BulkStream::Timeouts timeouts) override;
     void PrintIncompleteFrame(const BulkStream::Pass &pass) const override;
     Turn HandleMissingBytes(const BulkStream::Pass &pass) override;
     Turn HandleWholeFrame() override;

@@ -109,18 +109,14 @@ void Automatics::AutoWhiBal(std::span<const uint8_t> bytes)
 
 void Automatics::startAutoControlThr(milliseconds pass)
 {
-    if (m_running)
-        return;
-    m_running.Set();
-    if (!m_thread.Start([this, pass] { SetGainExpFunc(pass); }))
-        m_running.Clear();
+    if (!m_thread.Started())
+        (void)m_thread.Start([this, pass] { SetGainExpFunc(pass); }); // without it nothing adapts
 }
 
 void Automatics::stopAutoControlThr()
 {
-    if (!m_running)
+    if (!m_thread.Started())
         return;
-    m_running.Clear();
     OutputDbgPrint("AutoControlThr wait >>\n");
     m_thread.Join();
     OutputDbgPrint("AutoControlThr wait <<\n");
@@ -128,9 +124,8 @@ void Automatics::stopAutoControlThr()
 
 void Automatics::SetGainExpFunc(milliseconds pass)
 {
-    // Ends with the capture: the worker, which joins it, may still be busy with the camera.
     (void)m_capture.SleepFor(kAutoStart);
-    for (int passes = 1; m_running && m_capture.GoOn(); ++passes) {
+    for (int passes = 1; m_capture.GoOn(); ++passes) {
         LookAtLatest(passes % kPassesPerBalance == 0);
         (void)m_capture.SleepFor(pass);
     }

@@ -59,8 +59,7 @@ class Automatics {
     Capture &m_capture;
     const Setters m_set;
 
-    RunFlag m_running;
-    Thread m_thread;
+    Thread m_thread; // ends with the capture
 };
 
 } // namespace vsccam

@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <mutex>
 #include <optional>
 #include <utility>
 
@@ -250,7 +249,7 @@ void CCameraBase::SetHPCStates(bool on)
 bool CCameraBase::LoadHPCTable()
 try {
     using State = StoredHotPixels::State;
-    FlashAccess flash(*this, kFlashPatience); // settings may be held meanwhile
+    FlashAccess flash(*this, kFlashPatience); // somebody may be programming meanwhile
     const StoredHotPixels stored = ReadHotPixels(flash);
     if (stored.state == State::Unread)
         return false;

@@ -26,7 +26,7 @@ void CameraForCapture::LowerBandwidth(int step)
     const Programming::Scope scope(m_camera.programming); // the host may be switching it off
     const Settings now = m_camera.settings.Now();
     if (now.bandwidthAuto)
-        (void)m_camera.SetControlValue(kControlBandwidth, now.bandwidth - step, true);
+        (void)m_camera.SetFPSPerc(now.bandwidth - step, true);
 }
 
 bool CameraForCapture::HalfProgrammed()

@@ -31,7 +31,7 @@ enum class StandIn : uint8_t {
     Everything,
 };
 
-/// What a model is, apart from how its sensor is programmed: one row of the family's catalogue.
+/// What a model is, apart from how its sensor is programmed: the data of one edition of a sensor.
 struct CameraModel {
     const char *name = "";
     uint16_t productId = 0;

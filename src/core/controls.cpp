@@ -194,13 +194,20 @@ constexpr ControlAccess kAccess[] = {
     {kControlMonoBin, GetSetting<&Settings::monoBin>, SetMonoBin},
     {kControlFanOn, GetCooler<&CoolerState::fanOn>},
 };
-static_assert(std::size(kAccess) == kControlTypes);
 
-const ControlAccess *AccessTo(int type)
+constexpr const ControlAccess *AccessTo(int type)
 {
     const auto *found = std::ranges::find(kAccess, type, &ControlAccess::type);
     return found == std::end(kAccess) ? nullptr : found;
 }
+
+constexpr bool IsComplete(const ControlFacts &control)
+{
+    const ControlAccess *access = AccessTo(control.type);
+    return access && (access->range || control.range);
+}
+static_assert(std::size(kAccess) == kControlTypes);
+static_assert(std::ranges::all_of(kControlList, IsComplete));
 
 template <size_t Size> void CopyText(char (&target)[Size], const char *text)
 {

@@ -11,8 +11,8 @@ inline constexpr uint32_t kFastVideoBelowUs = 100'000;
 
 /// What belongs to one setting of the exposure, and to the frames that are exposed by it.
 struct ExposureSetting {
-    /// Frames of shorter exposures are short. Capture, delivery and the automatics treat those in a
-    /// way of their own, so they must agree which those are.
+    /// Frames of shorter exposures are short. The capture worker and the automatics must agree
+    /// which those are.
     static constexpr int kShortBelowUs = 100'000;
 
     uint32_t us = 0;

@@ -149,7 +149,9 @@ template <class Base> bool Usb3Driver<Base>::SetHardwareBin(bool on)
         (void)store(); // nothing is binned
         return true;
     }
-    const Delivery::Pause readers(this->delivery); // none takes frames of before for those of now
+    // None takes frames of before for those of now. The capture itself ends only with the change of
+    // format below: what the sensor loads here is still its.
+    const Delivery::Pause readers(this->delivery);
     {
         const Programming::Scope scope(programming);
         if (store())

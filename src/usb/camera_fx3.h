@@ -14,11 +14,9 @@
 
 #include <chrono>
 #include <cstdint>
-#include <functional>
 #include <optional>
 #include <span>
 #include <string>
-#include <utility>
 
 namespace vsccam {
 
@@ -141,7 +139,7 @@ class CCameraFX3 {
     ///
     /// What brings sensor and FPGA to rest before the controller restarts, which then knows of
     /// nothing that runs: the business of who knows their registers. By default nothing does.
-    void UseQuieting(std::function<void(CCameraFX3 &)> quiet) { m_quiet = std::move(quiet); }
+    void UseQuieting(void (*quiet)(CCameraFX3 &)) { m_quiet = quiet; }
     /// Reads an image from a file and writes it where the controller shall keep it.
     [[nodiscard]] DownloadResult DownloadFw(const std::string &path,
                                             FX3_FWDWNLOAD_MEDIA_TYPE mediaType);
@@ -246,7 +244,7 @@ class CCameraFX3 {
     CriticalSection m_flashSection; // guards the width of the data bus
 
     BulkStream m_stream; // used by the capture worker
-    std::function<void(CCameraFX3 &)> m_quiet;
+    void (*m_quiet)(CCameraFX3 &) = nullptr;
 };
 
 /// Merges `value`, shifted to `startBit`, into `old` under a mask of the bits startBit to

@@ -32,10 +32,11 @@ constexpr auto kControls = [] {
 // The limits of automatic exposure have a function of their own in the library.
 constexpr int kAutoLimits = 3;
 
-bool IsAutoLimit(const NamedControl &control)
+constexpr bool IsAutoLimit(const NamedControl &control)
 {
     return !control.exported;
 }
+static_assert(std::ranges::count_if(kControls, IsAutoLimit) == kAutoLimits);
 
 size_t WhichAutoLimit(const NamedControl &control)
 {

@@ -1,7 +1,6 @@
 #include "models/sony/sony_driver.h"
 
 #include "base/debug_print.h"
-#include "capture/usb3_capture_worker.h"
 #include "models/register_holds.h"
 #include "models/sony/sony_gain.h"
 #include "models/sony/sony_registers.h"

@@ -4,8 +4,8 @@
 #include "models/fpga.h"
 #include "models/fpga_registers.h"
 #include "models/frame_timing.h"
+#include "models/quiet_sensor.h"
 #include "models/register_holds.h"
-#include "usb/requests.h"
 
 namespace vsccam {
 
@@ -16,6 +16,12 @@ namespace {
 constexpr auto kResetPause = 20ms;
 
 } // namespace
+
+Fx3Edition::Fx3Edition(const CameraModel &ofModel, const Usb2Traits &traits)
+    : Usb2Driver(ofModel, traits)
+{
+    UseQuieting(QuietSensor);
+}
 
 void Fx3Edition::PowerUpBoard()
 {

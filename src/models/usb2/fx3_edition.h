@@ -9,7 +9,7 @@ namespace vsccam {
 /// Not verified on hardware.
 class Fx3Edition : public Usb2Driver {
   public:
-    using Usb2Driver::Usb2Driver;
+    Fx3Edition(const CameraModel &ofModel, const Usb2Traits &traits);
 
     bool StartCapture(bool bSingleExposure) override;
 

@@ -5,8 +5,6 @@
 #include "models/usb2/usb2_registers.h"
 
 #include <algorithm>
-#include <iterator>
-#include <utility>
 
 namespace vsccam {
 

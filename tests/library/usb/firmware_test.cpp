@@ -1,6 +1,7 @@
 #include "library/host_fixture.h"
 #include "library/wire.h"
 #include "models/quiet_sensor.h"
+#include "models/sony/s470.h"
 #include "models/usb2/s340.h"
 #include "support/temporary_file.h"
 #include "usb/firmware_image.h"
@@ -397,6 +398,18 @@ TEST_F(FirmwareTest, FilesThatAreNoImageReachOnlyTheSensor)
         EXPECT_EQ(camera.DownloadFw(File(c.content), c.media), c.result);
         EXPECT_EQ(camera.Traffic(), c.wire);
     }
+}
+
+TEST_F(FirmwareTest, EveryCameraWithThatControllerIsQuieted)
+{
+    const std::string noImage = File({'C', 'X', 0, 0});
+    const auto expectQuieted = [&noImage](auto type, const char *model) {
+        OpenedCamera camera(type, model);
+        EXPECT_EQ(camera->DownloadFw(noImage, Media::Ram), DownloadResult::NoSignature);
+        EXPECT_EQ(camera.Traffic(), Wire("sony 3007=40;fpga 00=00;cmd AF"));
+    };
+    expectQuieted(std::in_place_type<CCameraS470MM>, "VSC470MM");
+    expectQuieted(std::in_place_type<CCameraS340MM_S>, "VSC340MM-S");
 }
 
 TEST_F(FirmwareTest, RamIsWrittenThreeTimesComparedAndEntered)
