@@ -79,7 +79,9 @@ bool CCameraFX3::RestoreFx2Ram(uint16_t address, std::span<const uint8_t> bytes)
         return DownloadBufferToDevice(address, static_cast<uint16_t>(bytes.size()), bytes.data(),
                                       request::kRam);
     };
-    return load() || load(); // also after a time-out: nothing else brings it back
+    if (load())
+        return true;
+    return load(); // also after a time-out: nothing else brings it back
 }
 
 bool CCameraFX3::ReleaseFx2()
