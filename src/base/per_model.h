@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <mutex>
 
 namespace vsccam {
 
@@ -15,7 +14,7 @@ template <class T> class PerModel {
     /// The value of the model with this product ID; `setUp` is called on it the first time.
     template <class SetUp> T &Of(uint16_t productId, SetUp setUp)
     {
-        const std::lock_guard lock(m_section);
+        const SectionLock lock(m_section);
         Entry *entry = std::ranges::find_if(m_entries, [productId](const Entry &e) {
             return e.productId == productId || e.productId == 0;
         });
@@ -37,8 +36,9 @@ template <class T> class PerModel {
         T value{};
     };
 
-    CriticalSection m_section;         // guards which entry is whose
-    std::array<Entry, 64> m_entries{}; // more than there are models
+    CriticalSection m_section; // the values take care of themselves
+    /// More than there are models.
+    std::array<Entry, 64> m_entries VSC_GUARDED_BY(m_section){};
 };
 
 } // namespace vsccam

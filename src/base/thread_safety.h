@@ -13,6 +13,9 @@
 #define VSC_CAPABILITY VSC_ATTRIBUTE(capability("section"))
 #define VSC_SCOPED_CAPABILITY VSC_ATTRIBUTE(scoped_lockable)
 
+// Of sections: locked before others. It is checked where one function holds both.
+#define VSC_ACQUIRED_BEFORE(...) VSC_ATTRIBUTE(acquired_before(__VA_ARGS__))
+
 // Of members: reached only with the section held; for a pointer, what it points to.
 #define VSC_GUARDED_BY(section) VSC_ATTRIBUTE(guarded_by(section))
 #define VSC_POINTEE_GUARDED_BY(section) VSC_ATTRIBUTE(pt_guarded_by(section))
