@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <mutex>
 #include <new>
 #include <utility>
 
@@ -70,7 +69,7 @@ CCameraFX3::~CCameraFX3()
 
 bool CCameraFX3::OpenDevice(uint16_t productId, int ordinal)
 {
-    const std::lock_guard opening(m_openSection); // the kernel may take seconds: requests fail
+    const SectionLock opening(m_openSection); // the kernel may take seconds: requests fail
     if (m_opened || !m_context)
         return false;
     DeviceHandle handle = m_search.Open(productId, ordinal);
@@ -79,7 +78,7 @@ bool CCameraFX3::OpenDevice(uint16_t productId, int ordinal)
         return false;
     m_search.Found(libusb_get_device(handle.get()), productId);
     (void)m_search.LookAround(); // it is there
-    const std::lock_guard lock(m_controlSection);
+    const SectionLock lock(m_controlSection);
     m_handle = std::move(handle);
     m_answers = {};
     m_opened = true;
@@ -88,23 +87,23 @@ bool CCameraFX3::OpenDevice(uint16_t productId, int ordinal)
 
 void CCameraFX3::CloseDevice()
 {
-    Lock lock(m_controlSection);
+    SectionLock lock(m_controlSection);
     m_search.Closing();
     m_opened = false;
-    m_kernelIsDone.Wait(lock, [this] { return !m_inKernel; });
+    m_kernelIsDone.Wait(lock, [this]() VSC_REQUIRES(m_controlSection) { return !m_inKernel; });
     m_handle.reset();
     m_stream.DeviceClosed();
 }
 
 bool CCameraFX3::HasHandle()
 {
-    const std::lock_guard lock(m_controlSection);
+    const SectionLock lock(m_controlSection);
     return m_handle != nullptr;
 }
 
 bool CCameraFX3::IsAttached()
 {
-    const std::lock_guard lock(m_controlSection);
+    const SectionLock lock(m_controlSection);
     return m_opened && !m_answers.IsGone() && m_search.LookAround();
 }
 
@@ -138,13 +137,15 @@ void CCameraFX3::CountIfLost(int result, Purpose purpose)
 int CCameraFX3::Transfer(const Request &request, Purpose purpose)
 {
     const auto asked = Clock::now();
-    Lock lock(m_controlSection);
+    SectionLock lock(m_controlSection);
     RequestBudget::ChargeWait(asked);
     const milliseconds patience = TimeFor(request.timeout, purpose);
     if (patience < RequestBudget::kShortest)
         return LIBUSB_ERROR_NO_DEVICE; // nothing to wait for
     const auto start = Clock::now();
-    if (!m_kernelIsDone.WaitUntil(lock, start + patience, [this] { return !m_inKernel; })) {
+    if (!m_kernelIsDone.WaitUntil(lock, start + patience, [this]() VSC_REQUIRES(m_controlSection) {
+            return !m_inKernel;
+        })) {
         ChargeLoss(purpose, start);
         return LIBUSB_ERROR_BUSY;
     }
@@ -297,19 +298,21 @@ bool CCameraFX3::GetFPGAVer(uint8_t *major, uint8_t sub[4])
     (void)ReadFPGAREG(kFpgaVersionMajor, major); // the last read decides
     (void)ReadFPGAREG(kFpgaVersionMajor + 1, &nibbles[0]);
     const bool ok = ReadFPGAREG(kFpgaVersionMajor + 2, &nibbles[1]);
-    m_fpgaVersion = {.major = *major};
+    FpgaVersion version{.major = *major};
     for (int i = 0; i < 4; ++i) {
         const uint8_t both = nibbles[i / 2];
         sub[i] = static_cast<uint8_t>(i % 2 == 0 ? both >> 4 : both & 0x0F);
-        m_fpgaVersion.sub = m_fpgaVersion.sub << 8 | sub[i];
+        version.sub = version.sub << 8 | sub[i];
     }
+    m_fpgaVersion.With([&version](FpgaVersion &read) { read = version; });
     return ok;
 }
 
 void CCameraFX3::GetFPGAVerVal(uint8_t *major, uint32_t *sub) const
 {
-    *major = m_fpgaVersion.major;
-    *sub = m_fpgaVersion.sub;
+    const FpgaVersion version = m_fpgaVersion.Now();
+    *major = version.major;
+    *sub = version.sub;
 }
 
 bool CCameraFX3::IsUSB3Host()
@@ -373,8 +376,8 @@ template <class Call> bool CCameraFX3::InKernel(Call call)
 {
     libusb_device_handle *handle = nullptr;
     {
-        Lock lock(m_controlSection);
-        m_kernelIsDone.Wait(lock, [this] { return !m_inKernel; });
+        SectionLock lock(m_controlSection);
+        m_kernelIsDone.Wait(lock, [this]() VSC_REQUIRES(m_controlSection) { return !m_inKernel; });
         if (!m_opened)
             return false;
         handle = m_handle.get();
@@ -382,7 +385,7 @@ template <class Call> bool CCameraFX3::InKernel(Call call)
     }
     const bool ok = call(handle) == 0;
     {
-        const std::lock_guard lock(m_controlSection);
+        const SectionLock lock(m_controlSection);
         m_inKernel = false;
     }
     m_kernelIsDone.NotifyAll();
@@ -393,7 +396,7 @@ template <class Call> bool CCameraFX3::InKernel(Call call)
 bool CCameraFX3::AnswersAtAll()
 {
     {
-        const std::lock_guard lock(m_controlSection);
+        const SectionLock lock(m_controlSection);
         if (!m_answers.IsInDoubt())
             return m_opened;
     }
@@ -415,7 +418,7 @@ bool CCameraFX3::ResetDevice()
 {
     OutputDbgPrint("ResetDevice\n");
     {
-        const std::lock_guard lock(m_controlSection);
+        const SectionLock lock(m_controlSection);
         if (m_answers.IsMute())
             return false;
     }
@@ -426,7 +429,7 @@ bool CCameraFX3::initAsyncXfer(int totalLen, int count, int chunkSize, uint8_t e
 {
     libusb_device_handle *handle = nullptr;
     {
-        const std::lock_guard lock(m_controlSection);
+        const SectionLock lock(m_controlSection);
         handle = m_opened ? m_handle.get() : nullptr;
     }
     (void)m_search.LookAround(); // for the note that it takes

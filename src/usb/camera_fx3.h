@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/guarded.h"
 #include "base/sync.h"
 #include "usb/answer_record.h"
 #include "usb/bulk_stream.h"
@@ -99,8 +100,9 @@ class CCameraFX3 {
     [[nodiscard]] bool IsBootLoaderRunning();
 
     /// Held by whoever has the data bus narrow for the flash: the host, or a capture worker that
-    /// programs a camera which came back. Locked after the sections of settings and cooler.
-    CriticalSection &FlashSection() { return m_flashSection; }
+    /// programs a camera which came back. Locked after sequences of programming and the
+    /// section of the cooler.
+    CriticalSection &FlashSection() VSC_RETURN_CAPABILITY(m_flashSection) { return m_flashSection; }
 
     /// The SPI flash: `address` is rounded down to a page of 256 bytes; a request carries at most
     /// 2048 bytes.
@@ -203,12 +205,12 @@ class CCameraFX3 {
         uint16_t length;
         std::chrono::milliseconds timeout;
     };
-    using Lock = std::unique_lock<CriticalSection>;
 
     int Control(const Request &request);
     int Transfer(const Request &request, Purpose purpose);
     int ReadFirmwareVer(uint8_t *version, std::chrono::milliseconds timeout);
-    std::chrono::milliseconds TimeFor(std::chrono::milliseconds timeout, Purpose purpose) const;
+    std::chrono::milliseconds TimeFor(std::chrono::milliseconds timeout, Purpose purpose) const
+        VSC_REQUIRES(m_controlSection);
     BulkStream::Pass ReadPass(uint8_t *buffer, BulkStream::Timeouts timeouts,
                               const RunFlag &running, BulkStream::Count count);
     void ChargeLoss(Purpose purpose, Clock::time_point since);
@@ -227,15 +229,17 @@ class CCameraFX3 {
         uint8_t major = 0;
         uint32_t sub = 0; // four nibbles, a byte each
     };
-    FpgaVersion m_fpgaVersion; // as last read
+    Guarded<FpgaVersion> m_fpgaVersion; // as last read
 
     std::atomic<bool> m_opened{false};
-    CriticalSection m_openSection;    // held while a device is opened, before the following one
-    CriticalSection m_controlSection; // guards the next four and every control transfer
+    /// Held while a device is opened.
+    CriticalSection m_openSection VSC_ACQUIRED_BEFORE(m_controlSection);
+    CriticalSection m_controlSection; // held over every control transfer
     Condition m_kernelIsDone;
-    bool m_inKernel = false; // a call that may last has the device, without the section
-    DeviceHandle m_handle;
-    AnswerRecord m_answers; // of the open device
+    /// A call that may last has the device, without the section.
+    bool m_inKernel VSC_GUARDED_BY(m_controlSection) = false;
+    DeviceHandle m_handle VSC_GUARDED_BY(m_controlSection);
+    AnswerRecord m_answers VSC_GUARDED_BY(m_controlSection); // of the open device
 
     Shared<int> m_lostSetUps;
     EndingAccount m_ending;

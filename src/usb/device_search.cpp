@@ -4,14 +4,19 @@
 #include "usb/device_list.h"
 
 #include <algorithm>
-#include <mutex>
 #include <new>
 
 namespace vsccam {
 
+void DeviceSearch::RestrictTo(const CameraChoice &choice)
+{
+    const SectionLock lock(m_section);
+    m_choice = choice;
+}
+
 DeviceHandle DeviceSearch::Open(uint16_t productId, int ordinal)
 try {
-    const std::lock_guard lock(m_section);
+    const SectionLock lock(m_section);
     return m_camera.Port().depth > 0
                ? OpenLostCamera(m_camera, CAMERA_VID, productId, m_choice)
                : DeviceHandle(libusb_open_device_with_vid_pid_index(nullptr, CAMERA_VID, productId,
@@ -22,7 +27,7 @@ try {
 
 void DeviceSearch::Found(libusb_device *device, uint16_t productId)
 {
-    const std::lock_guard lock(m_section);
+    const SectionLock lock(m_section);
     m_device = device;
     m_productId = productId;
     m_camera = LostCamera(PortPathOf(device));
@@ -30,13 +35,13 @@ void DeviceSearch::Found(libusb_device *device, uint16_t productId)
 
 void DeviceSearch::Closing()
 {
-    const std::lock_guard lock(m_section);
+    const SectionLock lock(m_section);
     m_device = nullptr;
 }
 
 bool DeviceSearch::LookAround()
 try {
-    const std::lock_guard lock(m_section);
+    const SectionLock lock(m_section);
     if (!m_device)
         return false;
     const DeviceList devices(nullptr);
@@ -54,7 +59,7 @@ void DeviceSearch::LookAroundNowAndThen()
 {
     bool enough = false;
     {
-        const std::lock_guard lock(m_section);
+        const SectionLock lock(m_section);
         enough = m_camera.SawOthersLately();
     }
     if (!enough)
@@ -63,7 +68,7 @@ void DeviceSearch::LookAroundNowAndThen()
 
 bool DeviceSearch::NewcomerSettles()
 {
-    const std::lock_guard lock(m_section);
+    const SectionLock lock(m_section);
     return m_camera.NewcomerSettles();
 }
 

@@ -13,12 +13,12 @@ namespace vsccam {
 /// port, or elsewhere when it was lost. For that, it takes note of who is on the bus while the
 /// camera is there.
 ///
-/// Any thread may call it. Its section guards all of its members. The section is locked after all
-/// others, and only Open holds it for longer than a look at the list of devices takes.
+/// Any thread may call it. The section is locked after all others, and only Open holds it for
+/// longer than a look at the list of devices takes.
 class DeviceSearch {
   public:
     /// Says which cameras may be opened, now and after a loss. To be called before Open.
-    void RestrictTo(const CameraChoice &choice) { m_choice = choice; }
+    void RestrictTo(const CameraChoice &choice);
 
     /// Opens the ordinal-th device (from 1, modulo 256) with this product ID, or the camera that
     /// was open before. Empty when it is not there or cannot be opened.
@@ -40,10 +40,10 @@ class DeviceSearch {
 
   private:
     CriticalSection m_section;
-    LostCamera m_camera;               // the one that was opened last
-    libusb_device *m_device = nullptr; // that is open
-    uint16_t m_productId = 0;
-    CameraChoice m_choice;
+    LostCamera m_camera VSC_GUARDED_BY(m_section);               // the one that was opened last
+    libusb_device *m_device VSC_GUARDED_BY(m_section) = nullptr; // that is open
+    uint16_t m_productId VSC_GUARDED_BY(m_section) = 0;
+    CameraChoice m_choice VSC_GUARDED_BY(m_section);
 };
 
 } // namespace vsccam
