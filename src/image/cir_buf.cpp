@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <mutex>
 #include <utility>
 
 namespace vsccam {
@@ -22,7 +21,7 @@ CirBuf::Look::~Look()
 {
     if (m_frame.empty())
         return; // another one may be looking
-    const std::lock_guard lock(m_owner.m_section);
+    const SectionLock lock(m_owner.m_section);
     m_owner.m_lookedAt = kNone;
 }
 
@@ -34,8 +33,8 @@ CirBuf::CirBuf(size_t size)
 
 int CirBuf::ResetCirBuff()
 {
-    std::unique_lock lock(m_section);
-    m_copyDone.Wait(lock, [this] { return !m_reading; });
+    SectionLock lock(m_section);
+    m_copyDone.Wait(lock, [this]() VSC_REQUIRES(m_section) { return !m_reading; });
     m_latest.reset();
     return std::exchange(m_filled, 0);
 }
@@ -47,7 +46,7 @@ bool CirBuf::InsertBuff(int len, const std::optional<ExposureSetting> &measured)
     const Frame frame{m_filling, len};
     bool inserted = false;
     {
-        const std::lock_guard lock(m_section);
+        const SectionLock lock(m_section);
         inserted = m_filled < kSlots;
         if (inserted)
             m_slots[m_filled++] = frame;
@@ -82,11 +81,11 @@ std::span<const uint8_t> CirBuf::BytesOf(const Frame &frame) const
     return m_buffers[static_cast<size_t>(frame.buffer)].First(static_cast<size_t>(frame.length));
 }
 
-bool CirBuf::WaitForFrames(std::unique_lock<CriticalSection> &lock, int count,
+bool CirBuf::WaitForFrames(SectionLock<CriticalSection> &lock, int count,
                            Clock::time_point deadline)
 {
     const bool endsWithProducer = m_producing || deadline == kNever;
-    (void)m_frameAvailable.WaitUntil(lock, deadline, [=, this] {
+    (void)m_frameAvailable.WaitUntil(lock, deadline, [=, this]() VSC_REQUIRES(m_section) {
         return m_filled >= count || m_interruptions > 0 || (endsWithProducer && !m_producing);
     });
     return m_filled >= count;
@@ -101,7 +100,7 @@ void CirBuf::DropOldest()
 bool CirBuf::ReadBuff(uint8_t *dst, int len, int timeoutMs)
 {
     const auto deadline = DeadlineOf(timeoutMs);
-    std::unique_lock lock(m_section);
+    SectionLock lock(m_section);
     while (WaitForFrames(lock, 1, deadline)) {
         const Frame frame = m_slots[0];
         if (frame.length != len) {
@@ -125,7 +124,7 @@ bool CirBuf::ReadBuff(uint8_t *dst, int len, int timeoutMs)
 bool CirBuf::WaitForBuff(int timeoutMs)
 {
     const auto deadline = DeadlineOf(timeoutMs);
-    std::unique_lock lock(m_section);
+    SectionLock lock(m_section);
     return WaitForFrames(lock, 1, deadline);
 }
 
@@ -133,7 +132,7 @@ CirBuf::Head CirBuf::IsBuffHeadCorrect(uint32_t mark, int timeoutMs, Place place
 {
     const bool behind = place == Place::Behind;
     const auto deadline = DeadlineOf(timeoutMs);
-    std::unique_lock lock(m_section);
+    SectionLock lock(m_section);
     if (!WaitForFrames(lock, behind ? 2 : 1, deadline)) {
         lock.unlock(); // printing may take its time
         OutputDbgPrint("[%s] Read time out wait %dms\n", "IsBuffHeadCorrect", timeoutMs);
@@ -147,7 +146,7 @@ CirBuf::Head CirBuf::IsBuffHeadCorrect(uint32_t mark, int timeoutMs, Place place
 
 void CirBuf::DiscardBuff()
 {
-    const std::lock_guard lock(m_section);
+    const SectionLock lock(m_section);
     if (m_filled > 0)
         DropOldest();
 }
@@ -155,7 +154,7 @@ void CirBuf::DiscardBuff()
 void CirBuf::SetProducing(bool producing)
 {
     {
-        const std::lock_guard lock(m_section);
+        const SectionLock lock(m_section);
         m_producing = producing;
     }
     m_frameAvailable.NotifyAll();
@@ -164,7 +163,7 @@ void CirBuf::SetProducing(bool producing)
 void CirBuf::InterruptReaders(bool on)
 {
     {
-        const std::lock_guard lock(m_section);
+        const SectionLock lock(m_section);
         m_interruptions += on ? 1 : -1;
     }
     m_frameAvailable.NotifyAll();
@@ -172,7 +171,7 @@ void CirBuf::InterruptReaders(bool on)
 
 CirBuf::Look CirBuf::TakeLatest(bool shortOnly)
 {
-    const std::lock_guard lock(m_section);
+    const SectionLock lock(m_section);
     if (!m_latest || m_lookedAt != kNone || (shortOnly && !m_latest->exposure.IsShort()))
         return {*this, {}, {}};
     const Measured taken = *std::exchange(m_latest, std::nullopt);

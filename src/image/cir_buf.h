@@ -105,26 +105,26 @@ class CirBuf {
         ExposureSetting exposure;
     };
 
-    bool WaitForFrames(std::unique_lock<CriticalSection> &lock, int count,
-                       Clock::time_point deadline);
-    void DropOldest();
-    bool IsNeeded(int buffer) const;
-    int FreeBuffer() const;
+    bool WaitForFrames(SectionLock<CriticalSection> &lock, int count, Clock::time_point deadline)
+        VSC_REQUIRES(m_section);
+    void DropOldest() VSC_REQUIRES(m_section);
+    bool IsNeeded(int buffer) const VSC_REQUIRES(m_section);
+    int FreeBuffer() const VSC_REQUIRES(m_section);
     std::span<const uint8_t> BytesOf(const Frame &frame) const;
 
     std::array<ZeroedBuffer, kBuffers> m_buffers;
     int m_filling = 0; // only the worker uses it
 
-    CriticalSection m_section;  // guards the following, held for a moment each
+    CriticalSection m_section;  // held for a moment each
     Condition m_frameAvailable; // or none can come any more
     Condition m_copyDone;
-    Frame m_slots[kSlots] = {}; // the oldest first
-    int m_filled = 0;           // slots that hold a frame
-    bool m_reading = false;     // the reader copies the oldest frame
-    std::optional<Measured> m_latest;
-    int m_lookedAt = kNone;
-    bool m_producing = false;
-    int m_interruptions = 0; // of the readers' waits
+    Frame m_slots[kSlots] VSC_GUARDED_BY(m_section) = {}; // the oldest first
+    int m_filled VSC_GUARDED_BY(m_section) = 0;           // slots that hold a frame
+    bool m_reading VSC_GUARDED_BY(m_section) = false;     // the reader copies the oldest frame
+    std::optional<Measured> m_latest VSC_GUARDED_BY(m_section);
+    int m_lookedAt VSC_GUARDED_BY(m_section) = kNone;
+    bool m_producing VSC_GUARDED_BY(m_section) = false;
+    int m_interruptions VSC_GUARDED_BY(m_section) = 0; // of the readers' waits
 };
 
 } // namespace vsccam
