@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <iterator>
-#include <mutex>
 
 using namespace vsccam;
 
@@ -33,7 +32,7 @@ RequestSection g_regulation;
 
 void SetTargetTemp(Camera &camera, int celsius, bool)
 {
-    const std::lock_guard lock(g_regulation);
+    const SectionLock lock(g_regulation);
     if (CCameraCool *cooler = Cooler(camera))
         cooler->SetAutoTemp(camera.cooler.state.Now().on, static_cast<float>(celsius));
 }
@@ -43,7 +42,7 @@ void SetCoolerOn(Camera &camera, int value, bool)
     CCameraCool *cooler = Cooler(camera);
     if (!cooler)
         return;
-    const std::lock_guard lock(g_regulation);
+    const SectionLock lock(g_regulation);
     cooler->SetAutoTemp(value > 0, static_cast<float>(camera.cooler.state.Now().targetC));
     if (value <= 0)
         (void)cooler->SetPowerPerc(0.0F); // a host has no way to be told

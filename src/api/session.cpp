@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <mutex>
 #include <new>
 #include <utility>
 
@@ -28,7 +27,7 @@ thread_local int t_inside = 0; // calls of this thread in a camera
 
 CCameraBase *Session::Enter()
 {
-    const std::lock_guard lock(m_insideSection);
+    const SectionLock lock(m_insideSection);
     if (pCamera) {
         ++m_inside;
         ++t_inside;
@@ -39,7 +38,7 @@ CCameraBase *Session::Enter()
 void Session::Leave()
 {
     {
-        const std::lock_guard lock(m_insideSection);
+        const SectionLock lock(m_insideSection);
         --m_inside;
         --t_inside;
     }
@@ -48,8 +47,15 @@ void Session::Leave()
 
 bool Session::AwaitLeaving(Clock::time_point limit)
 {
-    std::unique_lock lock(m_insideSection);
-    return m_left.WaitUntil(lock, limit, [this] { return m_inside <= t_inside; });
+    SectionLock lock(m_insideSection);
+    return m_left.WaitUntil(
+        lock, limit, [this]() VSC_REQUIRES(m_insideSection) { return m_inside <= t_inside; });
+}
+
+bool Session::HasCamera() const
+{
+    const SectionLock lock(m_insideSection);
+    return pCamera != nullptr;
 }
 
 void Session::InstallCamera(std::unique_ptr<CCameraBase> camera, int index)
@@ -57,7 +63,7 @@ void Session::InstallCamera(std::unique_ptr<CCameraBase> camera, int index)
     iCamIndex = index;
     m_ownerPid = getpid();
     data_lenth = 0;
-    const std::lock_guard lock(m_insideSection);
+    const SectionLock lock(m_insideSection);
     pCamera = std::move(camera);
 }
 
@@ -65,7 +71,7 @@ void Session::CloseCamera(Clock::time_point limit)
 {
     std::unique_ptr<CCameraBase> camera;
     {
-        const std::lock_guard lock(m_insideSection);
+        const SectionLock lock(m_insideSection);
         camera = std::move(pCamera); // nobody enters it any more
     }
     data_lenth = 0;
@@ -91,19 +97,19 @@ void Session::EndWithProcess()
 
 CameraList Session::ConnectedCameras()
 {
-    const std::lock_guard lock(m_listSection);
+    const SectionLock lock(m_listSection);
     return m_cameras;
 }
 
 CameraChoice Session::Choice()
 {
-    const std::lock_guard lock(m_listSection);
+    const SectionLock lock(m_listSection);
     return m_choice;
 }
 
 void Session::SetConnectedCameras(std::span<const uint32_t> productIds, CameraChoice choice)
 {
-    const std::lock_guard lock(m_listSection);
+    const SectionLock lock(m_listSection);
     m_choice = std::move(choice);
     std::ranges::copy(productIds, m_cameras.productIds);
     m_cameras.count = static_cast<int>(productIds.size());

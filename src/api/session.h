@@ -38,7 +38,7 @@ class Session {
     Turns &Lifecycle() { return m_lifecycle; }
 
     // For calls that are in turn.
-    bool HasCamera() const { return pCamera != nullptr; }
+    bool HasCamera() const;
     int CameraIndex() const { return iCamIndex; }
     void InstallCamera(std::unique_ptr<CCameraBase> camera, int index);
     /// Ends the waits of calls inside the camera and closes it. The object is destroyed when all
@@ -64,9 +64,10 @@ class Session {
 
     Turns m_lifecycle;
 
-    CriticalSection m_insideSection; // guards the next two
-    std::unique_ptr<CCameraBase> pCamera;
-    int m_inside = 0; // calls in this camera, or in the one that is being closed
+    mutable CriticalSection m_insideSection;
+    std::unique_ptr<CCameraBase> pCamera VSC_GUARDED_BY(m_insideSection);
+    /// Calls in this camera, or in the one that is being closed.
+    int m_inside VSC_GUARDED_BY(m_insideSection) = 0;
     Condition m_left;
 
     Shared<int> m_ownerPid; // the process that opened the camera
@@ -75,9 +76,9 @@ class Session {
     Shared<int> cur_img_type;
     Shared<int> data_lenth;
 
-    CriticalSection m_listSection; // guards the next two
-    CameraList m_cameras;
-    CameraChoice m_choice;
+    CriticalSection m_listSection;
+    CameraList m_cameras VSC_GUARDED_BY(m_listSection);
+    CameraChoice m_choice VSC_GUARDED_BY(m_listSection);
 };
 
 Session &TheSession();
