@@ -130,7 +130,7 @@ class CCameraBase : public CCameraFX3 {
     // What a camera is made of. Each part tells in its header what it has, and who may use it.
     const CameraModel &model;
     Guarded<Settings> settings;
-    Programming programming;
+    Programming programming VSC_ACQUIRED_BEFORE(cooler.section);
     Capture capture;
     Delivery delivery;
     Automatics automatics;
@@ -144,10 +144,10 @@ class CCameraBase : public CCameraFX3 {
     /// its frames, then programs. At its end the capture starts again the way it ran. Programming
     /// comes last, because the worker that is to end may be waiting for it. Changes contain each
     /// other.
-    class FormatChange {
+    class VSC_SCOPED_CAPABILITY FormatChange {
       public:
-        explicit FormatChange(CCameraBase &camera);
-        ~FormatChange();
+        explicit FormatChange(CCameraBase &camera) VSC_ACQUIRE(camera.programming);
+        ~FormatChange() VSC_RELEASE();
         FormatChange(const FormatChange &) = delete;
         FormatChange &operator=(const FormatChange &) = delete;
 

@@ -4,7 +4,6 @@
 #include "core/raw_frame.h"
 
 #include <algorithm>
-#include <mutex>
 #include <utility>
 
 // Dark frames: the sensor's fixed pattern, subtracted from 8-bit frames.
@@ -45,14 +44,14 @@ int DarkFramesFor(uint32_t exposureUs)
 void DarkFrames::Disable()
 {
     m_enabled = false;
-    const std::lock_guard imageLock(m_imageSection);
+    const SectionLock imageLock(m_imageSection);
     m_image = {};
     Install({});
 }
 
 void DarkFrames::Request(int frames)
 {
-    const std::lock_guard lock(m_imageSection);
+    const SectionLock lock(m_imageSection);
     m_sum = {};
     m_framesTaken = 0;
     m_framesWanted = std::max(frames, 1);
@@ -61,12 +60,13 @@ void DarkFrames::Request(int frames)
 
 bool DarkFrames::Add(std::span<const uint8_t> frame)
 {
-    const std::lock_guard lock(m_imageSection);
+    const SectionLock lock(m_imageSection);
     if (!m_requested) // cancelled in the meantime
         return false;
     m_sum.resize(frame.size());
-    std::ranges::transform(m_sum, frame, m_sum.begin(), [this](uint8_t sum, uint8_t sample) {
-        return static_cast<uint8_t>(std::min(sum + sample / m_framesWanted, kBrightest));
+    const int wanted = m_framesWanted;
+    std::ranges::transform(m_sum, frame, m_sum.begin(), [wanted](uint8_t sum, uint8_t sample) {
+        return static_cast<uint8_t>(std::min(sum + sample / wanted, kBrightest));
     });
     if (++m_framesTaken < m_framesWanted)
         return false;
@@ -77,19 +77,19 @@ bool DarkFrames::Add(std::span<const uint8_t> frame)
 
 void DarkFrames::SetImage(std::vector<uint8_t> image)
 {
-    const std::lock_guard lock(m_imageSection);
+    const SectionLock lock(m_imageSection);
     m_image = std::move(image);
 }
 
 std::vector<uint8_t> DarkFrames::Image()
 {
-    const std::lock_guard lock(m_imageSection);
+    const SectionLock lock(m_imageSection);
     return m_image;
 }
 
 std::vector<uint8_t> DarkFrames::BrightBitmap()
 {
-    const std::lock_guard lock(m_imageSection);
+    const SectionLock lock(m_imageSection);
     const auto working = m_cut.Now().working;
     const int mean = working ? working->mean : 0;
     std::vector<uint8_t> bitmap(m_image.size() / 8);
@@ -101,7 +101,7 @@ std::vector<uint8_t> DarkFrames::BrightBitmap()
 
 void DarkFrames::Cut(const FrameRegion &region)
 {
-    const std::lock_guard lock(m_imageSection);
+    const SectionLock lock(m_imageSection);
     if (m_image.empty())
         return;
     ImageCut cut = CutImage(m_image, region);

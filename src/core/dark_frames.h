@@ -60,11 +60,13 @@ class DarkFrames {
 
     // Order of locks: m_imageSection, then that of m_cut, which readers of frames take: nobody
     // holds it while he cuts.
-    CriticalSection m_imageSection; // guards the next four
-    std::vector<uint8_t> m_image;   // of the whole sensor; empty: none
-    std::vector<uint8_t> m_sum;     // of the frames taken, each divided by their number
-    int m_framesWanted = 1;
-    int m_framesTaken = 0;
+    CriticalSection m_imageSection;
+    /// Of the whole sensor; empty: none.
+    std::vector<uint8_t> m_image VSC_GUARDED_BY(m_imageSection);
+    /// Of the frames taken, each divided by their number.
+    std::vector<uint8_t> m_sum VSC_GUARDED_BY(m_imageSection);
+    int m_framesWanted VSC_GUARDED_BY(m_imageSection) = 1;
+    int m_framesTaken VSC_GUARDED_BY(m_imageSection) = 0;
 
     Guarded<DarkCut> m_cut;
 };

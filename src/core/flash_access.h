@@ -81,7 +81,8 @@ class FlashAccess {
     static constexpr std::chrono::milliseconds kPollInterval{10};
 
     CCameraFX3 &m_camera; // the requests that follow fail by themselves when the switch failed
-    std::unique_lock<CriticalSection> m_lock; // until the bus is wide again
+    /// Until the bus is wide again. No SectionLock, which cannot be without its section.
+    std::unique_lock<CriticalSection> m_lock;
 };
 
 } // namespace vsccam

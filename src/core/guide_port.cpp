@@ -4,7 +4,6 @@
 #include "usb/requests.h"
 
 #include <chrono>
-#include <mutex>
 
 namespace vsccam {
 
@@ -36,7 +35,7 @@ void GuidePort::Pulse(int line, int ms)
 /// Does nothing after the last "off" of a camera that is being closed.
 void GuidePort::BeginPulse(int line)
 {
-    const std::lock_guard lock(m_sections[line / 2]);
+    const SectionLock lock(m_sections[line / 2]);
     if (!m_guiding)
         return;
     m_lineOn[line] = true;
@@ -45,7 +44,7 @@ void GuidePort::BeginPulse(int line)
 
 void GuidePort::EndPulse(int line)
 {
-    const std::lock_guard lock(m_sections[line / 2]);
+    const SectionLock lock(m_sections[line / 2]);
     (void)m_camera.SendOff(request::kGuideOff, static_cast<uint16_t>(line));
     m_lineOn[line] = false;
 }

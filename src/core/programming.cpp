@@ -11,8 +11,9 @@ Programming::Scope::Scope(Programming &programming) : m_owner(programming)
 Programming::Scope::~Scope()
 {
     if (--m_owner.m_depth == 0)
-        m_owner.m_settings.With([this](Settings &s) {
-            s.inForce = {s.exposureUs, m_owner.m_frameTimeUs, m_owner.m_longExposure};
+        m_owner.m_settings.With([frameTimeUs = m_owner.m_frameTimeUs,
+                                 longExposure = m_owner.m_longExposure](Settings &s) {
+            s.inForce = {s.exposureUs, frameTimeUs, longExposure};
         });
     m_owner.m_section.unlock();
 }

@@ -14,7 +14,7 @@ namespace vsccam {
 /// threads of the host, the capture worker and the automatics all program. Values in Settings are
 /// stored and read without waiting for it; requests are sent within it only, never within
 /// Guarded::With.
-class Programming {
+class VSC_CAPABILITY Programming {
   public:
     Programming(CCameraFX3 &camera, Guarded<Settings> &settings)
         : m_camera(camera), m_settings(settings)
@@ -23,10 +23,10 @@ class Programming {
 
     /// One sequence. Sequences contain each other on one thread; the outermost one ends with what
     /// the sensor exposes by from then on, see Settings::inForce.
-    class Scope {
+    class VSC_SCOPED_CAPABILITY Scope {
       public:
-        explicit Scope(Programming &programming);
-        ~Scope();
+        explicit Scope(Programming &programming) VSC_ACQUIRE(programming);
+        ~Scope() VSC_RELEASE();
         Scope(const Scope &) = delete;
         Scope &operator=(const Scope &) = delete;
 
@@ -46,23 +46,23 @@ class Programming {
 
     // For who is within a sequence.
 
-    void CountFrameChange();
+    void CountFrameChange() VSC_REQUIRES(this);
     /// Both are stored before the camera is told. Gates time long exposures, whatever the frame
     /// time is: then it is no change.
-    void SetFrameTime(int us);
-    void SetLongExposure(bool on) { m_longExposure = on; }
-    bool LongExposure() const { return m_longExposure; }
-    int FrameTimeUs() const { return m_frameTimeUs; }
+    void SetFrameTime(int us) VSC_REQUIRES(this);
+    void SetLongExposure(bool on) VSC_REQUIRES(this) { m_longExposure = on; }
+    bool LongExposure() const VSC_REQUIRES(this) { return m_longExposure; }
+    int FrameTimeUs() const VSC_REQUIRES(this) { return m_frameTimeUs; }
 
   private:
     CCameraFX3 &m_camera;
     Guarded<Settings> &m_settings;
     Shared<int> m_lostSetUpsMended; // of CCameraFX3::LostSetUps
 
-    RequestSection m_section; // held over the requests of a sequence; guards the next three
-    int m_depth = 0;          // of sequences in each other
-    int m_frameTimeUs = 0;
-    bool m_longExposure = false;
+    RequestSection m_section;             // held by a Scope, over the requests of a sequence
+    int m_depth VSC_GUARDED_BY(this) = 0; // of sequences in each other
+    int m_frameTimeUs VSC_GUARDED_BY(this) = 0;
+    bool m_longExposure VSC_GUARDED_BY(this) = false;
 };
 
 } // namespace vsccam

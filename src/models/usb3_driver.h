@@ -52,23 +52,23 @@ template <class Base> class Usb3Driver : public Base, protected CaptureSensor {
     using typename Base::FormatChange;
 
     /// Sensor and FPGA after power-on: what does not depend on what the host has set.
-    virtual void PowerUp() = 0;
+    virtual void PowerUp() VSC_REQUIRES(programming) = 0;
     /// Region and size of the read-out as they are set.
-    virtual void Cam_SetResolution() = 0;
+    virtual void Cam_SetResolution() VSC_REQUIRES(programming) = 0;
     /// Frame length and shutter.
-    virtual void ProgramExposure(const FrameExposure &exposure) = 0;
+    virtual void ProgramExposure(const FrameExposure &exposure) VSC_REQUIRES(programming) = 0;
 
     /// Of the read-out as it is set.
     virtual int ReadoutClockKHz() { return m_traits.initialLine.clockKHz; }
-    virtual void SelectClock() {}
+    virtual void SelectClock() VSC_REQUIRES(programming) {}
     /// Stores the flag; families add what the registers want.
-    virtual void SetOutput16Bits(bool on);
+    virtual void SetOutput16Bits(bool on) VSC_REQUIRES(programming);
     /// Loads the sensor's read-out mode, for sensors that have several: at the start and when the
     /// hardware-bin flag has changed.
-    virtual void LoadReadoutMode() {}
+    virtual void LoadReadoutMode() VSC_REQUIRES(programming) {}
     /// Before a binning and a format are stored, and after everything was programmed for them.
-    virtual void PrepareFormat(int /*bin*/, IMAGE_TYPE /*type*/) {}
-    virtual void FinishSettings() {}
+    virtual void PrepareFormat(int /*bin*/, IMAGE_TYPE /*type*/) VSC_REQUIRES(programming) {}
+    virtual void FinishSettings() VSC_REQUIRES(programming) {}
     /// Code of the FPGA's mode register that lets it run; long exposures add theirs.
     virtual uint16_t FpgaRunCode() { return fpga::kRun; }
 
@@ -77,39 +77,38 @@ template <class Base> class Usb3Driver : public Base, protected CaptureSensor {
     void CloseExposureGate() override;
     bool RestoreSettings() override;
 
-    void SetCMOSClk();
+    void SetCMOSClk() VSC_REQUIRES(programming);
     /// With the alignment of the model.
     bool MoveRegion(int x, int y, const std::function<void()> &program);
     void WriteFpga(uint16_t reg, int value) { vsccam::WriteFpga(*this, reg, value); }
     void WriteFpga16(uint16_t reg, int value) { vsccam::WriteFpga16(*this, reg, value); }
     void SetUpFpga() { vsccam::SetUpFpga(*this); }
-    void RunFpga();
-    void StopFpga();
+    void RunFpga() VSC_REQUIRES(programming);
+    void StopFpga() VSC_REQUIRES(programming);
     void WriteFrameLength(const FrameExposure &exposure);
 
     // The state that the families share. Plain values: the object is destroyed as a CCameraBase.
-    // Used within sequences of Programming.
     struct Timing {
         SensorLine line;
         int shortestLine = 0;
     };
     static_assert(std::is_trivially_destructible_v<Timing>);
 
-    Timing m_timing;
+    Timing m_timing VSC_GUARDED_BY(programming);
 
     /// Region and size of the read-out go to the sensor.
-    void WriteSize();
+    void WriteSize() VSC_REQUIRES(programming);
 
   private:
     int AutoBandwidth() const { return settings.Now().usb3Host ? 100 : 80; }
     int Budget() const;
     bool SetUp();
-    void ReapplyTiming();
-    void SelectLongExposure(bool on);
-    void CalcMaxFPS();
+    void ReapplyTiming() VSC_REQUIRES(programming);
+    void SelectLongExposure(bool on) VSC_REQUIRES(programming);
+    void CalcMaxFPS() VSC_REQUIRES(programming);
 
     const Usb3Traits &m_traits;
-    bool m_startWasLast = false; // to be written, not the size; as m_timing
+    bool m_startWasLast VSC_GUARDED_BY(programming) = false; // to be written, not the size
 };
 
 extern template class Usb3Driver<CCameraBase>;

@@ -111,7 +111,7 @@ template <class Base> void HardwareBinDriver<Base>::Cam_SetResolution()
 
 template <class Base> bool HardwareBinDriver<Base>::SetStartPos(int x, int y)
 {
-    return this->MoveRegion(x, y, [this] { WriteStartPos(); });
+    return this->MoveRegion(x, y, [this]() VSC_REQUIRES(programming) { WriteStartPos(); });
 }
 
 template <class Base> void HardwareBinDriver<Base>::WriteStartPos()

@@ -46,12 +46,15 @@ template <class Base> class HardwareBinDriver : public Usb3Driver<Base> {
     using Driver::ReadoutNow, Driver::RunFpga, Driver::StopFpga, Driver::WriteFpga;
     using typename Driver::FormatChange;
 
-    void PowerUp() override;
-    void LoadReadoutMode() override { InitSensorBinning(settings.Now().bin); }
-    void PrepareFormat(int bin, IMAGE_TYPE type) override;
-    void Cam_SetResolution() override;
-    void ProgramExposure(const FrameExposure &exposure) override;
-    void FinishSettings() override { SleepSensor(); }
+    void PowerUp() override VSC_REQUIRES(programming);
+    void LoadReadoutMode() override VSC_REQUIRES(programming)
+    {
+        InitSensorBinning(settings.Now().bin);
+    }
+    void PrepareFormat(int bin, IMAGE_TYPE type) override VSC_REQUIRES(programming);
+    void Cam_SetResolution() override VSC_REQUIRES(programming);
+    void ProgramExposure(const FrameExposure &exposure) override VSC_REQUIRES(programming);
+    void FinishSettings() override VSC_REQUIRES(programming) { SleepSensor(); }
     uint16_t FpgaRunCode() override;
     void StartSensorStreaming() override;
     void StopSensorStreaming() override;
@@ -59,7 +62,7 @@ template <class Base> class HardwareBinDriver : public Usb3Driver<Base> {
     void OpenExposureGate() override;
     void CloseExposureGate() override;
 
-    void InitSensorBinning(int bin);
+    void InitSensorBinning(int bin) VSC_REQUIRES(programming);
     const SensorMode *ModeFor(int bin) const;
     void WakeUpSensor();
     void SleepSensor();
@@ -67,7 +70,7 @@ template <class Base> class HardwareBinDriver : public Usb3Driver<Base> {
     void SleepSensorLongExp();
     void Write(uint16_t address, int value);
     void Send(RegisterList list);
-    void WriteStartPos();
+    void WriteStartPos() VSC_REQUIRES(programming);
 
     const BinningSensor &m_sensor;
 };

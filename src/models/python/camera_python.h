@@ -24,17 +24,17 @@ class CCameraPython : public Usb3Driver<CCameraBase> {
     void RequiredUploads() { Send(python::kRequiredUploads); }
     void SoftPowerUp() { Send(python::kPowerUp); }
     void SoftPowerDown() { Send(python::kPowerDown); } // stops the sequencer first
-    void InitializeCDSwithNROT();
-    void InitializeCDSwithZROT();
+    void InitializeCDSwithNROT() VSC_REQUIRES(programming);
+    void InitializeCDSwithZROT() VSC_REQUIRES(programming);
     void StartPYTHONStreaming();
     void StopPYTHONStreaming();
 
   private:
-    void PowerUp() override;
-    void LoadReadoutMode() override;
-    void Cam_SetResolution() override;
-    void SetOutput16Bits(bool on) override;
-    void ProgramExposure(const FrameExposure &exposure) override;
+    void PowerUp() override VSC_REQUIRES(programming);
+    void LoadReadoutMode() override VSC_REQUIRES(programming);
+    void Cam_SetResolution() override VSC_REQUIRES(programming);
+    void SetOutput16Bits(bool on) override VSC_REQUIRES(programming);
+    void ProgramExposure(const FrameExposure &exposure) override VSC_REQUIRES(programming);
     void StartSensorStreaming() override;
     void StopSensorStreaming() override;
 

@@ -39,12 +39,12 @@ template <class Base> class SonyDriver : public Usb3Driver<Base> {
     using Driver::model, Driver::m_timing, Driver::programming, Driver::settings;
     using Driver::ReadoutNow, Driver::SetCMOSClk, Driver::WriteFpga;
 
-    void PowerUp() override;
-    void Cam_SetResolution() override;
-    void ProgramExposure(const FrameExposure &exposure) override;
+    void PowerUp() override VSC_REQUIRES(programming);
+    void Cam_SetResolution() override VSC_REQUIRES(programming);
+    void ProgramExposure(const FrameExposure &exposure) override VSC_REQUIRES(programming);
     int ReadoutClockKHz() override { return ReadoutClock().kHz; }
-    void SelectClock() override;
-    void SetOutput16Bits(bool on) override;
+    void SelectClock() override VSC_REQUIRES(programming);
+    void SetOutput16Bits(bool on) override VSC_REQUIRES(programming);
     void StartSensorStreaming() override;
     void StopSensorStreaming() override;
 

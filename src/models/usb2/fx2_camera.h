@@ -17,10 +17,10 @@ class Fx2Camera : public Usb2Driver {
     bool StartCapture(bool bSingleExposure) override;
 
   private:
-    void PowerUpBoard() override;
-    bool SelectInputClock(int clockMHz) override;
-    void SelectBitDepth(bool is16) override;
-    void EndHostTiming() override;
+    void PowerUpBoard() override VSC_REQUIRES(programming);
+    bool SelectInputClock(int clockMHz) override VSC_REQUIRES(programming);
+    void SelectBitDepth(bool is16) override VSC_REQUIRES(programming);
+    void EndHostTiming() override VSC_REQUIRES(programming);
     bool WorkerFollowsExposure() const override { return true; }
     LongExposurePlan PlanLongExposure(uint32_t exposureUs) const override;
     void OpenExposureGate() override;

@@ -14,11 +14,11 @@ class Fx3Edition : public Usb2Driver {
     bool StartCapture(bool bSingleExposure) override;
 
   private:
-    void PowerUpBoard() override;
-    void SelectBitDepth(bool is16) override;
-    void SetOutputSize(Size size) override;
-    void BeginHostTiming() override;
-    void EndHostTiming() override;
+    void PowerUpBoard() override VSC_REQUIRES(programming);
+    void SelectBitDepth(bool is16) override VSC_REQUIRES(programming);
+    void SetOutputSize(Size size) override VSC_REQUIRES(programming);
+    void BeginHostTiming() override VSC_REQUIRES(programming);
+    void EndHostTiming() override VSC_REQUIRES(programming);
     bool WorkerFollowsExposure() const override { return false; }
     void StartSensorStreaming() override;
     void StopSensorStreaming() override;

@@ -287,7 +287,7 @@ void Usb2Driver::StoreLineLength(int clocks)
 void Usb2Driver::PublishTiming()
 {
     programming.SetFrameTime(m_state.timing.FrameTimeUs());
-    m_state.ownIntegrationUs = m_state.timing.OwnIntegrationUs();
+    m_ownIntegrationUs = m_state.timing.OwnIntegrationUs();
 }
 
 bool Usb2Driver::SetExp(unsigned long long microseconds, bool bAuto)

@@ -70,15 +70,15 @@ class Usb2Driver : public CCameraBase, protected Usb2Sensor {
                      signed char *oe);
 
   protected:
-    // What the board does, within a sequence of Programming.
-    virtual void PowerUpBoard() = 0;
+    // What the board does.
+    virtual void PowerUpBoard() VSC_REQUIRES(programming) = 0;
     /// Sends the sensor kUsb2SlowClockMHz or kUsb2FastInputMHz. @return false on boards whose clock
     /// is always the slow one, and when the camera does not answer
-    virtual bool SelectInputClock(int /*clockMHz*/) { return false; }
-    virtual void SelectBitDepth(bool is16) = 0;
-    virtual void SetOutputSize(Size) {} // of the frames
-    virtual void BeginHostTiming() {}
-    virtual void EndHostTiming() {}
+    virtual bool SelectInputClock(int /*clockMHz*/) VSC_REQUIRES(programming) { return false; }
+    virtual void SelectBitDepth(bool is16) VSC_REQUIRES(programming) = 0;
+    virtual void SetOutputSize(Size) VSC_REQUIRES(programming) {} // of the frames
+    virtual void BeginHostTiming() VSC_REQUIRES(programming) {}
+    virtual void EndHostTiming() VSC_REQUIRES(programming) {}
     /// Whether a worker calls FollowExposure.
     virtual bool WorkerFollowsExposure() const = 0;
 
@@ -90,40 +90,39 @@ class Usb2Driver : public CCameraBase, protected Usb2Sensor {
     void PrintBlackLevel() override;
 
     /// How long the sensor integrates by itself in exposures that the host times.
-    uint32_t OwnIntegrationUs() const { return m_state.ownIntegrationUs; }
+    uint32_t OwnIntegrationUs() const { return m_ownIntegrationUs; }
     const Usb2Traits &Traits() const { return m_traits; }
 
   private:
     bool SetUp();
-    void PowerUp();
-    void Cam_SetResolution();
-    void SetOutput16Bits(bool on);
-    void SetCMOSClk(int clockMHz);
-    void SetCMOSClk();
-    void WriteFrameLength();
+    void PowerUp() VSC_REQUIRES(programming);
+    void Cam_SetResolution() VSC_REQUIRES(programming);
+    void SetOutput16Bits(bool on) VSC_REQUIRES(programming);
+    void SetCMOSClk(int clockMHz) VSC_REQUIRES(programming);
+    void SetCMOSClk() VSC_REQUIRES(programming);
+    void WriteFrameLength() VSC_REQUIRES(programming);
     void WriteWindow();
     void WriteWindowEnd();
     int LineOfBandwidth(int clockMHz); // of the region, the bit depth and the link
     int ChosenBandwidth() const;
-    void StoreLineLength(int clocks);
-    void PublishTiming();
-    void WriteLines(int64_t lines);
-    void EnterLongExposure();
+    void StoreLineLength(int clocks) VSC_REQUIRES(programming);
+    void PublishTiming() VSC_REQUIRES(programming);
+    void WriteLines(int64_t lines) VSC_REQUIRES(programming);
+    void EnterLongExposure() VSC_REQUIRES(programming);
     void Write(uint16_t address, int value);
 
-    // The driver's own state. Plain values: the object is destroyed as a CCameraBase. Used within
-    // sequences of Programming.
+    // The driver's own state. Plain values: the object is destroyed as a CCameraBase.
     struct State {
         Usb2Timing timing{};
         int inputMHz = kUsb2SlowClockMHz; // that the board sends the sensor
-        Shared<uint32_t> ownIntegrationUs;
-        int8_t blackLevel[4] = {}; // as GetBLOffset has them
+        int8_t blackLevel[4] = {};        // as GetBLOffset has them
         bool blackLevelKnown = false;
     };
     static_assert(std::is_trivially_destructible_v<State>);
 
     const Usb2Traits &m_traits;
-    State m_state;
+    State m_state VSC_GUARDED_BY(programming);
+    Shared<uint32_t> m_ownIntegrationUs;
 };
 
 } // namespace vsccam
