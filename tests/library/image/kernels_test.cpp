@@ -119,13 +119,13 @@ std::vector<Operation> Operations()
          }}};
     for (const bool is16 : {false, true}) {
         const size_t bytes = is16 ? 2 : 1;
-        for (const auto &[v, h] : {std::pair{false, true}, {true, false}, {true, true}})
+        for (const auto &flip : {std::pair{false, true}, {true, false}, {true, true}})
             operations.push_back({"flip", [=](Buffers &b, const Shape &s) {
                                       if (is16 && s.offset % 2 != 0)
                                           return; // 16-bit samples are aligned
-                                      CAlgorithm::SoftMisc(b.InOut(s.w * s.h * bytes),
-                                                           static_cast<int>(s.w),
-                                                           static_cast<int>(s.h), 1, is16, v, h);
+                                      CAlgorithm::SoftMisc(
+                                          b.InOut(s.w * s.h * bytes), static_cast<int>(s.w),
+                                          static_cast<int>(s.h), 1, is16, flip.first, flip.second);
                                   }});
         for (const int bin : {2, 3, 4}) {
             for (const bool mosaic : {false, true}) {
