@@ -57,11 +57,9 @@ DownloadResult ParseFx3Image(std::span<const uint8_t> image, Fx3Image *parsed)
         const uint64_t length = uint64_t{LittleEndian32(head->first(4))} * 4;
         const uint32_t address = LittleEndian32(head->subspan(4));
         if (length == 0) {
-            const auto checksum = reader.Take(4);
-            if (!checksum)
+            if (!reader.Take(4)) // the checksum
                 break;
             parsed->entry = address;
-            parsed->checksum = LittleEndian32(*checksum);
             return DownloadResult::Success;
         }
         if (std::min<uint64_t>(length, kFirmwareChunk) > image.size())

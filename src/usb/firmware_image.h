@@ -36,7 +36,6 @@ inline constexpr size_t kFirmwareChunk = 2048;
 struct Fx3Image {
     std::vector<FirmwareRecord> records;
     uint32_t entry = 0; // where the program starts
-    uint32_t checksum = 0;
 };
 
 /// Takes a FX3 boot image apart: "CY", two control bytes, records of a length in words, an address
