@@ -189,22 +189,31 @@ TEST_F(HostTest, ReportsAndClampsEveryControl)
 
 TEST_F(HostTest, ARefusedFormatLeavesThePreviousOneInForce)
 {
-    OpenOne("VSC470MC");
-    ASSERT_TRUE(setImageFormat(640, 480, 1, VSC_IMG_RAW16));
     const struct {
         int width, height, bin, type;
-    } refused[] = {{644, 480, 1, VSC_IMG_Y8}, {640, 480, 1, 7}, {640, 480, INT_MIN, VSC_IMG_RAW8}};
-    for (const auto &r : refused) {
-        EXPECT_FALSE(setImageFormat(r.width, r.height, r.bin, r.type));
-        EXPECT_EQ(getImgType(), VSC_IMG_RAW16);
-        EXPECT_EQ(getWidth(), 640);
+    } refused[] = {
+        {100, 100, 1, VSC_IMG_Y8}, {640, 481, 1, VSC_IMG_Y8},       {640, -480, 1, VSC_IMG_Y8},
+        {0, 480, 1, VSC_IMG_Y8},   {640, 480, INT_MIN, VSC_IMG_Y8}, {8, 128, INT_MAX, VSC_IMG_Y8},
+        {640, 480, 1, 7}};
+    for (const char *model : {"VSC470MC", "VSC340MM"}) {
+        const int device = OpenOne(model);
+        ASSERT_TRUE(setImageFormat(640, 480, 1, VSC_IMG_RAW16));
+        (void)Bus().TakeTraffic(device);
+        for (const auto &r : refused) {
+            EXPECT_FALSE(setImageFormat(r.width, r.height, r.bin, r.type))
+                << model << " " << r.width << "x" << r.height << " bin " << r.bin;
+            EXPECT_EQ(getImgType(), VSC_IMG_RAW16);
+            EXPECT_EQ(getWidth(), 640);
+        }
+        EXPECT_TRUE(Bus().TakeTraffic(device).empty());
+        startCapture();
+        EXPECT_FALSE(NextFrame(1000).empty());
+        Bytes small(640 * 480 * 2 - 1);
+        EXPECT_FALSE(getImageData(small.data(), static_cast<int>(small.size()), 1000));
+        EXPECT_FALSE(getImageData(small.data(), -1, 1000));
+        EXPECT_FALSE(getImageData(nullptr, INT_MAX, 1000));
+        Remove(device);
     }
-    startCapture();
-    EXPECT_FALSE(NextFrame(1000).empty());
-    Bytes small(640 * 480 * 2 - 1);
-    EXPECT_FALSE(getImageData(small.data(), static_cast<int>(small.size()), 1000));
-    EXPECT_FALSE(getImageData(small.data(), -1, 1000));
-    EXPECT_FALSE(getImageData(nullptr, INT_MAX, 1000));
 }
 
 TEST_F(HostTest, ControlsOfTheFirstCameraDoNotReachTheNextWhichMayLackThem)

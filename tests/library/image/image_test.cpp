@@ -191,6 +191,8 @@ TEST_F(Demosaic, ConvertsToLuminanceAndPackedYuvAsIfByWayOfRgb)
             EXPECT_EQ(out, yuv);
             m_algorithm.RGB2YUV2(rgb.data(), out.data(), w, h, false);
             EXPECT_EQ(out, yuv);
+            m_algorithm.RGB2YUV2(rgb.data(), out.data(), w, h, true);
+            EXPECT_TRUE(std::equal(out.end() - 2 * w, out.end(), yuv.begin())); // upside down
         }
     }
     (void)Rgb(BayerPhase::kRG, Bytes(1), 1, 1); // too small for a cell

@@ -1,3 +1,4 @@
+#include "api/session.h"
 #include "core/frame_geometry.h"
 #include "library/host_fixture.h"
 #include "library/picture.h"
@@ -34,40 +35,41 @@ struct Sensor {
     int bayer;
     int largestBin;       // every factor up to it
     int largestSensorBin; // that the sensor does itself
-    Range gain;
-    FpgaTiming timing; // of cameras that have an FPGA, where it is known
+    Range gain, brightness;
+    int red, blue; // balance at the start, of colour models
+    int converterBits;
+    FpgaTiming timing{}; // of cameras that have an FPGA, where it is known
 };
 
 // clang-format off
-constexpr Sensor k450 = {1304, 976, 3.75, 0, 2, 2, {0, 600, 200},
+constexpr Sensor k450 = {1304, 976, 3.75, 0, 2, 2, {0, 600, 200}, {0, 240, 1}, 52, 95, 12,
                          {43'272, 190'906, {18'562, 37'124, 9'281}, {292, 249, 145}}};
-constexpr Sensor k460 = {1304, 976, 3.75, 0, 2, 2, {0, 600, 200},
+constexpr Sensor k460 = {1304, 976, 3.75, 0, 2, 2, {0, 600, 200}, {0, 240, 1}, 52, 95, 12,
                          {43'272, 190'906, {18'562, 37'124, 9'281}, {0, 0, 145}}};
-constexpr Sensor k470 = {1936, 1096, 2.9, 0, 2, 2, {0, 600, 200},
+constexpr Sensor k470 = {1936, 1096, 2.9, 0, 2, 2, {0, 600, 200}, {0, 240, 1}, 52, 95, 12,
                          {43'272, 360'715, {18'562, 37'124, 9'281}, {203, 196, 145}}};
-constexpr Sensor k420 = {1936, 1216, 5.86, 0, 2, 1, {0, 400, 200},
+constexpr Sensor k420 = {1936, 1216, 5.86, 0, 2, 1, {0, 400, 200}, {0, 240, 1}, 60, 99, 12,
                          {43'272, 390'000, {13'920, 13'920, 0}, {}}};
-constexpr Sensor k440 = {1944, 1224, 3.75, 0, 2, 1, {0, 480, 200},
+constexpr Sensor k440 = {1944, 1224, 3.75, 0, 2, 1, {0, 480, 200}, {0, 500, 1}, 50, 90, 12,
                          {42'830, 256'981, {9'280, 18'560, 0}, {}}};
-constexpr Sensor k372 = {1944, 1224, 2.8, 3, 2, 1, {0, 480, 200},
+constexpr Sensor k372 = {1944, 1224, 2.8, 3, 2, 1, {0, 480, 200}, {0, 240, 1}, 52, 95, 12,
                          {42'830, 256'981, {2'200, 4'400, 0}, {}}};
-constexpr Sensor k430 = {3096, 2080, 2.4, 0, 4, 1, {0, 510, 210},
+constexpr Sensor k430 = {3096, 2080, 2.4, 0, 4, 1, {0, 510, 210}, {0, 600, 10}, 70, 90, 14,
                          {43'000, 385'000, {27'000, 27'000, 0}, {}}};
-constexpr Sensor k083 = {4944, 3284, 4.78, 0, 4, 1, {0, 600, 200},
+constexpr Sensor k083 = {4944, 3284, 4.78, 0, 4, 1, {0, 600, 200}, {0, 1024, 5}, 60, 99, 14,
                          {43'272, 325'643, {20'250, 20'250, 0}, {}}};
-constexpr Sensor k065 = {7376, 4928, 5.97, 0, 4, 1, {0, 600, 200},
+constexpr Sensor k065 = {7376, 4928, 5.97, 0, 4, 1, {0, 600, 200}, {0, 1024, 5}, 60, 99, 14,
                          {43'272, 333'333, {20'250, 20'250, 0}, {}}};
-constexpr Sensor k385 = {6032, 4032, 5.97, 0, 4, 1, {0, 600, 200},
+constexpr Sensor k385 = {6032, 4032, 5.97, 0, 4, 1, {0, 600, 200}, {0, 1024, 5}, 60, 99, 14,
                          {43'272, 333'333, {20'250, 20'250, 0}, {}}};
-constexpr Sensor k048MC = {640, 480, 3.75, 0, 1, 1, {0, 600, 200}, {}};
-constexpr Sensor k048MM = {640, 480, 4.8, 0, 1, 1, {0, 100, 50}, {}};
-constexpr Sensor k340 = {1280, 960, 3.75, 2, 2, 1, {0, 100, 50}, {}};
-constexpr Sensor k340S = {1280, 960, 3.75, 2, 2, 1, {0, 100, 50}, {}};
-constexpr Sensor k350 = {1280, 1024, 5.2, 0, 2, 1, {0, 100, 50}, {}};
-constexpr Sensor k056 = {752, 480, 6.0, 1, 1, 1, {1, 100, 50}, {}};
-constexpr Sensor k047 = {640, 480, 6.0, 1, 1, 1, {1, 100, 50}, {}};
-constexpr Sensor k052 = {728, 512, 5.6, 2, 2, 1, {0, 100, 50}, {}};
-constexpr Sensor k2800 = {4656, 3520, 3.8, 2, 4, 4, {0, 600, 200},
+constexpr Sensor k048MC = {640, 480, 3.75, 0, 1, 1, {0, 600, 200}, {0, 240, 1}, 52, 95, 12, {}};
+constexpr Sensor k048MM = {640, 480, 4.8, 0, 1, 1, {0, 100, 50}, {0, 240, 1}, 52, 95, 12, {}};
+constexpr Sensor k340 = {1280, 960, 3.75, 2, 2, 1, {0, 100, 50}, {0, 20, 0}, 52, 95, 12, {}};
+constexpr Sensor k350 = {1280, 1024, 5.2, 0, 2, 1, {0, 100, 50}, {}, 52, 95, 12, {}};
+constexpr Sensor k056 = {752, 480, 6.0, 1, 1, 1, {1, 100, 50}, {}, 45, 70, 12, {}};
+constexpr Sensor k047 = {640, 480, 6.0, 1, 1, 1, {1, 100, 50}, {}, 45, 70, 12, {}};
+constexpr Sensor k052 = {728, 512, 5.6, 2, 2, 1, {0, 100, 50}, {0, 20, 0}, 41, 94, 12, {}};
+constexpr Sensor k2800 = {4656, 3520, 3.8, 2, 4, 4, {0, 600, 200}, {0, 240, 1}, 52, 95, 12,
                           {43'272, 390'906, {37'125, 37'125, 37'125}, {680, 435, 397}}};
 // clang-format on
 
@@ -102,8 +104,8 @@ constexpr Sheet kSheets[] = {
     {"VSC420MC", k420, {32, 300'000'000, 10'000}},
     {"VSC420MM", k420, {32, 300'000'000, 10'000}},
     {"VSC372MC", k372, {32, 4'000'000, 10'000}},
-    {"VSC340MM-S", k340S, {64, 2'000'000'000, 14'000}},
-    {"VSC340MC-S", k340S, {64, 2'000'000'000, 14'000}},
+    {"VSC340MM-S", k340, {64, 2'000'000'000, 14'000}},
+    {"VSC340MC-S", k340, {64, 2'000'000'000, 14'000}},
     {"VSC340MM", k340, {64, 2'000'000'000, 33'000}, false},
     {"VSC340MC", k340, {64, 2'000'000'000, 33'000}, false},
     {"VSC350MM", k350, {32, 999'000'000, 33'000}, false, kThreeSteps},
@@ -241,6 +243,13 @@ TEST_F(ModelsTest, EachModelIsWhatItsDataSheetSays)
 
         ExpectRange(CONTROL_GAIN, sheet.sensor.gain);
         ExpectRange(CONTROL_EXPOSURE, sheet.exposureUs);
+        EXPECT_EQ(Value(CONTROL_BRIGHTNESS), sheet.sensor.brightness.initial);
+        EXPECT_EQ(getMax(CONTROL_BRIGHTNESS), sheet.sensor.brightness.max);
+        if (sheet.Colour()) {
+            ExpectRange(CONTROL_WB_RED, {1, 99, sheet.sensor.red});
+            ExpectRange(CONTROL_WB_BLUE, {1, 99, sheet.sensor.blue});
+        }
+        EXPECT_EQ(CurrentCamera()->model.adcBits, sheet.sensor.converterBits);
         Range bandwidth = sheet.bandwidth;
         if (sheet.usb3) // on a USB 3.0 host, as here
             bandwidth.initial = bandwidth.max;
@@ -348,6 +357,7 @@ TEST_F(ModelsTest, LargeSensorsStartAtMultiplesOfSixWhenBinnedByThree)
         setStartPos(7, 1); // unbinned 21, 3
         EXPECT_EQ(SonyNumber(device, 0x3040), 21 / step * step);
         EXPECT_EQ(SonyNumber(device, 0x303C), 2);
+        EXPECT_EQ(getSensorTemp() > 20.08, step == 6); // on the board, in steps of 0.6 degrees
         Remove(device);
     }
 }

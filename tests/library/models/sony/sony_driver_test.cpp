@@ -174,22 +174,6 @@ TEST_F(SonyDriverTest, AlignsTheStartPositionAndKeepsItOnTheSensor)
               std::pair(0, 0));
 }
 
-TEST_F(SonyDriverTest, RefusesRegionsThatTheSensorHasNot)
-{
-    const struct {
-        int width, height, bin, type;
-    } cases[] = {{644, 480, 1, 0}, {640, 481, 1, 0},  {1944, 1096, 1, 0}, {1936, 1098, 1, 0},
-                 {640, -2, 1, 0},  {640, 480, -1, 0}, {640, 480, 1, 5},   {8, 2, INT32_MAX, 0}};
-    ReadyCamera camera;
-    for (const auto &c : cases) {
-        EXPECT_FALSE(
-            camera->SetResolution(c.width, c.height, c.bin, static_cast<IMAGE_TYPE>(c.type)))
-            << c.width << "x" << c.height << " bin " << c.bin << " type " << c.type;
-    }
-    EXPECT_TRUE(camera.Traffic().empty());
-    EXPECT_EQ(camera->settings.Now().width, 1936);
-}
-
 TEST_F(SonyDriverTest, TakesTheBandwidthOfItsPort)
 {
     const struct {
@@ -205,17 +189,6 @@ TEST_F(SonyDriverTest, TakesTheBandwidthOfItsPort)
         EXPECT_TRUE(camera->SetFPSPerc(50, true)); // was on already
         EXPECT_EQ(camera->settings.Now().bandwidth, 50);
     }
-}
-
-TEST_F(SonyDriverTest, KeepsTheLastTemperatureWhenTheCameraDoesNotAnswer)
-{
-    ReadyCamera camera;
-    const float before = camera->GetSensorTemp();
-    EXPECT_GT(before, -40.0F);
-    EXPECT_NE(before, 0.0F);
-    auto &bus = vscsim::Bus::Instance();
-    bus.FailCalls(bus.Calls(), 1, LIBUSB_ERROR_IO);
-    EXPECT_EQ(camera->GetSensorTemp(), before);
 }
 
 TEST_F(SonyDriverTest, ClosedCameraAcceptsNothing)
