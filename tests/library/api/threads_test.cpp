@@ -1,3 +1,4 @@
+#include "api/session.h"
 #include "base/sync.h"
 #include "library/capture_fixture.h"
 
@@ -108,6 +109,21 @@ TEST_F(ThreadsTest, GettersPassASetterThatACameraKeepsWaiting)
     EXPECT_FALSE(setter.Back());
     EXPECT_LE(Took(closeCamera), 2000U);
     EXPECT_TRUE(setter.Back()); // the camera lived as long
+}
+
+TEST_F(ThreadsTest, PartOfABalanceThatIsSetKeepsWhatTheAutomaticSetsMeanwhile)
+{
+    OpenOne("VSC470MC");
+    CCameraBase &camera = *CurrentCamera();
+    for (const int control : {CONTROL_WB_RED, CONTROL_WB_BLUE}) {
+        std::optional<Programming::Scope> automatic(camera.programming);
+        Inside host([control] { setValue(control, 30, true); });
+        EXPECT_TRUE(camera.SetRGBBalance(70, 70, true));
+        automatic.reset();
+        (void)host.TookMs();
+        // The part that was set is 30, the other one 70.
+        EXPECT_EQ(getValue(CONTROL_WB_RED, nullptr) + getValue(CONTROL_WB_BLUE, nullptr), 100);
+    }
 }
 
 TEST_F(ThreadsTest, ReadersAndPulsesDelayNothingAndCostNoFrame)

@@ -197,6 +197,10 @@ TEST_F(CaptureTest, ResetsTheDeviceAtTheFourthEmptyReadInARow)
                  {{{.fault = Fault::EmptyFrame, .from = 1, .count = 4}}, 1},
                  {{{.fault = Fault::EmptyFrame, .from = 1, .count = 3},
                    {.fault = Fault::EmptyFrame, .from = 6, .count = 3}},
+                  0},
+                 // What came of a transfer that fails is no part of a frame.
+                 {{{.fault = Fault::ShortFrame, .from = 1, .amount = 1024},
+                   {.fault = Fault::StallFrame, .from = 2}},
                   0}};
     for (const auto &c : cases) {
         const int device = OpenSmall({.faults = c.silence});
@@ -247,20 +251,36 @@ TEST_F(CaptureTest, BurstsOfBadFramesLowerAnAutomaticBandwidth)
 
 TEST_F(CaptureTest, WhatMustBeOffIsSwitchedOffOnAMuteOrRefusingCameraToo)
 {
-    const int device = OpenSmall();
-    FailNext("libusb_control_transfer", 3, LIBUSB_ERROR_TIMEOUT);
-    setValue(CONTROL_BRIGHTNESS, 5, false);
-    setValue(CONTROL_BRIGHTNESS, 6, false);
-    (void)Bus().TakeTraffic(device);
-    pulseGuide(GUIDE_EAST, 10);
-    EXPECT_EQ(Bus().TakeTraffic(device), std::vector<std::string>{"guide off 2"});
-    Remove(device);
+    const struct {
+        void (*end)();
+        const char *wire;
+    } cases[] = {{[] { pulseGuide(GUIDE_EAST, 10); }, "guide off 2"},
+                 {stopCapture, "fpga 00=31; sony 3000=01; cmd AA; clear halt 81"}};
+    for (const auto &c : cases) {
+        const int device = OpenSmall();
+        startCapture();
+        ASSERT_TRUE(Number(NextFrame(1000)));
+        FailNext("libusb_control_transfer", 3, LIBUSB_ERROR_TIMEOUT);
+        (void)(getSensorTemp() + getSensorTemp() + getSensorTemp());
+        (void)Bus().TakeTraffic(device);
+        c.end();
+        EXPECT_EQ(Bus().TakeTraffic(device), Wire(c.wire));
+        Remove(device);
+    }
 
     const int refusing =
         OpenSmall({.faults = vscsim::ParseFaultPlan("refuse-request:b1", nullptr).value()});
     pulseGuide(GUIDE_EAST, 10);
-    EXPECT_EQ(Bus().TakeTraffic(refusing),
-              (std::vector<std::string>{"guide on 2", "guide off 2", "guide off 2"}));
+    EXPECT_EQ(Bus().TakeTraffic(refusing), Wire("guide on 2; guide off 2; guide off 2"));
+    Remove(refusing);
+
+    OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM");
+    Thread pulse; // which does not come to switch its line off before the end
+    ASSERT_TRUE(pulse.Start([&camera] { camera->pulseGuide(GUIDE_EAST, 60'000); }));
+    SleepFor(50ms);
+    EXPECT_TRUE(camera->CloseCamera());
+    EXPECT_EQ(camera.Traffic(), Wire("guide on 2; guide off 2; close"));
+    pulse.Join();
 }
 
 TEST_F(CaptureTest, EntersAndLeavesLongExposureWhileVideoRuns)

@@ -87,7 +87,8 @@ TEST_F(Usb2CaptureTest, ThrowsAwayBadHeadsAndInFastVideoWhatPrecedesThem)
         int exposureUs;
         uint64_t badFrames;
         int lost;
-    } cases[] = {{10'000, 1, 2}, {10'000, 3, 4}, {150'000, 3, 3}};
+        int cleared; // the rest of what comes, to begin with a frame
+    } cases[] = {{10'000, 1, 2, 0}, {10'000, 3, 4, 1}, {100'000, 3, 3, 3}};
     for (const auto &c : cases) {
         SCOPED_TRACE(c.exposureUs);
         const int device = OpenSmall(
@@ -95,6 +96,7 @@ TEST_F(Usb2CaptureTest, ThrowsAwayBadHeadsAndInFastVideoWhatPrecedesThem)
         startCapture();
         ExpectWholeFrames(12, 2000);
         EXPECT_EQ(getDroppedFrames(), c.lost);
+        EXPECT_EQ(std::ranges::count(Bus().TakeTraffic(device), "clear halt 82"), 1 + c.cleared);
         Remove(device);
     }
 }
