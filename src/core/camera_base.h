@@ -77,13 +77,10 @@ class CCameraBase : public CCameraFX3 {
     void StopExposure() { (void)StopCapture(); }
 
     bool GetImageAfterExp(unsigned char *buffer, int size);
-    /// Draws the local date and time into an image of the current height, if it has room for it.
-    void AddTimeMark(unsigned char *image, int width, IMAGE_TYPE type);
     /// For the capture worker: gives up when it is to end.
     bool ReConnectCamera();
     bool StartSensorCLK();
     bool StopSensorCLK();
-    bool SetTransferCount(int bytes);
     void SetAutoPara(int maxGain, int maxExpSeconds, int targetBrightness);
     void GetAutoPara(int *maxGain, int *maxExpSeconds, int *targetBrightness) const;
     /// Temperature that the cooler thread read last while it runs, else a fresh reading.
@@ -98,7 +95,6 @@ class CCameraBase : public CCameraFX3 {
     int SetControlValue(VSC_CONTROL_TYPE type, int32_t value, bool bAuto);
     /// False, with *pValue untouched, for unknown controls and those of a cooler that is not there.
     bool GetControlValue(VSC_CONTROL_TYPE type, int32_t *pValue, int32_t *pbAuto);
-    void GetCameraProperty(_VSC_CAMERA_INFO *info) const;
 
     bool pulseGuide(int direction, int ms);
     bool pulseGuideOn(int direction);
@@ -122,10 +118,18 @@ class CCameraBase : public CCameraFX3 {
     bool LoadHPCTable();
     /// Makes a table of the pixels that are bright in the dark frame, and stores it.
     bool SaveHPCTable();
+
+    // By name only: nothing in the library calls these, and no exported function reaches them.
+
+    /// Draws the local date and time into an image of the current height, if it has room for it.
+    void AddTimeMark(unsigned char *image, int width, IMAGE_TYPE type);
+    /// Tells the controller how long frames are.
+    bool SetTransferCount(int bytes);
     /// Fit dark frame and hot pixels to the frames that follow. Without memory for it the
     /// correction ends; of the dark frame, the result says so.
     bool AdjustDarkBuff();
     void AdjustHPCTable();
+    void GetCameraProperty(_VSC_CAMERA_INFO *info) const;
 
     // What a camera is made of. Each part tells in its header what it has, and who may use it.
     const CameraModel &model;

@@ -201,13 +201,12 @@ constexpr const ControlAccess *AccessTo(int type)
     return found == std::end(kAccess) ? nullptr : found;
 }
 
-constexpr bool IsComplete(const ControlFacts &control)
+constexpr bool HasAccess(const ControlFacts &control)
 {
-    const ControlAccess *access = AccessTo(control.type);
-    return access && (access->range || control.range);
+    return AccessTo(control.type) != nullptr;
 }
 static_assert(std::size(kAccess) == kControlTypes);
-static_assert(std::ranges::all_of(kControlList, IsComplete));
+static_assert(std::ranges::all_of(kControlList, HasAccess));
 
 template <size_t Size> void CopyText(char (&target)[Size], const char *text)
 {
@@ -219,7 +218,7 @@ template <size_t Size> void CopyText(char (&target)[Size], const char *text)
 ControlRange RangeOf(const CameraModel &model, const ControlFacts &control)
 {
     const ControlAccess &access = *AccessTo(control.type);
-    return access.range ? access.range(model) : *control.range;
+    return access.range ? access.range(model) : control.range.value_or(ControlRange{});
 }
 
 bool Offers(const CameraModel &model, const ControlFacts &control)

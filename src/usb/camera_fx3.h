@@ -74,10 +74,6 @@ class CCameraFX3 {
     /// Changes bits startBit to endBit, inclusive, of a 16-bit register.
     [[nodiscard]] bool WriteCameraRegister_B(uint16_t address, int startBit, int endBit,
                                              uint16_t value);
-    /// Changes bits startBit to endBit - 1 of an 8-bit register.
-    // Quirk, kept: the end bit is exclusive here and inclusive in the 16-bit form.
-    [[nodiscard]] bool WriteCameraRegisterByte_B(uint16_t address, int startBit, int endBit,
-                                                 uint8_t value);
 
     [[nodiscard]] bool WriteFPGAREG(uint16_t reg, uint16_t value);
     [[nodiscard]] bool ReadFPGAREG(uint16_t reg, uint8_t *value);
@@ -91,13 +87,9 @@ class CCameraFX3 {
     [[nodiscard]] std::optional<uint8_t> AskFirmwareVersion();
     /// Version of the FPGA: major number and four nibbles. The result is that of the last read.
     [[nodiscard]] bool GetFPGAVer(uint8_t *major, uint8_t sub[4]);
-    /// The version as last read, without USB traffic.
-    void GetFPGAVerVal(uint8_t *major, uint32_t *sub) const;
 
     /// Whether the camera is attached at SuperSpeed.
     [[nodiscard]] bool IsUSB3Host();
-    /// Whether the controller's boot loader answers.
-    [[nodiscard]] bool IsBootLoaderRunning();
 
     /// Held by whoever has the data bus narrow for the flash: the host, or a capture worker that
     /// programs a camera which came back. Locked after sequences of programming and the
@@ -152,6 +144,17 @@ class CCameraFX3 {
     [[nodiscard]] DownloadResult DownloadBuftoSPIFLASH(std::span<const uint8_t> image, uint8_t req);
     [[nodiscard]] DownloadResult DownloadBuftoI2CE2PROM(std::span<const uint8_t> image,
                                                         uint8_t req);
+
+    // By name only, like the four above.
+
+    /// Changes bits startBit to endBit - 1 of an 8-bit register.
+    // Quirk, kept: the end bit is exclusive here and inclusive in the 16-bit form.
+    [[nodiscard]] bool WriteCameraRegisterByte_B(uint16_t address, int startBit, int endBit,
+                                                 uint8_t value);
+    /// Version of the FPGA as last read, without USB traffic.
+    void GetFPGAVerVal(uint8_t *major, uint32_t *sub) const;
+    /// Whether the controller's boot loader answers.
+    [[nodiscard]] bool IsBootLoaderRunning();
 
     /// Ends a stall of an endpoint. Refused while transfers are in flight that could not be
     /// cancelled, and to a camera that does not even answer a question. For the capture worker.

@@ -243,12 +243,6 @@ template <class Base> void HardwareBinDriver<Base>::Send(RegisterList list)
     SendRegisterList(list, [this](uint16_t address, uint16_t value) { Write(address, value); });
 }
 
-/// The camera takes note of a write that got lost, and is then programmed again.
-template <class Base> void HardwareBinDriver<Base>::Write(uint16_t address, int value)
-{
-    (void)this->WriteCameraRegister(address, static_cast<uint16_t>(value));
-}
-
 template class HardwareBinDriver<CCameraBase>;
 template class HardwareBinDriver<CCameraCool>;
 

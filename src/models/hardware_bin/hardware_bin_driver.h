@@ -1,6 +1,7 @@
 #pragma once
 
 #include "models/register_list.h"
+#include "models/sensor_register.h"
 #include "models/usb3_driver.h"
 
 #include <array>
@@ -68,7 +69,7 @@ template <class Base> class HardwareBinDriver : public Usb3Driver<Base> {
     void SleepSensor();
     void WakeSensorLongExp();
     void SleepSensorLongExp();
-    void Write(uint16_t address, int value);
+    void Write(uint16_t address, int value) { WriteSensor(*this, address, value); }
     void Send(RegisterList list);
     void WriteStartPos() VSC_REQUIRES(programming);
 

@@ -76,12 +76,7 @@ void CCameraPython::PowerUp()
     SetUpFpga();
 }
 
-// The camera takes note of a write that got lost, and is then programmed again.
-void CCameraPython::Write(uint16_t address, int value)
-{
-    (void)WriteCameraRegister(address, static_cast<uint16_t>(value));
-}
-
+/// The camera takes note of a write that got lost, and is then programmed again.
 void CCameraPython::WriteBits(uint16_t address, int lowest, int highest, uint16_t value)
 {
     (void)WriteCameraRegister_B(address, lowest, highest, value);

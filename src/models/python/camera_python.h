@@ -1,6 +1,7 @@
 #pragma once
 
 #include "models/python/python_sequences.h"
+#include "models/sensor_register.h"
 #include "models/usb3_driver.h"
 
 namespace vsccam {
@@ -39,7 +40,7 @@ class CCameraPython : public Usb3Driver<CCameraBase> {
     void StopSensorStreaming() override;
 
     void WriteWindow();
-    void Write(uint16_t address, int value);
+    void Write(uint16_t address, int value) { WriteSensor(*this, address, value); }
     void WriteBits(uint16_t address, int lowest, int highest, uint16_t value);
     void Send(python::Sequence sequence);
 };

@@ -439,9 +439,4 @@ void Usb2Driver::StopSensorStreaming()
     Write(usb2::kStreaming, usb2::kStreamOff);
 }
 
-void Usb2Driver::Write(uint16_t address, int value)
-{
-    (void)WriteCameraRegister(address, static_cast<uint16_t>(value)); // the stream shows failures
-}
-
 } // namespace vsccam

@@ -3,6 +3,7 @@
 #include "capture/capture_sensor.h"
 #include "core/camera_base.h"
 #include "models/register_list.h"
+#include "models/sensor_register.h"
 #include "models/usb2/usb2_timing.h"
 #include "usb/firmware_files.h"
 
@@ -109,7 +110,7 @@ class Usb2Driver : public CCameraBase, protected Usb2Sensor {
     void PublishTiming() VSC_REQUIRES(programming);
     void WriteLines(int64_t lines) VSC_REQUIRES(programming);
     void EnterLongExposure() VSC_REQUIRES(programming);
-    void Write(uint16_t address, int value);
+    void Write(uint16_t address, int value) { WriteSensor(*this, address, value); }
 
     // The driver's own state. Plain values: the object is destroyed as a CCameraBase.
     struct State {
