@@ -82,8 +82,8 @@ const UsbfsDevice::Answer UsbfsDevice::kAnswers[] = {
     {USBDEVFS_REAPURBNDELAY, &UsbfsDevice::Reap, true},
 };
 
-UsbfsDevice::UsbfsDevice(const ModelFacts &model, CameraOptions options, size_t memoryLimit)
-    : m_camera(model, std::move(options)), m_descriptors(model, m_camera.Options().link),
+UsbfsDevice::UsbfsDevice(const ModelFacts &model, const CameraOptions &options, size_t memoryLimit)
+    : m_camera(model, options), m_descriptors(model, m_camera.Options().link),
       m_memoryLimit(memoryLimit)
 {
 }

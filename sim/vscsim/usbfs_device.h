@@ -29,7 +29,7 @@ class UsbfsDevice {
     using File = const void *;
 
     /// @param memoryLimit  bytes of transfers that may be in flight, as usbfs_memory_mb sets it
-    UsbfsDevice(const ModelFacts &model, CameraOptions options, size_t memoryLimit);
+    UsbfsDevice(const ModelFacts &model, const CameraOptions &options, size_t memoryLimit);
 
     const Descriptors &Described() const { return m_descriptors; }
     LinkSpeed Link() const { return m_camera.Options().link; }

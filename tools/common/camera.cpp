@@ -8,6 +8,7 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <charconv>
 #include <string_view>
 
 namespace vsctool {
@@ -240,8 +241,10 @@ void Camera::TellTimes(Exposure &exposure, SteadyClock::time_point begin)
     for (const LibraryLine &line : Listen()) {
         if (line.text.starts_with(kOpensGate))
             opened = line.at;
-        if (const std::string_view ms = After(kExposed, line.text); !ms.empty())
-            exposure.measured = std::chrono::milliseconds(std::atoi(std::string(ms).c_str()));
+        const std::string_view ms = After(kExposed, line.text);
+        int measuredMs = 0;
+        if (std::from_chars(ms.data(), ms.data() + ms.size(), measuredMs).ec == std::errc())
+            exposure.measured = std::chrono::milliseconds(measuredMs);
     }
     const Microseconds set(getValue(CONTROL_EXPOSURE, nullptr));
     exposure.planned = PlannedExposure(m_entry.model, set, opened.has_value());

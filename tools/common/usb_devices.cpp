@@ -150,6 +150,7 @@ std::vector<UsbDevice> InLibraryOrder(const std::vector<LibraryLine> &lines)
         unsigned product = 0;
         unsigned bus = 0;
         unsigned address = 0;
+        // Numbers of the library's own, which are in range. NOLINTNEXTLINE(cert-err34-c)
         if (std::sscanf(line.text.c_str(), "%4x:%4x (bus %u, device %u)", &vendor, &product, &bus,
                         &address) != 4 ||
             vendor != VSCCAM_VENDOR_ID || ModelOf(product).empty())

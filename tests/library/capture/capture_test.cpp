@@ -445,7 +445,7 @@ TEST_F(CaptureTest, FindsALostCameraWhereverItCameBackAndNoOtherOne)
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.what);
-        setenv("VSCCAM_CAMERA", c.named, 1);
+        setenv("VSCCAM_CAMERA", c.named, 1); // NOLINT(concurrency-mt-unsafe)
         ASSERT_EQ(OpenSmall(), kOurs);
         ASSERT_EQ(Bus().Plug("VSC470MM"), kTwin);
         startCapture();
@@ -463,7 +463,7 @@ TEST_F(CaptureTest, FindsALostCameraWhereverItCameBackAndNoOtherOne)
         closeCamera();
         NextCase();
     }
-    unsetenv("VSCCAM_CAMERA");
+    unsetenv("VSCCAM_CAMERA"); // NOLINT(concurrency-mt-unsafe)
 }
 
 // As one that was initialised on such a link is, with what its user had set.

@@ -154,11 +154,12 @@ class FirmwareTest : public HostTest {
             (void)File(IdleFx2Image(length), name);
         (void)File(Bytes(2048), "vendor1.bin");
         (void)File(Bytes(1427), "vendor2.bin");
+        // NOLINTNEXTLINE(concurrency-mt-unsafe)
         (void)setenv("VSCCAM_FIRMWARE_DIR", m_directory.c_str(), 1);
     }
     ~FirmwareTest() override
     {
-        (void)unsetenv("VSCCAM_FIRMWARE_DIR");
+        (void)unsetenv("VSCCAM_FIRMWARE_DIR"); // NOLINT(concurrency-mt-unsafe)
         std::filesystem::remove_all(m_directory);
     }
 

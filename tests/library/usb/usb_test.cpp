@@ -203,13 +203,13 @@ TEST_F(TransportTest, CountsAndOpensOnlyTheCamerasThatTheUserNames)
                  {"usb:2-2.3", {0x470B}}};
     for (const auto &c : cases) {
         SCOPED_TRACE(c.value);
-        setenv("VSCCAM_CAMERA", c.value, 1);
+        setenv("VSCCAM_CAMERA", c.value, 1); // NOLINT(concurrency-mt-unsafe)
         const std::string printed = Printed(getNumberOfConnectedCameras);
         const CameraList found = TheSession().ConnectedCameras();
         EXPECT_EQ(std::vector(found.productIds, found.productIds + found.count), c.counted);
         EXPECT_EQ(printed.find("names no camera") != std::string::npos, c.malformed);
     }
-    unsetenv("VSCCAM_CAMERA"); // which is read at each count
+    unsetenv("VSCCAM_CAMERA"); // NOLINT(concurrency-mt-unsafe)
     EXPECT_TRUE(openCamera(0));
     EXPECT_FALSE(Bus().TakeTraffic(named).empty());
 }

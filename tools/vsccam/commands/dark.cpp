@@ -90,7 +90,7 @@ void SetUp(const MakeOptions &options, Camera &camera, Context &context)
 /// Refused before the frames are taken, which may be a long time.
 std::filesystem::path FileOf(const MakeOptions &options)
 {
-    const std::filesystem::path file =
+    std::filesystem::path file =
         options.file.empty() ? fmt::format("dark_{}_gain{}.bmp", FormatTime(ExposureOf(options)),
                                            getValue(CONTROL_GAIN, nullptr))
                              : options.file;
