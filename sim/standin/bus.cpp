@@ -61,6 +61,18 @@ void Bus::Unplug(int device)
     Core::Instance().Detach(device);
 }
 
+void Bus::UnplugAfter(int device, Time delay)
+{
+    const auto guard = Guard();
+    Core::Instance().DetachAt(device, Core::Instance().Now() + delay);
+}
+
+Time Bus::AwayFor(int device)
+{
+    const auto guard = Guard();
+    return Core::Instance().AwayFor(device);
+}
+
 void Bus::Replug(int device, const Place &place)
 {
     const auto guard = Guard();

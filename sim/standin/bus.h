@@ -44,6 +44,10 @@ class Bus {
     int PlugForeign(uint16_t vendorId, uint16_t productId);
 
     void Unplug(int device);
+    /// Unplugs it after this time, say in the middle of a frame.
+    void UnplugAfter(int device, Time delay);
+    /// How long the device has been off the bus; 0 while it is on it.
+    Time AwayFor(int device);
     /// The same camera comes back: last in the list, at a new address, with registers as after
     /// power-on; its memories are kept, its fault plan starts anew.
     void Replug(int device, const Place &place = {});

@@ -102,7 +102,7 @@ Time Core::NextEvent() const
     for (const libusb_device *device : m_attached)
         next = std::min(next, m_slots[static_cast<size_t>(device->number)]->device.NextEvent());
     for (const auto &slot : m_slots)
-        next = std::min(next, slot->returnsAt);
+        next = std::min({next, slot->leavesAt, slot->returnsAt});
     for (const Transfer *transfer : m_pending)
         next = std::min(next, transfer->endsAt);
     return next;
@@ -119,9 +119,12 @@ void Core::CatchUp()
 void Core::Process(Time at)
 {
     m_caughtUp = at;
-    for (size_t number = 0; number < m_slots.size(); ++number)
+    for (size_t number = 0; number < m_slots.size(); ++number) {
+        if (m_slots[number]->leavesAt <= at)
+            Detach(static_cast<int>(number));
         if (m_slots[number]->returnsAt <= at)
             Attach(static_cast<int>(number));
+    }
     std::vector<Transfer *> done;
     for (const libusb_device *device : std::vector(m_attached)) {
         done.clear();
@@ -199,9 +202,10 @@ void Core::Attach(int number)
 void Core::Detach(int number)
 {
     Slot &slot = *m_slots.at(static_cast<size_t>(number));
-    slot.returnsAt = kNever;
+    slot.leavesAt = slot.returnsAt = kNever;
     if (!slot.attached)
         return;
+    slot.leftAt = m_caughtUp;
     libusb_device &device = *std::exchange(slot.attached, nullptr);
     CompleteAll(device, LIBUSB_TRANSFER_NO_DEVICE);
     device.attached = false;
@@ -211,6 +215,18 @@ void Core::Detach(int number)
         if (handle->device == &device)
             handle->claimed = false;
     }
+}
+
+void Core::DetachAt(int number, Time at)
+{
+    m_slots.at(static_cast<size_t>(number))->leavesAt = at;
+    Changed();
+}
+
+Time Core::AwayFor(int number)
+{
+    const Slot &slot = *m_slots.at(static_cast<size_t>(number));
+    return slot.attached ? Time(0) : Now() - slot.leftAt;
 }
 
 void Core::Replug(int number, const Place &place)

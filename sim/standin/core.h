@@ -38,6 +38,8 @@ class Core {
     int Plug(Device device, Ports ports = {});
     void Attach(int number);
     void Detach(int number);
+    void DetachAt(int number, Time at);
+    Time AwayFor(int number);
     void Replug(int number, const Place &place);
     /// Lets a device that was detached come back at that time, after a power cycle.
     void AttachAnew(int number, Time at);
@@ -89,7 +91,9 @@ class Core {
         Device device;
         Ports ports;
         libusb_device *attached = nullptr;
-        Time returnsAt = kNever; // by itself
+        Time leavesAt = kNever;  // by itself,
+        Time returnsAt = kNever; // as well
+        Time leftAt{0};
     };
     struct Handler {
         bool notified = false; // something was handled, or the handler is to return

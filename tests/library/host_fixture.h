@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -111,8 +112,8 @@ inline constexpr HiddenBytes kHeadOnly = {8, 0}; // USB 2.0
 
 /// Number of the pattern frame, modulo 256, that an 8-bit raw frame without binning and flips is a
 /// whole and true copy of; nothing when it is none.
-inline std::optional<int> PatternNumber(const Bytes &frame, int width, int startX, int startY,
-                                        HiddenBytes marks = kBothEnds)
+inline std::optional<int> PatternNumber(std::span<const uint8_t> frame, int width, int startX,
+                                        int startY, HiddenBytes marks = kBothEnds)
 {
     const auto value = [=](uint32_t number, int x, int y) {
         return static_cast<uint8_t>(vscsim::PatternSample(number, startX + x, startY + y) >> 8);

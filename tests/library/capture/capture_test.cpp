@@ -322,61 +322,6 @@ TEST_F(CaptureTest, DeletingACameraEndsWhatRuns)
     }
 }
 
-TEST_F(CaptureTest, ALostCameraComesBackWithEveryRegisterAsItWas)
-{
-    const struct {
-        const char *what, *model;
-        int exposureUs;
-        void (*set)();           // beyond exposure, gain, bandwidth
-        uint64_t unanswered = 0; // requests to the camera that comes back
-    } cases[] = {
-        {"Sony", "VSC470MM", 10'000,
-         [] { setImageFormat(320, 240, 1, VSC_IMG_RAW8), setStartPos(64, 32); }},
-        {"Sony, gated", "VSC470MC", 1'500'000, [] { setImageFormat(320, 240, 2, VSC_IMG_RAW16); }},
-        {"binned by the sensor", "VSC2800MM", 10'000,
-         [] {
-             setValue(CONTROL_HARDWARE_BIN, 1, false);
-             setImageFormat(160, 120, 3, VSC_IMG_RAW16), setStartPos(20, 10);
-         }},
-        // A new size and a new start count the rows differently.
-        {"rows of a size", "VSC2800MM", 10'000, [] { setImageFormat(160, 1700, 2, VSC_IMG_RAW8); }},
-        {"rows of a start", "VSC2800MM", 10'000,
-         [] { setImageFormat(160, 1700, 2, VSC_IMG_RAW8), setStartPos(10, 20); }},
-        {"PYTHON", "VSC048MM", 10'000, [] { setImageFormat(320, 240, 1, VSC_IMG_RAW8); }},
-        {"USB 2.0, fast", "VSC340MM", 10'000, [] {}},
-        {"USB 2.0, slow", "VSC340MM", 200'000, [] { setStartPos(64, 32); }},
-        {"USB 2.0, timed by the host", "VSC340MM", 5'000'000, [] {}},
-        {"Sony, silent at first", "VSC470MM", 500'000, [] {}, 5},
-        {"USB 2.0, silent at first", "VSC340MM", 500'000, [] {}, 5},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.what);
-        const int device = OpenOne(c.model);
-        setValue(CONTROL_BANDWIDTH, 55, false);
-        setValue(CONTROL_EXPOSURE, c.exposureUs, false);
-        setValue(CONTROL_GAIN, 77, false);
-        c.set();
-        startCapture();
-        ASSERT_FALSE(NextFrame(10'000).empty());
-        const std::map<int, int> before = Registers(device);
-        const int gain = getValue(CONTROL_GAIN, nullptr);
-        Bus().Unplug(device);
-        while (!NextFrame(-1).empty()) { // no limit, and yet no endless wait
-        }
-        SleepFor(3s);
-        FailNext("libusb_control_transfer", c.unanswered, LIBUSB_ERROR_TIMEOUT);
-        Bus().Replug(device);
-        SleepFor(3s + c.unanswered * 1s);
-        for (int i = 0; i < 3; ++i) // and not only what has come meanwhile
-            EXPECT_FALSE(NextFrame(-1).empty());
-        EXPECT_EQ(Registers(device), before);
-        EXPECT_GE(getDroppedFrames(), 3'000'000 / std::max(c.exposureUs, 100'000));
-        EXPECT_EQ(getValue(CONTROL_GAIN, nullptr), gain);
-        EXPECT_EQ(getValue(CONTROL_BANDWIDTH, nullptr), 55);
-        Remove(device);
-    }
-}
-
 TEST_F(CaptureTest, UnpluggingEndsAnExposureThatTheHostTimes)
 {
     for (const char *model : {"VSC470MM", "VSC340MM"}) {
@@ -426,13 +371,6 @@ TEST_F(CaptureTest, FindsALostCameraWhereverItCameBackAndNoOtherOne)
         std::optional<int> found;
         const char *named = "";
     } cases[] = {
-        {"behind its twin", [] { Bus().Replug(kOurs); }, kOurs},
-        {"elsewhere",
-         [] {
-             Bus().Replug(kOurs, {.ports = {3, 2}});
-         },
-         kOurs},
-        {"at the other speed", [] { Bus().Replug(kOurs, {.link = LinkSpeed::High}); }, kOurs},
         {"nowhere, the twin was reset", [] { Bus().Replug(kTwin); }, {}},
         {"beside one that is in use",
          [&others] {
@@ -464,46 +402,6 @@ TEST_F(CaptureTest, FindsALostCameraWhereverItCameBackAndNoOtherOne)
         NextCase();
     }
     unsetenv("VSCCAM_CAMERA"); // NOLINT(concurrency-mt-unsafe)
-}
-
-// As one that was initialised on such a link is, with what its user had set.
-TEST_F(CaptureTest, ACameraThatComesBackAtAnotherSpeedIsProgrammedForIt)
-{
-    const struct {
-        const char *model;
-        LinkSpeed after;
-        int exposureUs;
-        bool automatic; // bandwidth
-    } cases[] = {{"VSC470MM", LinkSpeed::Super, 2'000'000, false},
-                 {"VSC2800MM", LinkSpeed::High, 10'000, true},
-                 {"VSC340MM-S", LinkSpeed::High, 200'000, false}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.model);
-        const auto open = [this, &c](bool after) {
-            const bool super = (c.after == LinkSpeed::Super) == after;
-            const int device =
-                OpenOne(c.model, {.link = super ? LinkSpeed::Super : LinkSpeed::High});
-            setValue(CONTROL_BANDWIDTH, 55, c.automatic);
-            setValue(CONTROL_EXPOSURE, c.exposureUs, false);
-            setValue(CONTROL_GAIN, 77, false);
-            startCapture();
-            EXPECT_FALSE(NextFrame(10'000).empty());
-            return device;
-        };
-        const int expected = open(true);
-        const std::map<int, int> registers = Registers(expected);
-        const int bandwidth = getValue(CONTROL_BANDWIDTH, nullptr);
-        Remove(expected);
-        const int device = open(false);
-        Bus().Replug(device, {.link = c.after}); // before anybody knows of the loss
-        SleepFor(10s);
-        for (int i = 0; i < 3; ++i)
-            EXPECT_FALSE(NextFrame(-1).empty());
-        EXPECT_EQ(isUSB3Host(), c.after == LinkSpeed::Super);
-        EXPECT_EQ(getValue(CONTROL_BANDWIDTH, nullptr), bandwidth);
-        EXPECT_EQ(Registers(device), registers);
-        Remove(device);
-    }
 }
 
 TEST_F(CaptureTest, AnExposureFindsACameraThatMovedUnseen)
@@ -770,22 +668,6 @@ TEST_P(SurvivalTest, SurvivesTheFailureOfAnySingleUsbCall)
         }
     }
     m_allowed = Bus().LiveObjects(); // counting cameras leaves something behind when it fails
-}
-
-TEST_P(SurvivalTest, SurvivesUnpluggingAtAnyUsbCall)
-{
-    Bus().Plug(GetParam());
-    const uint64_t calls = RunAndClose();
-    for (uint64_t n = 0; n < calls; n += 5) {
-        SCOPED_TRACE(testing::Message() << "unplugged at call " << n);
-        NextCase();
-        const int camera = Bus().Plug(GetParam());
-        Bus().UnplugAtCall(camera, Bus().Calls() + n);
-        RunSession();
-        EXPECT_LE(Took(closeCamera), 2000U);
-        if (HasFailure())
-            return;
-    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Usb3AndUsb2, SurvivalTest, testing::Values("VSC470MM", "VSC340MM"));
