@@ -146,6 +146,11 @@ BulkReply Camera::Bulk(uint8_t endpoint, std::span<uint8_t> room, size_t filled,
     return reply;
 }
 
+void Camera::Advance(Time now)
+{
+    m_state->stream.Advance(now);
+}
+
 void Camera::GiveUp(uint8_t endpoint, Time now)
 {
     if (endpoint == m_state->model.ImageEndpoint())
@@ -191,9 +196,9 @@ double Camera::Celsius(Time now) const
     return m_state->board.climate.Celsius(now);
 }
 
-uint64_t Camera::FramesProduced() const
+FrameCounts Camera::Frames() const
 {
-    return m_state->stream.Produced();
+    return m_state->stream.Counts();
 }
 
 uint8_t Camera::SonyRegister(uint16_t address) const

@@ -57,6 +57,14 @@ struct BulkReply {
     Time readyAt = kNever;         // when something can change without a request of the host
 };
 
+/// What became of a camera's frames. The rest of those read out was dropped by a request of the
+/// host, replaced by a fault, or is still held.
+struct FrameCounts {
+    uint64_t produced = 0; // read out by the sensor
+    uint64_t sent = 0;     // to their last byte
+    uint64_t lost = 0;     // read out when the host had not taken the one before
+};
+
 enum class Scene { Pattern, Sky };
 enum class LinkSpeed { High, Super };
 
@@ -132,6 +140,9 @@ class Camera {
     /// or on an error. When the host gives up, it takes the `bytes` written so far.
     BulkReply Bulk(uint8_t endpoint, std::span<uint8_t> room, size_t filled, Time now);
 
+    /// Lets the sensor go on to the present, as every transfer does, for the counts of its frames.
+    void Advance(Time now);
+
     /// Tells that the host gave up the transfer at the head of the queue (cancelled, timed out).
     /// A camera cannot see it; only an empty frame of the fault plan ends with it, so that one
     /// empty frame is one empty read whatever the host's time-out is.
@@ -155,8 +166,9 @@ class Camera {
     /// 1024 at SuperSpeed, 512 at high speed.
     size_t BulkPacketSize() const;
 
-    /// Frames that the sensor has read out since it was plugged in, delivered or not.
-    uint64_t FramesProduced() const;
+    /// Since it was plugged in.
+    FrameCounts Frames() const;
+    uint64_t FramesProduced() const { return Frames().produced; }
 
     /// The values that the host programmed, for tests that look behind the wire.
     double Celsius(Time now) const; // of the sensor, whatever its thermometer tells

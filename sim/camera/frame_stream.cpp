@@ -47,7 +47,7 @@ Time FrameStream::Paced(Time duration) const
 std::optional<FrameStream::Frame> FrameStream::Expose(const FrameSettings &settings, Time begins,
                                                       Time exposure)
 {
-    if (!settings.Possible() || m_produced >= m_limit)
+    if (!settings.Possible() || m_counts.produced >= m_limit)
         return std::nullopt;
     return Frame{.settings = settings,
                  .exposure = {.frame = m_number++, .duration = exposure},
@@ -73,8 +73,10 @@ void FrameStream::AdvanceSensor(Time now)
         const Time begins = m_next->begins;
         if (m_sending ? m_next->ends > now : begins > now)
             return;
-        ++m_produced;
-        if (!m_sending)
+        ++m_counts.produced;
+        if (m_sending)
+            ++m_counts.lost;
+        else
             m_sending = Sending{.frame = *m_next};
         m_next = m_mode == Mode::Free && !HostPaced() ? ExposeFree(begins) : std::nullopt;
     }
@@ -329,6 +331,7 @@ bool FrameStream::SendPackets(BulkReply &reply, std::span<uint8_t> room, Time no
     reply.bytes += TakePackets(sending, room.subspan(reply.bytes), now);
     if (sending.sent == sending.length) {
         const bool endsTransfer = sending.length % m_packetSize != 0;
+        ++m_counts.sent;
         Flush();
         return endsTransfer && Complete(reply, Outcome::Ok);
     }

@@ -35,7 +35,7 @@ class FrameStream {
 
     BulkReply Serve(std::span<uint8_t> room, size_t filled, Time now);
 
-    uint64_t Produced() const { return m_produced; }
+    const FrameCounts &Counts() const { return m_counts; }
 
     /// The exposure of a frame that the host has begun to read since the last call.
     std::optional<Exposure> TakeAccount() { return std::exchange(m_account, std::nullopt); }
@@ -103,7 +103,7 @@ class FrameStream {
     std::optional<Exposure> m_account;
     bool m_halted = false;
     uint32_t m_number = 0; // of the next exposure since the stream was started
-    uint64_t m_produced = 0;
+    FrameCounts m_counts;
 };
 
 } // namespace vscsim

@@ -1,18 +1,12 @@
 #pragma once
 
-#include "camera/camera.h"
+#include "vscsim/bus_device.h"
 
 #include <memory>
 #include <string>
 #include <vector>
 
 namespace vscsim {
-
-/// A camera to plug in.
-struct BusDevice {
-    const ModelFacts *model = nullptr;
-    CameraOptions options = {};
-};
 
 /// A USB bus of simulated cameras, as umockdev shows it to programs that were started with its
 /// library preloaded and with UMOCKDEV_DIR in their environment. Creating a bus sets that variable.

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <iterator>
+#include <memory>
 #include <utility>
 
 namespace vscsim {
@@ -18,9 +19,6 @@ constexpr uint32_t kCapabilities = USBDEVFS_CAP_ZERO_PACKET | USBDEVFS_CAP_NO_PA
                                    USBDEVFS_CAP_BULK_SCATTER_GATHER |
                                    USBDEVFS_CAP_REAP_AFTER_DISCONNECT;
 
-constexpr size_t kUrbOverhead = 512; // what the kernel books besides the buffer, about
-constexpr size_t kSetupBytes = 8;
-
 template <class T> bool ReadAt(ClientMemory &memory, uintptr_t address, T &value)
 {
     return memory.Read(address, {reinterpret_cast<uint8_t *>(&value), sizeof value});
@@ -29,38 +27,6 @@ template <class T> bool ReadAt(ClientMemory &memory, uintptr_t address, T &value
 template <class T> bool WriteAt(ClientMemory &memory, uintptr_t address, const T &value)
 {
     return memory.Write(address, {reinterpret_cast<const uint8_t *>(&value), sizeof value});
-}
-
-/// The status of a transfer that ended so; a time-out leaves it with the device.
-int StatusOf(Outcome outcome)
-{
-    switch (outcome) {
-    case Outcome::Ok:
-        return 0;
-    case Outcome::Stall:
-        return -EPIPE;
-    case Outcome::IoError:
-        return -EPROTO;
-    case Outcome::Overflow:
-        return -EOVERFLOW;
-    case Outcome::NoDevice:
-        return -ESHUTDOWN;
-    case Outcome::Timeout:
-        break;
-    }
-    return -EINPROGRESS;
-}
-
-ControlRequest Decoded(std::span<const uint8_t> setup)
-{
-    const auto word = [setup](size_t at) {
-        return static_cast<uint16_t>(setup[at] | setup[at + 1] << 8);
-    };
-    return {.requestType = setup[0],
-            .request = setup[1],
-            .value = word(2),
-            .index = word(4),
-            .length = word(6)};
 }
 
 } // namespace
@@ -83,8 +49,7 @@ const UsbfsDevice::Answer UsbfsDevice::kAnswers[] = {
 };
 
 UsbfsDevice::UsbfsDevice(const ModelFacts &model, const CameraOptions &options, size_t memoryLimit)
-    : m_camera(model, options), m_descriptors(model, m_camera.Options().link),
-      m_memoryLimit(memoryLimit)
+    : m_device(model, options, memoryLimit)
 {
 }
 
@@ -95,7 +60,7 @@ int UsbfsDevice::Ioctl(File file, unsigned long request, uintptr_t argument, Cli
     if (answer == std::end(kAnswers))
         return -ENOTTY;
     (void)Advance(now); // the camera's past comes before the request
-    if (m_gone && !answer->whenGone)
+    if (Gone() && !answer->whenGone)
         return -ENODEV;
     return (this->*answer->give)(
         {.file = file, .argument = argument, .memory = memory, .now = now});
@@ -108,7 +73,7 @@ int UsbfsDevice::GetCapabilities(const Call &call)
 
 int UsbfsDevice::GetSpeed(const Call &)
 {
-    return m_camera.Options().link == LinkSpeed::Super ? USB_SPEED_SUPER : USB_SPEED_HIGH;
+    return Link() == LinkSpeed::Super ? USB_SPEED_SUPER : USB_SPEED_HIGH;
 }
 
 int UsbfsDevice::GetDriver(const Call &)
@@ -159,7 +124,7 @@ int UsbfsDevice::Release(const Call &call)
         return -EFAULT;
     if (number != Descriptors::kInterface || m_claimedBy != call.file)
         return -EINVAL;
-    CancelBulk(call.now);
+    m_device.CancelBulk(call.now);
     m_claimedBy = nullptr;
     return 0;
 }
@@ -169,26 +134,18 @@ int UsbfsDevice::ClearHalt(const Call &call)
     unsigned endpoint = 0;
     if (!ReadAt(call.memory, call.argument, endpoint))
         return -EFAULT;
-    if (endpoint != ImageEndpoint())
+    if (endpoint != m_device.ImageEndpoint())
         return -ENOENT;
-    m_camera.ClearHalt(ImageEndpoint(), call.now);
+    m_device.ClearHalt(call.now);
     return 0;
 }
 
 int UsbfsDevice::Reset(const Call &call)
 {
-    CancelBulk(call.now);
-    switch (m_camera.Reset(call.now)) {
-    case AfterReset::SameDevice:
-        return 0;
-    case AfterReset::NewDevice:
-        m_camera.PowerCycle(); // programs that run would not see a new one: it keeps its address
-        return 0;
-    case AfterReset::Gone:
-        break;
-    }
-    Unplug();
-    return -ENODEV;
+    const AfterReset after = m_device.Reset(call.now);
+    if (after == AfterReset::NewDevice)
+        m_device.PowerCycle(); // programs that run would not see a new one: it keeps its address
+    return after == AfterReset::Gone ? -ENODEV : 0;
 }
 
 int UsbfsDevice::Submit(const Call &call)
@@ -200,185 +157,59 @@ int UsbfsDevice::Submit(const Call &call)
         return -EINVAL;
     if (m_claimedBy && m_claimedBy != call.file)
         return -EBUSY;
+    const bool control = record.type == USBDEVFS_URB_TYPE_CONTROL;
+    if (!control && (record.type != USBDEVFS_URB_TYPE_BULK || record.endpoint == 0))
+        return -EINVAL;
     const auto length = static_cast<size_t>(record.buffer_length);
-    if (length + kUrbOverhead > m_memoryLimit - m_memoryUsed)
+    if (!m_device.HasRoomFor(length))
         return -ENOMEM;
-
-    Queue urb; // of one, which moves from queue to queue
-    urb.push_back({.file = call.file,
-                   .address = call.argument,
-                   .type = record.type,
-                   .endpoint = record.endpoint,
-                   .buffer = reinterpret_cast<uintptr_t>(record.buffer),
-                   .length = length,
-                   .data = std::make_unique_for_overwrite<uint8_t[]>(length)});
-    int result = -EINVAL;
-    if (record.type == USBDEVFS_URB_TYPE_CONTROL)
-        result = SubmitControl(call, urb);
-    else if (record.type == USBDEVFS_URB_TYPE_BULK)
-        result = SubmitBulk(urb);
-    if (result == 0)
-        m_memoryUsed += length + kUrbOverhead;
-    return result;
-}
-
-int UsbfsDevice::SubmitControl(const Call &call, Queue &urb)
-{
-    Urb &control = urb.front();
-    if (control.length < kSetupBytes)
-        return -EINVAL;
-    if (!call.memory.Read(control.buffer, control.Room()))
+    Urb urb = {.owner = call.file,
+               .name = call.argument,
+               .endpoint = control ? uint8_t{0} : record.endpoint,
+               .length = length,
+               .data = std::make_unique_for_overwrite<uint8_t[]>(length)};
+    if (control && !call.memory.Read(reinterpret_cast<uintptr_t>(record.buffer), urb.Buffer()))
         return -EFAULT;
-    ControlRequest request = Decoded(control.Room());
-    if (request.length > control.length - kSetupBytes)
-        return -EINVAL;
-    const std::span stage = control.Room().subspan(kSetupBytes, request.length);
-    if (!request.In())
-        request.data = stage;
-
-    const ControlReply reply = AnswerControl(request, call.now);
-    if (request.In()) {
-        control.filled = std::min(stage.size(), reply.data.size());
-        std::copy_n(reply.data.begin(), control.filled, stage.begin());
-    } else if (reply.outcome == Outcome::Ok) {
-        control.filled = stage.size();
-    }
-    if (reply.outcome == Outcome::Timeout)
-        m_queues[0].splice(m_queues[0].end(), urb);
-    else
-        Finish(urb, urb.begin(), StatusOf(reply.outcome));
-    if (reply.outcome == Outcome::NoDevice)
-        Unplug();
-    return 0;
-}
-
-ControlReply UsbfsDevice::AnswerControl(const ControlRequest &request, Time now)
-{
-    if ((request.requestType & USB_TYPE_MASK) != USB_TYPE_STANDARD)
-        return m_camera.Control(request, now);
-    return m_descriptors.Answer(request);
-}
-
-int UsbfsDevice::SubmitBulk(Queue &urb)
-{
-    const uint8_t endpoint = urb.front().endpoint;
-    if (endpoint != ImageEndpoint())
-        return -ENOENT;
-    m_queues[endpoint].splice(m_queues[endpoint].end(), urb);
-    return 0;
+    return m_device.Submit(std::move(urb), call.now);
 }
 
 int UsbfsDevice::Discard(const Call &call)
 {
-    for (auto &[endpoint, queue] : m_queues) {
-        const auto urb = std::ranges::find_if(queue, [&call](const Urb &candidate) {
-            return candidate.file == call.file && candidate.address == call.argument;
-        });
-        if (urb != queue.end()) {
-            Cancel(queue, urb, call.now);
-            return 0;
-        }
-    }
-    return -EINVAL; // finished meanwhile, or never submitted
+    return m_device.Cancel(call.file, call.argument, call.now) ? 0 : -EINVAL;
 }
 
 int UsbfsDevice::Reap(const Call &call)
 {
-    const auto urb = std::ranges::find(m_done, call.file, &Urb::file);
-    if (urb == m_done.end())
-        return m_gone ? -ENODEV : -EAGAIN;
-    const bool delivered =
-        Deliver(*urb, call.memory) && WriteAt(call.memory, call.argument, urb->address);
-    m_memoryUsed -= urb->length + kUrbOverhead;
-    m_done.erase(urb);
-    return delivered ? 0 : -EFAULT;
+    const auto urb = m_device.TakeFinished(call.file);
+    if (!urb)
+        return Gone() ? -ENODEV : -EAGAIN;
+    const auto address = static_cast<uintptr_t>(urb->name);
+    return Deliver(*urb, call.memory) && WriteAt(call.memory, call.argument, address) ? 0 : -EFAULT;
 }
 
-bool UsbfsDevice::Deliver(const Urb &urb, ClientMemory &memory) const
+bool UsbfsDevice::Deliver(const Urb &urb, ClientMemory &memory)
 {
-    const bool control = urb.type == USBDEVFS_URB_TYPE_CONTROL;
-    const uint8_t direction = control ? urb.data[0] : urb.endpoint;
-    const size_t start = control ? kSetupBytes : 0;
-    if ((direction & USB_DIR_IN) != 0 && urb.filled != 0 &&
-        !memory.Write(urb.buffer + start, urb.Room().subspan(start, urb.filled)))
-        return false;
+    const auto address = static_cast<uintptr_t>(urb.name);
     usbdevfs_urb record = {}; // the program's own, of which only the result is ours
-    if (!ReadAt(memory, urb.address, record))
+    if (!ReadAt(memory, address, record))
+        return false;
+    const std::span received = urb.Received();
+    const auto buffer = reinterpret_cast<uintptr_t>(record.buffer);
+    const size_t start = urb.IsControl() ? Urb::kSetupBytes : 0;
+    if (!received.empty() && !memory.Write(buffer + start, received))
         return false;
     record.status = urb.status;
     record.actual_length = static_cast<int>(urb.filled);
-    return WriteAt(memory, urb.address, record);
-}
-
-void UsbfsDevice::Finish(Queue &queue, Queue::iterator urb, int status)
-{
-    urb->status = status;
-    m_done.splice(m_done.end(), queue, urb);
-}
-
-void UsbfsDevice::Cancel(Queue &queue, Queue::iterator urb, Time now)
-{
-    const bool atHead = urb == queue.begin();
-    const uint8_t endpoint = urb->endpoint;
-    Finish(queue, urb, -ENOENT);
-    if (atHead && endpoint == ImageEndpoint())
-        m_camera.GiveUp(endpoint, now);
-}
-
-void UsbfsDevice::CancelBulk(Time now)
-{
-    Queue &queue = m_queues[ImageEndpoint()];
-    while (!queue.empty())
-        Cancel(queue, queue.begin(), now);
-}
-
-void UsbfsDevice::Unplug()
-{
-    m_gone = true;
-    for (auto &[endpoint, queue] : m_queues)
-        while (!queue.empty())
-            Finish(queue, queue.begin(), -ESHUTDOWN);
+    return WriteAt(memory, address, record);
 }
 
 void UsbfsDevice::Close(File file, Time now)
 {
     if (m_claimedBy == file) {
-        CancelBulk(now);
+        m_device.CancelBulk(now);
         m_claimedBy = nullptr;
     }
-    const auto closed = [this, file](const Urb &urb) {
-        if (urb.file != file)
-            return false;
-        m_memoryUsed -= urb.length + kUrbOverhead;
-        return true;
-    };
-    for (auto &[endpoint, queue] : m_queues)
-        queue.remove_if(closed);
-    m_done.remove_if(closed);
-}
-
-Time UsbfsDevice::Advance(Time now)
-{
-    if (m_gone)
-        return kNever;
-    return ServeHead(ImageEndpoint(), m_queues[ImageEndpoint()], now);
-}
-
-Time UsbfsDevice::ServeHead(uint8_t endpoint, Queue &queue, Time now)
-{
-    while (!queue.empty()) {
-        Urb &head = queue.front();
-        const BulkReply reply = m_camera.Bulk(endpoint, head.Room(), head.filled, now);
-        head.filled = reply.bytes;
-        if (!reply.complete)
-            return reply.readyAt;
-        Finish(queue, queue.begin(), StatusOf(reply.outcome));
-        if (reply.outcome == Outcome::NoDevice) {
-            Unplug();
-            break;
-        }
-    }
-    return kNever;
+    m_device.Forget(file);
 }
 
 } // namespace vscsim

@@ -1,12 +1,8 @@
 #pragma once
 
-#include "camera/camera.h"
-#include "vscsim/descriptors.h"
+#include "vscsim/urb_device.h"
 
 #include <cstdint>
-#include <list>
-#include <map>
-#include <memory>
 #include <span>
 
 namespace vscsim {
@@ -31,8 +27,8 @@ class UsbfsDevice {
     /// @param memoryLimit  bytes of transfers that may be in flight, as usbfs_memory_mb sets it
     UsbfsDevice(const ModelFacts &model, const CameraOptions &options, size_t memoryLimit);
 
-    const Descriptors &Described() const { return m_descriptors; }
-    LinkSpeed Link() const { return m_camera.Options().link; }
+    const Descriptors &Described() const { return m_device.Described(); }
+    LinkSpeed Link() const { return m_device.TheCamera().Options().link; }
 
     /// Answers an ioctl: its result, or a negative error number.
     int Ioctl(File file, unsigned long request, uintptr_t argument, ClientMemory &memory, Time now);
@@ -42,13 +38,13 @@ class UsbfsDevice {
 
     /// Lets the waiting transfers go on.
     /// @return the time at which something can change by itself
-    Time Advance(Time now);
+    Time Advance(Time now) { return m_device.Advance(now); }
 
     /// Whether a finished transfer waits to be taken; what poll() tells the program as POLLOUT.
-    bool Reapable() const { return !m_done.empty(); }
+    bool Reapable() const { return m_device.HasFinished(); }
 
     /// Whether the camera was unplugged.
-    bool Gone() const { return m_gone; }
+    bool Gone() const { return m_device.Gone(); }
 
   private:
     struct Call {
@@ -62,21 +58,6 @@ class UsbfsDevice {
         int (UsbfsDevice::*give)(const Call &);
         bool whenGone; // also after the camera was unplugged
     };
-    struct Urb {
-        File file = nullptr;
-        uintptr_t address = 0; // of its record in the program; what names it
-        uint8_t type = 0;
-        uint8_t endpoint = 0;
-        uintptr_t buffer = 0; // in the program
-        size_t length = 0;
-        std::unique_ptr<uint8_t[]> data = {}; // what the buffer will hold
-        size_t filled = 0;                    // behind the setup packet, if there is one
-        int status = 0;                       // once finished
-
-        std::span<uint8_t> Room() const { return {data.get(), length}; }
-    };
-    using Queue = std::list<Urb>;
-
     int GetCapabilities(const Call &call);
     int GetSpeed(const Call &call);
     int GetDriver(const Call &call);
@@ -91,26 +72,11 @@ class UsbfsDevice {
     int Reap(const Call &call);
     static const Answer kAnswers[];
 
-    uint8_t ImageEndpoint() const { return m_camera.Model().ImageEndpoint(); }
     int ClaimInterface(File file, unsigned number);
-    int SubmitControl(const Call &call, Queue &urb);
-    int SubmitBulk(Queue &urb);
-    bool Deliver(const Urb &urb, ClientMemory &memory) const;
-    ControlReply AnswerControl(const ControlRequest &request, Time now);
-    void Finish(Queue &queue, Queue::iterator urb, int status);
-    void Cancel(Queue &queue, Queue::iterator urb, Time now);
-    void CancelBulk(Time now);
-    void Unplug();
-    Time ServeHead(uint8_t endpoint, Queue &queue, Time now);
+    static bool Deliver(const Urb &urb, ClientMemory &memory);
 
-    Camera m_camera;
-    Descriptors m_descriptors;
-    size_t m_memoryLimit;
-    size_t m_memoryUsed = 0;
+    UrbDevice m_device;
     File m_claimedBy = nullptr;
-    bool m_gone = false;
-    std::map<uint8_t, Queue> m_queues; // by endpoint; of endpoint 0 those that get no answer
-    Queue m_done;
 };
 
 } // namespace vscsim

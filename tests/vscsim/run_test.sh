@@ -59,7 +59,23 @@ Expect 127 'no-such-program' -- Run -- ./no-such-program
 Expect 143 -- Signalled TERM sh -c 'echo ready; exec sleep 60'
 Expect 5 -- Signalled INT sh -c 'trap "exit 5" INT; echo ready; while :; do sleep 0.1; done'
 
+# Cameras for kernels. A client that says half of what it wants keeps nobody waiting.
+exec {told}< <(exec "$vscsim" serve --port 0 --camera VSC470MC --camera VSC340MM 2>&1)
+server=$!
+read -r -u "$told" line
+port=${line#*port }
+port=${port%%;*}
+exec {half}<>"/dev/tcp/127.0.0.1/$port"
+printf '\x01\x11\x80' >&"$half"
+Expect 0 '1-1: .*\(4b59:470a\).*1-2: .*\(4b59:340a\)' -- \
+    /usr/sbin/usbip --tcp-port "$port" list -r 127.0.0.1
+Expect 1 "127.0.0.1 port $port: Address already in use.*--port" -- "$vscsim" serve --port "$port"
+kill "$server"
+wait "$server" || failed=1
+Expect 0 "sudo usbip --tcp-port $port attach -r 127.0.0.1 -b 1-2" -- cat <&"$told"
+
 # What is refused
+Expect 1 'on 192.0.2.1 port .*ip address' -- "$vscsim" serve --bind 192.0.2.1
 Expect 2 'VSC9' -- Run --camera VSC9 -- true
 Expect 2 'usb4' -- Run --camera VSC470MC:usb4 -- true
 Expect 2 '1.0' -- Run --camera VSC340MM:firmware=1.0 -- true
