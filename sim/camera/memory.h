@@ -48,13 +48,15 @@ class Eeprom {
     bool m_asDelivered = true;
 };
 
-/// The memory of a controller's processor. Addresses have 32 bits, but little of it is used.
+/// The memory of a controller's processor. Addresses have 32 bits, but there is little behind them:
+/// what goes beyond is lost.
 class Ram {
   public:
     void Write(uint32_t address, std::span<const uint8_t> from)
     {
         for (const uint8_t byte : from) {
-            m_pages[address / kPageBytes][address % kPageBytes] = byte;
+            if (m_pages.size() < kPages || m_pages.contains(address / kPageBytes))
+                m_pages[address / kPageBytes][address % kPageBytes] = byte;
             ++address;
         }
     }
@@ -72,6 +74,7 @@ class Ram {
 
   private:
     static constexpr uint32_t kPageBytes = 1024;
+    static constexpr size_t kPages = 1024;
     std::map<uint32_t, std::array<uint8_t, kPageBytes>> m_pages;
 };
 

@@ -94,6 +94,9 @@ class Port {
     /// to use libusb; messages to those that run would need umockdev's library in this process.
     void OnUnplug(std::function<void()> hide) { m_hide = std::move(hide); }
 
+    /// While a program holds the interface, the kernel shows its own driver there.
+    void OnClaim(std::function<void(bool)> show) { m_showClaim = std::move(show); }
+
     ~Port()
     {
         const std::scoped_lock lock(m_mutex);
@@ -170,6 +173,8 @@ class Port {
     {
         const Time wake = m_device.Advance(Now());
         m_line.Signal(m_device.Reapable());
+        if (std::exchange(m_claimShown, m_device.Claimed()) != m_device.Claimed())
+            m_showClaim(m_device.Claimed());
         if (m_device.Gone() && m_hide)
             std::exchange(m_hide, nullptr)();
         if (!m_timer)
@@ -206,6 +211,8 @@ class Port {
     UsbfsDevice m_device;
     PollLine m_line;
     std::function<void()> m_hide;
+    std::function<void(bool)> m_showClaim;
+    bool m_claimShown = false;
     GSource *m_timer = nullptr; // in umockdev's thread, from the first call on
 };
 
@@ -268,6 +275,19 @@ struct Testbed::State {
         return path.get();
     }
 
+    /// Shows the only interface of a camera.
+    /// @return the link to its driver
+    std::filesystem::path DescribeInterface(const std::string &camera)
+    {
+        const Text root(umockdev_testbed_get_root_dir(testbed.get()));
+        const std::filesystem::path folder = root.get() + camera;
+        const std::string name = fmt::format("{}:{}.{}", folder.filename().string(),
+                                             Descriptors::kConfiguration, Descriptors::kInterface);
+        std::error_code noFolder; // nor a driver in it, which only those would miss who look there
+        std::filesystem::create_directory(folder / name, noFolder);
+        return folder / name / "driver";
+    }
+
     static std::string NodeOf(int address)
     {
         return fmt::format("/dev/bus/usb/{:03}/{:03}", kBus, address);
@@ -278,8 +298,8 @@ struct Testbed::State {
         const std::string node = NodeOf(address);
         const Text root(umockdev_testbed_get_root_dir(testbed.get()));
         const std::filesystem::path file = root.get() + node;
-        std::error_code failure;
-        std::filesystem::create_directories(file.parent_path(), failure);
+        std::error_code noFolder; // the node cannot be created then
+        std::filesystem::create_directories(file.parent_path(), noFolder);
         auto port = std::make_unique<Port>(device, memoryLimit, file.string());
         if (!port->Valid()) {
             error = fmt::format("cannot create {}", file.string());
@@ -289,6 +309,14 @@ struct Testbed::State {
         // Its node stays: without it, programs that know the path would be led to a real device.
         port->OnUnplug(
             [bus = testbed.get(), path] { umockdev_testbed_remove_device(bus, path.c_str()); });
+
+        port->OnClaim([driver = DescribeInterface(path)](bool claimed) {
+            std::error_code failure; // see there
+            if (claimed)
+                std::filesystem::create_symlink("/sys/bus/usb/drivers/usbfs", driver, failure);
+            else
+                std::filesystem::remove(driver, failure);
+        });
 
         const Object<UMockdevIoctlBase> handler(umockdev_ioctl_base_new());
         g_signal_connect(handler.get(), "client-connected", G_CALLBACK(OnClient), port.get());

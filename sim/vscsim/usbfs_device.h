@@ -43,6 +43,9 @@ class UsbfsDevice {
     /// Whether a finished transfer waits to be taken; what poll() tells the program as POLLOUT.
     bool Reapable() const { return m_device.HasFinished(); }
 
+    /// Whether a program holds the interface.
+    bool Claimed() const { return m_claimedBy != nullptr; }
+
     /// Whether the camera was unplugged.
     bool Gone() const { return m_device.Gone(); }
 

@@ -1,7 +1,6 @@
 #include "vscsim/usbip_session.h"
 
 #include <algorithm>
-#include <type_traits>
 #include <utility>
 #include <variant>
 
@@ -43,7 +42,7 @@ void UsbIpSession::Receive(std::span<const uint8_t> bytes, Time now)
 {
     m_received.insert(m_received.end(), bytes.begin(), bytes.end());
     std::span<const uint8_t> rest = m_received;
-    while (const size_t taken = Take(rest, now))
+    while (const size_t taken = TakeNext(rest, now))
         rest = rest.subspan(taken);
     m_received.erase(m_received.begin(),
                      m_received.end() - static_cast<std::ptrdiff_t>(rest.size()));
@@ -52,25 +51,9 @@ void UsbIpSession::Receive(std::span<const uint8_t> bytes, Time now)
 
 /// Takes one message.
 /// @return its length; 0 when there is none
-size_t UsbIpSession::Take(std::span<const uint8_t> bytes, Time now)
+size_t UsbIpSession::TakeNext(std::span<const uint8_t> bytes, Time now)
 {
-    const auto take = [this, now](const auto &message) -> size_t {
-        using Message = std::decay_t<decltype(message)>;
-        if constexpr (std::is_same_v<Message, usbip::Incomplete>) {
-            return 0;
-        } else if constexpr (std::is_same_v<Message, usbip::Garbage>) {
-            m_phase = Phase::Broken;
-            return 0;
-        } else {
-            if constexpr (std::is_same_v<Message, usbip::ListRequest>)
-                TellList(now);
-            else if constexpr (std::is_same_v<Message, usbip::AttachRequest>)
-                Attach(message, now);
-            else
-                m_camera->Take(message, now);
-            return message.Size();
-        }
-    };
+    const auto take = [this, now](const auto &message) { return Take(message, now); };
     if (m_phase == Phase::Asking)
         return std::visit(take, usbip::ParseRequest(bytes));
     if (m_phase == Phase::Attached && !m_camera->Gone())
@@ -78,7 +61,18 @@ size_t UsbIpSession::Take(std::span<const uint8_t> bytes, Time now)
     return 0;
 }
 
-void UsbIpSession::TellList(Time now)
+size_t UsbIpSession::Take(usbip::Incomplete, Time)
+{
+    return 0;
+}
+
+size_t UsbIpSession::Take(usbip::Garbage, Time)
+{
+    m_phase = Phase::Broken;
+    return 0;
+}
+
+size_t UsbIpSession::Take(const usbip::ListRequest &request, Time now)
 {
     std::vector<usbip::Device> present;
     for (const auto &camera : m_cameras)
@@ -86,9 +80,10 @@ void UsbIpSession::TellList(Time now)
             present.push_back(camera->Described());
     Send({usbip::EncodeList(present)});
     m_phase = Phase::Leaving;
+    return request.Size();
 }
 
-void UsbIpSession::Attach(const usbip::AttachRequest &request, Time now)
+size_t UsbIpSession::Take(const usbip::AttachRequest &request, Time now)
 {
     const auto found = std::ranges::find_if(m_cameras, [&request, now](const auto &camera) {
         return camera->Described().busId == request.busId && camera->Present(now);
@@ -104,6 +99,19 @@ void UsbIpSession::Attach(const usbip::AttachRequest &request, Time now)
         Send({usbip::EncodeAttached(m_camera->Described())});
         m_phase = Phase::Attached;
     }
+    return request.Size();
+}
+
+size_t UsbIpSession::Take(const usbip::Submit &submit, Time now)
+{
+    m_camera->Take(submit, now);
+    return submit.Size();
+}
+
+size_t UsbIpSession::Take(const usbip::Unlink &unlink, Time now)
+{
+    m_camera->Take(unlink, now);
+    return unlink.Size();
 }
 
 Time UsbIpSession::Advance(Time now)

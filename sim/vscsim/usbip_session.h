@@ -48,9 +48,13 @@ class UsbIpSession {
   private:
     enum class Phase { Asking, Attached, Leaving, Broken };
 
-    size_t Take(std::span<const uint8_t> bytes, Time now);
-    void Attach(const usbip::AttachRequest &request, Time now);
-    void TellList(Time now);
+    size_t TakeNext(std::span<const uint8_t> bytes, Time now);
+    size_t Take(usbip::Incomplete, Time now);
+    size_t Take(usbip::Garbage, Time now);
+    size_t Take(const usbip::ListRequest &request, Time now);
+    size_t Take(const usbip::AttachRequest &request, Time now);
+    size_t Take(const usbip::Submit &submit, Time now);
+    size_t Take(const usbip::Unlink &unlink, Time now);
     void CollectReplies();
     void Send(UsbIpCamera::Reply reply);
 

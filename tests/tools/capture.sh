@@ -128,6 +128,28 @@ expect 2 sim capture -e 20ms --dark dark.bmp -o never.fit
 { sim capture -e 10ms -o unread.fit 2>messages || echo $? >code; } | true
 contains code 9
 
+# One that another program uses, which is not disturbed, or that the system refuses. Root is refused
+# nothing unless it gives that right up.
+export vsccam
+# shellcheck disable=SC2016 # the variables are those of the script on the bus
+expect 5 "$(dirname "$vsccam")/vscsim" run --camera VSC470MC --speed max -- sh -c '
+    "$vsccam" capture -e 10ms -n 99999 --no-png --roi 104x100+0+0 -o "used_{seq}.fit" >used 2>&1 &
+    until [ -e used_1.fit ]; do sleep 0.1; done
+    got=0
+    "$vsccam" capture -e 10ms -o never.fit || got=$?
+    seen=$(find . -name "used_*" | wc -l)
+    until [ -e "used_$((seen + 2)).fit" ]; do kill -0 $! || exit; sleep 0.1; done
+    kill -INT $!
+    wait $!
+    exit "$got"'
+contains messages 'in use by another program'
+# shellcheck disable=SC2016
+expect 4 "$(dirname "$vsccam")/vscsim" run -- sh -c '
+    chmod 0 "$UMOCKDEV_DIR/dev/bus/usb/001/002"
+    [ "$(id -u)" != 0 ] || as="setpriv --bounding-set=-dac_override,-dac_read_search"
+    exec $as "$vsccam" capture -e 10ms -o never.fit'
+contains messages 'no permission for KYR VSC470MC at /dev/bus/usb/001/002'
+
 # A camera that is lost, or delivers nothing, the latter also for want of memory.
 expect 6 faulty unplug capture -e 10ms -o never.fit
 for faults in short-frame@0 stall-frame@0 'empty-frame@0x4' time-out-request:b6@9; do
