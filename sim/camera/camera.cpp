@@ -128,6 +128,8 @@ ControlReply Camera::Control(const ControlRequest &request, Time now)
         if (hit.fault == Fault::CorruptAnswer)
             reply.data[place] = static_cast<uint8_t>(~reply.data[place]);
     }
+    if (m_state->options.forger)
+        m_state->options.forger->Answer(request, reply);
     return reply;
 }
 
@@ -143,6 +145,8 @@ BulkReply Camera::Bulk(uint8_t endpoint, std::span<uint8_t> room, size_t filled,
         m_state->requestFile << LineOf(*exposure) << std::endl;
     if (board.condition == Board::Condition::Unplugged)
         return {.complete = true, .outcome = Outcome::NoDevice, .bytes = reply.bytes};
+    if (m_state->options.forger && board.condition == Board::Condition::Working)
+        m_state->options.forger->Send(room, reply);
     return reply;
 }
 

@@ -65,6 +65,17 @@ struct FrameCounts {
     uint64_t lost = 0;     // read out when the host had not taken the one before
 };
 
+/// Speaks for a camera that lies: what a working camera answers and sends passes through here, and
+/// may become anything.
+class Forger {
+  public:
+    virtual ~Forger() = default;
+
+    virtual void Answer(const ControlRequest &request, ControlReply &reply) = 0;
+    /// `reply` is what the camera says of the transfer at the head of the queue, `room` its buffer.
+    virtual void Send(std::span<uint8_t> room, BulkReply &reply) = 0;
+};
+
 enum class Scene { Pattern, Sky };
 enum class LinkSpeed { High, Super };
 
@@ -84,6 +95,7 @@ struct CameraOptions {
     uint8_t firmwareVersion = 3;  // that the camera is delivered with
     std::string flashFile = {};   // keeps the SPI flash: read at the start, written on changes
     std::string requestFile = {}; // gets a line for each control request and frame, see LineOf
+    std::shared_ptr<Forger> forger = {};
 };
 
 /// The colours of the first two pixels of the first row.

@@ -32,8 +32,9 @@ enum class CaptureChange : uint8_t {
     WorkerHasDeviceBack,
 };
 
-/// State of a capture, small enough to be changed as a whole without a lock.
-struct CaptureState {
+/// State of a capture, small enough to be changed as a whole without a lock. Not every compiler
+/// does so without a library of its own, unless the whole is aligned to its size.
+struct alignas(uint32_t) CaptureState {
     CapturePhase phase = CapturePhase::Idle;
     CapturePhase beneath = CapturePhase::Idle; // what is under way, while the device is lost
     bool single = false;                       // what was started last

@@ -122,7 +122,7 @@ CaptureWorker::Turn CaptureWorker::HandleRead(const BulkStream::Pass &pass)
         return ExposeAnew();
     if (pass.received > 0)
         m_troubles.emptyReads = 0;
-    if (pass.received != m_frame.bytes)
+    if (!pass.Brought(m_frame.bytes))
         return HandleIncompleteFrame(pass);
     m_troubles.refusedReads = 0;
     return HandleWholeFrame();

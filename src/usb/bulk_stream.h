@@ -27,6 +27,13 @@ class BulkStream {
         bool ioError = false;    // some transfer ended with LIBUSB_TRANSFER_ERROR
         bool deviceGone = false; // some transfer or submission said so
         bool submitted = false;  // at least one transfer was queued
+
+        /// Whether all bytes came. Those of a transfer that failed are not to be relied on: the
+        /// camera may have sent more than they are, or others.
+        bool Brought(int bytes) const
+        {
+            return received == bytes && (error == 0 || error == LIBUSB_ERROR_TIMEOUT);
+        }
     };
 
     struct Timeouts {
