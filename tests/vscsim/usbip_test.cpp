@@ -135,7 +135,7 @@ TEST(UsbIp, ACameraIsListedAndAttachedByOneClientAtATime)
     const UsbIpCameras cameras = Cameras();
     const auto answerTo = [&cameras](const Bytes &question) {
         Client client(cameras);
-        const Bytes answer = client.Say(question, 1s, 1);
+        Bytes answer = client.Say(question, 1s, 1);
         EXPECT_TRUE(client.session.Over());
         return answer;
     };
