@@ -37,9 +37,9 @@ Bytes Attach(const std::string &busId)
 
 /// The setup packet is given as it is written on the wire, in two words.
 Bytes Submit(uint32_t number, bool in, uint32_t endpoint, uint32_t length, uint32_t setup = 0,
-             uint32_t setupEnd = 0)
+             uint32_t setupEnd = 0, uint32_t flags = 0)
 {
-    return BigEndian({1, number, 0x10002, in, endpoint, 0, length, 0, 0, 0, setup, setupEnd});
+    return BigEndian({1, number, 0x10002, in, endpoint, flags, length, 0, 0, 0, setup, setupEnd});
 }
 
 Bytes Unlink(uint32_t number, uint32_t target)
@@ -157,17 +157,20 @@ TEST(UsbIp, FramesComeAsTheTransfersAreLong)
 {
     const struct {
         const char *faults;
+        uint32_t flags;
         std::vector<uint32_t> lengths;
         std::vector<Bytes> answers;
     } cases[] = {
-        // A frame that is no multiple of a packet ends the transfer.
-        {"", {1 << 20, 1 << 21}, {Ended(0, 0, 1 << 20), Ended(1, 0, kFrameBytes - (1 << 20))}},
+        // A frame that is no multiple of a packet ends the transfer, which some do not want.
+        {"", 0, {1 << 20, 1 << 21}, {Ended(0, 0, 1 << 20), Ended(1, 0, kFrameBytes - (1 << 20))}},
+        {"", 1, {1 << 22}, {Ended(0, -121, kFrameBytes)}},
         // What remains of a buffer must have room for a packet.
         {"",
+         0,
          {1 << 20, 1536, 1 << 21},
          {Ended(0, 0, 1 << 20), Ended(1, -75, 1024), Ended(2, 0, kFrameBytes - (1 << 20) - 2048)}},
-        {"stall-frame", {512}, {Ended(0, -32, 0)}},
-        {"io-error-frame", {512}, {Ended(0, -71, 0)}},
+        {"stall-frame", 0, {512}, {Ended(0, -32, 0)}},
+        {"io-error-frame", 0, {512}, {Ended(0, -71, 0)}},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(testing::Message() << c.faults << " " << c.lengths.size());
@@ -176,7 +179,7 @@ TEST(UsbIp, FramesComeAsTheTransfersAreLong)
         (void)client.Say(Attach("1-1"), 0s);
         StartFrames(client, 0s);
         for (uint32_t i = 0; i < c.lengths.size(); ++i)
-            EXPECT_EQ(client.Say(Submit(i, true, 1, c.lengths[i]), 0s), Bytes());
+            EXPECT_EQ(client.Say(Submit(i, true, 1, c.lengths[i], 0, 0, c.flags), 0s), Bytes());
         const Bytes all = client.Fetch(126ms);
         size_t at = 0;
         for (const Bytes &answer : c.answers) {
@@ -196,6 +199,7 @@ TEST(UsbIp, CommandsAreAnsweredInOrderAndEveryUnlinkOnce)
     const struct {
         Bytes said, answer;
     } dialog[] = {
+        {Unlink(11, 11), Unlinked(11, 0)}, // of the client before
         {Submit(1, true, 1, kLarge), {}},
         {Submit(2, true, 1, kLarge), {}},
         {Submit(3, true, 1, kLarge), Ended(3, -12, 0)}, // more than it holds for anybody
@@ -208,9 +212,10 @@ TEST(UsbIp, CommandsAreAnsweredInOrderAndEveryUnlinkOnce)
         {Submit(9, false, 0, 2, 0x40770000, 0x00000200), {}},              // its data are to come
         {{1, 2}, Ended(9, -32, 0)},
         {Unlink(10, 3), Unlinked(10, -104)},
+        {Submit(11, true, 1, 4096), {}},
     };
+    const UsbIpCameras cameras = Cameras();
     for (const size_t atOnce : {size_t{1}, size_t{1000}}) {
-        const UsbIpCameras cameras = Cameras();
         Client client(cameras);
         (void)client.Say(Attach("1-1"), 0s);
         for (const auto &line : dialog)
