@@ -113,29 +113,30 @@ ControlReply Fx3Controller::Thermistor(const ControlRequest &, Time now)
     return Data(TwelveBits(ThermistorReading(m_board.climate.Celsius(now))));
 }
 
-ControlReply Fx3Controller::ReadFlash(const ControlRequest &request, Time)
+ControlReply Fx3Controller::ReadFlash(const ControlRequest &request, Time now)
 {
     std::vector<uint8_t> bytes(request.length);
-    if (m_board.wideDataBus || !m_board.flash.Read(request.index, bytes))
+    if (m_board.wideDataBus || !m_board.flash.Read(request.index, bytes, now))
         return Stalled();
     return Data(std::move(bytes));
 }
 
-ControlReply Fx3Controller::ProgramFlash(const ControlRequest &request, Time)
+ControlReply Fx3Controller::ProgramFlash(const ControlRequest &request, Time now)
 {
-    return DoneIf(!m_board.wideDataBus && m_board.flash.Program(request.index, request.data));
+    return DoneIf(!m_board.wideDataBus && m_board.flash.Program(request.index, request.data, now));
 }
 
-ControlReply Fx3Controller::EraseFlash(const ControlRequest &request, Time)
+ControlReply Fx3Controller::EraseFlash(const ControlRequest &request, Time now)
 {
-    return DoneIf(!m_board.wideDataBus && request.value == 1 && m_board.flash.Erase(request.index));
+    return DoneIf(!m_board.wideDataBus && request.value == 1 &&
+                  m_board.flash.Erase(request.index, now));
 }
 
-ControlReply Fx3Controller::PollFlash(const ControlRequest &, Time)
+ControlReply Fx3Controller::PollFlash(const ControlRequest &, Time now)
 {
     if (m_board.wideDataBus)
         return Stalled();
-    return Data({static_cast<uint8_t>(m_board.flash.PollBusy() ? 1 : 0)});
+    return Data({static_cast<uint8_t>(m_board.flash.IsBusy(now) ? 1 : 0)});
 }
 
 /// A load without bytes is the jump to the program.

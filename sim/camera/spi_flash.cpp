@@ -14,25 +14,25 @@ SpiFlash::SpiFlash(std::string file) : m_file(std::move(file)), m_contents(kByte
         in.read(reinterpret_cast<char *>(m_contents.data()), kBytes);
 }
 
-bool SpiFlash::Accessible(size_t address, size_t length) const
+bool SpiFlash::Accessible(size_t address, size_t length, Time now) const
 {
-    return m_busyPolls == 0 && length <= kLongestAccess && address <= kBytes &&
+    return !IsBusy(now) && length <= kLongestAccess && address <= kBytes &&
            length <= kBytes - address;
 }
 
-bool SpiFlash::Read(size_t page, std::span<uint8_t> to) const
+bool SpiFlash::Read(size_t page, std::span<uint8_t> to, Time now) const
 {
     const size_t address = page * kPageBytes;
-    if (!Accessible(address, to.size()))
+    if (!Accessible(address, to.size(), now))
         return false;
     std::copy_n(m_contents.begin() + static_cast<std::ptrdiff_t>(address), to.size(), to.begin());
     return true;
 }
 
-bool SpiFlash::Program(size_t page, std::span<const uint8_t> from)
+bool SpiFlash::Program(size_t page, std::span<const uint8_t> from, Time now)
 {
     const size_t address = page * kPageBytes;
-    if (!Accessible(address, from.size()))
+    if (!Accessible(address, from.size(), now))
         return false;
     for (size_t i = 0; i < from.size(); ++i)
         m_contents[address + i] &= from[i];
@@ -40,23 +40,15 @@ bool SpiFlash::Program(size_t page, std::span<const uint8_t> from)
     return true;
 }
 
-bool SpiFlash::Erase(size_t sector)
+bool SpiFlash::Erase(size_t sector, Time now)
 {
-    if (m_busyPolls != 0 || sector >= kBytes / kSectorBytes)
+    if (IsBusy(now) || sector >= kBytes / kSectorBytes)
         return false;
     const size_t address = sector * kSectorBytes;
     std::fill_n(m_contents.begin() + static_cast<std::ptrdiff_t>(address), kSectorBytes,
                 uint8_t{0xFF});
     Store(address, kSectorBytes);
-    m_busyPolls = kErasePolls;
-    return true;
-}
-
-bool SpiFlash::PollBusy()
-{
-    if (m_busyPolls == 0)
-        return false;
-    --m_busyPolls;
+    m_busyUntil = now + kEraseTime;
     return true;
 }
 

@@ -20,7 +20,7 @@ vscsim::CameraOptions WithFaults(const char *plan)
 }
 
 const Lines kErase = Wire("flash erase 7; flash status 7; flash status 7; flash status 7;"
-                          "flash status 7"); // busy for three polls
+                          "flash status 7"); // the erase takes three polls
 const Lines kAttempt = Wire("flash write 070000+256; flash read 070000+256");
 
 /// The flash is out of reach while the data bus is wide.
