@@ -97,6 +97,12 @@ void Bus::FailCalls(uint64_t from, uint64_t count, int code, std::string_view fu
     Core::Instance().calls.Fail(from, count, code, function);
 }
 
+void Bus::MendCalls()
+{
+    const auto lock = Core::Instance().Acquire();
+    Core::Instance().calls.Mend();
+}
+
 void Bus::UnplugAtCall(int device, uint64_t call)
 {
     const auto lock = Core::Instance().Acquire();

@@ -76,7 +76,11 @@ class Bus {
     /// (negative). Functions that cannot fail are passed over, libusb_alloc_transfer returns null,
     /// and LIBUSB_ERROR_TIMEOUT comes after the time-out of the transfer. "function" narrows it to
     /// one function by name, e.g. "libusb_submit_transfer"; then only its calls are numbered.
+    /// "completion" stands for the transfers that the program submitted and that completed: such a
+    /// one is handed back as failed, with half of what it received.
     void FailCalls(uint64_t from, uint64_t count, int code, std::string_view function = {});
+    /// From now on no call fails any more, until FailCalls is called again.
+    void MendCalls();
 
     /// Unplugs the device when the libusb call with this number begins.
     void UnplugAtCall(int device, uint64_t call);

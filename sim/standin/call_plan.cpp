@@ -5,20 +5,27 @@ namespace vscsim {
 CallPlan::Begun CallPlan::Begin(std::string_view function)
 {
     const uint64_t call = m_calls++;
-    const uint64_t callOfFunction = m_callsOf[function]++;
     Begun begun;
-    for (const Failure &failure : m_failures) {
-        const bool any = failure.function.empty();
-        const uint64_t number = any ? call : callOfFunction;
-        const bool meant = any || failure.function == function;
-        if (meant && number >= failure.from && number - failure.from < failure.count)
-            begun.failure = failure.code;
-    }
+    begun.failure = FailureOf(function, call);
     for (const Departure &departure : m_departures) {
         if (departure.call == call)
             begun.unplug.push_back(departure.device);
     }
     return begun;
+}
+
+int CallPlan::FailureOf(std::string_view function, std::optional<uint64_t> call)
+{
+    const uint64_t callOfFunction = m_callsOf[function]++;
+    int code = 0;
+    for (const Failure &failure : m_failures) {
+        const auto number = failure.function.empty()       ? call
+                            : failure.function == function ? std::optional(callOfFunction)
+                                                           : std::nullopt;
+        if (number && *number >= failure.from && *number - failure.from < failure.count)
+            code = failure.code;
+    }
+    return code;
 }
 
 uint64_t CallPlan::Count(std::string_view function) const

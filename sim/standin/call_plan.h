@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -18,11 +19,15 @@ class CallPlan {
 
     /// `function` is a literal: it is kept.
     Begun Begin(std::string_view function);
+    /// A transfer is handed back: that is numbered like the calls of one function, but is none.
+    /// @return the libusb code with which it is to fail, or 0
+    int Complete() { return FailureOf(kCompletion, std::nullopt); }
 
     /// Calls so far, of one function or (empty) of all.
     uint64_t Count(std::string_view function) const;
 
     void Fail(uint64_t from, uint64_t count, int code, std::string_view function);
+    void Mend() { m_failures.clear(); }
     void Unplug(int device, uint64_t call);
 
   private:
@@ -36,6 +41,10 @@ class CallPlan {
         int device;
         uint64_t call;
     };
+
+    static constexpr std::string_view kCompletion = "completion";
+
+    int FailureOf(std::string_view function, std::optional<uint64_t> call);
 
     uint64_t m_calls = 0;
     std::map<std::string_view, uint64_t> m_callsOf;

@@ -54,6 +54,21 @@ int ErrorCode(libusb_transfer_status status)
     return LIBUSB_ERROR_IO;
 }
 
+/// The other way round.
+libusb_transfer_status StatusOf(int code)
+{
+    switch (code) {
+    case LIBUSB_ERROR_PIPE:
+        return LIBUSB_TRANSFER_STALL;
+    case LIBUSB_ERROR_OVERFLOW:
+        return LIBUSB_TRANSFER_OVERFLOW;
+    case LIBUSB_ERROR_NO_DEVICE:
+        return LIBUSB_TRANSFER_NO_DEVICE;
+    default:
+        return LIBUSB_TRANSFER_ERROR;
+    }
+}
+
 bool IsBulk(const libusb_transfer &usb)
 {
     return usb.type == LIBUSB_TRANSFER_TYPE_BULK;
@@ -562,6 +577,12 @@ void Core::CallBack(Lock &lock, Transfer &transfer)
     if (transfer.synchronous) {
         transfer.done = true;
         return;
+    }
+    if (usb.status == LIBUSB_TRANSFER_COMPLETED) {
+        if (const int failure = calls.Complete(); failure != 0) {
+            usb.status = StatusOf(failure);
+            usb.actual_length /= 2;
+        }
     }
     const bool freeAfterwards = (usb.flags & LIBUSB_TRANSFER_FREE_TRANSFER) != 0;
     lock.unlock();
