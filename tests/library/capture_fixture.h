@@ -35,7 +35,7 @@ inline std::map<int, int> Registers(int device)
         for (uint8_t number = 0; number < 32; ++number)
             registers[UINT16_MAX + 1 + number] = camera.FpgaRegister(number);
         // Of passing states: what putting a sensor to sleep leaves, and the gate of long exposures.
-        for (const int passing : {0x5F, 0x61, UINT16_MAX + 1 + 11})
+        for (const int passing : {0x5F, 0x60, 0x61, UINT16_MAX + 1 + 11})
             registers.erase(passing);
         return registers;
     });

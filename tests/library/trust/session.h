@@ -7,10 +7,21 @@
 namespace vsccam {
 
 /// A campaign tries every point of a session by night, and every so many-th in `./dev test`.
+inline bool EveryPoint()
+{
+    return std::getenv("VSCCAM_EVERY_POINT") != nullptr; // NOLINT(concurrency-mt-unsafe)
+}
 inline uint64_t Stride(uint64_t byDay)
 {
-    return std::getenv("VSCCAM_EVERY_POINT") ? 1 : byDay; // NOLINT(concurrency-mt-unsafe)
+    return EveryPoint() ? 1 : byDay;
 }
+
+/// What takes many sessions is tried at fewer points where each takes long.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(__arm__)
+inline constexpr uint64_t kSlowness = 16;
+#else
+inline constexpr uint64_t kSlowness = 1;
+#endif
 
 /// A camera of each family, and of each controller.
 inline constexpr const char *kFamilies[] = {"VSC470MM-Cool", "VSC2800MM", "VSC048MM", "VSC340MM",
@@ -21,8 +32,9 @@ struct HostSession {
     static constexpr int kWidth = 320;
     static constexpr int kHeight = 240;
 
-    int waitMs = 1'000; // for a frame of a video
-    int broken = 0;     // frames that were delivered and are no true copies of one
+    int waitMs = 1'000;             // for a frame of a video
+    int broken = 0;                 // frames that were delivered and are no true copies of one
+    const char *darkFile = nullptr; // a black one, if any
     Bytes frame = Bytes(size_t{kWidth} * kHeight);
 
     /// @return whether there was one
@@ -41,52 +53,73 @@ struct HostSession {
         setValue(CONTROL_EXPOSURE, us, false);
         startExposure();
         while (getExpStatus() == VSC_EXP_WORKING)
-            SleepFor(std::chrono::milliseconds(1));
+            SleepFor(std::chrono::milliseconds(10));
         return Check(getImageAfterExp(frame.data(), static_cast<int>(frame.size())));
     }
 };
+
+inline constexpr _VSC_ID kIdentity{{1, 2, 3, 4, 5, 6, 7, 8}};
+
+/// What it shows that a step succeeded.
+enum class Proof { None, Programmed, VideoFrame }; // of a camera that is programmed, too
 
 struct SessionStep {
     const char *name;
     bool (*run)(HostSession &); // whether the host got what it asked for
     uint32_t limitMs = 2'000;   // whatever is wrong with the camera
+    Proof proof = Proof::None;
 };
 
 inline constexpr SessionStep kSession[] = {
     {"count", [](HostSession &) { return getNumberOfConnectedCameras() > 0; }},
-    {"open", [](HostSession &) { return openCamera(0) != 0; }},
-    {"initialise", [](HostSession &) { return initCamera() != 0; }},
+    // After a failed one, the camera has to be closed, or the next does nothing.
+    {"open", [](HostSession &) { return openCamera(0) || (closeCamera(), false); }},
+    {"initialise", [](HostSession &) { return initCamera() != 0; }, 2'000, Proof::Programmed},
     {"format",
      [](HostSession &host) {
          return setImageFormat(host.kWidth, host.kHeight, 1, VSC_IMG_RAW8) != 0;
      }},
     {"start position", [](HostSession &) { return setStartPos(64, 32), true; }},
     {"exposure", [](HostSession &) { return setValue(CONTROL_EXPOSURE, 10'000, false), true; }},
-    {"bandwidth", [](HostSession &) { return setValue(CONTROL_BANDWIDTH, 60, true), true; }},
+    {"bandwidth", [](HostSession &) { return setValue(CONTROL_BANDWIDTH, 60, false), true; }},
     {"high speed", [](HostSession &) { return setValue(CONTROL_HIGH_SPEED, 1, false), true; }},
     {"target", [](HostSession &) { return setValue(CONTROL_TARGET_TEMP, -10, false), true; }},
     {"cooler", [](HostSession &) { return setValue(CONTROL_COOLER_ON, 1, false), true; }},
     {"temperature", [](HostSession &) { return getSensorTemp() < 100; }},
+    {"new identity",
+     [](HostSession &) { return SetID(kIdentity) || !isUSB3Camera(); }, // others have no flash
+     60'000},
     {"identity",
      [](HostSession &) {
          _VSC_ID id{};
-         return GetID(&id) + 1 > 0; // false when none was ever stored
+         return !isUSB3Camera() || (GetID(&id) && std::ranges::equal(id.id, kIdentity.id));
      }},
     {"guiding", [](HostSession &) { return pulseGuide(GUIDE_EAST, 5), true; }},
+    {"dark frame",
+     [](HostSession &host) { return !host.darkFile || EnableDarkSubtract(host.darkFile); }},
     {"video", [](HostSession &) { return startCapture(), true; }},
-    {"first frame", [](HostSession &host) { return host.Video(); }},
+    {"first frame", [](HostSession &host) { return host.Video(); }, 2'000, Proof::VideoFrame},
     {"gain in video", [](HostSession &) { return setValue(CONTROL_GAIN, 10, false), true; }},
-    {"second frame", [](HostSession &host) { return host.Video(); }},
+    {"more frames",
+     [](HostSession &host) {
+         bool all = true; // up to five of them have the gain of before
+         for (int i = 0; i < 8 && all; ++i)
+             all = host.Video();
+         return all;
+     },
+     9'000, Proof::VideoFrame},
     {"format in video",
      [](HostSession &host) {
          return setImageFormat(host.kWidth, host.kHeight, 1, VSC_IMG_RAW8) != 0;
      }},
-    {"third frame", [](HostSession &host) { return host.Video(); }},
+    {"frame of the format", [](HostSession &host) { return host.Video(); }, 2'000,
+     Proof::VideoFrame},
     {"stop", [](HostSession &) { return stopCapture(), true; }},
     {"short exposure", [](HostSession &host) { return host.Exposure(100); }, 5'200},
     {"long exposure", [](HostSession &host) { return host.Exposure(1'200'000); }, 6'400},
     {"aborted exposure",
-     [](HostSession &) { return startExposure(), stopExposure(), getExpStatus() == VSC_EXP_IDLE; }},
+     [](HostSession &) { return startExposure(), stopExposure(), getExpStatus() == VSC_EXP_IDLE; },
+     4'000},
     {"close", [](HostSession &) { return closeCamera(), true; }},
 };
 
