@@ -82,8 +82,9 @@ bool CaptureWorker::StartStream()
     StartDataPath();
     ClearHalt();
     m_troubles = {};
-    return m_usb.initAsyncXfer(m_frame.bytes, m_frame.transfers, kTransferBytes,
-                               m_controller.endpoint);
+    m_streams = m_usb.initAsyncXfer(m_frame.bytes, m_frame.transfers, kTransferBytes,
+                                    m_controller.endpoint);
+    return m_streams;
 }
 
 CaptureWorker::Turn CaptureWorker::CaptureOneFrame()
@@ -98,7 +99,7 @@ CaptureWorker::Turn CaptureWorker::CaptureOneFrame()
     m_deadline.Follow(exposure);
     if (m_single && (lossUs > kSingleExposureLossUs || m_deadline.TooLate(Clock::now())))
         return Fail();
-    if (m_camera.HalfProgrammed())
+    if (m_camera.HalfProgrammed() || !m_streams)
         return ProgramAgain();
 
     const BulkStream::Pass pass =

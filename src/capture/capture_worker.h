@@ -133,6 +133,7 @@ class CaptureWorker {
     const Controller m_controller;
     bool m_endedByItself = false; // nobody waits for the worker
     int m_failedRestores = 0;     // in a row
+    bool m_streams = false;       // there is what frames are read with
     struct {
         uint32_t atStart = 0; // of the stream
         uint32_t own = 0;     // after a change of the worker's own

@@ -417,6 +417,8 @@ bool CCameraFX3::ResetEndPoint(uint8_t endpoint)
 bool CCameraFX3::ResetDevice()
 {
     OutputDbgPrint("ResetDevice\n");
+    if (m_stream.InFlight())
+        return false; // only closing the device ends them
     {
         const SectionLock lock(m_controlSection);
         if (m_answers.IsMute())

@@ -160,7 +160,7 @@ class CCameraFX3 {
     /// cancelled, and to a camera that does not even answer a question. For the capture worker.
     [[nodiscard]] bool ResetEndPoint(uint8_t endpoint);
     /// Resets the device on its port. Requests of other threads wait meanwhile as long as for an
-    /// answer.
+    /// answer. Refused while transfers are in flight that could not be cancelled.
     [[nodiscard]] bool ResetDevice();
 
     /// Prepares the reading of frames of `totalLen` bytes, see BulkStream::Init.
