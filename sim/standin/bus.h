@@ -68,6 +68,9 @@ class Bus {
     /// "40 A0 E600 0000 len 1". Bulk transfers do not appear, nor calls that FailCalls fails.
     std::vector<std::string> TakeTraffic(int device);
 
+    /// Whether the calling thread is in a libusb function: what it needs there is the simulation's.
+    static bool InCall();
+
     /// Calls of libusb functions since Reset, all or those of one function; the next one has this
     /// number. The functions that only name error codes or versions do not count.
     uint64_t Calls(std::string_view function = {}) const;

@@ -22,17 +22,24 @@ constexpr Time kKernelPatience = 5s; // with a camera that does not answer them
 constexpr Time kResetTime = 200ms;
 constexpr Time kBootTime = 300ms; // until a controller that boots is on the bus again
 
+thread_local int t_calls = 0; // that the thread is in
+
 /// A call of a libusb function: numbered, and under the lock of the bus.
 class Call {
   public:
     explicit Call(const char *function) : m_function(function), m_lock(m_core.Acquire())
     {
+        ++t_calls;
         m_core.CatchUp();
         const auto begun = m_core.calls.Begin(function);
         m_failure = begun.failure;
         for (const int device : begun.unplug)
             m_core.Detach(device);
     }
+
+    Call(const Call &) = delete;
+    Call &operator=(const Call &) = delete;
+    ~Call() { --t_calls; }
 
     Core *operator->() { return &m_core; }
     Core::Lock &Lock() { return m_lock; }
@@ -139,6 +146,11 @@ int HandleEvents(const char *function, timeval *time, int *completed)
 }
 
 } // namespace
+
+bool vscsim::Bus::InCall()
+{
+    return t_calls > 0;
+}
 
 // --- Library -------------------------------------------------------------------------
 

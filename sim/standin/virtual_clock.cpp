@@ -16,6 +16,7 @@ namespace {
 
 // A wait without end still looks around that often; it also keeps a 32-bit time_t from overflowing.
 constexpr Time kLongestSystemWait = 1h;
+constexpr size_t kUsualThreads = 64;
 constexpr Time kShortestSystemSleep = 100us;
 // Real time without any progress after which the clock says who runs and who waits.
 constexpr auto kStallReport = 60s;
@@ -66,7 +67,10 @@ struct VirtualClock::Waiter {
     std::condition_variable resumed{};
 };
 
-VirtualClock::VirtualClock(Time start, Time limit) : m_limit(start + limit), m_now(start.count()) {}
+VirtualClock::VirtualClock(Time start, Time limit) : m_limit(start + limit), m_now(start.count())
+{
+    m_waiters.reserve(kUsualThreads); // a wait is not to fail
+}
 
 void VirtualClock::Channel::WaitForWake(uint64_t seen, Time deadline, const char *what)
 {

@@ -322,31 +322,6 @@ TEST_F(CaptureTest, DeletingACameraEndsWhatRuns)
     }
 }
 
-TEST_F(CaptureTest, UnpluggingEndsAnExposureThatTheHostTimes)
-{
-    for (const char *model : {"VSC470MM", "VSC340MM"}) {
-        SCOPED_TRACE(model);
-        const int device = OpenOne(model);
-        setValue(CONTROL_EXPOSURE, 2'000'000'000, false);
-        startExposure();
-        SleepFor(2s);
-        (void)Bus().TakeTraffic(device);
-        SleepFor(60s);
-        EXPECT_TRUE(Bus().TakeTraffic(device).empty()); // nothing disturbs the exposure
-        EXPECT_EQ(getExpStatus(), VSC_EXP_WORKING);
-        Bus().Unplug(device);
-        EXPECT_LE(Took([] { return WaitWhileWorking(); }), 1000U);
-        EXPECT_EQ(getExpStatus(), VSC_EXP_FAILED);
-        Bus().Replug(device);
-        setValue(CONTROL_EXPOSURE, 10'000, false);
-        startExposure(); // finds the camera before it exposes
-        WaitWhileWorking();
-        EXPECT_EQ(getExpStatus(), VSC_EXP_SUCCESS);
-        EXPECT_FALSE(ExposedFrame().empty());
-        Remove(device);
-    }
-}
-
 /// Another program plugs in a camera and takes it.
 libusb_device_handle *UseNewcomer()
 {
@@ -424,25 +399,6 @@ TEST_F(CaptureTest, AnExposureFindsACameraThatMovedUnseen)
     EXPECT_TRUE(Number(ExposedFrame()));
 }
 
-TEST_F(CaptureTest, StoppingAndStartingDoesNotEndTheSearchForALostCamera)
-{
-    const int device = OpenSmall();
-    setValue(CONTROL_GAIN, 77, false);
-    startCapture();
-    ASSERT_TRUE(Number(NextFrame(1000)));
-    Bus().Unplug(device);
-    for (const int afterMs : {1, 60, 500, 1500}) { // at any point of the reconnection
-        SleepFor(std::chrono::milliseconds(afterMs));
-        EXPECT_LE(Took(stopCapture), 2000U);
-        startCapture();
-    }
-    Bus().Replug(device);
-    SleepFor(3s);
-    EXPECT_TRUE(Number(NextFrame(5000)));
-    EXPECT_EQ(Bus().With(device, [](auto &camera) { return camera.SonyRegister(0x3014); }),
-              (77 - 60) / 3);
-}
-
 TEST_F(CaptureTest, NothingOfAnEarlierRunIsDelivered)
 {
     const int device = OpenSmall({.frameLimit = 1});
@@ -467,19 +423,6 @@ TEST_F(CaptureTest, NothingOfAnEarlierRunIsDelivered)
     }
 }
 
-TEST_F(CaptureTest, AnExposureStartedInTheLastOnesCleanUpIsANewOne)
-{
-    OpenSmall({}, 2'000'000);
-    for (int i = 0; i < 10; ++i) {
-        const uint32_t start = GetTickCount();
-        startExposure();
-        EXPECT_EQ(getExpStatus(), VSC_EXP_WORKING);
-        ASSERT_EQ(WaitWhileWorking(), VSC_EXP_SUCCESS);
-        EXPECT_GE(ElapsedMs(start), 2000U);
-        EXPECT_TRUE(Number(ExposedFrame()));
-    }
-}
-
 TEST_F(CaptureTest, FormatChangesDuringVideoLeaveNoFrameOfTheOldSize)
 {
     OpenSmall();
@@ -498,25 +441,6 @@ TEST_F(CaptureTest, FormatChangesDuringVideoLeaveNoFrameOfTheOldSize)
                PatternNumber(frame, width, (1936 - width) / 2, (1096 - 240) / 2));
         ASSERT_FALSE(frame.empty());
         ASSERT_TRUE(PatternNumber(frame, width, 64, 32)) << i;
-    }
-}
-
-TEST_F(CaptureTest, ExposesOnceAndKeepsTheFrameUntilItIsTaken)
-{
-    for (const int exposureUs : {32, 10'000, 999'999, 1'000'000, 1'001'000, 3'000'000}) {
-        SCOPED_TRACE(exposureUs);
-        const int device = OpenSmall({}, exposureUs);
-        EXPECT_EQ(getExpStatus(), VSC_EXP_IDLE);
-        EXPECT_TRUE(ExposedFrame().empty());
-        startExposure();
-        EXPECT_EQ(getExpStatus(), VSC_EXP_WORKING);
-        ASSERT_EQ(WaitWhileWorking(), VSC_EXP_SUCCESS);
-        EXPECT_FALSE(getImageAfterExp(nullptr, INT32_MAX));
-        EXPECT_EQ(getExpStatus(), VSC_EXP_SUCCESS);
-        EXPECT_TRUE(Number(ExposedFrame()));
-        EXPECT_EQ(getExpStatus(), VSC_EXP_IDLE);
-        EXPECT_TRUE(ExposedFrame().empty());
-        Remove(device);
     }
 }
 
@@ -540,34 +464,6 @@ TEST_F(CaptureTest, LongExposureSurvivesOneIoErrorAndFailsAtTheSecond)
         EXPECT_EQ(Expose(), status + 0) << errors;
         EXPECT_EQ(ExposedFrame().empty(), status == VSC_EXP_FAILED);
         EXPECT_EQ(getExpStatus(), VSC_EXP_IDLE);
-        Remove(device);
-    }
-}
-
-TEST_F(CaptureTest, AbortedExposureGoesBackToIdleAtOnce)
-{
-    OpenSmall();
-    for (const int exposureUs : {500'000, 2'000'000'000}) {
-        setValue(CONTROL_EXPOSURE, exposureUs, false);
-        for (const int afterMs : {0, 1, 150, 400}) {
-            startExposure();
-            SleepFor(std::chrono::milliseconds(afterMs));
-            EXPECT_LE(Took(stopExposure), 300U);
-            EXPECT_EQ(getExpStatus(), VSC_EXP_IDLE);
-        }
-    }
-    setValue(CONTROL_EXPOSURE, 10'000, false);
-    (void)Expose();
-    EXPECT_TRUE(Number(ExposedFrame()));
-}
-
-TEST_F(CaptureTest, ClosesInTheInstantAfterAFinishedExposure)
-{
-    for (int i = 0; i < 20; ++i) {
-        const int device = OpenSmall();
-        (void)Expose();
-        if (i % 2)
-            startExposure();
         Remove(device);
     }
 }

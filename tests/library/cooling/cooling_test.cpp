@@ -331,27 +331,5 @@ TEST_F(CoolingTest, GoesOnWhereItWasWhenALostCameraComesBack)
     }
 }
 
-TEST_F(CoolingTest, EndsInTimeWhereverTheCameraIsLost)
-{
-    constexpr uint64_t kCalls = 8; // of the time below: readings, drive codes, the end
-    for (const int code : {LIBUSB_ERROR_NO_DEVICE, LIBUSB_ERROR_TIMEOUT, LIBUSB_ERROR_PIPE}) {
-        for (uint64_t call = 0; call < kCalls; ++call) {
-            SCOPED_TRACE(testing::Message() << "code " << code << " from call " << call);
-            const int device = Regulate(-10);
-            ASSERT_TRUE(setImageFormat(8, 2, 1, VSC_IMG_RAW8));
-            startCapture(); // both threads end at the same time
-            SleepFor(10s);
-            Bus().FailCalls(Bus().Calls() + call, 1'000'000, code);
-            SleepFor(5s);
-            const uint32_t start = GetTickCount();
-            setValue(CONTROL_COOLER_ON, 0, false);
-            closeCamera();
-            EXPECT_LE(GetTickCount() - start, 2000U);
-            Bus().Unplug(device);
-            Bus().Reset();
-        }
-    }
-}
-
 } // namespace
 } // namespace vsccam

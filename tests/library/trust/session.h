@@ -3,6 +3,8 @@
 #include "library/capture_fixture.h"
 
 #include <cstdlib>
+#include <filesystem>
+#include <iterator>
 
 namespace vsccam {
 
@@ -22,6 +24,12 @@ inline constexpr uint64_t kSlowness = 16;
 #else
 inline constexpr uint64_t kSlowness = 1;
 #endif
+
+/// Of a folder: say, of the descriptors or the threads of this process.
+inline auto EntriesOf(const char *folder)
+{
+    return std::distance(std::filesystem::directory_iterator(folder), {});
+}
 
 /// A camera of each family, and of each controller.
 inline constexpr const char *kFamilies[] = {"VSC470MM-Cool", "VSC2800MM", "VSC048MM", "VSC340MM",
@@ -121,6 +129,16 @@ inline constexpr SessionStep kSession[] = {
      [](HostSession &) { return startExposure(), stopExposure(), getExpStatus() == VSC_EXP_IDLE; },
      4'000},
     {"close", [](HostSession &) { return closeCamera(), true; }},
+};
+
+/// A test of each of the families.
+class EachFamily : public CaptureFixture, public testing::WithParamInterface<const char *> {
+  protected:
+    EachFamily()
+        : CaptureFixture(GetParam(),
+                         std::string_view(GetParam()) == "VSC340MM" ? kHeadOnly : kBothEnds)
+    {
+    }
 };
 
 } // namespace vsccam

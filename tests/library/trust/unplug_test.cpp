@@ -9,20 +9,8 @@ using vscsim::LinkSpeed;
 
 constexpr auto kNoticed = 1s;
 
-/// Registers that are not as expected, with both values.
-std::vector<std::pair<int, int>> Wrong(const std::map<int, int> &is,
-                                       const std::map<int, int> &expected)
-{
-    std::vector<std::pair<int, int>> wrong;
-    std::ranges::set_symmetric_difference(is, expected, std::back_inserter(wrong));
-    return wrong;
-}
-const std::vector<std::pair<int, int>> kNone;
-
-class UnplugTest : public CaptureFixture, public testing::WithParamInterface<const char *> {
+class UnplugTest : public EachFamily {
   protected:
-    UnplugTest() : CaptureFixture(GetParam(), kBothEnds) {}
-
     /// The registers at the end, when every step succeeded.
     static std::map<int, int> RunUndisturbed(int device)
     {
@@ -68,7 +56,7 @@ TEST_P(UnplugTest, AtAnyCall)
             break; // sessions differ by a few calls
         EXPECT_EQ(Bus().LiveObjects().handles, 0);
         Bus().Replug(device);
-        EXPECT_EQ(Wrong(RunUndisturbed(device), registers), kNone);
+        EXPECT_EQ(RunUndisturbed(device), registers);
     }
 }
 
@@ -121,7 +109,6 @@ class ReplugTest : public CaptureFixture, public testing::WithParamInterface<Los
         setValue(CONTROL_BANDWIDTH, 55, GetParam().automatic);
         setValue(CONTROL_EXPOSURE, GetParam().exposureUs, false);
         setValue(CONTROL_GAIN, 7, false);
-        setValue(CONTROL_FAN_ON, 0, false);
         GetParam().set();
         startCapture();
         EXPECT_FALSE(NextFrame(10'000).empty());
@@ -161,15 +148,20 @@ TEST_P(ReplugTest, IsFoundAgainWithEverythingAsItWas)
                 EXPECT_LE(Bus().AwayFor(device), kNoticed);
                 SleepFor(delay);
             }
+            const bool restarts = moment % 3 == 0;
+            if (restarts) {
+                EXPECT_LE(Took(stopCapture), 2000U);
+                startCapture(); // goes on looking for it
+            }
             FailNext("libusb_control_transfer", GetParam().unanswered, LIBUSB_ERROR_TIMEOUT);
             Bus().Replug(device, move.place);
             SleepFor(5s + GetParam().unanswered * 1s);
             for (int i = 0; i < 3; ++i) // and not only what has come meanwhile
                 EXPECT_FALSE(NextFrame(-1).empty());
-            EXPECT_EQ(Wrong(Registers(device), registers), kNone);
+            EXPECT_EQ(Registers(device), registers);
             EXPECT_EQ(std::pair(isUSB3Host(), getValue(CONTROL_BANDWIDTH, nullptr)), link);
-            EXPECT_GE(getDroppedFrames(),
-                      delay.count() / std::max(GetParam().exposureUs / 1000, 100));
+            const auto lost = delay.count() / std::max(GetParam().exposureUs / 1000, 100);
+            EXPECT_GE(getDroppedFrames(), restarts ? 0 : lost);
             EXPECT_TRUE(Bus().TakeTraffic(1 - device).empty()); // the other one's
             closeCamera();
         }
