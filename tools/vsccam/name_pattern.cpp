@@ -6,9 +6,12 @@
 #include <fmt/chrono.h>
 
 #include <algorithm>
+#include <climits>
 
 namespace vsctool {
 namespace {
+
+constexpr size_t kLongestPath = PATH_MAX - 1;
 
 /// Texts become part of a file name, never of a path.
 std::string Safe(std::string text)
@@ -33,12 +36,19 @@ std::string ExpandPattern(const std::string &pattern, const NameFields &fields)
     values.push_back(fmt::arg("bin", fields.bin));
     values.push_back(fmt::arg("date", fmt::format("{:%Y-%m-%d}", start)));
     values.push_back(fmt::arg("time", fmt::format("{:%H%M%S}", start)));
+    // A field may be as wide as the pattern says, which is no reason to fill the memory.
+    std::string name(kLongestPath, '\0');
+    size_t length = 0;
     try {
-        return fmt::vformat(pattern, values);
+        length = fmt::vformat_to_n(name.begin(), name.size(), pattern, values).size;
     } catch (const fmt::format_error &error) {
         throw Failure(Exit::kUsage, fmt::format("file name '{}': {}; it may contain {}", pattern,
                                                 error.what(), NamePattern::Help()));
     }
+    if (length > name.size())
+        throw Failure(Exit::kUsage, fmt::format("file name '{}' becomes too long", pattern));
+    name.resize(length);
+    return name;
 }
 
 bool IsNumberedPattern(const std::string &pattern)
