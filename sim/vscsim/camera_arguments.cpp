@@ -125,7 +125,7 @@ const char *const kCameraHelp = R"(
 A camera is a model, followed by what is particular about it:
   VSC470MC              at a USB 3.0 port
   VSC470MC:usb2         at a USB 2.0 port
-  VSC470MC:unreadable   its descriptor cannot be read
+  VSC470MC:unreadable   its descriptor cannot be read (only of a camera for run)
   VSC340MM:firmware=1   it comes with firmware of that version (that of --firmware)
   VSC470MC:capped       no light reaches its sensor, for dark frames
   VSC470MC:flawless     no noise, dark current or hot pixels, to compare pictures with
