@@ -201,7 +201,8 @@ FaultPlan PlanInJson(std::string_view text)
     try {
         json = Json::parse(text);
     } catch (const Json::parse_error &error) {
-        throw BadPlan{"no JSON at byte " + std::to_string(error.byte)};
+        const auto line = 1 + std::ranges::count(text.substr(0, error.byte), '\n');
+        throw BadPlan{"line " + std::to_string(line) + ": no JSON"};
     } catch (const Json::out_of_range &) {
         throw BadPlan{"a number is too large"};
     }

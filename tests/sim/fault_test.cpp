@@ -67,7 +67,7 @@ TEST(FaultPlan, SaysWhatIsWrongAndWhere)
         {"lost-at-reset:b6", "fault 1: a fault of frames or resets takes no request"},
         {"refuse-request:100", "fault 1: request (hexadecimal, 00 to ff) is no number: \"100\""},
         {"bad\xFFhead\n", "fault 1: unknown fault \"bad?head?\""},
-        {"[", "no JSON at byte 2"},
+        {"[\n", "line 2: no JSON"},
         {"[1e999]", "a number is too large"},
         {"[{\"fault\": \"mute\"}, 5]", "fault 2: a rule is an object with a member \"fault\""},
         {"{\"fault\": \"mute\"}", "a plan is an array of rules"},

@@ -23,9 +23,20 @@ expect 2 "$vsccam" captur
 contains messages "no command 'captur'; there are list, info, capture,"
 expect 0 "$vsccam" help capture
 contains output 'Usage: vsccam capture'
-printf '[capture]\ngian=3\n' >wrong.ini
-expect 2 "$vsccam" --config wrong.ini version
-contains messages "no option 'capture.gian'"
+while IFS='|' read -r text message; do
+    # shellcheck disable=SC2059 # lines, spelt as printf does
+    printf "$text" >wrong.ini
+    expect 2 "$vsccam" --config wrong.ini version
+    contains messages "wrong.ini, line $message"
+done <<'ROWS'
+[capture]\ngian=3\n|2: there is no option 'capture.gian'
+# none\n\n[captur]\n|3: there is no option 'captur'
+json=true\ncamera=[\nquiet=true\n|2: this is neither
+[capture]\nbin=x\n|2: Could not convert
+timeout=5parsec\n|1: '5parsec' is no time
+ROWS
+printf '[capture] # as always\nbin=2\n; none\n' >right.ini
+expect 0 "$vsccam" --config right.ini version
 expect 2 "$vsccam" --sim VSC471MC list
 for trait in flash requests; do
     expect 1 "$vsccam" --sim "VSC470MC:$trait=no/such/file" list

@@ -1,5 +1,6 @@
 #include "program.h"
 
+#include "config_file.h"
 #include "failure.h"
 #include "simulate.h"
 #include "stop_signals.h"
@@ -9,6 +10,7 @@
 #include <exception>
 #include <iostream>
 #include <memory>
+#include <optional>
 
 namespace vsctool {
 namespace {
@@ -40,6 +42,7 @@ void AddGlobalOptions(CLI::App &app, const Program &program, GlobalOptions &o)
     app.add_option("--log", o.console.logFile, "Append all messages to this file");
     app.set_version_flag("--version", program.name + " " + VSCCAM_VERSION);
     app.set_config("--config", "", "Read options from this file");
+    app.config_formatter(std::make_shared<ConfigForm>());
 }
 
 [[noreturn]] void ThrowNoCommand(const CLI::App &app, const std::string &name)
@@ -97,30 +100,74 @@ void RequireCommand(const CLI::App &app)
                       fmt::format("a command is missing; '{} help' names them", app.get_name()));
 }
 
-int Run(const Program &program, int argc, char **argv)
-{
-    CLI::App app(
-        fmt::format("{0}: {1}. '{0} COMMAND --help' tells more.", program.name, program.purpose),
-        program.name);
+/// The command line of the program, and what is read from it.
+struct CommandLine {
+    explicit CommandLine(const Program &program)
+        : app(fmt::format("{0}: {1}. '{0} COMMAND --help' tells more.", program.name,
+                          program.purpose),
+              program.name)
+    {
+        AddGlobalOptions(app, program, global);
+        AddCommands(app, program, command);
+    }
+
+    CLI::App app;
     GlobalOptions global;
     Command command;
-    AddGlobalOptions(app, program, global);
-    AddCommands(app, program, command);
+};
+
+/// Parses what stands in a configuration file. Throws like the parser, but in words.
+void ParseConfig(const Program &program, std::istream &text)
+{
+    try {
+        CommandLine(program).app.parse_from_stream(text);
+    } catch (const CLI::ConfigError &error) {
+        const std::string words = error.what(); // ends with the name, and that of a head with ".++"
+        const std::string name = words.substr(words.rfind(' ') + 1);
+        throw Failure(Exit::kUsage,
+                      fmt::format("there is no option '{}'", name.substr(0, name.find(".++"))));
+    }
+}
+
+/// Throws Failure when it was a line of the configuration file that could not be parsed.
+void BlameConfig(const Program &program, const CLI::App &app)
+{
+    const CLI::Option *const config = app.get_config_ptr();
+    if (config->count() > 0)
+        TellWrongLine(config->as<std::string>(),
+                      [&program](std::istream &text) { ParseConfig(program, text); });
+}
+
+/// Reads the words behind the program's name. @return how the program ends, if it does
+std::optional<Exit> Parse(const Program &program, CommandLine &line, std::vector<std::string> words)
+{
+    std::reverse(words.begin(), words.end()); // the form that the parser takes
+    try {
+        line.app.parse(words);
+        RequireCommand(line.app);
+    } catch (const CLI::Success &help) {
+        line.app.exit(help);
+        return Exit::kOk;
+    } catch (const CLI::ParseError &error) {
+        BlameConfig(program, line.app);
+        line.app.exit(error);
+        return Exit::kUsage;
+    } catch (const Failure &) {
+        BlameConfig(program, line.app);
+        throw;
+    }
+    return std::nullopt;
+}
+
+int Run(const Program &program, int argc, char **argv)
+{
+    CommandLine line(program);
     std::vector<std::string> words(argv + 1, argv + argc);
     const std::vector<Setting> settings =
         program.takeSettings ? program.takeSettings(words) : std::vector<Setting>();
-    std::reverse(words.begin(), words.end()); // the form that the parser takes
-    try {
-        app.parse(words);
-        RequireCommand(app);
-    } catch (const CLI::ConfigError &error) {
-        const std::string text = error.what(); // ends with the name
-        throw Failure(Exit::kUsage, fmt::format("the configuration file: there is no option '{}'",
-                                                text.substr(text.rfind(' ') + 1)));
-    } catch (const CLI::ParseError &error) {
-        const bool isHelp = app.exit(error) == 0;
-        return static_cast<int>(isHelp ? Exit::kOk : Exit::kUsage);
-    }
+    if (const auto end = Parse(program, line, words))
+        return static_cast<int>(*end);
+    GlobalOptions &global = line.global;
     if (!global.simulated.empty() && !IsSimulated())
         RunSimulated(global.simulated, {argv + 1, argv + argc});
 
@@ -129,7 +176,7 @@ int Run(const Program &program, int argc, char **argv)
     Console console(global.console);
     try {
         Context context{console, {global.camera, settings}, global.timeout, IsSimulated()};
-        command(context);
+        line.command(context);
     } catch (const Failure &failure) {
         console.Error(failure.what());
         return failure.Code();

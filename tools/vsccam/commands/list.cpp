@@ -145,7 +145,7 @@ void AddListCommand(CLI::App &app, Command &chosen)
     list->add_flag("--watch", options->watch, "Stay, and show what is plugged and unplugged")
         ->excludes(models);
     list->add_option("--require", options->require, "End with code 3 when there are fewer cameras")
-        ->check(CLI::NonNegativeNumber)
+        ->check(CLI::Range(0, 1024)) // the most that the library lists
         ->excludes(models);
     list->callback(
         [&chosen, options] { chosen = [options](Context &context) { List(*options, context); }; });
