@@ -34,6 +34,13 @@ GuideD DirectionOf(const std::string &name)
     return found->second; // the parser lets no other name through
 }
 
+/// A program that was killed may have left a line on.
+void SwitchAllOff()
+{
+    for (const auto &[name, direction] : kDirections)
+        pulseGuide(direction, 0);
+}
+
 void Guide(const GuideOptions &options, Context &context)
 {
     if (options.time > kLongestPulse)
@@ -42,8 +49,9 @@ void Guide(const GuideOptions &options, Context &context)
                                   FormatTime(kLongestPulse)));
     const GuideD direction = DirectionOf(options.direction);
     const Camera camera(context.camera);
+    SwitchAllOff();
     auto left = std::chrono::ceil<milliseconds>(options.time);
-    do { // once for a pulse of no length, too: it switches the line off
+    do { // once for a pulse of no length, too: whether the camera is there is told then
         const milliseconds piece = std::min(left, kLongestPiece);
         pulseGuide(direction, static_cast<int>(piece.count()));
         left -= piece;
