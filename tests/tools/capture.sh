@@ -129,7 +129,11 @@ expect 2 "$vsccam" --sim VSC065MC-Cool dark make -n 18 -o never.bmp
 contains messages 'medians of this sensor are made of 17 frames at most'
 expect 0 "$vsccam" dark info dark.bmp
 contains output 'dark.bmp  1936 x 1096'
-expect 9 "$vsccam" dark info m42.fit
+mkfifo fifo
+for file in "fifo: no regular file" "m42.fit: no bitmap" "$PWD: no regular file"; do
+    expect 9 "$vsccam" dark info "${file%%:*}"
+    contains messages "$file"
+done
 expect 0 sim capture -e 20ms --format raw8 --dark dark.bmp -o subtracted.fit
 contains subtracted.fit "DARKSUB =                    T"
 expect 9 sim capture -e 20ms --format raw8 --dark m42.fit -o never.fit

@@ -9,6 +9,7 @@
 #include <array>
 #include <cerrno>
 #include <fstream>
+#include <system_error>
 
 namespace vsctool {
 namespace {
@@ -89,13 +90,18 @@ void WriteDark(const std::filesystem::path &path, const DarkFrame &dark)
 
 DarkFrame ReadDark(const std::filesystem::path &path)
 {
-    const auto fail = [&path](const char *reason) {
+    const auto fail = [&path](const std::string &reason) {
         return Failure(Exit::kFile, fmt::format("{}: {}", path.string(), reason));
     };
     std::error_code unreachable;
-    if (!std::filesystem::is_regular_file(path, unreachable))
-        throw fail("there is no such file");
+    const auto kind = std::filesystem::status(path, unreachable).type();
+    if (kind != std::filesystem::file_type::regular) // others may keep who opens them waiting
+        throw fail(kind == std::filesystem::file_type::not_found ? "there is no such file"
+                                                                 : "no regular file");
+    errno = 0;
     std::ifstream file(path, std::ios::binary);
+    if (!file)
+        throw fail(std::generic_category().message(errno));
     Headers headers{};
     if (!Get(file, headers) || (headers[kSignature] & 0xFFFF) != kBm)
         throw fail("no bitmap");

@@ -1,6 +1,8 @@
 #include "temporary_file.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <system_error>
@@ -12,6 +14,18 @@ namespace {
 std::filesystem::path HiddenBeside(const std::filesystem::path &path)
 {
     return path.parent_path() / fmt::format(".{}.part", path.filename().string());
+}
+
+/// @return false, with the reason in errno, when what was written is not on the disk
+bool ReachesDisk(const std::filesystem::path &path)
+{
+    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (file < 0)
+        return false;
+    const int error = fsync(file) == 0 ? 0 : errno;
+    close(file);
+    errno = error;
+    return error == 0;
 }
 
 } // namespace
@@ -32,6 +46,9 @@ TemporaryFile::~TemporaryFile()
 
 void TemporaryFile::Commit()
 {
+    // Only now does the system tell of a disk that failed, or was pulled, after the last write.
+    if (!ReachesDisk(m_path))
+        throw CannotWrite(m_finalPath);
     std::error_code error;
     std::filesystem::rename(m_path, m_finalPath, error);
     if (error)

@@ -18,7 +18,7 @@ class TemporaryFile {
 
     const std::filesystem::path &Path() const { return m_path; }
 
-    /// Gives the complete file its name. Throws Failure.
+    /// Gives the complete file its name once it is on the disk. Throws Failure.
     void Commit();
 
   private:

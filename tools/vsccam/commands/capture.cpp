@@ -1,6 +1,7 @@
 #include "camera.h"
 #include "commands/command.h"
 #include "cooling.h"
+#include "dark_bmp.h"
 #include "failure.h"
 #include "fits_header.h"
 #include "hook.h"
@@ -135,6 +136,17 @@ std::vector<FitsKey> ParseKeys(const std::vector<std::string> &texts)
     return keys;
 }
 
+void SubtractDark(const std::string &file)
+{
+    if (EnableDarkSubtract(file.c_str()))
+        return;
+    (void)ReadDark(file); // tells what else is wrong
+    throw Failure(Exit::kFile,
+                  fmt::format("{} is no dark frame of this camera: an 8-bit BMP of the full "
+                              "sensor size",
+                              file));
+}
+
 Series::Series(const CaptureOptions &options, Context &context)
     : m_options(options), m_context(context), m_name(options.name, options.count > 1),
       m_userKeys(ParseKeys(options.fitsKeys)), m_camera(context.camera)
@@ -153,11 +165,8 @@ void Series::SetUp()
         Set("gain", *m_options.gain);
     if (m_options.offset)
         Set("offset", *m_options.offset);
-    if (!m_options.dark.empty() && !EnableDarkSubtract(m_options.dark.c_str()))
-        throw Failure(Exit::kFile,
-                      fmt::format("{} is no dark frame of this camera: an 8-bit BMP of "
-                                  "the full sensor size",
-                                  m_options.dark));
+    if (!m_options.dark.empty())
+        SubtractDark(m_options.dark);
     if (m_options.coolTo)
         CoolTo(m_camera, *m_options.coolTo, m_options.waitWithin, m_context.console);
     m_exposure = m_options.exposure.value_or(UsualExposure());
@@ -349,7 +358,7 @@ void AddOptions(CLI::App &app, CaptureOptions &o)
     app.add_flag("--no-warming", o.noWarming, "End the cooling at once")->needs(cool);
     app.add_option("--wait-temp", o.waitWithin, "Wait until so many Celsius from the target")
         ->needs(cool)
-        ->check(CLI::NonNegativeNumber);
+        ->check(CLI::Range(0.0, 100.0));
     app.add_option("--hook", o.hook, "Shell command after each file, which is \"$1\"");
     app.add_option("--fits-key", o.fitsKeys, "Further header entry NAME=VALUE; may be repeated")
         ->allow_extra_args(false);
