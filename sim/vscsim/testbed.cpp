@@ -10,7 +10,9 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <functional>
+#include <limits>
 #include <map>
 #include <mutex>
 #include <utility>
@@ -233,6 +235,19 @@ void OnClient(UMockdevIoctlBase *, UMockdevIoctlClient *client, gpointer port)
     g_object_weak_ref(G_OBJECT(client), OnVanished, port);
 }
 
+/// As the kernel does, in MiB and with 0 for none.
+void ShowMemoryLimit(UMockdevTestbed *testbed, size_t limit)
+{
+    constexpr size_t kMebibyte = 1 << 20;
+    const Text root(umockdev_testbed_get_root_dir(testbed));
+    const std::filesystem::path folder =
+        std::filesystem::path(root.get()) / "sys/module/usbcore/parameters";
+    std::error_code failure; // programs that look for it see none
+    std::filesystem::create_directories(folder, failure);
+    std::ofstream(folder / "usbfs_memory_mb")
+        << (limit == std::numeric_limits<size_t>::max() ? 0 : limit / kMebibyte) << '\n';
+}
+
 void DeletePort(gpointer port, GClosure *)
 {
     delete static_cast<Port *>(port);
@@ -337,6 +352,7 @@ Testbed::Testbed(const std::vector<BusDevice> &devices, size_t memoryLimit)
     : m_state(std::make_unique<State>())
 {
     m_state->testbed.reset(umockdev_testbed_new());
+    ShowMemoryLimit(m_state->testbed.get(), memoryLimit);
     int address = kFirstAddress;
     for (const BusDevice &device : devices)
         if (!m_state->Plug(device, address++, memoryLimit))

@@ -174,7 +174,8 @@ expect 7 faulty mute --timeout 1s capture -e 10ms -o never.fit
 contains messages 'another cable'
 expect 7 "$(dirname "$vsccam")/vscsim" run --usbfs-memory 1 --camera VSC065MC-Cool --fault "empty-frame@0x*" -- \
     "$vsccam" --timeout 5s capture -e 10ms -o never.fit
-contains messages 'usbfs_memory_mb'
+contains messages 'The frame needs 70 MiB'
+contains messages 'is 1 MiB. To raise it: echo 256 | sudo tee /sys/module/usbcore/'
 
 # Controls under their names, in their units; settings hold for the command behind them.
 expect 0 sim set gain=300 exposure=20ms red=auto -- get gain exposure

@@ -136,7 +136,7 @@ TEST(SelectCamera, FindsByIndexAndModelAndPrefersAUsableOne)
         UsbDevice device;
         device.port = port;
         device.permitted = permitted;
-        device.busy = busy;
+        device.driver = busy ? "usbfs" : "";
         return device;
     };
     const std::vector<CameraEntry> cameras = {

@@ -3,6 +3,7 @@
 #include "failure.h"
 #include "identity.h"
 #include "stop_signals.h"
+#include "usbfs_memory.h"
 
 #include <fmt/format.h>
 #include <strings.h>
@@ -23,8 +24,6 @@ constexpr auto kPollInterval = 10ms;
 constexpr std::string_view kNotVerified = "not verified on hardware: ";
 constexpr std::string_view kOpensGate = "Begin long exp ";
 constexpr std::string_view kExposed = "exposed:";
-constexpr std::string_view kMemoryNeed = "a frame needs ";
-constexpr std::string_view kMemoryRemedy = "/sys/module/usbcore/parameters/usbfs_memory_mb";
 
 Failure WhyNotOpened(const CameraEntry &camera)
 {
@@ -41,7 +40,7 @@ Failure WhyNotOpened(const CameraEntry &camera)
                         "vsccam-common (or copy 60-vsccam.rules to /etc/udev/rules.d), join the "
                         "group plugdev, then plug the camera in again",
                         camera.model, camera.usb->node)};
-    if (camera.usb && camera.usb->busy)
+    if (camera.usb && camera.usb->Busy())
         return {Exit::kBusy, fmt::format("{} is in use by another program. Close that one first; "
                                          "'fuser -v {}' names it",
                                          camera.model, camera.usb->node)};
@@ -111,7 +110,8 @@ CameraEntry FindById(const std::vector<CameraEntry> &cameras, std::string_view d
     for (const CameraEntry &camera : cameras) {
         if (camera.Usable() != "yes")
             continue;
-        const bool opened = openCamera(NarrowTo(camera).index) != 0;
+        const auto there = NarrowTo(camera); // nothing: it has gone meanwhile
+        const bool opened = there && openCamera(there->index) != 0;
         const auto id = opened ? IdOfCamera() : std::nullopt;
         closeCamera(); // also one that did not open: else the next would be taken for it
         if (id && InHex(*id) == wanted)
@@ -135,7 +135,11 @@ CameraEntry FindCamera(const std::string &selector)
 Camera::Camera(const CameraChoice &choice)
 {
     const bool keepPort = PortOf(choice.selector).has_value();
-    m_entry = NarrowTo(FindCamera(choice.selector), keepPort);
+    const CameraEntry found = FindCamera(choice.selector);
+    const auto there = NarrowTo(found, keepPort);
+    if (!there)
+        throw Failure(Exit::kNoCamera, fmt::format("{} has just gone", found.model));
+    m_entry = *there;
     if (!openCamera(m_entry.index))
         throw WhyNotOpened(m_entry);
     if (!initCamera())
@@ -150,14 +154,11 @@ Camera::Camera(const CameraChoice &choice)
 std::vector<LibraryLine> Camera::Listen()
 {
     std::vector<LibraryLine> lines = LibraryLines::Take();
-    for (const LibraryLine &line : lines) {
+    for (const LibraryLine &line : lines)
         if (line.text.starts_with(kNotVerified))
             m_notVerified = After(kNotVerified, line.text);
-        if (line.text.starts_with(kMemoryNeed))
-            m_memoryHelp = line.text + ' ';
-        if (line.text.starts_with(kMemoryRemedy))
-            m_memoryHelp += line.text;
-    }
+    if (const std::string advice = UsbfsAdvice(lines); !advice.empty())
+        m_memoryAdvice = advice;
     return lines;
 }
 
@@ -268,9 +269,9 @@ void Camera::ThrowNoFrame(const std::string &what)
 {
     (void)Listen();
     CheckPresence();
-    throw Failure(Exit::kNoFrame,
-                  fmt::format("{}: {}. {}", m_entry.model, what,
-                              m_memoryHelp.empty() ? "Try another cable or port" : m_memoryHelp));
+    throw Failure(Exit::kNoFrame, fmt::format("{}: {}. {}", m_entry.model, what,
+                                              m_memoryAdvice.empty() ? "Try another cable or port"
+                                                                     : m_memoryAdvice));
 }
 
 std::optional<Mosaic> Camera::PictureMosaic() const

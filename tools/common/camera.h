@@ -76,7 +76,7 @@ class Camera {
 
     CameraEntry m_entry;
     std::string m_notVerified;
-    std::string m_memoryHelp; // of the library, once the kernel refused it memory for transfers
+    std::string m_memoryAdvice; // once the kernel refused the library memory for transfers
     Microseconds m_asked{};
     CloseAtEnd m_closeAtEnd; // stops exposure and cooling too, on every way out
 };

@@ -3,74 +3,25 @@
 #include "failure.h"
 #include "library_lines.h"
 #include "product_list.h"
+#include "system_files.h"
 
-#include <dirent.h>
 #include <fmt/format.h>
 #include <strings.h>
 #include <unistd.h>
 #include <vsccam.h>
 
 #include <algorithm>
-#include <array>
 #include <charconv>
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
 #include <sstream>
 
 namespace vsctool {
 namespace {
 
-// Plain calls of the C library throughout: the simulated bus answers these.
-const std::string kSysfs = "/sys/bus/usb/devices/";
-
-struct CloseFile {
-    void operator()(std::FILE *file) const { std::fclose(file); }
-};
-
-struct CloseFolder {
-    void operator()(DIR *folder) const { closedir(folder); }
-};
-
-/// First line of a file of the kernel; empty when there is none.
-std::string ReadLine(const std::string &path)
+unsigned ReadUnsigned(const std::string &path, int base)
 {
-    const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(path.c_str(), "re"));
-    std::array<char, 128> line{};
-    if (!file || !std::fgets(line.data(), line.size(), file.get()))
-        return "";
-    const std::string text = line.data();
-    return text.substr(0, text.find('\n'));
-}
-
-unsigned ReadNumber(const std::string &path, int base)
-{
-    const std::string text = ReadLine(path);
-    unsigned number = 0;
-    std::from_chars(text.data(), text.data() + text.size(), number, base);
-    return number;
-}
-
-std::vector<std::string> Folders(const std::string &path)
-{
-    std::vector<std::string> names;
-    const std::unique_ptr<DIR, CloseFolder> folder(opendir(path.c_str()));
-    // The folder belongs to this thread alone.
-    while (const dirent *entry = folder ? readdir(folder.get()) : nullptr) // NOLINT(concurrency-*)
-        if (entry->d_name[0] != '.')
-            names.emplace_back(entry->d_name);
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
-/// A program that uses the camera holds its interface through the driver usbfs.
-bool IsHeldByProgram(const std::string &port)
-{
-    std::array<char, PATH_MAX> target{};
-    const std::string driver = kSysfs + port + "/" + port + ":1.0/driver";
-    return readlink(driver.c_str(), target.data(), target.size() - 1) > 0 &&
-           std::string(target.data()).ends_with("/usbfs");
+    return static_cast<unsigned>(ReadNumber(path, base).value_or(0));
 }
 
 const std::string kByPort = "usb:";
@@ -175,20 +126,22 @@ std::string ModelOf(unsigned product)
 std::vector<UsbDevice> FindUsbDevices()
 {
     std::vector<UsbDevice> devices;
-    for (const std::string &port : Folders(kSysfs)) {
-        const std::string folder = kSysfs + port + "/";
-        if (ReadNumber(folder + "idVendor", 16) != VSCCAM_VENDOR_ID)
+    for (const std::string &port : NamesIn(kUsbFolder)) {
+        const std::string folder = kUsbFolder + port + "/";
+        if (ReadUnsigned(folder + "idVendor", 16) != VSCCAM_VENDOR_ID)
             continue;
         UsbDevice device;
-        device.product = ReadNumber(folder + "idProduct", 16);
+        device.product = ReadUnsigned(folder + "idProduct", 16);
         device.model = ModelOf(device.product);
         device.port = port;
+        device.folder = folder;
         device.speedMbit = ReadLine(folder + "speed");
-        device.bus = ReadNumber(folder + "busnum", 10);
-        device.address = ReadNumber(folder + "devnum", 10);
+        device.bus = ReadUnsigned(folder + "busnum", 10);
+        device.address = ReadUnsigned(folder + "devnum", 10);
         device.node = fmt::format("/dev/bus/usb/{:03}/{:03}", device.bus, device.address);
         device.permitted = access(device.node.c_str(), R_OK | W_OK) == 0;
-        device.busy = IsHeldByProgram(port);
+        const std::string driver = LinkTarget(folder + port + ":1.0/driver");
+        device.driver = driver.substr(driver.rfind('/') + 1);
         devices.push_back(device);
     }
     return devices;
@@ -213,7 +166,7 @@ std::string CameraEntry::Usable() const
         return "no: this edition cannot be opened";
     if (usb && !usb->permitted)
         return "no: permission";
-    if (usb && usb->busy)
+    if (usb && usb->Busy())
         return "no: busy";
     return "yes";
 }
@@ -283,7 +236,7 @@ const std::optional<std::string> &CamerasNamedByUser()
     return kNamed;
 }
 
-CameraEntry NarrowTo(const CameraEntry &camera, bool keepPort)
+std::optional<CameraEntry> NarrowTo(const CameraEntry &camera, bool keepPort)
 {
     (void)CamerasNamedByUser(); // remembers it before it changes
     if (!camera.usb)
@@ -294,10 +247,7 @@ CameraEntry NarrowTo(const CameraEntry &camera, bool keepPort)
     const std::vector<CameraEntry> cameras = ListCameras();
     const auto found = std::ranges::find_if(
         cameras, [&](const CameraEntry &other) { return other.IsSamePlace(camera); });
-    if (found == cameras.end())
-        throw Failure(Exit::kNoCamera,
-                      fmt::format("{} at {} has just gone", camera.model, camera.usb->port));
-    return *found;
+    return found == cameras.end() ? std::nullopt : std::optional(*found);
 }
 
 } // namespace vsctool

@@ -10,6 +10,9 @@ struct Product;
 
 namespace vsctool {
 
+/// Where the kernel shows what is on the bus: a folder for each device, named by its port.
+inline const std::string kUsbFolder = "/sys/bus/usb/devices/";
+
 /// What the kernel shows of a camera, also of one that this program may not open.
 struct UsbDevice {
     unsigned product = 0;
@@ -18,9 +21,13 @@ struct UsbDevice {
     unsigned bus = 0;
     unsigned address = 0; // on that bus
     std::string speedMbit;
-    std::string node; // device file
+    std::string folder; // see kUsbFolder
+    std::string node;   // device file
+    std::string driver; // of its interface; empty: none
     bool permitted = false;
-    bool busy = false;
+
+    /// A program that uses the camera holds its interface through this driver.
+    bool Busy() const { return driver == "usbfs"; }
 };
 std::vector<UsbDevice> FindUsbDevices();
 
@@ -57,7 +64,7 @@ const std::optional<std::string> &CamerasNamedByUser();
 /// Narrows what the library sees of the bus, so that neither opening the camera nor looking for it
 /// after a loss takes another one instead: to its model, which may come back at another port or
 /// speed, or to its port when there are more of the model or `keepPort` says so.
-/// @return the entry under which the library lists it now; throws Failure when it is gone
-CameraEntry NarrowTo(const CameraEntry &camera, bool keepPort = false);
+/// @return the entry under which the library lists it now; nothing when it is gone
+std::optional<CameraEntry> NarrowTo(const CameraEntry &camera, bool keepPort = false);
 
 } // namespace vsctool

@@ -1,6 +1,7 @@
 #include "camera.h"
 #include "commands/command.h"
 #include "commands/control_words.h"
+#include "host_memory.h"
 
 #include <nlohmann/json.hpp>
 
@@ -11,9 +12,6 @@ namespace {
 
 using nlohmann::ordered_json;
 
-// What the library reserves while a camera is open: a work buffer, three raw ones and two slots for
-// frames, each with 2 bytes per pixel.
-constexpr int64_t kHostBytesPerPixel = 6 * 2;
 constexpr int64_t kMiB = 1 << 20;
 
 std::vector<int> Bins()
@@ -49,7 +47,7 @@ ordered_json Collect(const Camera &camera)
                          {"bins", Bins()},
                          {"formats", Formats()},
                          {"host_memory_mib", pixels * kHostBytesPerPixel / kMiB + 1},
-                         {"usbfs_memory_mib", pixels * 2 / kMiB + 1}};
+                         {"usbfs_memory_mib", UsbfsMiB(pixels)}};
     if (isColorCam())
         info["bayer"] = BayerPattern(MosaicOf(getColorBayer(), false, false));
     if (getElectronsPerADU() > 0)
