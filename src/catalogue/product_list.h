@@ -9,16 +9,19 @@ namespace vsccam {
 enum class Pixels : uint8_t { Mono, Colour };
 enum class Housing : uint8_t { Uncooled, Cooled };
 
-/// One product ID: a row in the file of its sensor.
+/// One product ID: a row in the file of its sensor. What follows the housing, the list fills in.
 struct Product {
     uint16_t place; // in the list of all, whose order hosts may know: a new product comes last
     uint16_t productId;
     const char *name;
     Pixels pixels;
     Housing housing = Housing::Uncooled;
-    /// The product whose class drives this one. The list fills it in: of the rows of a sensor that
-    /// agree in pixels and housing, the first.
+    /// The product whose class drives this one: of the rows of a sensor that agree in pixels and
+    /// housing, the first.
     uint16_t primaryId = 0;
+    int sensorWidth = 0; // pixels
+    int sensorHeight = 0;
+    bool usb3Camera = false; // of USB 3.0, at any port
 
     /// Variants ("-A", "-B" and those of other brands) cannot be opened by themselves.
     constexpr bool IsVariant() const { return productId != primaryId; }

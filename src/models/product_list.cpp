@@ -9,8 +9,13 @@ namespace vsccam {
 namespace {
 
 constexpr auto kProducts = ByPlace<Product>(Sensors{}, []<class S, size_t Index> {
-    Product product = S::kProducts[Index];
-    product.primaryId = PrimaryOf<S>(product.pixels, product.housing).productId;
+    constexpr const Product &row = S::kProducts[Index];
+    constexpr CameraModel model = EditionOf<S>(row.pixels, row.housing);
+    Product product = row;
+    product.primaryId = model.productId;
+    product.sensorWidth = model.sensorWidth;
+    product.sensorHeight = model.sensorHeight;
+    product.usb3Camera = model.usb3Camera;
     return product;
 });
 

@@ -165,6 +165,18 @@ expect 4 "$(dirname "$vsccam")/vscsim" run -- sh -c '
     exec $as "$vsccam" capture -e 10ms -o never.fit'
 contains messages 'no permission for KYR VSC470MC at /dev/bus/usb/001/002'
 
+# What the doctor sees of a camera, of the bus, and of the machine.
+expect 0 sim doctor --live --report report.json
+contains output '10 of 10 frames came'
+contains report.json '"found": "KYR VSC470MC (4b59:470a)"'
+expect 11 faulty mute --timeout 1s --json doctor --live
+contains output '"id":"frames","camera":"usb:1-1","result":"fail"'
+expect 11 "$(dirname "$vsccam")/vscsim" run --camera VSC083MC-Cool --camera VSC470MM:usb2 -- "$vsccam" doctor
+contains output 'warn  speed         1-2: 480 Mbit/s'
+contains output 'fail  usbfs-memory  the largest frames need'
+expect 11 "$vsccam" doctor --output no/such
+contains output 'cannot write in no/such: No such file'
+
 # A camera that is lost, or delivers nothing, the latter also for want of memory.
 expect 6 faulty unplug capture -e 10ms -o never.fit
 for faults in short-frame@0 stall-frame@0 'empty-frame@0x4' time-out-request:b6@9; do

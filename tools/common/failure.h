@@ -17,7 +17,8 @@ enum class Exit {
     kNoFrame = 7,
     kFile = 9,
     kNotSupported = 10,
-    kSignal = 128, // plus the number of the signal
+    kUnhealthy = 11, // a check failed
+    kSignal = 128,   // plus the number of the signal
 };
 
 /// Ends the program with an exit code and a plain sentence that names what to do next.
