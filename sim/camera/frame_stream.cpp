@@ -213,10 +213,10 @@ void FrameStream::Prepare(Sending &sending, Time now)
     exposure.shift = m_board.guide.ShiftAt(now + m_frozenTime);
     sending.bytesOf = exposure.frame % m_frames.size();
     std::vector<uint8_t> &bytes = m_frames[sending.bytesOf];
-    if (m_madeBeforehand && bytes.size() == frame.settings.Bytes())
-        return;
-    bytes.resize(frame.settings.Bytes());
-    RenderFrame(m_scene, frame.settings, exposure, bytes);
+    if (!m_madeBeforehand || bytes.size() != frame.settings.Bytes()) {
+        bytes.resize(frame.settings.Bytes());
+        RenderFrame(m_scene, frame.settings, exposure, bytes);
+    }
     WriteMarks(marks, bytes);
 }
 

@@ -21,6 +21,7 @@ constexpr std::string_view kAmbient = "ambient=";
 constexpr std::string_view kFirmware = "firmware=";
 constexpr std::string_view kFlash = "flash=";
 constexpr std::string_view kGlow = "glow=";
+constexpr std::string_view kMade = "made=";
 constexpr std::string_view kRequests = "requests=";
 
 template <class Number> Number ParseNumber(std::string_view text, std::string_view what)
@@ -71,6 +72,9 @@ BusDevice ParseCamera(const std::string &text, int firmware)
         else if (part.starts_with(kGlow))
             device.options.glow.fill(kNight *
                                      ParseNumber<double>(part.substr(kGlow.size()), "glow"));
+        else if (part.starts_with(kMade))
+            device.options.framesMadeBeforehand =
+                ParseNumber<uint8_t>(part.substr(kMade.size()), "number of frames");
         else if (part == "capped")
             device.options.capped = true;
         else if (part == "flawless")
@@ -134,6 +138,8 @@ A camera is a model, followed by what is particular about it:
   VSC470MC:requests=FILE  a file gets a line for each request that reaches the camera, and for
                         each frame, with how long it was exposed
   VSC470MC:glow=300     the sky is so much brighter than at night; 300 is dusk
+  VSC470MC:made=16      16 frames are made and sent in turn, as making each takes the time of the
+                        machine whose speed is to be measured
 Faults, separated by commas: NAME[:REQUEST][@FIRST][xCOUNT][%PROBABILITY][=AMOUNT], or a JSON file.
   short-frame@5         frame 5 (counted from 0) lacks its last 512 bytes
   empty-frame@10x4      frames 10 to 13 are not sent
