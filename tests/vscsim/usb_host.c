@@ -6,6 +6,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <time.h>
 
 enum {
     kVendorId = 0x4B59,
@@ -17,6 +18,7 @@ enum {
     kFrameBytes = kWidth * kHeight,
     kTransferBytes = 1 << 20,
     kTransfers = 3,
+    kFewestLines = kHeight + 18,
 };
 
 static void Check(bool right, const char *what, int line)
@@ -43,9 +45,8 @@ static void Write(libusb_device_handle *camera, int request, int first, int valu
         Out(camera, request, first + i, value >> 8 * i & 0xFF);
 }
 
-/* Whole sensor, 8 bits, 18.5625 MHz, lines of 203 clocks, the shortest frame, exposed throughout.
- */
-static void StartStream(libusb_device_handle *camera)
+/* Whole sensor, 8 bits, 18.5625 MHz, lines of 203 clocks, exposed throughout. */
+static void StartStream(libusb_device_handle *camera, int frameLines)
 {
     Write(camera, kFpga, 1, 1, 1);
     Write(camera, kSony, 0x3007, 0x40, 1);
@@ -60,7 +61,7 @@ static void StartStream(libusb_device_handle *camera)
     Write(camera, kFpga, 4, kWidth, 2);
     Write(camera, kFpga, 10, 0x01, 1);
     Write(camera, kFpga, 19, 203, 2);
-    Write(camera, kFpga, 16, kHeight + 18, 3);
+    Write(camera, kFpga, 16, frameLines, 3);
     Write(camera, kSony, 0x3020, 1, 3);
     Write(camera, kFpga, 1, 0, 1);
     Out(camera, 0xA9, 0, 0);
@@ -119,6 +120,14 @@ static void Finish(struct Read *read)
         CHECK(libusb_handle_events(NULL) == 0);
 }
 
+/* Transfers that are complete cannot be cancelled. */
+static void Cancel(struct Read *read)
+{
+    for (int i = 0; i < kTransfers; ++i)
+        (void)libusb_cancel_transfer(read->transfers[i]);
+    Finish(read);
+}
+
 static int Received(const struct Read *read)
 {
     int bytes = 0;
@@ -162,7 +171,7 @@ static bool ShowsPattern(const uint8_t *frame, int counter)
 static void CheckFrames(libusb_device_handle *camera)
 {
     struct Read read = NewRead(camera, &read);
-    StartStream(camera);
+    StartStream(camera, kFewestLines);
     int last = -1;
     for (int i = 0; i < 20; ++i) {
         Submit(&read);
@@ -184,9 +193,7 @@ static void CheckCancel(libusb_device_handle *camera)
     struct Read read = NewRead(camera, &read);
     Submit(&read);
     CHECK(libusb_submit_transfer(read.transfers[0]) == LIBUSB_ERROR_BUSY);
-    for (int i = 0; i < kTransfers; ++i)
-        CHECK(libusb_cancel_transfer(read.transfers[i]) == 0);
-    Finish(&read);
+    Cancel(&read);
     for (int i = 0; i < kTransfers; ++i)
         CHECK(read.transfers[i]->status == LIBUSB_TRANSFER_CANCELLED);
     CHECK(Received(&read) == 0);
@@ -215,6 +222,33 @@ static void CheckClaim(libusb_device_handle *camera)
     CHECK(libusb_claim_interface(camera, 0) == 0);
 }
 
+/* The least that a program can do for 30 frames/s: there are always transfers queued, and nobody
+ * looks at what they bring. */
+static void MeasureSpeed(libusb_device_handle *camera)
+{
+    enum { kFrames = 150, kFrameLines = 3048 };
+    struct Read reads[2];
+    for (int i = 0; i < 2; ++i)
+        reads[i] = NewRead(camera, &reads[i]);
+    StartStream(camera, kFrameLines);
+    Submit(&reads[0]);
+    clock_t begin = 0;
+    for (int i = 0; i <= kFrames; ++i) {
+        struct Read *const read = &reads[i % 2];
+        Submit(&reads[(i + 1) % 2]);
+        Finish(read);
+        CHECK(Received(read) == kFrameBytes);
+        if (i == 0)
+            begin = clock();
+    }
+    printf("%.2f ms of processor each\n",
+           (double)(clock() - begin) * 1e3 / CLOCKS_PER_SEC / kFrames);
+    StopStream(camera);
+    Cancel(&reads[(kFrames + 1) % 2]);
+    for (int i = 0; i < 2; ++i)
+        FreeRead(&reads[i]);
+}
+
 static const struct {
     const char *name;
     void (*run)(libusb_device_handle *camera);
@@ -222,6 +256,7 @@ static const struct {
     {"frames", CheckFrames},
     {"cancel", CheckCancel},
     {"claim", CheckClaim},
+    {"speed", MeasureSpeed},
 };
 
 static void List(void)
