@@ -103,11 +103,13 @@ class Liar : public vscsim::Forger {
 /// A bus in virtual time with one camera that lies. At the end nothing may be left of the program.
 class LyingCamera {
   public:
-    LyingCamera(const char *model, std::shared_ptr<Liar> liar) : m_liar(std::move(liar))
+    /// @param pictures  that it made beforehand and sends in turn; 0: each frame has its own
+    LyingCamera(const char *model, std::shared_ptr<Liar> liar, size_t pictures = 0)
+        : m_liar(std::move(liar))
     {
         Bus().Reset();
         m_contexts = Bus().LiveObjects().contextReferences;
-        m_device = Bus().Plug(model, {.forger = m_liar});
+        m_device = Bus().Plug(model, {.framesMadeBeforehand = pictures, .forger = m_liar});
     }
     LyingCamera(const LyingCamera &) = delete;
     LyingCamera &operator=(const LyingCamera &) = delete;
