@@ -56,9 +56,8 @@ struct HostSession {
     {
         return Check(getImageData(frame.data(), static_cast<int>(frame.size()), waitMs));
     }
-    bool Exposure(int us)
+    bool Exposure()
     {
-        setValue(CONTROL_EXPOSURE, us, false);
         startExposure();
         while (getExpStatus() == VSC_EXP_WORKING)
             SleepFor(std::chrono::milliseconds(10));
@@ -123,8 +122,10 @@ inline constexpr SessionStep kSession[] = {
     {"frame of the format", [](HostSession &host) { return host.Video(); }, 2'000,
      Proof::VideoFrame},
     {"stop", [](HostSession &) { return stopCapture(), true; }},
-    {"short exposure", [](HostSession &host) { return host.Exposure(100); }, 5'200},
-    {"long exposure", [](HostSession &host) { return host.Exposure(1'200'000); }, 6'400},
+    {"short time", [](HostSession &) { return setValue(CONTROL_EXPOSURE, 100, false), true; }},
+    {"short exposure", [](HostSession &host) { return host.Exposure(); }, 5'200},
+    {"long time", [](HostSession &) { return setValue(CONTROL_EXPOSURE, 1'200'000, false), true; }},
+    {"long exposure", [](HostSession &host) { return host.Exposure(); }, 6'400},
     {"aborted exposure",
      [](HostSession &) { return startExposure(), stopExposure(), getExpStatus() == VSC_EXP_IDLE; },
      4'000},
