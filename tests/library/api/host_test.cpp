@@ -131,19 +131,6 @@ TEST_F(HostTest, FailedOpenKeepsTheObjectAndTheNextOneWorks)
     EXPECT_TRUE(initCamera());
 }
 
-TEST_F(HostTest, OpensNothingWhenLibusbCannotBeInitialised)
-{
-    Bus().Plug("VSC470MM");
-    ASSERT_EQ(getNumberOfConnectedCameras(), 1);
-    while (Bus().LiveObjects().contextReferences > 0) // those of tests before
-        libusb_exit(nullptr);
-    m_allowed = {};
-    FailNext("libusb_init", 1, LIBUSB_ERROR_OTHER);
-    EXPECT_FALSE(openCamera(0)); // and does not ask for devices
-    closeCamera();
-    EXPECT_TRUE(openCamera(0));
-}
-
 TEST_F(HostTest, ReportsAndClampsEveryControl)
 {
     OpenOne("VSC470MC-Cool");

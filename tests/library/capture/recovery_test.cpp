@@ -104,55 +104,6 @@ TEST_F(RecoveryTest, FlashThatDoesNotAnswerLeavesTheDataBusWide)
     EXPECT_EQ(Bus().TakeTraffic(device).back(), "gpif32 on");
 }
 
-TEST_F(RecoveryTest, ALostSettingIsMadeGoodBeforeAFrameCounts)
-{
-    const struct {
-        const char *model;
-        void (*set)();
-        uint64_t lost = 1; // request
-    } cases[] = {
-        {"VSC470MM", [] { setValue(CONTROL_GAIN, 300, false); }},
-        {"VSC470MM", [] { setValue(CONTROL_EXPOSURE, 20'000, false); }},
-        {"VSC2800MM", [] { setStartPos(200, 100); }},
-        {"VSC048MM", [] { setValue(CONTROL_BRIGHTNESS, 9, false); }},
-        {"VSC048MM", [] { setValue(CONTROL_BRIGHTNESS, 9, false); },
-         0}, // read before it is written
-        {"VSC340MM", [] { setValue(CONTROL_EXPOSURE, 20'000, false); }},
-    };
-    const auto before = [] {
-        EXPECT_TRUE(setImageFormat(320, 240, 1, VSC_IMG_RAW8));
-        setValue(CONTROL_GAIN, 1, false);
-        setValue(CONTROL_EXPOSURE, 30'000, false);
-        setValue(CONTROL_BRIGHTNESS, 0, false);
-    };
-    for (const auto &c : cases) {
-        for (const bool running : {true, false}) {
-            SCOPED_TRACE(testing::Message() << c.model << " " << running);
-            const int device = OpenOne(c.model);
-            before();
-            c.set();
-            startCapture();
-            ASSERT_FALSE(NextFrame(2000).empty());
-            const std::map<int, int> expected = Registers(device);
-            stopCapture();
-            before();
-            if (running) {
-                startCapture();
-                ASSERT_FALSE(NextFrame(2000).empty());
-            }
-            LoseRequests(c.lost, 1, 1);
-            c.set();
-            if (!running)
-                startCapture();
-            SleepFor(1s);
-            for (int i = 0; i < 3; ++i)
-                EXPECT_FALSE(NextFrame(2000).empty());
-            EXPECT_EQ(Registers(device), expected);
-            Remove(device);
-        }
-    }
-}
-
 TEST_F(RecoveryTest, LostRequestsHoldNoCallForMoreThanTwoSeconds)
 {
     const struct {

@@ -107,6 +107,8 @@ inline constexpr SessionStep kSession[] = {
     {"video", [](HostSession &) { return startCapture(), true; }},
     {"first frame", [](HostSession &host) { return host.Video(); }, 2'000, Proof::VideoFrame},
     {"gain in video", [](HostSession &) { return setValue(CONTROL_GAIN, 10, false), true; }},
+    {"brightness in video",
+     [](HostSession &) { return setValue(CONTROL_BRIGHTNESS, 9, false), true; }},
     {"more frames",
      [](HostSession &host) {
          bool all = true; // up to five of them have the gain of before
