@@ -28,6 +28,12 @@ class Core {
     static Core &Instance();
 
     Lock Acquire() { return Lock(m_mutex); }
+    /// For calls of the program, before which another thread may go first.
+    Lock AcquireInTurn()
+    {
+        m_clock->Yield();
+        return Acquire();
+    }
 
     void UseClock(BusClock *clock) { m_clock = clock ? clock : &m_steadyClock; }
     Time Now() { return m_clock->Now(); }

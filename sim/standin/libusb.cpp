@@ -27,7 +27,7 @@ thread_local int t_calls = 0; // that the thread is in
 /// A call of a libusb function: numbered, and under the lock of the bus.
 class Call {
   public:
-    explicit Call(const char *function) : m_function(function), m_lock(m_core.Acquire())
+    explicit Call(const char *function) : m_function(function), m_lock(m_core.AcquireInTurn())
     {
         ++t_calls;
         m_core.CatchUp();

@@ -67,7 +67,9 @@ struct VirtualClock::Waiter {
     std::condition_variable resumed{};
 };
 
-VirtualClock::VirtualClock(Time start, Time limit) : m_limit(start + limit), m_now(start.count())
+VirtualClock::VirtualClock(Time start, Time limit, std::optional<uint64_t> seed)
+    : m_limit(start + limit), m_now(start.count()), m_inTurn(seed.has_value()),
+      m_random(static_cast<std::minstd_rand::result_type>(seed.value_or(0)))
 {
     m_waiters.reserve(kUsualThreads); // a wait is not to fail
 }
@@ -79,9 +81,8 @@ void VirtualClock::Channel::WaitForWake(uint64_t seen, Time deadline, const char
         return;
     Waiter self{.channel = this, .deadline = deadline, .what = what};
     m_clock.m_waiters.push_back(&self);
-    m_clock.JumpWhenAllWait();
-    while (!self.resumed.wait_for(lock, kStallReport, [&] { return self.running; }))
-        m_clock.Report("a thread runs, or blocks outside of the clock, for a minute");
+    m_clock.m_turnTaken = false;
+    m_clock.Wait(lock, self);
 }
 
 void VirtualClock::Channel::Wake()
@@ -91,17 +92,79 @@ void VirtualClock::Channel::Wake()
     m_clock.ResumeIf([this](const Waiter &waiter) { return waiter.channel == this; });
 }
 
+/// Until it is resumed.
+void VirtualClock::Wait(std::unique_lock<std::mutex> &lock, Waiter &self)
+{
+    GoOn();
+    while (!self.resumed.wait_for(lock, kStallReport, [&] { return self.running; }))
+        Report("a thread runs, or blocks outside of the clock, for a minute");
+}
+
+/// In turn, threads start one after the other, so that their order is the same each time.
 void VirtualClock::ThreadStarts()
 {
-    const std::lock_guard lock(m_mutex);
-    ++m_threads;
+    std::unique_lock lock(m_mutex);
+    m_arrived.wait(lock, [this] { return std::ranges::count(m_ready, nullptr) == 0; });
+    if (++m_threads == 1)
+        m_turnTaken = true;
+    else if (m_inTurn)
+        m_ready.push_back(nullptr);
+}
+
+void VirtualClock::ThreadRuns()
+{
+    if (!m_inTurn)
+        return;
+    std::unique_lock lock(m_mutex);
+    Waiter self{.channel = nullptr, .deadline = kNever, .what = "its first turn"};
+    *std::ranges::find(m_ready, nullptr) = &self;
+    m_arrived.notify_one();
+    Wait(lock, self);
 }
 
 void VirtualClock::ThreadEnds()
 {
     const std::lock_guard lock(m_mutex);
     --m_threads;
+    m_turnTaken = false;
+    GoOn();
+}
+
+void VirtualClock::Yield()
+{
+    constexpr uint64_t kOneIn = 4;
+    if (!m_inTurn)
+        return;
+    std::unique_lock lock(m_mutex);
+    if (m_ready.empty() || Draw(kOneIn) != 0)
+        return;
+    Waiter self{.channel = nullptr, .deadline = kNever, .what = "its turn"};
+    m_ready.push_back(&self);
+    m_turnTaken = false;
+    Wait(lock, self);
+}
+
+void VirtualClock::GoOn()
+{
     JumpWhenAllWait();
+    if (m_inTurn)
+        GiveTurn();
+}
+
+void VirtualClock::GiveTurn()
+{
+    if (m_turnTaken || m_ready.empty() || std::ranges::count(m_ready, nullptr) != 0)
+        return;
+    const auto chosen = m_ready.begin() + static_cast<std::ptrdiff_t>(Draw(m_ready.size()));
+    (*chosen)->running = true;
+    (*chosen)->resumed.notify_one();
+    m_ready.erase(chosen);
+    m_turnTaken = true;
+}
+
+uint64_t VirtualClock::Draw(uint64_t choices)
+{
+    return m_random() / 7 % choices; // the lowest bits of such a generator repeat soon
 }
 
 void VirtualClock::JumpWhenAllWait()
@@ -127,6 +190,10 @@ template <class Predicate> void VirtualClock::ResumeIf(Predicate predicate)
     std::erase_if(m_waiters, [&](Waiter *waiter) {
         if (!predicate(*waiter))
             return false;
+        if (m_inTurn) {
+            m_ready.push_back(waiter);
+            return true;
+        }
         waiter->running = true;
         waiter->resumed.notify_one();
         return true;
@@ -158,6 +225,7 @@ ClockedThread::ClockedThread(VirtualClock &clock, std::function<void()> body) : 
 {
     clock.ThreadStarts();
     m_thread = std::thread([this, &clock, body = std::move(body)] {
+        clock.ThreadRuns();
         body();
         m_finished = true;
         m_end.Wake();

@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <functional>
 #include <mutex>
+#include <optional>
+#include <random>
 #include <thread>
 #include <vector>
 
@@ -26,6 +28,9 @@ class BusClock {
 
     /// Lets every waiting thread test its condition again.
     virtual void Wake() = 0;
+
+    /// The calling thread, which holds no lock, is at a point where another one may go first.
+    virtual void Yield() {}
 
   protected:
     ~BusClock() = default;
@@ -50,6 +55,10 @@ class SteadyClock final : public BusClock {
 /// a thread counts as running from the moment it is woken, not from when the system schedules it.
 /// A registered thread must not block on anything else for long: time would stand still.
 ///
+/// With a seed, threads run in turn: one at a time, until it waits or yields, and the seed decides
+/// whose turn is next. Whatever the machine does, the same program then goes the same way. Without,
+/// they run at the same time, as a tool that looks for races wants them to.
+///
 /// When all threads wait and none has a deadline, or when time runs away because the others wait
 /// for ever beside a periodic one, the clock says on standard error who waits for what and aborts.
 class VirtualClock {
@@ -57,16 +66,22 @@ class VirtualClock {
     static constexpr Time kStart = std::chrono::seconds(1000);
     static constexpr Time kLimit = std::chrono::hours(100 * 24);
 
-    explicit VirtualClock(Time start = kStart, Time limit = kLimit);
+    explicit VirtualClock(Time start = kStart, Time limit = kLimit,
+                          std::optional<uint64_t> seed = {});
     VirtualClock(const VirtualClock &) = delete;
     VirtualClock &operator=(const VirtualClock &) = delete;
 
     Time Now() const { return Time(m_now.load(std::memory_order_relaxed)); }
 
-    /// A thread is about to take part (called before it starts, by whoever starts it) or stops
-    /// doing so (called by itself).
+    /// A thread is about to take part (called before it starts, by whoever starts it), begins to
+    /// do so (called by itself, first of all; the first thread of all does not), or stops doing so
+    /// (called by itself).
     void ThreadStarts();
+    void ThreadRuns();
     void ThreadEnds();
+
+    /// See BusClock.
+    void Yield();
 
     /// Waits on this clock that belong together: a Wake ends these and no others.
     class Channel;
@@ -74,8 +89,12 @@ class VirtualClock {
   private:
     struct Waiter;
 
+    void Wait(std::unique_lock<std::mutex> &lock, Waiter &self);
+    void GoOn();
+    void GiveTurn();
     void JumpWhenAllWait();
     template <class Predicate> void ResumeIf(Predicate predicate);
+    uint64_t Draw(uint64_t choices);
     void Report(const char *reason) const;
     [[noreturn]] void Fail(const char *reason) const;
 
@@ -84,6 +103,13 @@ class VirtualClock {
     std::atomic<Time::rep> m_now;
     size_t m_threads = 0;
     std::vector<Waiter *> m_waiters;
+
+    // In turn
+    const bool m_inTurn;
+    std::minstd_rand m_random;
+    bool m_turnTaken = false;
+    std::vector<Waiter *> m_ready; // for their turn; null: one that is starting
+    std::condition_variable m_arrived;
 };
 
 class VirtualClock::Channel final : public BusClock {
@@ -94,6 +120,7 @@ class VirtualClock::Channel final : public BusClock {
     uint64_t WakeCount() override { return m_wakes.load(std::memory_order_acquire); }
     void WaitForWake(uint64_t seen, Time deadline, const char *what) override;
     void Wake() override;
+    void Yield() override { m_clock.Yield(); }
 
   private:
     VirtualClock &m_clock;

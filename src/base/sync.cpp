@@ -29,12 +29,12 @@ bool Thread::Start(std::function<void()> body)
         source->ThreadStarts();
     try {
         m_thread = std::thread([this, source, body = std::move(body)] {
+            if (source)
+                source->ThreadRuns();
             RunGuarded(body);
             m_finished = true;
-            if (source) {
-                source->Wake();
+            if (source)
                 source->ThreadEnds();
-            }
         });
     } catch (const std::exception &) {
         if (source)

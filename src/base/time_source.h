@@ -28,9 +28,10 @@ class TimeSource {
     virtual void Wake() = 0;
 
     /// A thread that will use this time source is about to start (called by the thread that starts
-    /// it), or is at its end (called by itself). Time that only moves while all threads wait needs
-    /// their number.
+    /// it), begins to run, or is at its end (both called by itself; the end is a Wake, too). Time
+    /// that only moves while all threads wait needs their number.
     virtual void ThreadStarts() = 0;
+    virtual void ThreadRuns() = 0;
     virtual void ThreadEnds() = 0;
 
   protected:

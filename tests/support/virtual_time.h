@@ -10,7 +10,9 @@ namespace vsccam {
 /// calling thread takes part in it; further threads of a test are started with vsccam::Thread.
 class VirtualTime final : private TimeSource {
   public:
-    explicit VirtualTime(vscsim::Time start = vscsim::VirtualClock::kStart) : m_clock(start)
+    explicit VirtualTime(vscsim::Time start = vscsim::VirtualClock::kStart,
+                         std::optional<uint64_t> seed = {})
+        : m_clock(start, vscsim::VirtualClock::kLimit, seed)
     {
         m_clock.ThreadStarts();
         vscsim::Bus::Instance().UseClock(&m_bus);
@@ -34,9 +36,18 @@ class VirtualTime final : private TimeSource {
     {
         m_library.WaitForWake(seen, vscsim::Time(deadlineNs), "a wait of the library");
     }
-    void Wake() override { m_library.Wake(); }
+    void Wake() override
+    {
+        m_library.Wake();
+        m_clock.Yield();
+    }
     void ThreadStarts() override { m_clock.ThreadStarts(); }
-    void ThreadEnds() override { m_clock.ThreadEnds(); }
+    void ThreadRuns() override { m_clock.ThreadRuns(); }
+    void ThreadEnds() override
+    {
+        m_library.Wake();
+        m_clock.ThreadEnds();
+    }
 
     vscsim::VirtualClock m_clock;
     vscsim::VirtualClock::Channel m_bus{m_clock};
