@@ -185,6 +185,11 @@ AfterReset Camera::Reset(Time now)
     return AfterReset::SameDevice;
 }
 
+void Camera::PlanFaults(const FaultPlan &plan)
+{
+    m_state->faults.Plan(plan);
+}
+
 bool Camera::IsMute() const
 {
     return m_state->board.condition == Board::Condition::Mute;

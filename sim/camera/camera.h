@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -76,6 +77,16 @@ class Forger {
     virtual void Send(std::span<uint8_t> room, BulkReply &reply) = 0;
 };
 
+/// What became of a frame that the sensor read out.
+enum class FrameEnd {
+    Whole,   // the host took all of it, at one go
+    Spoiled, // the host took what a fault left of it, or took it in two pieces
+    Cut,     // the host took a part, then the rest was dropped: a halt cleared, a reset
+    Ended,   // the same, because the stream was stopped or the camera unplugged
+    Joined,  // it began behind the end of another one that had begun in the same transfer
+    Unread,  // no byte of it left the camera
+};
+
 enum class Scene { Pattern, Sky };
 enum class LinkSpeed { High, Super };
 
@@ -96,6 +107,8 @@ struct CameraOptions {
     std::string flashFile = {};   // keeps the SPI flash: read at the start, written on changes
     std::string requestFile = {}; // gets a line for each control request and frame, see LineOf
     std::shared_ptr<Forger> forger = {};
+    /// Is told of the end of each frame, with its number since the stream was started.
+    std::function<void(uint32_t, FrameEnd)> onFrameEnd = {};
 };
 
 /// The colours of the first two pixels of the first row.
@@ -165,6 +178,9 @@ class Camera {
     /// switches the data path off; registers survive it.
     void ClearHalt(uint8_t endpoint, Time now);
     AfterReset Reset(Time now);
+
+    /// Another fault plan until power is off. Its rules count from now on.
+    void PlanFaults(const FaultPlan &plan);
 
     /// Whether a fault of the plan keeps it from answering anything.
     bool IsMute() const;

@@ -58,13 +58,13 @@ ControlReply Controller::FirmwareVersion(const ControlRequest &, Time)
 
 void Controller::StopStream()
 {
-    m_stream.Flush();
+    m_stream.Flush(FrameEnd::Ended);
     m_board.dataPath = false;
 }
 
 ControlReply Controller::StartDataPath(const ControlRequest &, Time)
 {
-    m_stream.Flush();
+    m_stream.Flush(FrameEnd::Ended);
     m_board.dataPath = true;
     return Done();
 }

@@ -18,6 +18,13 @@ std::vector<FaultInjector::Armed> &FaultInjector::CountedWith(const FaultRule &r
 
 FaultInjector::FaultInjector(const FaultPlan &plan, uint64_t seed) : m_random(seed)
 {
+    Plan(plan);
+}
+
+void FaultInjector::Plan(const FaultPlan &plan)
+{
+    for (auto *rules : {&m_onRequests, &m_onFrames, &m_onResets})
+        rules->clear();
     for (const FaultRule &rule : plan)
         CountedWith(rule).push_back({.rule = rule});
 }

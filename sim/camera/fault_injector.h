@@ -11,6 +11,9 @@ class FaultInjector {
   public:
     FaultInjector(const FaultPlan &plan, uint64_t seed);
 
+    /// Another plan, which counts from now on.
+    void Plan(const FaultPlan &plan);
+
     std::vector<FaultRule> ForRequest(uint8_t request);
     std::vector<FaultRule> ForFrame();
     std::vector<FaultRule> ForReset();

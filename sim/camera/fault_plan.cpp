@@ -29,6 +29,7 @@ constexpr FaultFacts kFaults[] = {
     {Fault::ShortAnswer, "short-answer", FaultTarget::Requests},
     {Fault::CorruptAnswer, "corrupt-answer", FaultTarget::Requests},
     {Fault::ShortFrame, "short-frame", FaultTarget::Frames},
+    {Fault::LongFrame, "long-frame", FaultTarget::Frames},
     {Fault::EmptyFrame, "empty-frame", FaultTarget::Frames},
     {Fault::BadHead, "bad-head", FaultTarget::Frames},
     {Fault::BadTail, "bad-tail", FaultTarget::Frames},

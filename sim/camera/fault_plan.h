@@ -17,6 +17,7 @@ enum class Fault {
     CorruptAnswer,  // the byte with the number `amount` is inverted
     // frames
     ShortFrame,      // `amount` bytes are missing at the end (default 512)
+    LongFrame,       // `amount` bytes too many (default 512), the tail mark behind them
     EmptyFrame,      // nothing is sent until the host gives up a transfer
     BadHead,         // wrong head mark
     BadTail,         // wrong tail mark

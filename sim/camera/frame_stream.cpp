@@ -16,7 +16,7 @@ constexpr Time kLongestSilence = 5s;
 // The transfers of one read are given up together; this is the same read.
 constexpr Time kSameRead = 1ms;
 
-constexpr uint64_t kDefaultMissingBytes = 512;
+constexpr uint64_t kDefaultSpoiltBytes = 512;
 
 bool Complete(BulkReply &reply, Outcome outcome)
 {
@@ -32,7 +32,7 @@ FrameStream::FrameStream(Board &board, SceneSource &scene, FaultInjector &faults
     : m_board(board), m_scene(scene), m_faults(faults), m_speed(options.speed),
       m_limit(options.frameLimit.value_or(std::numeric_limits<uint64_t>::max())),
       m_packetSize(packetSize), m_madeBeforehand(options.framesMadeBeforehand != 0),
-      m_frames(std::max<size_t>(options.framesMadeBeforehand, 1))
+      m_onFrameEnd(options.onFrameEnd), m_frames(std::max<size_t>(options.framesMadeBeforehand, 1))
 {
 }
 
@@ -74,10 +74,12 @@ void FrameStream::AdvanceSensor(Time now)
         if (m_sending ? m_next->ends > now : begins > now)
             return;
         ++m_counts.produced;
-        if (m_sending)
-            ++m_counts.lost;
-        else
+        if (!m_sending) {
             m_sending = Sending{.frame = *m_next};
+        } else {
+            ++m_counts.lost;
+            End(*m_next, FrameEnd::Unread);
+        }
         m_next = m_mode == Mode::Free && !HostPaced() ? ExposeFree(begins) : std::nullopt;
     }
 }
@@ -117,7 +119,7 @@ void FrameStream::FollowBoard(Time realNow)
         m_frozenExposure = Time::zero();
         m_gate.reset();
         m_next.reset();
-        Flush();
+        Flush(FrameEnd::Ended);
     }
     if (m_mode == Mode::Free && !m_next && !HostPaced())
         m_next = ExposeFree(now);
@@ -137,6 +139,27 @@ void FrameStream::FollowGate(Time now)
     }
 }
 
+void FrameStream::End(const Frame &frame, FrameEnd end)
+{
+    if (m_onFrameEnd)
+        m_onFrameEnd(frame.exposure.frame, end);
+}
+
+void FrameStream::Flush(FrameEnd end)
+{
+    if (!m_sending)
+        return;
+    const bool all = m_sending->sent == m_sending->length;
+    if (m_sending->sent == 0)
+        end = FrameEnd::Unread;
+    else if (all || m_sending->ending == FrameEnd::Joined)
+        end = m_sending->ending;
+    if (end == FrameEnd::Ended)
+        m_beganInTransfer = false; // the next one takes its place
+    End(m_sending->frame, end);
+    m_sending.reset();
+}
+
 void FrameStream::ClearHalt()
 {
     m_halted = false;
@@ -146,6 +169,8 @@ void FrameStream::ClearHalt()
 void FrameStream::GiveUp(Time realNow)
 {
     const Time now = SensorTime(realNow);
+    if (m_sending && m_sending->sent > 0 && m_sending->ending == FrameEnd::Whole)
+        m_sending->ending = FrameEnd::Spoiled;
     const bool silent = m_sending && m_sending->prepared && m_sending->length == 0;
     if (silent && now >= m_sending->frame.ends + kSameRead)
         Flush();
@@ -156,7 +181,10 @@ void FrameStream::Apply(const FaultRule &fault, Sending &sending, FrameMarks &ma
     switch (fault.fault) {
     case Fault::ShortFrame:
         sending.length -= static_cast<size_t>(std::min<uint64_t>(
-            sending.length, fault.amount != 0 ? fault.amount : kDefaultMissingBytes));
+            sending.length, fault.amount != 0 ? fault.amount : kDefaultSpoiltBytes));
+        break;
+    case Fault::LongFrame:
+        sending.length += fault.amount != 0 ? fault.amount : kDefaultSpoiltBytes;
         break;
     case Fault::EmptyFrame:
         sending.length = 0;
@@ -203,6 +231,10 @@ void FrameStream::Prepare(Sending &sending, Time now)
     sending.length = frame.settings.Bytes();
     for (const FaultRule &fault : m_faults.ForFrame())
         Apply(fault, sending, marks);
+    const bool tail =
+        marks.style == MarkStyle::BothEnds && (marks.badTail || marks.unequalCounters);
+    if (marks.badHead || tail || sending.length != frame.settings.Bytes())
+        sending.ending = FrameEnd::Spoiled;
     const bool silent = sending.length == 0 || sending.failure == Outcome::Stall;
     if (silent || m_board.condition != Board::Condition::Working) {
         sending.frame.ends = now; // the silence begins here
@@ -213,8 +245,9 @@ void FrameStream::Prepare(Sending &sending, Time now)
     exposure.shift = m_board.guide.ShiftAt(now + m_frozenTime);
     sending.bytesOf = exposure.frame % m_frames.size();
     std::vector<uint8_t> &bytes = m_frames[sending.bytesOf];
-    if (!m_madeBeforehand || bytes.size() != frame.settings.Bytes()) {
-        bytes.resize(frame.settings.Bytes());
+    const size_t all = std::max(sending.length, frame.settings.Bytes());
+    if (!m_madeBeforehand || bytes.size() != all) {
+        bytes.resize(all);
         RenderFrame(m_scene, frame.settings, exposure, bytes);
     }
     WriteMarks(marks, bytes);
@@ -257,6 +290,8 @@ size_t FrameStream::TakePackets(Sending &sending, std::span<uint8_t> room, Time 
 BulkReply FrameStream::Serve(std::span<uint8_t> room, size_t filled, Time now)
 {
     BulkReply reply{.bytes = filled};
+    if (filled == 0)
+        m_beganInTransfer = false;
     while (!Decide(reply, room, SensorTime(now))) {
     }
     if (m_frozenAt)
@@ -328,7 +363,10 @@ bool FrameStream::StaySilent(BulkReply &reply, Time now)
 bool FrameStream::SendPackets(BulkReply &reply, std::span<uint8_t> room, Time now)
 {
     Sending &sending = *m_sending;
+    const bool begins = sending.sent == 0;
     reply.bytes += TakePackets(sending, room.subspan(reply.bytes), now);
+    if (begins && sending.sent != 0 && std::exchange(m_beganInTransfer, true))
+        sending.ending = FrameEnd::Joined;
     if (sending.sent == sending.length) {
         const bool endsTransfer = sending.length % m_packetSize != 0;
         ++m_counts.sent;

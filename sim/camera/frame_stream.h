@@ -21,6 +21,9 @@ class FrameStream {
   public:
     FrameStream(Board &board, SceneSource &scene, FaultInjector &faults,
                 const CameraOptions &options, size_t packetSize);
+    ~FrameStream() { Flush(FrameEnd::Ended); }
+    FrameStream(const FrameStream &) = delete;
+    FrameStream &operator=(const FrameStream &) = delete;
 
     /// Brings the stream up to the present, before anything that changes registers.
     void Advance(Time now);
@@ -28,8 +31,9 @@ class FrameStream {
     /// Looks at the registers again: starts, stops, and the gate of long exposures.
     void FollowBoard(Time now);
 
-    /// Drops the frame that is being sent.
-    void Flush() { m_sending.reset(); }
+    /// Drops what is left of the frame that is being sent, if there is one.
+    /// @param end  of a frame of which the host has taken a part
+    void Flush(FrameEnd end = FrameEnd::Cut);
     void ClearHalt();
     void GiveUp(Time now);
 
@@ -56,7 +60,8 @@ class FrameStream {
         Time resumes{};                      // with its bytes, after failures
         size_t length = 0;                   // in bytes, after faults
         size_t sent = 0;
-        size_t bytesOf = 0; // of m_frames, to send
+        size_t bytesOf = 0;                // of m_frames, to send
+        FrameEnd ending = FrameEnd::Whole; // when all of it is sent
     };
     struct Gate {
         FrameSettings settings;
@@ -83,6 +88,7 @@ class FrameStream {
     bool StaySilent(BulkReply &reply, Time now);
     bool SendPackets(BulkReply &reply, std::span<uint8_t> room, Time now);
     size_t TakePackets(Sending &sending, std::span<uint8_t> room, Time now);
+    void End(const Frame &frame, FrameEnd end);
 
     Board &m_board;
     SceneSource &m_scene;
@@ -91,6 +97,7 @@ class FrameStream {
     uint64_t m_limit;
     size_t m_packetSize;
     bool m_madeBeforehand;
+    std::function<void(uint32_t, FrameEnd)> m_onFrameEnd;
 
     Mode m_mode = Mode::Stopped;
     std::optional<Time> m_frozenAt;             // the clock stands still since
@@ -102,7 +109,8 @@ class FrameStream {
     std::vector<std::vector<uint8_t>> m_frames; // in turn; one unless they are made beforehand
     std::optional<Exposure> m_account;
     bool m_halted = false;
-    uint32_t m_number = 0; // of the next exposure since the stream was started
+    bool m_beganInTransfer = false; // a frame, in the one that is served
+    uint32_t m_number = 0;          // of the next exposure since the stream was started
     FrameCounts m_counts;
 };
 
