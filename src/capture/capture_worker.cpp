@@ -113,10 +113,14 @@ CaptureWorker::Turn CaptureWorker::HandleRead(const BulkStream::Pass &pass)
 {
     if (pass.deviceGone)
         return RecoverDevice();
-    if (!m_capture.GoOn()) // the read was cut short
+    if (!m_capture.GoOn()) {
+        if (pass.received > 0 && pass.error == 0) // else the read was cut short
+            m_capture.CountDrop(DropReason::NotTaken);
         return Turn::Leave;
+    }
     if (m_camera.HalfProgrammed()) {
-        m_capture.CountDrop(DropReason::Lost);
+        if (pass.received > 0)
+            m_capture.CountDrop(DropReason::HalfSet);
         return Turn::GoOn;
     }
     if (Superseded())
@@ -219,7 +223,7 @@ CaptureWorker::Turn CaptureWorker::HandleRefusedRead(const BulkStream::Pass &pas
         if (pass.error == LIBUSB_ERROR_BUSY)
             return RecoverDevice(); // closing the device frees them
     }
-    HandleDrop(DropReason::Short);
+    HandleDrop(DropReason::Lost);
     return Turn::GoOn;
 }
 

@@ -10,7 +10,8 @@ namespace vsccam {
 
 namespace {
 
-constexpr const char *kNames[] = {"short", "marks", "counter", "ring full", "not taken", "lost"};
+constexpr const char *kNames[] = {"short",     "marks",     "counter", "half set",
+                                  "ring full", "not taken", "lost"};
 static_assert(std::size(kNames) == kDropReasons);
 
 } // namespace

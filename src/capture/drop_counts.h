@@ -6,14 +6,16 @@
 
 namespace vsccam {
 
-/// Why a frame did not come to a host.
+/// Why a frame did not come to a host. Each frame that the camera began to send counts once; but
+/// the lost ones, which were not seen, are an estimate.
 enum class DropReason : uint8_t {
-    Short,    // bytes are missing, or there was no memory to read it
+    Short,    // bytes are missing
     Marks,    // it does not begin or end as a frame does
     Counter,  // its marks are right, but their counters tell that it is made of two
+    HalfSet,  // it came while a part of the settings was missing
     RingFull, // the host has not taken those before
     NotTaken, // it was there when the capture ended: told then, and in no sum before
-    Lost,     // it came while the camera was away or was programmed again
+    Lost,     // the camera was away or was programmed again, or nothing could be queued to read it
 };
 inline constexpr size_t kDropReasons = static_cast<size_t>(DropReason::Lost) + 1;
 
