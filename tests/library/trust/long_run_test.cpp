@@ -33,7 +33,11 @@ TEST_P(LongRunTest, RepetitionsCostNothing)
              EXPECT_TRUE(host.Video());
              stopCapture();
          }},
-        {"single exposure", [](HostSession &host) { EXPECT_TRUE(host.Exposure(10'000)); }},
+        {"single exposure",
+         [](HostSession &host) {
+             setValue(CONTROL_EXPOSURE, 10'000, false);
+             EXPECT_TRUE(host.Exposure());
+         }},
         {"open and close", [](HostSession &) {
              closeCamera();
              EXPECT_TRUE(openCamera(0) && initCamera());
