@@ -26,24 +26,23 @@ TEST_P(LongRunTest, RepetitionsCostNothing)
     const struct {
         const char *what;
         void (*once)(HostSession &);
-    } cycles[] = {
-        {"start and stop",
-         [](HostSession &host) {
-             startCapture();
-             EXPECT_TRUE(host.Video());
-             stopCapture();
-         }},
-        {"single exposure",
-         [](HostSession &host) {
-             setValue(CONTROL_EXPOSURE, 10'000, false);
-             EXPECT_TRUE(host.Exposure());
-         }},
-        {"open and close", [](HostSession &) {
-             closeCamera();
-             EXPECT_TRUE(openCamera(0) && initCamera());
-             EXPECT_TRUE(
-                 setImageFormat(HostSession::kWidth, HostSession::kHeight, 1, VSC_IMG_RAW8));
-         }}};
+    } cycles[] = {{"start and stop",
+                   [](HostSession &host) {
+                       startCapture();
+                       EXPECT_TRUE(host.Video());
+                       stopCapture();
+                   }},
+                  {"single exposure",
+                   [](HostSession &host) {
+                       setValue(CONTROL_EXPOSURE, 10'000, false);
+                       EXPECT_TRUE(host.Exposure());
+                   }},
+                  {"open and close", [](HostSession &) {
+                       closeCamera();
+                       EXPECT_TRUE(openCamera(0) && initCamera());
+                       EXPECT_TRUE(setImageFormat(HostSession::kWidth, HostSession::kHeight, 1,
+                                                  VSC_IMG_RAW8));
+                   }}};
     const int device = OpenSmall();
     HostSession host;
     for (const auto &[what, once] : cycles) {
