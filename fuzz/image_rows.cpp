@@ -38,6 +38,7 @@ template <class Sample> void Deliver(Decisions &decisions)
     const std::span bytes(reinterpret_cast<uint8_t *>(frame.data()), frame.size() * sizeof(Sample));
     const FrameMarks marks = ReadFrameMarks(bytes);
     Must(!marks.Good() || (marks.Framed() && marks.headCounter == marks.tailCounter));
+    ZeroFrameMarks(bytes.first(marks.Good() ? bytes.size() : 0));
     (chosen & 1 ? HideFrameMarks : HideHeadMark)(bytes, width * sizeof(Sample));
 
     const std::vector<uint8_t> dark(frame.begin(), frame.end());
