@@ -62,8 +62,11 @@ video() {
     check 'exposures' guest_host single raw8 20000 3
     check 'long exposures' guest_host single raw8 1400000 2
     without
-    with VSC470MC --fault stall-frame@4,empty-frame@8x4,short-frame@20
-    check 'a halt, a reset and a short frame' guest_host video raw8 90000 30
+    with VSC470MC --fault lost-at-reset,stall-frame@4,short-frame@10
+    check 'a halt and a short frame' guest_host video raw8 90000 20
+    without
+    with VSC470MC --fault empty-frame@4x4
+    check 'a reset' guest_host video raw8 90000 10
     without
 }
 
