@@ -184,7 +184,8 @@ void FrameStream::Apply(const FaultRule &fault, Sending &sending, FrameMarks &ma
             sending.length, fault.amount != 0 ? fault.amount : kDefaultSpoiltBytes));
         break;
     case Fault::LongFrame:
-        sending.length += fault.amount != 0 ? fault.amount : kDefaultSpoiltBytes;
+        sending.length +=
+            static_cast<size_t>(fault.amount != 0 ? fault.amount : kDefaultSpoiltBytes);
         break;
     case Fault::EmptyFrame:
         sending.length = 0;
