@@ -93,24 +93,5 @@ TEST(FaultPlan, SaysWhatIsWrongAndWhere)
     EXPECT_FALSE(ParseFaultPlan(std::string(100'000, '['), nullptr));
 }
 
-TEST(Faults, ComeAtRandomFromTheSeed)
-{
-    const auto spoiled = [](uint64_t seed) {
-        Host host({.seed = seed, .speed = 0, .faults = Plan("bad-head%0.1x*")});
-        host.Program({.width = 8, .height = 2});
-        host.Start();
-        std::vector<int> numbers;
-        for (int i = 0; i < 1000; ++i)
-            if (Word(host.Read(16), 0) != 0x5A7E)
-                numbers.push_back(i);
-        return numbers;
-    };
-    const std::vector<int> first = spoiled(1);
-    EXPECT_GT(first.size(), 60U);
-    EXPECT_LT(first.size(), 140U);
-    EXPECT_EQ(first, spoiled(1));
-    EXPECT_NE(first, spoiled(2));
-}
-
 } // namespace
 } // namespace vscsim

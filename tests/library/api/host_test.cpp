@@ -1,5 +1,7 @@
+#include "api/session.h"
 #include "library/host_fixture.h"
 
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <climits>
@@ -129,6 +131,19 @@ TEST_F(HostTest, FailedOpenKeepsTheObjectAndTheNextOneWorks)
     EXPECT_FALSE(initCamera());
     EXPECT_TRUE(openCamera(1));
     EXPECT_TRUE(initCamera());
+}
+
+TEST_F(HostTest, AForkedChildLeavesTheCameraToItsParent)
+{
+    const int device = OpenOne("VSC470MM");
+    const pid_t child = fork();
+    if (child == 0) {
+        TheSession().EndWithProcess();
+        _exit(Bus().TakeTraffic(device).empty() ? 0 : 1);
+    }
+    int status = -1;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
 }
 
 TEST_F(HostTest, ReportsAndClampsEveryControl)

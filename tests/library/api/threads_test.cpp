@@ -111,6 +111,18 @@ TEST_F(ThreadsTest, GettersPassASetterThatACameraKeepsWaiting)
     EXPECT_TRUE(setter.Back()); // the camera lived as long
 }
 
+TEST_F(ThreadsTest, ACameraLivesUntilTheLastCallHasLeft)
+{
+    OpenSmall();
+    std::optional<Programming::Scope> busy(CurrentCamera()->programming);
+    Inside setter([] { setValue(CONTROL_GAIN, 7, false); });
+    Inside closer(closeCamera);
+    SleepFor(5s);
+    ASSERT_FALSE(setter.Back() || closer.Back());
+    busy.reset();
+    EXPECT_TRUE(setter.Back() && closer.Back());
+}
+
 TEST_F(ThreadsTest, PartOfABalanceThatIsSetKeepsWhatTheAutomaticSetsMeanwhile)
 {
     OpenOne("VSC470MC");

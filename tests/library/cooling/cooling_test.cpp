@@ -38,22 +38,6 @@ TEST(DriveTable, MorePowerNeverMeansAHigherCodeAndTheCodeLeadsBackToThePower)
     }
 }
 
-TEST(TemperatureControl, HasNoSlopeInTheFirstStepAfterARestart)
-{
-    TemperatureControl control;
-    control.Restart(kGains);
-    const Correction first = control.Step(-10.0F, 20.0F);
-    EXPECT_FLOAT_EQ(first.Output(), 0.2F * -30.0F);
-
-    const Correction second = control.Step(-10.0F, 18.0F);
-    EXPECT_FLOAT_EQ(second.p, 0.2F * -28.0F);
-    EXPECT_FLOAT_EQ(second.d, 0.6F * 2.0F);
-    EXPECT_FLOAT_EQ(second.Output(), -4.4F);
-
-    control.Restart(kGains); // the target changes
-    EXPECT_FLOAT_EQ(control.Step(0.0F, 18.0F).Output(), 0.2F * -18.0F);
-}
-
 TEST(TemperatureControl, TakesChangesOfTwoDegreesASecondForGlitches)
 {
     struct Reading {
@@ -80,54 +64,6 @@ TEST(TemperatureControl, TakesChangesOfTwoDegreesASecondForGlitches)
             const auto change = control.TakeReading(r.celsius, r.tickMs);
             EXPECT_EQ(!change ? 'n' : change->IsGlitch() ? 'g' : 'k', r.verdict) << r.tickMs;
         }
-    }
-}
-
-/// A cooler without a camera, which remembers what it was asked for.
-struct PlainCooler {
-    DriveSetting drive;
-    std::vector<float> asked;
-
-    explicit PlainCooler(float percent) : drive(DriveForPower(percent)) {}
-
-    void Apply(const Correction &correction)
-    {
-        ApplyCorrection(correction, drive, [this](float percent) {
-            asked.push_back(percent);
-            drive = DriveForPower(percent);
-            return drive;
-        });
-    }
-};
-
-TEST(TemperatureControl, StepsThePowerUntilTheCodeMoves)
-{
-    const struct {
-        const char *name;
-        float percent;
-        float errorC;
-        float output;
-        size_t steps;
-        int codeChange; // -1 more current, 1 less
-    } cases[] = {
-        {"a small one is repeated", 50.0F, -0.41F, -0.1F, 3, -1},
-        {"to warm too", 50.0F, 0.41F, 0.1F, 4, 1},
-        {"near the target it is not", 50.0F, -0.4F, -0.08F, 1, 0},
-        {"what rounding left", 50.0F, -3.0F, 3e-8F, 1, 0},
-        {"no more power to give", 100.0F, -30.0F, -6.0F, 0, 0},
-        {"back from full power", 100.0F, 30.0F, 6.0F, 1, 1},
-        {"full power before the code moves", 99.95F, -30.0F, -6.0F, 1, 0},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.name);
-        PlainCooler cooler(c.percent);
-        const int before = cooler.drive.code;
-        cooler.Apply({.errorC = c.errorC, .p = c.output, .i = 0, .d = 0});
-        EXPECT_EQ(cooler.asked.size(), c.steps);
-        const int change = cooler.drive.code - before;
-        EXPECT_EQ((change > 0) - (change < 0), c.codeChange) << before << " + " << change;
-        EXPECT_GE(cooler.drive.percent, 0.0F);
-        EXPECT_LE(cooler.drive.percent, 100.0F);
     }
 }
 

@@ -183,27 +183,6 @@ TEST(AutoWhiteBalance, FlatBlocksHardlyCount)
     EXPECT_EQ(MosaicLevels({Bytes(320 * 240, 0), size}, BayerPhase::kRG, 1).red, 0);
 }
 
-TEST(AutoWhiteBalance, LeavesGreyAloneAndMovesWhatIsTinted)
-{
-    const struct {
-        ColourLevels levels;
-        WhiteBalance now;
-        bool settling;
-        std::optional<WhiteBalance> next;
-    } cases[] = {
-        {{100, 104, 108}, {52, 95}, false, std::nullopt},
-        {{92, 100, 100}, {52, 95}, true, std::nullopt},
-        {{92, 100, 100}, {52, 95}, false, WhiteBalance{55, 94}},
-        {{110, 100, 89}, {50, 50}, true, WhiteBalance{45, 55}},
-        {{10, 11, 30}, {3, 50}, false, WhiteBalance{4, 17}}, // rises in spite of the rounding
-        {{0, 0, 20}, {3, 4}, false, WhiteBalance{0, 0}},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.levels.red);
-        EXPECT_EQ(DecideWhiteBalance(c.levels, c.now, c.settling), c.next);
-    }
-}
-
 /// Automatics at work on simulated cameras.
 class AutoLoopTest : public HostTest {
   protected:

@@ -68,6 +68,10 @@ TEST_F(IdentityTest, IsErasedOnceAndWrittenUpToThreeTimes)
                             *c.faults ? WithFaults(c.faults) : vscsim::CameraOptions());
         EXPECT_EQ(camera->WriteIDToSPI(kId), c.written);
         EXPECT_EQ(camera.Traffic(), Narrowed(c.wire));
+        vscsim::Bus::Instance().With(camera.Device(), [&c](vscsim::Camera &device) {
+            const bool whole = std::ranges::equal(kId, device.Flash().subspan(0x70002, kId.size()));
+            EXPECT_TRUE(whole || !c.written);
+        });
     }
 }
 

@@ -6,28 +6,9 @@
 
 #include <cmath>
 #include <limits>
-#include <utility>
 
 namespace vsccam {
 namespace {
-
-TEST(Thermistor, TellsTheTemperatureInItsTable)
-{
-    const struct {
-        uint8_t ad;
-        int seriesKOhm;
-        float celsius;
-    } cases[] = {
-        {128, 10, 25.0F},    // 10 kOhm, an entry of the table
-        {128, 5, 41.5257F},  // 5 kOhm, between 5.1053 and 4.905
-        {12, 10, 110.9998F}, // 0.491803 kOhm, the hottest
-    };
-    for (const auto &c : cases) {
-        const auto celsius = ThermistorTemperature(c.ad, c.seriesKOhm);
-        ASSERT_TRUE(celsius) << int{c.ad};
-        EXPECT_NEAR(*celsius, c.celsius, 1e-3) << int{c.ad};
-    }
-}
 
 TEST(Thermistor, FallsWithTheReadingAndKnowsWhereItsTableEnds)
 {

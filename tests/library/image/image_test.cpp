@@ -1,12 +1,10 @@
 #include "core/gamma.h"
 #include "image/algorithm.h"
-#include "image/frame_marks.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <memory>
 #include <random>
 #include <vector>
@@ -24,32 +22,6 @@ Bytes RandomBytes(size_t count, unsigned seed)
     Bytes bytes(count);
     std::ranges::generate(bytes, [&random] { return static_cast<uint8_t>(random() >> 7); });
     return bytes;
-}
-
-TEST(FrameMarks, AcceptOnlyWholeFramesOfOneExposure)
-{
-    const auto frame = [](size_t size, uint16_t head, uint16_t count, uint16_t tailCount,
-                          uint16_t tail) {
-        Bytes bytes(size, 0x11);
-        const size_t end = size & ~size_t{1};
-        const uint16_t words[] = {head, count, tailCount, tail};
-        const size_t places[] = {0, 2, end - 4, end - 2};
-        for (size_t i = 0; i < 4; ++i)
-            std::memcpy(&bytes[places[i]], &words[i], 2);
-        return bytes;
-    };
-    const struct {
-        Bytes frame;
-        bool good;
-    } cases[] = {{frame(64, 0x5A7E, 7, 7, 0x3CF0), true},
-                 {frame(65, 0x5A7E, 7, 7, 0x3CF0), true}, // odd: the tail ends a byte earlier
-                 {frame(64, 0x7E5A, 7, 7, 0x3CF0), false},
-                 {frame(64, 0x5A7E, 7, 8, 0x3CF0), false},
-                 {frame(64, 0x5A7E, 7, 7, 0x3CF1), false},
-                 {Bytes(4, 0), false},
-                 {Bytes(), false}};
-    for (const auto &c : cases)
-        EXPECT_EQ(ReadFrameMarks(c.frame).Good(), c.good) << c.frame.size();
 }
 
 class Demosaic : public testing::Test {

@@ -50,17 +50,6 @@ TEST_F(TransportTest, EveryRequestHasItsPlaceOnTheWire)
 
 TEST_F(TransportTest, BitFieldsEndInclusivelyInWordsAndExclusivelyInBytes)
 {
-    const struct {
-        uint16_t old;
-        int start, end;
-        uint16_t value, expected;
-    } cases[] = {{0xFFFF, 4, 8, 0, 0xFF0F},
-                 {0x1234, 9, 3, 7, 0x1234},
-                 {0x0000, 0, 16, 0xABCD, 0xABCD},
-                 {0x5555, 40, 50, 1, 0x5555}};
-    for (const auto &c : cases)
-        EXPECT_EQ(MergeBits(c.old, c.start, c.end, c.value), c.expected) << c.start << ":" << c.end;
-
     OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM");
     EXPECT_TRUE(camera->WriteCameraRegisterByte(0x3300, 0x00));
     EXPECT_TRUE(camera->WriteCameraRegisterByte_B(0x3300, 3, 3, 1)); // empty
@@ -102,6 +91,17 @@ TEST_F(TransportTest, AMuteCameraFailsRequestsAtOnceForASecond)
     EXPECT_EQ(Bus().Calls() - before, 4U); // tried again once, still mute
     SleepFor(std::chrono::milliseconds(1100));
     EXPECT_TRUE(camera->WriteFPGAREG(1, 1));
+}
+
+TEST_F(TransportTest, ClosingWaitsForTheKernel)
+{
+    OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM");
+    Thread resetting;
+    ASSERT_TRUE(resetting.Start([&camera] { (void)camera->ResetDevice(); }));
+    SleepFor(std::chrono::milliseconds(1)); // of the 200 that it takes
+    EXPECT_TRUE(camera->CloseCamera());
+    EXPECT_EQ(camera.Traffic(), Wire("reset; close"));
+    resetting.Join();
 }
 
 TEST_F(TransportTest, EraseReportsSuccessAsZeroAndGivesUpOnABusyFlash)

@@ -1,6 +1,5 @@
 #include "library/wire.h"
 #include "models/usb2/s340.h"
-#include "models/usb2/s350.h"
 #include "support/simulated_bus.h"
 
 #include <algorithm>
@@ -144,33 +143,6 @@ TEST_F(Usb2DriverTest, ReadsItsCalibrationOnceAndKeepsTheLastTemperature)
     for (const uint16_t at70 :
          {uint16_t{447}, uint16_t{0}, uint16_t{478}}) // no calibration, or none that makes sense
         EXPECT_FLOAT_EQ(Usb2Temperature(400, at70, 447), 20.0F);
-}
-
-TEST_F(Usb2DriverTest, TellsTheBlackLevelThatWasReadLast)
-{
-    vscsim::Bus::Instance().Plug("VSC350MM");
-    CCameraS350MM camera(0);
-    ASSERT_TRUE(camera.OpenCamera(1));
-    struct {
-        bool flag = false;
-        signed char ee = 0, oo = 0, eo = 0, oe = 0;
-    } level;
-    const auto read = [&] {
-        return camera.GetBLOffset(&level.flag, &level.ee, &level.oo, &level.eo, &level.oe);
-    };
-    auto &bus = vscsim::Bus::Instance();
-    bus.FailCalls(bus.Calls(), 1, LIBUSB_ERROR_PIPE);
-    EXPECT_FALSE(read());
-    EXPECT_FALSE(level.flag);
-    EXPECT_EQ(level.oo, 13);
-    EXPECT_TRUE(read());
-    EXPECT_TRUE(level.flag);
-    EXPECT_EQ(level.ee, 12);
-    EXPECT_EQ(level.eo, -11);
-    bus.FailCalls(bus.Calls(), 1, LIBUSB_ERROR_PIPE);
-    EXPECT_FALSE(read());
-    EXPECT_EQ(level.ee, 12);
-    EXPECT_TRUE(camera.CloseCamera());
 }
 
 TEST_F(Usb2DriverTest, ReadThatTimesOutTellsWhatHasCome)
