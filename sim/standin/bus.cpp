@@ -67,7 +67,7 @@ void Bus::UnplugAfter(int device, Time delay)
     Core::Instance().DetachAt(device, Core::Instance().Now() + delay);
 }
 
-Time Bus::AwayFor(int device)
+std::optional<Time> Bus::AwayFor(int device)
 {
     const auto guard = Guard();
     return Core::Instance().AwayFor(device);

@@ -46,8 +46,8 @@ class Bus {
     void Unplug(int device);
     /// Unplugs it after this time, say in the middle of a frame.
     void UnplugAfter(int device, Time delay);
-    /// How long the device has been off the bus; 0 while it is on it.
-    Time AwayFor(int device);
+    /// How long the device has been off the bus; nothing while it is on it.
+    std::optional<Time> AwayFor(int device);
     /// The same camera comes back: last in the list, at a new address, with registers as after
     /// power-on; its memories are kept, its fault plan starts anew.
     void Replug(int device, const Place &place = {});

@@ -238,10 +238,10 @@ void Core::DetachAt(int number, Time at)
     Changed();
 }
 
-Time Core::AwayFor(int number)
+std::optional<Time> Core::AwayFor(int number)
 {
     const Slot &slot = *m_slots.at(static_cast<size_t>(number));
-    return slot.attached ? Time(0) : Now() - slot.leftAt;
+    return slot.attached ? std::nullopt : std::optional(Now() - slot.leftAt);
 }
 
 void Core::Replug(int number, const Place &place)

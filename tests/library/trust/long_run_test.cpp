@@ -74,14 +74,15 @@ TEST_P(LongRunTest, ExposuresOfAnyLengthEndInTheirTimeOrWhenTheyAreAborted)
         SCOPED_TRACE(us);
         setValue(CONTROL_EXPOSURE, us, false); // some sensors have shorter limits
         const auto ms = static_cast<uint32_t>(getValue(CONTROL_EXPOSURE, nullptr) / 1000);
+        const uint32_t slept = ms / 200 * 200;    // of long ones, by some sensors
         for (int again = 0; again < 2; ++again) { // in the clean-up of the last one
             EXPECT_TRUE(ExposedFrame().empty());
             const uint32_t start = GetTickCount();
             startExposure();
             EXPECT_EQ(getExpStatus(), VSC_EXP_WORKING);
-            SleepFor(std::chrono::milliseconds(ms - ms / 1000));
+            SleepFor(std::chrono::milliseconds(slept));
             ASSERT_EQ(WaitWhileWorking(), VSC_EXP_SUCCESS);
-            EXPECT_NEAR(ElapsedMs(start), ms + 1'500, 1'501);
+            EXPECT_NEAR(ElapsedMs(start), slept + 1'500, 1'501);
             EXPECT_FALSE(getImageAfterExp(nullptr, INT32_MAX));
             EXPECT_EQ(getExpStatus(), VSC_EXP_SUCCESS);
             EXPECT_TRUE(Number(ExposedFrame()));
@@ -89,14 +90,14 @@ TEST_P(LongRunTest, ExposuresOfAnyLengthEndInTheirTimeOrWhenTheyAreAborted)
         }
         for (uint64_t i = 0; i < 100 / Stride(12); ++i) {
             startExposure();
-            SleepFor(std::chrono::milliseconds(random() % (ms + 1)));
+            SleepFor(std::chrono::milliseconds(random() % (slept + 1)));
             EXPECT_LE(Took(stopExposure), 300U);
             EXPECT_EQ(getExpStatus(), VSC_EXP_IDLE);
         }
     }
 }
 
-/// What a host sees of a session with an automatic bandwidth, drops and a cooler.
+/// What a host sees of a session with a long video and a cooler.
 struct Seen {
     std::vector<int> values;
     std::vector<uint32_t> tookMs;
@@ -108,18 +109,15 @@ Seen SessionFrom(vscsim::Time start, std::chrono::seconds pause, int exposureUs)
     const VirtualTime time(start);
     auto &bus = vscsim::Bus::Instance();
     bus.Reset();
-    (void)bus.Plug("VSC470MM-Cool",
-                   {.faults = vscsim::ParseFaultPlan("bad-tail%0.4", nullptr).value()});
+    (void)bus.Plug("VSC470MM-Cool");
     Seen seen;
     HostSession host{.waitMs = -1};
     for (const SessionStep &step : kSession) {
         if (step.name == std::string_view("stop")) {
             setValue(CONTROL_EXPOSURE, exposureUs, false);
-            setValue(CONTROL_BANDWIDTH, 60, true);
             for (int i = 0; i < 20; ++i) {
                 SleepFor(pause);
-                for (const int control : {CONTROL_BANDWIDTH, CONTROL_COOLER_POWER})
-                    seen.values.push_back(getValue(control, nullptr));
+                seen.values.push_back(getValue(CONTROL_COOLER_POWER, nullptr));
                 seen.values.push_back(host.Video());
             }
         }

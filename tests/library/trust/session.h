@@ -49,7 +49,7 @@ struct HostSession {
     bool Check(VSC_BOOL delivered)
     {
         const HiddenBytes marks = isUSB3Camera() ? kBothEnds : kHeadOnly;
-        broken += delivered && !PatternNumber(frame, kWidth, getStartX(), getStartY(), marks);
+        broken += delivered && !PatternNumber(frame, getWidth(), getStartX(), getStartY(), marks);
         return delivered;
     }
     bool Video()

@@ -161,7 +161,7 @@ TEST_P(ShortageTest, OfAnythingAtAnyPointHarmsNothingAndNoLaterSession)
         Asked refused;
         uint64_t stride;
     } resources[] = {
-        {"block", Asked::Memory, 19}, {"thread", Asked::Thread, 3}, {"file call", Asked::File, 3}};
+        {"block", Asked::Memory, 7}, {"thread", Asked::Thread, 3}, {"file call", Asked::File, 2}};
     EXPECT_TRUE(RunSession()); // makes what lasts
     NextCase();
     for (const auto &[what, refused, stride] : resources) {
