@@ -113,15 +113,6 @@ class CaptureFixture : public HostTest {
         Bus().Reset();
     }
 
-    /// A host that waits, stops and closes gets each done in its time, whatever the camera does.
-    static void ExpectNobodyIsHeldUp()
-    {
-        for (const int waitMs : {0, 500, 20'000})
-            EXPECT_LE(Took([&] { return NextFrame(waitMs); }), static_cast<uint32_t>(waitMs + 100));
-        EXPECT_LE(Took(stopCapture), 2000U);
-        EXPECT_LE(Took(closeCamera), 2000U);
-    }
-
   private:
     static constexpr int kWidth = 320;
     static constexpr int kStartX = 64;

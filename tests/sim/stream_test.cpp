@@ -89,51 +89,5 @@ TEST(Stream, PacketsDecideHowTransfersEnd)
     EXPECT_EQ(host.camera.Bulk(0x82, room, 0, host.now).outcome, Outcome::Stall);
 }
 
-TEST(Stream, HeldRegistersActTogetherOnRelease)
-{
-    Host host;
-    host.Program({});
-    host.Start();
-    host.Fpga(1, 1);
-    host.Fpga(4, 328, 2);
-    EXPECT_EQ(host.camera.FpgaRegister(4), 328 & 0xFF); // reads back at once
-    EXPECT_TRUE(ShowsPattern(host.Read(640 * 480), {}, 0));
-    host.Fpga(1, 0);
-    EXPECT_EQ(host.Read(1 << 20).size(), 328U * 480U);
-
-    host.Fpga(4, 640, 2);
-    host.Sony(0x3001, 1);
-    host.Sony(0x3040, 16, 2);
-    EXPECT_TRUE(ShowsPattern(host.Read(640 * 480), {}, 2));
-    host.Sony(0x3001, 0);
-    EXPECT_TRUE(ShowsPattern(host.Read(640 * 480), {.x = 16}, 3));
-}
-
-TEST(Stream, WrongRegistersMakeAWrongPicture)
-{
-    const struct {
-        const char *what;
-        void (*program)(Host &);
-        uint16_t expected; // sample at column 400, row 100
-    } cases[] = {
-        {"right", [](Host &) {}, PatternSample(0, 400, 100)},
-        {"no crop", [](Host &host) { host.Sony(0x3007, 0); }, PatternSample(0, 400, 100)},
-        {"sensor sends more bits", [](Host &host) { host.Fpga(10, 0x10); },
-         static_cast<uint16_t>(PatternSample(0, 400, 100) << 2)},
-        {"sensor sends fewer bits", [](Host &host) { host.Sony(0x3046, 0xF0); },
-         static_cast<uint16_t>(PatternSample(0, 400, 100) >> 2)},
-        {"sensor's origin", [](Host &host) { host.Sony(0x3040, 40, 2); },
-         PatternSample(0, 440, 100)},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.what);
-        Host host;
-        host.Program({.sixteenBit = true});
-        c.program(host);
-        host.Start();
-        EXPECT_EQ(Word(host.Read(640 * 480 * 2), 2 * (100 * 640 + 400)), c.expected);
-    }
-}
-
 } // namespace
 } // namespace vscsim

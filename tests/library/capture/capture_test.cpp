@@ -8,7 +8,6 @@
 #include <stdlib.h>
 
 #include <chrono>
-#include <new>
 
 namespace vsccam {
 namespace {
@@ -294,13 +293,6 @@ TEST_F(CaptureTest, EntersAndLeavesLongExposureWhileVideoRuns)
     }
 }
 
-TEST_F(CaptureTest, AThreadThatThrowsEndsAlone)
-{
-    Thread thread;
-    ASSERT_TRUE(thread.Start([] { throw std::bad_alloc(); }));
-    thread.Join();
-}
-
 TEST_F(CaptureTest, DeletingACameraEndsWhatRuns)
 {
     const int device = Bus().Plug("VSC470MM-Cool");
@@ -423,27 +415,6 @@ TEST_F(CaptureTest, NothingOfAnEarlierRunIsDelivered)
     }
 }
 
-TEST_F(CaptureTest, FormatChangesDuringVideoLeaveNoFrameOfTheOldSize)
-{
-    OpenSmall();
-    startCapture();
-    ASSERT_TRUE(Number(NextFrame(1000)));
-    for (int i = 0; i < 60; ++i) {
-        const int width = i % 2 ? 320 : 160;
-        ASSERT_TRUE(setImageFormat(width, 240, 1, VSC_IMG_RAW8));
-        setStartPos(64, 32);
-        if (i % 3 == 0)
-            setValue(CONTROL_BANDWIDTH, 40 + i, false);
-        Bytes frame;
-        do // the start position follows the size: frames between the two are centred
-            frame = NextFrame(1000);
-        while (!frame.empty() && !PatternNumber(frame, width, 64, 32) &&
-               PatternNumber(frame, width, (1936 - width) / 2, (1096 - 240) / 2));
-        ASSERT_FALSE(frame.empty());
-        ASSERT_TRUE(PatternNumber(frame, width, 64, 32)) << i;
-    }
-}
-
 TEST_F(CaptureTest, LongExposureIsGatedByTheHost)
 {
     const int device = OpenSmall({}, 3'000'000);
@@ -454,18 +425,6 @@ TEST_F(CaptureTest, LongExposureIsGatedByTheHost)
               Wire("cmd AA; fpga 00=F1; sony 3000=01; cmd A9; sony 3000=00; fpga 00=E1;"
                    "clear halt 81;fpga 0B=01 0B=00;"
                    "fpga 00=F1; sony 3000=01; cmd AA; clear halt 81;close"));
-}
-
-TEST_F(CaptureTest, LongExposureSurvivesOneIoErrorAndFailsAtTheSecond)
-{
-    for (const auto &[errors, status] : {std::pair{1U, VSC_EXP_SUCCESS}, {2U, VSC_EXP_FAILED}}) {
-        const int device =
-            OpenSmall({.faults = {{.fault = Fault::IoErrorFrame, .amount = errors}}}, 2'000'000);
-        EXPECT_EQ(Expose(), status + 0) << errors;
-        EXPECT_EQ(ExposedFrame().empty(), status == VSC_EXP_FAILED);
-        EXPECT_EQ(getExpStatus(), VSC_EXP_IDLE);
-        Remove(device);
-    }
 }
 
 TEST_F(CaptureTest, LateCancelNeitherHangsNorTearsLaterFrames)

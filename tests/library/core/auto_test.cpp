@@ -171,18 +171,6 @@ TEST(AutoWhiteBalance, MeasuresTheMosaicInEveryPhaseAndDepth)
     }
 }
 
-TEST(AutoWhiteBalance, FlatBlocksHardlyCount)
-{
-    const Size size{320, 240};
-    Bytes frame(320 * 240, 255); // half of it is saturated, half has detail
-    for (size_t y = 0; y < 120; ++y) {
-        for (size_t x = 0; x < 320; ++x)
-            frame[y * 320 + x] = static_cast<uint8_t>(40 + (x / 2) % 2 * 120);
-    }
-    EXPECT_NEAR(MosaicLevels({frame, size}, BayerPhase::kRG, 1).green, 100, 8);
-    EXPECT_EQ(MosaicLevels({Bytes(320 * 240, 0), size}, BayerPhase::kRG, 1).red, 0);
-}
-
 /// Automatics at work on simulated cameras.
 class AutoLoopTest : public HostTest {
   protected:
