@@ -54,7 +54,7 @@ void SleepFor(std::chrono::milliseconds time)
     }
     const auto deadline = (Clock::now() + time).time_since_epoch().count();
     while (source->NowNs() < deadline)
-        source->WaitForWake(source->WakeCount(), deadline);
+        source->WaitForWake(nullptr, source->WakeCount(nullptr), deadline);
 }
 
 } // namespace vsccam

@@ -34,11 +34,11 @@ bool Thread::Start(std::function<void()> body)
             RunGuarded(body);
             m_finished = true;
             if (source)
-                source->ThreadEnds();
+                source->ThreadEnds(this);
         });
     } catch (const std::exception &) {
         if (source)
-            source->ThreadEnds();
+            source->ThreadEnds(this);
         return false;
     }
     return true;
@@ -49,8 +49,8 @@ void Thread::Join()
     if (!m_thread.joinable())
         return;
     if (TimeSource *source = CurrentTimeSource()) {
-        for (uint64_t seen = source->WakeCount(); !m_finished; seen = source->WakeCount())
-            source->WaitForWake(seen, TimeSource::kForever);
+        for (uint64_t seen = source->WakeCount(this); !m_finished; seen = source->WakeCount(this))
+            source->WaitForWake(this, seen, TimeSource::kForever);
     }
     m_thread.join();
 }

@@ -51,10 +51,10 @@ template <class Mutex> class VSC_CAPABILITY BasicCriticalSection {
             return;
         ++m_contenders;
         for (;;) {
-            const uint64_t seen = source->WakeCount();
+            const uint64_t seen = source->WakeCount(this);
             if (m_mutex.try_lock())
                 break;
-            source->WaitForWake(seen, TimeSource::kForever);
+            source->WaitForWake(this, seen, TimeSource::kForever);
         }
         --m_contenders;
     }
@@ -66,7 +66,7 @@ template <class Mutex> class VSC_CAPABILITY BasicCriticalSection {
         m_mutex.unlock();
         TimeSource *source = CurrentTimeSource();
         if (source && m_contenders.fetch_add(0) > 0)
-            source->Wake();
+            source->Wake(this);
     }
 
   private:
@@ -115,7 +115,7 @@ class Condition {
     {
         m_condition.notify_all();
         if (TimeSource *source = CurrentTimeSource())
-            source->Wake();
+            source->Wake(this);
     }
 
     /// Waits with the lock released until `predicate` holds; false when `deadline` passed first.
@@ -129,9 +129,9 @@ class Condition {
         while (!predicate()) {
             if (Clock::now() >= deadline)
                 return false;
-            const uint64_t seen = source->WakeCount();
+            const uint64_t seen = source->WakeCount(this);
             lock.unlock();
-            source->WaitForWake(seen, deadline.time_since_epoch().count());
+            source->WaitForWake(this, seen, deadline.time_since_epoch().count());
             lock.lock();
         }
         return true;

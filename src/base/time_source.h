@@ -10,7 +10,8 @@ namespace vsccam {
 /// which a 2,000 s exposure takes no time and no test depends on the speed of the machine.
 ///
 /// A thread waits like this: it reads WakeCount, tests its condition, and if that does not hold
-/// calls WaitForWake with the count it read. A Wake in between is never lost.
+/// calls WaitForWake with the count it read. A Wake in between is never lost. Each object that is
+/// waited on has a count of its own, so that a Wake for another one ends no wait.
 class TimeSource {
   public:
     static constexpr int64_t kForever = INT64_MAX;
@@ -18,21 +19,21 @@ class TimeSource {
     /// Nanoseconds since an arbitrary start; never runs backwards.
     virtual int64_t NowNs() = 0;
 
-    /// Number of Wake calls so far.
-    virtual uint64_t WakeCount() = 0;
+    /// Number of Wake calls for `object` so far.
+    virtual uint64_t WakeCount(const void *object) = 0;
 
     /// Returns when WakeCount differs from `seen` or when the time reaches `deadlineNs`.
-    virtual void WaitForWake(uint64_t seen, int64_t deadlineNs) = 0;
+    virtual void WaitForWake(const void *object, uint64_t seen, int64_t deadlineNs) = 0;
 
-    /// Lets every waiting thread test its condition again.
-    virtual void Wake() = 0;
+    /// Lets every thread that waits on `object` test its condition again.
+    virtual void Wake(const void *object) = 0;
 
     /// A thread that will use this time source is about to start (called by the thread that starts
-    /// it), begins to run, or is at its end (both called by itself; the end is a Wake, too). Time
-    /// that only moves while all threads wait needs their number.
+    /// it), begins to run, or is at its end (both called by itself; the end is a Wake for
+    /// `thread`). Time that only moves while all threads wait needs their number.
     virtual void ThreadStarts() = 0;
     virtual void ThreadRuns() = 0;
-    virtual void ThreadEnds() = 0;
+    virtual void ThreadEnds(const void *thread) = 0;
 
   protected:
     ~TimeSource() = default;

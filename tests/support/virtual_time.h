@@ -4,6 +4,12 @@
 #include "standin/bus.h"
 #include "standin/virtual_clock.h"
 
+#include <cstddef>
+#include <map>
+#include <memory>
+#include <memory_resource>
+#include <mutex>
+
 namespace vsccam {
 
 /// One virtual time line for the library and the simulated bus, as long as the object lives. The
@@ -30,28 +36,39 @@ class VirtualTime final : private TimeSource {
     vscsim::VirtualClock &Clock() { return m_clock; }
 
   private:
-    int64_t NowNs() override { return m_library.Now().count(); }
-    uint64_t WakeCount() override { return m_library.WakeCount(); }
-    void WaitForWake(uint64_t seen, int64_t deadlineNs) override
+    static constexpr size_t kRoom = 1 << 20;
+
+    int64_t NowNs() override { return m_clock.Now().count(); }
+    uint64_t WakeCount(const void *object) override { return Of(object).WakeCount(); }
+    void WaitForWake(const void *object, uint64_t seen, int64_t deadlineNs) override
     {
-        m_library.WaitForWake(seen, vscsim::Time(deadlineNs), "a wait of the library");
+        Of(object).WaitForWake(seen, vscsim::Time(deadlineNs), "a wait of the library");
     }
-    void Wake() override
+    void Wake(const void *object) override
     {
-        m_library.Wake();
+        Of(object).Wake();
         m_clock.Yield();
+    }
+    vscsim::VirtualClock::Channel &Of(const void *object)
+    {
+        const std::lock_guard lock(m_mutex);
+        return m_channels.try_emplace(object, m_clock).first->second;
     }
     void ThreadStarts() override { m_clock.ThreadStarts(); }
     void ThreadRuns() override { m_clock.ThreadRuns(); }
-    void ThreadEnds() override
+    void ThreadEnds(const void *thread) override
     {
-        m_library.Wake();
+        Of(thread).Wake();
         m_clock.ThreadEnds();
     }
 
     vscsim::VirtualClock m_clock;
     vscsim::VirtualClock::Channel m_bus{m_clock};
-    vscsim::VirtualClock::Channel m_library{m_clock};
+    std::mutex m_mutex; // guards the map
+    // By what is waited for, in room of its own: some tests let allocations fail.
+    std::unique_ptr<std::byte[]> m_room{new std::byte[kRoom]};
+    std::pmr::monotonic_buffer_resource m_memory{m_room.get(), kRoom};
+    std::pmr::map<const void *, vscsim::VirtualClock::Channel> m_channels{&m_memory};
 };
 
 } // namespace vsccam
