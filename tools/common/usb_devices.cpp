@@ -11,6 +11,7 @@
 #include <vsccam.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
@@ -140,6 +141,7 @@ std::vector<UsbDevice> FindUsbDevices()
         device.address = ReadUnsigned(folder + "devnum", 10);
         device.node = fmt::format("/dev/bus/usb/{:03}/{:03}", device.bus, device.address);
         device.permitted = access(device.node.c_str(), R_OK | W_OK) == 0;
+        device.hasNode = device.permitted || errno != ENOENT;
         const std::string driver = LinkTarget(folder + port + ":1.0/driver");
         device.driver = driver.substr(driver.rfind('/') + 1);
         devices.push_back(device);

@@ -25,6 +25,7 @@ struct UsbDevice {
     std::string node;   // device file
     std::string driver; // of its interface; empty: none
     bool permitted = false;
+    bool hasNode = true; // a container may lack it
 
     /// A program that uses the camera holds its interface through this driver.
     bool Busy() const { return driver == "usbfs"; }

@@ -56,21 +56,32 @@ Finding CheckModel(const CameraFacts &camera, const Facts &)
         fmt::format("{} ({:04x}:{:04x})", product->name, VSCCAM_VENDOR_ID, product->productId));
 }
 
-const std::string kInstallRule =
-    "sudo cp 60-vsccam.rules /etc/udev/rules.d/ && sudo udevadm control --reload";
+/// A rule counts for a device only when the system looks at that device anew.
+const std::string kApplyRule = fmt::format(
+    "sudo udevadm trigger --subsystem-match=usb --attr-match=idVendor={:04x}", VSCCAM_VENDOR_ID);
 const std::string kJoinGroup = "sudo usermod -aG plugdev \"$USER\"";
 const std::string kNewLogin = "newgrp plugdev";
 
+std::string InstallRule(const Facts &facts)
+{
+    return fmt::format("sudo cp '{}' /etc/udev/rules.d/ && sudo udevadm control --reload && {}",
+                       facts.ruleSource, kApplyRule);
+}
+
 Finding CheckPermission(const CameraFacts &camera, const Facts &facts)
 {
+    // Devices of this kind have the number 189.
+    constexpr const char *kShareNodes = "docker run -v /dev/bus/usb:/dev/bus/usb "
+                                        "--device-cgroup-rule='c 189:* rmw' ...";
     const std::string &node = camera.device.node;
     if (camera.device.permitted)
         return Ok(fmt::format("{} can be read and written", node));
-    std::string remedy =
-        fmt::format("sudo udevadm trigger --subsystem-match=usb --attr-match=idVendor={:04x}",
-                    VSCCAM_VENDOR_ID);
+    if (!camera.device.hasNode)
+        return Fail(fmt::format("{} is missing: a container needs /dev/bus/usb", node),
+                    kShareNodes);
+    std::string remedy = kApplyRule;
     if (facts.ruleFile.empty())
-        remedy = kInstallRule;
+        remedy = InstallRule(facts);
     else if (facts.membership != Membership::kMember)
         remedy = facts.membership == Membership::kNone ? kJoinGroup : kNewLogin;
     return Fail(fmt::format("{} may not be read and written", node), remedy);
@@ -81,9 +92,9 @@ Finding CheckHolder(const CameraFacts &camera, const Facts &)
     const UsbDevice &device = camera.device;
     const std::string names = fmt::format("{}", fmt::join(camera.holders, ", "));
     if (device.Busy())
-        return Fail(
+        return Warn(
             fmt::format("in use by {}", names.empty() ? "a program of another user" : names),
-            fmt::format("sudo fuser -v -k -TERM {}", device.node));
+            fmt::format("sudo fuser -v {}", device.node));
     if (!device.driver.empty())
         return Fail(fmt::format("held by the kernel's driver {}", device.driver),
                     fmt::format("echo {}:1.0 | sudo tee /sys/bus/usb/drivers/{}/unbind",
@@ -150,7 +161,7 @@ Finding CheckRule(const Facts &facts)
     if (!facts.ruleFile.empty())
         return Ok(facts.ruleFile);
     return {AllPermitted(facts) ? Verdict::kWarn : Verdict::kFail,
-            "the rule that lets users work the cameras is not installed", kInstallRule};
+            "the rule that lets users work the cameras is not installed", InstallRule(facts)};
 }
 
 Finding CheckGroup(const Facts &facts)
@@ -174,11 +185,8 @@ Finding CheckUsbfsMemory(const Facts &facts)
     if (facts.cameras.empty())
         return Ok("no camera needs any");
     int64_t all = 0;
-    int64_t largest = 0;
-    for (const CameraFacts &camera : facts.cameras) {
+    for (const CameraFacts &camera : facts.cameras)
         all += FrameMiB(camera);
-        largest = std::max(largest, FrameMiB(camera));
-    }
     if (!facts.usbfsLimitMiB)
         return Warn("the kernel does not tell its limit", "sudo modprobe usbcore");
     const int64_t limit = *facts.usbfsLimitMiB;
@@ -190,7 +198,7 @@ Finding CheckUsbfsMemory(const Facts &facts)
     const std::string found = fmt::format("{}{} MiB", need, limit);
     if (limit >= all)
         return Ok(found);
-    return {limit < largest ? Verdict::kFail : Verdict::kWarn, found, RaiseUsbfsLimit(all)};
+    return Warn(found, RaiseUsbfsLimit(all)); // what does not fit is queued in turn
 }
 
 Finding CheckMemory(const Facts &facts)

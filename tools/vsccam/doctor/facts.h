@@ -41,7 +41,8 @@ struct FolderFacts {
 
 struct Facts {
     std::vector<CameraFacts> cameras;
-    std::string ruleFile; // empty: none
+    std::string ruleFile;   // empty: none
+    std::string ruleSource; // from where it can be copied
     Membership membership = Membership::kMember;
     std::optional<int64_t> usbfsLimitMiB; // 0: none
     int64_t availableMemory = 0;          // bytes

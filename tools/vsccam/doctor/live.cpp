@@ -20,7 +20,8 @@ constexpr std::string_view kAccount = "dropped "; // of the library, when a capt
 /// Whether frames were lost on their way, not because nobody took them.
 bool TellsLosses(std::string_view account)
 {
-    constexpr const char *kLosses[] = {"short:", "marks:", "counter:", "lost:", "reads:"};
+    constexpr const char *kLosses[] = {
+        "short:", "marks:", "counter:", "half set:", "lost:", "reads:"};
     return std::ranges::any_of(kLosses, [account](const std::string &loss) {
         const size_t at = account.find(loss);
         return at != std::string_view::npos && !account.substr(at + loss.size()).starts_with('0');

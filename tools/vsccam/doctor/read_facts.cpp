@@ -91,6 +91,15 @@ std::string RuleFile()
     return "";
 }
 
+/// The rule that came with this program: it was installed beside it, or built with it.
+std::string RuleSource()
+{
+    const std::filesystem::path folder =
+        std::filesystem::path(LinkTarget("/proc/self/exe")).parent_path().parent_path();
+    const auto installed = folder / "lib/udev/rules.d" / kRuleName;
+    return access(installed.c_str(), F_OK) == 0 ? installed : folder / "packaging" / kRuleName;
+}
+
 Membership MembershipOfUser()
 {
     // One thread only looks at users and groups. NOLINTBEGIN(concurrency-mt-unsafe)
@@ -239,6 +248,7 @@ Facts ReadFacts(const std::filesystem::path &folder)
     for (const UsbDevice &device : FindUsbDevices())
         facts.cameras.push_back(Around(device));
     facts.ruleFile = RuleFile();
+    facts.ruleSource = RuleSource();
     facts.membership = MembershipOfUser();
     facts.usbfsLimitMiB = UsbfsLimitMiB();
     facts.availableMemory = AvailableMemory();
