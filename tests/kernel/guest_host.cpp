@@ -45,6 +45,7 @@ struct Order {
     int type;
     int exposureUs;
     int count;
+    int dropped; // frames at least, when something goes wrong on purpose
 };
 
 /// Frames of the first camera in a raw format without binning. From one to the next, all their low
@@ -129,6 +130,7 @@ constexpr int kWaitMs = 60'000; // a machine that does nothing else needs none o
 void Stream(const Order &order, bool check)
 {
     Frames frames(order);
+    setDebugPrint(order.dropped > 0);
     startCapture();
     CHECK(frames.Next(kWaitMs) && frames.Next(kWaitMs));
     const auto begin = Clock::now();
@@ -144,9 +146,13 @@ void Stream(const Order &order, bool check)
     const double rate = order.count / SecondsSince(begin);
     const double cpuMs = static_cast<double>(std::clock() - beginCpu) * 1e3 / CLOCKS_PER_SEC;
     const long grownKiB = MostResidentKiB() - resident;
-    std::printf("%.1f frames/s, %.1f MB/s, %u missed, %.2f ms of processor each, %+ld KiB\n", rate,
-                rate * frames.Size() * 1e-6, missed, cpuMs / order.count, grownKiB);
+    std::printf("%.1f frames/s, %.1f MB/s, %u missed, %.2f ms of processor each, %+ld KiB, "
+                "%d dropped\n",
+                rate, rate * frames.Size() * 1e-6, missed, cpuMs / order.count, grownKiB,
+                getDroppedFrames());
+    (void)std::fflush(stdout);
     CHECK(grownKiB <= 4L * frames.Size() / 1024); // buffers that are used for the first time
+    CHECK(getDroppedFrames() >= order.dropped);
 }
 
 int Expose(Frames &frames)
@@ -222,14 +228,15 @@ constexpr struct {
 
 } // namespace
 
-/// guest_host COMMAND raw8|raw16 EXPOSURE_US COUNT
+/// guest_host COMMAND raw8|raw16 EXPOSURE_US COUNT [DROPPED]
 int main(int argc, char **argv)
 {
-    CHECK(argc == 5);
+    CHECK(argc == 5 || argc == 6);
     const bool twoBytes = std::string_view(argv[2]) == "raw16";
     const Order order = {.type = twoBytes ? VSC_IMG_RAW16 : VSC_IMG_RAW8,
                          .exposureUs = std::atoi(argv[3]),
-                         .count = std::atoi(argv[4])};
+                         .count = std::atoi(argv[4]),
+                         .dropped = argc > 5 ? std::atoi(argv[5]) : 0};
     for (const auto &command : kCommands) {
         if (command.name == argv[1])
             return command.run(order), EXIT_SUCCESS;
