@@ -99,8 +99,9 @@ uint8_t RequestIn(std::string_view text)
 }
 
 /// What holds for a rule whichever way it was written.
-FaultRule Checked(const FaultRule &rule)
+FaultRule Checked(FaultRule rule, std::optional<uint64_t> count)
 {
+    rule.count = count.value_or(rule.probability < 1.0 ? kForEver : 1);
     if (!(rule.probability >= 0.0 && rule.probability <= 1.0))
         throw BadPlan{"probability must lie between 0 and 1"};
     if (rule.count == 0)
@@ -119,6 +120,7 @@ FaultRule RuleInShorthand(std::string_view text)
         return std::min(rest.find_first_of(kSigns), rest.size());
     };
     FaultRule rule = RuleNamed(text.substr(0, partLength(text)));
+    std::optional<uint64_t> count;
     text.remove_prefix(partLength(text));
     while (!text.empty()) {
         const char sign = text.front();
@@ -130,13 +132,13 @@ FaultRule RuleInShorthand(std::string_view text)
         else if (sign == '@')
             rule.from = NumberIn<uint64_t>(value, "number after @");
         else if (sign == 'x')
-            rule.count = value == "*" ? kForEver : NumberIn<uint64_t>(value, "number after x");
+            count = value == "*" ? kForEver : NumberIn<uint64_t>(value, "number after x");
         else if (sign == '%')
             rule.probability = ProbabilityIn(value);
         else
             rule.amount = NumberIn<uint64_t>(value, "number after =");
     }
-    return Checked(rule);
+    return Checked(rule, count);
 }
 
 uint64_t NumberIn(const Json &value, std::string_view what)
@@ -161,6 +163,7 @@ FaultRule RuleInJson(const Json &object)
     if (!object.is_object() || !object.contains("fault") || !object["fault"].is_string())
         throw BadPlan{"a rule is an object with a member \"fault\""};
     FaultRule rule = RuleNamed(object["fault"].get_ref<const std::string &>());
+    std::optional<uint64_t> count;
     for (const auto &[key, value] : object.items()) {
         if (key == "fault")
             continue;
@@ -169,7 +172,7 @@ FaultRule RuleInJson(const Json &object)
         else if (key == "from")
             rule.from = NumberIn(value, "from");
         else if (key == "count")
-            rule.count = value == "*" ? kForEver : NumberIn(value, "count");
+            count = value == "*" ? kForEver : NumberIn(value, "count");
         else if (key == "probability" && value.is_number())
             rule.probability = value.get<double>();
         else if (key == "probability")
@@ -179,7 +182,7 @@ FaultRule RuleInJson(const Json &object)
         else
             throw BadPlan{"unknown member " + Quoted(key)};
     }
-    return Checked(rule);
+    return Checked(rule, count);
 }
 
 /// Reads each part with `read`; a message says which one is wrong.

@@ -55,8 +55,9 @@ std::string_view NameOf(Fault fault); // "short-frame", as a plan spells it
 
 /// Reads a plan: JSON (an array of objects with the members of FaultRule, `fault` as text) or the
 /// shorthand "short-frame@5,empty-frame@10x4,refuse-request:b6@3,unplug@100,bad-head%0.01", in
-/// which @N is `from`, xN is `count` ("x*" for ever), %P is `probability`, :HEX is `request`, and
-/// =N is `amount`. A path to a file with JSON is read, too.
+/// which @N is `from`, xN is `count` ("x*" for ever, which it is by default where there is a
+/// probability), %P is `probability`, :HEX is `request`, and =N is `amount`. A path to a file with
+/// JSON is read, too.
 /// @return nothing and a message in `error` when the text is no plan
 std::optional<FaultPlan> ParseFaultPlan(std::string_view text, std::string *error);
 

@@ -35,7 +35,7 @@ TEST(FaultPlan, ReadsShorthandAndJsonAlike)
         {"short-answer:ADx*",
          R"([{"fault": "short-answer", "request": "0xad", "count": "*"}])",
          {{.fault = Fault::ShortAnswer, .request = 0xAD, .count = kForEver}}},
-        {"bad-head%0.25x*,mute@7",
+        {"bad-head%0.25,mute@7",
          R"([{"fault": "bad-head", "probability": 0.25, "count": "*"},
              {"fault": "mute", "from": 7}])",
          {{.fault = Fault::BadHead, .count = kForEver, .probability = 0.25},
@@ -91,6 +91,25 @@ TEST(FaultPlan, SaysWhatIsWrongAndWhere)
     }
     EXPECT_FALSE(ParseFaultPlan("x", nullptr));
     EXPECT_FALSE(ParseFaultPlan(std::string(100'000, '['), nullptr));
+}
+
+TEST(Faults, ComeAtRandomFromTheSeed)
+{
+    const auto spoiled = [](uint64_t seed) {
+        Host host({.seed = seed, .speed = 0, .faults = Plan("bad-head%0.1")});
+        host.Program({.width = 8, .height = 2});
+        host.Start();
+        std::vector<int> numbers;
+        for (int i = 0; i < 1000; ++i)
+            if (Word(host.Read(16), 0) != 0x5A7E)
+                numbers.push_back(i);
+        return numbers;
+    };
+    const std::vector<int> first = spoiled(1);
+    EXPECT_GT(first.size(), 60U);
+    EXPECT_LT(first.size(), 140U);
+    EXPECT_EQ(first, spoiled(1));
+    EXPECT_NE(first, spoiled(2));
 }
 
 } // namespace
