@@ -9,6 +9,9 @@ namespace vscsim {
 /// How a frame is marked: by the FPGA at both ends, or by a controller without one at its head.
 enum class MarkStyle { BothEnds, Head };
 
+/// No sensor is faster. Registers with any value in them may ask for more.
+inline constexpr Time kShortestPeriod = std::chrono::microseconds(10);
+
 /// What one frame is made with: the registers of sensor and FPGA as they act when it begins.
 struct FrameSettings {
     SensorReadout sensor;
@@ -25,7 +28,7 @@ struct FrameSettings {
     size_t Bytes() const { return RowBytes() * static_cast<size_t>(height); }
 
     /// Whether sensor and FPGA can make a frame of it at all.
-    bool Possible() const { return Bytes() != 0 && period > Time::zero(); }
+    bool Possible() const { return Bytes() != 0 && period >= kShortestPeriod; }
 };
 
 /// The frame that the FPGA makes of what the sensor sends.

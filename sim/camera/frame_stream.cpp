@@ -58,7 +58,10 @@ std::optional<FrameStream::Frame> FrameStream::Expose(const FrameSettings &setti
 std::optional<FrameStream::Frame> FrameStream::ExposeFree(Time starts)
 {
     const FrameSettings settings = m_board.Settings();
-    return Expose(settings, starts + Paced(settings.period),
+    // However fast the time goes, each frame of the past is gone through.
+    const Time period =
+        HostPaced() ? Time::zero() : std::max(Paced(settings.period), kShortestPeriod);
+    return Expose(settings, starts + period,
                   settings.exposure + std::exchange(m_frozenExposure, Time::zero()));
 }
 

@@ -36,6 +36,25 @@ TEST(Stream, NothingComesUnlessEverySwitchIsOn)
         }
 }
 
+TEST(Stream, NoRegisterAndNoSpeedMakesFramesWithoutEnd)
+{
+    Host flying({.speed = 1e12});
+    flying.Program({});
+    flying.Start();
+    flying.camera.Advance(flying.now + 1s);
+    EXPECT_NEAR(static_cast<double>(flying.camera.Frames().produced), 1e5, 1);
+
+    Host hurried({.speed = 1.0}, "VSC340MM");
+    constexpr std::pair<int, int> kRegisters[] = {{0x302E, 1}, {0x3030, 0xFFFF}, {0x3006, 2},
+                                                  {0x300A, 0}, {0x3012, 0},      {0x300C, 0x58},
+                                                  {0x301A, 4}};
+    for (const auto &[address, value] : kRegisters)
+        hurried.Word(address, value);
+    (void)hurried.Out(0xA9);
+    hurried.camera.Advance(hurried.now + 1ms);
+    EXPECT_EQ(hurried.camera.Frames().produced, 0U);
+}
+
 TEST(Stream, AStoppedStreamLeavesNothingToTheNext)
 {
     const Host::Format format;
