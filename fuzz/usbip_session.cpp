@@ -10,12 +10,12 @@ using namespace std::chrono_literals;
 
 namespace {
 
-void Fetch(UsbIpSession &session)
+void Fetch(UsbIpSession &session, Time now)
 {
     while (session.HasUnsent()) {
         const auto parts = session.Unsent();
         Must(parts[0].size() + parts[1].size() > 0);
-        session.Sent(parts[0].size() + parts[1].size());
+        session.Sent(parts[0].size() + parts[1].size(), now);
     }
 }
 
@@ -43,7 +43,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *bytes, size_t size)
         session.Receive(piece, now);
         now += std::chrono::milliseconds(decisions.Byte());
         Must(session.Advance(now) > now);
-        Fetch(session);
+        Fetch(session, now);
     }
     return 0;
 }

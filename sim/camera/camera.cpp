@@ -89,10 +89,12 @@ Camera::Camera(const ModelFacts &model, const CameraOptions &options)
 
 void Camera::PowerCycle(LinkSpeed link)
 {
-    State &old = *m_state;
-    old.options.link = link;
-    Memories kept = {std::move(old.board.flash), std::move(old.board.eeprom)};
-    m_state = std::make_unique<State>(old.model, old.options, std::move(kept));
+    const ModelFacts model = m_state->model;
+    CameraOptions options = std::move(m_state->options);
+    options.link = link;
+    Memories kept = {std::move(m_state->board.flash), std::move(m_state->board.eeprom)};
+    m_state.reset(); // first, as there may be no memory for two
+    m_state = std::make_unique<State>(model, std::move(options), std::move(kept));
 }
 
 Camera::~Camera() = default;

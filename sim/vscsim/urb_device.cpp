@@ -11,6 +11,9 @@ namespace {
 
 constexpr size_t kOverhead = 512; // what the kernel books besides the buffer, about
 
+// Several times what any program has; each is looked for among all of them.
+constexpr size_t kMostTransfers = 1024;
+
 constexpr size_t Booked(size_t length)
 {
     return length + kOverhead;
@@ -65,7 +68,10 @@ UrbDevice::UrbDevice(const ModelFacts &model, const CameraOptions &options, size
 
 bool UrbDevice::HasRoomFor(size_t length) const
 {
-    return Booked(length) <= m_memoryLimit - m_memoryUsed;
+    size_t transfers = m_finished.size();
+    for (const auto &[endpoint, queue] : m_queues)
+        transfers += queue.size();
+    return transfers < kMostTransfers && Booked(length) <= m_memoryLimit - m_memoryUsed;
 }
 
 int UrbDevice::Submit(Urb &&transfer, Time now)

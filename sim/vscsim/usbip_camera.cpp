@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <memory>
+#include <new>
 #include <utility>
 
 namespace vscsim {
@@ -70,7 +71,10 @@ void UsbIpCamera::SubmitToCamera(const usbip::Submit &submit, Time now)
         }
     }
     const size_t length = submit.length + (control ? Urb::kSetupBytes : 0);
-    if (!m_device.HasRoomFor(length)) {
+    std::unique_ptr<uint8_t[]> data;
+    if (m_device.HasRoomFor(length))
+        data.reset(new (std::nothrow) uint8_t[length]);
+    if (!data) {
         Answer(submit.number, -ENOMEM);
         return;
     }
@@ -79,7 +83,7 @@ void UsbIpCamera::SubmitToCamera(const usbip::Submit &submit, Time now)
                .name = submit.number,
                .endpoint = static_cast<uint8_t>(submit.endpoint | direction),
                .length = length,
-               .data = std::make_unique_for_overwrite<uint8_t[]>(length),
+               .data = std::move(data),
                .wantsAll = submit.shortIsError};
     if (control) {
         std::ranges::copy(submit.setup, urb.data.get());
@@ -103,8 +107,9 @@ std::optional<int> UsbIpCamera::ChangeState(const ControlRequest &request, Time 
     case USB_REQ_SET_CONFIGURATION:
         return Configure(request.value, now);
     case USB_REQ_CLEAR_FEATURE:
-        if (request.requestType == USB_RECIP_ENDPOINT && request.value == USB_ENDPOINT_HALT &&
-            request.index == m_device.ImageEndpoint())
+        if (request.requestType != USB_RECIP_ENDPOINT || request.value != USB_ENDPOINT_HALT)
+            return 0;
+        if (request.index == m_device.ImageEndpoint())
             m_device.ClearHalt(now);
         return 0;
     case USB_REQ_SET_FEATURE: // of power management

@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <memory>
+#include <new>
 #include <stdexcept>
 
 namespace vscsim {
@@ -88,6 +89,7 @@ void NoticeWhenItVanishes(int socket)
     SetOption(socket, IPPROTO_TCP, TCP_KEEPIDLE, 10);
     SetOption(socket, IPPROTO_TCP, TCP_KEEPINTVL, 5);
     SetOption(socket, IPPROTO_TCP, TCP_KEEPCNT, 4);
+    SetOption(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, 30'000); // while something is to be sent
 }
 
 std::string NameOf(const sockaddr_storage &address, socklen_t length)
@@ -150,11 +152,11 @@ void UsbIpServer::Run(int end)
             break;
         auto happened = watched.begin() + 2;
         for (Connection &connection : m_connections) {
-            if ((happened->revents & POLLOUT) != 0)
-                Write(connection);
-            if ((happened->revents & ~POLLOUT) != 0)
-                Read(connection, Now());
-            ++happened;
+            const short events = happened++->revents;
+            if ((events & POLLOUT) != 0)
+                Serve(connection, [&] { Write(connection, Now()); });
+            if ((events & ~POLLOUT) != 0)
+                Serve(connection, [&] { Read(connection, Now()); });
         }
         if (watched[1].revents != 0)
             Accept(Now());
@@ -164,12 +166,24 @@ void UsbIpServer::Run(int end)
             TellEnd(*camera);
 }
 
+/// A connection for which there is no memory ends, and its camera gives back what it has.
+template <class Step> void UsbIpServer::Serve(Connection &connection, const Step &step)
+try {
+    if (!connection.closed)
+        step();
+} catch (const std::bad_alloc &) {
+    fmt::print(stderr, "vscsim: too little memory to serve {}\n", connection.peer);
+    connection.closed = true;
+}
+
 Time UsbIpServer::Advance(Time now)
 {
     Time wake = now + kPause;
     for (Connection &connection : m_connections) {
-        wake = std::min(wake, connection.session.Advance(now));
-        Write(connection);
+        Serve(connection, [&] {
+            wake = std::min(wake, connection.session.Advance(now));
+            Write(connection, now);
+        });
     }
     return wake;
 }
@@ -218,10 +232,10 @@ void UsbIpServer::Read(Connection &connection, Time now)
     session.Receive(std::span(m_buffer).first(static_cast<size_t>(bytes)), now);
     if (session.Attached() && !before)
         Tell(*session.Attached(), "attached by " + connection.peer);
-    Write(connection);
+    Write(connection, now);
 }
 
-void UsbIpServer::Write(Connection &connection)
+void UsbIpServer::Write(Connection &connection, Time now)
 {
     UsbIpSession &session = connection.session;
     while (session.HasUnsent()) {
@@ -237,7 +251,7 @@ void UsbIpServer::Write(Connection &connection)
             connection.closed |= errno != EAGAIN;
             return;
         }
-        session.Sent(static_cast<size_t>(sent));
+        session.Sent(static_cast<size_t>(sent), now);
     }
 }
 

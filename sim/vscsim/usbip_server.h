@@ -52,11 +52,12 @@ class UsbIpServer {
         bool closed = false; // by the client
     };
 
+    template <class Step> void Serve(Connection &connection, const Step &step);
     Time Advance(Time now);
     std::vector<pollfd> Watched(int end, Time now) const;
     void Accept(Time now);
     void Read(Connection &connection, Time now);
-    void Write(Connection &connection);
+    void Write(Connection &connection, Time now);
     void CloseFinished(Time now);
 
     UsbIpCameras m_cameras;

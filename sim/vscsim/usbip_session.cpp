@@ -20,6 +20,12 @@ size_t SizeOf(const UsbIpCamera::Reply &reply)
     return reply.head.size() + BodyOf(reply).size();
 }
 
+/// A reply keeps the whole buffer of its transfer, however little came into it.
+size_t MemoryOf(const UsbIpCamera::Reply &reply)
+{
+    return reply.head.size() + (reply.urb ? reply.urb->length : 0);
+}
+
 } // namespace
 
 UsbIpSession::~UsbIpSession()
@@ -30,7 +36,7 @@ UsbIpSession::~UsbIpSession()
 
 bool UsbIpSession::Listens() const
 {
-    return (m_phase == Phase::Asking || m_phase == Phase::Attached) && m_unsentBytes < kMostUnsent;
+    return (m_phase == Phase::Asking || m_phase == Phase::Attached) && m_unsentMemory < kMostUnsent;
 }
 
 bool UsbIpSession::Over() const
@@ -41,12 +47,19 @@ bool UsbIpSession::Over() const
 void UsbIpSession::Receive(std::span<const uint8_t> bytes, Time now)
 {
     m_received.insert(m_received.end(), bytes.begin(), bytes.end());
+    TakeReceived(now);
+}
+
+/// Takes what has come, as long as the answers are fetched.
+void UsbIpSession::TakeReceived(Time now)
+{
     std::span<const uint8_t> rest = m_received;
-    while (const size_t taken = TakeNext(rest, now))
+    while (const size_t taken = Listens() ? TakeNext(rest, now) : 0) {
         rest = rest.subspan(taken);
+        CollectReplies();
+    }
     m_received.erase(m_received.begin(),
                      m_received.end() - static_cast<std::ptrdiff_t>(rest.size()));
-    CollectReplies();
 }
 
 /// Takes one message.
@@ -135,7 +148,7 @@ void UsbIpSession::CollectReplies()
 
 void UsbIpSession::Send(UsbIpCamera::Reply reply)
 {
-    m_unsentBytes += SizeOf(reply);
+    m_unsentMemory += MemoryOf(reply);
     m_unsent.push_back(std::move(reply));
 }
 
@@ -149,14 +162,16 @@ std::array<std::span<const uint8_t>, 2> UsbIpSession::Unsent() const
     return {head.subspan(ofHead), body.subspan(m_sentOfFirst - ofHead)};
 }
 
-void UsbIpSession::Sent(size_t bytes)
+void UsbIpSession::Sent(size_t bytes, Time now)
 {
     m_sentOfFirst += bytes;
-    m_unsentBytes -= bytes;
     if (m_unsent.empty() || m_sentOfFirst < SizeOf(m_unsent.front()))
         return;
+    m_unsentMemory -= MemoryOf(m_unsent.front());
     m_unsent.pop_front();
     m_sentOfFirst = 0;
+    if (m_unsent.empty())
+        TakeReceived(now);
 }
 
 } // namespace vscsim

@@ -24,7 +24,7 @@ class UsbIpSession {
     UsbIpSession(const UsbIpSession &) = delete;
     UsbIpSession &operator=(const UsbIpSession &) = delete;
 
-    /// Takes what the client has sent, all of it.
+    /// Takes what the client has sent; what comes while it does not listen has to wait.
     void Receive(std::span<const uint8_t> bytes, Time now);
 
     /// Lets the attached camera go on.
@@ -34,7 +34,7 @@ class UsbIpSession {
     /// The next bytes to send, in two parts, and how many of them were sent.
     std::array<std::span<const uint8_t>, 2> Unsent() const;
     bool HasUnsent() const { return !m_unsent.empty(); }
-    void Sent(size_t bytes);
+    void Sent(size_t bytes, Time now);
 
     /// Whether it takes more. A client that does not fetch its answers has to wait.
     bool Listens() const;
@@ -48,6 +48,7 @@ class UsbIpSession {
   private:
     enum class Phase { Asking, Attached, Leaving, Broken };
 
+    void TakeReceived(Time now);
     size_t TakeNext(std::span<const uint8_t> bytes, Time now);
     size_t Take(usbip::Incomplete, Time now);
     size_t Take(usbip::Garbage, Time now);
@@ -61,10 +62,10 @@ class UsbIpSession {
     const UsbIpCameras &m_cameras;
     Phase m_phase = Phase::Asking;
     UsbIpCamera *m_camera = nullptr;
-    std::vector<uint8_t> m_received; // of a message that is not complete
+    std::vector<uint8_t> m_received; // of a message that is not complete, or has to wait
     std::deque<UsbIpCamera::Reply> m_unsent;
     size_t m_sentOfFirst = 0;
-    size_t m_unsentBytes = 0;
+    size_t m_unsentMemory = 0;
 };
 
 } // namespace vscsim

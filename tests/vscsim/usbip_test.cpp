@@ -69,7 +69,7 @@ struct Client {
                 bytes.insert(bytes.end(), part.begin(), part.end());
                 sent += part.size();
             }
-            session.Sent(sent);
+            session.Sent(sent, now);
         }
         return bytes;
     }
@@ -220,7 +220,27 @@ TEST(UsbIp, CommandsAreAnsweredInOrderAndEveryUnlinkOnce)
         (void)client.Say(Attach("1-1"), 0s);
         for (const auto &line : dialog)
             EXPECT_EQ(client.Say(line.said, 0s, atOnce), line.answer) << int(line.said[7]);
+        for (uint32_t waiting = 1; waiting < 1024; ++waiting)
+            ASSERT_EQ(client.Say(Submit(11 + waiting, true, 1, 1), 0s), Bytes());
+        EXPECT_EQ(client.Say(Submit(2000, true, 1, 1), 0s), Ended(2000, -12, 0));
     }
+}
+
+TEST(UsbIp, AClientThatFetchesNothingIsNotListenedTo)
+{
+    constexpr uint32_t kAsked = 100;
+    const UsbIpCameras cameras = Cameras();
+    Client client(cameras);
+    (void)client.Say(Attach("1-1"), 0s);
+    Bytes said;
+    for (uint32_t i = 0; i < kAsked; ++i)
+        std::ranges::copy(Submit(i, true, 0, 0xFFFF, 0x80060001, 0xFFFF), std::back_inserter(said));
+    client.session.Receive(said, 0s);
+    EXPECT_FALSE(client.session.Listens()) << "the buffers are long, however short the answers";
+    const Bytes answers = client.Fetch(0s);
+    ASSERT_EQ(answers.size(), kAsked * (48 + 18));
+    EXPECT_EQ(WordAt(answers, answers.size() - 62), kAsked - 1);
+    EXPECT_TRUE(client.session.Listens());
 }
 
 TEST(UsbIp, AConfigurationAfterADescriptorIsAReset)
