@@ -117,6 +117,8 @@ ControlReply UrbDevice::AnswerControl(const ControlRequest &request, Time now)
 {
     if ((request.requestType & USB_TYPE_MASK) != USB_TYPE_STANDARD)
         return m_camera.Control(request, now);
+    if (!request.In() && m_camera.IsMute())
+        return {.outcome = Outcome::Timeout};
     return m_descriptors.Answer(request);
 }
 

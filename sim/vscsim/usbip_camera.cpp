@@ -109,6 +109,8 @@ std::optional<int> UsbIpCamera::ChangeState(const ControlRequest &request, Time 
     case USB_REQ_CLEAR_FEATURE:
         if (request.requestType != USB_RECIP_ENDPOINT || request.value != USB_ENDPOINT_HALT)
             return 0;
+        if (m_device.TheCamera().IsMute())
+            return std::nullopt; // gets no answer; what a reset of the bus needs does
         if (request.index == m_device.ImageEndpoint())
             m_device.ClearHalt(now);
         return 0;

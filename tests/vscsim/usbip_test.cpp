@@ -243,6 +243,23 @@ TEST(UsbIp, AClientThatFetchesNothingIsNotListenedTo)
     EXPECT_TRUE(client.session.Listens());
 }
 
+TEST(UsbIp, AMuteCameraClearsNoHaltAndStopsBeingMuteByAReset)
+{
+    const UsbIpCameras cameras = Cameras("mute:77");
+    Client client(cameras);
+    (void)client.Say(Attach("1-1"), 0s);
+    const Bytes configure = Submit(5, false, 0, 0, 0x00090100, 0);
+    const Bytes clearHalt = Submit(2, false, 0, 0, 0x02010000, 0x81000000);
+    EXPECT_EQ(client.Say(configure, 0s), Ended(5, 0, 0));
+    EXPECT_EQ(client.Say(clearHalt, 0s), Ended(2, 0, 0));
+    EXPECT_EQ(client.Say(Submit(1, true, 0, 4, 0xC0770000, 0x00000400), 0s), Bytes());
+    EXPECT_EQ(client.Say(clearHalt, 0s), Bytes());
+    EXPECT_EQ(client.Say(Unlink(3, 2), 5s), Unlinked(3, -104));
+    (void)client.Say(Submit(4, true, 0, 8, 0x80060001, 0x00000800), 6s);
+    (void)client.Say(configure, 6s);
+    EXPECT_TRUE(client.session.Over()) << "it boots";
+}
+
 TEST(UsbIp, AConfigurationAfterADescriptorIsAReset)
 {
     const UsbIpCameras cameras = Cameras();
