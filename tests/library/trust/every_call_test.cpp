@@ -326,7 +326,7 @@ TEST_P(EveryCall, FailsInPairs)
             random() % 2 ? kControl : kFallible[random() % std::size(kFallible)];
         const uint64_t calls = std::max<uint64_t>(m_calls[fallible.function], 5);
         return Failure{fallible.function, random() % calls,
-                       fallible.codes[random() % fallible.codes.size()]};
+                       fallible.codes[static_cast<size_t>(random() % fallible.codes.size())]};
     };
     for (uint64_t i = 0; i < (EveryPoint() ? 160 : 16) / kSlowness; ++i) {
         const auto lasting = static_cast<Lasting>(random() % 3);
