@@ -383,6 +383,8 @@ bool FrameStream::SendPackets(BulkReply &reply, std::span<uint8_t> room, Time no
     if (sending.sent < Arrived(sending, now)) {
         // The next packet is longer than what is left of the buffer: it is lost.
         sending.sent = std::min(sending.sent + m_packetSize, sending.length);
+        if (sending.ending == FrameEnd::Whole)
+            sending.ending = FrameEnd::Spoiled;
         if (sending.sent == sending.length)
             Flush();
         return Complete(reply, Outcome::Overflow);
