@@ -91,6 +91,14 @@ bool RunOne(const Episode &episode)
     return fault.empty();
 }
 
+/// What went wrong, whatever the numbers in it.
+std::string KindOfFault()
+{
+    std::string kind = g_board->fault;
+    std::erase_if(kind, [](char c) { return c >= '0' && c <= '9'; });
+    return kind;
+}
+
 /// Threads that run all at once do not fail each time.
 bool Fails(const Episode &episode, const char *log = nullptr)
 {
@@ -101,16 +109,17 @@ bool Fails(const Episode &episode, const char *log = nullptr)
     return false;
 }
 
-/// Leaves out events, halves first, as long as the episode fails without them.
+/// Leaves out events, halves first, as long as the episode fails in the same way without them.
 void Shrink(Episode &episode)
 {
+    const std::string kind = KindOfFault();
     for (size_t size = std::max<size_t>(episode.events.size() / 2, 1); size > 0; size /= 2) {
         for (size_t at = 0; at < episode.events.size();) {
             Episode less = episode;
             const auto from = less.events.begin() + static_cast<std::ptrdiff_t>(at);
             less.events.erase(
                 from, from + static_cast<std::ptrdiff_t>(std::min(size, less.events.size() - at)));
-            if (Fails(less))
+            if (Fails(less) && KindOfFault() == kind)
                 episode = less;
             else
                 at += size;
@@ -150,6 +159,19 @@ void PrintCounts()
     for (const soak::Deed &deed : soak::AllDeeds())
         std::printf(" %s %llu,", deed.name, number(counts.events[&deed - soak::AllDeeds().data()]));
     std::printf("\n");
+}
+
+/// Whether enough went wrong for the result to say something.
+bool TriedAll()
+{
+    constexpr uint64_t kMany = 100; // episodes, in which each of these comes about
+    const soak::Counts &counts = g_board->counts;
+    const auto ended = [&counts](vscsim::FrameEnd end) -> uint64_t {
+        return counts.ends[static_cast<size_t>(end)];
+    };
+    return counts.episodes < kMany ||
+           (counts.exposures > 0 && ended(vscsim::FrameEnd::Spoiled) > 0 &&
+            ended(vscsim::FrameEnd::Cut) > 0);
 }
 
 /// What the process holds.
@@ -227,6 +249,7 @@ int main(int argc, char **argv)
         return 2;
     g_board = new (memory) Board;
     const Wishes wishes = WishesIn({argv + 1, argv + argc});
+    std::printf("from seed %llu\n", static_cast<unsigned long long>(wishes.first));
     const auto until = SystemClock::now() + std::chrono::minutes(wishes.minutes);
     const auto goesOn = [&](uint64_t seed) {
         return seed - wishes.first < wishes.episodes &&
@@ -247,5 +270,9 @@ int main(int argc, char **argv)
             return Report(Episode(g_board->seed, wishes.largest));
     }
     PrintCounts();
-    return 0;
+    if (TriedAll())
+        return 0;
+    std::fprintf(stderr,
+                 "soak: no exposure, or no frame that was spoiled or cut: it tries nothing\n");
+    return 1;
 }
