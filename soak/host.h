@@ -106,6 +106,7 @@ class Host {
     std::string m_fault;
     std::atomic<bool> m_changing{false}, m_ended{false}, m_video{false}, m_exposing{false};
     int64_t m_dropsOfExposures = 0;
+    int m_openedOverVideo = 0; // times; each may end a frame of which the library has a part
 };
 
 } // namespace soak
