@@ -382,6 +382,8 @@ CaptureWorker::Turn CaptureWorker::ProgramAgain()
     if (!done)
         Pause(kRestoreInterval);
     CountFramesLostSince(since);
+    if (!done && m_usb.HasTransfersInFlight())
+        return RecoverDevice(); // closing the device frees them
     m_failedRestores = done ? 0 : m_failedRestores + 1;
     if (m_failedRestores < kRestoresToReset)
         return Turn::GoOn;

@@ -174,6 +174,8 @@ class CCameraFX3 {
     [[nodiscard]] BulkStream::Pass ReadFrameOnce(uint8_t *buffer, BulkStream::Timeouts timeouts,
                                                  const RunFlag &running);
     void releaseAsyncXfer();
+    /// Whether transfers were cancelled and did not come back. For the capture worker.
+    bool HasTransfersInFlight() const { return m_stream.InFlight(); }
 
   protected:
     /// Opens the ordinal-th device (from 1, modulo 256) with this product ID, and claims it. A

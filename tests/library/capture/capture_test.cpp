@@ -447,6 +447,26 @@ TEST_F(CaptureTest, LateCancelNeitherHangsNorTearsLaterFrames)
     }
 }
 
+TEST_F(CaptureTest, TransfersThatNeverComeBackDoNotDelayRepairOfALostSetting)
+{
+    const int device = OpenSmall({});
+    startCapture();
+    ASSERT_TRUE(Number(NextFrame(1000)));
+    Bus().DelayCancel(vscsim::kNever);
+    Bus().With(device, [](vscsim::Camera &camera) {
+        camera.PlanFaults({{.fault = Fault::EmptyFrame, .count = 1},
+                           {.fault = Fault::TimeOutRequest, .count = 1}});
+    });
+    setValue(CONTROL_GAIN, 50, false);
+    while (!NextFrame(0).empty()) {
+    }
+    const uint32_t start = GetTickCount();
+    while (!Number(NextFrame(100))) {
+        SleepFor(100ms); // it does not wait for a camera that is gone
+        ASSERT_LE(ElapsedMs(start), 5'000U);
+    }
+}
+
 TEST_F(CaptureTest, QueuesTheRestOfAFrameAsMemoryBecomesFree)
 {
     OpenOne("VSC470MM");
