@@ -114,8 +114,9 @@ CaptureWorker::Turn CaptureWorker::HandleRead(const BulkStream::Pass &pass)
     if (pass.deviceGone)
         return RecoverDevice();
     if (!m_capture.GoOn()) {
-        if (pass.received > 0 && pass.error == 0) // else the read was cut short
-            m_capture.CountDrop(DropReason::NotTaken);
+        if (pass.received > 0 && pass.error == 0 && !m_single) // else the read was cut short
+            m_capture.CountDrop(pass.Brought(m_frame.bytes) ? DropReason::NotTaken
+                                                            : DropReason::Short);
         return Turn::Leave;
     }
     if (m_camera.HalfProgrammed()) {
@@ -127,6 +128,7 @@ CaptureWorker::Turn CaptureWorker::HandleRead(const BulkStream::Pass &pass)
         return ExposeAnew();
     if (pass.received > 0)
         m_troubles.emptyReads = 0;
+    m_capture.CountDrop(DropReason::Short, pass.alsoLost);
     if (!pass.Brought(m_frame.bytes))
         return HandleIncompleteFrame(pass);
     m_troubles.refusedReads = 0;
@@ -206,7 +208,9 @@ BulkStream::Pass CaptureWorker::ReadExposedFrame(const LongExposurePlan &plan)
     BulkStream::Pass pass = m_usb.ReadFrameOnce(Buffer(), timeouts, m_capture.GoOn());
     if (pass.ioError && !pass.deviceGone && m_capture.GoOn()) {
         OutputDbgPrint("Xfer2#\n");
+        const BulkStream::Pass first = pass;
         pass = m_usb.ReadFrameOnce(Buffer(), timeouts, m_capture.GoOn());
+        pass.CountLost(first);
     }
     if (pass.error != 0)
         OutputDbgPrint("transfer error:%d\n", pass.error);

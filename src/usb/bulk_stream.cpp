@@ -146,12 +146,18 @@ void BulkStream::Finish(Pass &pass, Timeouts timeouts, const RunFlag &running, C
 
 void BulkStream::Collect(Pass &pass, Count count) const
 {
+    int frames = 0; // that began to come: a short transfer ends one before its time
+    bool begins = true;
     for (const auto &transfer : m_transfers) {
         if (!transfer->submitted)
             continue;
         const auto status =
             transfer->Completed() ? transfer->usb->status : LIBUSB_TRANSFER_CANCELLED;
         const bool whole = status == LIBUSB_TRANSFER_COMPLETED;
+        if (transfer->Completed() && transfer->usb->actual_length > 0) {
+            frames += begins ? 1 : 0;
+            begins = whole && transfer->usb->actual_length < transfer->usb->length;
+        }
         if (whole || (count == Count::AllThatCame && transfer->Completed()))
             pass.received += transfer->usb->actual_length;
         if (!whole && pass.error == 0)
@@ -159,6 +165,8 @@ void BulkStream::Collect(Pass &pass, Count count) const
         pass.ioError = pass.ioError || status == LIBUSB_TRANSFER_ERROR;
         pass.deviceGone = pass.deviceGone || status == LIBUSB_TRANSFER_NO_DEVICE;
     }
+    if (pass.received > 0)
+        pass.alsoLost = frames - 1;
 }
 
 void BulkStream::Release()

@@ -23,6 +23,7 @@ class BulkStream {
     /// How one pass over the transfers went.
     struct Pass {
         int received = 0;        // bytes of the frame, in order
+        int alsoLost = 0;        // further frames of which a part came
         int error = 0;           // libusb code of the first failure, LIBUSB_ERROR_TIMEOUT included
         bool ioError = false;    // some transfer ended with LIBUSB_TRANSFER_ERROR
         bool deviceGone = false; // some transfer or submission said so
@@ -34,6 +35,9 @@ class BulkStream {
         {
             return received == bytes && (error == 0 || error == LIBUSB_ERROR_TIMEOUT);
         }
+
+        /// This pass repeats one that failed, and so the part of a frame that came then is lost.
+        void CountLost(const Pass &failed) { alsoLost += failed.alsoLost + (failed.received > 0); }
     };
 
     struct Timeouts {

@@ -446,7 +446,9 @@ BulkStream::Pass CCameraFX3::startAsyncXfer(uint8_t *buffer, BulkStream::Timeout
     if (!first.ioError || first.deviceGone || !running)
         return first;
     OutputDbgPrint("repeat 2#\n");
-    return ReadPass(buffer, timeouts, running, kCount);
+    BulkStream::Pass second = ReadPass(buffer, timeouts, running, kCount);
+    second.CountLost(first);
+    return second;
 }
 
 BulkStream::Pass CCameraFX3::ReadFrameOnce(uint8_t *buffer, BulkStream::Timeouts timeouts,
