@@ -51,7 +51,7 @@ template <Fault fault> void Refuse(Host &host, Host::Reader &, Host::Dice &dice)
 }
 
 /// Calls of libusb that are on the way of a frame.
-void FailCalls(Host &, Host::Reader &, Host::Dice &dice)
+void FailCalls(Host &host, Host::Reader &, Host::Dice &dice)
 {
     const char *const functions[] = {"libusb_submit_transfer", "libusb_clear_halt",
                                      "libusb_reset_device",
@@ -59,9 +59,12 @@ void FailCalls(Host &, Host::Reader &, Host::Dice &dice)
     const int codes[] = {LIBUSB_ERROR_IO, LIBUSB_ERROR_NO_MEM, LIBUSB_ERROR_INTERRUPTED};
     const char *const function = functions[Roll(dice, std::size(functions))];
     auto &bus = vscsim::Bus::Instance();
-    bus.FailCalls(bus.Calls(function) + static_cast<uint64_t>(Roll(dice, 3)),
-                  static_cast<uint64_t>(1 + Roll(dice, 6)), codes[Roll(dice, std::size(codes))],
+    const uint64_t from = bus.Calls(function) + static_cast<uint64_t>(Roll(dice, 3));
+    const int count = 1 + Roll(dice, 6);
+    bus.FailCalls(from, static_cast<uint64_t>(count), codes[Roll(dice, std::size(codes))],
                   function);
+    if (function == std::string_view("libusb_clear_halt"))
+        host.mayCountMore += count;
 }
 
 void Unplug(Host &host, Host::Reader &, Host::Dice &dice)

@@ -69,6 +69,10 @@ class Host {
     std::string Fault() const;
 
     std::atomic<int> kernelMs{200}; // that a reset or clearing a halt adds to a call
+    // Frames that the library may count beyond the camera's account: it has a part of one that
+    // opening over running video ended, and takes the rest of one that stayed in the way for
+    // another.
+    std::atomic<int> mayCountMore{0};
 
     struct Count {
         std::atomic<uint64_t> delivered, exposures;
@@ -106,7 +110,6 @@ class Host {
     std::string m_fault;
     std::atomic<bool> m_changing{false}, m_ended{false}, m_video{false}, m_exposing{false};
     int64_t m_dropsOfExposures = 0;
-    int m_openedOverVideo = 0; // times; each may end a frame of which the library has a part
 };
 
 } // namespace soak

@@ -6,8 +6,9 @@
 
 namespace vsccam {
 
-/// Why a frame did not come to a host. Each frame that the camera began to send counts once; but
-/// the lost ones, which were not seen, are an estimate.
+/// Why a frame did not come to a host. Each frame that the camera began to send counts once, but
+/// the rest of one that could not be cleared away looks like another; and the lost ones, which were
+/// not seen, are an estimate.
 enum class DropReason : uint8_t {
     Short,    // bytes are missing
     Marks,    // it does not begin or end as a frame does
