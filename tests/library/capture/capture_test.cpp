@@ -427,6 +427,17 @@ TEST_F(CaptureTest, LongExposureIsGatedByTheHost)
                    "fpga 00=F1; sony 3000=01; cmd AA; clear halt 81;close"));
 }
 
+TEST_F(CaptureTest, LongExposureSurvivesOneIoErrorAndFailsAtTheSecond)
+{
+    for (const auto &[errors, status] : {std::pair{1U, VSC_EXP_SUCCESS}, {2U, VSC_EXP_FAILED}}) {
+        const int device =
+            OpenSmall({.faults = {{.fault = Fault::IoErrorFrame, .amount = errors}}}, 2'000'000);
+        EXPECT_EQ(Expose(), status + 0) << errors;
+        EXPECT_EQ(ExposedFrame().empty(), status == VSC_EXP_FAILED);
+        Remove(device);
+    }
+}
+
 TEST_F(CaptureTest, LateCancelNeitherHangsNorTearsLaterFrames)
 {
     for (const vscsim::Time delay : {vscsim::Time(300ms), vscsim::Time(10s), vscsim::kNever}) {

@@ -104,6 +104,26 @@ TEST_F(RecoveryTest, FlashThatDoesNotAnswerLeavesTheDataBusWide)
     EXPECT_EQ(Bus().TakeTraffic(device).back(), "gpif32 on");
 }
 
+TEST_F(RecoveryTest, ALostSettingIsMadeGoodBeforeAFrameCounts)
+{
+    for (const char *model : {"VSC470MM", "VSC2800MM", "VSC048MM", "VSC340MM"}) {
+        SCOPED_TRACE(model);
+        const int device = OpenOne(model);
+        ASSERT_TRUE(setImageFormat(320, 240, 1, VSC_IMG_RAW8));
+        setValue(CONTROL_EXPOSURE, 30'000, false);
+        startCapture();
+        ASSERT_FALSE(NextFrame(2000).empty());
+        (void)Bus().TakeTraffic(device);
+        LoseRequests(0, 1, 1);
+        setValue(CONTROL_EXPOSURE, 20'000, false);
+        for (int i = 0; i < 2; ++i)
+            (void)NextFrame(0); // of before
+        EXPECT_FALSE(NextFrame(5000).empty());
+        EXPECT_EQ(std::ranges::count(Bus().TakeTraffic(device), "cmd A9"), 1);
+        Remove(device);
+    }
+}
+
 TEST_F(RecoveryTest, LostRequestsHoldNoCallForMoreThanTwoSeconds)
 {
     const struct {

@@ -187,6 +187,28 @@ TEST_F(Usb2CaptureTest, EntersAndLeavesLongExposureWhileVideoRuns)
     }
 }
 
+TEST_F(Usb2CaptureTest, SilentMuteOrLostCameraHoldsNobodyUp)
+{
+    for (const char *model : {"VSC340MM", "VSC470MM"}) {
+        for (const Fault fault : {Fault::EmptyFrame, Fault::Mute, Fault::Unplug}) {
+            for (const int exposureUs : {10'000, 60'000'000}) {
+                SCOPED_TRACE(testing::Message()
+                             << model << " " << NameOf(fault) << " " << exposureUs);
+                OpenOne(model, {.faults = {{.fault = fault, .from = 1, .count = kForEver}}});
+                ASSERT_TRUE(setImageFormat(320, 240, 1, VSC_IMG_RAW8));
+                setValue(CONTROL_EXPOSURE, exposureUs, false);
+                startCapture();
+                (void)NextFrame(1000);
+                for (const int waitMs : {0, 500, 20'000})
+                    EXPECT_LE(Took([=] { return NextFrame(waitMs); }), waitMs + 100U);
+                EXPECT_LE(Took(stopCapture), 2000U);
+                EXPECT_LE(Took(closeCamera), 2000U);
+                NextCase();
+            }
+        }
+    }
+}
+
 /// A sky without noise: its level tells how long a frame was exposed.
 class SingleExposureTest : public Usb2CaptureTest {
   protected:

@@ -38,6 +38,19 @@ TEST(DriveTable, MorePowerNeverMeansAHigherCodeAndTheCodeLeadsBackToThePower)
     }
 }
 
+TEST(TemperatureControl, HasNoSlopeInTheFirstStepAndStepsThePowerUntilTheCodeMoves)
+{
+    TemperatureControl control;
+    control.Restart(kGains);
+    EXPECT_FLOAT_EQ(control.Step(-10.0F, 20.0F).Output(), 0.2F * -30.0F);
+    EXPECT_FLOAT_EQ(control.Step(-10.0F, 18.0F).Output(), 0.2F * -28.0F + 0.6F * 2.0F);
+    DriveSetting drive = DriveForPower(50.0F);
+    const int code = drive.code;
+    ApplyCorrection({.errorC = -0.41F, .p = -0.1F, .i = 0, .d = 0}, drive,
+                    [&drive](float percent) { return drive = DriveForPower(percent); });
+    EXPECT_EQ(drive.code, code - 1);
+}
+
 TEST(TemperatureControl, TakesChangesOfTwoDegreesASecondForGlitches)
 {
     struct Reading {

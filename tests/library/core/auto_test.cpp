@@ -171,6 +171,13 @@ TEST(AutoWhiteBalance, MeasuresTheMosaicInEveryPhaseAndDepth)
     }
 }
 
+TEST(AutoWhiteBalance, MovesWhatIsTintedMoreThanItMayRemain)
+{
+    const ColourLevels tinted = {92, 100, 100};
+    EXPECT_EQ(DecideWhiteBalance(tinted, {52, 95}, false), (WhiteBalance{55, 94}));
+    EXPECT_EQ(DecideWhiteBalance(tinted, {52, 95}, true), std::nullopt);
+}
+
 /// Automatics at work on simulated cameras.
 class AutoLoopTest : public HostTest {
   protected:

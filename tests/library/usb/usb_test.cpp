@@ -50,6 +50,8 @@ TEST_F(TransportTest, EveryRequestHasItsPlaceOnTheWire)
 
 TEST_F(TransportTest, BitFieldsEndInclusivelyInWordsAndExclusivelyInBytes)
 {
+    EXPECT_EQ(MergeBits(0xFFFF, 4, 8, 0), 0xFF0F);
+    EXPECT_EQ(MergeBits(0x0000, 0, 16, 0xABCD), 0xABCD);
     OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM");
     EXPECT_TRUE(camera->WriteCameraRegisterByte(0x3300, 0x00));
     EXPECT_TRUE(camera->WriteCameraRegisterByte_B(0x3300, 3, 3, 1)); // empty
