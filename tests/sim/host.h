@@ -1,7 +1,6 @@
 #pragma once
 
 #include "camera/camera.h"
-#include "camera/pattern.h"
 
 #include <gtest/gtest.h>
 
@@ -17,19 +16,13 @@ class Host {
     static constexpr size_t kTransferBytes = 1 << 20;
 
     struct Format {
-        int x = 0;
-        int y = 0;
         int width = 640;
         int height = 480;
         bool sixteenBit = false;
-        bool sensorBins = false;
 
-        int Columns() const { return sensorBins ? width / 2 : width; }
-        int Rows() const { return sensorBins ? height / 2 : height; }
         size_t Bytes() const
         {
-            return static_cast<size_t>(Columns()) * static_cast<size_t>(Rows()) *
-                   (sixteenBit ? 2 : 1);
+            return static_cast<size_t>(width) * static_cast<size_t>(height) * (sixteenBit ? 2 : 1);
         }
     };
 
@@ -79,17 +72,16 @@ class Host {
     void Program(const Format &format)
     {
         Fpga(1, 1);
-        Sony(0x3006, format.sensorBins ? 0x22 : 0);
         Sony(0x3007, 0x40);
         Sony(0x3042, format.width, 2);
         Sony(0x303E, format.height, 2);
-        Sony(0x3040, format.x, 2);
-        Sony(0x303C, format.y, 2);
+        Sony(0x3040, 0, 2);
+        Sony(0x303C, 0, 2);
         Sony(0x3046, 0xF1);
         Sony(0x3009, 0x01);
         Sony(0x300A, 1, 2);
-        Fpga(8, format.Rows(), 2);
-        Fpga(4, format.Columns(), 2);
+        Fpga(8, format.height, 2);
+        Fpga(4, format.width, 2);
         Fpga(10, format.sixteenBit ? 0x11 : 0x01);
         Fpga(19, 203, 2);
         Fpga(16, format.height + 18, 3);
@@ -153,28 +145,6 @@ class Host {
 inline int Word(std::span<const uint8_t> frame, size_t at)
 {
     return frame[at] | frame[at + 1] << 8;
-}
-
-/// Whether the frame is whole, marked, and shows the test pattern of its own counter in 8 bits.
-inline ::testing::AssertionResult ShowsPattern(std::span<const uint8_t> frame,
-                                               const Host::Format &format, int number)
-{
-    if (frame.size() != format.Bytes())
-        return ::testing::AssertionFailure() << frame.size() << " bytes";
-    const size_t end = frame.size();
-    if (Word(frame, 0) != 0x5A7E || Word(frame, end - 2) != 0x3CF0 || Word(frame, 2) != number ||
-        Word(frame, end - 4) != number)
-        return ::testing::AssertionFailure()
-               << "marks, counters " << Word(frame, 2) << ", " << Word(frame, end - 4);
-    for (size_t at = 4; at < end - 4; ++at) {
-        const int sample = static_cast<int>(at);
-        const int expected =
-            PatternSample(static_cast<uint32_t>(number), format.x + sample % format.width,
-                          format.y + sample / format.width);
-        if (frame[at] != expected >> 8)
-            return ::testing::AssertionFailure() << "sample " << sample << " is " << int{frame[at]};
-    }
-    return ::testing::AssertionSuccess();
 }
 
 } // namespace vscsim

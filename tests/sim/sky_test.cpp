@@ -20,7 +20,7 @@ class Sky : public testing::Test {
     {
         const std::vector<uint8_t> frame = host.Read(kWhole.Bytes(), 5s);
         EXPECT_EQ(frame.size(), kWhole.Bytes());
-        Picture picture{.steps = std::vector<int>(frame.size() / 2), .width = kWhole.Columns()};
+        Picture picture{.steps = std::vector<int>(frame.size() / 2), .width = kWhole.width};
         for (size_t i = 0; i < picture.steps.size(); ++i)
             picture.steps[i] = Word(frame, 2 * i) >> 4;
         return picture;

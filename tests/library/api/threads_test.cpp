@@ -3,7 +3,9 @@
 #include "library/capture_fixture.h"
 
 #include <atomic>
+#include <iterator>
 #include <mutex>
+#include <random>
 #include <set>
 
 namespace vsccam {
@@ -52,6 +54,16 @@ class ThreadsTest : public CaptureFixture {
         std::vector<std::string> lines = Bus().TakeTraffic(device);
         std::erase_if(lines, [](const auto &line) { return !line.starts_with("guide"); });
         return lines;
+    }
+
+    static void ExpectNoOppositeLinesOn(int device)
+    {
+        bool on[4] = {};
+        for (const std::string &line : GuideLines(device)) {
+            const auto number = static_cast<size_t>(line.back() - '0');
+            on[number] = line.starts_with("guide on");
+            EXPECT_FALSE(on[number] && on[number ^ 1]) << line;
+        }
     }
 };
 
@@ -186,6 +198,101 @@ TEST_F(ThreadsTest, ClosingEndsPulsesWithTheirLinesOff)
     EXPECT_LE(Took(closeCamera), 100U);
     EXPECT_TRUE(pulse.Back() && waiting.Back());
     EXPECT_EQ(GuideLines(device), (std::vector<std::string>{"guide on 2", "guide off 2"}));
+}
+
+/// A host of many threads that know nothing of each other.
+class Crowd {
+  public:
+    /// Calls anything until then.
+    void Do(uint32_t seed, uint32_t untilMs)
+    {
+        std::minstd_rand random(seed);
+        const auto pick = [&random](size_t end) { return static_cast<int>(random() % end); };
+        while (GetTickCount() < untilMs) {
+            Once(pick);
+            SleepFor(std::chrono::milliseconds(1 + pick(30)));
+        }
+    }
+
+    int Frames() const { return m_frames; }
+
+  private:
+    /// Asks for the format first, which may be another one by the time of the reading.
+    template <class ReadInto> void ReadBy(ReadInto readInto)
+    {
+        const int size = 2 * getWidth() * getHeight();
+        Bytes buffer(static_cast<size_t>(size) + 64, 0xA5);
+        m_frames += readInto(buffer.data(), size);
+        EXPECT_EQ(std::count(buffer.begin() + size, buffer.end(), 0xA5), 64);
+    }
+
+    template <class Pick> void Once(Pick pick)
+    {
+        _VSC_ID id{};
+        const auto read = [&] {
+            ReadBy([&](auto... room) { return getImageData(room..., pick(200)); });
+        };
+        const std::function<void()> calls[] = {
+            read,
+            read,
+            startCapture,
+            startCapture,
+            stopCapture,
+            [&] { setValue(pick(16), pick(120), pick(2)); },
+            [&] { setValue(CONTROL_EXPOSURE, 1'000 << pick(9), pick(2)); },
+            [&] { setValue(CONTROL_HARDWARE_BIN, pick(2), false); },
+            [&] { (void)(getValue(pick(16), nullptr) + getMin(pick(16)) + getMax(pick(16))); },
+            [&] { (void)(isAvailable(pick(16)) + isAutoSupported(pick(16)) + isBinSupported(2)); },
+            [&] { setAutoPara(pick(300), 1 + pick(3), 50 + pick(100)); },
+            [&] { setImageFormat(32 << pick(3), 16 << pick(3), 1 + pick(2), pick(5)); },
+            [&] { setStartPos(pick(200), pick(200)); },
+            [&] { (void)(getStartX() + getStartY() + getBin() + getImgType() + getMaxWidth()); },
+            [&] { pick(2) ? startExposure() : stopExposure(); },
+            [&] { getExpStatus() ? ReadBy(getImageAfterExp) : startExposure(); },
+            [] { (void)(getDroppedFrames() + static_cast<int>(getSensorTemp())); },
+            [&] { SetMisc(pick(2), pick(2)); },
+            [&] { pulseGuide(pick(5), pick(100) - 5); },
+            [&] { pick(2) ? (void)EnableDarkSubtract("nowhere.bmp") : DisableDarkSubtract(); },
+            [&] { (void)(pick(4) ? GetID(&id) : SetID(id)); },
+            [] { (void)(getNumberOfConnectedCameras() + (getCameraModel(0) != nullptr)); },
+            [&] { pick(6) ? (void)openCamera(0) : closeCamera(); },
+            [&] { (void)(openCamera(0) && pick(3) == 0 && initCamera()); }};
+        calls[pick(std::size(calls))]();
+    }
+
+    std::atomic<int> m_frames{0};
+};
+
+TEST_F(ThreadsTest, SixThreadsCallEverythingWhileTheCameraFailsComesAndGoes)
+{
+    uint32_t seed = 0;
+    for (const char *const model : {"VSC470MC-Cool", "VSC340MM"}) {
+        SCOPED_TRACE(model);
+        const auto faults = vscsim::ParseFaultPlan(
+            "short-frame%0.02x*,empty-frame%0.01x*,bad-head%0.02x*,refuse-request:bd%0.002x*,"
+            "time-out-request:b6%0.0005x*,time-out-request:a6%0.0005x*",
+            nullptr);
+        const int device = OpenOne(model, {.seed = ++seed, .faults = faults.value()});
+        setImageFormat(64, 48, 1, VSC_IMG_RAW8);
+        startCapture();
+        const uint32_t end = GetTickCount() + 12'000;
+        Crowd crowd;
+        {
+            Thread threads[6];
+            uint32_t number = 6 * seed;
+            for (Thread &thread : threads)
+                ASSERT_TRUE(thread.Start([&crowd, end, n = number++] { crowd.Do(n, end); }));
+            SleepFor(3s);
+            Bus().Unplug(device);
+            ExpectNoOppositeLinesOn(device); // they are off when it comes back
+            SleepFor(1s);
+            Bus().Replug(device);
+        }
+        EXPECT_GT(crowd.Frames(), 0);
+        closeCamera();
+        ExpectNoOppositeLinesOn(device);
+        Bus().Unplug(device);
+    }
 }
 
 } // namespace

@@ -7,30 +7,6 @@
 
 #include <sys/stat.h>
 
-#include <cmath>
-#include <numeric>
-
-// Sanitizers have an allocator of their own, whose checks are worth more.
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-#define VSCCAM_SCARCE_MEMORY 1
-namespace {
-constexpr int kEnough = -1;
-thread_local int g_bigBlocksLeft = kEnough; // that this thread gets
-} // namespace
-
-// Not inlined, for the compiler knows what belongs to delete.
-__attribute__((noinline)) void *operator new(size_t size)
-{
-    constexpr size_t kBig = 100'000;
-    void *block = nullptr;
-    if (size < kBig || g_bigBlocksLeft == kEnough || g_bigBlocksLeft-- > 0)
-        block = std::malloc(size);
-    else
-        g_bigBlocksLeft = 0;
-    return block ? block : throw std::bad_alloc();
-}
-#endif
-
 namespace vsccam {
 namespace {
 
@@ -264,6 +240,8 @@ TEST_F(DarkSubtraction, IsCapturedFromTheWholeSensorOnly)
     OpenedCamera camera(std::in_place_type<CCameraS385MC>, "VSC385MC-Cool", {.speed = 0});
     ASSERT_TRUE(camera->InitCamera());
     const Size whole = MaxSizeOf(camera->model);
+    ASSERT_TRUE(camera->SetExp(500'000, false));
+    EXPECT_EQ(camera->GettingDark(true), 3);
     ASSERT_TRUE(camera->SetExp(800'000, false));
     ASSERT_EQ(camera->GettingDark(true), 1);
     const struct {
@@ -396,175 +374,6 @@ TEST_F(DarkSubtraction, AndGammaComeBeforeBinningByWhateverFactor)
         }
     }
 }
-
-/// A night with a cap on the camera first: dark frame and hot-pixel table are made, and then used
-/// on a part of the sky.
-class DarkNight : public DarkSubtraction {
-  protected:
-    struct Binning {
-        const char *what;
-        int bin;
-        bool hardware;
-    };
-
-    static constexpr Size kRegion{1600, 1024}; // of the sensor
-    static constexpr int kX = 160;
-    static constexpr int kY = 40;
-
-    void MakeDark()
-    {
-        vscsim::CameraOptions capped = m_sky;
-        capped.capped = true;
-        OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM", capped);
-        EXPECT_TRUE(camera->InitCamera());
-        EXPECT_TRUE(camera->SetExp(500'000, false));
-        EXPECT_TRUE(camera->SetResolution(kSensor.width, kSensor.height, 1, kByteImage));
-        const int frames = camera->GettingDark(true);
-        EXPECT_EQ(frames, 3);
-        EXPECT_TRUE(camera->StartCapture(false));
-        for (int i = 0; i < frames; ++i) {
-            EXPECT_TRUE(camera->delivery.corrections.dark.Requested());
-            (void)Frame(*camera.operator->());
-        }
-        EXPECT_FALSE(camera->delivery.corrections.dark.Requested());
-        EXPECT_TRUE(camera->StopCapture());
-        EXPECT_EQ(camera->SaveBMPToFile(m_file.c_str()), 1);
-        EXPECT_TRUE(camera->SaveHPCTable());
-        TellTheOffset(m_file);
-        EXPECT_EQ(ReadDarkFile(OpenRegularFile(m_file.c_str()).get(), kSensor, &m_dark),
-                  DarkFileResult::kRead);
-        m_darkMean =
-            std::accumulate(m_dark.begin(), m_dark.end(), 0.0) / static_cast<double>(m_dark.size());
-    }
-
-    template <class Prepare>
-    static Bytes Picture(const vscsim::CameraOptions &options, const Binning &binning,
-                         Prepare prepare)
-    {
-        OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM", options);
-        EXPECT_TRUE(camera->InitCamera()); // finds the table
-        EXPECT_TRUE(camera->SetExp(500'000, false));
-        EXPECT_TRUE(camera->SetResolution(kRegion.width / binning.bin, kRegion.height / binning.bin,
-                                          binning.bin, kByteImage));
-        EXPECT_TRUE(camera->SetHardwareBin(binning.hardware));
-        prepare(*camera.operator->());
-        EXPECT_TRUE(camera->SetStartPos(kX, kY));
-        EXPECT_TRUE(camera->StartCapture(false));
-        Bytes frame = Frame(*camera.operator->());
-        EXPECT_TRUE(camera->StopCapture());
-        return frame;
-    }
-
-    /// Whether a pixel of the picture is far above the mean of the dark frame.
-    bool IsFlagged(size_t index, const Binning &binning) const
-    {
-        const auto bin = static_cast<size_t>(binning.bin);
-        const size_t width = kRegion.width / bin;
-        double sum = 0;
-        for (size_t i = 0; i < bin * bin; ++i)
-            sum += m_dark[(index / width * bin + i / bin + kY) * kSensor.width +
-                          index % width * bin + i % bin + kX];
-        return sum / static_cast<double>(bin * bin) > m_darkMean + 32;
-    }
-
-    const std::string m_file = InFolder("night.bmp");
-    const vscsim::CameraOptions m_sky = {
-        .scene = vscsim::Scene::Sky, .speed = 0, .flashFile = InFolder("flash")};
-    Bytes m_dark;
-    double m_darkMean = 0;
-};
-
-TEST_F(DarkNight, FlaggedPixelsComeFiveTimesNearerToTheScene)
-{
-    MakeDark();
-    vscsim::CameraOptions flawless = m_sky;
-    flawless.flawless = true;
-    const auto withoutTable = [](CCameraBase &camera) { camera.SetHPCStates(false); };
-    const auto withDark = [this](CCameraBase &camera) {
-        camera.SetHPCStates(false);
-        EXPECT_EQ(camera.LoadBMPFromFile(m_file.c_str()), 1);
-    };
-    for (const Binning binning : {Binning{"unbinned", 1, false}, Binning{"in software", 2, false},
-                                  Binning{"in the sensor", 2, true}}) {
-        SCOPED_TRACE(binning.what);
-        const Bytes scene = Picture(flawless, binning, withoutTable);
-        const Bytes raw = Picture(m_sky, binning, withoutTable);
-        const Bytes corrected = Picture(m_sky, binning, [](CCameraBase &) {});
-        const Bytes subtracted = Picture(m_sky, binning, withDark);
-        int flagged = 0;
-        int rawError = 0, correctedError = 0, subtractedError = 0;
-        for (size_t i = 0; i < scene.size(); ++i) {
-            if (!IsFlagged(i, binning))
-                continue;
-            ++flagged;
-            rawError += std::abs(raw[i] - scene[i]);
-            correctedError += std::abs(corrected[i] - scene[i]);
-            subtractedError += std::abs(subtracted[i] - scene[i]);
-        }
-        EXPECT_GT(flagged, 10);
-        EXPECT_GT(rawError, 5 * correctedError);
-        EXPECT_GT(rawError, 5 * subtractedError);
-    }
-}
-
-#if VSCCAM_SCARCE_MEMORY
-TEST_F(DarkNight, EndsTheCorrectionAndNotTheProgramWithoutMemory)
-{
-    MakeDark();
-    OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM", m_sky);
-    ASSERT_TRUE(camera->InitCamera());
-    ASSERT_TRUE(camera->SetResolution(kSensor.width, kSensor.height, 1, kByteImage));
-    const auto load = [&] { return camera->LoadBMPFromFile(m_file.c_str()); };
-    int failures = 0;
-    while (true) { // the first allocation fails, the second ...
-        g_bigBlocksLeft = failures;
-        const int result = load();
-        g_bigBlocksLeft = kEnough;
-        if (result == 1)
-            break;
-        EXPECT_EQ(result, 0);
-        EXPECT_EQ(camera->SaveBMPToFile(InFolder("none.bmp").c_str()), 0) << failures;
-        ASSERT_LT(++failures, 10);
-    }
-    EXPECT_GE(failures, 2); // the frame of the sensor, what is shown of it
-    g_bigBlocksLeft = 0;
-    EXPECT_EQ(camera->SaveBMPToFile(InFolder("none.bmp").c_str()), 0);
-    EXPECT_FALSE(camera->SaveHPCTable());
-    g_bigBlocksLeft = kEnough;
-
-    Bytes frame(kSensor.width * kSensor.height);
-    (void)camera->GettingDark(true);
-    ASSERT_TRUE(camera->StartCapture(false));
-    g_bigBlocksLeft = 0;
-    EXPECT_TRUE(camera->GetImage(frame.data(), static_cast<int>(frame.size()), 5000));
-    g_bigBlocksLeft = kEnough;
-    EXPECT_FALSE(camera->delivery.corrections.dark.Requested());
-}
-
-TEST_F(DarkSubtraction, AndHotPixelsAreNotSaidToBeCorrectedWithoutMemoryForThem)
-{
-    OpenedCamera camera(std::in_place_type<CCameraS470MM>, "VSC470MM");
-    Bytes bitmap(kSensor.width * kSensor.height / 8);
-    std::fill_n(bitmap.begin(), 20'000, 0xFF); // the lists of these are big, too
-    Bus().With(camera.Device(), [&bitmap](vscsim::Camera &device) {
-        std::ranges::copy(Compress(bitmap), device.Flash().begin() + 0x40000);
-    });
-    int failures = 0;
-    for (bool loaded = false; !loaded; ++failures) { // the first allocation fails, the second ...
-        ASSERT_LT(failures, 20);
-        const std::string printed = Printed([&] {
-            g_bigBlocksLeft = failures;
-            camera->SetHPCStates(true);
-            g_bigBlocksLeft = kEnough;
-        });
-        loaded = printed.ends_with("Load HPC table success\n");
-        EXPECT_EQ(camera->delivery.corrections.hotPixels.Pixels().size(), loaded ? 160'000U : 0U)
-            << failures;
-        EXPECT_EQ(printed.find("no memory for the hot pixels\n") == std::string::npos, loaded);
-    }
-    EXPECT_GE(failures, 5); // record, bitmap, pixels, those shown, their patches
-}
-#endif
 
 } // namespace
 } // namespace vsccam
