@@ -1,5 +1,4 @@
 #include "library/host_fixture.h"
-#include "library/picture.h"
 #include "library/wire.h"
 #include "models/hardware_bin/long_exposure.h"
 #include "models/hardware_bin/s2800.h"
@@ -270,58 +269,6 @@ TEST(SleepingExposure, IsOneSleepUpToTwoSecondsAndStepsBeyondAndWaitsForSlowFram
         EXPECT_EQ(plan.steps, c.steps);
         EXPECT_EQ(plan.readTimeout.count(), c.readMs);
         EXPECT_EQ(plan.printedWaitMs, c.printedMs);
-    }
-}
-
-class HardwareBinHostTest : public HostTest {
-  protected:
-    /// Whether the next frame is the pattern.
-    static bool Shows(const Picture &picture)
-    {
-        const Bytes image = NextFrame(5000);
-        for (uint32_t frame = 0; !image.empty() && frame < 256; ++frame) {
-            if (image == picture.Image(frame))
-                return true;
-        }
-        return false;
-    }
-};
-
-TEST_F(HardwareBinHostTest, ARunningCaptureFollowsEverySetting)
-{
-    for (const char *model : {"VSC2800MM", "VSC2800MC-Cool"}) {
-        SCOPED_TRACE(model);
-        const int device = OpenOne(model);
-        Picture picture{.model = model,
-                        .width = 160,
-                        .height = 120,
-                        .bin = 1,
-                        .type = VSC_IMG_RAW8,
-                        .startX = 20,
-                        .startY = 10};
-        ASSERT_TRUE(setImageFormat(picture.width, picture.height, 1, picture.type));
-        setStartPos(picture.startX, picture.startY);
-        startCapture();
-        EXPECT_TRUE(Shows(picture));
-        setValue(CONTROL_HIGH_SPEED, 1, false);
-        EXPECT_TRUE(Shows(picture));
-
-        picture.bin = 4;
-        picture.startX = 30;
-        ASSERT_TRUE(setImageFormat(picture.width, picture.height, picture.bin, picture.type));
-        setStartPos(picture.startX, picture.startY);
-        for (const int sensorBin : {2, 1}) {
-            setValue(CONTROL_HARDWARE_BIN, sensorBin == 2, false);
-            picture.sensorBin = sensorBin;
-            EXPECT_TRUE(Shows(picture)) << sensorBin;
-        }
-        picture.type = VSC_IMG_RAW16;
-        ASSERT_TRUE(setImageFormat(picture.width, picture.height, picture.bin, picture.type));
-        setStartPos(picture.startX, picture.startY);
-        EXPECT_TRUE(Shows(picture));
-        stopCapture();
-        closeCamera();
-        Bus().Unplug(device);
     }
 }
 
