@@ -54,6 +54,7 @@ TEST(Doctor, FindsWhatIsWrongAndNamesTheRemedy)
         {"permission", kFail, "-v /dev/bus/usb:",
          [](F &f) { f.cameras[0].device.permitted = f.cameras[0].device.hasNode = false; }},
         {"rule", kWarn, "--reload && sudo udevadm trigger", [](F &f) { f.ruleFile.clear(); }},
+        {"rule", kWarn, "vsccam-common", [](F &f) { f.ruleFile = f.ruleSource = ""; }},
         {"group", kOk, "", [](F &f) { f.membership = Membership::kNone; }},
         {"holder", kWarn, "fuser -v /dev/bus/usb/001/007",
          [](F &f) { f.cameras[0].device.driver = "usbfs"; }},

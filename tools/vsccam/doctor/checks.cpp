@@ -64,6 +64,8 @@ const std::string kNewLogin = "newgrp plugdev";
 
 std::string InstallRule(const Facts &facts)
 {
+    if (facts.ruleSource.empty())
+        return "sudo apt install vsccam-common";
     return fmt::format("sudo cp '{}' /etc/udev/rules.d/ && sudo udevadm control --reload && {}",
                        facts.ruleSource, kApplyRule);
 }

@@ -42,7 +42,7 @@ struct FolderFacts {
 struct Facts {
     std::vector<CameraFacts> cameras;
     std::string ruleFile;   // empty: none
-    std::string ruleSource; // from where it can be copied
+    std::string ruleSource; // from where it can be copied; empty: it has a package of its own
     Membership membership = Membership::kMember;
     std::optional<int64_t> usbfsLimitMiB; // 0: none
     int64_t availableMemory = 0;          // bytes

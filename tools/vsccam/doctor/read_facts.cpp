@@ -96,8 +96,10 @@ std::string RuleSource()
 {
     const std::filesystem::path folder =
         std::filesystem::path(LinkTarget("/proc/self/exe")).parent_path().parent_path();
-    const auto installed = folder / "lib/udev/rules.d" / kRuleName;
-    return access(installed.c_str(), F_OK) == 0 ? installed : folder / "packaging" / kRuleName;
+    for (const char *place : {"lib/udev/rules.d", "packaging"})
+        if (const auto file = folder / place / kRuleName; access(file.c_str(), F_OK) == 0)
+            return file;
+    return "";
 }
 
 Membership MembershipOfUser()
