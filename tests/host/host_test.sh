@@ -11,6 +11,7 @@ trap 'rm -rf "$work"' EXIT
 library=$work/usr/lib/libvsccam.so
 [[ -e $library ]] || library=$(find "$work/usr" -name libvsccam.so | head -n 1)
 libraries=$(dirname "$library")
+read -ra told < <(PKG_CONFIG_PATH=$libraries/pkgconfig pkg-config --cflags --libs libvsccam)
 
 echo "exported: the functions of the header, and nothing else"
 "$NM" -D --defined-only "$library" | awk '$2 != "A" { sub(/@.*/, "", $3); print $3 }' |
@@ -30,11 +31,11 @@ fi
 echo "a C program, as C89 and C11"
 read -ra flags <<<"$CFLAGS"
 compile() {
-    "$CC" "${flags[@]}" -pedantic -Wall -Wextra -Werror "-I$work/usr/include" "$here/host.c" \
-        "-L$libraries" "-L$BUILD/lib" -Wl,--unresolved-symbols=ignore-in-shared-libs "$@"
+    "$CC" "${flags[@]}" -pedantic -Wall -Wextra -Werror "$here/host.c" \
+        "-L$BUILD/lib" -Wl,--unresolved-symbols=ignore-in-shared-libs "$@" "${told[@]}"
 }
-compile -std=c89 -Wl,--no-as-needed -lvscsim_preload -lvsccam -o "$work/on_stand_in"
-compile -std=c11 -lvsccam -o "$work/on_libusb"
+compile -std=c89 -Wl,--no-as-needed -lvscsim_preload -o "$work/on_stand_in"
+compile -std=c11 -o "$work/on_libusb"
 
 # Under qemu the target's library path comes with the runner.
 read -ra run <<<"$RUNNER"
