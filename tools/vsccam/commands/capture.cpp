@@ -1,7 +1,6 @@
 #include "camera.h"
+#include "camera_settings.h"
 #include "commands/command.h"
-#include "cooling.h"
-#include "dark_bmp.h"
 #include "failure.h"
 #include "fits_header.h"
 #include "hook.h"
@@ -25,20 +24,11 @@ using nlohmann::ordered_json;
 constexpr Microseconds kShortestWithProgress = 1s;
 
 struct CaptureOptions {
-    std::optional<Microseconds> exposure;
+    CameraSettings settings;
     int count = 1;
     Microseconds interval{};
-    std::optional<int> gain;
-    std::optional<int> offset;
-    Framing framing;
-    bool flipX = false;
-    bool flipY = false;
     std::string type = "light";
     std::string object;
-    std::string dark;
-    std::optional<int> coolTo;
-    std::optional<double> waitWithin;
-    bool noWarming = false;
     std::string hook;
     std::vector<std::string> fitsKeys;
     std::string name = "{type}_{seq:05}.fit";
@@ -106,7 +96,6 @@ class Series {
     void Run();
 
   private:
-    void SetUp();
     void TakeAll();
     Microseconds UsualExposure() const;
     bool WritesPreview() const;
@@ -136,41 +125,10 @@ std::vector<FitsKey> ParseKeys(const std::vector<std::string> &texts)
     return keys;
 }
 
-void SubtractDark(const std::string &file)
-{
-    if (EnableDarkSubtract(file.c_str()))
-        return;
-    (void)ReadDark(file); // tells what else is wrong
-    throw Failure(Exit::kFile,
-                  fmt::format("{} is no dark frame of this camera: an 8-bit BMP of the full "
-                              "sensor size",
-                              file));
-}
-
 Series::Series(const CaptureOptions &options, Context &context)
     : m_options(options), m_context(context), m_name(options.name, options.count > 1),
       m_userKeys(ParseKeys(options.fitsKeys)), m_camera(context.camera)
 {
-}
-
-void Series::SetUp()
-{
-    m_camera.SetFraming(m_options.framing);
-    if (const auto &asked = m_options.framing.region;
-        asked && (getStartX() != asked->x || getStartY() != asked->y))
-        m_context.console.Note(fmt::format("region is {}x{}+{}+{} on this camera", getWidth(),
-                                           getHeight(), getStartX(), getStartY()));
-    SetMisc(m_options.flipX, m_options.flipY);
-    if (m_options.gain)
-        Set("gain", *m_options.gain);
-    if (m_options.offset)
-        Set("offset", *m_options.offset);
-    if (!m_options.dark.empty())
-        SubtractDark(m_options.dark);
-    if (m_options.coolTo)
-        CoolTo(m_camera, *m_options.coolTo, m_options.waitWithin, m_context.console);
-    m_exposure = m_options.exposure.value_or(UsualExposure());
-    m_camera.SetExposure(m_exposure, m_context.console);
 }
 
 Microseconds Series::UsualExposure() const
@@ -201,11 +159,11 @@ std::filesystem::path Series::NextFile()
             .object = m_options.object,
             .type = m_options.type,
             .model = m_camera.Entry().model,
-            .format = FormatName(m_options.framing.format),
+            .format = FormatName(m_options.settings.framing.format),
             .exposure = m_exposure,
             .gain = getValue(CONTROL_GAIN, nullptr),
             .offset = getValue(CONTROL_BRIGHTNESS, nullptr),
-            .bin = m_options.framing.bin,
+            .bin = m_options.settings.framing.bin,
             .start = std::chrono::floor<Microseconds>(std::chrono::system_clock::now())};
         std::filesystem::path file = m_name.Expand(fields);
         if (m_options.overwrite || !IsTaken(file)) {
@@ -237,7 +195,7 @@ SavedPicture Series::Save(const std::filesystem::path &file, const Exposure &exp
     saved.facts.simulated = m_context.simulated;
 
     std::vector<FitsKey> keys = HeaderOf(saved.facts);
-    if (!m_options.dark.empty()) // or it might be subtracted twice
+    if (!m_options.settings.dark.empty()) // or it might be subtracted twice
         keys.push_back({"DARKSUB", true, "a dark frame was subtracted"});
     keys.insert(keys.end(), m_userKeys.begin(), m_userKeys.end());
     WriteFits(file, exposure.picture, keys);
@@ -286,12 +244,7 @@ void Series::WaitForNext(UtcTime start) const
 
 void Series::Run()
 {
-    if (m_options.coolTo && isCoolerCam() && !m_options.noWarming)
-        WorkThenWarm(
-            m_context.console, [this] { TakeAll(); },
-            [this] { WarmUp(m_camera, m_context.console); });
-    else
-        TakeAll();
+    WorkAtTemperature(m_camera, m_options.settings, m_context.console, [this] { TakeAll(); });
     if (m_previewsLost > 0)
         throw Failure(Exit::kFile, fmt::format("{} of {} previews were not written; the pictures "
                                                "are complete",
@@ -300,7 +253,7 @@ void Series::Run()
 
 void Series::TakeAll()
 {
-    SetUp();
+    m_exposure = Prepare(m_camera, m_options.settings, UsualExposure(), m_context.console);
     for (int taken = 1;; ++taken) {
         const std::filesystem::path file = NextFile();
         const Exposure exposure = Expose();
@@ -309,16 +262,6 @@ void Series::TakeAll()
             return;
         WaitForNext(exposure.start);
     }
-}
-
-PixelFormat ParseFormat(const std::string &text)
-{
-    const auto *found = std::find(std::begin(kFormatNames), std::end(kFormatNames), text);
-    if (found == std::end(kFormatNames))
-        throw Failure(Exit::kUsage, fmt::format("'{}' is no format; there are raw8, raw16, rgb24 "
-                                                "and y8",
-                                                text));
-    return static_cast<PixelFormat>(found - std::begin(kFormatNames));
 }
 
 std::string ParseObject(const std::string &text)
@@ -337,28 +280,11 @@ std::vector<std::string> TypeNames()
 
 void AddOptions(CLI::App &app, CaptureOptions &o)
 {
-    AddParsed(app, "-e,--exposure", o.exposure, ParseTime, "TIME",
-              "Exposure: 250us, 20ms, 1.5s, 2min (default 1s; of a bias frame, the shortest)");
+    AddSettings(app, o.settings, "1s; of a bias frame, the shortest");
     app.add_option("-n,--count", o.count, "Number of pictures")->check(CLI::Range(1, 1'000'000));
     AddParsed(app, "--interval", o.interval, ParseTime, "TIME", "Time from start to start");
-    app.add_option("--gain", o.gain, "Gain, see 'vsccam info'");
-    app.add_option("--offset", o.offset, "Black level, see 'vsccam info'");
-    app.add_option("--bin", o.framing.bin, "Binning");
-    AddParsed(app, "--roi", o.framing.region, ParseRegion, "WxH+X+Y", "Region in binned pixels");
-    AddParsed(app, "--format", o.framing.format, ParseFormat, "FORMAT",
-              "raw8, raw16, rgb24 or y8 (default raw16)");
-    app.add_flag("--flip-x", o.flipX, "Mirror left to right");
-    app.add_flag("--flip-y", o.flipY, "Mirror top to bottom");
     app.add_option("--type", o.type, "Kind of picture")->check(CLI::IsMember(TypeNames()));
     AddParsed(app, "--object", o.object, ParseObject, "NAME", "What is in the picture");
-    app.add_option("--dark", o.dark, "Dark frame to subtract: BMP, 8-bit formats only")
-        ->check(CLI::ExistingFile);
-    CLI::Option *cool = app.add_option(
-        "--cool", o.coolTo, "Cool the sensor to so many Celsius; at the end it is warmed in steps");
-    app.add_flag("--no-warming", o.noWarming, "End the cooling at once")->needs(cool);
-    app.add_option("--wait-temp", o.waitWithin, "Wait until so many Celsius from the target")
-        ->needs(cool)
-        ->check(CLI::Range(0.0, 100.0));
     app.add_option("--hook", o.hook, "Shell command after each file, which is \"$1\"");
     app.add_option("--fits-key", o.fitsKeys, "Further header entry NAME=VALUE; may be repeated")
         ->allow_extra_args(false);
@@ -371,9 +297,7 @@ void AddOptions(CLI::App &app, CaptureOptions &o)
 
 void Capture(const CaptureOptions &options, Context &context)
 {
-    if (!options.dark.empty() && options.framing.format == PixelFormat::kRaw16)
-        throw Failure(Exit::kUsage,
-                      "a dark frame is subtracted from 8-bit pictures only; add --format raw8");
+    CheckSettings(options.settings);
     Series(options, context).Run();
 }
 
