@@ -111,6 +111,7 @@ CaptureWorker::Turn CaptureWorker::CaptureOneFrame()
 
 CaptureWorker::Turn CaptureWorker::HandleRead(const BulkStream::Pass &pass)
 {
+    m_capture.CountDrop(DropReason::Short, pass.alsoLost);
     if (pass.deviceGone)
         return RecoverDevice();
     if (!m_capture.GoOn()) {
@@ -128,7 +129,6 @@ CaptureWorker::Turn CaptureWorker::HandleRead(const BulkStream::Pass &pass)
         return ExposeAnew();
     if (pass.received > 0)
         m_troubles.emptyReads = 0;
-    m_capture.CountDrop(DropReason::Short, pass.alsoLost);
     if (!pass.Brought(m_frame.bytes))
         return HandleIncompleteFrame(pass);
     m_troubles.refusedReads = 0;
