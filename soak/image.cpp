@@ -71,7 +71,8 @@ bool Image::Shows(uint32_t number, std::span<const uint8_t> bytes) const
 std::optional<uint32_t> Image::NumberOf(std::span<const uint8_t> bytes) const
 {
     const int row = height / 2;
-    const uint8_t *probe = &bytes[static_cast<size_t>(row) * Bytes() / static_cast<size_t>(height)];
+    const size_t rowBytes = Bytes() / static_cast<size_t>(height);
+    const uint8_t *probe = &bytes[static_cast<size_t>(row) * rowBytes];
     for (uint32_t number = 0; number < 256; ++number) {
         if (static_cast<uint8_t>(Pixel(number, 0, row)) == *probe && Shows(number, bytes))
             return number;

@@ -111,6 +111,14 @@ void VirtualClock::ThreadStarts()
         m_ready.push_back(nullptr);
 }
 
+void VirtualClock::ThreadDoesNotStart()
+{
+    const std::lock_guard lock(m_mutex);
+    --m_threads;
+    if (m_inTurn)
+        m_ready.erase(std::ranges::find(m_ready, nullptr));
+}
+
 void VirtualClock::ThreadRuns()
 {
     if (!m_inTurn)

@@ -73,10 +73,11 @@ class VirtualClock {
 
     Time Now() const { return Time(m_now.load(std::memory_order_relaxed)); }
 
-    /// A thread is about to take part (called before it starts, by whoever starts it), begins to
-    /// do so (called by itself, first of all; the first thread of all does not), or stops doing so
-    /// (called by itself).
+    /// A thread is about to take part (called before it starts, by whoever starts it, who also
+    /// tells when it cannot), begins to do so (called by itself, first of all; the first thread of
+    /// all does not), or stops doing so (called by itself).
     void ThreadStarts();
+    void ThreadDoesNotStart();
     void ThreadRuns();
     void ThreadEnds();
 

@@ -38,7 +38,7 @@ bool Thread::Start(std::function<void()> body)
         });
     } catch (const std::exception &) {
         if (source)
-            source->ThreadEnds(this);
+            source->ThreadDoesNotStart();
         return false;
     }
     return true;

@@ -29,9 +29,11 @@ class TimeSource {
     virtual void Wake(const void *object) = 0;
 
     /// A thread that will use this time source is about to start (called by the thread that starts
-    /// it), begins to run, or is at its end (both called by itself; the end is a Wake for
-    /// `thread`). Time that only moves while all threads wait needs their number.
+    /// it, who also tells when it cannot), begins to run, or is at its end (both called by itself;
+    /// the end is a Wake for `thread`). Time that only moves while all threads wait needs their
+    /// number.
     virtual void ThreadStarts() = 0;
+    virtual void ThreadDoesNotStart() = 0;
     virtual void ThreadRuns() = 0;
     virtual void ThreadEnds(const void *thread) = 0;
 

@@ -55,6 +55,7 @@ class VirtualTime final : private TimeSource {
         return m_channels.try_emplace(object, m_clock).first->second;
     }
     void ThreadStarts() override { m_clock.ThreadStarts(); }
+    void ThreadDoesNotStart() override { m_clock.ThreadDoesNotStart(); }
     void ThreadRuns() override { m_clock.ThreadRuns(); }
     void ThreadEnds(const void *thread) override
     {
