@@ -36,7 +36,7 @@ Memories MakeMemories(const ModelFacts &model, const CameraOptions &options)
 
 std::unique_ptr<SceneSource> MakeSource(const ModelFacts &model, const CameraOptions &options)
 {
-    return options.scene == Scene::Sky ? MakeSkySource(model, options) : MakePatternSource();
+    return options.scene == Scene::Pattern ? MakePatternSource() : MakeSkySource(model, options);
 }
 
 } // namespace

@@ -87,14 +87,16 @@ enum class FrameEnd {
     Unread,  // no byte of it left the camera
 };
 
-enum class Scene { Pattern, Sky };
+enum class Scene { Pattern, Sky, Moon };
 enum class LinkSpeed { High, Super };
 
 struct CameraOptions {
     Scene scene = Scene::Pattern;
     LinkSpeed link = LinkSpeed::Super;
-    uint64_t seed = 1;                      // of the sky, its noise and the random faults
+    uint64_t seed = 1;                      // of the sky, its air and noise, and the random faults
     std::array<double, 3> glow = {1, 1, 1}; // of the sky in red, green, blue, times that at dusk
+    double seeing = 0;                      // how unsteady the air is; 1 on an average night
+    double driftPerS = 0;                   // pixels; what the mount does not follow of the sky
     bool capped = false;                    // the sky does not reach the sensor, for dark frames
     bool flawless = false; // its sensor has no noise, no dark current and no hot pixels
     double speed = 1.0;    // times real time; 0: a frame is ready as soon as one is asked for

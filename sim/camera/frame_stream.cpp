@@ -77,6 +77,9 @@ void FrameStream::AdvanceSensor(Time now)
         if (m_sending ? m_next->ends > now : begins > now)
             return;
         ++m_counts.produced;
+        Exposure &exposure = m_next->exposure;
+        exposure.begins = m_exposed;
+        m_exposed += std::max(exposure.duration, m_next->settings.period);
         if (!m_sending) {
             m_sending = Sending{.frame = *m_next};
         } else {

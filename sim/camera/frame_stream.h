@@ -108,6 +108,7 @@ class FrameStream {
     std::optional<Sending> m_sending;           // held for the host
     std::vector<std::vector<uint8_t>> m_frames; // in turn; one unless they are made beforehand
     std::optional<Exposure> m_account;
+    Time m_exposed{}; // by all frames so far
     bool m_halted = false;
     bool m_beganInTransfer = false; // a frame, in the one that is served
     uint32_t m_number = 0;          // of the next exposure since the stream was started

@@ -12,6 +12,7 @@ namespace vscsim {
 /// What one exposure saw, beyond the settings.
 struct Exposure {
     uint32_t frame = 0; // since the stream was started
+    Time begins{};      // after all exposures before it, one behind the other
     Time duration{};
     double celsius = 20;
     GuidePort::Shift shift = {};

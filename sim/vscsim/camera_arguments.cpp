@@ -16,20 +16,15 @@
 namespace vscsim {
 namespace {
 
-constexpr double kNight = 1.0 / 300; // of the sky at dusk
-constexpr std::string_view kAmbient = "ambient=";
-constexpr std::string_view kFirmware = "firmware=";
-constexpr std::string_view kFlash = "flash=";
-constexpr std::string_view kGlow = "glow=";
-constexpr std::string_view kMade = "made=";
-constexpr std::string_view kRequests = "requests=";
+constexpr double kNight = 1.0 / 4000; // of the sky at dusk
+constexpr double kDriftPerS = 0.05;   // pixels
 
 template <class Number> Number ParseNumber(std::string_view text, std::string_view what)
 {
     Number number = 0;
     const char *const end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(text.data(), end, number);
-    if (error != std::errc() || stop != end)
+    if (error != std::errc() || stop != end || number - number != 0)
         throw CLI::ValidationError("--camera", fmt::format("no {}: {}", what, text));
     return number;
 }
@@ -47,6 +42,55 @@ std::string WritableFile(const std::string &name)
     return name;
 }
 
+/// What is particular about a camera. A name that ends with = is followed by a value.
+struct Trait {
+    std::string_view name;
+    void (*apply)(CameraOptions &options, const std::string &value);
+};
+constexpr Trait kTraits[] = {
+    {"usb2", [](CameraOptions &o, const std::string &) { o.link = LinkSpeed::High; }},
+    {"unreadable", [](CameraOptions &o, const std::string &) { o.readableDescriptor = false; }},
+    {"firmware=",
+     [](CameraOptions &o, const std::string &value) {
+         o.firmwareVersion = ParseNumber<uint8_t>(value, "firmware version");
+     }},
+    {"capped", [](CameraOptions &o, const std::string &) { o.capped = true; }},
+    {"flawless",
+     [](CameraOptions &o, const std::string &) {
+         o.flawless = true;
+         o.seeing = o.driftPerS = 0;
+     }},
+    {"ambient=",
+     [](CameraOptions &o, const std::string &value) {
+         o.ambientC = ParseNumber<double>(value, "temperature");
+     }},
+    {"flash=",
+     [](CameraOptions &o, const std::string &value) { o.flashFile = WritableFile(value); }},
+    {"requests=",
+     [](CameraOptions &o, const std::string &value) { o.requestFile = WritableFile(value); }},
+    {"glow=",
+     [](CameraOptions &o, const std::string &value) {
+         o.glow.fill(kNight * ParseNumber<double>(value, "glow"));
+     }},
+    {"seeing=", [](CameraOptions &o,
+                   const std::string &value) { o.seeing = ParseNumber<double>(value, "factor"); }},
+    {"drift=", [](CameraOptions &o,
+                  const std::string &value) { o.driftPerS = ParseNumber<double>(value, "speed"); }},
+    {"made=",
+     [](CameraOptions &o, const std::string &value) {
+         o.framesMadeBeforehand = ParseNumber<uint8_t>(value, "number of frames");
+     }},
+};
+
+void ApplyTrait(CameraOptions &options, const std::string &text, const std::string &camera)
+{
+    const std::string name = text.substr(0, text.find('=') + 1); // none without a value
+    const auto *const trait = std::ranges::find(kTraits, name.empty() ? text : name, &Trait::name);
+    if (trait == std::end(kTraits))
+        throw CLI::ValidationError("--camera", fmt::format("\"{}\" in {}", text, camera));
+    trait->apply(options, text.substr(name.size()));
+}
+
 /// Reads MODEL and what follows it, see kCameraHelp.
 BusDevice ParseCamera(const std::string &text, int firmware)
 {
@@ -54,38 +98,14 @@ BusDevice ParseCamera(const std::string &text, int firmware)
     std::string part;
     std::getline(parts, part, ':');
     BusDevice device{.model = FindModel(part)};
-    device.options.glow.fill(kNight);
     if (!device.model)
         throw CLI::ValidationError("--camera", fmt::format("no model {}; see vscsim list", part));
+    device.options.glow.fill(kNight);
+    device.options.seeing = 1;
+    device.options.driftPerS = kDriftPerS;
     device.options.firmwareVersion = static_cast<uint8_t>(firmware);
-    while (std::getline(parts, part, ':')) {
-        if (part == "usb2")
-            device.options.link = LinkSpeed::High;
-        else if (part == "unreadable")
-            device.options.readableDescriptor = false;
-        else if (part.starts_with(kFirmware))
-            device.options.firmwareVersion =
-                ParseNumber<uint8_t>(part.substr(kFirmware.size()), "firmware version");
-        else if (part.starts_with(kAmbient))
-            device.options.ambientC =
-                ParseNumber<double>(part.substr(kAmbient.size()), "temperature");
-        else if (part.starts_with(kGlow))
-            device.options.glow.fill(kNight *
-                                     ParseNumber<double>(part.substr(kGlow.size()), "glow"));
-        else if (part.starts_with(kMade))
-            device.options.framesMadeBeforehand =
-                ParseNumber<uint8_t>(part.substr(kMade.size()), "number of frames");
-        else if (part == "capped")
-            device.options.capped = true;
-        else if (part == "flawless")
-            device.options.flawless = true;
-        else if (part.starts_with(kFlash))
-            device.options.flashFile = WritableFile(part.substr(kFlash.size()));
-        else if (part.starts_with(kRequests))
-            device.options.requestFile = WritableFile(part.substr(kRequests.size()));
-        else
-            throw CLI::ValidationError("--camera", fmt::format("\"{}\" in {}", part, text));
-    }
+    while (std::getline(parts, part, ':'))
+        ApplyTrait(device.options, part, text);
     return device;
 }
 
@@ -97,6 +117,13 @@ double ParseSpeed(const std::string &text)
     if (text != "max" && !(number && speed > 0))
         throw CLI::ValidationError("--speed", "neither a positive factor nor max: " + text);
     return speed;
+}
+
+Scene SceneNamed(const std::string &name)
+{
+    if (name == "pattern")
+        return Scene::Pattern;
+    return name == "moon" ? Scene::Moon : Scene::Sky;
 }
 
 FaultPlan ParseFaults(const std::string &text)
@@ -132,12 +159,15 @@ A camera is a model, followed by what is particular about it:
   VSC470MC:unreadable   its descriptor cannot be read (only of a camera for run)
   VSC340MM:firmware=1   it comes with firmware of that version (that of --firmware)
   VSC470MC:capped       no light reaches its sensor, for dark frames
-  VSC470MC:flawless     no noise, dark current or hot pixels, to compare pictures with
+  VSC470MC:flawless     no noise, dark current, hot pixels, seeing or drift, to compare pictures
+                        with
   VSC470MM:ambient=5    the air around it has 5 degrees Celsius (20)
   VSC470MC:flash=FILE   its flash memory lies in a file and outlasts the run
   VSC470MC:requests=FILE  a file gets a line for each request that reaches the camera, and for
                         each frame, with how long it was exposed
-  VSC470MC:glow=300     the sky is so much brighter than at night; 300 is dusk
+  VSC470MC:glow=4000    the sky is so much brighter than at night; 4000 is dusk
+  VSC470MC:seeing=3     the air is so much less steady than on average; 0 is steady
+  VSC470MC:drift=0.5    the mount lets the picture drift by so many pixels a second (0.05)
   VSC470MC:made=16      16 frames are made and sent in turn, as making each takes the time of the
                         machine whose speed is to be measured
 Faults, separated by commas: NAME[:REQUEST][@FIRST][xCOUNT][%PROBABILITY][=AMOUNT], or a JSON file.
@@ -155,8 +185,8 @@ void AddOptions(CLI::App &command, CameraArguments &arguments)
         ->type_name("MODEL[:TRAIT]...")
         ->allow_extra_args(false);
     command.add_option("--scene", arguments.scene, "What the cameras see")
-        ->type_name("sky|pattern")
-        ->check(CLI::IsMember({"sky", "pattern"}).description(""))
+        ->type_name("sky|moon|pattern")
+        ->check(CLI::IsMember({"sky", "moon", "pattern"}).description(""))
         ->capture_default_str();
     command.add_option("--fault", arguments.faults, "What goes wrong, and when")->type_name("PLAN");
     command.add_option("--seed", arguments.seed, "Of the sky, of noise and of random faults");
@@ -179,7 +209,7 @@ std::vector<BusDevice> DevicesOf(const CameraArguments &arguments)
         devices.push_back(ParseCamera(camera, arguments.firmware));
     uint64_t seed = ChooseSeed(arguments, faults);
     for (BusDevice &device : devices) {
-        device.options.scene = arguments.scene == "sky" ? Scene::Sky : Scene::Pattern;
+        device.options.scene = SceneNamed(arguments.scene);
         device.options.faults = faults;
         device.options.speed = speed;
         device.options.seed = seed++;

@@ -27,9 +27,12 @@ class Sky : public testing::Test {
     }
 
     /// Gain 200 of a host: high conversion and 14 dB.
-    static Host Started(double seconds)
+    static Host Started(double seconds, CameraOptions options = {})
     {
-        Host host({.scene = Scene::Sky, .speed = 0});
+        options.speed = 0;
+        if (options.scene == Scene::Pattern)
+            options.scene = Scene::Sky;
+        Host host(std::move(options));
         host.Program(kWhole);
         host.Sony(0x3009, 0x11);
         host.Sony(0x3014, 46);
@@ -39,21 +42,29 @@ class Sky : public testing::Test {
     }
 };
 
-TEST_F(Sky, GuidePulsesMoveTheStars)
+TEST_F(Sky, GuidePulsesAndDriftMoveTheStars)
 {
+    constexpr int kNone = -1;
     const struct {
         int line;
+        double driftPerS;
+        int frames;
         int dx, dy;
-    } cases[] = {{0, -10, 0}, {1, 10, 0}, {2, 0, -10}, {3, 0, 10}};
-    Host reference = Started(0.2);
-    const Picture before = Take(reference);
+    } cases[] = {{0, 0, 0, -10, 0},   {1, 0, 0, 10, 0},     {2, 0, 0, 0, -10},
+                 {3, 0, 0, 0, 10},    {kNone, 5, 10, 9, 4}, {kNone, -5, 10, -9, -4},
+                 {kNone, 0, 10, 0, 0}};
     for (const auto &c : cases) {
-        SCOPED_TRACE(c.line);
-        Host host = Started(0.2);
-        host.Out(0xB0, c.line);
-        host.now += 2s;
-        host.Out(0xB1, c.line);
-        host.now += 2s;
+        SCOPED_TRACE(testing::Message() << c.line << " " << c.driftPerS);
+        Host host = Started(0.2, {.driftPerS = c.driftPerS});
+        const Picture before = Take(host);
+        for (int i = 1; i < c.frames; ++i)
+            (void)Take(host);
+        if (c.line != kNone) {
+            host.Out(0xB0, c.line);
+            host.now += 2s;
+            host.Out(0xB1, c.line);
+            host.now += 2s;
+        }
         const Picture after = Take(host);
         int found = 0;
         int lost = 0;
@@ -63,6 +74,63 @@ TEST_F(Sky, GuidePulsesMoveTheStars)
                     ++(after.At(x + c.dx, y + c.dy) > 3000 ? found : lost);
         EXPECT_GT(found, 100);
         EXPECT_LT(lost, found / 10);
+    }
+}
+
+/// What the air does can be seen in the sharpness of a picture, and again with the same seed.
+TEST_F(Sky, SeeingChangesTheSharpnessAndFollowsFromTheSeed)
+{
+    const auto sharpness = [](const CameraOptions &options) {
+        std::vector<double> squares;
+        Host host = Started(0.2, options);
+        for (int i = 0; i < 4; ++i) {
+            const Picture picture = Take(host);
+            int64_t sum = 0;
+            for (int y = 300; y < 800; ++y)
+                for (int x = 500; x < 1500; ++x) {
+                    const int step = picture.At(x + 1, y) - picture.At(x, y);
+                    sum += int64_t{step} * step;
+                }
+            squares.push_back(static_cast<double>(sum));
+        }
+        return squares;
+    };
+    const auto spread = [](const std::vector<double> &values) {
+        return std::ranges::max(values) / std::ranges::min(values);
+    };
+    for (const Scene scene : {Scene::Sky, Scene::Moon}) {
+        SCOPED_TRACE(static_cast<int>(scene));
+        CameraOptions options{.scene = scene, .seed = 5, .seeing = 1, .flawless = true};
+        const std::vector<double> seen = sharpness(options);
+        EXPECT_GT(spread(seen), 1.1);
+        EXPECT_EQ(sharpness(options), seen);
+        options.seed = 6;
+        EXPECT_NE(sharpness(options), seen);
+        options.seeing = 0;
+        EXPECT_EQ(spread(sharpness(options)), 1);
+    }
+}
+
+TEST_F(Sky, StaysDarkBehindStarsAndMoonInExposuresOfAllLengths)
+{
+    const struct {
+        Scene scene;
+        double seconds;
+        long fewest, most; // pixels that are at least half as bright as can be
+    } cases[] = {{Scene::Sky, 0.01, 4, 1'000},
+                 {Scene::Sky, 1, 1'000, 10'000},
+                 {Scene::Sky, 100, 20'000, 60'000},
+                 {Scene::Moon, 0.01, 10'000, 500'000}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.seconds);
+        Host host = Started(c.seconds, {.scene = c.scene, .glow = {2.5e-4, 2.5e-4, 2.5e-4}});
+        Picture picture = Take(host);
+        const auto bright = std::ranges::count_if(picture.steps, [](int v) { return v > 2048; });
+        EXPECT_GT(bright, c.fewest);
+        EXPECT_LT(bright, c.most);
+        const auto middle = picture.steps.begin() + std::ssize(picture.steps) / 2;
+        std::ranges::nth_element(picture.steps, middle);
+        EXPECT_LT(*middle, 100);
     }
 }
 

@@ -78,8 +78,10 @@ Expect 0 "sudo usbip --tcp-port $port attach -r 127.0.0.1 -b 1-2" -- cat <&"$tol
 Expect 1 'on 192.0.2.1 port .*ip address' -- "$vscsim" serve --bind 192.0.2.1
 Expect 2 'VSC9' -- Run --camera VSC9 -- true
 Expect 2 'usb4' -- Run --camera VSC470MC:usb4 -- true
+Expect 2 'nan' -- Run --camera VSC470MC:drift=nan -- true
 Expect 2 '1.0' -- Run --camera VSC340MM:firmware=1.0 -- true
 Expect 2 'unknown fault' -- Run --fault nonsense -- true
+Expect 2 'sun' -- Run --scene sun -- true
 Expect 2 'slow' -- Run --speed slow -- true
 Expect 2 '-1' -- Run --speed -1 -- true
 Expect 2 'program' -- Run
