@@ -20,7 +20,11 @@ faulty() {
 expect 2 "$vsccam"
 expect 2 "$vsccam" capture -e 5parsec
 expect 2 "$vsccam" captur
-contains messages "no command 'captur'; there are list, info, capture,"
+contains messages "no command 'captur'; did you mean capture?"
+expect 2 "$vsccam" dark xyzzy
+contains messages "no command 'xyzzy'; there are make, info"
+expect 2 "$vsccam" capture --gian=3
+contains messages "no option '--gian', did you mean --gain?"
 expect 0 "$vsccam" help capture
 contains output 'Usage: vsccam capture'
 while IFS='|' read -r text message; do
@@ -35,6 +39,12 @@ json=true\ncamera=[\nquiet=true\n|2: this is neither
 [capture]\nbin=x\n|2: Could not convert
 timeout=5parsec\n|1: '5parsec' is no time
 ROWS
+mkfifo pipe
+for file in pipe /dev/zero; do
+    expect 2 "$vsccam" --config "$file" version
+    contains messages 'no regular file'
+done
+expect 9 "$vsccam" --log pipe version
 printf '[capture] # as always\nbin=2\n; none\n' >right.ini
 expect 0 "$vsccam" --config right.ini version
 expect 2 "$vsccam" --sim VSC471MC list

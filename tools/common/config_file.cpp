@@ -5,12 +5,17 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <exception>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <system_error>
 
 namespace vsctool {
 namespace {
+
+constexpr uintmax_t kLargestFile = 1 << 20;
 
 /// Without the spaces around it, and without the remark behind it.
 std::string Bare(std::string line)
@@ -48,6 +53,18 @@ std::vector<CLI::ConfigItem> ConfigForm::from_config(std::istream &input) const
             throw Failure(Exit::kUsage, "this is neither NAME=VALUE nor [COMMAND]");
     std::istringstream checked(all);
     return ConfigBase::from_config(checked);
+}
+
+std::string WhyNoConfig(const std::string &file)
+{
+    std::error_code error;
+    if (const auto status = std::filesystem::status(file, error); !exists(status))
+        return fmt::format("cannot read {}: {}", file, error.message());
+    else if (!is_regular_file(status))
+        return fmt::format("{} is no regular file", file);
+    if (std::filesystem::file_size(file, error) > kLargestFile)
+        return fmt::format("{} is too large for a configuration", file);
+    return "";
 }
 
 void TellWrongLine(const std::string &file, const std::function<void(std::istream &)> &parse)

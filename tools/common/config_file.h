@@ -16,6 +16,10 @@ class ConfigForm : public CLI::ConfigBase {
     std::vector<CLI::ConfigItem> from_config(std::istream &input) const override;
 };
 
+/// What is wrong with a file before it is read; empty: nothing. Reading a pipe or a device could
+/// last for ever.
+std::string WhyNoConfig(const std::string &file);
+
 /// Throws Failure that names the first line of a file with which `parse` fails; it gets each entry
 /// by itself, below its command. Does nothing when all of them are right.
 void TellWrongLine(const std::string &file, const std::function<void(std::istream &)> &parse);

@@ -16,11 +16,14 @@ namespace {
 
 constexpr int kSchema = 1;
 
-/// The log file; nothing without a name.
+/// The log file; nothing without a name. A pipe that nobody reads stops nothing: it is refused, or
+/// loses lines when it is full.
 std::FILE *OpenLog(const std::string &name)
 {
     const int descriptor =
-        name.empty() ? -1 : open(name.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+        name.empty()
+            ? -1
+            : open(name.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NONBLOCK, 0644);
     if (descriptor < 0 && !name.empty())
         throw Failure(Exit::kFile, fmt::format("cannot write the log {}: {}", name,
                                                std::generic_category().message(errno)));
@@ -37,7 +40,6 @@ bool WriteLine(std::FILE *file, const std::string &line)
 
 Console::Console(const ConsoleOptions &options)
     : m_options(options), m_isTerminal(isatty(STDERR_FILENO) == 1),
-      m_showsProgress(options.progress && m_isTerminal && !options.quiet && !options.json),
       m_resultsOnTerminal(isatty(STDOUT_FILENO) == 1)
 {
     m_log.reset(OpenLog(options.logFile));
@@ -60,12 +62,21 @@ void Console::Say(const std::string &line)
 
 void Console::Emit(const nlohmann::ordered_json &result)
 {
-    if (!m_options.json)
-        return;
+    if (m_options.json)
+        Stream(result);
+}
+
+void Console::Stream(const nlohmann::ordered_json &result)
+{
     nlohmann::ordered_json object = {{"schema", kSchema}};
     object.update(result);
     // A name may hold any bytes; what is no UTF-8 is shown as such and stops nothing.
     WriteResult(object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+}
+
+void Console::Print(const std::string &text)
+{
+    WriteResult(text.ends_with('\n') ? text.substr(0, text.size() - 1) : text);
 }
 
 void Console::Note(const std::string &line)

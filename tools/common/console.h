@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace vsctool {
 
@@ -34,16 +35,27 @@ class Console {
     /// ... and for programs (only with --json): one object per line.
     void Emit(const nlohmann::ordered_json &result);
 
+    /// The same for results that are JSON in any case.
+    void Stream(const nlohmann::ordered_json &result);
+
+    /// Text that was asked for as such.
+    void Print(const std::string &text);
+
     /// Tells the user something while the results take their time. Neither of the two throws, even
     /// when nobody can read it there or in the log.
     void Note(const std::string &line);
     void Error(const std::string &line);
 
-    bool ShowsProgress() const { return m_showsProgress; }
+    bool ShowsProgress() const
+    {
+        return m_options.progress && m_isTerminal && !m_options.quiet && !m_options.json;
+    }
     /// Whether a line that changes in place serves for the results: nobody else reads them.
-    bool ShowsResultsInPlace() const { return m_showsProgress && m_resultsOnTerminal; }
+    bool ShowsResultsInPlace() const { return ShowsProgress() && m_resultsOnTerminal; }
 
   private:
+    friend class ConsoleChange;
+
     struct CloseFile {
         void operator()(std::FILE *file) const { std::fclose(file); }
     };
@@ -53,11 +65,27 @@ class Console {
 
     ConsoleOptions m_options;
     bool m_isTerminal;
-    bool m_showsProgress;
     bool m_resultsOnTerminal;
     std::unique_ptr<std::FILE, CloseFile> m_results;
     std::unique_ptr<std::FILE, CloseFile> m_log; // only with a log file
     std::unique_ptr<LibraryLines> m_library;     // after the log, into which it writes
+};
+
+/// Has a console speak by other options for a while. The log file stays what it was, and the
+/// library's messages go where they went.
+class ConsoleChange {
+  public:
+    ConsoleChange(Console &console, const ConsoleOptions &options)
+        : m_console(console), m_before(std::exchange(console.m_options, options))
+    {
+    }
+    ~ConsoleChange() { m_console.m_options = m_before; }
+    ConsoleChange(const ConsoleChange &) = delete;
+    ConsoleChange &operator=(const ConsoleChange &) = delete;
+
+  private:
+    Console &m_console;
+    ConsoleOptions m_before;
 };
 
 } // namespace vsctool

@@ -1,6 +1,7 @@
 #include "controls.h"
 
 #include "failure.h"
+#include "nearest.h"
 #include "units.h"
 
 #include <fmt/format.h>
@@ -9,7 +10,6 @@
 #include <array>
 #include <charconv>
 #include <cmath>
-#include <numeric>
 #include <string_view>
 #include <vector>
 
@@ -114,24 +114,6 @@ int ParseValue(const NamedControl &control, const std::string &text, const std::
     return ParseWhole(text, whole);
 }
 
-constexpr size_t kLargestSlip = 2; // of the finger, in letters
-
-/// Letters to change, add or leave out until one word is the other.
-size_t Distance(std::string_view from, std::string_view to)
-{
-    std::vector<size_t> row(to.size() + 1); // to the words that `to` begins with
-    std::iota(row.begin(), row.end(), size_t{0});
-    for (const char letter : from) {
-        size_t before = row[0]++;
-        for (size_t i = 0; i < to.size(); ++i) {
-            const size_t changed = before + (letter == to[i] ? 0 : 1);
-            before = row[i + 1];
-            row[i + 1] = std::min({changed, row[i] + 1, before + 1});
-        }
-    }
-    return row.back();
-}
-
 void SetAutoLimit(const NamedControl &control, int value)
 {
     std::array<int, kAutoLimits> limits = AutoLimits();
@@ -152,15 +134,10 @@ const NamedControl &FindControl(const std::string &name)
         std::ranges::find_if(kControls, [&](const NamedControl &c) { return name == c.word; });
     if (found != kControls.end())
         return *found;
-    const auto distance = [&](const NamedControl &c) { return Distance(name, c.word); };
-    const NamedControl &nearest = *std::ranges::min_element(kControls, {}, distance);
-    if (distance(nearest) <= kLargestSlip)
-        throw Failure(Exit::kUsage,
-                      fmt::format("no control '{}'; did you mean {}?", name, nearest.word));
-    std::string names;
+    std::vector<std::string> words;
     for (const NamedControl &control : kControls)
-        names.append(names.empty() ? "" : ", ").append(control.word);
-    throw Failure(Exit::kUsage, fmt::format("no control '{}'; there are {}", name, names));
+        words.emplace_back(control.word);
+    throw Failure(Exit::kUsage, fmt::format("no control '{}'; {}", name, Suggest(name, words)));
 }
 
 ControlState StateOf(const NamedControl &control)

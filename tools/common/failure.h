@@ -15,10 +15,31 @@ enum class Exit {
     kBusy = 5,
     kCameraLost = 6,
     kNoFrame = 7,
+    kTooManyDrops = 8,
     kFile = 9,
     kNotSupported = 10,
     kUnhealthy = 11, // a check failed
     kSignal = 128,   // plus the number of the signal
+};
+
+/// The same in words, for the help.
+struct ExitWords {
+    Exit code;
+    const char *words;
+};
+inline constexpr ExitWords kExitWords[] = {
+    {Exit::kOk, "done"},
+    {Exit::kFailure, "other failure"},
+    {Exit::kUsage, "wrong usage"},
+    {Exit::kNoCamera, "no (such) camera"},
+    {Exit::kPermission, "no permission"},
+    {Exit::kBusy, "in use by another program"},
+    {Exit::kCameraLost, "camera lost"},
+    {Exit::kNoFrame, "no frame in time"},
+    {Exit::kTooManyDrops, "too many frames dropped"},
+    {Exit::kFile, "file or disk"},
+    {Exit::kNotSupported, "not with this model"},
+    {Exit::kUnhealthy, "a check failed"},
 };
 
 /// Ends the program with an exit code and a plain sentence that names what to do next.

@@ -18,6 +18,10 @@ struct Context {
     CameraChoice camera;
     Microseconds timeout{};
     bool simulated = false;
+    const CLI::App &program; // its commands and options
+
+    /// Runs another command line; nothing in a context that was made by this.
+    std::function<void(const std::vector<std::string> &)> run{};
 };
 
 /// A parsed command, ready to run. Throws Failure unless all went well.
@@ -27,6 +31,7 @@ using Command = std::function<void(Context &)>;
 struct Program {
     std::string name;
     std::string purpose; // ends the sentence "NAME: ..."
+    std::string example; // of its use
     /// Adds the commands; parsing stores what to run in `chosen`.
     void (*addCommands)(CLI::App &app, Command &chosen);
     /// Takes settings that stand before a command off the words. Throws Failure.

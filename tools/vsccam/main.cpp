@@ -13,6 +13,7 @@ Program Vsccam()
 {
     return {.name = "vsccam",
             .purpose = "works the VSC cameras",
+            .example = "vsccam --sim VSC470MC capture -e 2s -o first.fit",
             .addCommands = AddAll,
             .takeSettings = TakeSettings};
 }

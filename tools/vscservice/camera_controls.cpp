@@ -41,8 +41,10 @@ void ShowControls(Context &context)
 
 void AddControlsCommand(CLI::App &app, Command &chosen)
 {
-    app.add_subcommand("controls", "Show the controls as the camera itself lists them")
-        ->callback([&chosen] { chosen = ShowControls; });
+    CLI::App *controls =
+        app.add_subcommand("controls", "Show the controls as the camera itself lists them");
+    controls->footer("vscservice controls --json");
+    controls->callback([&chosen] { chosen = ShowControls; });
 }
 
 } // namespace vsctool

@@ -192,7 +192,7 @@ void AddHotPixelsCommand(CLI::App &app, Command &chosen)
 {
     CLI::App *command =
         app.add_subcommand("hotpixels", "The table of hot pixels in the flash of a camera");
-    command->require_subcommand(1);
+    command->footer("vscservice hotpixels show --positions");
     constexpr const char *kDoNotAsk = "Do not ask";
 
     CLI::App *show = command->add_subcommand("show", "Show how many there are");
@@ -203,6 +203,7 @@ void AddHotPixelsCommand(CLI::App &app, Command &chosen)
     });
 
     CLI::App *save = command->add_subcommand("save", "Write the bright pixels of a dark frame");
+    save->footer("vscservice hotpixels save dark.bmp");
     const auto options = std::make_shared<SaveOptions>();
     save->add_option("dark", options->dark, "Made by 'vsccam dark make'")->required();
     save->add_flag("--yes", options->yes, kDoNotAsk);
@@ -210,12 +211,10 @@ void AddHotPixelsCommand(CLI::App &app, Command &chosen)
         [&chosen, options] { chosen = [options](Context &context) { Save(*options, context); }; });
 
     CLI::App *erase = command->add_subcommand("erase", "Forget them all");
+    erase->footer("vscservice hotpixels erase");
     const auto yes = std::make_shared<bool>();
     erase->add_flag("--yes", *yes, kDoNotAsk);
     erase->callback([&chosen, yes] { chosen = [yes](Context &context) { Erase(*yes, context); }; });
-
-    for (CLI::App *action : command->get_subcommands({}))
-        action->fallthrough(); // global options may follow
 }
 
 } // namespace vsctool

@@ -16,6 +16,7 @@ int main(int argc, char **argv)
 {
     return vsctool::RunProgram({.name = "vscservice",
                                 .purpose = "maintains VSC cameras at the bench",
+                                .example = "vscservice hotpixels show",
                                 .addCommands = AddCommands},
                                argc, argv);
 }

@@ -306,6 +306,8 @@ void Capture(const CaptureOptions &options, Context &context)
 void AddCaptureCommand(CLI::App &app, Command &chosen)
 {
     CLI::App *capture = app.add_subcommand("capture", "Take pictures and write them as FITS files");
+    capture->footer("vsccam capture -e 60s -n 20 --gain 200 --cool -10 --wait-temp 0.5 "
+                    "-o 'm42_{seq:05}.fit'");
     const auto options = std::make_shared<CaptureOptions>();
     AddOptions(*capture, *options);
     capture->callback([&chosen, options] {

@@ -106,9 +106,15 @@ bool IsSetting(const std::string &word)
     return word.find('=') != std::string::npos;
 }
 
-/// Reached only when no setting, or no command, follows the word.
-[[noreturn]] void ThrowNoPrefix(const std::vector<std::string> &words)
+/// Reached only when no setting, or no command, follows the word. Where the camera stays open, the
+/// settings do, too.
+void SetAlone(const std::vector<std::string> &words, Context &context)
 {
+    if (!context.run && !words.empty() && std::ranges::all_of(words, IsSetting)) {
+        std::ranges::transform(words, std::back_inserter(context.camera.settings), ParseSetting);
+        (void)Camera(context.camera);
+        return;
+    }
     if (words.empty() || IsSetting(words.front()))
         throw Failure(Exit::kUsage, "settings end with the program: put a command behind them, as "
                                     "in 'set gain=200 -- capture'");
@@ -122,6 +128,8 @@ bool IsSetting(const std::string &word)
 // are taken off before anything is parsed: what is left reads like any other command line.
 std::vector<Setting> TakeSettings(std::vector<std::string> &words)
 {
+    if (!words.empty() && words.front() == "completion") // it asks for what follows "set"
+        return {};
     const auto set = std::find(words.begin(), words.end(), "set");
     if (set == words.end() || (set != words.begin() && *std::prev(set) == "id"))
         return {};
@@ -137,20 +145,23 @@ std::vector<Setting> TakeSettings(std::vector<std::string> &words)
 
 void AddControlsCommands(CLI::App &app, Command &chosen)
 {
-    app.add_subcommand("controls", "Show all controls with their ranges")->callback([&chosen] {
-        chosen = ShowControls;
-    });
+    CLI::App *controls = app.add_subcommand("controls", "Show all controls with their ranges");
+    controls->footer("vsccam controls --json");
+    controls->callback([&chosen] { chosen = ShowControls; });
 
     CLI::App *get = app.add_subcommand("get", "Show the values of some controls");
+    get->footer("vsccam get gain exposure");
     const auto names = std::make_shared<std::vector<std::string>>();
     get->add_option("name", *names, "Controls, see 'vsccam controls'")->required();
     get->callback(
         [&chosen, names] { chosen = [names](Context &context) { Get(*names, context); }; });
 
     CLI::App *set = app.add_subcommand("set", "Set controls, then run the command behind '--'");
-    set->footer("NAME=VALUE... -- COMMAND; exposure=20ms gain=auto cooler=on -- capture");
+    set->footer("vsccam set gain=300 bandwidth=60 red=auto -- capture -e 2s");
     set->prefix_command();
-    set->callback([set] { ThrowNoPrefix(set->remaining()); });
+    set->callback([&chosen, set] {
+        chosen = [words = set->remaining()](Context &context) { SetAlone(words, context); };
+    });
 }
 
 } // namespace vsctool

@@ -161,6 +161,7 @@ void AddMake(CLI::App &dark, Command &chosen)
 {
     CLI::App *make = dark.add_subcommand(
         "make", "Take dark frames, with the cap on, and write what --dark subtracts");
+    make->footer("vsccam dark make -e 30s -n 9 --cool -10 --wait-temp 0.5 -o dark30.bmp");
     const auto options = std::make_shared<MakeOptions>();
     MakeOptions &o = *options;
     AddParsed(*make, "-e,--exposure", o.exposure, ParseTime, "TIME",
@@ -195,11 +196,9 @@ void AddInfo(CLI::App &dark, Command &chosen)
 void AddDarkCommand(CLI::App &app, Command &chosen)
 {
     CLI::App *dark = app.add_subcommand("dark", "Make and look at dark frames");
-    dark->require_subcommand(1);
+    dark->footer("vsccam dark info dark.bmp");
     AddMake(*dark, chosen);
     AddInfo(*dark, chosen);
-    for (CLI::App *command : dark->get_subcommands({}))
-        command->fallthrough(); // global options may follow
 }
 
 } // namespace vsctool

@@ -81,6 +81,7 @@ void AddDoctorCommand(CLI::App &app, Command &chosen)
 {
     CLI::App *doctor =
         app.add_subcommand("doctor", "Check cameras and machine, and tell what mends them");
+    doctor->footer("vsccam doctor --live --report report.json");
     const auto options = std::make_shared<DoctorOptions>();
     doctor->add_flag("--live", options->live, "Open a camera, too, and take ten frames");
     doctor->add_option("-o,--output", options->folder, "Folder that pictures are to be written in")

@@ -68,6 +68,7 @@ void Guide(const GuideOptions &options, Context &context)
 void AddGuideCommand(CLI::App &app, Command &chosen)
 {
     CLI::App *guide = app.add_subcommand("guide", "Send a pulse to the mount");
+    guide->footer("vsccam guide n 500ms");
     const auto options = std::make_shared<GuideOptions>();
     guide->add_option("direction", options->direction, "N, S, E or W")
         ->required()

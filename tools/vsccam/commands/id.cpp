@@ -68,9 +68,10 @@ void SetId(const SetOptions &options, Context &context)
 void AddIdCommand(CLI::App &app, Command &chosen)
 {
     CLI::App *id = app.add_subcommand("id", "Read or write the identifier in a camera's flash");
-    id->require_subcommand(1);
-    id->add_subcommand("get", "Show it")->fallthrough()->callback([&chosen] { chosen = GetId; });
-    CLI::App *set = id->add_subcommand("set", "Write it")->fallthrough();
+    id->footer("vsccam id get");
+    id->add_subcommand("get", "Show it")->callback([&chosen] { chosen = GetId; });
+    CLI::App *set = id->add_subcommand("set", "Write it");
+    set->footer("vsccam id set 0102030405060708");
     const auto options = std::make_shared<SetOptions>();
     AddParsed(*set, "id", options->id, ParseId, "HEX", "Eight bytes: 16 hexadecimal digits")
         ->required();

@@ -92,9 +92,9 @@ void Info(Context &context)
 
 void AddInfoCommand(CLI::App &app, Command &chosen)
 {
-    app.add_subcommand("info", "Show what a camera is and can")->callback([&chosen] {
-        chosen = Info;
-    });
+    CLI::App *info = app.add_subcommand("info", "Show what a camera is and can");
+    info->footer("vsccam --camera usb:1-2.3 info");
+    info->callback([&chosen] { chosen = Info; });
 }
 
 } // namespace vsctool

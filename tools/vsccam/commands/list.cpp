@@ -139,6 +139,7 @@ void List(const ListOptions &options, Context &context)
 void AddListCommand(CLI::App &app, Command &chosen)
 {
     CLI::App *list = app.add_subcommand("list", "List the cameras and whether they can be used");
+    list->footer("vsccam list --require 2");
     const auto options = std::make_shared<ListOptions>();
     CLI::Option *models =
         list->add_flag("--models", options->models, "All models that there are, instead");

@@ -16,9 +16,9 @@ void ShowVersion(Context &context)
 
 void AddVersionCommand(CLI::App &app, Command &chosen)
 {
-    app.add_subcommand("version", "Show the versions of tool and library")->callback([&chosen] {
-        chosen = ShowVersion;
-    });
+    CLI::App *version = app.add_subcommand("version", "Show the versions of tool and library");
+    version->footer("vsccam version --json");
+    version->callback([&chosen] { chosen = ShowVersion; });
 }
 
 } // namespace vsctool
