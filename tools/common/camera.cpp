@@ -134,20 +134,30 @@ CameraEntry FindCamera(const std::string &selector)
 
 Camera::Camera(const CameraChoice &choice)
 {
-    const bool keepPort = PortOf(choice.selector).has_value();
-    const CameraEntry found = FindCamera(choice.selector);
+    m_open = s_kept;
+    if (!m_open)
+        OpenAnew(choice.selector);
+    for (const Setting &setting : choice.settings)
+        Apply(setting);
+}
+
+void Camera::OpenAnew(const std::string &selector)
+{
+    const bool keepPort = PortOf(selector).has_value();
+    const CameraEntry found = FindCamera(selector);
     const auto there = NarrowTo(found, keepPort);
     if (!there)
         throw Failure(Exit::kNoCamera, fmt::format("{} has just gone", found.model));
-    m_entry = *there;
-    if (!openCamera(m_entry.index))
-        throw WhyNotOpened(m_entry);
+    m_open = std::make_shared<Open>();
+    m_open->entry = *there;
+    if (!openCamera(there->index))
+        throw WhyNotOpened(*there);
     if (!initCamera())
         throw Failure(Exit::kFailure,
-                      fmt::format("{} does not answer; plug it in again", m_entry.model));
+                      fmt::format("{} does not answer; plug it in again", there->model));
     (void)Listen();
-    for (const Setting &setting : choice.settings)
-        Apply(setting);
+    if (s_keeps)
+        s_kept = m_open;
 }
 
 /// What the library has said since the last call; keeps what is asked for later.
@@ -156,9 +166,9 @@ std::vector<LibraryLine> Camera::Listen()
     std::vector<LibraryLine> lines = LibraryLines::Take();
     for (const LibraryLine &line : lines)
         if (line.text.starts_with(kNotVerified))
-            m_notVerified = After(kNotVerified, line.text);
+            m_open->notVerified = After(kNotVerified, line.text);
     if (const std::string advice = UsbfsAdvice(lines); !advice.empty())
-        m_memoryAdvice = advice;
+        m_open->memoryAdvice = advice;
     return lines;
 }
 
@@ -166,16 +176,16 @@ void Camera::SetFraming(const Framing &framing)
 {
     if (!isBinSupported(framing.bin))
         throw Failure(Exit::kNotSupported,
-                      fmt::format("{} has no binning {}", m_entry.model, framing.bin));
+                      fmt::format("{} has no binning {}", Entry().model, framing.bin));
     if (!isImgTypeSupported(static_cast<int>(framing.format)))
-        throw Failure(Exit::kNotSupported, fmt::format("{} does not deliver {}", m_entry.model,
+        throw Failure(Exit::kNotSupported, fmt::format("{} does not deliver {}", Entry().model,
                                                        FormatName(framing.format)));
     const Region region = framing.region.value_or(WholeSensor(framing.bin));
     CheckRegion(region, framing.bin);
     if (!setImageFormat(region.width, region.height, framing.bin,
                         static_cast<int>(framing.format))) {
         CheckPresence();
-        throw WhyNotFramed(m_entry.model, region, framing.bin);
+        throw WhyNotFramed(Entry().model, region, framing.bin);
     }
     // Always: after a new size alone, some cameras read other rows than those that it names.
     if (framing.region)
@@ -189,11 +199,11 @@ void Camera::SetExposure(Microseconds time, Console &console)
     const Microseconds longest(getMax(CONTROL_EXPOSURE));
     if (time > longest)
         throw Failure(Exit::kUsage,
-                      fmt::format("{} exposes {} at most", m_entry.model, FormatTime(longest)));
+                      fmt::format("{} exposes {} at most", Entry().model, FormatTime(longest)));
     m_asked = time;
     setValue(CONTROL_EXPOSURE, static_cast<int>(time.count()), false);
     const Microseconds set(getValue(CONTROL_EXPOSURE, nullptr));
-    const Microseconds planned = PlannedExposure(m_entry.model, isUSB3Host() != 0, set);
+    const Microseconds planned = PlannedExposure(Entry().model, isUSB3Host() != 0, set);
     if (set != time)
         console.Note(fmt::format("exposure is {} on this camera", FormatTime(set)));
     else if (planned != set)
@@ -248,30 +258,36 @@ void Camera::TellTimes(Exposure &exposure, SteadyClock::time_point begin)
             exposure.measured = std::chrono::milliseconds(measuredMs);
     }
     const Microseconds set(getValue(CONTROL_EXPOSURE, nullptr));
-    exposure.planned = PlannedExposure(m_entry.model, set, opened.has_value());
+    exposure.planned = PlannedExposure(Entry().model, set, opened.has_value());
     exposure.start = UtcOf(opened.value_or(begin));
 }
 
-void Camera::CheckPresence() const
+bool Camera::IsPresent() const
 {
     // No others of the model are listed, see NarrowTo; this one may be at another port by now. The
     // library may count one for a while that the system has lost.
     const std::vector<CameraEntry> cameras = ListCameras();
     const auto isIt = [this](const CameraEntry &camera) {
-        return camera.model == m_entry.model && camera.usb.has_value() == m_entry.usb.has_value();
+        return camera.model == Entry().model && camera.usb.has_value() == Entry().usb.has_value();
     };
-    if (std::ranges::none_of(cameras, isIt))
+    return std::ranges::any_of(cameras, isIt);
+}
+
+void Camera::CheckPresence() const
+{
+    if (!IsPresent())
         throw Failure(Exit::kCameraLost,
-                      fmt::format("{} was unplugged; check plug and power", m_entry.model));
+                      fmt::format("{} was unplugged; check plug and power", Entry().model));
 }
 
 void Camera::ThrowNoFrame(const std::string &what)
 {
     (void)Listen();
     CheckPresence();
-    throw Failure(Exit::kNoFrame, fmt::format("{}: {}. {}", m_entry.model, what,
-                                              m_memoryAdvice.empty() ? "Try another cable or port"
-                                                                     : m_memoryAdvice));
+    throw Failure(Exit::kNoFrame,
+                  fmt::format("{}: {}. {}", Entry().model, what,
+                              m_open->memoryAdvice.empty() ? "Try another cable or port"
+                                                           : m_open->memoryAdvice));
 }
 
 std::optional<Mosaic> Camera::PictureMosaic() const
@@ -285,6 +301,34 @@ std::optional<Mosaic> Camera::PictureMosaic() const
     bool flipY = false;
     GetMisc(&flipX, &flipY);
     return MosaicOf(getColorBayer(), flipX, flipY);
+}
+
+KeptCamera::KeptCamera()
+{
+    Camera::s_keeps = true;
+}
+
+KeptCamera::~KeptCamera()
+{
+    LetGo();
+    Camera::s_keeps = false;
+}
+
+bool KeptCamera::IsOpen() const
+{
+    return Camera::s_kept != nullptr;
+}
+
+void KeptCamera::Rest() const
+{
+    stopCapture();
+    DisableDarkSubtract();
+    SetMisc(false, false);
+}
+
+void KeptCamera::LetGo()
+{
+    Camera::s_kept.reset();
 }
 
 Mosaic MosaicOf(int bayerCode, bool flipX, bool flipY)

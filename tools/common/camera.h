@@ -11,6 +11,7 @@
 #include <vsccam.h>
 
 #include <chrono>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -40,12 +41,17 @@ struct CameraChoice {
     std::vector<Setting> settings;
 };
 
-/// The open camera; there is one per process. All functions throw Failure.
+/// The open camera; there is one per process. It is closed with the last object of this class,
+/// which ends exposure and cooling, too. All functions throw Failure.
 class Camera {
   public:
+    /// Opens the camera, or takes the one that is kept open; see KeptCamera.
     explicit Camera(const CameraChoice &choice);
 
-    const CameraEntry &Entry() const { return m_entry; }
+    const CameraEntry &Entry() const { return m_open->entry; }
+
+    /// Whether it stays open when this object goes, and keeps its temperature.
+    bool IsKept() const { return m_open == s_kept; }
 
     void SetFraming(const Framing &framing);
     /// Sets the exposure, and tells when it will be another one: models clamp, and the library
@@ -56,8 +62,9 @@ class Camera {
     Exposure Take(Microseconds patience, ProgressBar &bar);
 
     /// What of this model was never tried on hardware, in the library's words; empty: nothing.
-    const std::string &NotVerified() const { return m_notVerified; }
+    const std::string &NotVerified() const { return m_open->notVerified; }
 
+    bool IsPresent() const;
     /// Throws when the camera is gone.
     void CheckPresence() const;
 
@@ -65,20 +72,49 @@ class Camera {
     std::optional<Mosaic> PictureMosaic() const;
 
   private:
-    struct CloseAtEnd {
-        ~CloseAtEnd() { closeCamera(); }
+    friend class KeptCamera;
+
+    /// What is known of the camera for as long as it is open.
+    struct Open {
+        Open() = default;
+        ~Open() { closeCamera(); } // on every way out
+        Open(const Open &) = delete;
+        Open &operator=(const Open &) = delete;
+
+        CameraEntry entry;
+        std::string notVerified;
+        std::string memoryAdvice; // once the kernel refused the library memory for transfers
     };
 
+    void OpenAnew(const std::string &selector);
     [[noreturn]] void ThrowNoFrame(const std::string &what);
     std::vector<LibraryLine> Listen();
     void AwaitFrame(Exposure &exposure, Microseconds patience, ProgressBar &bar);
     void TellTimes(Exposure &exposure, std::chrono::steady_clock::time_point begin);
 
-    CameraEntry m_entry;
-    std::string m_notVerified;
-    std::string m_memoryAdvice; // once the kernel refused the library memory for transfers
+    std::shared_ptr<Open> m_open;
     Microseconds m_asked{};
-    CloseAtEnd m_closeAtEnd; // stops exposure and cooling too, on every way out
+
+    // Of KeptCamera. The main thread alone opens cameras.
+    static inline bool s_keeps = false;
+    static inline std::shared_ptr<Open> s_kept;
+};
+
+/// While this object lives, the camera that is opened first stays open, so that it keeps its
+/// settings and its temperature from one command to the next. There is one object at a time.
+class KeptCamera {
+  public:
+    KeptCamera();
+    ~KeptCamera();
+    KeptCamera(const KeptCamera &) = delete;
+    KeptCamera &operator=(const KeptCamera &) = delete;
+
+    bool IsOpen() const;
+    /// Ends what a command may have left behind: capture, dark frame, flips. Controls and cooling
+    /// stay as they are.
+    void Rest() const;
+    /// Closes the camera; the next command opens it anew.
+    void LetGo();
 };
 
 /// Phase of the sensor's mosaic by its code, and what flips make of it.

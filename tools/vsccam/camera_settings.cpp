@@ -95,7 +95,7 @@ Microseconds Prepare(Camera &camera, const CameraSettings &settings, Microsecond
 void WorkAtTemperature(Camera &camera, const CameraSettings &settings, Console &console,
                        const std::function<void()> &work)
 {
-    if (settings.coolTo && isCoolerCam() && !settings.noWarming)
+    if (settings.coolTo && isCoolerCam() && !settings.noWarming && !camera.IsKept())
         WorkThenWarm(console, work, [&] { WarmUp(camera, console); });
     else
         work();

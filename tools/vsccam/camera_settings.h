@@ -37,7 +37,8 @@ void CheckSettings(const CameraSettings &settings);
 Microseconds Prepare(Camera &camera, const CameraSettings &settings, Microseconds usual,
                      Console &console);
 
-/// Does `work`; a sensor that it cooled is warmed afterwards, unless the settings say otherwise.
+/// Does `work`; a sensor that it cooled is warmed afterwards, unless the settings say otherwise or
+/// the camera is kept open.
 void WorkAtTemperature(Camera &camera, const CameraSettings &settings, Console &console,
                        const std::function<void()> &work);
 

@@ -74,7 +74,7 @@ void WorkThenWarm(Console &console, const std::function<void()> &work,
     } catch (const Failure &failure) {
         if (failure.Code() == static_cast<int>(Exit::kCameraLost))
             throw;
-        if (IsSignal(failure))
+        if (IsSignal(failure) && getValue(CONTROL_COOLER_ON, nullptr))
             console.Note("warming the sensor; stop once more to end at once");
         warm();
         throw;

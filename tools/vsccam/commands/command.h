@@ -11,14 +11,15 @@ namespace vsctool {
 using AddCommand = void(CLI::App &app, Command &chosen);
 
 AddCommand AddListCommand, AddInfoCommand, AddCaptureCommand, AddControlsCommands, AddCoolCommand,
-    AddDarkCommand, AddDoctorCommand, AddGuideCommand, AddIdCommand, AddCompletionCommand,
-    AddVersionCommand;
+    AddDarkCommand, AddDoctorCommand, AddGuideCommand, AddIdCommand, AddMonitorCommand,
+    AddShellCommand, AddCompletionCommand, AddVersionCommand;
 
 /// All of them, in the order of the help.
 inline constexpr AddCommand *kCommands[] = {
-    AddListCommand, AddInfoCommand,       AddCaptureCommand, AddControlsCommands,
-    AddCoolCommand, AddDarkCommand,       AddDoctorCommand,  AddGuideCommand,
-    AddIdCommand,   AddCompletionCommand, AddVersionCommand,
+    AddListCommand,    AddInfoCommand,    AddCaptureCommand, AddControlsCommands,
+    AddCoolCommand,    AddDarkCommand,    AddDoctorCommand,  AddGuideCommand,
+    AddIdCommand,      AddMonitorCommand, AddShellCommand,   AddCompletionCommand,
+    AddVersionCommand,
 };
 
 /// Takes "set NAME=VALUE... --" off the words in front of a command, wherever options for all

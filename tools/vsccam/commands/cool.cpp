@@ -37,10 +37,14 @@ class CoolingRun {
         m_startC = Temperature();
     }
 
+    /// A camera that is kept open stays cold.
     void Run()
     {
-        WorkThenWarm(
-            m_console, [this] { CoolQuietly(); }, [this] { Warm(); });
+        if (m_camera.IsKept())
+            Cool();
+        else
+            WorkThenWarm(
+                m_console, [this] { CoolQuietly(); }, [this] { Warm(); });
     }
 
   private:
@@ -64,11 +68,13 @@ class CoolingRun {
         const double finalC = m_options.targetC;
         for (;;) {
             const auto elapsed = SteadyClock::now() - start;
-            MoveTarget(m_options.rampCPerMin
-                           ? OnRamp(m_startC, finalC, *m_options.rampCPerMin, elapsed)
-                           : finalC);
+            const double nowC = m_options.rampCPerMin
+                                    ? OnRamp(m_startC, finalC, *m_options.rampCPerMin, elapsed)
+                                    : finalC;
+            MoveTarget(nowC);
             Report();
-            if (m_options.duration && elapsed >= *m_options.duration)
+            if (m_options.duration ? elapsed >= *m_options.duration
+                                   : m_camera.IsKept() && nowC == finalC)
                 return;
             Wait();
         }
@@ -145,6 +151,7 @@ void AddCoolCommand(CLI::App &app, Command &chosen)
 {
     CLI::App *cool =
         app.add_subcommand("cool", "Cool the sensor until stopped, then warm it again");
+    cool->footer("vsccam cool --target -10 --ramp 3");
     const auto options = std::make_shared<CoolOptions>();
     cool->add_option("--target", options->targetC, "Degrees Celsius, -40 to 30")
         ->required()

@@ -144,7 +144,7 @@ void Make(const MakeOptions &options, Context &context)
 {
     Camera camera(context.camera);
     const auto make = [&] { Make(options, camera, context); };
-    if (options.coolTo && isCoolerCam())
+    if (options.coolTo && isCoolerCam() && !camera.IsKept())
         WorkThenWarm(context.console, make, [&] { WarmUp(camera, context.console); });
     else
         make();

@@ -1,0 +1,90 @@
+#!/bin/sh
+# shell.sh VSCCAM: one camera, kept open from line to line, and what ends lines and shell.
+set -eu
+vsccam=$1
+# shellcheck source=tests/tools/expect.sh
+. "$(dirname "$0")/expect.sh"
+
+# shell CAMERA LINES ARGUMENTS: runs lines, spelt as printf does.
+shell() {
+    camera=$1
+    # shellcheck disable=SC2059
+    printf "$2" >lines
+    shift 2
+    rm -f requests
+    "$vsccam" --sim "$camera:requests=requests" "$@" shell <lines
+}
+
+# Controls stay from line to line, and no failing line ends the shell; it tells of the last one.
+expect 3 "$vsccam" shell
+expect 2 shell VSC470MC 'get gain\nset gain=300\n# a remark\n\ncaptur\nget gain --json\nshell\nget gain'
+[ "$(sed -n '$p' output)" = 300 ]
+contains output '"name":"gain","available":true,"value":300,'
+contains messages 'did you mean capture?'
+contains messages '2 of 6 commands failed'
+expect 0 shell VSC470MC 'capture -e 10ms --no-png --roi 640x480+0+0 -o "two words.fit" --object="M 42"\nquit\nget x'
+contains 'two words.fit' "OBJECT  = 'M 42"
+
+# Dark frames and flips end with their line; a camera that was lost is opened anew.
+"$vsccam" --sim VSC470MC:capped dark make -e 10ms -n 1 -o dark.bmp >output
+expect 0 shell VSC470MC 'capture -e 10ms --format raw8 --dark dark.bmp --flip-x -o a.fit
+capture -e 10ms --format raw8 -o b.fit --no-png\n'
+contains a.fit 'DARKSUB'
+! grep -q 'DARKSUB' b.fit
+contains a.fit "BAYERPAT= 'GRBG"
+contains b.fit "BAYERPAT= 'RGGB"
+expect 3 "$(dirname "$vsccam")/vscsim" run --fault unplug:b0@1 -- "$vsccam" --json shell <<'LINES'
+guide n 9s
+get gain
+LINES
+contains output '"command":"guide n 9s","code":6,'
+contains messages 'opens the camera anew'
+
+# A cooler regulates from its line to the end; the sensor is warmed then, also after a failure.
+expect 10 shell VSC470MM-Cool 'cool --target 15\ncapture -e 10ms --cool 16 --no-png -o c.fit
+get cooler\ncapture --bin 3\n' --json
+contains output '"command":"capture --bin 3","code":10,"error"'
+[ "$(sed -n '/"cooler"/s/.*"value":\([a-z]*\).*/\1/p' output)" = true ]
+contains messages 'the cooler is off'
+[ "$(grep ^cooler requests | tail -n 1)" = 'cooler 255' ]
+
+# SIGINT ends the line that runs, SIGTERM the shell; of a script, both do.
+interrupt() {
+    rm -f requests process
+    # shellcheck disable=SC2016 # the variables are those of the script on the bus
+    "$(dirname "$vsccam")/vscsim" run --camera VSC470MC:requests=requests -- sh -c '
+        echo $$ >process; exec "$0" -v shell "$@"' "$vsccam" "$@" <&3 >output 2>messages &
+    shell=$!
+}
+shown() {
+    until grep -q "$1" requests output messages 2>/dev/null; do
+        kill -0 "$shell" || exit 1
+        sleep 0.1
+    done
+}
+mkfifo typed
+for signal in INT TERM; do
+    interrupt 3<>typed
+    printf 'guide s 60s\nget gain\n' >typed
+    shown 'guide on'
+    kill -s "$signal" "$(cat process)"
+    if [ "$signal" = INT ]; then
+        shown '^200$'
+        contains messages stopped
+        printf 'quit\n' >typed
+    fi
+    expect "$([ "$signal" = INT ] && echo 130 || echo 143)" wait "$shell"
+done
+printf 'guide s 60s\nget gain\n' >script
+interrupt script 3</dev/null
+shown 'guide on'
+kill -s INT "$(cat process)"
+expect 130 wait "$shell"
+contains messages 'camera closed'
+
+# Lines of what happens to the camera, as long as it is watched.
+expect 0 "$vsccam" --sim VSC470MC monitor --interval 500ms --for 500ms
+contains output '"present":true,"frames":'
+contains output '"dropped":0,"errors":0,"temperature_c":20.0}'
+expect 0 "$(dirname "$vsccam")/vscsim" run --fault unplug@20 -- "$vsccam" monitor --interval 1s --for 3s
+contains output '"present":false'
