@@ -127,6 +127,8 @@ contains messages '1 of 1 previews were not written'
 (
     trap '' XFSZ
     ulimit -f 100
+    expect 9 sim capture -e 10ms -o large.tif --no-png
+    [ -z "$(find . -name '*large*')" ]
     expect 9 sim capture -e 10ms -o large.fit --no-png
 )
 contains messages 'cannot write large.fit: File too large'
@@ -173,7 +175,7 @@ expect 4 "$(dirname "$vsccam")/vscsim" run -- sh -c '
     chmod 0 "$UMOCKDEV_DIR/dev/bus/usb/001/002"
     [ "$(id -u)" != 0 ] || as="setpriv --bounding-set=-dac_override,-dac_read_search"
     exec $as "$vsccam" capture -e 10ms -o never.fit'
-contains messages 'no permission for KYR VSC470MC at /dev/bus/usb/001/002'
+contains messages 'no permission for KYR VSC470MC at /dev/bus/usb/001/002. What mends it: sudo '
 
 # What the doctor sees of a camera, of the bus, and of the machine.
 expect 0 sim doctor --live --report report.json
@@ -205,7 +207,7 @@ expect 0 sim set gain=300 exposure=20ms red=auto -- get gain exposure
 expect 0 sim set gain=300 -- get gain --json
 contains output '"name":"gain","available":true,"value":300,'
 expect 0 sim --json controls
-contains output '"name":"exposure","available":true,"value_s":0.01'
+contains output '"name":"exposure","available":true,"value":0.01,"min":6.4e-05,"max":2000.0,"unit":"s"'
 expect 0 sim set exposure=40us -- get exposure
 contains output 40us
 expect 2 sim set gain=700 -- info

@@ -23,8 +23,8 @@ Facts AllWell()
     camera.device.permitted = true;
     camera.hub = "1-2";
     facts.cameras = {camera};
-    facts.ruleFile = "/etc/udev/rules.d/60-vsccam.rules";
-    facts.ruleSource = "/tmp/60-vsccam.rules";
+    facts.rule.file = "/etc/udev/rules.d/60-vsccam.rules";
+    facts.rule.source = "/tmp/60-vsccam.rules";
     facts.usbfsLimitMiB = 16;
     facts.availableMemory = 100 * kMiB;
     facts.vsccam = {"1.0.0", "1.0.0", 64};
@@ -53,8 +53,8 @@ TEST(Doctor, FindsWhatIsWrongAndNamesTheRemedy)
         {"permission", kFail, "trigger", [](F &f) { f.cameras[0].device.permitted = false; }},
         {"permission", kFail, "-v /dev/bus/usb:",
          [](F &f) { f.cameras[0].device.permitted = f.cameras[0].device.hasNode = false; }},
-        {"rule", kWarn, "--reload && sudo udevadm trigger", [](F &f) { f.ruleFile.clear(); }},
-        {"rule", kWarn, "vsccam-common", [](F &f) { f.ruleFile = f.ruleSource = ""; }},
+        {"rule", kWarn, "--reload && sudo udevadm trigger", [](F &f) { f.rule.file.clear(); }},
+        {"rule", kWarn, "vsccam-common", [](F &f) { f.rule.file = f.rule.source = ""; }},
         {"group", kOk, "", [](F &f) { f.membership = Membership::kNone; }},
         {"holder", kWarn, "fuser -v /dev/bus/usb/001/007",
          [](F &f) { f.cameras[0].device.driver = "usbfs"; }},
@@ -113,7 +113,7 @@ TEST(Doctor, LetsAUserInWhoMayNotOpenTheCameraByWhatIsMissing)
     for (const auto &c : cases) {
         Facts facts = AllWell();
         facts.cameras[0].device.permitted = false;
-        facts.ruleFile = c.rule;
+        facts.rule.file = c.rule;
         facts.membership = c.membership;
         const std::vector<Finding> findings = Examine(facts);
         const auto found = std::ranges::find(findings, std::string("permission"), &Finding::id);

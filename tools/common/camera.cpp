@@ -3,6 +3,7 @@
 #include "failure.h"
 #include "identity.h"
 #include "stop_signals.h"
+#include "udev_rule.h"
 #include "usbfs_memory.h"
 
 #include <fmt/format.h>
@@ -34,12 +35,9 @@ Failure WhyNotOpened(const CameraEntry &camera)
                         "can",
                         camera.model)};
     if (camera.usb && !camera.usb->permitted)
-        return {
-            Exit::kPermission,
-            fmt::format("no permission for {} at {}. Install the udev rule of the package "
-                        "vsccam-common (or copy 60-vsccam.rules to /etc/udev/rules.d), join the "
-                        "group plugdev, then plug the camera in again",
-                        camera.model, camera.usb->node)};
+        return {Exit::kPermission,
+                fmt::format("no permission for {} at {}. What mends it: {}", camera.model,
+                            camera.usb->node, GainPermission(FindUdevRule(), MembershipOfUser()))};
     if (camera.usb && camera.usb->Busy())
         return {Exit::kBusy, fmt::format("{} is in use by another program. Close that one first; "
                                          "'fuser -v {}' names it",
@@ -96,6 +94,19 @@ Failure WhyNotFramed(const std::string &model, const Region &region, int bin)
             fmt::format("{} refuses {} x {} pixels at binning {}: frames of this camera are whole "
                         "blocks of {} pixels of the sensor, and {} are no multiple of that",
                         model, region.width, region.height, bin, kBlock, pixels)};
+}
+
+/// What to do when the open camera is there but sends nothing, the likeliest first.
+std::string AdviceWithoutFrames()
+{
+    std::string advice = "Try another cable or port";
+    if (isUSB3Camera() && !isUSB3Host())
+        advice += " (it is attached by USB 2.0 only)";
+    if (getValue(CONTROL_BANDWIDTH, nullptr) > getMin(CONTROL_BANDWIDTH))
+        advice += fmt::format(", or leave more of the bus to others: 'vsccam set bandwidth={} -- "
+                              "...'",
+                              getMin(CONTROL_BANDWIDTH));
+    return advice + "; 'vsccam doctor --live' looks at the rest";
 }
 
 template <class Duration> Microseconds ToMicroseconds(Duration time)
@@ -284,10 +295,9 @@ void Camera::ThrowNoFrame(const std::string &what)
 {
     (void)Listen();
     CheckPresence();
-    throw Failure(Exit::kNoFrame,
-                  fmt::format("{}: {}. {}", Entry().model, what,
-                              m_open->memoryAdvice.empty() ? "Try another cable or port"
-                                                           : m_open->memoryAdvice));
+    throw Failure(Exit::kNoFrame, fmt::format("{}: {}. {}", Entry().model, what,
+                                              m_open->memoryAdvice.empty() ? AdviceWithoutFrames()
+                                                                           : m_open->memoryAdvice));
 }
 
 std::optional<Mosaic> Camera::PictureMosaic() const

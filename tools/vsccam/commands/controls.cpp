@@ -13,32 +13,42 @@ namespace {
 
 using nlohmann::ordered_json;
 
-/// A figure in the unit that the name of the entry tells.
-void AddFigure(ordered_json &json, const NamedControl &control, const std::string &key, int value)
+/// The unit of what is shown for programs; empty: it has none.
+const char *UnitOf(const NamedControl &control)
 {
     switch (control.unit) {
     case ControlUnit::kMicroseconds:
-        json[key + "_s"] = Seconds(Microseconds(value));
-        break;
     case ControlUnit::kSeconds:
-        json[key + "_s"] = value;
-        break;
+        return "s";
     case ControlUnit::kTenthCelsius:
-        json[key + "_c"] = value / 10.0;
-        break;
     case ControlUnit::kCelsius:
-        json[key + "_c"] = value;
-        break;
+        return "C";
     case ControlUnit::kPercent:
-        json[key + "_percent"] = value;
-        break;
+        return "%";
     case ControlUnit::kSwitch:
-        json[key] = value != 0;
-        break;
     case ControlUnit::kPlain:
-        json[key] = value;
         break;
     }
+    return "";
+}
+
+/// A figure in that unit.
+ordered_json Figure(const NamedControl &control, int value)
+{
+    switch (control.unit) {
+    case ControlUnit::kMicroseconds:
+        return Seconds(Microseconds(value));
+    case ControlUnit::kTenthCelsius:
+        return value / 10.0;
+    case ControlUnit::kSwitch:
+        return value != 0;
+    case ControlUnit::kSeconds:
+    case ControlUnit::kCelsius:
+    case ControlUnit::kPercent:
+    case ControlUnit::kPlain:
+        break;
+    }
+    return value;
 }
 
 } // namespace
@@ -48,9 +58,10 @@ ordered_json AsJson(const NamedControl &control, const ControlState &state)
     ordered_json json = {{"name", control.word}, {"available", state.available}};
     if (!state.available)
         return json;
-    AddFigure(json, control, "value", state.value);
-    AddFigure(json, control, "min", state.min);
-    AddFigure(json, control, "max", state.max);
+    json["value"] = Figure(control, state.value);
+    json["min"] = Figure(control, state.min);
+    json["max"] = Figure(control, state.max);
+    json["unit"] = UnitOf(control);
     json["auto"] = state.automatic;
     json["has_auto"] = state.hasAutomatic;
     json["read_only"] = !control.writable;

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <cstdlib>
 #include <memory>
 
 namespace vsctool {
@@ -60,7 +61,7 @@ ordered_json AsJson(const CameraEntry &camera)
     if (camera.usb) {
         json["product"] = fmt::format("{:04x}", camera.usb->product);
         json["port"] = camera.usb->port;
-        json["mbit_per_s"] = camera.usb->speedMbit;
+        json["mbit_per_s"] = std::strtod(camera.usb->speedMbit.c_str(), nullptr);
     }
     return json;
 }

@@ -56,20 +56,6 @@ Finding CheckModel(const CameraFacts &camera, const Facts &)
         fmt::format("{} ({:04x}:{:04x})", product->name, VSCCAM_VENDOR_ID, product->productId));
 }
 
-/// A rule counts for a device only when the system looks at that device anew.
-const std::string kApplyRule = fmt::format(
-    "sudo udevadm trigger --subsystem-match=usb --attr-match=idVendor={:04x}", VSCCAM_VENDOR_ID);
-const std::string kJoinGroup = "sudo usermod -aG plugdev \"$USER\"";
-const std::string kNewLogin = "newgrp plugdev";
-
-std::string InstallRule(const Facts &facts)
-{
-    if (facts.ruleSource.empty())
-        return "sudo apt install vsccam-common";
-    return fmt::format("sudo cp '{}' /etc/udev/rules.d/ && sudo udevadm control --reload && {}",
-                       facts.ruleSource, kApplyRule);
-}
-
 Finding CheckPermission(const CameraFacts &camera, const Facts &facts)
 {
     // Devices of this kind have the number 189.
@@ -81,12 +67,8 @@ Finding CheckPermission(const CameraFacts &camera, const Facts &facts)
     if (!camera.device.hasNode)
         return Fail(fmt::format("{} is missing: a container needs /dev/bus/usb", node),
                     kShareNodes);
-    std::string remedy = kApplyRule;
-    if (facts.ruleFile.empty())
-        remedy = InstallRule(facts);
-    else if (facts.membership != Membership::kMember)
-        remedy = facts.membership == Membership::kNone ? kJoinGroup : kNewLogin;
-    return Fail(fmt::format("{} may not be read and written", node), remedy);
+    return Fail(fmt::format("{} may not be read and written", node),
+                GainPermission(facts.rule, facts.membership));
 }
 
 Finding CheckHolder(const CameraFacts &camera, const Facts &)
@@ -160,10 +142,10 @@ bool AllPermitted(const Facts &facts)
 
 Finding CheckRule(const Facts &facts)
 {
-    if (!facts.ruleFile.empty())
-        return Ok(facts.ruleFile);
+    if (!facts.rule.file.empty())
+        return Ok(facts.rule.file);
     return {AllPermitted(facts) ? Verdict::kWarn : Verdict::kFail,
-            "the rule that lets users work the cameras is not installed", InstallRule(facts)};
+            "the rule that lets users work the cameras is not installed", InstallRule(facts.rule)};
 }
 
 Finding CheckGroup(const Facts &facts)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "udev_rule.h"
 #include "usb_devices.h"
 
 #include <cstdint>
@@ -29,9 +30,6 @@ struct LibraryFacts {
     int timeBits = 64; // width of time_t
 };
 
-/// How a user belongs to the group of the rule.
-enum class Membership { kMember, kAfterLogin, kNone };
-
 struct FolderFacts {
     std::filesystem::path path;
     std::string error; // why nothing can be written there; empty: it can
@@ -41,8 +39,7 @@ struct FolderFacts {
 
 struct Facts {
     std::vector<CameraFacts> cameras;
-    std::string ruleFile;   // empty: none
-    std::string ruleSource; // from where it can be copied; empty: it has a package of its own
+    UdevRule rule;
     Membership membership = Membership::kMember;
     std::optional<int64_t> usbfsLimitMiB; // 0: none
     int64_t availableMemory = 0;          // bytes

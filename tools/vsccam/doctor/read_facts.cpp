@@ -5,8 +5,6 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <grp.h>
-#include <pwd.h>
 #include <sys/statvfs.h>
 #include <sys/timex.h>
 #include <sys/utsname.h>
@@ -22,9 +20,6 @@
 
 namespace vsctool {
 namespace {
-
-constexpr const char *kRuleName = "60-vsccam.rules";
-constexpr const char *kGroup = "plugdev";
 
 // ----------------------------------------------------------------------------------- the cameras
 
@@ -76,49 +71,6 @@ CameraFacts Around(const UsbDevice &device)
         ReadLine(device.folder + "power/control") == "auto" &&
         ReadNumber(device.folder + "power/autosuspend_delay_ms").value_or(0) >= 0;
     return camera;
-}
-
-// --------------------------------------------------------------------------------------- the user
-
-/// udev takes the first of these.
-std::string RuleFile()
-{
-    for (const char *folder : {"/etc", "/run", "/usr/local/lib", "/usr/lib", "/lib"}) {
-        const std::string file = fmt::format("{}/udev/rules.d/{}", folder, kRuleName);
-        if (access(file.c_str(), F_OK) == 0)
-            return file;
-    }
-    return "";
-}
-
-/// The rule that came with this program: it was installed beside it, or built with it.
-std::string RuleSource()
-{
-    const std::filesystem::path folder =
-        std::filesystem::path(LinkTarget("/proc/self/exe")).parent_path().parent_path();
-    for (const char *place : {"lib/udev/rules.d", "packaging"})
-        if (const auto file = folder / place / kRuleName; access(file.c_str(), F_OK) == 0)
-            return file;
-    return "";
-}
-
-Membership MembershipOfUser()
-{
-    // One thread only looks at users and groups. NOLINTBEGIN(concurrency-mt-unsafe)
-    const group *const wanted = getgrnam(kGroup);
-    if (geteuid() == 0 || !wanted)
-        return geteuid() == 0 ? Membership::kMember : Membership::kNone;
-    std::vector<gid_t> own(static_cast<size_t>(std::max(getgroups(0, nullptr), 0)));
-    own.resize(
-        static_cast<size_t>(std::max(getgroups(static_cast<int>(own.size()), own.data()), 0)));
-    if (getegid() == wanted->gr_gid || std::ranges::count(own, wanted->gr_gid) > 0)
-        return Membership::kMember;
-    const passwd *const user = getpwuid(geteuid());
-    for (char **name = wanted->gr_mem; user && *name; ++name)
-        if (std::string(*name) == user->pw_name)
-            return Membership::kAfterLogin;
-    // NOLINTEND(concurrency-mt-unsafe)
-    return Membership::kNone;
 }
 
 // ------------------------------------------------------------------------------------ the machine
@@ -249,8 +201,7 @@ Facts ReadFacts(const std::filesystem::path &folder)
     Facts facts;
     for (const UsbDevice &device : FindUsbDevices())
         facts.cameras.push_back(Around(device));
-    facts.ruleFile = RuleFile();
-    facts.ruleSource = RuleSource();
+    facts.rule = FindUdevRule();
     facts.membership = MembershipOfUser();
     facts.usbfsLimitMiB = UsbfsLimitMiB();
     facts.availableMemory = AvailableMemory();
