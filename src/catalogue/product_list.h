@@ -22,6 +22,7 @@ struct Product {
     int sensorWidth = 0; // pixels
     int sensorHeight = 0;
     bool usb3Camera = false; // of USB 3.0, at any port
+    int adcBits = 0;         // of the converter
 
     /// Variants ("-A", "-B" and those of other brands) cannot be opened by themselves.
     constexpr bool IsVariant() const { return productId != primaryId; }

@@ -16,6 +16,7 @@ constexpr auto kProducts = ByPlace<Product>(Sensors{}, []<class S, size_t Index>
     product.sensorWidth = model.sensorWidth;
     product.sensorHeight = model.sensorHeight;
     product.usb3Camera = model.usb3Camera;
+    product.adcBits = model.adcBits;
     return product;
 });
 

@@ -141,8 +141,8 @@ TEST(Fits, HeaderSaysNothingThatIsNotKnown)
     WriteFits("plain.fit", {8, 2, PixelFormat::kRaw8, std::vector<uint8_t>(16)},
               HeaderOf(PictureFacts{}));
     const OpenFits file = Open("plain.fit");
-    for (const char *key : {"EXPMEAS", "OBJECT", "CAMID", "EGAIN", "CCD-TEMP", "SET-TEMP",
-                            "COOLPOWR", "BAYERPAT", "SIMULATE"})
+    for (const char *key : {"BITDEPTH", "EXPMEAS", "OBJECT", "CAMID", "EGAIN", "CCD-TEMP",
+                            "SET-TEMP", "COOLPOWR", "BAYERPAT", "SIMULATE"})
         EXPECT_EQ(ValueOf(file, key), "-") << key;
 }
 

@@ -1,6 +1,7 @@
 #include "fits_header.h"
 
 #include "identity.h"
+#include "product_list.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -53,6 +54,10 @@ PictureFacts FactsOf(const Camera &camera, const Exposure &exposure)
     facts.mosaic = camera.PictureMosaic();
     facts.bandwidthPerCent = getValue(CONTROL_BANDWIDTH, nullptr);
     facts.highSpeed = getValue(CONTROL_HIGH_SPEED, nullptr) != 0;
+    // With fast read-out of 8 bits, some converters use fewer bits than they have.
+    const vsccam::Product *const product = camera.Entry().Product();
+    if (product && (!facts.highSpeed || exposure.picture.format == PixelFormat::kRaw16))
+        facts.adcBits = product->adcBits;
     facts.droppedFrames = exposure.droppedFrames;
     return facts;
 }
@@ -94,6 +99,8 @@ std::vector<FitsKey> HeaderOf(const PictureFacts &facts)
     };
     if (facts.measured)
         keys.push_back({"EXPMEAS", Seconds(*facts.measured), "[s] exposure as measured"});
+    if (facts.adcBits)
+        keys.push_back({"BITDEPTH", *facts.adcBits, "[bit] of the converter"});
     putText("OBJECT", facts.object, "");
     putText("CAMID", facts.identity, "identity that the camera holds");
     if (facts.electronsPerAdu > 0)

@@ -23,6 +23,7 @@ struct PictureFacts {
     int gain = 0;
     int offset = 0;
     double electronsPerAdu = 0; // 0: not known
+    std::optional<int> adcBits; // of the converter, where they are known
     std::optional<double> temperatureC;
     std::optional<int> targetC;       // of a cooler that is on
     std::optional<int> coolerPerCent; // of cooled models

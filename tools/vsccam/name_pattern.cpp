@@ -1,6 +1,7 @@
 #include "name_pattern.h"
 
 #include "failure.h"
+#include "tiff_writer.h"
 
 #include <fmt/args.h>
 #include <fmt/chrono.h>
@@ -64,10 +65,10 @@ NamePattern::NamePattern(const std::string &pattern, bool isSeries)
     : m_pattern(pattern), m_numbered(IsNumberedPattern(pattern))
 {
     const std::string extension = std::filesystem::path(pattern).extension();
-    if (extension != ".fit" && extension != ".fits")
-        throw Failure(
-            Exit::kUsage,
-            fmt::format("file name '{}': pictures are FITS files; end it in .fit", pattern));
+    if (extension != ".fit" && extension != ".fits" && !IsTiffName(pattern))
+        throw Failure(Exit::kUsage, fmt::format("file name '{}': pictures are FITS or TIFF files; "
+                                                "end it in .fit or .tif",
+                                                pattern));
     if (isSeries && !m_numbered) {
         m_pattern.insert(m_pattern.size() - extension.size(), "_{seq:05}");
         m_numbered = true;

@@ -8,6 +8,7 @@
 #include "png_writer.h"
 #include "statistics.h"
 #include "stop_signals.h"
+#include "tiff_writer.h"
 
 #include <nlohmann/json.hpp>
 
@@ -198,7 +199,7 @@ SavedPicture Series::Save(const std::filesystem::path &file, const Exposure &exp
     if (!m_options.settings.dark.empty()) // or it might be subtracted twice
         keys.push_back({"DARKSUB", true, "a dark frame was subtracted"});
     keys.insert(keys.end(), m_userKeys.begin(), m_userKeys.end());
-    WriteFits(file, exposure.picture, keys);
+    (IsTiffName(file) ? WriteTiff : WriteFits)(file, exposure.picture, keys);
     if (WritesPreview() && SavePreview(PreviewOf(file), exposure, saved.facts))
         saved.png = PreviewOf(file);
     saved.levels = LevelsOf(exposure.picture);
@@ -289,7 +290,7 @@ void AddOptions(CLI::App &app, CaptureOptions &o)
     app.add_option("--fits-key", o.fitsKeys, "Further header entry NAME=VALUE; may be repeated")
         ->allow_extra_args(false);
     app.add_option("-o,--output", o.name,
-                   std::string("File name; may contain ") + NamePattern::Help());
+                   std::string("File name, in .fit or .tif; may contain ") + NamePattern::Help());
     app.add_flag("--overwrite", o.overwrite, "Replace files that exist");
     app.add_flag("--png", o.png, "Write a stretched preview too (default for a single picture)");
     app.add_flag("--no-png", o.noPng, "Write no preview")->excludes("--png");
@@ -305,7 +306,8 @@ void Capture(const CaptureOptions &options, Context &context)
 
 void AddCaptureCommand(CLI::App &app, Command &chosen)
 {
-    CLI::App *capture = app.add_subcommand("capture", "Take pictures and write them as FITS files");
+    CLI::App *capture =
+        app.add_subcommand("capture", "Take pictures and write them as FITS or TIFF files");
     capture->footer("vsccam capture -e 60s -n 20 --gain 200 --cool -10 --wait-temp 0.5 "
                     "-o 'm42_{seq:05}.fit'");
     const auto options = std::make_shared<CaptureOptions>();
