@@ -1,29 +1,60 @@
 #!/bin/sh
-# help.sh VSCCAM: what the help of each command tells is what shells complete.
+# help.sh PROGRAM MAN_PAGE [completion]: the help of each command, the page, and what shells complete
+# tell the same.
 set -eu
 program=$1
+page=$2
+completes=${3:-}
 # shellcheck source=tests/tools/expect.sh
 . "$(dirname "$0")/expect.sh"
+
+# in_page HEADING: the options that the page tells there.
+in_page() {
+    awk -v heading="$1" '/^#/ { here = $0 == heading } here && /^\*-/' "$page" |
+        grep -o -e '--[a-z-]*' | sort
+}
+
+# same TEXT TEXT
+same() {
+    [ "$1" = "$2" ] || {
+        printf '%s: "%s" is not "%s"\n' "$heading" "$1" "$2"
+        exit 1
+    }
+}
 
 # look WORDS: at a command and at those below it.
 look() {
     expect 0 "$program" "$@" --help
     cp output help
-    contains help 'Exit codes:'
+    options=$(sed -n '/^Options for all/,$d; s/^  \(-[a-z],\)\{0,1\}\(--[a-z-]*\).*/\2/p' help |
+        grep -vx -e "${1:+--help}" | sort)
+    below=$(sed -n '/^Subcommands:$/,/^$/s/^  \([a-z]*\) .*/\1/p' help)
+    heading="${1:+## $*}"
+    if [ -z "$below" ] || [ -z "$heading" ]; then
+        echo "$heading" >>commands
+        same "$options" "$(in_page "${heading:-# OPTIONS}")"
+    fi
+    [ -z "$completes" ] || complete_like_help "$@"
+    for name in $below; do
+        (look "$@" "$name")
+    done
+}
+
+complete_like_help() {
     contains help '11 a check failed'
     [ $# = 0 ] || contains help 'Options for all commands:'
     sed -n '/^Example:$/,$p' help >example
     contains example "vsccam"
     contains example "${1:-}"
-    sed -n 's/^  \(-[a-z],\)\{0,1\}\(--[a-z-]*\).*/\2/p' help | grep -v version | sort >told
-    "$program" completion words -- "$@" -- | grep -v version | sort -u | diff told - >&2
-    below=$(sed -n '/^Subcommands:$/,/^$/s/^  \([a-z]*\) .*/\1/p' help)
-    [ -z "$below" ] || [ "$below" = "$("$program" completion words -- "$@" '')" ]
-    for name in $below; do
-        (look "$@" "$name")
-    done
+    same "$(sed -n 's/^  \(-[a-z],\)\{0,1\}\(--[a-z-]*\).*/\2/p' help | grep -v version | sort)" \
+        "$("$program" completion words -- "$@" -- | grep -v version | sort -u)"
+    [ -z "$below" ] || same "$below" "$("$program" completion words -- "$@" '')"
 }
+
+: >commands
 look
+same "$(grep '^##' commands | sort)" "$(grep '^##' "$page" | sort)"
+[ -n "$completes" ] || exit 0
 
 # shellcheck disable=SC2016 # the script that the program makes
 [ "$(bash -c '
