@@ -2,6 +2,7 @@
 
 #include "base/debug_print.h"
 #include "support/virtual_time.h"
+#include "usb/requests.h"
 
 #include <libusb.h>
 #include <unistd.h>
@@ -44,10 +45,25 @@ template <Fault fault> void Spoil(Host &host, Host::Reader &, Host::Dice &dice)
                 .amount = fault == Fault::IoErrorFrame ? 1 : bytes * kUnit});
 }
 
-template <Fault fault> void Refuse(Host &host, Host::Reader &, Host::Dice &dice)
+/// Requests get lost, whichever they are.
+template <Fault fault> void Lose(Host &host, Host::Reader &, Host::Dice &dice)
 {
     const auto requests = static_cast<uint64_t>(1 + Roll(dice, 4));
     host.Spoil({.fault = fault, .from = static_cast<uint64_t>(Roll(dice, 30)), .count = requests});
+}
+
+/// A camera that refuses what shapes its picture shows another one: it refuses the rest.
+void Refuse(Host &host, Host::Reader &, Host::Dice &dice)
+{
+    namespace request = vsccam::request;
+    const uint8_t requests[] = {request::kStartDataPath, request::kStopDataPath,
+                                request::kGuideOn,       request::kGuideOff,
+                                request::kCoolerDrive,   request::kSensorTemperature,
+                                request::kReadFlash,     request::kThermistor};
+    host.Spoil({.fault = Fault::RefuseRequest,
+                .request = requests[Roll(dice, std::size(requests))],
+                .from = static_cast<uint64_t>(Roll(dice, 3)),
+                .count = static_cast<uint64_t>(1 + Roll(dice, 4))});
 }
 
 /// Calls of libusb that are on the way of a frame.
@@ -144,9 +160,9 @@ constexpr Deed kDeeds[] = {
     {"unequal counters", Bus, 4, Spoil<Fault::UnequalCounters>},
     {"I/O errors", Bus, 4, Spoil<Fault::IoErrorFrame>},
     {"stalls", Bus, 4, Spoil<Fault::StallFrame>},
-    {"refused requests", Bus, 3, Refuse<Fault::RefuseRequest>},
-    {"missing answers", Bus, 3, Refuse<Fault::TimeOutRequest>},
-    {"short answers", Bus, 2, Refuse<Fault::ShortAnswer>},
+    {"refused requests", Bus, 3, Refuse},
+    {"missing answers", Bus, 3, Lose<Fault::TimeOutRequest>},
+    {"short answers", Bus, 2, Lose<Fault::ShortAnswer>},
     {"failing calls", Bus, 3, FailCalls},
     {"unplugged", Bus, 3, Unplug},
     {"mute", Bus, 1, Mute},
