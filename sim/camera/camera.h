@@ -83,7 +83,7 @@ enum class FrameEnd {
     Spoiled, // the host took what a fault left of it, or took it in two pieces
     Cut,     // the host took a part, then the rest was dropped: a halt cleared, a reset
     Ended,   // the same, because the stream was stopped or the camera unplugged
-    Joined,  // it began behind the end of another one that had begun in the same transfer
+    Joined,  // it began behind the end of another one in the same transfer, where nobody looks
     Unread,  // no byte of it left the camera
 };
 

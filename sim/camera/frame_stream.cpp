@@ -372,7 +372,8 @@ bool FrameStream::SendPackets(BulkReply &reply, std::span<uint8_t> room, Time no
     Sending &sending = *m_sending;
     const bool begins = sending.sent == 0;
     reply.bytes += TakePackets(sending, room.subspan(reply.bytes), now);
-    if (begins && sending.sent != 0 && std::exchange(m_beganInTransfer, true))
+    const bool seen = sending.frame.settings.marks == MarkStyle::Head; // by the mark within
+    if (begins && sending.sent != 0 && std::exchange(m_beganInTransfer, true) && !seen)
         sending.ending = FrameEnd::Joined;
     if (sending.sent == sending.length) {
         const bool endsTransfer = sending.length % m_packetSize != 0;

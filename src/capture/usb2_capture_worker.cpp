@@ -127,11 +127,23 @@ Usb2CaptureWorker::Turn Usb2CaptureWorker::HandleWholeFrame()
     m_midFrame = false;
     if (!HasHeadMark(Frame()))
         return HandleBadHead();
+    if (const int others = FramesBegunWithin(Frame()); others > 0)
+        return HandleLostPackets(others);
     m_troubles.drops = m_badHeads = 0;
     const bool timedByHost = m_present.setting.timedByHost;
     if (std::exchange(m_timedByHost, timedByHost) != timedByHost)
         m_present.exposedBy.reset();
     return HandleGoodFrame();
+}
+
+/// The frame has a beginning and no end, and the reads are in the middle of another one.
+Usb2CaptureWorker::Turn Usb2CaptureWorker::HandleLostPackets(int others)
+{
+    ++m_troubles.drops;
+    m_midFrame = true;
+    m_capture.CountDrop(DropReason::Short, others);
+    HandleDrop(DropReason::Short);
+    return Turn::GoOn;
 }
 
 /// In fast video the reader throws the frame away, and with it the one before, whose end may be

@@ -22,6 +22,7 @@ class Usb2CaptureWorker final : public CaptureWorker {
     void PrintBurst(uint32_t sinceStartMs, uint32_t sinceLastMs) const override;
     void HandleFixedBandwidthDrop() override;
 
+    Turn HandleLostPackets(int others);
     Turn HandleBadHead();
     void Realign();
     Turn ResetStream(const char *complaint);

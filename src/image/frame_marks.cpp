@@ -10,6 +10,7 @@ namespace {
 
 constexpr size_t kMarkBytes = 4; // at each end: mark and counter
 constexpr size_t kHeadMarkedBytes = 8;
+constexpr size_t kPacketBytes = 512;
 
 uint16_t LittleEndian(const uint8_t *bytes)
 {
@@ -56,6 +57,14 @@ uint32_t HeadWord(std::span<const uint8_t> frame)
     if (frame.size() < sizeof(uint32_t))
         return 0;
     return LittleEndian(frame.data()) | uint32_t{LittleEndian(frame.data() + 2)} << 16;
+}
+
+int FramesBegunWithin(std::span<const uint8_t> frame)
+{
+    int frames = 0;
+    for (size_t at = kPacketBytes; at < frame.size(); at += kPacketBytes)
+        frames += HasHeadMark(frame.subspan(at)) ? 1 : 0;
+    return frames;
 }
 
 void HideHeadMark(std::span<uint8_t> frame, size_t rowBytes)

@@ -44,6 +44,10 @@ inline bool HasHeadMark(std::span<const uint8_t> frame)
     return HeadWord(frame) == kHeadMark;
 }
 
+/// How many frames begin within this one. The camera sends packets of 512 bytes: a frame that lost
+/// some is filled up with the beginning of the next one.
+int FramesBegunWithin(std::span<const uint8_t> frame);
+
 /// Gives the first eight bytes, the mark among them, the values of the second row.
 void HideHeadMark(std::span<uint8_t> frame, size_t rowBytes);
 

@@ -81,18 +81,23 @@ TEST_F(Usb2CaptureTest, FrameWithoutFollowerStaysForTheNextCall)
     EXPECT_EQ(getDroppedFrames(), 0);
 }
 
-TEST_F(Usb2CaptureTest, ThrowsAwayBadHeadsAndInFastVideoWhatPrecedesThem)
+TEST_F(Usb2CaptureTest, ThrowsAwayWhatHasNoHeadOrNoEnd)
 {
     const struct {
         int exposureUs;
-        uint64_t badFrames;
+        Fault fault;
+        uint64_t count;
         int lost;
         int cleared; // the rest of what comes, to begin with a frame
-    } cases[] = {{10'000, 1, 2, 0}, {10'000, 3, 4, 1}, {100'000, 3, 3, 3}};
+    } cases[] = {
+        {10'000, Fault::BadHead, 1, 2, 0}, // in fast video with the frame before
+        {10'000, Fault::BadHead, 3, 4, 1},    {100'000, Fault::BadHead, 3, 3, 3},
+        {10'000, Fault::ShortFrame, 1, 2, 1}, {100'000, Fault::ShortFrame, 1, 2, 1},
+    };
     for (const auto &c : cases) {
-        SCOPED_TRACE(c.exposureUs);
-        const int device = OpenSmall(
-            {.faults = {{.fault = Fault::BadHead, .from = 5, .count = c.badFrames}}}, c.exposureUs);
+        SCOPED_TRACE(testing::Message() << NameOf(c.fault) << " at " << c.exposureUs);
+        const FaultRule rule = {.fault = c.fault, .from = 5, .count = c.count, .amount = 1024};
+        const int device = OpenSmall({.faults = {rule}}, c.exposureUs);
         startCapture();
         ExpectWholeFrames(12, 2000);
         EXPECT_EQ(getDroppedFrames(), c.lost);
@@ -143,6 +148,10 @@ TEST_F(Usb2CaptureTest, SingleExposureEndsWithAGoodFrameOrFails)
         FaultRule rule;
         int status;
     } cases[] = {
+        {"packets missing first",
+         20'000,
+         {.fault = Fault::ShortFrame, .amount = 1024},
+         VSC_EXP_SUCCESS},
         {"bad heads first", 20'000, {.fault = Fault::BadHead, .count = 3}, VSC_EXP_SUCCESS},
         {"bad head of a long one", 2'000'000, {.fault = Fault::BadHead}, VSC_EXP_FAILED},
         {"bad heads only", 64, {.fault = Fault::BadHead, .count = kForEver}, VSC_EXP_FAILED},
