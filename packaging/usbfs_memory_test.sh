@@ -1,4 +1,4 @@
-# usbfs_memory.sh HELPER: the limit before, the setting, the limit afterwards
+# usbfs_memory_test.sh HELPER: the limit before, the setting, the limit afterwards
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 
