@@ -8,6 +8,7 @@ import re
 import signal
 import subprocess
 import sys
+import tempfile
 import threading
 import time
 import unittest
@@ -18,6 +19,7 @@ sys.path.insert(0, f"{SOURCE}/python")
 
 import numpy as np
 import vsccam
+from astropy.io import fits
 from vsccam import _library, camera, controls, many
 
 
@@ -94,7 +96,8 @@ class Package(unittest.TestCase):
             self.assertEqual(facts.number, int(numbers[called.upper()]), name)
 
     def test_types_are_right_and_the_version_is_the_librarys(self):
-        command = [sys.executable, "-m", "mypy", "--cache-dir", os.devnull, "--strict", "vsccam"]
+        command = [sys.executable, "-m", "mypy", "--cache-dir", os.devnull, "--strict",
+                   "--ignore-missing-imports", "vsccam", f"{SOURCE}/examples/live_stack.py"]
         done = subprocess.run(command, cwd=f"{SOURCE}/python", capture_output=True, text=True)
         self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
         with open(f"{SOURCE}/python/pyproject.toml", encoding="utf-8") as file:
@@ -224,6 +227,34 @@ class Package(unittest.TestCase):
                     first._process.kill()
             self.assertEqual(second.expose(0.01).shape, (1096, 1936))
         self.assertNotIn(None, [c._process.poll() for c in cameras])
+
+    def test_live_stacking_finds_the_drift_and_lowers_the_noise(self):
+        drift, frames = 8, 16
+        with tempfile.TemporaryDirectory() as folder:
+            sky = f"VSC470MM:seeing=0:drift={drift}:requests={folder}/requests"
+            paths = [f"{SOURCE}/python", os.environ.get("PYTHONPATH", "")]
+            sharpness = []
+            for options in [[], ["--no-align"]]:
+                done = subprocess.run(
+                    [VSCSIM, "run", "--speed", "max", "--camera", sky, "--", sys.executable,
+                     f"{SOURCE}/examples/live_stack.py", "--exposure", "0.1", *options,
+                     "--frames", str(frames), f"{folder}/stack.fits"],
+                    env={**os.environ, "PYTHONPATH": os.pathsep.join(paths)},
+                    capture_output=True, text=True)
+                self.assertEqual(done.returncode, 0, done.stderr)
+                stack, header = fits.getdata(f"{folder}/stack.fits", header=True)
+                self.assertEqual((stack.shape, header["NCOMBINE"]), ((1096, 1936), frames))
+                sharpness.append(np.square(np.diff(stack[20:-20, 20:-20].astype(float))).sum())
+                lines = re.findall(r"by (.*), (.*) px; noise (.*), of the mean (.*)", done.stdout)
+                self.assertEqual(len(lines), frames)
+                right, down, single, mean = map(float, lines[-1])
+                with open(f"{folder}/requests", encoding="ascii") as file:
+                    times = [int(us) / 1e6 for us in re.findall(r"exposed (\d+) us", file.read())]
+                moved = drift * sum(times[1 - frames :])  # at 0.4 rad against the rows
+                self.assertAlmostEqual(right, moved * np.cos(0.4), delta=0.1)
+                self.assertAlmostEqual(down, moved * np.sin(0.4), delta=0.1)
+                self.assertAlmostEqual(mean * frames**0.5 / single, 1, delta=0.15)
+            self.assertGreater(sharpness[0], 3 * sharpness[1])
 
 
 if __name__ == "__main__":
