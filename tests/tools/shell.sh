@@ -88,3 +88,14 @@ contains output '"present":true,"frames":'
 contains output '"dropped":0,"errors":0,"temperature_c":20.0}'
 expect 0 "$(dirname "$vsccam")/vscsim" run --fault unplug@20 -- "$vsccam" monitor --interval 1s --for 3s
 contains output '"present":false'
+
+# Who watches the list sees another program's camera go.
+export vsccam
+# shellcheck disable=SC2016 # the variables are those of the script on the bus
+expect 0 "$(dirname "$vsccam")/vscsim" run --camera VSC470MC --fault unplug:b0@1 -- sh -c '
+    "$vsccam" --json list --watch >watched & watch=$!
+    until grep -q cameras watched; do kill -0 "$watch" || exit 1; sleep 0.1; done
+    "$vsccam" guide n 9s
+    until grep -q "\"event\":\"unplugged\"" watched; do kill -0 "$watch" || exit 1; sleep 0.1; done
+    kill -TERM "$watch"
+    wait "$watch" || [ $? = 143 ]'
