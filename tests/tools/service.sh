@@ -70,3 +70,55 @@ expect 1 "$simulator" run --camera VSC470MC:flash=flash.bin --fault refuse-reque
     "$service" hotpixels save dark.bmp --yes
 contains messages 'those of before are unchanged'
 cmp flash.bin before.bin
+
+# Firmware: only what is whole goes to a memory that the camera has, and is there afterwards.
+image() { # HEAD BYTES TAIL
+    # shellcheck disable=SC2059
+    printf "$1"
+    head -c "$2" dark.bmp
+    # shellcheck disable=SC2059
+    printf "$3"
+}
+firmware() {
+    rm -f requests
+    "$service" --sim "$1:flash=flash.bin:requests=requests" firmware write "$2" "$3" "$4" </dev/null
+}
+image 'CY\014\260\000\014\000\000\000\000\000\000' 12288 '\000\000\000\000\0\0\0\100sums' >fx3.img
+image 'CY\034\260\000\100\001\000\000\000\000\000' 327680 '\000\000\000\000\0\0\0\100sums' >long.img
+image '\302\0\0\0\0\0\0\0\017\377\0\0' 4095 '\200\001\346\000\0' >fx2.img
+export VSCCAM_FIRMWARE_DIR="$PWD"
+expect 9 firmware VSC340MM eeprom fx2.img --yes
+head -c 2048 /dev/zero >vendor1.bin
+head -c 1427 /dev/zero >vendor2.bin
+while read -r code model memory file message; do
+    expect "$code" firmware "$model" "$memory" "$file" --yes
+    grep -q "$message" output messages
+done <<'ROWS'
+0 VSC340MM ram fx2.img controller.runs.them
+0 VSC340MM eeprom fx2.img read.back
+10 VSC340MM flash fx2.img no.flash.for.firmware
+9 VSC340MM ram fx3.img no.whole.firmware
+9 VSC470MC eeprom long.img more.than.the.EEPROM
+0 VSC470MC eeprom fx3.img read.back
+0 VSC470MC ram fx3.img bring
+9 VSC470MC flash fx2.img no.whole.firmware
+9 VSC470MC flash no.img cannot.be.read
+0 VSC470MC flash long.img its.table.of.hot.pixels
+ROWS
+cmp -n "$(wc -c <long.img)" flash.bin long.img
+tail -c $((1048576 - 6 * 65536)) flash.bin | cmp - delivered.bin 2>cut || grep -q 'EOF on -' cut
+expect 2 firmware VSC470MC flash fx3.img --json
+contains messages 'The first 64 KiB of the flash of KYR VSC470MC are erased: the firmware that'
+! grep -q 'flash erase' requests
+for fault in VSC470MC:flash:refuse-request:c2@3 VSC470MC:flash:corrupt-answer:c3@1x9 \
+    VSC470MC:eeprom:corrupt-answer:bb@0x9 VSC340MM:eeprom:corrupt-answer:a9@0x9; do
+    camera=${fault%%:*}
+    fault=${fault#*:}
+    file=fx3.img
+    [ "$camera" = VSC470MC ] || file=fx2.img
+    expect 1 "$simulator" run --camera "$camera" --fault "${fault#*:}" -- \
+        "$service" firmware write "${fault%%:*}" "$file" --yes
+    contains messages 'write once more before'
+done
+expect 0 "$service" --sim VSC470MC firmware show
+contains output 'firmware 3, FPGA '

@@ -13,7 +13,7 @@ namespace vsctool {
 void Confirm(const std::string &question)
 {
     if (isatty(STDIN_FILENO) == 0)
-        throw Failure(Exit::kUsage, "nobody to ask; add --yes to write the flash of the camera");
+        throw Failure(Exit::kUsage, "nobody to ask; add --yes to write all the same");
     std::fputs(fmt::format("{} [y/N] ", question).c_str(), stderr);
     StopSignals::WaitForInput(STDIN_FILENO);
     const int answer = std::getchar(); // at the end of the input nobody said yes

@@ -12,12 +12,17 @@ constexpr const char *kWipeLine = "\r\033[K";
 
 } // namespace
 
+std::string Bar(int64_t done, int64_t all)
+{
+    const auto filled = static_cast<int>(kCells * done / all);
+    return fmt::format("[{:#>{}}{:.>{}}]", "", filled, "", kCells - filled);
+}
+
 std::string ProgressText(Microseconds elapsed, Microseconds total)
 {
     if (elapsed >= total)
-        return fmt::format("[{:#>{}}] reading out", "", kCells);
-    const auto filled = static_cast<int>(kCells * elapsed.count() / total.count());
-    return fmt::format("[{:#>{}}{:.>{}}] {:.1f} of {:.1f} s", "", filled, "", kCells - filled,
+        return Bar(1, 1) + " reading out";
+    return fmt::format("{} {:.1f} of {:.1f} s", Bar(elapsed.count(), total.count()),
                        Seconds(elapsed), Seconds(total));
 }
 

@@ -2,6 +2,7 @@
 
 #include "units.h"
 
+#include <cstdint>
 #include <string>
 #include <utility>
 
@@ -38,6 +39,9 @@ class ProgressBar {
     std::string m_label;
     Microseconds m_total;
 };
+
+/// "[#####.....]"
+std::string Bar(int64_t done, int64_t all);
 
 /// "[#####.....]  2.5 of 5.0 s"
 std::string ProgressText(Microseconds elapsed, Microseconds total);

@@ -1,4 +1,5 @@
 #include "camera_controls.h"
+#include "firmware.h"
 #include "hot_pixels.h"
 #include "program.h"
 
@@ -7,6 +8,7 @@ namespace {
 void AddCommands(CLI::App &app, vsctool::Command &chosen)
 {
     vsctool::AddHotPixelsCommand(app, chosen);
+    vsctool::AddFirmwareCommand(app, chosen);
     vsctool::AddControlsCommand(app, chosen);
 }
 
