@@ -261,11 +261,11 @@ void Host::Check(const Reader &reader, Clock::time_point began, size_t from, siz
             if (!number)
                 continue;
             const std::lock_guard lock(m_sentSection);
-            const auto found = std::find_if(m_sent.begin() + static_cast<std::ptrdiff_t>(from),
-                                            m_sent.end(), [=](auto &sent) {
-                                                return sent.end == FrameEnd::Whole && !sent.taken &&
-                                                       sent.number % 256 == *number;
-                                            });
+            const auto found = std::find_if(
+                m_sent.begin() + static_cast<std::ptrdiff_t>(from), m_sent.end(), [=](auto &sent) {
+                    return sent.end == FrameEnd::Whole && !sent.taken && !sent.exposure &&
+                           sent.number % 256 == *number;
+                });
             if (found == m_sent.end())
                 return Fail("frame " + std::to_string(*number) + " comes twice or late");
             found->taken = true;
