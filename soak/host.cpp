@@ -138,27 +138,27 @@ void Host::Change(const std::function<bool()> &change)
 
 bool Host::Open()
 {
-    bool open = false;
     mayCountMore += m_video;
+    m_video = false;
     Change([&] {
         (void)getNumberOfConnectedCameras();
-        open = Within("openCamera", kCallMs, [] { return openCamera(0); }) &&
-               Within("initCamera", kCallMs, initCamera);
+        m_open = Within("openCamera", kCallMs, [] { return openCamera(0); }) &&
+                 Within("initCamera", kCallMs, initCamera);
         return true;
     });
-    return open;
+    return m_open;
 }
 
 void Host::Close()
 {
-    m_video = false;
+    m_video = m_open = false;
     Within("closeCamera", kCallMs + kernelMs, closeCamera);
 }
 
 void Host::Start()
 {
     Within("startCapture", kCallMs + kernelMs, startCapture);
-    m_video = true;
+    m_video = m_open.load();
 }
 
 void Host::Stop()

@@ -108,7 +108,8 @@ class Host {
     std::vector<Shown> m_shown;
     size_t m_runBegan = 0; // of the frames, the first of the present format and run
     std::string m_fault;
-    std::atomic<bool> m_changing{false}, m_ended{false}, m_video{false}, m_exposing{false};
+    std::atomic<bool> m_changing{false}, m_ended{false}, m_exposing{false};
+    std::atomic<bool> m_open{false}, m_video{false}; // as far as the host knows
     int64_t m_dropsOfExposures = 0;
 };
 
