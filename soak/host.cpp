@@ -57,7 +57,8 @@ int64_t PrintedDrops(off_t from)
 
 Host::Host(const char *model, vscsim::LinkSpeed link)
     : m_headBytes(vscsim::FindModel(model)->controller == vscsim::ControllerKind::Fx2 ? 8 : 4),
-      m_tailBytes(m_headBytes == 8 ? 0 : 4), m_colour(vscsim::FindModel(model)->Colour())
+      m_tailBytes(m_headBytes == 8 ? 0 : 4), m_colour(vscsim::FindModel(model)->Colour()),
+      m_multipliesStart(std::string_view(model) == "VSC2800MM")
 {
     m_device =
         Bus().Plug(model, {.link = link, .onFrameEnd = [this](uint32_t number, FrameEnd end) {
@@ -122,7 +123,7 @@ void Host::Change(const std::function<bool()> &change)
     const size_t sent = SentSoFar();
     m_changing = true;
     const bool anew = Within("a change", kCallMs + kernelMs, change);
-    const Image image = PresentImage();
+    Image image = PresentImage();
     {
         const SectionLock lock(m_section);
         for (Shown &shown : m_shown) {
@@ -130,6 +131,10 @@ void Host::Change(const std::function<bool()> &change)
                 shown.until = Clock::now();
         }
         m_shown.push_back({.image = image});
+        if (m_multipliesStart) {
+            image.y *= image.bin;
+            m_shown.push_back({.image = image});
+        }
         if (anew)
             m_runBegan = sent;
     }

@@ -99,6 +99,7 @@ class Host {
 
     const int m_headBytes, m_tailBytes;
     const bool m_colour;
+    const bool m_multipliesStart; // by the binning, at a new format, until a region is set
     int m_device = 0;
 
     std::mutex m_sentSection;
