@@ -161,7 +161,7 @@ void FrameStream::Flush(FrameEnd end)
     else if (all || m_sending->ending == FrameEnd::Joined)
         end = m_sending->ending;
     if (end == FrameEnd::Ended)
-        m_beganInTransfer = false; // the next one takes its place
+        m_sentInTransfer = false; // the next one takes its place
     End(m_sending->frame, end);
     m_sending.reset();
 }
@@ -298,7 +298,7 @@ BulkReply FrameStream::Serve(std::span<uint8_t> room, size_t filled, Time now)
 {
     BulkReply reply{.bytes = filled};
     if (filled == 0)
-        m_beganInTransfer = false;
+        m_sentInTransfer = false;
     while (!Decide(reply, room, SensorTime(now))) {
     }
     if (m_frozenAt)
@@ -371,10 +371,12 @@ bool FrameStream::SendPackets(BulkReply &reply, std::span<uint8_t> room, Time no
 {
     Sending &sending = *m_sending;
     const bool begins = sending.sent == 0;
-    reply.bytes += TakePackets(sending, room.subspan(reply.bytes), now);
+    const size_t taken = TakePackets(sending, room.subspan(reply.bytes), now);
+    reply.bytes += taken;
     const bool seen = sending.frame.settings.marks == MarkStyle::Head; // by the mark within
-    if (begins && sending.sent != 0 && std::exchange(m_beganInTransfer, true) && !seen)
+    if (begins && taken != 0 && m_sentInTransfer && !seen)
         sending.ending = FrameEnd::Joined;
+    m_sentInTransfer = m_sentInTransfer || taken != 0;
     if (sending.sent == sending.length) {
         const bool endsTransfer = sending.length % m_packetSize != 0;
         ++m_counts.sent;

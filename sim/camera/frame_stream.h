@@ -110,8 +110,8 @@ class FrameStream {
     std::optional<Exposure> m_account;
     Time m_exposed{}; // by all frames so far
     bool m_halted = false;
-    bool m_beganInTransfer = false; // a frame, in the one that is served
-    uint32_t m_number = 0;          // of the next exposure since the stream was started
+    bool m_sentInTransfer = false; // bytes of a frame, in the one that is served
+    uint32_t m_number = 0;         // of the next exposure since the stream was started
     FrameCounts m_counts;
 };
 
