@@ -3,6 +3,7 @@
 #include "failure.h"
 #include "fits_writer.h"
 #include "name_pattern.h"
+#include "product_list.h"
 #include "units.h"
 #include "usb_devices.h"
 
@@ -31,6 +32,7 @@ constexpr int kUsage = static_cast<int>(Exit::kUsage);
 
 TEST(Products, AreNamedAsTheCamerasThemselvesAre)
 {
+    EXPECT_EQ(vsccam::Products().size(), vscsim::AllModels().size());
     for (const vscsim::ModelFacts &model : vscsim::AllModels())
         EXPECT_EQ(ModelOf(model.productId), fmt::format("{} {}", model.maker, model.name));
     EXPECT_EQ(ModelOf(0x470E), "");

@@ -1,4 +1,5 @@
 #include "api/session.h"
+#include "catalogue/product_list.h"
 #include "core/frame_geometry.h"
 #include "library/host_fixture.h"
 #include "library/picture.h"
@@ -207,6 +208,8 @@ class ModelsTest : public HostTest {
 
 TEST_F(ModelsTest, EachModelIsWhatItsDataSheetSays)
 {
+    EXPECT_EQ(static_cast<std::ptrdiff_t>(std::size(kSheets)),
+              std::ranges::count_if(Products(), [](const Product &p) { return !p.IsVariant(); }));
     for (const Sheet &sheet : kSheets) {
         SCOPED_TRACE(sheet.model);
         const int device = Bus().Plug(sheet.model);
