@@ -34,6 +34,7 @@ TEST_F(HostTest, AnObjectOwnsTheCameraThatIsOpen)
 TEST_F(HostTest, ObjectsSetWhatTheModelHasAndRefuseTheRest)
 {
     Bus().Plug("VSC470MC");
+    ASSERT_EQ(Cameras().size(), 1U);
     Camera camera;
     camera.SetAuto(CONTROL_GAIN);
     camera.SetExposure(1h);
@@ -47,6 +48,7 @@ TEST_F(HostTest, ObjectsSetWhatTheModelHasAndRefuseTheRest)
 TEST_F(HostTest, CapturesEndWithTheirObjectsAndFillFramesOfEveryShape)
 {
     const int device = Bus().Plug("VSC470MC");
+    ASSERT_EQ(Cameras().size(), 1U);
     Camera camera;
     camera.SetExposure(10ms);
     Frame frame;
