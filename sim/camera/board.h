@@ -8,6 +8,7 @@
 #include "camera/models.h"
 #include "camera/spi_flash.h"
 
+#include <algorithm>
 #include <memory>
 
 namespace vscsim {
@@ -40,6 +41,23 @@ struct Board {
 
     enum class Condition { Working, Mute, Unplugged };
     Condition condition = Condition::Working;
+    std::optional<Return> comesBack = {}; // unplugged
+
+    /// Does what a fault of the device does; nothing for others.
+    void Strike(const FaultRule &rule)
+    {
+        constexpr uint64_t kAwayMs = 1000;
+        constexpr uint64_t kLongestMs = 1'000'000'000;
+        const bool returns = rule.fault == Fault::Replug || rule.fault == Fault::Move;
+        if (rule.fault == Fault::Mute)
+            condition = Condition::Mute;
+        if (returns || rule.fault == Fault::Unplug)
+            condition = Condition::Unplugged;
+        const uint64_t ms = rule.amount != 0 ? std::min(rule.amount, kLongestMs) : kAwayMs;
+        if (returns)
+            comesBack = {.after = std::chrono::milliseconds(ms),
+                         .elsewhere = rule.fault == Fault::Move};
+    }
 
     bool dataPath = false;     // from the FPGA through the controller to the bulk endpoint
     bool sensorClock = true;   // stops when the FPGA is reset

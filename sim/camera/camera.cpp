@@ -55,12 +55,8 @@ struct Camera::State {
     /// What a request gets before the firmware sees it.
     std::optional<Outcome> Preempted(const std::vector<FaultRule> &hits)
     {
-        for (const FaultRule &hit : hits) {
-            if (hit.fault == Fault::Mute)
-                board.condition = Board::Condition::Mute;
-            if (hit.fault == Fault::Unplug)
-                board.condition = Board::Condition::Unplugged;
-        }
+        for (const FaultRule &hit : hits)
+            board.Strike(hit);
         if (board.condition != Board::Condition::Working)
             return board.condition == Board::Condition::Mute ? Outcome::Timeout : Outcome::NoDevice;
         for (const FaultRule &hit : hits) {
@@ -95,6 +91,18 @@ void Camera::PowerCycle(LinkSpeed link)
     Memories kept = {std::move(m_state->board.flash), std::move(m_state->board.eeprom)};
     m_state.reset(); // first, as there may be no memory for two
     m_state = std::make_unique<State>(model, std::move(options), std::move(kept));
+}
+
+void Camera::PlugInAgain()
+{
+    FaultInjector plan = std::move(m_state->faults);
+    PowerCycle();
+    m_state->faults = std::move(plan);
+}
+
+std::optional<Return> Camera::ComesBack() const
+{
+    return m_state->board.comesBack;
 }
 
 Camera::~Camera() = default;

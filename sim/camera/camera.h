@@ -58,6 +58,12 @@ struct BulkReply {
     Time readyAt = kNever;         // when something can change without a request of the host
 };
 
+/// How a camera comes back that was unplugged.
+struct Return {
+    Time after{};
+    bool elsewhere = false; // at another port
+};
+
 /// What became of a camera's frames. The rest of those read out was dropped by a request of the
 /// host, replaced by a fault, or is still held.
 struct FrameCounts {
@@ -186,6 +192,11 @@ class Camera {
 
     /// Whether a fault of the plan keeps it from answering anything.
     bool IsMute() const;
+
+    /// Of one that the plan has unplugged; nothing when it stays away.
+    std::optional<Return> ComesBack() const;
+    /// Then: as after a power cycle, but the fault plan goes on.
+    void PlugInAgain();
 
     /// Power was off: registers and the fault plan start anew, flash and EEPROM keep their
     /// contents.

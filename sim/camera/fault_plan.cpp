@@ -38,6 +38,8 @@ constexpr FaultFacts kFaults[] = {
     {Fault::StallFrame, "stall-frame", FaultTarget::Frames},
     {Fault::Mute, "mute", FaultTarget::Device},
     {Fault::Unplug, "unplug", FaultTarget::Device},
+    {Fault::Replug, "replug", FaultTarget::Device},
+    {Fault::Move, "move", FaultTarget::Device},
     {Fault::LostAtReset, "lost-at-reset", FaultTarget::Resets},
 };
 

@@ -27,14 +27,16 @@ enum class Fault {
     // the device
     Mute,   // neither requests nor frames are answered from now on
     Unplug, // the device is gone
+    Replug, // the same, and back after `amount` milliseconds (default 1000), as after power-on
+    Move,   // back at another port
     // resets of the device
     LostAtReset, // it does not come back
 };
 
 /// Requests are counted from plugging in, only those with the rule's code where it has one. Frames
 /// are counted when they are sent, without those that were lost in the camera. Device faults strike
-/// when the frame is about to be sent; with a request code, when the request arrives. Resets are
-/// counted by themselves.
+/// when the frame is about to be sent; with a request code, when the request arrives. Counts go on
+/// in a camera that a rule has plugged in again. Resets are counted by themselves.
 struct FaultRule {
     Fault fault = Fault::EmptyFrame;
     std::optional<uint8_t> request = {}; // control faults: only this bRequest

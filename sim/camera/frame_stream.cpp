@@ -213,10 +213,10 @@ void FrameStream::Apply(const FaultRule &fault, Sending &sending, FrameMarks &ma
         sending.failure = Outcome::Stall;
         break;
     case Fault::Mute:
-        m_board.condition = Board::Condition::Mute;
-        break;
     case Fault::Unplug:
-        m_board.condition = Board::Condition::Unplugged;
+    case Fault::Replug:
+    case Fault::Move:
+        m_board.Strike(fault);
         break;
     case Fault::RefuseRequest:
     case Fault::TimeOutRequest:

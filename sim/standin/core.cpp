@@ -150,7 +150,7 @@ void Core::Process(Time at)
             gone = gone || transfer->status == LIBUSB_TRANSFER_NO_DEVICE;
         }
         if (gone)
-            Detach(device->number);
+            Leave(device->number);
     }
     for (Transfer *transfer : std::vector(m_pending)) {
         if (transfer->endsAt > at)
@@ -230,6 +230,22 @@ void Core::Detach(int number)
         if (handle->device == &device)
             handle->claimed = false;
     }
+}
+
+/// A fault of its plan takes a camera away, and may bring it back.
+void Core::Leave(int number)
+{
+    Detach(number);
+    Slot &slot = *m_slots.at(static_cast<size_t>(number));
+    const auto back = slot.device.PlugInAgain();
+    if (!back)
+        return;
+    slot.returnsAt = m_caughtUp + back->after;
+    constexpr size_t kDeepest = 5;
+    if (back->elsewhere && slot.ports.size() < kDeepest)
+        slot.ports.push_back(1); // of a hub that was put in between
+    else if (back->elsewhere)
+        slot.ports.resize(1);
 }
 
 void Core::DetachAt(int number, Time at)

@@ -45,6 +45,7 @@ class Core {
     void Attach(int number);
     void Detach(int number);
     void DetachAt(int number, Time at);
+    void Leave(int number);
     std::optional<Time> AwayFor(int number);
     void Replug(int number, const Place &place);
     /// Lets a device that was detached come back at that time, after a power cycle.

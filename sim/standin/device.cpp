@@ -100,6 +100,14 @@ void Device::PowerCycle(std::optional<LinkSpeed> link)
     m_options.link = m_camera->Options().link;
 }
 
+std::optional<Return> Device::PlugInAgain()
+{
+    const auto back = m_camera ? m_camera->ComesBack() : std::nullopt;
+    if (back)
+        m_camera->PlugInAgain();
+    return back;
+}
+
 void Device::Queue(Transfer &transfer, Time now)
 {
     const uint8_t address = transfer.usb->endpoint;

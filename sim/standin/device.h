@@ -68,6 +68,8 @@ class Device {
     bool IsMute() const { return m_camera && m_camera->IsMute(); }
 
     void PowerCycle(std::optional<LinkSpeed> link = {});
+    /// Makes it ready to come back, if its fault plan lets it.
+    std::optional<Return> PlugInAgain();
 
     void Queue(Transfer &transfer, Time now);
     void Unqueue(Transfer &transfer, Time now);

@@ -175,6 +175,8 @@ Faults, separated by commas: NAME[:REQUEST][@FIRST][xCOUNT][%PROBABILITY][=AMOUN
   empty-frame@10x4      frames 10 to 13 are not sent
   refuse-request:b6@3   the fourth request 0xB6 is stalled
   bad-head%0.01         one frame in a hundred has a wrong mark
+  replug@100=3000       before frame 100 it is unplugged, and plugged in again after 3 s (1 s)
+  move@100=3000         the same, but into another port; unplug@100: it stays away
 )";
 
 void AddOptions(CLI::App &command, CameraArguments &arguments)
@@ -198,6 +200,14 @@ void AddOptions(CLI::App &command, CameraArguments &arguments)
         ->type_name("VERSION")
         ->check(CLI::Range(0, 255).description(""))
         ->capture_default_str();
+}
+
+bool CamerasLeave(const CameraArguments &arguments)
+{
+    constexpr Fault kLeaving[] = {Fault::Unplug, Fault::Replug, Fault::Move, Fault::LostAtReset};
+    return std::ranges::any_of(ParseFaults(arguments.faults), [&](const FaultRule &rule) {
+        return std::ranges::find(kLeaving, rule.fault) != std::end(kLeaving);
+    });
 }
 
 std::vector<BusDevice> DevicesOf(const CameraArguments &arguments)

@@ -27,6 +27,10 @@ extern const char *const kCameraHelp;
 /// @param arguments  outlive the command
 void AddOptions(CLI::App &command, CameraArguments &arguments);
 
+/// Whether cameras leave the bus by their fault plan.
+/// @throws CLI::ValidationError
+bool CamerasLeave(const CameraArguments &arguments);
+
 /// @throws CLI::ValidationError, std::runtime_error
 std::vector<BusDevice> DevicesOf(const CameraArguments &arguments);
 

@@ -108,4 +108,13 @@ int RunPreloaded(const std::vector<std::string> &command)
     }
 }
 
+void PreloadOurselves(char **arguments)
+{
+    const char *const preloaded = getenv("LD_PRELOAD"); // NOLINT(concurrency-mt-unsafe): as above
+    if (preloaded && std::strstr(preloaded, kPreload))
+        return;
+    std::vector<std::string> environment = PreloadedEnvironment();
+    execve("/proc/self/exe", arguments, Pointers(environment).data());
+}
+
 } // namespace vscsim

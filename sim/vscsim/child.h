@@ -15,4 +15,8 @@ void HoldSignals();
 ///         cannot be run
 int RunPreloaded(const std::vector<std::string> &command);
 
+/// Starts this program anew with the same library preloaded, unless it is: only then can umockdev
+/// tell programs that run of devices that come and go. Returns when it cannot.
+void PreloadOurselves(char **arguments);
+
 } // namespace vscsim

@@ -30,8 +30,10 @@ struct RunOptions {
 constexpr const char *kRunExample = R"(Example:
   vscsim run --camera VSC470MC --camera VSC470MM:usb2 -- vsccam list)";
 
-int Run(const RunOptions &options)
+int Run(const RunOptions &options, char **arguments)
 {
+    if (CamerasLeave(options.cameras))
+        PreloadOurselves(arguments);
     const std::vector<BusDevice> devices = DevicesOf(options.cameras);
     const size_t memory = options.usbfsMemory != 0 ? options.usbfsMemory * kMebibyte
                                                    : std::numeric_limits<size_t>::max();
@@ -67,7 +69,7 @@ void AddServe(CLI::App &command, ServeArguments &arguments)
         ->capture_default_str();
     command
         .add_option("--away", arguments.server.awaySeconds,
-                    "How long a camera that the plan unplugs stays away")
+                    "How long a camera that the plan unplugs stays away, unless it tells")
         ->type_name("SECONDS")
         ->check(CLI::Range(0.0, 1e9).description(""))
         ->capture_default_str();
@@ -127,7 +129,7 @@ int Main(int argc, char **argv)
         if (*serve)
             Serve(DevicesOf(served.cameras), served.server);
         else
-            return *list ? List(asJson) : Run(options);
+            return *list ? List(asJson) : Run(options, argv);
         return EXIT_SUCCESS;
     } catch (const CLI::ParseError &error) {
         constexpr int kUsage = 2;

@@ -92,9 +92,9 @@ class Port {
     {
     }
 
-    /// Once the camera is gone, so is what the bus shows of it. Programs see that when they start
-    /// to use libusb; messages to those that run would need umockdev's library in this process.
+    /// Once the camera is gone, so is what the bus shows of it, until it comes back.
     void OnUnplug(std::function<void()> hide) { m_hide = std::move(hide); }
+    void OnReturn(std::function<void(bool elsewhere)> show) { m_show = std::move(show); }
 
     /// While a program holds the interface, the kernel shows its own driver there.
     void OnClaim(std::function<void(bool)> show) { m_showClaim = std::move(show); }
@@ -121,6 +121,12 @@ class Port {
             AnswerLater(client);
         else
             Complete(client, result);
+    }
+
+    void Open(UsbfsDevice::File file)
+    {
+        const std::scoped_lock lock(m_mutex);
+        m_device.Open(file);
     }
 
     void Close(UsbfsDevice::File file)
@@ -173,17 +179,34 @@ class Port {
 
     void Advance()
     {
-        const Time wake = m_device.Advance(Now());
+        const Time now = Now();
+        const Time wake = std::min(m_device.Advance(now), ComeAndGo(now));
         m_line.Signal(m_device.Reapable());
         if (std::exchange(m_claimShown, m_device.Claimed()) != m_device.Claimed())
             m_showClaim(m_device.Claimed());
-        if (m_device.Gone() && m_hide)
-            std::exchange(m_hide, nullptr)();
         if (!m_timer)
             StartTimer();
         using std::chrono::ceil;
         using std::chrono::microseconds;
         g_source_set_ready_time(m_timer, wake == kNever ? -1 : ceil<microseconds>(wake).count());
+    }
+
+    /// @return when it comes back
+    Time ComeAndGo(Time now)
+    {
+        if (!m_device.Gone())
+            return kNever;
+        const auto back = m_device.ComesBack();
+        if (!std::exchange(m_hidden, true)) {
+            m_hide();
+            m_backAt = back ? now + back->after : kNever;
+        }
+        if (now < m_backAt)
+            return m_backAt;
+        m_device.PlugInAgain();
+        m_hidden = false;
+        m_show(back->elsewhere);
+        return kNever;
     }
 
     void StartTimer()
@@ -213,6 +236,9 @@ class Port {
     UsbfsDevice m_device;
     PollLine m_line;
     std::function<void()> m_hide;
+    std::function<void(bool)> m_show;
+    bool m_hidden = false;
+    Time m_backAt{}; // while it is
     std::function<void(bool)> m_showClaim;
     bool m_claimShown = false;
     GSource *m_timer = nullptr; // in umockdev's thread, from the first call on
@@ -232,6 +258,7 @@ void OnVanished(gpointer port, GObject *client)
 /// umockdev keeps a client for as long as the program has the file open.
 void OnClient(UMockdevIoctlBase *, UMockdevIoctlClient *client, gpointer port)
 {
+    static_cast<Port *>(port)->Open(client);
     g_object_weak_ref(G_OBJECT(client), OnVanished, port);
 }
 
@@ -259,13 +286,17 @@ struct Testbed::State {
     Object<UMockdevTestbed> testbed;
     std::vector<std::string> nodes;
     std::string error;
+    int lastPort = 0;
+
+    std::string NewPort() { return fmt::format("{}-{}", kBus, ++lastPort); }
 
     /// Shows a camera in sysfs.
+    /// @param name  of its port
     /// @return its folder there
-    std::string Describe(const BusDevice &device, int address, const UsbfsDevice &camera)
+    std::string Describe(const BusDevice &device, int address, const std::string &name,
+                         const UsbfsDevice &camera)
     {
         const Descriptors &told = camera.Described();
-        const std::string name = fmt::format("{}-{}", kBus, address - 1);
         const Text path(umockdev_testbed_add_device(testbed.get(), "usb", name.c_str(), nullptr,
                                                     nullptr, "DEVTYPE", "usb_device", "DEVNAME",
                                                     NodeOf(address).c_str(), nullptr));
@@ -303,6 +334,49 @@ struct Testbed::State {
         return folder / name / "driver";
     }
 
+    /// Shows it, also each time that it comes back. Its node stays meanwhile: without it, programs
+    /// that know the path would be led to a real device.
+    void Show(const BusDevice &device, int address, Port &port)
+    {
+        struct Shown {
+            std::string name;
+            std::string path;
+            std::filesystem::path driver;
+        };
+        const auto shown = std::make_shared<Shown>();
+        const auto show = [this, device, address, &port, shown] {
+            shown->path = Describe(device, address, shown->name, port.Device());
+            shown->driver = DescribeInterface(shown->path);
+        };
+        shown->name = NewPort();
+        show();
+        port.OnUnplug([this, shown] {
+            Tell(shown->path, "remove");
+            umockdev_testbed_remove_device(testbed.get(), shown->path.c_str());
+        });
+        port.OnReturn([this, shown, show](bool elsewhere) {
+            if (elsewhere)
+                shown->name = NewPort();
+            show();
+            Tell(shown->path, "add");
+        });
+        port.OnClaim([shown](bool claimed) {
+            std::error_code failure; // see there
+            if (claimed)
+                std::filesystem::create_symlink("/sys/bus/usb/drivers/usbfs", shown->driver,
+                                                failure);
+            else
+                std::filesystem::remove(shown->driver, failure);
+        });
+    }
+
+    /// Tells running programs; umockdev can only where its library is preloaded.
+    void Tell(const std::string &path, const char *what)
+    {
+        if (umockdev_in_mock_environment())
+            umockdev_testbed_uevent(testbed.get(), path.c_str(), what);
+    }
+
     static std::string NodeOf(int address)
     {
         return fmt::format("/dev/bus/usb/{:03}/{:03}", kBus, address);
@@ -320,19 +394,7 @@ struct Testbed::State {
             error = fmt::format("cannot create {}", file.string());
             return false;
         }
-        const std::string path = Describe(device, address, port->Device());
-        // Its node stays: without it, programs that know the path would be led to a real device.
-        port->OnUnplug(
-            [bus = testbed.get(), path] { umockdev_testbed_remove_device(bus, path.c_str()); });
-
-        port->OnClaim([driver = DescribeInterface(path)](bool claimed) {
-            std::error_code failure; // see there
-            if (claimed)
-                std::filesystem::create_symlink("/sys/bus/usb/drivers/usbfs", driver, failure);
-            else
-                std::filesystem::remove(driver, failure);
-        });
-
+        Show(device, address, *port);
         const Object<UMockdevIoctlBase> handler(umockdev_ioctl_base_new());
         g_signal_connect(handler.get(), "client-connected", G_CALLBACK(OnClient), port.get());
         g_signal_connect_data(handler.get(), "handle-ioctl", G_CALLBACK(OnIoctl), port.release(),

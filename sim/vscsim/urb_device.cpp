@@ -190,7 +190,10 @@ AfterReset UrbDevice::Reset(Time now)
 
 void UrbDevice::PowerCycle()
 {
-    m_camera.PowerCycle();
+    if (m_camera.ComesBack())
+        m_camera.PlugInAgain();
+    else
+        m_camera.PowerCycle();
     m_gone = false;
 }
 

@@ -63,7 +63,8 @@ class UrbDevice {
     void ClearHalt(Time now);
     AfterReset Reset(Time now);
 
-    /// It was unplugged, and is plugged in again.
+    /// It was unplugged, and is plugged in again. After a return that its fault plan has foreseen,
+    /// the plan goes on.
     void PowerCycle();
 
     /// Lets the waiting transfers go on.
@@ -74,8 +75,9 @@ class UrbDevice {
     std::optional<Urb> TakeFinished(const void *owner);
     bool HasFinished() const { return !m_finished.empty(); }
 
-    /// Whether the camera was unplugged.
+    /// Whether the camera was unplugged, and whether its fault plan lets it come back.
     bool Gone() const { return m_gone; }
+    std::optional<Return> ComesBack() const { return m_camera.ComesBack(); }
 
   private:
     using Queue = std::list<Urb>;

@@ -60,7 +60,7 @@ int UsbfsDevice::Ioctl(File file, unsigned long request, uintptr_t argument, Cli
     if (answer == std::end(kAnswers))
         return -ENOTTY;
     (void)Advance(now); // the camera's past comes before the request
-    if (Gone() && !answer->whenGone)
+    if (GoneFor(file) && !answer->whenGone)
         return -ENODEV;
     return (this->*answer->give)(
         {.file = file, .argument = argument, .memory = memory, .now = now});
@@ -182,7 +182,7 @@ int UsbfsDevice::Reap(const Call &call)
 {
     const auto urb = m_device.TakeFinished(call.file);
     if (!urb)
-        return Gone() ? -ENODEV : -EAGAIN;
+        return GoneFor(call.file) ? -ENODEV : -EAGAIN;
     const auto address = static_cast<uintptr_t>(urb->name);
     return Deliver(*urb, call.memory) && WriteAt(call.memory, call.argument, address) ? 0 : -EFAULT;
 }
@@ -210,6 +210,15 @@ void UsbfsDevice::Close(File file, Time now)
         m_claimedBy = nullptr;
     }
     m_device.Forget(file);
+    m_files.erase(file);
+    m_stale.erase(file);
+}
+
+void UsbfsDevice::PlugInAgain()
+{
+    m_device.PowerCycle();
+    m_claimedBy = nullptr;
+    m_stale = m_files;
 }
 
 } // namespace vscsim

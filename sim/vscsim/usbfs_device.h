@@ -3,6 +3,8 @@
 #include "vscsim/urb_device.h"
 
 #include <cstdint>
+#include <optional>
+#include <set>
 #include <span>
 
 namespace vscsim {
@@ -30,6 +32,8 @@ class UsbfsDevice {
     const Descriptors &Described() const { return m_device.Described(); }
     LinkSpeed Link() const { return m_device.TheCamera().Options().link; }
 
+    void Open(File file) { m_files.insert(file); }
+
     /// Answers an ioctl: its result, or a negative error number.
     int Ioctl(File file, unsigned long request, uintptr_t argument, ClientMemory &memory, Time now);
 
@@ -46,8 +50,12 @@ class UsbfsDevice {
     /// Whether a program holds the interface.
     bool Claimed() const { return m_claimedBy != nullptr; }
 
-    /// Whether the camera was unplugged.
+    /// Whether the camera was unplugged, and whether its fault plan lets it come back.
     bool Gone() const { return m_device.Gone(); }
+    std::optional<Return> ComesBack() const { return m_device.ComesBack(); }
+
+    /// It is back as another device: to files that are open it stays gone.
+    void PlugInAgain();
 
   private:
     struct Call {
@@ -75,11 +83,14 @@ class UsbfsDevice {
     int Reap(const Call &call);
     static const Answer kAnswers[];
 
+    bool GoneFor(File file) const { return Gone() || m_stale.contains(file); }
     int ClaimInterface(File file, unsigned number);
     static bool Deliver(const Urb &urb, ClientMemory &memory);
 
     UrbDevice m_device;
     File m_claimedBy = nullptr;
+    std::set<File> m_files; // open
+    std::set<File> m_stale; // of them, those of the device that it was before
 };
 
 } // namespace vscsim

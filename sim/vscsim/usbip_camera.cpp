@@ -176,8 +176,9 @@ void UsbIpCamera::Answer(uint32_t number, int status, uint32_t length)
 
 void UsbIpCamera::Leave(Time now)
 {
+    const auto back = m_device.ComesBack();
     m_gone = true;
-    m_backAt = now + m_away;
+    m_backAt = now + (back ? back->after : m_away);
 }
 
 std::optional<UsbIpCamera::Reply> UsbIpCamera::TakeReply()

@@ -11,11 +11,13 @@
 namespace vscsim {
 
 /// A simulated camera that one client at a time attaches over USB/IP. To attach it is to plug it
-/// in: registers, fault plan and counts start anew. Not thread-safe.
+/// in: registers, fault plan and counts start anew (the plan goes on after a return of its own).
+/// Not thread-safe.
 class UsbIpCamera {
   public:
     /// @param number  from 1; its port and address on the bus follow from it
-    /// @param away    how long it stays away once the fault plan has unplugged it
+    /// @param away    how long it stays away once the fault plan has unplugged it, unless that
+    ///                tells
     UsbIpCamera(const ModelFacts &model, const CameraOptions &options, uint32_t number, Time away);
 
     const ModelFacts &Model() const { return m_device.TheCamera().Model(); }

@@ -184,6 +184,15 @@ class Package(unittest.TestCase):
         with self.assertRaises(vsccam.NoCamera):
             vsccam.Camera()
 
+    @on_bus("--camera", "VSC470MM", "--camera", "VSC340MM", "--fault", "move@3x2=300")
+    def test_video_goes_on_after_the_camera_was_plugged_into_another_port(self):
+        with vsccam.Camera("VSC470MM") as c:
+            c.gain = 77
+            lost = [c.dropped for _ in c.frames(12, timeout=60)]
+            self.assertEqual((len(lost), lost[0], lost[-1] > 0, c.gain), (12, 0, True, 77))
+        ports = {camera.model: camera.port for camera in vsccam.cameras()}
+        self.assertEqual(ports, {"KYR VSC470MM": "1-4", "KYR VSC340MM": "1-2"})
+
     @on_bus("--camera", "VSC470MM", "--fault", "empty-frame@0x*")
     def test_waits_end_by_their_timeout_and_by_control_c(self):
         with vsccam.Camera() as c:

@@ -284,17 +284,26 @@ TEST(UsbIp, AConfigurationAfterADescriptorIsAReset)
 
 TEST(UsbIp, AnUnpluggedCameraEndsTheConnectionAndComesBack)
 {
-    const UsbIpCameras cameras = Cameras("unplug");
-    for (const Time now : {0s, 10s}) {
-        auto client = std::make_unique<Client>(cameras);
-        EXPECT_EQ(client->Say(Attach("1-1"), now).size(), 320U);
-        StartFrames(*client, now);
-        (void)client->Say(Submit(1, true, 1, 512), now);
-        EXPECT_FALSE(client->session.Over());
-        (void)client->Fetch(now + 1s);
-        EXPECT_TRUE(client->session.Over());
-        client.reset();
-        EXPECT_EQ(Client(cameras).Say(Attach("1-1"), now + 3s).size(), 8U);
+    const struct {
+        const char *plan;
+        Time away;
+        bool again; // the plan begins anew, unless the camera comes back by it
+    } cases[] = {{"unplug", 3s, true}, {"replug=9000", 9s, false}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.plan);
+        const UsbIpCameras cameras = Cameras(c.plan);
+        for (const Time now : {0s, 10s}) {
+            const bool leaves = now == 0s || c.again;
+            auto client = std::make_unique<Client>(cameras);
+            EXPECT_EQ(client->Say(Attach("1-1"), now).size(), 320U);
+            StartFrames(*client, now);
+            (void)client->Say(Submit(1, true, 1, 512), now);
+            EXPECT_FALSE(client->session.Over());
+            (void)client->Fetch(now + 1s);
+            EXPECT_EQ(client->session.Over(), leaves);
+            client.reset();
+            EXPECT_EQ(Client(cameras).Say(Attach("1-1"), now + c.away).size() == 8U, leaves);
+        }
     }
 }
 

@@ -18,6 +18,11 @@
 
 namespace vsctool {
 
+bool IsTiffName(const std::filesystem::path &path)
+{
+    return path.extension() == ".tif" || path.extension() == ".tiff";
+}
+
 #ifdef VSCCAM_HAS_TIFF
 namespace {
 

@@ -371,6 +371,23 @@ TEST_F(CaptureTest, FindsALostCameraWhereverItCameBackAndNoOtherOne)
     unsetenv("VSCCAM_CAMERA"); // NOLINT(concurrency-mt-unsafe)
 }
 
+TEST_F(CaptureTest, GoesOnWithACameraThatComesAndGoesByItsPlan)
+{
+    for (const char *plan : {"replug@2x2=700", "move@2x2=700"}) {
+        SCOPED_TRACE(plan);
+        const int device = OpenSmall({.faults = *vscsim::ParseFaultPlan(plan, nullptr)});
+        ASSERT_EQ(Bus().Plug("VSC340MM"), 1); // no other camera is taken for it
+        startCapture();
+        int frames = 0;
+        for (int i = 0; i < 20; ++i) // a wait ends when the camera is lost
+            frames += static_cast<int>(Number(NextFrame(1000)).has_value());
+        EXPECT_GT(frames, 10);
+        EXPECT_EQ(std::ranges::count(Bus().TakeTraffic(device), "host?"), 2);
+        closeCamera();
+        NextCase();
+    }
+}
+
 TEST_F(CaptureTest, AnExposureFindsACameraThatMovedUnseen)
 {
     const int device = OpenSmall({}, 30'000'000);
