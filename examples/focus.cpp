@@ -11,7 +11,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
-#include <numeric>
 #include <string>
 #include <vector>
 
@@ -47,11 +46,11 @@ Pixel FindStar(const vsccam::Frame &frame)
 double Diameter(const vsccam::Frame &frame, const Pixel &star)
 {
     std::vector<Pixel> pixels;
-    for (int y = -kReach; y <= kReach; ++y)
+    for (int y = -kReach; y <= kReach; ++y) {
+        const auto row = frame.Row<std::uint16_t>(star.y + y);
         for (int x = -kReach; x <= kReach; ++x)
-            pixels.push_back({x, y,
-                              static_cast<double>(frame.Row<std::uint16_t>(
-                                  star.y + y)[static_cast<std::size_t>(star.x + x)])});
+            pixels.push_back({x, y, static_cast<double>(row.begin()[star.x + x])});
+    }
     // Most of the square is sky.
     const auto middle = pixels.begin() + static_cast<std::ptrdiff_t>(pixels.size() / 2);
     std::nth_element(pixels.begin(), middle, pixels.end(),
@@ -78,8 +77,8 @@ int main(int argc, char **argv)
         std::printf("%s: Ctrl-C ends\n", camera.Model().c_str());
 
         vsccam::Frame frame;
-        const int exposures = argc > 1 ? std::atoi(argv[1]) : 1000;
-        for (int i = 0; i < exposures; ++i) {
+        const long exposures = argc > 1 ? std::strtol(argv[1], nullptr, 10) : 1000;
+        for (long i = 0; i < exposures; ++i) {
             vsccam::Exposure(camera).Read(frame);
             const Pixel star = FindStar(frame);
             const double width = Diameter(frame, star);

@@ -84,13 +84,14 @@ int main(int argc, char **argv)
 
     const int pixels = getWidth() * getHeight(); /* VSC_IMG_RAW8, the format at start */
     unsigned char *const frame = malloc((size_t)pixels);
-    pthread_t steering;
+    pthread_t steering = 0;
     if (frame == NULL || pthread_create(&steering, NULL, steer, NULL) != 0) {
         fputs("out of memory\n", stderr);
         closeCamera();
+        free(frame);
         return 1;
     }
-    const long frames = watch(frame, pixels, argc > 1 ? atof(argv[1]) : 10);
+    const long frames = watch(frame, pixels, argc > 1 ? strtod(argv[1], NULL) : 10);
     watching = false;
     pthread_join(steering, NULL);
     closeCamera(); /* also switches the guide lines off */

@@ -171,7 +171,6 @@ void Camera::OpenAnew(const std::string &selector)
         s_kept = m_open;
 }
 
-/// What the library has said since the last call; keeps what is asked for later.
 std::vector<LibraryLine> Camera::Listen()
 {
     std::vector<LibraryLine> lines = LibraryLines::Take();

@@ -67,6 +67,11 @@ class Camera {
     bool IsPresent() const;
     /// Throws when the camera is gone.
     void CheckPresence() const;
+    /// Throws what there is to say when a frame does not come: that it is gone, or `what`.
+    [[noreturn]] void ThrowNoFrame(const std::string &what);
+
+    /// What the library has said since the last call; keeps what is asked for later.
+    std::vector<LibraryLine> Listen();
 
     /// Phase of the delivered picture; nothing when it has no mosaic.
     std::optional<Mosaic> PictureMosaic() const;
@@ -87,8 +92,6 @@ class Camera {
     };
 
     void OpenAnew(const std::string &selector);
-    [[noreturn]] void ThrowNoFrame(const std::string &what);
-    std::vector<LibraryLine> Listen();
     void AwaitFrame(Exposure &exposure, Microseconds patience, ProgressBar &bar);
     void TellTimes(Exposure &exposure, std::chrono::steady_clock::time_point begin);
 

@@ -41,6 +41,10 @@ class Console {
     /// Text that was asked for as such.
     void Print(const std::string &text);
 
+    /// For results that are no lines.
+    int ResultsDescriptor() const { return fileno(m_results.get()); }
+    bool InJson() const { return m_options.json; }
+
     /// Tells the user something while the results take their time. Neither of the two throws, even
     /// when nobody can read it there or in the log.
     void Note(const std::string &line);

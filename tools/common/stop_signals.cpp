@@ -55,6 +55,7 @@ void StopSignals::Block()
     const sigset_t set = StopSet();
     pthread_sigmask(SIG_BLOCK, &set, nullptr);
     std::signal(SIGPIPE, SIG_IGN); // a reader that went away is an error of the write
+    std::signal(SIGXFSZ, SIG_IGN); // and so is a file that gets larger than the user may have it
     std::signal(SIGCHLD, SIG_DFL); // ignored, as some start us, it hides how a hook has ended
 }
 

@@ -1,7 +1,6 @@
 #include "name_pattern.h"
 
 #include "failure.h"
-#include "tiff_writer.h"
 
 #include <fmt/args.h>
 #include <fmt/chrono.h>
@@ -60,6 +59,11 @@ bool IsNumberedPattern(const std::string &pattern)
 }
 
 } // namespace
+
+bool IsTiffName(const std::filesystem::path &path)
+{
+    return path.extension() == ".tif" || path.extension() == ".tiff";
+}
 
 NamePattern::NamePattern(const std::string &pattern, bool isSeries)
     : m_pattern(pattern), m_numbered(IsNumberedPattern(pattern))

@@ -8,6 +8,9 @@
 
 namespace vsctool {
 
+/// Whether a name ends like that of a TIFF file.
+bool IsTiffName(const std::filesystem::path &path);
+
 /// What a file name may tell about its picture.
 struct NameFields {
     int sequence = 1;

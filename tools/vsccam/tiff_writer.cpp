@@ -18,11 +18,6 @@
 
 namespace vsctool {
 
-bool IsTiffName(const std::filesystem::path &path)
-{
-    return path.extension() == ".tif" || path.extension() == ".tiff";
-}
-
 #ifdef VSCCAM_HAS_TIFF
 namespace {
 

@@ -7,9 +7,6 @@
 
 namespace vsctool {
 
-/// Whether a name ends like that of a TIFF file.
-bool IsTiffName(const std::filesystem::path &path);
-
 /// Writes a picture as it was delivered, but RGB24 as red, green, blue; the keys become lines of
 /// the description. Throws Failure, also when this program was built without the library for it; a
 /// file appears complete or not at all.

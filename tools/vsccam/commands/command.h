@@ -10,15 +10,17 @@ namespace vsctool {
 /// Adds a command to the program; parsing stores what to run in `chosen`.
 using AddCommand = void(CLI::App &app, Command &chosen);
 
-AddCommand AddListCommand, AddInfoCommand, AddCaptureCommand, AddControlsCommands, AddCoolCommand,
-    AddDarkCommand, AddDoctorCommand, AddGuideCommand, AddIdCommand, AddMonitorCommand,
-    AddShellCommand, AddCompletionCommand, AddVersionCommand;
+AddCommand AddListCommand, AddInfoCommand, AddCaptureCommand, AddRecordCommand, AddStreamCommand,
+    AddBenchCommand, AddControlsCommands, AddCoolCommand, AddDarkCommand, AddSerCommand,
+    AddDoctorCommand, AddGuideCommand, AddIdCommand, AddMonitorCommand, AddShellCommand,
+    AddCompletionCommand, AddVersionCommand;
 
 /// All of them, in the order of the help.
 inline constexpr AddCommand *kCommands[] = {
-    AddListCommand,    AddInfoCommand,    AddCaptureCommand, AddControlsCommands,
-    AddCoolCommand,    AddDarkCommand,    AddDoctorCommand,  AddGuideCommand,
-    AddIdCommand,      AddMonitorCommand, AddShellCommand,   AddCompletionCommand,
+    AddListCommand,    AddInfoCommand,    AddCaptureCommand,   AddRecordCommand,
+    AddStreamCommand,  AddBenchCommand,   AddControlsCommands, AddCoolCommand,
+    AddDarkCommand,    AddSerCommand,     AddDoctorCommand,    AddGuideCommand,
+    AddIdCommand,      AddMonitorCommand, AddShellCommand,     AddCompletionCommand,
     AddVersionCommand,
 };
 
