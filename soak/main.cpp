@@ -16,7 +16,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <optional>
 #include <string>
@@ -48,7 +47,7 @@ constexpr bool kOwnMemory = false;
 #else
 constexpr bool kOwnMemory = true;
 #endif
-constexpr long kGrowthKiB = 4096;
+constexpr size_t kGrowthKiB = 1024;
 
 // An episode takes seconds; this one hangs.
 constexpr auto kHang = 10min;
@@ -178,18 +177,17 @@ bool TriedAll()
 struct Footprint {
     Footprint()
     {
-        (void)malloc_trim(0);
-        std::ifstream status("/proc/self/status");
-        for (std::string word; status >> word;) {
-            if (word == "VmRSS:")
-                status >> residentKiB;
-            else if (word == "Threads:")
-                status >> threads;
-        }
-        descriptors = std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+        const auto memory = mallinfo2(); // what is free stays with the process for a while
+        usedKiB = (memory.uordblks + memory.hblkhd) / 1024;
+        descriptors = EntriesOf("/proc/self/fd");
+        threads = EntriesOf("/proc/self/task");
+    }
+    static long EntriesOf(const char *folder)
+    {
+        return std::distance(std::filesystem::directory_iterator(folder), {});
     }
 
-    long residentKiB = 0;
+    size_t usedKiB = 0;
     long threads = 0;
     long descriptors = 0;
 };
@@ -197,12 +195,12 @@ struct Footprint {
 bool IsNoLarger(const Footprint &now, const Footprint &before)
 {
     const bool good = now.threads == before.threads && now.descriptors == before.descriptors &&
-                      (!kOwnMemory || now.residentKiB <= before.residentKiB + kGrowthKiB);
+                      (!kOwnMemory || now.usedKiB <= before.usedKiB + kGrowthKiB);
     if (!good)
         std::snprintf(
             g_board->fault, sizeof g_board->fault,
-            "the process grows: %ld to %ld KiB, %ld to %ld threads, %ld to %ld descriptors",
-            before.residentKiB, now.residentKiB, before.threads, now.threads, before.descriptors,
+            "the process grows: %zu to %zu KiB, %ld to %ld threads, %ld to %ld descriptors",
+            before.usedKiB, now.usedKiB, before.threads, now.threads, before.descriptors,
             now.descriptors);
     return good;
 }
