@@ -99,6 +99,7 @@ void Mute(Host &host, Host::Reader &reader, Host::Dice &dice)
     host.kernelMs = 5'200;
     Spoil<Fault::Mute>(host, reader, dice);
     vsccam::SleepFor(std::chrono::milliseconds(500 + Roll(dice, 6'000)));
+    ++host.mayCountMore;
     host.Replug(10, {});
     vsccam::SleepFor(6s); // a call may still be under way
     host.kernelMs = 200;

@@ -70,8 +70,8 @@ class Host {
 
     std::atomic<int> kernelMs{200}; // that a reset or clearing a halt adds to a call
     // Frames that the library may count beyond the camera's account: it has a part of one that
-    // opening over running video ended, and takes the rest of one that stayed in the way for
-    // another.
+    // opening over running video or the plugging in of a mute camera ended, and takes the rest of
+    // one that stayed in the way for another.
     std::atomic<int> mayCountMore{0};
 
     struct Count {
