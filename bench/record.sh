@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# record.sh FOLDER [ROUNDS] [SECONDS]: how fast recordings are written, side by side and in turns: 'vsccam
-# record' with 'vsccam bench', both from a simulated camera that sends as fast as it can, and what
-# writes the file with 'dd' of the same bytes. The folder is on the disk that is to be measured.
+# record.sh FOLDER [ROUNDS] [SECONDS]: how fast recordings are written, side by side and in turns:
+# 'vsccam record' with 'vsccam bench', both from a simulated camera that sends as fast as it can, and
+# what writes the file with 'dd' of the same bytes. The folder is on the disk that is measured.
 set -euo pipefail
 folder=$1
 rounds=${2:-3}

@@ -68,11 +68,15 @@ small='--roi 640x480+64+32'
         expect 2 "$vsccam" ser split moon.ser --frames "$wrong"
     done
 
-    # Frames that get lost, and too many of them; a camera that goes away for good.
+    # Frames that get lost, and too many of them; a camera that goes away, also for good.
     expect 0 faulty short-frame@3x2 --json record $small --frames 10 -o lossy.ser
     contains output '"dropped":2,"dropped_by":{"short":2,'
     expect 8 faulty short-frame@3x40 --json record $small --max-drops 5 -o lossy.ser --overwrite
     sound lossy.ser ''
+    expect 0 faulty replug@10=5000 record $small --frames 20 -o back.ser
+    contains messages 'is gone'
+    contains messages 'frames come again'
+    sound back.ser 20
     expect 6 faulty unplug@10 --timeout 3s record $small -o lost.ser
     contains messages 'is gone'
     sound lost.ser 10
