@@ -1,0 +1,42 @@
+#!/usr/bin/env bash
+# take-pictures.sh PROGRAMS: takes the pictures of the documents with simulated cameras. They are made
+# small, and of 128 colours: what is to be seen needs no more.
+set -euo pipefail
+PATH=$1:$PATH
+docs=$(dirname "$(realpath "${BASH_SOURCE[0]}")")
+folder=$(mktemp -d)
+trap 'rm -r "$folder"' EXIT
+cd "$folder"
+
+# taken CAMERA SCENE ARGUMENT...: a picture of the simulated sky, without waiting for it.
+taken() {
+    vscsim run --camera "$1" --scene "$2" --seed 1 --speed max -- \
+        vsccam -q capture --gain 200 "${@:3}"
+}
+
+# small NAME ARGUMENT...: what ImageMagick makes of them becomes the picture of that name.
+small() { /usr/bin/convert "${@:2}" -strip -dither None -colors 128 "PNG8:$docs/$1.png"; }
+
+# beside NAME LEFT RIGHT ARGUMENT...: the middles of two pictures beside each other.
+beside() {
+    small "$1" '(' "$2" "${@:4}" -gravity center -crop 376x282+0+0 +repage ')' -size 8x282 xc:white \
+        '(' "$3" "${@:4}" -gravity center -crop 376x282+0+0 +repage ')' +append
+}
+
+taken VSC470MC sky -e 1s -o first-light.fit
+small first-light first-light.png -resize 760x
+
+taken VSC470MM moon -e 2ms --format raw8 -o moon.tif --no-png
+small moon moon.tif -gravity center -crop 1024x1024+0+0 -auto-level -gamma 1.6 -resize 480x
+
+# The same picture as the file has it and as the preview shows it.
+taken VSC470MM sky -e 10s -o linear.tif --png
+beside stretch linear.tif linear.png -depth 8
+
+# A warm night, without and with a dark frame.
+warm=VSC470MM:ambient=45
+taken "$warm" sky -e 8s --format raw8 -o raw.tif --no-png
+vscsim run --camera "$warm:capped" --seed 1 --speed max -- \
+    vsccam -q dark make -e 8s --gain 200 -n 3 -o dark.bmp
+taken "$warm" sky -e 8s --format raw8 --dark dark.bmp -o clean.tif --no-png
+beside dark raw.tif clean.tif -sample '200%' -level '0%,30%'
