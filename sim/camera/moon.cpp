@@ -135,7 +135,7 @@ class Painter {
         float y = 0;
     };
 
-    double Place(int pixel) const { return (pixel - m_map.side / 2) / m_radius; }
+    double Place(int pixel) const { return (pixel - (m_map.side - 1) / 2.0) / m_radius; }
     int Pixel(double place) const
     {
         const int pixel = static_cast<int>(std::lround(place * m_radius)) + m_map.side / 2;
@@ -235,9 +235,9 @@ class Moon final : public View {
 
     void Begin(const Appearance &appearance, const Window &, double) override
     {
-        const double half = m_sharp.side / 2;
-        m_left = Wrapped(m_width / 2 + appearance.shift.x, m_width, half) - half;
-        m_top = Wrapped(m_height / 2 + appearance.shift.y, m_height, half) - half;
+        const double half = (m_sharp.side - 1) / 2.0;
+        m_left = Wrapped(m_width / 2.0 + appearance.shift.x, m_width, half) - half;
+        m_top = Wrapped(m_height / 2.0 + appearance.shift.y, m_height, half) - half;
         m_softness = static_cast<float>(std::clamp(appearance.softness * 0.9 - 0.5, 0.0, 1.0));
     }
     void AddTo(std::span<float> light, int left, int y) override;
