@@ -114,6 +114,8 @@ class Recording {
 void Record(const RecordOptions &options, Context &context)
 {
     CheckSettings(options.video.settings);
+    if (!options.overwrite) // not only when the sensor has become cold
+        RequireFree(options.file);
     Recording(options, context).Run();
 }
 

@@ -144,9 +144,8 @@ std::filesystem::path Beside(const std::filesystem::path &file, const std::strin
 void CopyPart(const SerFile &file, FrameSpan part, const std::filesystem::path &to,
               const SplitOptions &options, Console &console)
 {
-    if (!options.overwrite && std::filesystem::exists(to))
-        throw Failure(Exit::kFile, fmt::format("{} exists; choose another name, or add --overwrite",
-                                               to.string()));
+    if (!options.overwrite)
+        RequireFree(to);
     CopyFrames(file, part.first, part.last, to);
     const int64_t frames = part.last - part.first + 1;
     console.Say(fmt::format("{}  {} frames", to.string(), frames));

@@ -29,6 +29,14 @@ struct stat FactsOf(int file)
 
 } // namespace
 
+void RequireFree(const std::filesystem::path &path)
+{
+    std::error_code unreachable; // shows when the file is created
+    if (std::filesystem::exists(path, unreachable))
+        throw Failure(Exit::kFile, fmt::format("{} exists; choose another name, or add --overwrite",
+                                               path.string()));
+}
+
 DiskFile::DiskFile(std::filesystem::path path, int flags)
     : m_path(std::move(path)), m_file(open(m_path.c_str(), flags | O_CLOEXEC, kMode))
 {

@@ -8,6 +8,9 @@
 
 namespace vsctool {
 
+/// Throws Failure when there is a file of this name.
+void RequireFree(const std::filesystem::path &path);
+
 /// An open file. What its functions throw is Failure.
 class DiskFile {
   public:

@@ -32,14 +32,12 @@ std::vector<uint8_t> InBytes(std::span<const SerTicks> times)
 /// Right after an attempt to create a file.
 void CheckCreated(const DiskFile &file)
 {
-    const std::string name = file.Path().string();
     if (!file.IsOpen() && errno == EEXIST)
-        throw Failure(Exit::kFile,
-                      fmt::format("{} exists; choose another name, or add --overwrite", name));
+        RequireFree(file.Path());
     if (!file.IsOpen())
         throw CannotWrite(file.Path());
     if (!file.IsRegular())
-        throw Failure(Exit::kFile, fmt::format("{} is no regular file", name));
+        throw Failure(Exit::kFile, fmt::format("{} is no regular file", file.Path().string()));
 }
 
 } // namespace
