@@ -1,15 +1,15 @@
 #!/usr/bin/env python3
-"""Runs the commands that a document shows, with simulated cameras.
+"""Runs the commands that a document shows, with simulated cameras, and follows its links.
 
     run-commands.py BUILD PAGE [--write]
 
 In a block "console", a line behind "$ " is a command, and what follows is what it prints; numbers may
-differ, and "..." stands for any lines. In an indented block each line is a command. A block of C or
-Python becomes the file that the text behind it names: "this as `frame.c`". A page is one session of
+differ, and "..." stands for any lines. In an indented block each line is a command. A block of C,
+C++, CMake or Python becomes the file that the text behind it names: "this as `frame.c`". A page is one session of
 a shell, in a folder of its own that shows the project's files and, as build/release, BUILD. Where no
 simulated camera is named, programs get one.
 
-A command may fail only where the page shows an error. With --write, the page gets what was printed.
+A command may fail only where the page shows an error. Links within the project must lead somewhere. With --write, the page gets what was printed.
 """
 import os
 import re
@@ -24,6 +24,8 @@ ROOT = Path(__file__).resolve().parent.parent
 CAMERA = "vscsim run --camera VSC470MC-Cool:flash=flash.bin -- "
 LONGEST = 180  # seconds that a command may take
 MARK = "-- end of the command:"
+
+PROGRAMS = ("c", "cmake", "cpp", "python")
 
 SYSTEM = "changes the system"
 SUITE = "builds or tests the project, which is what runs this"
@@ -76,7 +78,9 @@ def commands_of(lines):
                 continue
             if kind == "console":
                 found += console(block, start)
-            elif kind in ("c", "python"):
+            elif kind not in PROGRAMS:
+                sys.exit(f"line {start}: a block of '{kind}'; commands stand in one of 'console'")
+            else:
                 after = "\n".join(lines[number + 1:number + 6])
                 if name := re.search(r"as `([\w.]+)`", after):
                     found.append((name[1], "\n".join(block) + "\n"))
@@ -110,6 +114,19 @@ def console(block, start):
     return found
 
 
+def anchors(page):
+    """What links may name in a page: its headings, in the form that viewers give them."""
+    headings = re.findall(r"^#+ (.*)", page.read_text(), re.M)
+    return {re.sub(r"[^\w -]", "", heading.lower()).replace(" ", "-") for heading in headings}
+
+
+def dead_links(page):
+    for target, anchor in re.findall(r"\]\(([^():#]*)(?:#([^()]*))?\)", page.read_text()):
+        file = page.parent / target if target else page
+        if not file.exists() or anchor and anchor not in anchors(file):
+            yield f"{page.name}: leads to {target}#{anchor}, which is not there"
+
+
 class Shell:
     """Takes one command after the other. A shell that a command starts takes those that follow."""
 
@@ -133,12 +150,14 @@ class Shell:
         timer.start()
         print(f"{command}\nprintf '\\n{MARK} %d\\n' $?", file=self.process.stdin, flush=True)
         printed = []
+        code = None
         for line in self.process.stdout:
             if line.startswith(MARK):
-                timer.cancel()
-                return printed[:-1] if printed[-1:] == [""] else printed, int(line.split()[-1])
+                code = int(line.split()[-1])
+                break
             printed.append(line.rstrip())
-        return printed, None
+        timer.cancel()
+        return printed[:-1] if printed[-1:] == [""] else printed, code
 
 
 def masked(line):
@@ -177,8 +196,7 @@ class Run:
         where = f"{self.page.name}:{command.line + 1}: {command.text}"
         told = command.shown or []
         if code is None:
-            self.faults.append(f"{where}\n  did not end")
-            raise SystemExit
+            sys.exit(f"{where}\n  did not end, or ended the shell:\n" + "\n".join(printed[-20:]))
         if code != 0 and not any(line.startswith("error: ") for line in told):
             self.faults.append(f"{where}\n  ended with {code}:\n" + "\n".join(printed[-20:]))
         if command.shown is not None and not same(told, printed):
@@ -202,6 +220,7 @@ def main(build, page, write=False):
         workplace(folder, Path(build).resolve())
         run = Run(page, folder, Path(build).resolve())
         try:
+            run.faults += dead_links(page)
             run.all(commands_of(lines))
         finally:
             run.shell.process.stdin.close()

@@ -39,4 +39,4 @@ taken "$warm" sky -e 8s --format raw8 -o raw.tif --no-png
 vscsim run --camera "$warm:capped" --seed 1 --speed max -- \
     vsccam -q dark make -e 8s --gain 200 -n 3 -o dark.bmp
 taken "$warm" sky -e 8s --format raw8 --dark dark.bmp -o clean.tif --no-png
-beside dark raw.tif clean.tif -sample '200%' -level '0%,30%'
+beside dark raw.tif clean.tif -level '0%,12%'
