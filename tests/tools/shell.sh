@@ -17,11 +17,12 @@ shell() {
 
 # Controls stay from line to line, and no failing line ends the shell; it tells of the last one.
 expect 3 "$vsccam" shell
-expect 2 shell VSC470MC 'get gain\nset gain=300\n# a remark\n\ncaptur\nget gain --json\nshell\nget gain'
+expect 2 shell VSC470MC 'get gain\nset gain=300\n# a remark\n\ncaptur\nget gain --json\nshell\nlist --require 1\nget gain'
 [ "$(sed -n '$p' output)" = 300 ]
 contains output '"name":"gain","available":true,"value":300,'
 contains messages 'did you mean capture?'
-contains messages '2 of 6 commands failed'
+contains output 'colour -       yes'
+contains messages '2 of 7 commands failed'
 expect 0 shell VSC470MC 'capture -e 10ms --no-png --roi 640x480+0+0 -o "two words.fit" --object="M 42"\nquit\nget x'
 contains 'two words.fit' "OBJECT  = 'M 42"
 
@@ -95,7 +96,9 @@ export vsccam
 expect 0 "$(dirname "$vsccam")/vscsim" run --camera VSC470MC --fault unplug:b0@1 -- sh -c '
     "$vsccam" --json list --watch >watched & watch=$!
     until grep -q cameras watched; do kill -0 "$watch" || exit 1; sleep 0.1; done
-    "$vsccam" guide n 9s
-    until grep -q "\"event\":\"unplugged\"" watched; do kill -0 "$watch" || exit 1; sleep 0.1; done
+    until grep -q "\"event\":\"unplugged\"" watched; do
+        kill -0 "$watch" || exit 1
+        "$vsccam" guide n 9s # until it is gone
+    done
     kill -TERM "$watch"
     wait "$watch" || [ $? = 143 ]'

@@ -124,6 +124,14 @@ std::string ModelOf(unsigned product)
     return known ? known->name : "";
 }
 
+bool HasOpen(const std::string &process, const std::string &node)
+{
+    const std::string folder = "/proc/" + process + "/fd";
+    return std::ranges::any_of(NamesIn(folder), [&](const std::string &file) {
+        return LinkTarget(folder + '/' + file).ends_with(node); // below another root, too
+    });
+}
+
 std::vector<UsbDevice> FindUsbDevices()
 {
     std::vector<UsbDevice> devices;
@@ -144,6 +152,7 @@ std::vector<UsbDevice> FindUsbDevices()
         device.hasNode = device.permitted || errno != ENOENT;
         const std::string driver = LinkTarget(folder + port + ":1.0/driver");
         device.driver = driver.substr(driver.rfind('/') + 1);
+        device.openHere = HasOpen("self", device.node);
         devices.push_back(device);
     }
     return devices;
@@ -168,7 +177,7 @@ std::string CameraEntry::Usable() const
         return "no: this edition cannot be opened";
     if (usb && !usb->permitted)
         return "no: permission";
-    if (usb && usb->Busy())
+    if (usb && usb->Busy() && !usb->openHere)
         return "no: busy";
     return "yes";
 }

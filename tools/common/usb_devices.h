@@ -25,12 +25,16 @@ struct UsbDevice {
     std::string node;   // device file
     std::string driver; // of its interface; empty: none
     bool permitted = false;
-    bool hasNode = true; // a container may lack it
+    bool hasNode = true;   // a container may lack it
+    bool openHere = false; // by this program
 
     /// A program that uses the camera holds its interface through this driver.
     bool Busy() const { return driver == "usbfs"; }
 };
 std::vector<UsbDevice> FindUsbDevices();
+
+/// Whether a process has the device file open. Those of other users only root may look at.
+bool HasOpen(const std::string &process, const std::string &node);
 
 /// As the library names the model; empty for products that it does not know.
 std::string ModelOf(unsigned product);

@@ -33,8 +33,11 @@ _vsccam()
 }
 if [[ $funcstack[1] == _vsccam ]]; then _vsccam "$@"; else compdef _vsccam vsccam; fi
 )---"},
-    {"fish", R"---(complete -c vsccam -a '(set -l all (commandline -opc) (commandline -ct)
-    $all[1] completion words -- $all[2..] 2>/dev/null)'
+    {"fish", R"---(function __vsccam_words
+    set -l all (commandline -opc) (commandline -ct)
+    $all[1] completion words -- $all[2..] 2>/dev/null
+end
+complete -c vsccam -f -n 'count (__vsccam_words) >/dev/null' -a '(__vsccam_words)'
 )---"},
 };
 

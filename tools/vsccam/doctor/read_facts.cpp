@@ -23,18 +23,14 @@ namespace {
 
 // ----------------------------------------------------------------------------------- the cameras
 
-/// Programs that have a device open. Those of other users only root may look at.
+/// Programs that have a device open.
 std::vector<std::string> HoldersOf(const std::string &node)
 {
     std::vector<std::string> holders;
-    for (const std::string &process : NamesIn("/proc")) {
-        const std::string folder = "/proc/" + process;
-        const auto holds = [&](const std::string &file) { // below another root, too
-            return LinkTarget(folder + "/fd/" + file).ends_with(node);
-        };
-        if (std::ranges::any_of(NamesIn(folder + "/fd"), holds))
-            holders.push_back(fmt::format("{} (process {})", ReadLine(folder + "/comm"), process));
-    }
+    for (const std::string &process : NamesIn("/proc"))
+        if (HasOpen(process, node))
+            holders.push_back(
+                fmt::format("{} (process {})", ReadLine("/proc/" + process + "/comm"), process));
     return holders;
 }
 
