@@ -44,6 +44,15 @@ int TakeFrames(const Context &context)
     return taken;
 }
 
+/// Less of the bus for the frames; where that is taken already, another cable or port.
+std::string Remedy()
+{
+    const int least = getMin(CONTROL_BANDWIDTH);
+    if (getValue(CONTROL_BANDWIDTH, nullptr) > least)
+        return fmt::format("vsccam set bandwidth={} -- doctor --live", least);
+    return "lsusb -t";
+}
+
 Finding CheckFrames(Camera &camera, const Context &context)
 {
     camera.SetFraming({.bin = 1, .format = PixelFormat::kRaw16, .region = {}});
@@ -63,7 +72,7 @@ Finding CheckFrames(Camera &camera, const Context &context)
     if (const std::string advice = UsbfsAdvice(lines); !advice.empty())
         finding.found += ". " + advice;
     if (finding.verdict != Verdict::kOk)
-        finding.remedy = "vsccam doctor --live"; // at another cable or port
+        finding.remedy = Remedy();
     return finding;
 }
 
