@@ -3,13 +3,14 @@
 
     run-commands.py BUILD PAGE [--write]
 
-In a block "console", a line behind "$ " is a command, and what follows is what it prints; numbers may
-differ, and "..." stands for any lines. In an indented block each line is a command. A block of C,
-C++, CMake or Python becomes the file that the text behind it names: "this as `frame.c`". A page is one session of
-a shell, in a folder of its own that shows the project's files and, as build/release, BUILD. Where no
-simulated camera is named, programs get one.
+In a block "console", a line behind "$ " is a command, and what follows is what it prints; numbers
+may differ, and "..." stands for any lines. In an indented block each line is a command. A block of
+C, C++, CMake or Python becomes the file that the text behind it names: "this as `frame.c`". A page
+is one session of a shell, in a folder of its own that shows the project's files and, as
+build/release, BUILD. Where no simulated camera is named, programs get one.
 
-A command may fail only where the page shows an error. Links within the project must lead somewhere. With --write, the page gets what was printed.
+A command may fail only where the page shows an error. Links within the project must lead somewhere.
+With --write, the page gets what was printed.
 """
 import os
 import re
@@ -121,7 +122,8 @@ def anchors(page):
 
 
 def dead_links(page):
-    for target, anchor in re.findall(r"\]\(([^():#]*)(?:#([^()]*))?\)", page.read_text()):
+    text = re.sub(r"`[^`\n]*`", "", page.read_text())
+    for target, anchor in re.findall(r"\]\(([^():#]*)(?:#([^()]*))?\)", text):
         file = page.parent / target if target else page
         if not file.exists() or anchor and anchor not in anchors(file):
             yield f"{page.name}: leads to {target}#{anchor}, which is not there"
