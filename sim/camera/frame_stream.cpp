@@ -155,7 +155,8 @@ void FrameStream::Flush(FrameEnd end)
 {
     if (!m_sending)
         return;
-    const bool all = m_sending->sent == m_sending->length;
+    const size_t picture = m_sending->frame.settings.Bytes(); // a fault may add something
+    const bool all = m_sending->sent >= std::min(m_sending->length, picture);
     if (m_sending->sent == 0)
         end = FrameEnd::Unread;
     else if (all || m_sending->ending == FrameEnd::Joined)
