@@ -7,10 +7,12 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -27,16 +29,16 @@ struct Pixel {
 
 /// The brightest pixel that is whole: its neighbours have at least half of its value, as a hot
 /// pixel's have not.
-Pixel FindStar(const vsccam::Frame &frame)
+std::optional<Pixel> FindStar(const vsccam::Frame &frame)
 {
-    Pixel best = {};
+    std::optional<Pixel> best;
     const vsccam::Shape &shape = frame.GetShape();
     for (int y = kReach; y < shape.height - kReach; ++y) {
         const auto row = frame.Row<std::uint16_t>(y);
         for (int x = kReach; x < shape.width - kReach; ++x) {
             const auto at = static_cast<std::size_t>(x);
-            if (row[at] > best.value && row[at - 1] + row[at + 1] > row[at])
-                best = {x, y, static_cast<double>(row[at])};
+            if ((!best || row[at] > best->value) && row[at - 1] + row[at + 1] > row[at])
+                best = Pixel{x, y, static_cast<double>(row[at])};
         }
     }
     return best;
@@ -65,6 +67,8 @@ double Diameter(const vsccam::Frame &frame, const Pixel &star)
     return light > 0 ? 2 * moment / light : 0;
 }
 
+volatile std::sig_atomic_t g_ended = 0;
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -74,16 +78,21 @@ int main(int argc, char **argv)
         camera.SetType(VSC_IMG_RAW16);
         camera.Set(CONTROL_GAIN, 200);
         camera.SetExposure(500ms);
+        std::signal(SIGINT, [](int) { g_ended = 1; }); // the camera is closed at the end
         std::printf("%s: Ctrl-C ends\n", camera.Model().c_str());
 
         vsccam::Frame frame;
         const long exposures = argc > 1 ? std::strtol(argv[1], nullptr, 10) : 1000;
-        for (long i = 0; i < exposures; ++i) {
+        for (long i = 0; i < exposures && !g_ended; ++i) {
             vsccam::Exposure(camera).Read(frame);
-            const Pixel star = FindStar(frame);
-            const double width = Diameter(frame, star);
+            const auto star = FindStar(frame);
+            if (!star) {
+                std::puts("no star");
+                continue;
+            }
+            const double width = Diameter(frame, *star);
             const std::string bar(static_cast<std::size_t>(std::clamp(width, 0.0, 30.0) * 2), '#');
-            std::printf("%5d,%5d  %5.2f pixels  %s\n", star.x, star.y, width, bar.c_str());
+            std::printf("%5d,%5d  %5.2f pixels  %s\n", star->x, star->y, width, bar.c_str());
             std::fflush(stdout);
         }
     } catch (const std::exception &error) {

@@ -113,7 +113,8 @@ class Camera {
             throw Error("a camera is open in this program already");
         if (!openCamera(index))
             Fail("the camera cannot be opened: it is missing, in use or not permitted");
-        m_model = getCameraModel(index);
+        if (const char *model = getCameraModel(index)) // else somebody counts at the same time
+            m_model = model;
         if (!initCamera())
             Fail("the camera does not answer: plug it in again");
     }
