@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import collections
+import contextlib
 import os
 import socket
 import subprocess
@@ -220,12 +221,12 @@ class Cameras(tuple[RemoteCamera, ...]):
     def expose(self, seconds: float | None = None, *, timeout: float | None = None) -> list[Frame]:
         """One exposure with each, at the same time; the frames are in the order of the cameras.
         Raises what `Camera.expose` raises, when all exposures have ended or were stopped."""
-        under_way = [(camera, camera._ask("expose", seconds, timeout)) for camera in self]
-        try:
-            return [camera._exposed(number) for camera, number in under_way]
-        finally:
-            for camera, number in under_way:
-                camera._stop(number)
+        with contextlib.ExitStack() as under_way:  # stops each, whatever became of the others
+            numbers = []
+            for camera in self:
+                numbers.append(camera._ask("expose", seconds, timeout))
+                under_way.callback(camera._stop, numbers[-1])
+            return [camera._exposed(number) for camera, number in zip(self, numbers)]
 
 
 def open_many(which: Iterable[str | int | CameraInfo] | None = None) -> Cameras:

@@ -232,8 +232,10 @@ class Package(unittest.TestCase):
             with self.assertRaisesRegex(vsccam.OutOfRange, "takes 0 to 600"):
                 second.gain = 601
             with self.assertRaises(vsccam.CameraLost):
-                for _ in first.frames():
-                    first._process.kill()
+                for _ in third.frames():
+                    third._process.kill()
+            with self.assertRaises(vsccam.CameraLost):
+                cameras.expose(1000)
             self.assertEqual(second.expose(0.01).shape, (1096, 1936))
         self.assertNotIn(None, [c._process.poll() for c in cameras])
 
