@@ -9,7 +9,9 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <string_view>
+#include <utility>
 
 namespace vsctool {
 namespace {
@@ -53,23 +55,37 @@ class Watch {
     {
         (void)LibraryLines::Take(); // of before
         startCapture();
-        const auto begin = SteadyClock::now();
+        const auto end = m_options.duration ? SteadyClock::now() + *m_options.duration
+                                            : SteadyClock::time_point::max();
         do {
-            CountFrames(SteadyClock::now() + m_options.interval);
+            CountUntil(std::min(end, SteadyClock::now() + m_options.interval));
             Report();
-        } while (!m_options.duration || SteadyClock::now() - begin < *m_options.duration);
+        } while (SteadyClock::now() < end);
         stopCapture();
     }
 
   private:
-    void CountFrames(SteadyClock::time_point end)
+    void CountUntil(SteadyClock::time_point end)
     {
         m_frames = 0;
-        while (SteadyClock::now() < end) {
+        m_errors = 0;
+        do {
+            StopSignals::SleepFor(0ms);
             if (getImageData(m_frame.data(), static_cast<int>(m_frame.size()),
                              static_cast<int>(kWaitForFrame.count())))
                 ++m_frames;
-            StopSignals::SleepFor(0ms);
+            CountErrors();
+        } while (SteadyClock::now() < end);
+    }
+
+    /// Often, because only so many messages are kept.
+    void CountErrors()
+    {
+        for (LibraryLine &line : LibraryLines::Take()) {
+            if (!IsTrouble(line))
+                continue;
+            ++m_errors;
+            m_lastError = std::move(line.text);
         }
     }
 
@@ -80,11 +96,9 @@ class Watch {
                              {"present", m_camera.IsPresent()},
                              {"frames", m_frames},
                              {"dropped", getDroppedFrames()}};
-        std::vector<LibraryLine> lines = LibraryLines::Take();
-        std::erase_if(lines, [](const LibraryLine &one) { return !IsTrouble(one); });
-        line["errors"] = lines.size();
-        if (!lines.empty())
-            line["last_error"] = lines.back().text;
+        line["errors"] = m_errors;
+        if (m_errors > 0)
+            line["last_error"] = m_lastError;
         if (isAvailable(CONTROL_TEMPERATURE))
             line["temperature_c"] = Decimal(getSensorTemp());
         if (isCoolerCam()) {
@@ -98,8 +112,18 @@ class Watch {
     Console &m_console;
     Camera m_camera;
     std::vector<uint8_t> m_frame;
-    int64_t m_frames = 0; // since the last report
+    int64_t m_frames = 0; // since the last report, as the next two
+    int64_t m_errors = 0;
+    std::string m_lastError; // when there are any
 };
+
+Microseconds ParseInterval(const std::string &text)
+{
+    const Microseconds time = ParseTime(text);
+    if (time == 0us)
+        throw Failure(Exit::kUsage, "--interval 0 leaves no time for frames; write 4s");
+    return time;
+}
 
 } // namespace
 
@@ -111,7 +135,7 @@ void AddMonitorCommand(CLI::App &app, Command &chosen)
     const auto options = std::make_shared<MonitorOptions>();
     AddParsed(*monitor, "-e,--exposure", options->exposure, ParseTime, "TIME",
               "Exposure of each frame (default: what the camera begins with)");
-    AddParsed(*monitor, "--interval", options->interval, ParseTime, "TIME",
+    AddParsed(*monitor, "--interval", options->interval, ParseInterval, "TIME",
               "Time from line to line (default 4s)");
     AddParsed(*monitor, "--for", options->duration, ParseTime, "TIME",
               "End by itself after this time");
