@@ -53,8 +53,9 @@ interrupt() {
     rm -f requests process
     # shellcheck disable=SC2016 # the variables are those of the script on the bus
     "$(dirname "$vsccam")/vscsim" run --camera VSC470MC:requests=requests -- sh -c '
-        echo $$ >process; exec "$0" -v shell "$@"' "$vsccam" "$@" <&3 >output 2>messages &
+        echo $$ >process; exec "$0" -v shell "$@"' "$vsccam" "$@" <&3 3<&- 4>&- >output 2>messages &
     shell=$!
+    trap 'kill "$shell" 2>/dev/null || :; rm -rf "$folder"' EXIT # also after a check that failed
 }
 shown() {
     until grep -q "$1" requests output messages 2>/dev/null; do
@@ -63,8 +64,9 @@ shown() {
     done
 }
 mkfifo typed
+exec 4<>typed
 for signal in INT TERM; do
-    interrupt 3<>typed
+    interrupt 3<typed
     printf 'guide s 60s\nget gain\n' >typed
     shown 'guide on'
     kill -s "$signal" "$(cat process)"
@@ -94,6 +96,7 @@ export vsccam
 # shellcheck disable=SC2016 # the variables are those of the script on the bus
 expect 0 "$(dirname "$vsccam")/vscsim" run --camera VSC470MC --fault unplug:b0@1 -- sh -c '
     "$vsccam" --json list --watch >watched & watch=$!
+    trap "kill \$watch 2>/dev/null" EXIT
     until grep -q cameras watched; do kill -0 "$watch" || exit 1; sleep 0.1; done
     until grep -q "\"event\":\"unplugged\"" watched; do
         kill -0 "$watch" || exit 1
