@@ -40,6 +40,7 @@ _DIRECTIONS = ("north", "south", "east", "west")
 _BAYER = ("RGGB", "BGGR", "GRBG", "GBRG")
 
 _STEP_MS = 200  # of a wait in the library, after which Python looks at signals
+_LONGEST_PIECE_MS = 1000  # of a guide pulse: signals wait for its end
 _PAUSE_S = 0.005
 _PATIENCE_S = 5.0  # the library ends exposures by then, and four frame times
 _CHOICE = "VSCCAM_CAMERA"
@@ -542,8 +543,8 @@ class Camera:
     # ---- guiding and cooling
 
     def guide(self, direction: Literal["north", "south", "east", "west"], seconds: float) -> None:
-        """Sends a pulse to the guide port, and waits for its end. The line is switched off in any
-        case: after a Control-C at the end of the pulse, or by `close`.
+        """Sends a pulse to the guide port, and waits for its end. The line is off in any case
+        then: also after a Control-C, which ends a pulse within a second, and after `close`.
 
         :param seconds: its length; 0 switches the line off
         """
@@ -551,13 +552,15 @@ class Camera:
             raise OutOfRange(f"no direction {direction!r}; there are {', '.join(_DIRECTIONS)}")
         if not 0 <= seconds <= 3600:
             raise OutOfRange(f"a pulse of {seconds} s: it takes 0 to 3600")
-        number, ms = _DIRECTIONS.index(direction), round(seconds * 1000)
-        # A call that lasts would keep Control-C waiting.
-        pulse = threading.Thread(target=self._lib().pulseGuide, args=(number, ms), daemon=True)
-        pulse.start()
-        while pulse.is_alive():
+        left = round(seconds * 1000)
+        while True:
+            # The library switches the line off at the end of each piece, and nothing else does.
+            piece = min(left, _LONGEST_PIECE_MS)
+            self._lib().pulseGuide(_DIRECTIONS.index(direction), piece)
+            left -= piece
+            if left == 0:
+                return
             self._between()
-            pulse.join(_STEP_MS / 1000)
 
     def cool(self, target: int, *, wait: float = 0, within: float = 0.5) -> float:
         """Cools to a temperature in degrees Celsius, until the camera is closed.

@@ -123,6 +123,21 @@ class RemoteCamera:
             raise value
         return value
 
+    def _answer_or_stop(self, number: int) -> Any:
+        try:
+            return self._answer(number)
+        except BaseException:
+            self._stop(number)
+            raise
+
+    def _stop(self, number: int) -> None:
+        """Ends what was asked for, if it still goes on, so that the camera is free for more."""
+        with self._lock:
+            if number in self._finished or self._connection.closed:
+                return
+            self._send((number, "stop"))
+        self._answer(number)
+
     def __getattr__(self, name: str) -> Any:
         if name.startswith("_") or not hasattr(Camera, name):
             raise AttributeError(f"a camera has no '{name}'")
@@ -139,7 +154,7 @@ class RemoteCamera:
             self._answer(self._ask("set", name, value))
 
     def _call(self, name: str, *arguments: Any, **named: Any) -> Any:
-        return self._answer(self._ask("call", name, arguments, named))
+        return self._answer_or_stop(self._ask("call", name, arguments, named))
 
     # ---- what is not passed on as it is
 
@@ -163,20 +178,8 @@ class RemoteCamera:
         return self._exposed(self._ask("expose", seconds, timeout))
 
     def _exposed(self, number: int) -> Frame:
-        try:
-            shape, dtype = self._answer(number)
-        except BaseException:
-            self._stop(number)
-            raise
+        shape, dtype = self._answer_or_stop(number)
         return self._memory.arrays(shape, dtype, 1)[0].copy()
-
-    def _stop(self, number: int) -> None:
-        """Ends what was asked for, if it still goes on, so that the camera is free for more."""
-        with self._lock:
-            if number in self._finished or self._connection.closed:
-                return
-            self._send((number, "stop"))
-        self._answer(number)
 
     def frames(
         self, count: int | None = None, *, timeout: float | None = None, ring: int = 4

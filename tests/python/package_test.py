@@ -32,7 +32,8 @@ def on_bus(*options):
             if "UMOCKDEV_DIR" in os.environ:
                 return test(self)
             command = [VSCSIM, "run", *options, "--", sys.executable, *sys.argv[:4], self.id()]
-            done = subprocess.run(command, capture_output=True, text=True)
+            with tempfile.TemporaryDirectory() as folder:
+                done = subprocess.run(command, cwd=folder, capture_output=True, text=True)
             self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
 
         return outside
@@ -54,6 +55,11 @@ class Interrupted:
         self._timer.cancel()
         self._test.assertIs(kind, KeyboardInterrupt)
         return True
+
+
+def last_of_guide_port():
+    with open("requests", encoding="ascii") as file:
+        return re.findall("guide o.*", file.read())[-1]
 
 
 def is_pattern(frame):
@@ -193,7 +199,7 @@ class Package(unittest.TestCase):
         ports = {camera.model: camera.port for camera in vsccam.cameras()}
         self.assertEqual(ports, {"KYR VSC470MM": "1-4", "KYR VSC340MM": "1-2"})
 
-    @on_bus("--camera", "VSC470MM", "--fault", "empty-frame@0x*")
+    @on_bus("--camera", "VSC470MM:requests=requests", "--fault", "empty-frame@0x*")
     def test_waits_end_by_their_timeout_and_by_control_c(self):
         with vsccam.Camera() as c:
             for act in (lambda: next(c.frames(timeout=0.3)), lambda: c.expose(timeout=0.3)):
@@ -203,11 +209,14 @@ class Package(unittest.TestCase):
             for act in (lambda: next(c.frames()), lambda: c.expose(1000), pulse):
                 with Interrupted(self):
                     act()
+            self.assertEqual(last_of_guide_port(), "guide off 3")
         with vsccam.open_many() as cameras:
-            for act in (lambda: cameras.expose(1000), lambda: next(cameras[0].frames())):
+            pulse = functools.partial(cameras[0].guide, "east", 3600)
+            for act in (lambda: cameras.expose(1000), lambda: next(cameras[0].frames()), pulse):
                 with Interrupted(self):
                     act()
                 self.assertEqual(cameras[0].gain, 200)
+            self.assertEqual(last_of_guide_port(), "guide off 2")
 
     @on_bus("--camera", "VSC470MC", "--camera", "VSC470MC", "--camera", "VSC340MM")
     def test_several_cameras_work_at_once(self):
