@@ -53,13 +53,13 @@ class _Server:
             return
         action: Callable[..., Any] = getattr(self, f"_do_{what}")
         self._under_way.add(number)
+        answer: tuple[int, bool, Any] = (number, True, None)  # also of what was stopped
         try:
             answer = (number, True, action(*arguments))
         except _Stopped as stopped:
-            answer = (number, True, None)
             if stopped.number != number:
                 raise
-        except (VsccamError, AttributeError, TypeError, ValueError) as error:
+        except Exception as error:  # is the parent's, if that is still there: see run
             answer = (number, False, error)
         finally:
             self._under_way.discard(number)
