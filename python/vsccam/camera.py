@@ -212,7 +212,8 @@ class Camera:
                 )
             self.info = _find(which)
             lib = library()
-            if _count(_choice_for(self.info, which)) < 1:
+            self._choice = _choice_for(self.info, which)
+            if _count(self._choice) < 1:
                 raise CameraLost(f"{self.info.model} has just gone; check plug and power")
             try:
                 if not lib.openCamera(0):
@@ -536,7 +537,11 @@ class Camera:
         return int(self._lib().getDroppedFrames())
 
     def _no_frame(self, what: str) -> VsccamError:
-        if not any(camera.model == self.info.model for camera in cameras()):
+        # Another one of its model may be there: what counts is what the library looks for.
+        if not any(
+            camera.model == self.info.model and _is_named(camera, [self._choice.lower()])
+            for camera in cameras()
+        ):
             return CameraLost(f"{self.info.model} was unplugged; check plug and power")
         return NoFrame(f"{self.info.model}: {what}. Try another cable or port, or 'vsccam doctor'")
 
