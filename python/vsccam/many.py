@@ -229,7 +229,8 @@ class Cameras(tuple[RemoteCamera, ...]):
             for camera in self:
                 numbers.append(camera._ask("expose", seconds, timeout))
                 under_way.callback(camera._stop, numbers[-1])
-            return [camera._exposed(number) for camera, number in zip(self, numbers)]
+            frames = [camera._exposed(number) for camera, number in zip(self, numbers)]
+        return frames
 
 
 def open_many(which: Iterable[str | int | CameraInfo] | None = None) -> Cameras:
