@@ -135,17 +135,15 @@ void OpenAgain(Host &host, Host::Reader &, Host::Dice &dice)
 void SetSomething(Host &host, Host::Reader &, Host::Dice &dice)
 {
     const bool automatic = Roll(dice, 4) == 0;
-    switch (Roll(dice, 6)) {
+    switch (Roll(dice, 5)) {
     case 0:
         return host.Set(CONTROL_EXPOSURE, Roll(dice, 10) ? 50 << Roll(dice, 12) : 1'500'000,
                         automatic);
     case 1:
         return host.Set(CONTROL_BANDWIDTH, 40 + Roll(dice, 61), automatic);
     case 2:
-        return host.Set(CONTROL_HIGH_SPEED, Roll(dice, 2), false);
-    case 3:
         return host.Set(CONTROL_BRIGHTNESS, Roll(dice, 100), false);
-    case 4:
+    case 3:
         return setAutoPara(Roll(dice, 300), 1, 50 + Roll(dice, 100));
     default:
         return host.Set(CONTROL_GAIN, Roll(dice, 300), automatic);
@@ -177,6 +175,8 @@ constexpr Deed kDeeds[] = {
      }},
     {"binning", Operator, 2,
      [](Host &host, Host::Reader &, Host::Dice &dice) { host.SwitchBinning(Roll(dice, 2)); }},
+    {"speed", Operator, 2,
+     [](Host &host, Host::Reader &, Host::Dice &dice) { host.SwitchSpeed(Roll(dice, 2)); }},
     {"exposure", Operator, 4,
      [](Host &host, Host::Reader &, Host::Dice &dice) {
          const int ms[] = {1, 100, 1'000, 2'500};

@@ -196,6 +196,16 @@ void Host::SwitchBinning(bool hardware)
     });
 }
 
+/// Not during video: a frame that begins meanwhile may be dark.
+void Host::SwitchSpeed(bool high)
+{
+    const bool video = m_video;
+    Stop();
+    Set(CONTROL_HIGH_SPEED, high, false);
+    if (video)
+        Start();
+}
+
 void Host::Expose(int exposureMs, int abortAfterMs)
 {
     const bool video = m_video;

@@ -36,6 +36,7 @@ class Host {
     void Format(int width, int height, int bin, int type);
     void Move(int x, int y);
     void SwitchBinning(bool hardware);
+    void SwitchSpeed(bool high);
     /// That a camera which nobody disturbs any more delivers again.
     void ExpectVideo();
     /// Ends the reading.
