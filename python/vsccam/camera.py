@@ -116,7 +116,13 @@ def _is_named(camera: CameraInfo, names: Sequence[str]) -> bool:
     return any(name.strip() in own for name in names)
 
 
-def _find(which: str | int | CameraInfo | None) -> CameraInfo:
+def _is_only_listed(camera: CameraInfo) -> bool:
+    """Variants of a model are counted, but the library opens none."""
+    return camera.model.endswith(("-A", "-B"))
+
+
+def _find(which: str | int | CameraInfo | None) -> list[CameraInfo]:
+    """The camera that is meant; where none is named, all that may do."""
     there = cameras()
     if not there:
         raise NoCamera(
@@ -124,7 +130,7 @@ def _find(which: str | int | CameraInfo | None) -> CameraInfo:
             "one: vscsim run -- python3 ..."
         )
     if which is None:
-        return there[0]
+        return [camera for camera in there if not _is_only_listed(camera)] or there
     if isinstance(which, int):
         matching = there[which : which + 1] if which >= 0 else []
     elif isinstance(which, CameraInfo):
@@ -137,7 +143,7 @@ def _find(which: str | int | CameraInfo | None) -> CameraInfo:
     if not matching:
         names = ", ".join(f"{camera.model} (usb:{camera.port})" for camera in there)
         raise NoCamera(f"no camera {which!r}; there is {names}")
-    return matching[0]
+    return matching[:1]
 
 
 def _choice_for(camera: CameraInfo, which: object) -> str:
@@ -148,6 +154,10 @@ def _choice_for(camera: CameraInfo, which: object) -> str:
 
 
 def _why_not_opened(camera: CameraInfo) -> VsccamError:
+    if _is_only_listed(camera):
+        return NotSupported(
+            f"{camera.model} is listed but cannot be opened: only the primary edition of a model can"
+        )
     node = camera.node
     if node and not os.access(node, os.R_OK | os.W_OK):
         return NotPermitted(
@@ -155,17 +165,48 @@ def _why_not_opened(camera: CameraInfo) -> VsccamError:
             "join the group plugdev, then plug the camera in again"
         )
     return CameraBusy(
-        f"{camera.model} cannot be opened: another program uses it, or it is an edition that is "
-        f"only listed. 'fuser -v {node}' names the program"
+        f"{camera.model} cannot be opened: another program uses it. 'fuser -v {node}' names that "
+        "program"
     )
+
+
+_REFUSALS = (NotPermitted, CameraBusy, NotSupported)
+"""Of cameras that are there."""
+
+
+def _open(camera: CameraInfo, choice: str) -> None:
+    lib = library()
+    if _count(choice) < 1:
+        raise CameraLost(f"{camera.model} has just gone; check plug and power")
+    try:
+        if not lib.openCamera(0):
+            raise _why_not_opened(camera)
+        if not lib.initCamera():
+            raise CameraLost(f"{camera.model} does not answer; plug it in again")
+    except BaseException:
+        lib.closeCamera()
+        raise
+
+
+def _open_first(which: str | int | CameraInfo | None) -> tuple[CameraInfo, str]:
+    """Opens what can be opened of what is meant; also tells what the library looks for now."""
+    refusals: list[VsccamError] = []
+    for camera in _find(which):
+        choice = _choice_for(camera, which)
+        try:
+            _open(camera, choice)
+            return camera, choice
+        except _REFUSALS as refusal:
+            refusals.append(refusal)
+    raise refusals[0]
 
 
 class Camera:
     """A camera, opened and initialised: whole sensor, raw16, bin 1.
 
     :param which: an index into `cameras()`, a model ("VSC470MC"), a port ("usb:1-2.3"), an entry
-        of `cameras()`, or nothing for the first one
-    :raises NoCamera, NotPermitted, CameraBusy: with what can be done about it
+        of `cameras()`, or nothing for the first one that can be opened
+    :raises NoCamera, NotPermitted, CameraBusy, NotSupported: with what can be done about it
 
     A process holds one camera at a time; see `open_many` for more. Methods may be called from any
     thread. Use it with `with`, or call `close`: settings and cooling end then.
@@ -210,19 +251,7 @@ class Camera:
                     f"this process has {Camera._opened.info.model} open: close it first, or use "
                     "open_many()"
                 )
-            self.info = _find(which)
-            lib = library()
-            self._choice = _choice_for(self.info, which)
-            if _count(self._choice) < 1:
-                raise CameraLost(f"{self.info.model} has just gone; check plug and power")
-            try:
-                if not lib.openCamera(0):
-                    raise _why_not_opened(self.info)
-                if not lib.initCamera():
-                    raise CameraLost(f"{self.info.model} does not answer; plug it in again")
-            except BaseException:
-                lib.closeCamera()
-                raise
+            self.info, self._choice = _open_first(which)
             Camera._opened = self
             atexit.register(self.close)
         self._streaming = threading.Lock()

@@ -15,8 +15,8 @@ from types import TracebackType
 from typing import Any, Literal
 
 from ._memory import SharedFrames
-from .camera import Camera, CameraInfo, Format, Frame, _find, cameras
-from .errors import CameraClosed, CameraLost, NoCamera
+from .camera import _REFUSALS, Camera, CameraInfo, Format, Frame, _find
+from .errors import CameraClosed, CameraLost, NoCamera, VsccamError
 
 _STEP_S = 0.02
 _LONGEST_END_S = 5.0
@@ -236,8 +236,8 @@ class Cameras(tuple[RemoteCamera, ...]):
 def open_many(which: Iterable[str | int | CameraInfo] | None = None) -> Cameras:
     """Opens several cameras, each in a process of its own, as a process holds one.
 
-    :param which: as `Camera` takes them; all on the bus by default
-    :raises NoCamera, NotPermitted, CameraBusy: as `Camera`; then none is left open
+    :param which: as `Camera` takes them; by default all on the bus that can be opened
+    :raises NoCamera, NotPermitted, CameraBusy, NotSupported: as `Camera`; then none is left open
 
     >>> import vsccam
     >>> with vsccam.open_many() as cameras:
@@ -245,15 +245,23 @@ def open_many(which: Iterable[str | int | CameraInfo] | None = None) -> Cameras:
     >>> [frame.shape for frame in frames]
     [(1096, 1936)]
     """
-    found = cameras() if which is None else [_find(one) for one in which]
+    found = _find(None) if which is None else [_find(one)[0] for one in which]
     if not found:
         raise NoCamera("no camera found. Are they plugged in? 'vsccam doctor' looks further")
     opened: list[RemoteCamera] = []
+    refusals: list[VsccamError] = []
     try:
         for one in found:
             opened.append(RemoteCamera(one))
-        for camera in opened:  # in turn: each looks at the whole bus
-            camera._answer(camera._ask("open", camera.info))
+        for camera in tuple(opened):  # in turn: each looks at the whole bus
+            try:
+                camera._answer(camera._ask("open", camera.info))
+            except _REFUSALS as refusal:
+                refusals.append(refusal)
+                opened.remove(camera)
+                camera.close()
+        if refusals and (which is not None or not opened):
+            raise refusals[0]
     except BaseException:
         Cameras(opened).close()
         raise

@@ -139,6 +139,23 @@ class Package(unittest.TestCase):
                 self.assertTrue(is_pattern(c.expose()[::-1, ::-1]))
                 c.flip = (False, False)
 
+    @on_bus("--camera", "VSC420MM-A", "--camera", "VSC470MM", "--camera", "VSC470MM")
+    def test_passes_over_what_cannot_be_opened_unless_it_is_named(self):
+        for named in (lambda: vsccam.Camera(0), lambda: vsccam.open_many(["VSC420MM-A"])):
+            with self.assertRaisesRegex(vsccam.NotSupported, "primary edition"):
+                named()
+        with vsccam.open_many() as cameras:
+            self.assertEqual([c.info.port for c in cameras], ["1-2", "1-3"])
+            cameras[1].close()
+            with vsccam.Camera() as c:
+                self.assertEqual(c.info.port, "1-3")
+            with vsccam.open_many() as more:
+                self.assertEqual([c.info.port for c in more], ["1-3"])
+                with self.assertRaisesRegex(vsccam.CameraBusy, "another program"):
+                    vsccam.Camera()
+            with self.assertRaisesRegex(vsccam.CameraBusy, "another program"):
+                vsccam.open_many([2, "usb:1-2"])
+
     @on_bus("--camera", "VSC470MC", "--speed", "max")
     def test_refuses_with_a_reason(self):
         bad = vsccam.OutOfRange
