@@ -1,3 +1,4 @@
+#include "camera/scene_source.h"
 #include "sim/host.h"
 
 namespace vscsim {
@@ -131,6 +132,34 @@ TEST_F(Sky, StaysDarkBehindStarsAndMoonInExposuresOfAllLengths)
         const auto middle = picture.steps.begin() + std::ssize(picture.steps) / 2;
         std::ranges::nth_element(picture.steps, middle);
         EXPECT_LT(*middle, 100);
+    }
+}
+
+/// Some sensors have small steps, in which the same sky is brighter.
+TEST(SkyOfAllModels, StaysDarkBehindStarsInLongExposures)
+{
+    constexpr unsigned kRows = 64;
+    constexpr int kLargest = 65'535;
+    constexpr double kGain = 11.25; // the VSC430, whose steps are the smallest, begins with it
+    for (const ModelFacts &model : AllModels()) {
+        const auto scene = MakeSkySource(model, {.glow = {2.5e-4, 2.5e-4, 2.5e-4}});
+        const auto width = static_cast<unsigned>(model.sensorWidth);
+        for (const auto duration : {1s, 300s}) {
+            SCOPED_TRACE(testing::Message() << model.name << ", " << duration.count() << " s");
+            scene->Begin(
+                {.window = {0, model.sensorHeight / 2, model.sensorWidth, kRows}, .gain = kGain},
+                {.duration = duration});
+            std::vector<uint16_t> frame(size_t{width} * kRows);
+            for (unsigned row = 0; row < kRows; ++row)
+                scene->Row(static_cast<int>(row), std::span(frame).subspan(row * width, width));
+            const auto bright =
+                std::ranges::count_if(frame, [](int v) { return v > kLargest / 2; });
+            EXPECT_GT(bright, 4);
+            EXPECT_LT(bright, std::ssize(frame) / 10);
+            const auto middle = frame.begin() + std::ssize(frame) / 2;
+            std::ranges::nth_element(frame, middle);
+            EXPECT_LT(*middle, kLargest * 15 / 100);
+        }
     }
 }
 
