@@ -21,6 +21,8 @@ expect 2 "$vsccam"
 expect 2 "$vsccam" capture -e 5parsec
 expect 2 "$vsccam" captur
 contains messages "no command 'captur'; did you mean capture?"
+expect 2 "$vsccam" foo
+contains messages "no command 'foo'; there are list, "
 expect 2 "$vsccam" dark xyzzy
 contains messages "no command 'xyzzy'; there are make, info"
 expect 2 "$vsccam" capture --gian=3

@@ -10,32 +10,36 @@
 namespace vsctool {
 namespace {
 
-constexpr size_t kLargestSlip = 2; // of the finger, in letters
+constexpr size_t kMostSlips = 2;
+constexpr size_t kLettersPerSlip = 3; // or any short word would do
 
-/// Letters to change, add or leave out until one word is the other.
-size_t Distance(std::string_view from, std::string_view to)
+/// Letters to change, add, leave out or swap with the next one until one word is the other.
+size_t Slips(std::string_view from, std::string_view to)
 {
-    std::vector<size_t> row(to.size() + 1); // to the words that `to` begins with
-    std::iota(row.begin(), row.end(), size_t{0});
-    for (const char letter : from) {
-        size_t before = row[0]++;
-        for (size_t i = 0; i < to.size(); ++i) {
-            const size_t changed = before + (letter == to[i] ? 0 : 1);
-            before = row[i + 1];
-            row[i + 1] = std::min({changed, row[i] + 1, before + 1});
+    // Between the first letters of each, as many as the indices tell.
+    std::vector slips(from.size() + 1, std::vector<size_t>(to.size() + 1));
+    std::iota(slips[0].begin(), slips[0].end(), size_t{0});
+    for (size_t i = 1; i <= from.size(); ++i) {
+        slips[i][0] = i;
+        for (size_t j = 1; j <= to.size(); ++j) {
+            const size_t change = from[i - 1] == to[j - 1] ? 0 : 1;
+            slips[i][j] =
+                std::min({slips[i - 1][j] + 1, slips[i][j - 1] + 1, slips[i - 1][j - 1] + change});
+            if (i > 1 && j > 1 && from[i - 1] == to[j - 2] && from[i - 2] == to[j - 1])
+                slips[i][j] = std::min(slips[i][j], slips[i - 2][j - 2] + 1);
         }
     }
-    return row.back();
+    return slips.back().back();
 }
 
 } // namespace
 
 std::string Nearest(const std::string &word, const std::vector<std::string> &known)
 {
-    const auto distance = [&](const std::string &other) { return Distance(word, other); };
-    const auto nearest = std::ranges::min_element(known, {}, distance);
-    const bool isNear = nearest != known.end() && distance(*nearest) <= kLargestSlip &&
-                        distance(*nearest) < nearest->size(); // or any short word would do
+    const auto slips = [&](const std::string &other) { return Slips(word, other); };
+    const auto nearest = std::ranges::min_element(known, {}, slips);
+    const bool isNear = nearest != known.end() &&
+                        slips(*nearest) <= std::min(kMostSlips, word.size() / kLettersPerSlip);
     return isNear ? *nearest : "";
 }
 
