@@ -59,6 +59,7 @@ contains output '"controls":[{"name":"gain","available":true,"value":200,'
 expect 0 "$vsccam" --json list --models
 contains output '"model":"KYR VSC052MC-A","product":"052a","colour":true,"cooled":false,"opens":false}'
 expect 3 sim list --require 2
+expect 3 sim list --require 2 --watch
 expect 3 sim --camera VSC470MM info
 
 # Results stay clean even when the library talks; the two pictures follow on the one of before.

@@ -126,11 +126,11 @@ void List(const ListOptions &options, Context &context)
         return ShowModels(context.console);
     const std::vector<CameraEntry> cameras = ListCameras();
     Show(context.console, cameras);
-    if (options.watch)
-        Watch(context.console, cameras);
     if (static_cast<int>(cameras.size()) < options.require)
         throw Failure(Exit::kNoCamera, fmt::format("{} of {} cameras found; check plugs and power",
                                                    cameras.size(), options.require));
+    if (options.watch)
+        Watch(context.console, cameras);
     if (cameras.empty())
         context.console.Note("no camera found; to try without one: vsccam --sim VSC470MC list");
 }
@@ -146,7 +146,8 @@ void AddListCommand(CLI::App &app, Command &chosen)
         list->add_flag("--models", options->models, "All models that there are, instead");
     list->add_flag("--watch", options->watch, "Stay, and show what is plugged and unplugged")
         ->excludes(models);
-    list->add_option("--require", options->require, "End with code 3 when there are fewer cameras")
+    list->add_option("--require", options->require,
+                     "End with code 3 when there are fewer cameras, also before a --watch")
         ->check(CLI::Range(0, 1024)) // the most that the library lists
         ->excludes(models);
     list->callback(
