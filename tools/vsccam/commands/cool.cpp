@@ -150,7 +150,8 @@ class CoolingRun {
 void AddCoolCommand(CLI::App &app, Command &chosen)
 {
     CLI::App *cool =
-        app.add_subcommand("cool", "Cool the sensor until stopped, then warm it again");
+        app.add_subcommand("cool", "Cool the sensor until stopped, then warm it again; in the "
+                                   "shell, which keeps it cold, without waiting until it is");
     cool->footer("vsccam cool --target -10 --ramp 3");
     const auto options = std::make_shared<CoolOptions>();
     cool->add_option("--target", options->targetC, "Degrees Celsius, -40 to 30")

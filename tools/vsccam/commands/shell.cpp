@@ -151,7 +151,8 @@ void AddShellCommand(CLI::App &app, Command &chosen)
     const auto script = std::make_shared<std::string>();
     shell->add_option("script", *script, "File with the commands (default: standard input)")
         ->type_name("FILE");
-    shell->footer("printf 'cool --target -10\\ncapture -e 60s -n 9\\n' | vsccam shell");
+    shell->footer("printf 'capture --cool -10 --wait-temp 0.5 -e 60s -n 9\\n"
+                  "capture -e 1s -n 9\\n' | vsccam shell");
     shell->callback(
         [&chosen, script] { chosen = [script](Context &context) { RunShell(*script, context); }; });
 }
