@@ -56,7 +56,7 @@ class Workbench {
         bool ofUsb3;
         void (Workbench::*check)(const Image &) const;
         std::string (Workbench::*warning)(const Image &) const;
-        void (Workbench::*write)(const WriteOptions &, const Image &);
+        void (Workbench::*write)(const Image &);
         const char *result; // ends "... bytes are "
     };
     static const Memory kMemories[];
@@ -73,11 +73,11 @@ class Workbench {
     std::string WarnOfEeprom(const Image &image) const;
     std::string WarnOfFlash(const Image &image) const;
 
-    void WriteFx2Ram(const WriteOptions &options, const Image &image);
-    void WriteFx2Eeprom(const WriteOptions &options, const Image &image);
-    void WriteFx3Ram(const WriteOptions &options, const Image &image);
-    void WriteFx3Eeprom(const WriteOptions &options, const Image &image);
-    void WriteFlash(const WriteOptions &options, const Image &image);
+    void WriteFx2Ram(const Image &image);
+    void WriteFx2Eeprom(const Image &image);
+    void WriteFx3Ram(const Image &image);
+    void WriteFx3Eeprom(const Image &image);
+    void WriteFlash(const Image &image);
 
     bool WhileItLasts(const std::function<bool()> &work);
     bool ReadsBackFromFx3Eeprom(const Image &image);
@@ -211,7 +211,7 @@ void Workbench::Fail(const std::string &what, const char *advice) const
                                               what, Name(), advice));
 }
 
-void Workbench::WriteFx2Ram(const WriteOptions &, const Image &image)
+void Workbench::WriteFx2Ram(const Image &image)
 {
     // Whether it went well the library does not tell; a controller that answers runs.
     const bool answers = WhileItLasts(
@@ -220,26 +220,25 @@ void Workbench::WriteFx2Ram(const WriteOptions &, const Image &image)
         Fail("RAM", "Unplug the camera, and plug it in again");
 }
 
-void Workbench::WriteFx2Eeprom(const WriteOptions &, const Image &image)
+void Workbench::WriteFx2Eeprom(const Image &image)
 {
     if (!WhileItLasts([&] { return m_inside.UpdateFW(image); })) // reads back by itself
         Fail("EEPROM", kAgain);
 }
 
-void Workbench::WriteFx3Ram(const WriteOptions &options, const Image &)
+void Workbench::WriteFx3Ram(const Image &image)
 {
     const bool same = WhileItLasts([&] { // reads back by itself
-        return m_inside.DownloadFw(options.file, vsccam::FX3_FWDWNLOAD_MEDIA_TYPE::Ram) ==
-               DownloadResult::Success;
+        return m_inside.DownloadFwToRam(image, vsccam::request::kRam) == DownloadResult::Success;
     });
     if (!same)
         Fail("RAM", "Unplug the camera, and plug it in again");
 }
 
-void Workbench::WriteFx3Eeprom(const WriteOptions &options, const Image &image)
+void Workbench::WriteFx3Eeprom(const Image &image)
 {
     const bool same = WhileItLasts([&] {
-        return m_inside.DownloadFw(options.file, vsccam::FX3_FWDWNLOAD_MEDIA_TYPE::I2cEeprom) ==
+        return m_inside.DownloadBuftoI2CE2PROM(image, vsccam::request::kWriteI2cEeprom) ==
                    DownloadResult::Success &&
                ReadsBackFromFx3Eeprom(image);
     });
@@ -263,7 +262,7 @@ bool Workbench::ReadsBackFromFx3Eeprom(const Image &image)
     return true;
 }
 
-void Workbench::WriteFlash(const WriteOptions &, const Image &image)
+void Workbench::WriteFlash(const Image &image)
 {
     LiveLine line(m_console.ShowsProgress());
     const auto show = [&](const char *doing, size_t at) {
@@ -308,7 +307,7 @@ void Workbench::Write(const WriteOptions &options)
     if (!options.yes)
         Confirm(fmt::format("Write {}?", options.file));
     StopIfAsked();
-    (this->*memory.write)(options, *image);
+    (this->*memory.write)(*image);
     m_console.Say(fmt::format("{}  {} bytes are {}", Name(), image->size(), memory.result));
     m_console.Emit({{"model", Name()}, {"memory", memory.name}, {"bytes", image->size()}});
     StopIfAsked();
