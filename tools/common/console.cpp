@@ -86,12 +86,21 @@ void Console::Note(const std::string &line)
         std::fputs((line + "\n").c_str(), stderr);
 }
 
+void Console::Warn(const std::string &line)
+{
+    Alert(fmt::terminal_color::yellow, "warning:", line);
+}
+
 void Console::Error(const std::string &line)
 {
-    Log(fmt::format("error: {}", line));
-    const auto style =
-        m_options.colour && m_isTerminal ? fmt::fg(fmt::terminal_color::red) : fmt::text_style();
-    std::fputs(fmt::format("{} {}\n", fmt::format(style, "error:"), line).c_str(), stderr);
+    Alert(fmt::terminal_color::red, "error:", line);
+}
+
+void Console::Alert(fmt::terminal_color colour, const char *kind, const std::string &line)
+{
+    Log(fmt::format("{} {}", kind, line));
+    const auto style = m_options.colour && m_isTerminal ? fmt::fg(colour) : fmt::text_style();
+    std::fputs(fmt::format("{} {}\n", fmt::format(style, "{}", kind), line).c_str(), stderr);
 }
 
 void Console::Log(const std::string &line)

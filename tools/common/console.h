@@ -45,9 +45,11 @@ class Console {
     int ResultsDescriptor() const { return fileno(m_results.get()); }
     bool InJson() const { return m_options.json; }
 
-    /// Tells the user something while the results take their time. Neither of the two throws, even
+    /// Tells the user something while the results take their time. None of the three throws, even
     /// when nobody can read it there or in the log.
     void Note(const std::string &line);
+    /// Of what cannot be taken back: also with --quiet.
+    void Warn(const std::string &line);
     void Error(const std::string &line);
 
     bool ShowsProgress() const
@@ -65,6 +67,7 @@ class Console {
     };
 
     void Log(const std::string &line);
+    void Alert(fmt::terminal_color colour, const char *kind, const std::string &line);
     void WriteResult(const std::string &line);
 
     ConsoleOptions m_options;

@@ -303,7 +303,7 @@ void Workbench::Write(const WriteOptions &options)
                                                options.file, kFlashBytes / 1024));
     const Memory &memory = MemoryNamed(options.memory);
     (this->*memory.check)(*image);
-    m_console.Note((this->*memory.warning)(*image));
+    m_console.Warn((this->*memory.warning)(*image) + " No write was verified on hardware yet.");
     if (!options.yes)
         Confirm(fmt::format("Write {}?", options.file));
     StopIfAsked();
