@@ -182,6 +182,10 @@ y8 mono 307200
 raw16 mono16 614400
 rgb24 444 921600
 ROWS
+    for frames in 1 5 20; do # fewer, and more, than tell the rate
+        sim stream $small --frames $frames >y4m 2>messages
+        [ "$(sed 1d y4m | wc -c)" = $((frames * (6 + 640 * 480))) ]
+    done
     sim stream $small | head -c 1000000 >y4m # a reader that goes away
     mkfifo pipe
     exec 4<>pipe # one that takes nothing

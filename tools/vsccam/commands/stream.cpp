@@ -8,6 +8,8 @@
 
 #include <cmath>
 #include <memory>
+#include <utility>
+#include <vector>
 
 namespace vsctool {
 namespace {
@@ -20,8 +22,10 @@ struct StreamOptions {
     std::optional<double> rate; // nothing: to be measured
 };
 
+// What the rate is measured with
 constexpr Microseconds kMeasuredTime = 500ms;
-constexpr int kMeasuredFrames = 3;
+constexpr size_t kMostMeasured = 16; // frames
+constexpr double kRateOfOneFrame = 1;
 
 /// Y4M names for what is in a frame; ffmpeg knows all of them.
 const char *ColourSpaceOf(PixelFormat format)
@@ -55,46 +59,52 @@ class StreamSink : public FrameSink {
     {
         if (m_bare)
             return m_out.Write(frame.bytes);
-        if (!m_begun && !Begin(frame.at))
-            return;
-        m_out.Write("FRAME\n");
-        if (m_format != PixelFormat::kRgb24)
-            return m_out.Write(frame.bytes);
-        ToYuv444(frame.bytes, m_planes);
-        m_out.Write(m_planes);
+        if (m_rate)
+            return Write(frame.bytes);
+        m_held.emplace_back(frame.bytes.begin(), frame.bytes.end());
+        m_firstAt = m_held.size() == 1 ? frame.at : m_firstAt;
+        m_span = frame.at - m_firstAt;
+        if (m_held.size() == kMostMeasured || m_span >= kMeasuredTime)
+            WriteHeld();
+    }
+
+    void End() override
+    {
+        if (!m_held.empty())
+            WriteHeld();
     }
 
   private:
-    /// The header tells the rate, which nobody knows before some frames have come: those are
-    /// not in the video. @return whether this one is
-    bool Begin(UtcTime at)
+    /// The header tells the rate, which nobody knows before some frames have come.
+    void WriteHeld()
     {
-        if (!m_rate && !Measure(at))
-            return false;
-        m_out.Write(fmt::format("YUV4MPEG2 W{} H{} F{}:1000 Ip A1:1 C{}\n", getWidth(), getHeight(),
-                                std::lround(*m_rate * 1000), ColourSpaceOf(m_format)));
-        m_begun = true;
-        return true;
+        const auto intervals = static_cast<double>(m_held.size() - 1);
+        m_rate = m_span > 0us ? intervals / Seconds(m_span) : kRateOfOneFrame;
+        for (const std::vector<uint8_t> &bytes : std::exchange(m_held, {}))
+            Write(bytes);
     }
 
-    bool Measure(UtcTime at)
+    void Write(std::span<const uint8_t> bytes)
     {
-        if (m_measured++ == 0)
-            m_first = at;
-        const Microseconds span = at - m_first;
-        if (m_measured < kMeasuredFrames || span < kMeasuredTime)
-            return false;
-        m_rate = (m_measured - 1) / Seconds(span);
-        return true;
+        if (!std::exchange(m_begun, true))
+            m_out.Write(fmt::format("YUV4MPEG2 W{} H{} F{}:1000 Ip A1:1 C{}\n", getWidth(),
+                                    getHeight(), std::lround(*m_rate * 1000),
+                                    ColourSpaceOf(m_format)));
+        m_out.Write("FRAME\n");
+        if (m_format != PixelFormat::kRgb24)
+            return m_out.Write(bytes);
+        ToYuv444(bytes, m_planes);
+        m_out.Write(m_planes);
     }
 
     OutputStream m_out;
     const PixelFormat m_format;
     const bool m_bare;
     std::optional<double> m_rate;
+    std::vector<std::vector<uint8_t>> m_held; // until the rate is known
+    UtcTime m_firstAt;
+    Microseconds m_span{}; // from the first to the last of them
     bool m_begun = false;
-    int m_measured = 0;
-    UtcTime m_first;
     std::vector<uint8_t> m_planes;
 };
 

@@ -182,6 +182,7 @@ void VideoSession::Empty()
             else
                 m_sink.Idle();
         }
+        m_sink.End();
     } catch (const std::exception &) {
         m_sinkFailure = std::current_exception();
     }

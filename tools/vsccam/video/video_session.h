@@ -19,6 +19,8 @@ class FrameSink {
     virtual void Put(const TimedFrame &frame) = 0;
     /// No frame came for a while.
     virtual void Idle() {}
+    /// That was the last one.
+    virtual void End() {}
     /// Ends a Put that waits for somebody; called by another thread.
     virtual void Abandon() {}
 };
