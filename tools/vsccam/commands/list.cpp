@@ -91,7 +91,7 @@ void ShowMissing(Console &console, const char *event, const std::vector<CameraEn
     }
 }
 
-[[noreturn]] void Watch(Console &console, std::vector<CameraEntry> before)
+[[noreturn]] void WatchPlugs(Console &console, std::vector<CameraEntry> before)
 {
     for (;;) {
         StopSignals::SleepFor(kWatchInterval);
@@ -130,7 +130,7 @@ void List(const ListOptions &options, Context &context)
         throw Failure(Exit::kNoCamera, fmt::format("{} of {} cameras found; check plugs and power",
                                                    cameras.size(), options.require));
     if (options.watch)
-        Watch(context.console, cameras);
+        WatchPlugs(context.console, cameras);
     if (cameras.empty())
         context.console.Note("no camera found; to try without one: vsccam --sim VSC470MC list");
 }

@@ -40,9 +40,9 @@ struct MonitorOptions {
 };
 
 /// Watches video of the open camera. It goes on when the camera is lost, as the library does.
-class Watch {
+class VideoWatch {
   public:
-    Watch(const MonitorOptions &options, Context &context)
+    VideoWatch(const MonitorOptions &options, Context &context)
         : m_options(options), m_console(context.console), m_camera(context.camera)
     {
         m_camera.SetFraming({.bin = 1, .format = PixelFormat::kRaw8, .region = {}});
@@ -141,7 +141,7 @@ void AddMonitorCommand(CLI::App &app, Command &chosen)
               "End by itself after this time");
     monitor->footer("vsccam monitor -e 1s --interval 1min >night.jsonl");
     monitor->callback([&chosen, options] {
-        chosen = [options](Context &context) { Watch(*options, context).Run(); };
+        chosen = [options](Context &context) { VideoWatch(*options, context).Run(); };
     });
 }
 
