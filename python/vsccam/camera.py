@@ -10,12 +10,13 @@ import threading
 import time
 from collections.abc import Callable, Iterator, Mapping, Sequence
 from dataclasses import dataclass
-from types import MappingProxyType, TracebackType
+from types import MappingProxyType
 from typing import Any, ClassVar, Literal
 
 import numpy as np
 import numpy.typing as npt
 
+from ._closing import Closing
 from ._library import Identity, library
 from .controls import FACTS, Control, Setting
 from .errors import (
@@ -201,7 +202,7 @@ def _open_first(which: str | int | CameraInfo | None) -> tuple[CameraInfo, str]:
     raise refusals[0]
 
 
-class Camera:
+class Camera(Closing):
     """A camera, opened and initialised: whole sensor, raw16, bin 1.
 
     :param which: an index into `cameras()`, a model ("VSC470MC"), a port ("usb:1-2.3"), an entry
@@ -262,17 +263,6 @@ class Camera:
         except BaseException:
             self.close()
             raise
-
-    def __enter__(self) -> Camera:
-        return self
-
-    def __exit__(
-        self,
-        kind: type[BaseException] | None,
-        error: BaseException | None,
-        trace: TracebackType | None,
-    ) -> None:
-        self.close()
 
     def close(self) -> None:
         """Stops what runs, ends guide pulses and cooling, and gives the camera back. Takes 2 s at

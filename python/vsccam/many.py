@@ -11,9 +11,9 @@ import sys
 import threading
 from collections.abc import Iterable, Iterator
 from multiprocessing.connection import Connection
-from types import TracebackType
 from typing import Any, Literal
 
+from ._closing import Closing
 from ._memory import SharedFrames
 from .camera import _REFUSALS, Camera, CameraInfo, Format, Frame, _find
 from .errors import CameraClosed, CameraLost, NoCamera, VsccamError
@@ -22,7 +22,7 @@ _STEP_S = 0.02
 _LONGEST_END_S = 5.0
 
 
-class RemoteCamera:
+class RemoteCamera(Closing):
     """A camera in a process of its own, used like a `Camera`: what that has, this has, too, except
     for `controls`. Comes from `open_many`."""
 
@@ -54,17 +54,6 @@ class RemoteCamera:
         self._asked = 0
         self.info = which
         """The model and the port of this camera."""
-
-    def __enter__(self) -> RemoteCamera:
-        return self
-
-    def __exit__(
-        self,
-        kind: type[BaseException] | None,
-        error: BaseException | None,
-        trace: TracebackType | None,
-    ) -> None:
-        self.close()
 
     def close(self) -> None:
         """Closes the camera and ends its process, within 5 s."""
@@ -202,19 +191,8 @@ class RemoteCamera:
             self._frames.clear()
 
 
-class Cameras(tuple[RemoteCamera, ...]):
+class Cameras(Closing, tuple[RemoteCamera, ...]):
     """Cameras that are used together; see `open_many`."""
-
-    def __enter__(self) -> Cameras:
-        return self
-
-    def __exit__(
-        self,
-        kind: type[BaseException] | None,
-        error: BaseException | None,
-        trace: TracebackType | None,
-    ) -> None:
-        self.close()
 
     def close(self) -> None:
         """Closes all of them."""

@@ -6,17 +6,6 @@ fitsverify=$2
 # shellcheck source=tests/tools/expect.sh
 . "$(dirname "$0")/expect.sh"
 
-sim() {
-    "$vsccam" --sim VSC470MC "$@"
-}
-
-# faulty FAULTS ARGUMENTS: the same with a camera that fails.
-faulty() {
-    faults=$1
-    shift
-    "$(dirname "$vsccam")/vscsim" run --camera VSC470MC --fault "$faults" -- "$vsccam" "$@"
-}
-
 expect 2 "$vsccam"
 expect 2 "$vsccam" capture -e 5parsec
 expect 2 "$vsccam" captur

@@ -1,4 +1,4 @@
-# Sourced by the scripts here: a folder of its own for each, and what they expect of programs.
+# Sourced by the scripts here: a folder of its own for each, cameras, and what they expect of programs.
 # shellcheck shell=sh
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
@@ -24,4 +24,16 @@ contains() {
         cat "$1"
         exit 1
     }
+}
+
+# sim ARGUMENTS: vsccam with a simulated camera.
+sim() {
+    "$vsccam" --sim VSC470MC "$@"
+}
+
+# faulty FAULTS ARGUMENTS: the same with a camera that fails.
+faulty() {
+    faults=$1
+    shift
+    "$(dirname "$vsccam")/vscsim" run --camera VSC470MC --fault "$faults" -- "$vsccam" "$@"
 }

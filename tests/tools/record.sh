@@ -9,17 +9,6 @@ vscsim=$(dirname "$vsccam")/vscsim
 # shellcheck source=tests/tools/expect.sh
 . "$(dirname "$0")/expect.sh"
 
-sim() {
-    "$vsccam" --sim VSC470MC "$@"
-}
-
-# faulty FAULTS ARGUMENTS: the same with a camera that fails.
-faulty() {
-    faults=$1
-    shift
-    "$vscsim" run --camera VSC470MC --fault "$faults" -- "$vsccam" "$@"
-}
-
 # on_disk KIND ARGUMENTS: with a disk that is bad.
 # shellcheck disable=SC2016 # of the script
 printf 'export BAD_DISK="$1" LD_PRELOAD="%s:$LD_PRELOAD"\nshift\nexec "$@"\n' "$bad_disk" >disk
