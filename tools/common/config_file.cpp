@@ -76,7 +76,7 @@ void TellWrongLine(const std::string &file, const std::function<void(std::istrea
         ++number;
         if (IsHead(Bare(line)))
             head = line;
-        std::istringstream alone(head == line ? line : head + '\n' + line);
+        std::istringstream alone(head == line ? line : fmt::format("{}\n{}", head, line));
         try {
             parse(alone);
         } catch (const std::exception &error) {
