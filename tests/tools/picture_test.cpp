@@ -42,6 +42,14 @@ void AddStar(Plane &plane, double x, double y, double sigma, double peak)
     }
 }
 
+/// As previews show it.
+std::vector<uint8_t> AutoStretched(const Plane &plane, size_t fullScale)
+{
+    const Background sky = BackgroundOf(HistogramOf(plane));
+    const Curve curve = CurveOf(AutoStretch(sky, static_cast<double>(fullScale), 1), fullScale);
+    return Stretched({&plane, 1}, {&curve, 1});
+}
+
 } // namespace
 
 TEST(Demosaic, GivesEveryPixelTheColoursOfAPlainAreaInEachPhase)
@@ -107,7 +115,7 @@ TEST(Background, IsNotMovedByStars)
     Plane plane = NoisySky(200, 200);
     for (int i = 0; i < 20; ++i)
         AddStar(plane, 10 * i, 8 * i + 10, 2, 30'000);
-    const Background sky = BackgroundOf(plane);
+    const Background sky = BackgroundOf(HistogramOf(plane));
     EXPECT_NEAR(sky.level, kSky, 0.2 * kNoise);
     EXPECT_NEAR(sky.noise, kNoise, 0.15 * kNoise);
 }
@@ -120,7 +128,7 @@ TEST(AutoStretch, PutsAnySkyAtAQuarterAndKeepsOrderUpToWhite)
             sample = static_cast<uint16_t>(sample + level - kSky);
         plane.samples[0] = 65535;
         plane.samples[1] = 0;
-        std::vector<uint8_t> bytes = AutoStretch(plane, 65535);
+        std::vector<uint8_t> bytes = AutoStretched(plane, 65535);
         EXPECT_EQ(bytes[0], 255);
         EXPECT_EQ(bytes[1], 0);
         std::nth_element(bytes.begin(), bytes.begin() + 5000, bytes.end());
@@ -135,14 +143,14 @@ TEST(AutoStretch, StaysACurveWhereTheSkyHasNoNoise)
         std::fill(plane.samples.begin(), plane.samples.end(), level);
         plane.samples[0] = static_cast<uint16_t>(level + 1);
         plane.samples[1] = 255;
-        const std::vector<uint8_t> bytes = AutoStretch(plane, 255);
+        const std::vector<uint8_t> bytes = AutoStretched(plane, 255);
         EXPECT_LE(bytes[2], 70);
         EXPECT_GT(bytes[0], bytes[2]);
         EXPECT_EQ(bytes[1], 255);
     }
     Plane full(2, 2);
     std::fill(full.samples.begin(), full.samples.end(), uint16_t{255});
-    EXPECT_EQ(AutoStretch(full, 255), std::vector<uint8_t>(4, 255));
+    EXPECT_EQ(AutoStretched(full, 255), std::vector<uint8_t>(4, 255));
 }
 
 TEST(Levels, CountFullSamplesOfEveryConverter)

@@ -1,9 +1,8 @@
 #include "plane.h"
 
 #include <algorithm>
-#include <cmath>
-#include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <numeric>
 
 namespace vsctool {
@@ -11,7 +10,6 @@ namespace {
 
 constexpr double kNormalNoisePerMad = 1.4826;
 constexpr size_t kLevels = size_t{1} << 16;
-using Histogram = std::vector<uint32_t>;
 
 enum Colour { kRed, kGreen, kBlue };
 
@@ -23,17 +21,6 @@ std::array<Colour, 4> CellOf(Mosaic phase)
     cell[red] = kRed;
     cell[3 - red] = kBlue;
     return cell;
-}
-
-double MedianOf(const Histogram &histogram, size_t total)
-{
-    size_t below = 0;
-    for (size_t level = 0; level < histogram.size(); ++level) {
-        below += histogram[level];
-        if (below * 2 >= total)
-            return static_cast<double>(level);
-    }
-    return 0;
 }
 
 } // namespace
@@ -84,6 +71,14 @@ Rgb Demosaic(const Plane &mosaic, Mosaic phase)
     return rgb;
 }
 
+std::vector<Plane> PlanesOf(const Picture &picture, std::optional<Mosaic> mosaic)
+{
+    if (!mosaic && picture.format != PixelFormat::kRgb24)
+        return {SamplesOf(picture)};
+    Rgb rgb = mosaic ? Demosaic(SamplesOf(picture), *mosaic) : SplitRgb24(picture);
+    return {std::make_move_iterator(rgb.begin()), std::make_move_iterator(rgb.end())};
+}
+
 Plane Shrunk(Plane plane, int factor)
 {
     if (factor <= 1)
@@ -124,17 +119,29 @@ Plane Luminance(const Picture &picture, bool isMosaic)
     return plane;
 }
 
-Background BackgroundOf(const Plane &plane)
+Histogram HistogramOf(const Plane &plane)
 {
     Histogram histogram(kLevels);
     for (const uint16_t sample : plane.samples)
         ++histogram[sample];
-    const double median = MedianOf(histogram, plane.samples.size());
-    Histogram deviations(kLevels);
-    for (size_t level = 0; level < kLevels; ++level)
-        deviations[static_cast<size_t>(std::abs(static_cast<long>(level) - std::lround(median)))] +=
-            histogram[level];
-    return {median, MedianOf(deviations, plane.samples.size()) * kNormalNoisePerMad};
+    return histogram;
+}
+
+Background BackgroundOf(const Histogram &histogram)
+{
+    const uint64_t total = std::accumulate(histogram.begin(), histogram.end(), uint64_t{0});
+    const auto isHalf = [total](uint64_t count) { return count * 2 >= total; };
+    size_t median = 0;
+    for (uint64_t below = histogram[0]; !isHalf(below); below += histogram[median])
+        ++median;
+    // The window around the median grows until half of the samples are within it.
+    size_t deviation = 0;
+    for (uint64_t within = histogram[median]; !isHalf(within);) {
+        ++deviation;
+        within += deviation <= median ? histogram[median - deviation] : 0;
+        within += median + deviation < histogram.size() ? histogram[median + deviation] : 0;
+    }
+    return {static_cast<double>(median), static_cast<double>(deviation) * kNormalNoisePerMad};
 }
 
 } // namespace vsctool

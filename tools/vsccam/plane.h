@@ -37,6 +37,9 @@ Rgb SplitRgb24(const Picture &picture);
 /// Bilinear demosaic.
 Rgb Demosaic(const Plane &mosaic, Mosaic phase);
 
+/// What a picture shows: brightness, or red, green and blue where it is in colour.
+std::vector<Plane> PlanesOf(const Picture &picture, std::optional<Mosaic> mosaic);
+
 /// Means of blocks of factor x factor samples. Blocks at the edges that are not whole are left out.
 Plane Shrunk(Plane plane, int factor);
 
@@ -44,11 +47,15 @@ Plane Shrunk(Plane plane, int factor);
 /// one red, one blue and two green sites.
 Plane Luminance(const Picture &picture, bool isMosaic);
 
+/// How many samples there are of each value.
+using Histogram = std::vector<uint32_t>;
+Histogram HistogramOf(const Plane &plane);
+
 /// Median and scaled median absolute deviation: level and noise of the sky, blind to stars.
 struct Background {
     double level = 0;
     double noise = 0;
 };
-Background BackgroundOf(const Plane &plane);
+Background BackgroundOf(const Histogram &histogram);
 
 } // namespace vsctool

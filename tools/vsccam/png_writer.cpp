@@ -29,33 +29,21 @@ void WritePng(const std::filesystem::path &path, int width, int height, bool col
     temporary.Commit();
 }
 
-std::vector<uint8_t> Interleave(const Rgb &rgb, double fullScale)
-{
-    std::vector<uint8_t> bytes(rgb[0].samples.size() * rgb.size());
-    for (size_t c = 0; c < rgb.size(); ++c) {
-        const std::vector<uint8_t> channel = AutoStretch(rgb.at(c), fullScale);
-        for (size_t i = 0; i < channel.size(); ++i)
-            bytes[i * rgb.size() + c] = channel[i];
-    }
-    return bytes;
-}
-
 } // namespace
 
 void WritePreview(const std::filesystem::path &path, const Picture &picture,
                   std::optional<Mosaic> mosaic)
 {
-    const double fullScale = picture.format == PixelFormat::kRaw16 ? 0xFFFF : 0xFF;
+    const int fullScale = picture.format == PixelFormat::kRaw16 ? 0xFFFF : 0xFF;
     const int factor = (picture.width + kWidest - 1) / kWidest;
-    if (mosaic || picture.format == PixelFormat::kRgb24) {
-        Rgb rgb = mosaic ? Demosaic(SamplesOf(picture), *mosaic) : SplitRgb24(picture);
-        for (Plane &channel : rgb)
-            channel = Shrunk(std::move(channel), factor);
-        WritePng(path, rgb[0].width, rgb[0].height, true, Interleave(rgb, fullScale));
-    } else {
-        const Plane plane = Shrunk(SamplesOf(picture), factor);
-        WritePng(path, plane.width, plane.height, false, AutoStretch(plane, fullScale));
+    std::vector<Plane> planes = PlanesOf(picture, mosaic);
+    std::vector<Curve> curves;
+    for (Plane &plane : planes) {
+        plane = Shrunk(std::move(plane), factor);
+        const Background sky = BackgroundOf(HistogramOf(plane));
+        curves.push_back(CurveOf(AutoStretch(sky, fullScale, 1), static_cast<size_t>(fullScale)));
     }
+    WritePng(path, planes[0].width, planes[0].height, planes.size() > 1, Stretched(planes, curves));
 }
 
 } // namespace vsctool

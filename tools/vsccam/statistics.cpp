@@ -13,12 +13,6 @@ constexpr int kApertureRadius = 12;
 constexpr size_t kStarsMeasured = 20;
 constexpr int kLeastLitNeighbours = 3; // a hot pixel stands alone
 
-struct Peak {
-    int x;
-    int y;
-    int value;
-};
-
 bool IsPeak(const Plane &plane, int x, int y)
 {
     const int value = plane.Row(y)[x];
@@ -33,7 +27,7 @@ bool IsPeak(const Plane &plane, int x, int y)
     return true;
 }
 
-int LitNeighbours(const Plane &plane, const Peak &peak, double level)
+int LitNeighbours(const Plane &plane, const StarPeak &peak, double level)
 {
     int lit = -1; // the peak itself
     for (int v = peak.y - 1; v <= peak.y + 1; ++v)
@@ -42,32 +36,9 @@ int LitNeighbours(const Plane &plane, const Peak &peak, double level)
     return lit;
 }
 
-/// The brightest stars with room for the aperture, best first.
-std::vector<Peak> FindStars(const Plane &plane, const Background &sky, int saturation)
-{
-    const double threshold = sky.level + std::max(kDetectionInNoise * sky.noise, 1.0);
-    std::vector<Peak> peaks;
-    for (int y = kApertureRadius; y < plane.height - kApertureRadius; ++y) {
-        for (int x = kApertureRadius; x < plane.width - kApertureRadius; ++x) {
-            const int value = plane.Row(y)[x];
-            if (value <= threshold || value >= saturation || !IsPeak(plane, x, y))
-                continue;
-            const Peak peak{x, y, value};
-            if (LitNeighbours(plane, peak, sky.level + (value - sky.level) / 8) >=
-                kLeastLitNeighbours)
-                peaks.push_back(peak);
-        }
-    }
-    const size_t kept = std::min(peaks.size(), kStarsMeasured);
-    std::partial_sort(peaks.begin(), peaks.begin() + static_cast<long>(kept), peaks.end(),
-                      [](const Peak &a, const Peak &b) { return a.value > b.value; });
-    peaks.resize(kept);
-    return peaks;
-}
-
 /// Calls visit(dx, dy, flux above the sky) for every pixel of the aperture that is surely lit.
 template <class Visit>
-void ForAperture(const Plane &plane, const Background &sky, const Peak &star, Visit visit)
+void ForAperture(const Plane &plane, const Background &sky, const StarPeak &star, Visit visit)
 {
     for (int dy = -kApertureRadius; dy <= kApertureRadius; ++dy) {
         for (int dx = -kApertureRadius; dx <= kApertureRadius; ++dx) {
@@ -76,24 +47,6 @@ void ForAperture(const Plane &plane, const Background &sky, const Peak &star, Vi
                 visit(dx, dy, flux);
         }
     }
-}
-
-/// Twice the flux-weighted mean distance from the centre: what focusing programs call HFD.
-double HalfFluxDiameter(const Plane &plane, const Background &sky, const Peak &star)
-{
-    double flux = 0;
-    double momentX = 0;
-    double momentY = 0;
-    ForAperture(plane, sky, star, [&](int dx, int dy, double f) {
-        flux += f;
-        momentX += f * dx;
-        momentY += f * dy;
-    });
-    double distance = 0;
-    ForAperture(plane, sky, star, [&](int dx, int dy, double f) {
-        distance += f * std::hypot(dx - momentX / flux, dy - momentY / flux);
-    });
-    return 2 * distance / flux;
 }
 
 template <class Sample> Levels LevelsOf(const uint8_t *bytes, size_t count, int saturation)
@@ -125,11 +78,52 @@ Levels LevelsOf(const Picture &picture)
     return LevelsOf<uint8_t>(picture.bytes.data(), picture.bytes.size(), saturation);
 }
 
+std::vector<StarPeak> FindStars(const Plane &plane, const Background &sky, int saturation)
+{
+    const int threshold =
+        static_cast<int>(sky.level + std::max(kDetectionInNoise * sky.noise, 1.0));
+    std::vector<StarPeak> peaks;
+    for (int y = kApertureRadius; y < plane.height - kApertureRadius; ++y) {
+        for (int x = kApertureRadius; x < plane.width - kApertureRadius; ++x) {
+            const int value = plane.Row(y)[x];
+            if (value <= threshold || value >= saturation || !IsPeak(plane, x, y))
+                continue;
+            const StarPeak peak{x, y, value};
+            if (LitNeighbours(plane, peak, sky.level + (value - sky.level) / 8) >=
+                kLeastLitNeighbours)
+                peaks.push_back(peak);
+        }
+    }
+    const size_t kept = std::min(peaks.size(), kStarsMeasured);
+    std::partial_sort(peaks.begin(), peaks.begin() + static_cast<long>(kept), peaks.end(),
+                      [](const StarPeak &a, const StarPeak &b) { return a.value > b.value; });
+    peaks.resize(kept);
+    return peaks;
+}
+
+double HalfFluxDiameter(const Plane &plane, const Background &sky, const StarPeak &star)
+{
+    // Twice the flux-weighted mean distance from the centre is what focusing programs call HFD.
+    double flux = 0;
+    double momentX = 0;
+    double momentY = 0;
+    ForAperture(plane, sky, star, [&](int dx, int dy, double f) {
+        flux += f;
+        momentX += f * dx;
+        momentY += f * dy;
+    });
+    double distance = 0;
+    ForAperture(plane, sky, star, [&](int dx, int dy, double f) {
+        distance += f * std::hypot(dx - momentX / flux, dy - momentY / flux);
+    });
+    return 2 * distance / flux;
+}
+
 std::optional<Sharpness> SharpnessOf(const Plane &luminance, int saturation)
 {
-    const Background sky = BackgroundOf(luminance);
+    const Background sky = BackgroundOf(HistogramOf(luminance));
     std::vector<double> diameters;
-    for (const Peak &star : FindStars(luminance, sky, saturation))
+    for (const StarPeak &star : FindStars(luminance, sky, saturation))
         diameters.push_back(HalfFluxDiameter(luminance, sky, star));
     if (diameters.empty())
         return std::nullopt;

@@ -3,6 +3,7 @@
 #include "plane.h"
 
 #include <optional>
+#include <vector>
 
 namespace vsctool {
 
@@ -14,6 +15,18 @@ struct Levels {
     double saturatedPercent = 0;
 };
 Levels LevelsOf(const Picture &picture);
+
+/// Where a star is brightest, and how bright it is there.
+struct StarPeak {
+    int x = 0;
+    int y = 0;
+    int value = 0;
+};
+/// The brightest stars, best first, that are below saturation and have room to be measured.
+std::vector<StarPeak> FindStars(const Plane &plane, const Background &sky, int saturation);
+
+/// Half-flux diameter in pixels: half of the star's light is within it.
+double HalfFluxDiameter(const Plane &plane, const Background &sky, const StarPeak &star);
 
 /// Sharpness of the picture: median half-flux diameter of its brightest unsaturated stars.
 struct Sharpness {

@@ -22,27 +22,47 @@ double MidtonesTransfer(double midtone, double value)
     return (midtone - 1) * value / ((2 * midtone - 1) * value - midtone);
 }
 
-std::vector<uint8_t> AutoStretch(const Plane &plane, double fullScale)
+Stretch AutoStretch(const Background &sky, double fullScale, double step)
 {
-    const Background sky = BackgroundOf(plane);
-    const double noise = std::max({sky.noise, fullScale / kSteps, 1.0});
-    const double shadows = std::max(0.0, sky.level - kShadowsBelowSky * noise) / fullScale;
-    const double range = 1 - shadows;
-    const double skyAboveShadows = (sky.level / fullScale - shadows) / range;
+    const double noise = std::max({sky.noise, fullScale / kSteps, step});
+    const double black = std::max(0.0, sky.level - kShadowsBelowSky * noise) / fullScale;
+    const double skyAboveBlack = (sky.level / fullScale - black) / (1 - black);
     // The function is its own inverse in this sense: the midtone that brings a level to a wanted
     // brightness is the level transferred with that brightness as midtone.
-    const double midtone =
-        std::clamp(MidtonesTransfer(kSkyBrightness, skyAboveShadows), kSteepest, 1 - kSteepest);
+    const double midtone = MidtonesTransfer(kSkyBrightness, skyAboveBlack);
+    return {black, std::clamp(midtone, kSteepest, 1 - kSteepest), 1};
+}
 
-    std::vector<uint8_t> curve(static_cast<size_t>(fullScale) + 1);
-    for (size_t i = 0; i < curve.size(); ++i) {
-        const double linear = (static_cast<double>(i) / fullScale - shadows) / range;
-        curve[i] = static_cast<uint8_t>(std::lround(255 * MidtonesTransfer(midtone, linear)));
+Curve CurveOf(const Stretch &stretch, size_t fullScale)
+{
+    Curve curve(fullScale + 1, 255);
+    size_t from = 0;
+    for (int byte = 0; byte < 255 && from < curve.size(); ++byte) {
+        // The inverse of a transfer is the one with the opposite midtone. It tells from where on a
+        // sample is nearer to the next byte.
+        const double end = MidtonesTransfer(1 - stretch.midtone, (byte + 0.5) / 255);
+        const double sample = (stretch.black + end * (stretch.white - stretch.black)) *
+                              static_cast<double>(fullScale);
+        const size_t to = std::min(curve.size(), static_cast<size_t>(std::ceil(sample)));
+        std::fill(curve.begin() + static_cast<long>(from), curve.begin() + static_cast<long>(to),
+                  static_cast<uint8_t>(byte));
+        from = to;
     }
-    std::vector<uint8_t> bytes(plane.samples.size());
-    std::transform(plane.samples.begin(), plane.samples.end(), bytes.begin(), [&](uint16_t sample) {
-        return curve[std::min<size_t>(sample, curve.size() - 1)];
-    });
+    return curve;
+}
+
+std::vector<uint8_t> Stretched(std::span<const Plane> planes, std::span<const Curve> curves)
+{
+    std::vector<uint8_t> bytes(planes.size() * planes[0].samples.size());
+    for (size_t c = 0; c < planes.size(); ++c) {
+        const Curve &curve = curves[c];
+        const size_t last = curve.size() - 1;
+        uint8_t *byte = &bytes[c];
+        for (const uint16_t sample : planes[c].samples) {
+            *byte = curve[std::min<size_t>(sample, last)];
+            byte += planes.size();
+        }
+    }
     return bytes;
 }
 
