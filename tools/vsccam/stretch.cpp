@@ -55,11 +55,10 @@ std::vector<uint8_t> Stretched(std::span<const Plane> planes, std::span<const Cu
 {
     std::vector<uint8_t> bytes(planes.size() * planes[0].samples.size());
     for (size_t c = 0; c < planes.size(); ++c) {
-        const Curve &curve = curves[c];
-        const size_t last = curve.size() - 1;
+        const uint8_t *curve = curves[c].data();
         uint8_t *byte = &bytes[c];
         for (const uint16_t sample : planes[c].samples) {
-            *byte = curve[std::min<size_t>(sample, last)];
+            *byte = curve[sample];
             byte += planes.size();
         }
     }

@@ -30,8 +30,8 @@ Stretch AutoStretch(const Background &sky, double fullScale, double step);
 using Curve = std::vector<uint8_t>;
 Curve CurveOf(const Stretch &stretch, size_t fullScale);
 
-/// The bytes of planes of one size, each by its curve, pixel by pixel. What is above full scale is
-/// white.
+/// The bytes of planes of one size, each by its curve, pixel by pixel. No sample is above the full
+/// scale of its curve.
 std::vector<uint8_t> Stretched(std::span<const Plane> planes, std::span<const Curve> curves);
 
 } // namespace vsctool
