@@ -166,6 +166,9 @@ void Camera::OpenAnew(const std::string &selector)
     if (!initCamera())
         throw Failure(Exit::kFailure,
                       fmt::format("{} does not answer; plug it in again", there->model));
+    for (const NamedControl &control : AllControls())
+        if (control.writable)
+            m_open->defaults[&control] = StateOf(control).value;
     (void)Listen();
     if (s_keeps)
         s_kept = m_open;
@@ -310,6 +313,12 @@ std::optional<Mosaic> Camera::PictureMosaic() const
     bool flipY = false;
     GetMisc(&flipX, &flipY);
     return MosaicOf(getColorBayer(), flipX, flipY);
+}
+
+std::optional<int> Camera::DefaultOf(const NamedControl &control) const
+{
+    const auto found = m_open->defaults.find(&control);
+    return found == m_open->defaults.end() ? std::nullopt : std::optional(found->second);
 }
 
 KeptCamera::KeptCamera()

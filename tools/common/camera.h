@@ -11,6 +11,7 @@
 #include <vsccam.h>
 
 #include <chrono>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -76,6 +77,10 @@ class Camera {
     /// Phase of the delivered picture; nothing when it has no mosaic.
     std::optional<Mosaic> PictureMosaic() const;
 
+    /// What a control was when the camera was opened, before anything was set; nothing when it is
+    /// only read.
+    std::optional<int> DefaultOf(const NamedControl &control) const;
+
   private:
     friend class KeptCamera;
 
@@ -87,6 +92,7 @@ class Camera {
         Open &operator=(const Open &) = delete;
 
         CameraEntry entry;
+        std::map<const NamedControl *, int> defaults;
         std::string notVerified;
         std::string memoryAdvice; // once the kernel refused the library memory for transfers
     };

@@ -51,9 +51,22 @@ ordered_json Figure(const NamedControl &control, int value)
     return value;
 }
 
-} // namespace
+std::string InWords(const NamedControl &control, const ControlState &state,
+                    std::optional<int> byDefault)
+{
+    if (!state.available)
+        return fmt::format("{:<18} {:>9}", control.word, "-");
+    const char *mode = state.automatic      ? "auto"
+                       : !control.writable  ? "read only"
+                       : state.hasAutomatic ? "manual"
+                                            : "";
+    const auto text = [&](int value) { return FormatValue(control, value); };
+    return fmt::format("{:<18} {:>9}  {:>9} to {:<9} {:>9}  {}", control.word, text(state.value),
+                       text(state.min), text(state.max), byDefault ? text(*byDefault) : "", mode);
+}
 
-ordered_json AsJson(const NamedControl &control, const ControlState &state)
+ordered_json AsJson(const NamedControl &control, const ControlState &state,
+                    std::optional<int> byDefault)
 {
     ordered_json json = {{"name", control.word}, {"available", state.available}};
     if (!state.available)
@@ -61,6 +74,8 @@ ordered_json AsJson(const NamedControl &control, const ControlState &state)
     json["value"] = Figure(control, state.value);
     json["min"] = Figure(control, state.min);
     json["max"] = Figure(control, state.max);
+    if (byDefault)
+        json["default"] = Figure(control, *byDefault);
     json["unit"] = UnitOf(control);
     json["auto"] = state.automatic;
     json["has_auto"] = state.hasAutomatic;
@@ -68,17 +83,26 @@ ordered_json AsJson(const NamedControl &control, const ControlState &state)
     return json;
 }
 
-std::string InWords(const NamedControl &control, const ControlState &state)
+} // namespace
+
+ordered_json AsJson(const NamedControl &control, const Camera &camera)
 {
-    if (!state.available)
-        return fmt::format("{:<18} -", control.word);
-    const char *mode = state.automatic      ? "auto"
-                       : !control.writable  ? "read only"
-                       : state.hasAutomatic ? "manual"
-                                            : "";
-    const auto text = [&](int value) { return FormatValue(control, value); };
-    return fmt::format("{:<18} {:>10}  {:>9} to {:<10} {}", control.word, text(state.value),
-                       text(state.min), text(state.max), mode);
+    return AsJson(control, StateOf(control), camera.DefaultOf(control));
+}
+
+ordered_json ShowTable(const Camera &camera, bool withMissing, Console &console)
+{
+    console.Say(fmt::format("{:<18} {:>9}  {:>9}    {:<9} {:>9}", "control", "value", "from", "to",
+                            "default"));
+    ordered_json all = ordered_json::array();
+    for (const NamedControl &control : AllControls()) {
+        const ControlState state = StateOf(control);
+        if (!state.available && !withMissing)
+            continue;
+        console.Say(InWords(control, state, camera.DefaultOf(control)));
+        all.push_back(AsJson(control, state, camera.DefaultOf(control)));
+    }
+    return all;
 }
 
 namespace {
@@ -86,12 +110,7 @@ namespace {
 void ShowControls(Context &context)
 {
     const Camera camera(context.camera);
-    ordered_json all = ordered_json::array();
-    for (const NamedControl &control : AllControls()) {
-        const ControlState state = StateOf(control);
-        context.console.Say(InWords(control, state));
-        all.push_back(AsJson(control, state));
-    }
+    const ordered_json all = ShowTable(camera, true, context.console);
     context.console.Emit({{"model", camera.Entry().model}, {"controls", all}});
 }
 
@@ -108,7 +127,7 @@ void Get(const std::vector<std::string> &names, Context &context)
             throw Failure(Exit::kNotSupported,
                           fmt::format("{} has no {}", camera.Entry().model, control->word));
         context.console.Say(FormatValue(*control, state.value));
-        context.console.Emit(AsJson(*control, state));
+        context.console.Emit(AsJson(*control, camera));
     }
 }
 
@@ -156,7 +175,8 @@ std::vector<Setting> TakeSettings(std::vector<std::string> &words)
 
 void AddControlsCommands(CLI::App &app, Command &chosen)
 {
-    CLI::App *controls = app.add_subcommand("controls", "Show all controls with their ranges");
+    CLI::App *controls =
+        app.add_subcommand("controls", "Show all controls with their ranges and defaults");
     controls->footer("vsccam controls --json");
     controls->callback([&chosen] { chosen = ShowControls; });
 

@@ -65,26 +65,12 @@ void ShowInWords(Console &console, const ordered_json &info)
                                 value.is_string() ? value.get<std::string>() : value.dump()));
 }
 
-/// Those that the camera has.
-ordered_json ShowOwnControls(Console &console)
-{
-    ordered_json own = ordered_json::array();
-    for (const NamedControl &control : AllControls()) {
-        const ControlState state = StateOf(control);
-        if (!state.available)
-            continue;
-        console.Say(InWords(control, state));
-        own.push_back(AsJson(control, state));
-    }
-    return own;
-}
-
 void Info(Context &context)
 {
     const Camera camera(context.camera);
     ordered_json info = Collect(camera);
     ShowInWords(context.console, info);
-    info["controls"] = ShowOwnControls(context.console);
+    info["controls"] = ShowTable(camera, false, context.console);
     context.console.Emit(info);
 }
 
