@@ -73,6 +73,23 @@ std::vector<LibraryLine> LibraryLines::Take()
     return std::exchange(g_listener->m_lines, {});
 }
 
+void LibraryLines::Keep()
+{
+    if (!g_listener)
+        return;
+    const std::lock_guard lock(g_listener->m_mutex);
+    g_listener->m_kept.emplace();
+}
+
+std::vector<LibraryLine> LibraryLines::Kept()
+{
+    if (!g_listener)
+        return {};
+    g_listener->AwaitArrival();
+    const std::lock_guard lock(g_listener->m_mutex);
+    return g_listener->m_kept.value_or(std::vector<LibraryLine>());
+}
+
 void LibraryLines::AwaitArrival()
 {
     std::unique_lock lock(m_mutex);
@@ -116,11 +133,15 @@ void LibraryLines::Hear(const std::string &line)
     }
     if (m_onward >= 0)
         WriteAll(m_onward, line);
-    if (!line.starts_with(kTag) || m_lines.size() >= kMostLines)
+    if (!line.starts_with(kTag))
         return;
     const size_t length = line.find_last_not_of('\n') + 1;
-    m_lines.push_back(
-        {std::chrono::steady_clock::now(), line.substr(kTag.size(), length - kTag.size())});
+    const LibraryLine heard{std::chrono::steady_clock::now(),
+                            line.substr(kTag.size(), length - kTag.size())};
+    if (m_lines.size() < kMostLines)
+        m_lines.push_back(heard);
+    if (m_kept && m_kept->size() < kMostLines)
+        m_kept->push_back(heard);
 }
 
 } // namespace vsctool

@@ -4,6 +4,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -32,6 +33,10 @@ class LibraryLines {
     /// listens.
     static std::vector<LibraryLine> Take();
 
+    /// From now on, all of it is kept for Kept(), too, whoever takes it.
+    static void Keep();
+    static std::vector<LibraryLine> Kept();
+
   private:
     void Listen();
     void Hear(const std::string &line);
@@ -41,7 +46,8 @@ class LibraryLines {
     int m_pipe = -1; // the end to read from
     std::mutex m_mutex;
     std::condition_variable m_arrived;
-    std::vector<LibraryLine> m_lines; // guarded by m_mutex, as are the next two
+    std::vector<LibraryLine> m_lines; // guarded by m_mutex, as are the next ones
+    std::optional<std::vector<LibraryLine>> m_kept;
     uint64_t m_marksSent = 0;
     uint64_t m_marksSeen = 0;
     std::thread m_thread; // reads the pipe; ended by a mark, joined by the destructor

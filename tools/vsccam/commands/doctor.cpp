@@ -2,6 +2,7 @@
 #include "doctor/checks.h"
 #include "doctor/live.h"
 #include "failure.h"
+#include "library_lines.h"
 #include "temporary_file.h"
 
 #include <nlohmann/json.hpp>
@@ -41,10 +42,17 @@ std::string InWords(const Finding &finding)
     return finding.remedy.empty() ? line : fmt::format("{}\n      try: {}", line, finding.remedy);
 }
 
-/// Versions and devices are among the findings. Of the user and the machine's name it tells nothing
-/// but the folder that was asked for.
-void WriteReport(const std::filesystem::path &path, const ordered_json &result)
+/// Versions and devices are among the findings, and all that the library said stands behind them.
+/// Of the user and the machine's name it tells nothing but the folder that was asked for.
+void WriteReport(const std::filesystem::path &path, ordered_json result)
 {
+    ordered_json messages = ordered_json::array();
+    const std::vector<LibraryLine> lines = LibraryLines::Kept();
+    for (const LibraryLine &line : lines)
+        messages.push_back(fmt::format(
+            "{:8.3f} {}", std::chrono::duration<double>(line.at - lines.front().at).count(),
+            line.text));
+    result["library_messages"] = messages;
     TemporaryFile temporary(path);
     errno = 0;
     std::ofstream file(temporary.Path());
@@ -57,6 +65,8 @@ void WriteReport(const std::filesystem::path &path, const ordered_json &result)
 
 void Doctor(const DoctorOptions &options, Context &context)
 {
+    if (!options.report.empty())
+        LibraryLines::Keep();
     std::vector<Finding> findings = Examine(ReadFacts(options.folder));
     if (options.live)
         std::ranges::move(ExamineLive(context), std::back_inserter(findings));
