@@ -56,16 +56,35 @@ look
 same "$(grep '^##' commands | sort)" "$(grep '^##' "$page" | sort)"
 [ -n "$completes" ] || exit 0
 
-# shellcheck disable=SC2016 # the script that the program makes
-[ "$(bash -c '
-    cd "${0%/*}" && source <("$0" completion bash)
-    COMP_WORDS=(./vsccam capture --type da) COMP_CWORD=3
-    _vsccam && echo "${COMPREPLY[@]}"' "$program")" = dark ]
+# What each shell itself makes of the script for it. Bash takes words apart at the sign.
+PATH="$(dirname "$program"):$PATH"
+# shellcheck disable=SC2016 # what the shells run
+{
+    in_bash='source <(vsccam completion bash)
+        compopt() { COMPREPLY+=("without a blank"); }
+        COMP_WORDS=(vsccam "$@") COMP_CWORD=$#
+        _vsccam && echo "${COMPREPLY[@]}"'
+    same "$(bash -c "$in_bash" bash capture --type = da)" dark
+    same "$(bash -c "$in_bash" bash set target-te)" 'target-temp= without a blank'
+    in_zsh='compdef() {}
+        compadd() { echo "${@[1,-2]}" $found }
+        source =(vsccam completion zsh)
+        words=(vsccam "$@") CURRENT=$(($# + 1))
+        _vsccam'
+    same "$(zsh -fc "$in_zsh" zsh capture --type=da)" '-a --type=dark'
+    same "$(zsh -fc "$in_zsh" zsh set target-te)" '-S  -a target-temp='
+    in_fish='vsccam completion fish | source
+        complete -C "$argv"'
+    same "$(fish --no-config -c "$in_fish" 'vsccam capture --type=da')" --type=dark
+}
 while IFS='|' read -r words completed; do
     # shellcheck disable=SC2086 # as many words as there are
     [ "$("$program" completion words -- $words)" = "$completed" ]
 done <<'ROWS'
 capture --format=raw8 --over|--overwrite
+capture --type=da|--type=dark
+get target|target-temp
+set red = au|
 set gain=3 -- cap|capture
 --camera list --tim|--timeout
 help dar|dark

@@ -1,5 +1,6 @@
 #include "completion.h"
 
+#include "controls.h"
 #include "help.h"
 
 #include <algorithm>
@@ -13,6 +14,7 @@ namespace {
 struct Place {
     const CLI::App *command;
     const CLI::Option *awaiting = nullptr; // its value
+    bool afterEquals = false;              // where the shell makes a word of the sign
 };
 
 const CLI::Option *FindOption(const CLI::App &command, const std::string &name)
@@ -25,6 +27,8 @@ const CLI::Option *FindOption(const CLI::App &command, const std::string &name)
 
 void Follow(Place &place, const CLI::App &program, const std::string &word)
 {
+    if (place.afterEquals = word == "="; place.afterEquals)
+        return;
     if (place.awaiting) {
         place.awaiting = nullptr;
     } else if (word == "--") { // another command follows the settings
@@ -54,19 +58,44 @@ std::vector<std::string> ChoicesOf(const CLI::Option &option)
     return choices;
 }
 
+/// Of what can be read, or be set.
+std::vector<std::string> ControlWords(bool forSetting)
+{
+    std::vector<std::string> words;
+    for (const NamedControl &control : AllControls())
+        if (!forSetting || control.writable)
+            words.push_back(std::string(control.word) + (forSetting ? "=" : ""));
+    return words;
+}
+
 std::vector<std::string> AllAt(const Place &place, const CLI::App &program, bool options)
 {
     if (place.awaiting)
         return ChoicesOf(*place.awaiting);
+    if (place.afterEquals) // the value of a control
+        return {};
     if (options)
         return OptionNames(*place.command);
     if (place.command->get_name() == "help")
         return CommandNames(program);
+    if (place.command->get_name() == "get" || place.command->get_name() == "set")
+        return ControlWords(place.command->get_name() == "set");
     std::vector<std::string> all = CommandNames(*place.command);
     for (const CLI::Option *option : place.command->get_options())
         if (option->get_positional())
             std::ranges::move(ChoicesOf(*option), std::back_inserter(all));
     return all;
+}
+
+/// "--type=d": the option, and what of its value is there.
+std::vector<std::string> ChoicesBehindEquals(const CLI::App &command, const std::string &begun)
+{
+    const std::string name = begun.substr(0, begun.find('='));
+    const CLI::Option *option = FindOption(command, name);
+    std::vector<std::string> choices = option ? ChoicesOf(*option) : std::vector<std::string>();
+    for (std::string &choice : choices)
+        choice.insert(0, name + '=');
+    return choices;
 }
 
 } // namespace
@@ -78,8 +107,15 @@ std::vector<std::string> Completions(const CLI::App &program, const std::vector<
     Place place{&program};
     std::for_each(words.begin(), std::prev(words.end()),
                   [&](const std::string &word) { Follow(place, program, word); });
-    const std::string &begun = words.back();
-    std::vector<std::string> found = AllAt(place, program, begun.starts_with('-'));
+    std::string begun = words.back();
+    if (begun == "=") { // nothing is behind it yet
+        place.afterEquals = true;
+        begun.clear();
+    }
+    const bool isOption = begun.starts_with('-') && !place.awaiting;
+    std::vector<std::string> found = isOption && begun.find('=') != std::string::npos
+                                         ? ChoicesBehindEquals(*place.command, begun)
+                                         : AllAt(place, program, isOption);
     std::erase_if(found, [&](const std::string &one) { return !one.starts_with(begun); });
     return found;
 }

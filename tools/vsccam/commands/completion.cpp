@@ -21,6 +21,7 @@ constexpr Script kScripts[] = {
 {
     mapfile -t COMPREPLY < <("${COMP_WORDS[0]}" completion words -- \
         "${COMP_WORDS[@]:1:COMP_CWORD}" 2>/dev/null)
+    if [[ ${COMPREPLY[0]} == *= ]]; then compopt -o nospace; fi
 }
 complete -o bashdefault -o default -F _vsccam vsccam
 )---"},
@@ -29,7 +30,9 @@ _vsccam()
 {
     local -a found
     found=(${(f)"$("${words[1]}" completion words -- "${(@)words[2,CURRENT]}" 2>/dev/null)"})
-    if (( $#found )); then compadd -a found; else _files; fi
+    local -a ends=()
+    if [[ $found[1] == *= ]]; then ends=(-S ''); fi
+    if (( $#found )); then compadd "${ends[@]}" -a found; else _files; fi
 }
 if [[ $funcstack[1] == _vsccam ]]; then _vsccam "$@"; else compdef _vsccam vsccam; fi
 )---"},
