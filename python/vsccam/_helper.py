@@ -1,7 +1,9 @@
 """The process that holds one camera of `open_many`. It ends when its parent does."""
 
+import contextlib
 import signal
 import sys
+import threading
 from collections.abc import Callable
 from multiprocessing.connection import Connection
 from typing import Any
@@ -23,8 +25,10 @@ class _Server:
     def __init__(self, connection: Connection, memory: SharedFrames) -> None:
         self._connection = connection
         self._memory = memory
+        self._sending = threading.Lock()  # over what is sent
         self._camera: Camera | None = None
         self._under_way: set[int] = set()
+        self._pulses: dict[int, threading.Event] = {}  # set to end those of the guide port
         self._free = 0  # frames of the ring that the parent does not use
 
     def run(self) -> None:
@@ -47,23 +51,50 @@ class _Server:
         if what == "stop":
             if number in self._under_way:
                 raise _Stopped(number)
+            if pulse := self._pulses.get(number):
+                pulse.set()
+            return
+        if what == "guide":  # meanwhile frames go on
+            self._pulses[number] = threading.Event()
+            threading.Thread(target=self._guide, args=(number, *arguments)).start()
             return
         if what == "more":
             self._free += 1
             return
         action: Callable[..., Any] = getattr(self, f"_do_{what}")
         self._under_way.add(number)
+        try:
+            self._answer(number, lambda: action(*arguments))
+        finally:
+            self._under_way.discard(number)
+
+    def _answer(self, number: int, action: Callable[[], Any]) -> None:
         answer: tuple[int, bool, Any] = (number, True, None)  # also of what was stopped
         try:
-            answer = (number, True, action(*arguments))
+            answer = (number, True, action())
         except _Stopped as stopped:
             if stopped.number != number:
                 raise
         except Exception as error:  # is the parent's, if that is still there: see run
             answer = (number, False, error)
         finally:
-            self._under_way.discard(number)
-            self._connection.send(answer)
+            self._send(answer)
+
+    def _send(self, message: tuple[Any, ...]) -> None:
+        with self._sending:
+            self._connection.send(message)
+
+    def _guide(self, number: int, direction: str, seconds: float) -> None:
+        """On a thread of its own, which ends with the pulse, at the latest when the camera is
+        closed."""
+
+        def between() -> None:
+            if self._pulses[number].is_set():
+                raise _Stopped(number)
+
+        with contextlib.suppress(OSError):  # the parent has gone
+            self._answer(number, lambda: self._open_camera()._pulse(direction, seconds, between))
+        del self._pulses[number]
 
     def _open_camera(self) -> Camera:
         assert self._camera is not None
@@ -100,7 +131,7 @@ class _Server:
             if frame is not ring[place % slots]:
                 raise VsccamError("the format was changed; begin the video anew")
             self._free -= 1
-            self._connection.send((None, shape, dtype, slots, place % slots))
+            self._send((None, shape, dtype, slots, place % slots))
             while self._free == 0:
                 self._serve(self._connection.recv())
 

@@ -256,6 +256,7 @@ class Camera(Closing):
             Camera._opened = self
             atexit.register(self.close)
         self._streaming = threading.Lock()
+        self._axes = (threading.Lock(), threading.Lock())  # of the guide port
         self._between: Callable[[], None] = lambda: None  # two steps of a wait
         try:
             self.controls = MappingProxyType({name: Control(self, name) for name in FACTS})
@@ -568,23 +569,29 @@ class Camera(Closing):
 
     def guide(self, direction: Literal["north", "south", "east", "west"], seconds: float) -> None:
         """Sends a pulse to the guide port, and waits for its end. The line is off in any case
-        then: also after a Control-C, which ends a pulse within a second, and after `close`.
+        then: also after a Control-C, which ends a pulse within a second, and after `close`. Pulses
+        of one axis, from several threads, follow each other.
 
         :param seconds: its length; 0 switches the line off
         """
+        self._pulse(direction, seconds, self._between)
+
+    def _pulse(self, direction: str, seconds: float, between: Callable[[], None]) -> None:
         if direction not in _DIRECTIONS:
             raise OutOfRange(f"no direction {direction!r}; there are {', '.join(_DIRECTIONS)}")
         if not 0 <= seconds <= 3600:
             raise OutOfRange(f"a pulse of {seconds} s: it takes 0 to 3600")
+        line = _DIRECTIONS.index(direction)
         left = round(seconds * 1000)
-        while True:
-            # The library switches the line off at the end of each piece, and nothing else does.
-            piece = min(left, _LONGEST_PIECE_MS)
-            self._lib().pulseGuide(_DIRECTIONS.index(direction), piece)
-            left -= piece
-            if left == 0:
-                return
-            self._between()
+        with self._axes[line // 2]:  # or pieces of other pulses would come between
+            while True:
+                # The library switches the line off at the end of each piece, and nothing else does.
+                piece = min(left, _LONGEST_PIECE_MS)
+                self._lib().pulseGuide(line, piece)
+                left -= piece
+                if left == 0:
+                    return
+                between()
 
     def cool(self, target: int, *, wait: float = 0, within: float = 0.5) -> float:
         """Cools to a temperature in degrees Celsius, until the camera is closed.

@@ -24,7 +24,8 @@ _LONGEST_END_S = 5.0
 
 class RemoteCamera(Closing):
     """A camera in a process of its own, used like a `Camera`: what that has, this has, too, except
-    for `controls`. Comes from `open_many`."""
+    for `controls`. Comes from `open_many`. But for guide pulses, that process does one thing at a
+    time: no frames come while `cool` waits."""
 
     _own = frozenset(
         {
@@ -159,8 +160,8 @@ class RemoteCamera(Closing):
         self._call("set_format", size=size, start=start, bin=bin, format=format)
 
     def guide(self, direction: Literal["north", "south", "east", "west"], seconds: float) -> None:
-        """As `Camera.guide`."""
-        self._call("guide", direction, seconds)
+        """As `Camera.guide`; exposures and frames go on meanwhile."""
+        self._answer_or_stop(self._ask("guide", direction, seconds))
 
     def expose(self, seconds: float | None = None, *, timeout: float | None = None) -> Frame:
         """As `Camera.expose`; the frame is the caller's."""

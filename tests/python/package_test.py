@@ -1,5 +1,6 @@
 """package_test.py VSCSIM LIBRARY SOURCE: the package as its users have it, with simulated cameras"""
 
+import contextlib
 import ctypes
 import doctest
 import functools
@@ -237,6 +238,41 @@ class Package(unittest.TestCase):
                 self.assertEqual(cameras[0].gain, 200)
             time.sleep(0.5)  # a pulse that goes on is in its next piece by then
             self.assertEqual(last_of_guide_port(), "guide off 2")
+
+    @on_bus("--camera", "VSC470MM:requests=requests")
+    def test_pulses_of_one_axis_follow_each_other_and_delay_no_frames(self):
+        def started(guide, seconds):
+            pulses = [
+                threading.Thread(target=guide, args=(way, seconds)) for way in ("north", "south")
+            ]
+            for pulse in pulses:
+                pulse.start()
+            return pulses
+
+        def order():
+            with open("requests", encoding="ascii") as file:
+                return "".join(re.findall("guide on ([01])", file.read()))
+
+        with vsccam.Camera() as c:
+            for pulse in started(c.guide, 1.1):
+                pulse.join()
+        self.assertRegex(order(), "^(0011|1100)$")
+        def guide(way, seconds):
+            with contextlib.suppress(vsccam.VsccamError):  # it is closed before the end
+                cameras[0].guide(way, seconds)
+
+        with vsccam.open_many() as cameras:
+            frames = cameras[0].frames()
+            next(frames)
+            pulses = started(guide, 20)
+            while len(order()) == 4:
+                next(frames)
+            for _ in range(3):
+                next(frames)
+            self.assertIn("guide on", last_of_guide_port())
+        for pulse in pulses:
+            pulse.join()
+        self.assertIn("guide off", last_of_guide_port())
 
     @on_bus("--camera", "VSC470MC", "--camera", "VSC470MC", "--camera", "VSC340MM")
     def test_several_cameras_work_at_once(self):
