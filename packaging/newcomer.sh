@@ -107,6 +107,8 @@ vscsim run --camera VSC470MM -- python3 -c '
 import vsccam
 with vsccam.Camera() as camera:
     print(camera.expose(0.1).shape)' | grep '(1096, 1936)'
+[[ $(python3 -c 'import importlib.metadata as m; print(m.version("vsccam"))') == 1.* ]] ||
+    Fail "Python does not know the package's version"
 Say "Python: an exposure"
 
 Install vsccam:armhf vscsim:armhf # in place of the others
