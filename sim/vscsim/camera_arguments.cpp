@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -24,7 +25,7 @@ template <class Number> Number ParseNumber(std::string_view text, std::string_vi
     Number number = 0;
     const char *const end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(text.data(), end, number);
-    if (error != std::errc() || stop != end || number - number != 0)
+    if (error != std::errc() || stop != end || !std::isfinite(static_cast<double>(number)))
         throw CLI::ValidationError("--camera", fmt::format("no {}: {}", what, text));
     return number;
 }

@@ -268,7 +268,7 @@ int64_t LargestFrame(const Facts &facts)
     if (pixels == 0)
         for (const vsccam::Product &product : vsccam::Products())
             pixels = std::max(pixels, int64_t{product.sensorWidth} * product.sensorHeight);
-    return 2 * pixels;
+    return 2 * std::max<int64_t>(pixels, 1); // is divided by
 }
 
 Finding CheckDisk(const Facts &facts)
