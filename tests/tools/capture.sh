@@ -173,6 +173,7 @@ contains messages 'no permission for KYR VSC470MC at /dev/bus/usb/001/002. What 
 expect 0 sim doctor --live --report report.json
 contains output '10 of 10 frames came'
 contains report.json '"found": "KYR VSC470MC (4b59:470a)"'
+contains report.json ' camera closed"'
 expect 11 faulty mute --timeout 1s --json doctor --live
 contains output '"id":"frames","camera":"usb:1-1","result":"fail"'
 expect 0 "$(dirname "$vsccam")/vscsim" run --camera VSC083MC-Cool --camera VSC470MM:usb2 -- "$vsccam" doctor
@@ -197,9 +198,9 @@ contains messages 'is 1 MiB. To raise it: echo 256 | sudo tee /sys/module/usbcor
 expect 0 sim set gain=300 exposure=20ms red=auto -- get gain exposure
 [ "$(cat output)" = "$(printf '300\n20ms')" ]
 expect 0 sim set gain=300 -- get gain --json
-contains output '"name":"gain","available":true,"value":300,'
+contains output '"name":"gain","available":true,"value":300,"min":0,"max":600,"default":200,'
 expect 0 sim --json controls
-contains output '"name":"exposure","available":true,"value":0.01,"min":6.4e-05,"max":2000.0,"unit":"s"'
+contains output '"name":"exposure","available":true,"value":0.01,"min":6.4e-05,"max":2000.0,"default":0.01,"unit":"s"'
 expect 0 sim set exposure=40us -- get exposure
 contains output 40us
 expect 2 sim set gain=700 -- info

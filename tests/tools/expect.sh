@@ -1,7 +1,7 @@
 # Sourced by the scripts here: a folder of its own for each, cameras, and what they expect of programs.
 # shellcheck shell=sh
 folder=$(mktemp -d)
-trap 'rm -rf "$folder"' EXIT
+trap '[ $? = 0 ] || tail -n 20 output messages; rm -rf "$folder"' EXIT
 cd "$folder" || exit
 
 # expect CODE COMMAND...: the command ends with this code.

@@ -143,6 +143,18 @@ fail() {
     contains messages 'frames that waited are not written'
     sound "$file" ''
 
+    # The header tells the frames that are there, also when no more of them come.
+    # shellcheck disable=SC2016 # of the inner shell
+    "$vscsim" run --fault 'empty-frame@5x*' -- sh -c 'echo $$ >pid; exec "$@"' silent \
+        "$vsccam" --timeout 1min record $small -e 20ms -o silent.ser >output 2>messages &
+    run=$!
+    until [ "$(od -An -td4 -j38 -N4 silent.ser 2>/dev/null)" = '           5' ]; do
+        kill -0 "$run" || fail 'ended before it told 5 frames'
+        sleep 0.1
+    done
+    kill -s INT "$(cat pid)"
+    ended 130
+
     # Killed at any moment, it keeps all that was written, and the times of all but the last second.
     file=killed.ser
     for moment in 0 0.13 0.37 0.61; do
