@@ -163,7 +163,9 @@ class Shell:
 
 
 def masked(line):
-    """The line without what differs from run to run: numbers, and the room that they take."""
+    """The line without what differs from run to run: numbers, the room that they take, and why
+    frames were dropped, as a busy machine drops some."""
+    line = re.sub(r"(\d dropped) \([^)]*\)", r"\1", line)
     return re.sub(r" +", " ", re.sub(r"[-+]?\d+(\.\d+)?", "#", line)).strip()
 
 

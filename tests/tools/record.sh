@@ -36,7 +36,7 @@ small='--roi 640x480+64+32'
 
 # shellcheck disable=SC2086 # options
 {
-    expect 0 sim --json record $small --frames 20 -o moon.ser --observer Me
+    expect 0 sim --json record $small -e 50ms --frames 20 -o moon.ser --observer Me
     contains output '"file":"moon.ser","frames":20,'
     contains output '"dropped":0,'
     sound moon.ser 20
@@ -58,7 +58,7 @@ small='--roi 640x480+64+32'
     done
 
     # Frames that get lost, and too many of them; a camera that goes away, also for good.
-    expect 0 faulty short-frame@3x2 --json record $small --frames 10 -o lossy.ser
+    expect 0 faulty short-frame@3x2 --json record $small -e 50ms --frames 10 -o lossy.ser
     contains output '"dropped":2,"dropped_by":{"short":2,'
     expect 8 faulty short-frame@3x40 --json record $small --max-drops 5 -o lossy.ser --overwrite
     sound lossy.ser ''
@@ -91,10 +91,10 @@ small='--roi 640x480+64+32'
     expect 9 sim record $small -o folder/gone.ser
     contains messages 'folder/gone.ser was removed'
     # The camera has more to tell than a card of 1 MB/s takes: what the buffer has no room for is
-    # dropped and counted.
+    # dropped and counted, as are frames that a busy machine leaves with the library.
     expect 0 on_disk slow:1000000 --json record $small --buffer 3 --duration 2s -o slow.ser
     [ "$(number buffer_full)" -gt 0 ]
-    [ "$(number buffer_full)" = "$(number dropped)" ]
+    [ $(($(number buffer_full) + $(number ring_full))) = "$(number dropped)" ]
     sound slow.ser "$(number frames)"
 }
 
