@@ -52,6 +52,12 @@ struct Camera::State {
     {
     }
 
+    void StrikeByTime(Time now)
+    {
+        for (const FaultRule &hit : faults.ForTime(now))
+            board.Strike(hit);
+    }
+
     /// What a request gets before the firmware sees it.
     std::optional<Outcome> Preempted(const std::vector<FaultRule> &hits)
     {
@@ -123,6 +129,7 @@ ControlReply Camera::Control(const ControlRequest &request, Time now)
 {
     if (m_state->requestFile.is_open())
         m_state->requestFile << LineOf(request) << std::endl; // readers want each when it comes
+    m_state->StrikeByTime(now);
     const std::vector<FaultRule> hits = m_state->faults.ForRequest(request.request);
     if (const auto outcome = m_state->Preempted(hits))
         return {.outcome = *outcome};
@@ -145,6 +152,7 @@ ControlReply Camera::Control(const ControlRequest &request, Time now)
 
 BulkReply Camera::Bulk(uint8_t endpoint, std::span<uint8_t> room, size_t filled, Time now)
 {
+    m_state->StrikeByTime(now);
     const Board &board = m_state->board;
     BulkReply reply{.bytes = filled};
     if (endpoint != m_state->model.ImageEndpoint())
@@ -162,7 +170,18 @@ BulkReply Camera::Bulk(uint8_t endpoint, std::span<uint8_t> room, size_t filled,
 
 void Camera::Advance(Time now)
 {
+    m_state->StrikeByTime(now);
     m_state->stream.Advance(now);
+}
+
+Time Camera::NextFault() const
+{
+    return m_state->faults.NextByTime();
+}
+
+bool Camera::IsUnplugged() const
+{
+    return m_state->board.condition == Board::Condition::Unplugged;
 }
 
 void Camera::GiveUp(uint8_t endpoint, Time now)

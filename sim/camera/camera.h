@@ -173,8 +173,13 @@ class Camera {
     /// or on an error. When the host gives up, it takes the `bytes` written so far.
     BulkReply Bulk(uint8_t endpoint, std::span<uint8_t> room, size_t filled, Time now);
 
-    /// Lets the sensor go on to the present, as every transfer does, for the counts of its frames.
+    /// Lets the camera go on to the present, as every transfer does: for the counts of its frames,
+    /// and for faults that come by themselves.
     void Advance(Time now);
+    /// When the next of those comes.
+    Time NextFault() const;
+    /// Whether a fault of the plan took it from the bus.
+    bool IsUnplugged() const;
 
     /// Tells that the host gave up the transfer at the head of the queue (cancelled, timed out).
     /// A camera cannot see it; only an empty frame of the fault plan ends with it, so that one

@@ -1,6 +1,19 @@
 #include "camera/fault_injector.h"
 
+#include <algorithm>
+
 namespace vscsim {
+namespace {
+
+/// Since the beginning.
+Time MomentOf(const FaultRule &rule)
+{
+    constexpr uint64_t kLongestMs = 1'000'000'000;
+    return std::chrono::milliseconds(std::min(*rule.atMs, kLongestMs));
+}
+
+} // namespace
+
 std::vector<FaultInjector::Armed> &FaultInjector::CountedWith(const FaultRule &rule)
 {
     switch (TargetOf(rule.fault)) {
@@ -25,8 +38,14 @@ void FaultInjector::Plan(const FaultPlan &plan)
 {
     for (auto *rules : {&m_onRequests, &m_onFrames, &m_onResets})
         rules->clear();
-    for (const FaultRule &rule : plan)
-        CountedWith(rule).push_back({.rule = rule});
+    m_byTime.clear();
+    m_began.reset();
+    for (const FaultRule &rule : plan) {
+        if (rule.atMs)
+            m_byTime.push_back(rule);
+        else
+            CountedWith(rule).push_back({.rule = rule});
+    }
 }
 
 bool FaultInjector::Strikes(Armed &armed)
@@ -65,6 +84,28 @@ std::vector<FaultRule> FaultInjector::ForFrame()
 std::vector<FaultRule> FaultInjector::ForReset()
 {
     return Hits(m_onResets);
+}
+
+std::vector<FaultRule> FaultInjector::ForTime(Time now)
+{
+    if (!m_began)
+        m_began = now;
+    std::vector<FaultRule> hits;
+    std::erase_if(m_byTime, [&](const FaultRule &rule) {
+        const bool strikes = now - *m_began >= MomentOf(rule);
+        if (strikes)
+            hits.push_back(rule);
+        return strikes;
+    });
+    return hits;
+}
+
+Time FaultInjector::NextByTime() const
+{
+    Time next = kNever;
+    for (const FaultRule &rule : m_byTime)
+        next = std::min(next, m_began.value_or(Time(0)) + MomentOf(rule));
+    return next;
 }
 
 } // namespace vscsim

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "camera/fault_plan.h"
+#include "camera/camera.h"
 
 #include <random>
 
@@ -17,6 +17,10 @@ class FaultInjector {
     std::vector<FaultRule> ForRequest(uint8_t request);
     std::vector<FaultRule> ForFrame();
     std::vector<FaultRule> ForReset();
+    /// Those whose time has come. Time begins with the first call.
+    std::vector<FaultRule> ForTime(Time now);
+    /// When there will be more of them.
+    Time NextByTime() const;
 
   private:
     struct Armed {
@@ -30,6 +34,8 @@ class FaultInjector {
     std::vector<Armed> m_onRequests;
     std::vector<Armed> m_onFrames;
     std::vector<Armed> m_onResets;
+    std::vector<FaultRule> m_byTime; // that have not struck yet
+    std::optional<Time> m_began;
     std::mt19937_64 m_random;
 };
 

@@ -111,7 +111,24 @@ FaultRule Checked(FaultRule rule, std::optional<uint64_t> count)
     const FaultTarget target = TargetOf(rule.fault);
     if (rule.request && (target == FaultTarget::Frames || target == FaultTarget::Resets))
         throw BadPlan{"a fault of frames or resets takes no request"};
+    const bool counts = rule.request || rule.from != 0 || count || rule.probability < 1.0;
+    if (rule.atMs && (target != FaultTarget::Device || counts))
+        throw BadPlan{"a time is for faults of the device, without request, count or probability"};
     return rule;
+}
+
+/// "100", "5s" or "500ms" behind @.
+void ReadMoment(std::string_view text, FaultRule &rule)
+{
+    constexpr std::string_view kWhat = "number after @";
+    constexpr uint64_t kLongestS = 1'000'000;
+    if (text.ends_with("ms"))
+        rule.atMs = NumberIn<uint64_t>(text.substr(0, text.size() - 2), kWhat);
+    else if (text.ends_with('s'))
+        rule.atMs =
+            std::min(NumberIn<uint64_t>(text.substr(0, text.size() - 1), kWhat), kLongestS) * 1000;
+    else
+        rule.from = NumberIn<uint64_t>(text, kWhat);
 }
 
 /// One rule of the shorthand: a name, then parts that begin with a sign of their own.
@@ -132,7 +149,7 @@ FaultRule RuleInShorthand(std::string_view text)
         if (sign == ':')
             rule.request = RequestIn(value);
         else if (sign == '@')
-            rule.from = NumberIn<uint64_t>(value, "number after @");
+            ReadMoment(value, rule);
         else if (sign == 'x')
             count = value == "*" ? kForEver : NumberIn<uint64_t>(value, "number after x");
         else if (sign == '%')
@@ -173,6 +190,8 @@ FaultRule RuleInJson(const Json &object)
             rule.request = RequestIn(value);
         else if (key == "from")
             rule.from = NumberIn(value, "from");
+        else if (key == "at_ms")
+            rule.atMs = NumberIn(value, "at_ms");
         else if (key == "count")
             count = value == "*" ? kForEver : NumberIn(value, "count");
         else if (key == "probability" && value.is_number())

@@ -35,8 +35,9 @@ enum class Fault {
 
 /// Requests are counted from plugging in, only those with the rule's code where it has one. Frames
 /// are counted when they are sent, without those that were lost in the camera. Device faults strike
-/// when the frame is about to be sent; with a request code, when the request arrives. Counts go on
-/// in a camera that a rule has plugged in again. Resets are counted by themselves.
+/// when the frame is about to be sent; with a request code, when the request arrives; with a time,
+/// so long after the host first dealt with the camera. Counts and times go on in a camera that a
+/// rule has plugged in again. Resets are counted by themselves.
 struct FaultRule {
     Fault fault = Fault::EmptyFrame;
     std::optional<uint8_t> request = {}; // control faults: only this bRequest
@@ -44,6 +45,7 @@ struct FaultRule {
     uint64_t count = 1;                  // how many in a row; UINT64_MAX: for ever
     double probability = 1.0;            // of each of them, drawn from the camera's seed
     uint64_t amount = 0;                 // of the fault, see above
+    std::optional<uint64_t> atMs = {};   // device faults: when, instead of a number
 
     bool operator==(const FaultRule &) const = default;
 };
@@ -58,8 +60,8 @@ std::string_view NameOf(Fault fault); // "short-frame", as a plan spells it
 /// Reads a plan: JSON (an array of objects with the members of FaultRule, `fault` as text) or the
 /// shorthand "short-frame@5,empty-frame@10x4,refuse-request:b6@3,unplug@100,bad-head%0.01", in
 /// which @N is `from`, xN is `count` ("x*" for ever, which it is by default where there is a
-/// probability), %P is `probability`, :HEX is `request`, and =N is `amount`. A path to a file with
-/// JSON is read, too.
+/// probability), %P is `probability`, :HEX is `request`, and =N is `amount`. @Ns and @Nms are
+/// `atMs`, "at_ms" in JSON. A path to a file with JSON is read, too.
 /// @return nothing and a message in `error` when the text is no plan
 std::optional<FaultPlan> ParseFaultPlan(std::string_view text, std::string *error);
 

@@ -178,6 +178,7 @@ Faults, separated by commas: NAME[:REQUEST][@FIRST][xCOUNT][%PROBABILITY][=AMOUN
   bad-head%0.01         one frame in a hundred has a wrong mark
   replug@100=3000       before frame 100 it is unplugged, and plugged in again after 3 s (1 s)
   move@100=3000         the same, but into another port; unplug@100: it stays away
+  replug@5s=3000        5 s after a program first used it; so do move, unplug and mute
 )";
 
 void AddOptions(CLI::App &command, CameraArguments &arguments)

@@ -227,7 +227,10 @@ Time UrbDevice::Advance(Time now)
     if (m_gone)
         return kNever;
     m_camera.Advance(now);
-    return ServeHead(m_queues[ImageEndpoint()], now);
+    const Time next = ServeHead(m_queues[ImageEndpoint()], now);
+    if (!m_gone && m_camera.IsUnplugged()) // by itself
+        Unplug();
+    return m_gone ? kNever : std::min(next, m_camera.NextFault());
 }
 
 Time UrbDevice::ServeHead(Queue &queue, Time now)

@@ -40,6 +40,10 @@ TEST(FaultPlan, ReadsShorthandAndJsonAlike)
              {"fault": "mute", "from": 7}])",
          {{.fault = Fault::BadHead, .count = kForEver, .probability = 0.25},
           {.fault = Fault::Mute, .from = 7}}},
+        {"replug@5s=9,mute@250ms",
+         R"([{"fault": "replug", "at_ms": 5000, "amount": 9}, {"fault": "mute", "at_ms": 250}])",
+         {{.fault = Fault::Replug, .amount = 9, .atMs = 5000},
+          {.fault = Fault::Mute, .atMs = 250}}},
     };
     const std::string file = vsccam::TemporaryFile("vscsim_plan.json");
     for (const auto &c : cases) {
@@ -64,6 +68,8 @@ TEST(FaultPlan, SaysWhatIsWrongAndWhere)
         {"mute,bad-head@1y", "fault 2: number after @ is no number: \"1y\""},
         {"bad-headx0", "fault 1: count must be at least 1"},
         {"bad-head%2", "fault 1: probability must lie between 0 and 1"},
+        {"bad-head@5s", "fault 1: a time is for faults of the device, without request, count or"},
+        {"replug@5sx2", "fault 1: a time is for faults of the device, without request, count or"},
         {"lost-at-reset:b6", "fault 1: a fault of frames or resets takes no request"},
         {"refuse-request:100", "fault 1: request (hexadecimal, 00 to ff) is no number: \"100\""},
         {"bad\xFFhead\n", "fault 1: unknown fault \"bad?head?\""},

@@ -307,6 +307,23 @@ TEST(UsbIp, AnUnpluggedCameraEndsTheConnectionAndComesBack)
     }
 }
 
+TEST(UsbIp, ACameraIsUnpluggedAtItsTimeAlsoWhenNobodyAsksForFrames)
+{
+    const UsbIpCameras cameras = Cameras("replug@2s=5000,unplug@20s");
+    const struct {
+        Time attached;
+        Time leaves;
+    } cases[] = {{1s, 3s}, {9s, 21s}};
+    for (const auto &c : cases) {
+        Client client(cameras);
+        EXPECT_EQ(client.Say(Attach("1-1"), c.attached).size(), 320U);
+        EXPECT_EQ(client.session.Advance(c.attached), c.leaves);
+        EXPECT_FALSE(client.session.Over());
+        (void)client.Fetch(c.leaves);
+        EXPECT_TRUE(client.session.Over());
+    }
+}
+
 TEST(UsbIp, WhatIsThrownAwayIsCounted)
 {
     const UsbIpCameras cameras = Cameras();
