@@ -184,6 +184,7 @@ contains output 'cannot write in no/such: No such file'
 
 # A camera that is lost, or delivers nothing, the latter also for want of memory.
 expect 6 faulty unplug capture -e 10ms -o never.fit
+expect 6 faulty unplug:b3 get temperature
 for faults in short-frame@0 stall-frame@0 'empty-frame@0x4' time-out-request:b6@9; do
     expect 0 faulty "$faults" capture -e 10ms --no-png --overwrite -o late.fit
 done

@@ -6,10 +6,8 @@
 
 namespace vsctool {
 
-/// A control of the open camera as commands show it, under its name and in its unit.
-nlohmann::ordered_json AsJson(const NamedControl &control, const Camera &camera);
-/// A line for each of them that was asked for, below the names of the columns; and the same as an
-/// array.
+/// Shows the controls of the open camera under their names and in their units, a line for each, and
+/// with `withMissing` for each that it lacks. @return the same as an array
 nlohmann::ordered_json ShowTable(const Camera &camera, bool withMissing, Console &console);
 
 } // namespace vsctool

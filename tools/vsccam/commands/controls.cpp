@@ -85,11 +85,6 @@ ordered_json AsJson(const NamedControl &control, const ControlState &state,
 
 } // namespace
 
-ordered_json AsJson(const NamedControl &control, const Camera &camera)
-{
-    return AsJson(control, StateOf(control), camera.DefaultOf(control));
-}
-
 ordered_json ShowTable(const Camera &camera, bool withMissing, Console &console)
 {
     console.Say(fmt::format("{:<18} {:>9}  {:>9}    {:<9} {:>9}", "control", "value", "from", "to",
@@ -123,11 +118,12 @@ void Get(const std::vector<std::string> &names, Context &context)
     const Camera camera(context.camera);
     for (const NamedControl *control : controls) {
         const ControlState state = StateOf(*control);
+        camera.CheckPresence(); // without it, what was known last would be shown as the value
         if (!state.available)
             throw Failure(Exit::kNotSupported,
                           fmt::format("{} has no {}", camera.Entry().model, control->word));
         context.console.Say(FormatValue(*control, state.value));
-        context.console.Emit(AsJson(*control, camera));
+        context.console.Emit(AsJson(*control, state, camera.DefaultOf(*control)));
     }
 }
 
