@@ -1,12 +1,16 @@
 #!/usr/bin/env bash
-# take-pictures.sh PROGRAMS: takes the pictures of the documents with simulated cameras. They are made
-# small, and of 128 colours: what is to be seen needs no more.
+# take-pictures.sh PROGRAMS [--check]: takes the pictures of the documents with simulated cameras. They
+# are made small, and of 128 colours: what is to be seen needs no more. With --check, those that are
+# there stay, and must show the same but for a little noise: where they were taken at another moment,
+# the air was another.
 set -euo pipefail
 PATH=$1:$PATH
+check=${2:-}
 docs=$(dirname "$(realpath "${BASH_SOURCE[0]}")")
 folder=$(mktemp -d)
 trap 'rm -r "$folder"' EXIT
 cd "$folder"
+mkdir made
 
 # taken CAMERA SCENE ARGUMENT...: a picture of the simulated sky, without waiting for it.
 taken() {
@@ -15,7 +19,7 @@ taken() {
 }
 
 # small NAME ARGUMENT...: what ImageMagick makes of them becomes the picture of that name.
-small() { /usr/bin/convert "${@:2}" -strip -dither None -colors 128 "PNG8:$docs/$1.png"; }
+small() { /usr/bin/convert "${@:2}" -strip -dither None -colors 128 "PNG8:made/$1.png"; }
 
 # beside NAME LEFT RIGHT ARGUMENT...: the middles of two pictures beside each other.
 beside() {
@@ -40,3 +44,16 @@ vscsim run --camera "$warm:capped" --seed 1 --speed max -- \
     vsccam -q dark make -e 8s --gain 200 -n 3 -o dark.bmp
 taken "$warm" sky -e 8s --format raw8 --dark dark.bmp -o clean.tif --no-png
 beside dark raw.tif clean.tif -level '0%,12%'
+
+if [[ $check != --check ]]; then
+    mv made/*.png "$docs"
+    exit
+fi
+for picture in made/*.png; do
+    # A star field that is moved by a few pixels has less than 0.6, the Moon 0.93.
+    likeness=$(/usr/bin/compare -metric NCC "$picture" "$docs/${picture##*/}" null: 2>&1) || : # differ
+    awk -v likeness="$likeness" 'BEGIN { exit !(likeness > 0.98) }' || {
+        echo "${picture##*/} is out of date ($likeness); './dev docs' takes it anew"
+        exit 1
+    }
+done
