@@ -119,13 +119,17 @@ void FrameStream::FollowBoard(Time realNow)
     const Mode mode = BoardMode();
     if (mode != m_mode) {
         // The picture begins anew: what was exposing, read out or held is gone.
+        const bool stops = m_mode == Mode::Stopped || mode == Mode::Stopped;
         if (m_mode == Mode::Stopped)
             m_number = 0;
         m_mode = mode;
         m_frozenExposure = Time::zero();
         m_gate.reset();
         m_next.reset();
-        Flush(FrameEnd::Ended);
+        if (!stops && m_sending && m_sending->sent > 0)
+            GoOnUnseen();
+        else
+            Flush(FrameEnd::Ended);
     }
     if (m_mode == Mode::Free && !m_next && !HostPaced())
         m_next = ExposeFree(now);
@@ -151,8 +155,24 @@ void FrameStream::End(const Frame &frame, FrameEnd end)
         m_onFrameEnd(frame.exposure.frame, end);
 }
 
+void FrameStream::GoOnUnseen()
+{
+    if (m_sending->ending == FrameEnd::Joined)
+        End(m_sending->frame, FrameEnd::Joined);
+    else
+        m_unseen = m_sending->frame;
+    m_sending.reset();
+}
+
+void FrameStream::EndUnseen(FrameEnd end)
+{
+    if (m_unseen)
+        End(*std::exchange(m_unseen, std::nullopt), end);
+}
+
 void FrameStream::Flush(FrameEnd end)
 {
+    EndUnseen(end == FrameEnd::Ended ? FrameEnd::Ended : FrameEnd::Spoiled);
     if (!m_sending)
         return;
     const size_t picture = m_sending->frame.settings.Bytes(); // a fault may add something
@@ -302,6 +322,8 @@ BulkReply FrameStream::Serve(std::span<uint8_t> room, size_t filled, Time now)
         m_sentInTransfer = false;
     while (!Decide(reply, room, SensorTime(now))) {
     }
+    if (reply.complete)
+        EndUnseen(FrameEnd::Spoiled);
     if (m_frozenAt)
         reply.readyAt = kNever; // a request of the host sets the clock going
     else if (reply.readyAt != kNever)
@@ -381,6 +403,10 @@ bool FrameStream::SendPackets(BulkReply &reply, std::span<uint8_t> room, Time no
     if (sending.sent == sending.length) {
         const bool endsTransfer = sending.length % m_packetSize != 0;
         ++m_counts.sent;
+        if (!endsTransfer && sending.length < sending.frame.settings.Bytes()) {
+            GoOnUnseen();
+            return false;
+        }
         Flush();
         return endsTransfer && Complete(reply, Outcome::Ok);
     }

@@ -89,6 +89,8 @@ class FrameStream {
     bool SendPackets(BulkReply &reply, std::span<uint8_t> room, Time now);
     size_t TakePackets(Sending &sending, std::span<uint8_t> room, Time now);
     void End(const Frame &frame, FrameEnd end);
+    void GoOnUnseen();
+    void EndUnseen(FrameEnd end);
 
     Board &m_board;
     SceneSource &m_scene;
@@ -100,6 +102,8 @@ class FrameStream {
     std::function<void(uint32_t, FrameEnd)> m_onFrameEnd;
 
     Mode m_mode = Mode::Stopped;
+    // A frame of which nothing more comes; for the host it goes on until its transfer ends.
+    std::optional<Frame> m_unseen;
     std::optional<Time> m_frozenAt;             // the clock stands still since
     Time m_frozenTime{};                        // all time that it stood still before
     Time m_frozenExposure{};                    // of that, what belongs to the next exposure
