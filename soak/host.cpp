@@ -209,11 +209,13 @@ void Host::SwitchSpeed(bool high)
 void Host::Expose(int exposureMs, int abortAfterMs)
 {
     const bool video = m_video;
+    m_exposing = true;
     Stop();
+    while (m_readersBusy > 0) // its frame belongs to the operator
+        SleepFor(5ms);
     const size_t before = SentSoFar();
     const off_t printed = PrintedBytes();
     setValue(CONTROL_EXPOSURE, exposureMs * 1000, false);
-    m_exposing = true;
     const auto began = Clock::now();
     Within("startExposure", kCallMs + kernelMs, startExposure);
     while (getExpStatus() == VSC_EXP_WORKING && ElapsedMs(began) < abortAfterMs) {
@@ -239,13 +241,20 @@ void Host::Expose(int exposureMs, int abortAfterMs)
 
 void Host::Read(Reader &reader)
 {
+    ++m_readersBusy;
+    const bool read = !m_exposing && ReadVideo(reader);
+    --m_readersBusy;
+    if (!read)
+        SleepFor(5ms);
+}
+
+bool Host::ReadVideo(Reader &reader)
+{
     size_t from = 0;
     {
         const SectionLock lock(m_section);
         from = std::max(reader.next, m_runBegan);
     }
-    if (m_exposing)
-        return SleepFor(5ms); // its frame belongs to the operator
     const auto began = Clock::now();
     reader.buffer.resize(PresentImage().Bytes());
     const int64_t boundMs = reader.waitMs < 0 ? INT32_MAX : reader.waitMs + 100;
@@ -253,10 +262,11 @@ void Host::Read(Reader &reader)
         return getImageData(reader.buffer.data(), static_cast<int>(reader.buffer.size()),
                             reader.waitMs);
     });
-    if (!read)
-        return SleepFor(5ms);
-    ++counts.delivered;
-    Check(reader, began, from, &reader.next);
+    if (read) {
+        ++counts.delivered;
+        Check(reader, began, from, &reader.next);
+    }
+    return read;
 }
 
 void Host::Check(const Reader &reader, Clock::time_point began, size_t from, size_t *next)

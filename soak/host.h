@@ -93,6 +93,7 @@ class Host {
         vsccam::Clock::time_point until = vsccam::kNever; // no reading that began later shows it
     };
 
+    bool ReadVideo(Reader &reader);
     void Change(const std::function<bool()> &change);
     Image PresentImage() const;
     void Check(const Reader &reader, vsccam::Clock::time_point began, size_t from, size_t *next);
@@ -111,6 +112,7 @@ class Host {
     size_t m_runBegan = 0; // of the frames, the first of the present format and run
     std::string m_fault;
     std::atomic<bool> m_changing{false}, m_ended{false}, m_exposing{false};
+    std::atomic<int> m_readersBusy{0};
     std::atomic<bool> m_open{false}, m_video{false}; // as far as the host knows
     int64_t m_dropsOfExposures = 0;
 };
