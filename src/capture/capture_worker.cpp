@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <new>
+#include <utility>
 
 namespace vsccam {
 
@@ -111,28 +112,38 @@ CaptureWorker::Turn CaptureWorker::CaptureOneFrame()
 
 CaptureWorker::Turn CaptureWorker::HandleRead(const BulkStream::Pass &pass)
 {
-    m_capture.CountDrop(DropReason::Short, pass.alsoLost);
-    if (pass.deviceGone)
-        return RecoverDevice();
-    if (!m_capture.GoOn()) {
-        if (pass.received > 0 && pass.error == 0 && !m_single) // else the read was cut short
-            m_capture.CountDrop(pass.Brought(m_frame.bytes) ? DropReason::NotTaken
-                                                            : DropReason::Short);
-        return Turn::Leave;
+    const bool whole = pass.Brought(m_frame.bytes);
+    m_seen.Add(pass.frames);
+    if (whole) // and so those before it have ended
+        m_capture.CountDrop(DropReason::Short, std::exchange(m_seen.count, 1) - 1);
+    if (pass.deviceGone || !m_capture.GoOn()) {
+        DropEnded(whole ? DropReason::NotTaken : DropReason::Short);
+        return pass.deviceGone ? RecoverDevice() : Turn::Leave;
     }
     if (m_camera.HalfProgrammed()) {
-        if (pass.received > 0)
-            m_capture.CountDrop(DropReason::HalfSet);
+        DropEnded(DropReason::HalfSet);
         return Turn::GoOn;
     }
     if (Superseded())
         return ExposeAnew();
     if (pass.received > 0)
         m_troubles.emptyReads = 0;
-    if (!pass.Brought(m_frame.bytes))
+    if (!whole)
         return HandleIncompleteFrame(pass);
     m_troubles.refusedReads = 0;
     return HandleWholeFrame();
+}
+
+void CaptureWorker::DropSeen(DropReason reason)
+{
+    m_capture.CountDrop(reason, std::exchange(m_seen, {}).count);
+}
+
+void CaptureWorker::DropEnded(DropReason reason)
+{
+    const int ended = m_seen.Ended();
+    m_capture.CountDrop(reason, ended);
+    m_seen.count -= ended;
 }
 
 bool CaptureWorker::Superseded() const
@@ -159,6 +170,7 @@ bool CaptureWorker::IsOfNoUse() const
 CaptureWorker::Turn CaptureWorker::HandleIncompleteFrame(const BulkStream::Pass &pass)
 {
     ++m_troubles.drops;
+    DropEnded(DropReason::Short);
     PrintIncompleteFrame(pass);
     if (!pass.submitted)
         return HandleRefusedRead(pass);
@@ -210,7 +222,7 @@ BulkStream::Pass CaptureWorker::ReadExposedFrame(const LongExposurePlan &plan)
         OutputDbgPrint("Xfer2#\n");
         const BulkStream::Pass first = pass;
         pass = m_usb.ReadFrameOnce(Buffer(), timeouts, m_capture.GoOn());
-        pass.CountLost(first);
+        pass.Repeats(first);
     }
     if (pass.error != 0)
         OutputDbgPrint("transfer error:%d\n", pass.error);
@@ -227,7 +239,8 @@ CaptureWorker::Turn CaptureWorker::HandleRefusedRead(const BulkStream::Pass &pas
         if (pass.error == LIBUSB_ERROR_BUSY)
             return RecoverDevice(); // closing the device frees them
     }
-    HandleDrop(DropReason::Lost);
+    m_capture.CountDrop(DropReason::Lost);
+    HandleDrop(DropReason::Short);
     return Turn::GoOn;
 }
 
@@ -246,6 +259,20 @@ bool CaptureWorker::ResetTooOften()
     return m_single && ++m_troubles.resets >= kResetsToFail;
 }
 
+bool CaptureWorker::ResetCamera()
+{
+    const bool reset = m_usb.ResetDevice();
+    if (reset)
+        DropSeen(DropReason::Short);
+    return reset;
+}
+
+void CaptureWorker::ClearHalt()
+{
+    DropSeen(DropReason::Short);
+    (void)m_usb.ResetEndPoint(m_controller.endpoint);
+}
+
 uint8_t *CaptureWorker::Buffer() const
 {
     return m_capture.Frames().Filling();
@@ -260,6 +287,7 @@ bool CaptureWorker::InsertFrame(bool lookedAt)
 {
     const bool inserted =
         m_capture.Frames().InsertBuff(m_frame.bytes, lookedAt ? m_present.exposedBy : std::nullopt);
+    m_seen = {};
     if (!inserted && !m_single)
         m_capture.CountDrop(DropReason::RingFull);
     return inserted;
@@ -285,7 +313,7 @@ CaptureWorker::Turn CaptureWorker::HandleGoodFrame()
 
 void CaptureWorker::HandleDrop(DropReason reason)
 {
-    m_capture.CountDrop(reason);
+    DropSeen(reason);
     OutputDbgPrint("drop frames:%d\n", m_capture.Dropped());
     if (!InAutoBandwidthPeriod())
         HandleFixedBandwidthDrop();
@@ -340,6 +368,7 @@ bool CaptureWorker::BringBackDevice()
 {
     (void)m_capture.Change(CaptureChange::WorkerLosesDevice);
     m_capture.Frames().SetProducing(false); // nobody waits for a camera that is gone
+    m_seen = {};                            // the rest of it went with the camera
     m_usb.releaseAsyncXfer();
     const auto lostAt = Clock::now();
     bool back = Reopen() && Resume();
@@ -392,13 +421,14 @@ CaptureWorker::Turn CaptureWorker::ProgramAgain()
     if (m_failedRestores < kRestoresToReset)
         return Turn::GoOn;
     m_failedRestores = 0;
-    return m_usb.ResetDevice() ? Turn::GoOn : RecoverDevice();
+    return ResetCamera() ? Turn::GoOn : RecoverDevice();
 }
 
 void CaptureWorker::StopStream()
 {
     m_sensor.StopSensorStreaming();
     Command(request::kStopDataPath);
+    m_seen = {}; // the camera has ended it
 }
 
 void CaptureWorker::CountFramesLostSince(Clock::time_point start)

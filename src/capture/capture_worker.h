@@ -56,11 +56,15 @@ class CaptureWorker {
     /// it as dropped in video mode when it is refused.
     bool InsertFrame(bool lookedAt);
     void HandleDrop(DropReason reason);
+    /// Counts the frames that were seen as dropped.
+    void DropSeen(DropReason reason);
     /// Lets the endpoint work again after a read that brought nothing, and does not spin.
     /// @return whether there were so many in a row that a reset is due
     bool TooManyEmptyReads(const BulkStream::Pass &pass);
     /// Whether resetting the camera once more would only keep a single exposure waiting.
     bool ResetTooOften();
+    /// Resets the device, and with it drops the frame that is under way.
+    bool ResetCamera();
     /// What to do about a device that is gone.
     Turn RecoverDevice();
     Turn Fail();
@@ -69,8 +73,9 @@ class CaptureWorker {
     /// Sends a command that sets the camera up. That it got lost is noted by the camera, which is
     /// programmed again then.
     void Command(uint8_t command) { (void)m_usb.SendCMD(command); }
-    /// Ends a stall of the endpoint. The next read shows whether it did.
-    void ClearHalt() { (void)m_usb.ResetEndPoint(m_controller.endpoint); }
+    /// Ends a stall of the endpoint, and drops the rest of the frame that is under way. The next
+    /// read shows whether it did.
+    void ClearHalt();
     /// Sleeps, unless the capture is to end.
     void Pause(std::chrono::milliseconds time) { (void)m_capture.SleepFor(time); }
 
@@ -92,6 +97,10 @@ class CaptureWorker {
         long waitMs = 0; // for the debug output
     };
     Present m_present; // frame
+
+    // Frames of which bytes came and that are not accounted for yet: neither handed on, nor counted
+    // as dropped. The camera itself may end the last one, which is nobody's loss then.
+    BulkStream::Frames m_seen;
 
     struct Troubles {
         int drops = 0;        // bad frames in a row or since the last measure against them
@@ -115,6 +124,7 @@ class CaptureWorker {
     bool IsOfNoUse() const;
     BulkStream::Timeouts InTime(BulkStream::Timeouts timeouts) const;
     Turn HandleRead(const BulkStream::Pass &pass);
+    void DropEnded(DropReason reason);
     Turn HandleIncompleteFrame(const BulkStream::Pass &pass);
     Turn HandleRefusedRead(const BulkStream::Pass &pass);
     bool InAutoBandwidthPeriod();

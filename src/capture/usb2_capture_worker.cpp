@@ -86,11 +86,8 @@ void Usb2CaptureWorker::PrintIncompleteFrame(const BulkStream::Pass &pass) const
 Usb2CaptureWorker::Turn Usb2CaptureWorker::HandleMissingBytes(const BulkStream::Pass &pass)
 {
     m_midFrame = true;
-    if (m_troubles.drops > kDropsToReset) {
-        if (pass.received > 0)
-            m_capture.CountDrop(DropReason::Short);
+    if (m_troubles.drops > kDropsToReset)
         return ResetStream("DropCount more than 50, reset!\n");
-    }
     if (pass.received > 0) {
         HandleDrop(DropReason::Short);
         return Turn::GoOn;
@@ -110,7 +107,7 @@ Usb2CaptureWorker::Turn Usb2CaptureWorker::ResetStream(const char *complaint)
     OutputDbgPrint("%s", complaint);
     const bool silent = m_troubles.emptyReads > 0;
     m_troubles.drops = m_troubles.emptyReads = 0;
-    if (!m_usb.ResetDevice())
+    if (!ResetCamera())
         return RecoverDevice();
     Command(request::kStartSensorClock);
     Command(request::kStartDataPath);
@@ -141,7 +138,7 @@ Usb2CaptureWorker::Turn Usb2CaptureWorker::HandleLostPackets(int others)
 {
     ++m_troubles.drops;
     m_midFrame = true;
-    m_capture.CountDrop(DropReason::Short, others);
+    m_seen.count += others;
     HandleDrop(DropReason::Short);
     return Turn::GoOn;
 }
@@ -180,9 +177,9 @@ Usb2CaptureWorker::Turn Usb2CaptureWorker::ResetAfterBadHeads()
     OutputDbgPrint("bad frame than 20, reset!\n");
     m_badHeads = 0;
     m_midFrame = true;
-    m_capture.CountDrop(DropReason::Marks);
+    DropSeen(DropReason::Marks);
     m_usb2Sensor.SlowDown();
-    if (!m_usb.ResetDevice())
+    if (!ResetCamera())
         return RecoverDevice();
     Command(request::kStartDataPath);
     return Turn::GoOn;

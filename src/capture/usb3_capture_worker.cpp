@@ -83,7 +83,7 @@ Usb3CaptureWorker::Turn Usb3CaptureWorker::HandleUnusableFrame(DropReason reason
 
 Usb3CaptureWorker::Turn Usb3CaptureWorker::ResetStream()
 {
-    if (!m_usb.ResetDevice())
+    if (!ResetCamera())
         return RecoverDevice();
     m_troubles.emptyReads = m_troubles.drops = 0;
     Pause(100ms);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <atomic>
 #include <new>
+#include <utility>
 
 namespace vsccam {
 
@@ -59,12 +60,30 @@ struct BulkStream::Transfer {
 
     std::unique_ptr<libusb_transfer, Free> usb{libusb_alloc_transfer(0)};
     int offset = 0;
-    bool submitted = false; // handed to libusb, seen only by the worker
+    bool submitted = false; // handed to libusb, known only to the worker
+    bool lookedAt = false;  // its bytes, after it completed
     int completed = 0;      // libusb's flag, set on the event-handling thread
 
     bool Completed() { return std::atomic_ref(completed).load(std::memory_order_acquire) != 0; }
     bool InFlight() { return submitted && !Completed(); }
 };
+
+void BulkStream::Frames::Add(const Frames &next)
+{
+    if (next.count == 0)
+        return;
+    const bool goesOn = count > 0 && underWay && !next.whole;
+    whole = count > 0 ? whole : next.whole;
+    count += next.count - (goesOn ? 1 : 0);
+    underWay = next.underWay;
+}
+
+void BulkStream::Pass::Repeats(const Pass &failed)
+{
+    Frames all = failed.frames;
+    all.Add(frames);
+    frames = all;
+}
 
 BulkStream::BulkStream() = default;
 
@@ -118,8 +137,10 @@ BulkStream::Pass BulkStream::Begin(uint8_t *buffer, const RunFlag &running)
         pass.error = LIBUSB_ERROR_BUSY;
         return pass;
     }
+    pass.frames = NewFrames(m_underWay); // in transfers that have come back only now
+    pass.frames.whole = true;
     for (auto &transfer : m_transfers) {
-        transfer->submitted = false;
+        transfer->submitted = transfer->lookedAt = false;
         transfer->usb->buffer = buffer + transfer->offset;
     }
     m_nextToSubmit = 0;
@@ -142,22 +163,21 @@ void BulkStream::Finish(Pass &pass, Timeouts timeouts, const RunFlag &running, C
     }
     (void)Reap(); // what stays away is reaped by the next pass, or freed when the device is closed
     Collect(pass, count);
+    Frames frames = NewFrames(false);
+    if (pass.Brought(m_frameBytes))
+        frames = {.count = 1, .whole = true};
+    pass.frames.Add(frames);
+    m_underWay = frames.underWay;
 }
 
 void BulkStream::Collect(Pass &pass, Count count) const
 {
-    int frames = 0; // that began to come: a short transfer ends one before its time
-    bool begins = true;
     for (const auto &transfer : m_transfers) {
         if (!transfer->submitted)
             continue;
         const auto status =
             transfer->Completed() ? transfer->usb->status : LIBUSB_TRANSFER_CANCELLED;
         const bool whole = status == LIBUSB_TRANSFER_COMPLETED;
-        if (transfer->Completed() && transfer->usb->actual_length > 0) {
-            frames += begins ? 1 : 0;
-            begins = whole && transfer->usb->actual_length < transfer->usb->length;
-        }
         if (whole || (count == Count::AllThatCame && transfer->Completed()))
             pass.received += transfer->usb->actual_length;
         if (!whole && pass.error == 0)
@@ -165,8 +185,27 @@ void BulkStream::Collect(Pass &pass, Count count) const
         pass.ioError = pass.ioError || status == LIBUSB_TRANSFER_ERROR;
         pass.deviceGone = pass.deviceGone || status == LIBUSB_TRANSFER_NO_DEVICE;
     }
-    if (pass.received > 0)
-        pass.alsoLost = frames - 1;
+}
+
+/// The frames in the transfers that have come back since the last look. A short transfer ends one
+/// before its time.
+/// @param underWay  a frame goes on there that is not new
+BulkStream::Frames BulkStream::NewFrames(bool underWay)
+{
+    Frames frames{.underWay = underWay};
+    for (const auto &transfer : m_transfers) {
+        if (!transfer->submitted || !transfer->Completed() ||
+            std::exchange(transfer->lookedAt, true))
+            continue;
+        const libusb_transfer &usb = *transfer->usb;
+        if (usb.actual_length > 0) {
+            frames.count += frames.underWay ? 0 : 1;
+            frames.underWay = true;
+        }
+        if (usb.status == LIBUSB_TRANSFER_COMPLETED && usb.actual_length < usb.length)
+            frames.underWay = false;
+    }
+    return frames;
 }
 
 void BulkStream::Release()

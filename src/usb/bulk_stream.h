@@ -20,10 +20,21 @@ namespace vsccam {
 /// completes is kept until the device is closed.
 class BulkStream {
   public:
+    /// Frames of which bytes came, whether these are of use or not.
+    struct Frames {
+        int count = 0;
+        bool whole = false;    // the first is all there: it is no rest of a frame of before
+        bool underWay = false; // the last had not ended
+
+        int Ended() const { return count - (underWay ? 1 : 0); }
+        /// Adds what came next. A frame that was under way goes on there.
+        void Add(const Frames &next);
+    };
+
     /// How one pass over the transfers went.
     struct Pass {
         int received = 0;        // bytes of the frame, in order
-        int alsoLost = 0;        // further frames of which a part came
+        Frames frames = {};      // the one that was asked for among them
         int error = 0;           // libusb code of the first failure, LIBUSB_ERROR_TIMEOUT included
         bool ioError = false;    // some transfer ended with LIBUSB_TRANSFER_ERROR
         bool deviceGone = false; // some transfer or submission said so
@@ -36,8 +47,8 @@ class BulkStream {
             return received == bytes && (error == 0 || error == LIBUSB_ERROR_TIMEOUT);
         }
 
-        /// This pass repeats one that failed, and so the part of a frame that came then is lost.
-        void CountLost(const Pass &failed) { alsoLost += failed.alsoLost + (failed.received > 0); }
+        /// This pass repeats one that failed.
+        void Repeats(const Pass &failed);
     };
 
     struct Timeouts {
@@ -90,6 +101,7 @@ class BulkStream {
                   uint8_t endpoint);
     void SubmitRest(Pass &pass);
     void Collect(Pass &pass, Count count) const;
+    Frames NewFrames(bool underWay);
     static bool WaitFor(Transfer &transfer, Clock::time_point deadline,
                         std::chrono::milliseconds eventTimeout, const RunFlag &running);
     bool Reap();
@@ -98,6 +110,7 @@ class BulkStream {
     TransferRow m_transfers;
     size_t m_nextToSubmit = 0;
     int m_frameBytes = 0;
+    bool m_underWay = false; // a frame, at the end of the last pass
     bool m_memoryHelpPrinted = false;
 };
 

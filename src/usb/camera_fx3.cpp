@@ -447,7 +447,7 @@ BulkStream::Pass CCameraFX3::startAsyncXfer(uint8_t *buffer, BulkStream::Timeout
         return first;
     OutputDbgPrint("repeat 2#\n");
     BulkStream::Pass second = ReadPass(buffer, timeouts, running, kCount);
-    second.CountLost(first);
+    second.Repeats(first);
     return second;
 }
 

@@ -187,25 +187,55 @@ TEST_F(CaptureTest, TellsInTheEndOfFramesThatNobodyTook)
     EXPECT_EQ(getDroppedFrames(), 0);
 }
 
+TEST_F(CaptureTest, CountsOfALastReadTheFramesThatHadEnded)
+{
+    const FaultRule tooShort{.fault = Fault::ShortFrame, .from = 3, .amount = 100'001};
+    const FaultRule endsUnseen{.fault = Fault::ShortFrame, .from = 2, .amount = 128};
+    const struct {
+        vscsim::FaultPlan faults;
+        std::chrono::milliseconds stop; // frame n comes half a second times n + 1 after the start
+        const char *told;
+    } cases[] = {
+        {{}, 2010ms, "dropped short:0 "},
+        {{tooShort}, 2300ms, "dropped short:1 "},
+        {{tooShort, {.fault = Fault::Unplug, .from = 4}}, 3000ms, "dropped short:1 "},
+        // The read that is repeated brings the next frame whole.
+        {{endsUnseen, {.fault = Fault::IoErrorFrame, .from = 3}}, 2300ms, "dropped short:1 "},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(&c - cases);
+        const int device = OpenOne("VSC470MM", {.faults = c.faults}); // frames of three transfers
+        setValue(CONTROL_EXPOSURE, 500'000, false);
+        startCapture();
+        SleepFor(c.stop);
+        const std::string told = Printed(stopCapture);
+        EXPECT_NE(told.find(c.told), std::string::npos) << told;
+        Remove(device);
+    }
+}
+
 TEST_F(CaptureTest, ResetsTheDeviceAtTheFourthEmptyReadInARow)
 {
     const struct {
         vscsim::FaultPlan silence;
         int resets;
-    } cases[] = {{{{.fault = Fault::EmptyFrame, .from = 1, .count = 3}}, 0},
-                 {{{.fault = Fault::EmptyFrame, .from = 1, .count = 4}}, 1},
-                 {{{.fault = Fault::EmptyFrame, .from = 1, .count = 3},
-                   {.fault = Fault::EmptyFrame, .from = 6, .count = 3}},
-                  0},
-                 // What came of a transfer that fails is no part of a frame.
-                 {{{.fault = Fault::ShortFrame, .from = 1, .amount = 1024},
-                   {.fault = Fault::StallFrame, .from = 2}},
-                  0}};
+        int dropped = 0; // where nothing came, nothing was dropped
+    } cases[] = {
+        {{{.fault = Fault::EmptyFrame, .from = 1, .count = 3}}, 0},
+        {{{.fault = Fault::EmptyFrame, .from = 1, .count = 4}}, 1},
+        {{{.fault = Fault::EmptyFrame, .from = 1, .count = 3},
+          {.fault = Fault::EmptyFrame, .from = 6, .count = 3}},
+         0},
+        // What came of a transfer that fails is no part of a frame, but of one that is lost.
+        {{{.fault = Fault::ShortFrame, .from = 1, .amount = 1024},
+          {.fault = Fault::StallFrame, .from = 2}},
+         0,
+         1}};
     for (const auto &c : cases) {
         const int device = OpenSmall({.faults = c.silence});
         startCapture();
         ExpectWholeFrames(6);
-        EXPECT_EQ(getDroppedFrames(), 0); // nothing came, so nothing was dropped
+        EXPECT_EQ(getDroppedFrames(), c.dropped);
         stopCapture();
         EXPECT_EQ(std::ranges::count(Bus().TakeTraffic(device), "reset"), c.resets);
         Remove(device);
