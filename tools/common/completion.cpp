@@ -27,7 +27,8 @@ const CLI::Option *FindOption(const CLI::App &command, const std::string &name)
 
 void Follow(Place &place, const CLI::App &program, const std::string &word)
 {
-    if (place.afterEquals = word == "="; place.afterEquals)
+    place.afterEquals = word == "=";
+    if (place.afterEquals)
         return;
     if (place.awaiting) {
         place.awaiting = nullptr;

@@ -33,7 +33,7 @@ class LibraryLines {
     /// listens.
     static std::vector<LibraryLine> Take();
 
-    /// From now on, all of it is kept for Kept(), too, whoever takes it.
+    /// From now on, all that is printed is kept for Kept() as well, whoever takes it.
     static void Keep();
     static std::vector<LibraryLine> Kept();
 
@@ -46,7 +46,7 @@ class LibraryLines {
     int m_pipe = -1; // the end to read from
     std::mutex m_mutex;
     std::condition_variable m_arrived;
-    std::vector<LibraryLine> m_lines; // guarded by m_mutex, as are the next ones
+    std::vector<LibraryLine> m_lines; // guarded by m_mutex, as are the next three
     std::optional<std::vector<LibraryLine>> m_kept;
     uint64_t m_marksSent = 0;
     uint64_t m_marksSeen = 0;
