@@ -12,16 +12,15 @@ using AddCommand = void(CLI::App &app, Command &chosen);
 
 AddCommand AddListCommand, AddInfoCommand, AddCaptureCommand, AddRecordCommand, AddStreamCommand,
     AddBenchCommand, AddControlsCommands, AddCoolCommand, AddDarkCommand, AddSerCommand,
-    AddDoctorCommand, AddGuideCommand, AddIdCommand, AddMonitorCommand, AddShellCommand,
-    AddCompletionCommand, AddVersionCommand;
+    AddDoctorCommand, AddGuideCommand, AddIdCommand, AddMonitorCommand, AddServeCommand,
+    AddShellCommand, AddCompletionCommand, AddVersionCommand;
 
 /// All of them, in the order of the help.
 inline constexpr AddCommand *kCommands[] = {
-    AddListCommand,    AddInfoCommand,    AddCaptureCommand,   AddRecordCommand,
-    AddStreamCommand,  AddBenchCommand,   AddControlsCommands, AddCoolCommand,
-    AddDarkCommand,    AddSerCommand,     AddDoctorCommand,    AddGuideCommand,
-    AddIdCommand,      AddMonitorCommand, AddShellCommand,     AddCompletionCommand,
-    AddVersionCommand,
+    AddListCommand,   AddInfoCommand,       AddCaptureCommand, AddRecordCommand,  AddStreamCommand,
+    AddBenchCommand,  AddControlsCommands,  AddCoolCommand,    AddDarkCommand,    AddSerCommand,
+    AddDoctorCommand, AddGuideCommand,      AddIdCommand,      AddMonitorCommand, AddServeCommand,
+    AddShellCommand,  AddCompletionCommand, AddVersionCommand,
 };
 
 /// Takes "set NAME=VALUE... --" off the words in front of a command, wherever options for all
