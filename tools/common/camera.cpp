@@ -161,17 +161,35 @@ void Camera::OpenAnew(const std::string &selector)
         throw Failure(Exit::kNoCamera, fmt::format("{} has just gone", found.model));
     m_open = std::make_shared<Open>();
     m_open->entry = *there;
-    if (!openCamera(there->index))
-        throw WhyNotOpened(*there);
-    if (!initCamera())
-        throw Failure(Exit::kFailure,
-                      fmt::format("{} does not answer; plug it in again", there->model));
+    OpenFound();
     for (const NamedControl &control : AllControls())
         if (control.writable)
             m_open->defaults[&control] = StateOf(control).value;
-    (void)Listen();
     if (s_keeps)
         s_kept = m_open;
+}
+
+void Camera::OpenAgain()
+{
+    closeCamera();
+    const std::vector<CameraEntry> cameras = ListCameras(); // no others are listed, see NarrowTo
+    const auto found = std::ranges::find_if(
+        cameras, [this](const CameraEntry &camera) { return camera.model == Entry().model; });
+    if (found == cameras.end())
+        throw Failure(Exit::kNoCamera, fmt::format("{} is not there", Entry().model));
+    m_open->entry = *found;
+    OpenFound();
+}
+
+void Camera::OpenFound()
+{
+    const CameraEntry &entry = Entry();
+    if (!openCamera(entry.index))
+        throw WhyNotOpened(entry);
+    if (!initCamera())
+        throw Failure(Exit::kFailure,
+                      fmt::format("{} does not answer; plug it in again", entry.model));
+    (void)Listen();
 }
 
 std::vector<LibraryLine> Camera::Listen()

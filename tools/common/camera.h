@@ -65,6 +65,10 @@ class Camera {
     /// What of this model was never tried on hardware, in the library's words; empty: nothing.
     const std::string &NotVerified() const { return m_open->notVerified; }
 
+    /// Opens the camera anew, after it was lost, wherever it is plugged in by now. It is as a
+    /// camera that was just opened. Throws Failure, kNoCamera while it is not there.
+    void OpenAgain();
+
     bool IsPresent() const;
     /// Throws when the camera is gone.
     void CheckPresence() const;
@@ -98,6 +102,7 @@ class Camera {
     };
 
     void OpenAnew(const std::string &selector);
+    void OpenFound();
     void AwaitFrame(Exposure &exposure, Microseconds patience, ProgressBar &bar);
     void TellTimes(Exposure &exposure, std::chrono::steady_clock::time_point begin);
 

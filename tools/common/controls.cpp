@@ -192,7 +192,7 @@ Setting ParseSetting(const std::string &text)
     return {.control = &control, .value = ParseValue(control, value, text)};
 }
 
-void Apply(const Setting &setting)
+void Check(const Setting &setting)
 {
     const NamedControl &control = *setting.control;
     const ControlState state = StateOf(control);
@@ -200,15 +200,21 @@ void Apply(const Setting &setting)
         throw Failure(Exit::kNotSupported, fmt::format("this camera has no {}", control.word));
     if (setting.automatic && !state.hasAutomatic)
         throw Failure(Exit::kNotSupported, fmt::format("{} cannot set itself", control.word));
-    const int value = setting.automatic ? state.value : setting.value;
     // The library tells one shortest exposure for all models; some go below and clamp it
     // themselves.
     const int smallest = control.exported == CONTROL_EXPOSURE ? 0 : state.min;
-    if (!setting.automatic && (value < smallest || value > state.max))
-        throw Failure(Exit::kUsage,
-                      fmt::format("{} {} is outside {} to {}", control.word,
-                                  FormatValue(control, value), FormatValue(control, state.min),
-                                  FormatValue(control, state.max)));
+    if (!setting.automatic && (setting.value < smallest || setting.value > state.max))
+        throw Failure(Exit::kUsage, fmt::format("{} {} is outside {} to {}", control.word,
+                                                FormatValue(control, setting.value),
+                                                FormatValue(control, state.min),
+                                                FormatValue(control, state.max)));
+}
+
+void Apply(const Setting &setting)
+{
+    Check(setting);
+    const NamedControl &control = *setting.control;
+    const int value = setting.automatic ? StateOf(control).value : setting.value;
     if (IsAutoLimit(control))
         SetAutoLimit(control, value);
     else

@@ -43,7 +43,9 @@ struct Setting {
 /// "gain=200", "exposure=auto", "target-temp=-10C", "cooler=on". Throws Failure.
 Setting ParseSetting(const std::string &text);
 
-/// Sets a control of the open camera. Throws Failure when it does not have it or cannot be that.
+/// Throws Failure when the open camera does not have the control, or it cannot be that.
+void Check(const Setting &setting);
+/// Sets a control of the open camera, and throws like that.
 void Apply(const Setting &setting);
 /// The same, for a control by its name.
 void Set(const std::string &name, int value);

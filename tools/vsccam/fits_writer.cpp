@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <charconv>
 #include <cmath>
+#include <cstdlib>
 #include <string_view>
 #include <utility>
 
@@ -35,6 +36,13 @@ class FitsFile {
     {
         int status = Begin();
         fits_create_diskfile(&m_file, path.c_str(), &status);
+        Check(status);
+    }
+    /// One in memory, which grows as the writer wants it to.
+    FitsFile(void **memory, size_t *size, size_t step) : m_name("a picture")
+    {
+        int status = Begin();
+        fits_create_memfile(&m_file, memory, size, step, std::realloc, &status);
         Check(status);
     }
     ~FitsFile()
@@ -77,6 +85,17 @@ class FitsFile {
             fits_update_key_str(m_file, name, std::get<std::string>(key.value).c_str(), comment,
                                 &status);
         Check(status);
+    }
+
+    /// Bytes up to the end of the picture, which is the end of the file.
+    size_t Size()
+    {
+        LONGLONG end = 0;
+        int status = Begin();
+        fits_flush_file(m_file, &status);
+        fits_get_hduaddrll(m_file, nullptr, nullptr, &end, &status);
+        Check(status);
+        return static_cast<size_t>(end);
     }
 
     void Close()
@@ -176,6 +195,23 @@ FitsKey ParseFitsKey(const std::string &text)
     if (IsNumber(value, real) && std::isfinite(real))
         return {name, real, ""};
     return {name, value, ""};
+}
+
+std::string FitsBytesOf(const Picture &picture, const std::vector<FitsKey> &keys)
+{
+    constexpr size_t kStep = 1 << 20;
+    size_t size = kStep;
+    struct Memory {
+        void *bytes;
+        ~Memory() { std::free(bytes); }
+    } memory{std::malloc(size)};
+    FitsFile file(&memory.bytes, &size, kStep);
+    WriteSamples(file, picture);
+    for (const FitsKey &key : keys)
+        file.Put(key);
+    const size_t used = file.Size();
+    file.Close();
+    return {static_cast<const char *>(memory.bytes), used};
 }
 
 void WriteFits(const std::filesystem::path &path, const Picture &picture,

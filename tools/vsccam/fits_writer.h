@@ -28,4 +28,7 @@ void CheckFitsText(const std::string &text);
 void WriteFits(const std::filesystem::path &path, const Picture &picture,
                const std::vector<FitsKey> &keys);
 
+/// The same file in memory.
+std::string FitsBytesOf(const Picture &picture, const std::vector<FitsKey> &keys);
+
 } // namespace vsctool

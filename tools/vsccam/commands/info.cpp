@@ -1,6 +1,6 @@
 #include "camera.h"
 #include "commands/command.h"
-#include "commands/control_words.h"
+#include "control_words.h"
 #include "host_memory.h"
 
 #include <nlohmann/json.hpp>

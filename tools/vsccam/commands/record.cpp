@@ -1,6 +1,7 @@
 #include "commands/command.h"
 #include "failure.h"
 #include "ser/writer.h"
+#include "video/ser_header.h"
 #include "video/video_options.h"
 
 #include <memory>
@@ -30,14 +31,10 @@ class SerSink : public FrameSink {
 
 SerHeader HeaderOf(const Camera &camera, const RecordOptions &options)
 {
-    const auto format = static_cast<PixelFormat>(getImgType());
-    return {.colour = SerColourOf(format, camera.PictureMosaic()),
-            .width = getWidth(),
-            .height = getHeight(),
-            .bits = format == PixelFormat::kRaw16 ? 16 : 8,
-            .observer = options.observer,
-            .instrument = camera.Entry().model,
-            .telescope = options.telescope};
+    SerHeader header = SerHeaderOf(camera);
+    header.observer = options.observer;
+    header.telescope = options.telescope;
+    return header;
 }
 
 std::string DiskLeft(const std::filesystem::path &file)

@@ -17,10 +17,8 @@ void CameraThread::Run()
 {
     auto wait = std::chrono::milliseconds(0);
     while (!m_jobs.IsClosed()) {
-        if (const JobPtr job = m_jobs.Next(wait)) {
+        if (const JobPtr job = m_jobs.Next(wait))
             job->Do(m_works);
-            m_works.Publish();
-        }
         wait = m_works.Turn();
         if (m_works.HasNews())
             m_changed();

@@ -1,6 +1,7 @@
 #include "serve/jobs.h"
 
 #include "failure.h"
+#include "serve/camera_works.h"
 
 #include <utility>
 
@@ -16,12 +17,14 @@ std::exception_ptr ServerEnds()
 
 void Job::Do(CameraWorks &works)
 {
+    std::exception_ptr failure;
     try {
         m_work(works);
-        End(nullptr);
     } catch (const std::exception &) {
-        End(std::current_exception());
+        failure = std::current_exception();
     }
+    works.Publish(); // first: whoever asked for it looks at what has become of it
+    End(failure);
 }
 
 void Job::End(std::exception_ptr failure)

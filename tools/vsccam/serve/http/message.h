@@ -53,7 +53,7 @@ Response ErrorResponse(int status, const std::string &sentence);
 struct Later {
     std::function<std::optional<Response>()> ask;
     std::chrono::milliseconds patience{10'000};
-    std::function<Response()> tooLate; // the answer when patience has ended; may wait for nothing
+    std::function<Response()> tooLate{}; // the answer when patience has ended
 };
 
 /// An answer without an end, in parts. The next one is asked for, in the same way, when the one of
