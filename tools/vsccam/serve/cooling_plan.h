@@ -12,7 +12,7 @@ namespace vsctool::serve {
 struct CoolingWish {
     bool on = true;
     int targetC = 0;                   // while it is on
-    std::optional<double> rampCPerMin; // nothing: at once; switched off, by the usual ramp
+    std::optional<double> rampCPerMin{}; // nothing: at once; switched off, by the usual ramp
     bool atOnce = false;               // switched off without warming
 };
 

@@ -15,33 +15,6 @@ namespace {
 
 using nlohmann::ordered_json;
 
-constexpr size_t kMostParameters = 100;
-
-int HexDigit(char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    const char lower = static_cast<char>(c | 0x20);
-    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
-}
-
-/// "a+b%20c" without what stands for other characters.
-std::string Decoded(std::string_view text)
-{
-    std::string plain;
-    for (size_t i = 0; i < text.size(); ++i) {
-        const int high = i + 2 < text.size() ? HexDigit(text[i + 1]) : -1;
-        const int low = i + 2 < text.size() ? HexDigit(text[i + 2]) : -1;
-        if (text[i] == '%' && high >= 0 && low >= 0) {
-            plain += static_cast<char>(high * 16 + low);
-            i += 2;
-        } else {
-            plain += text[i] == '+' ? ' ' : text[i];
-        }
-    }
-    return plain;
-}
-
 /// A request, and by what numbers it is answered.
 struct Transfer {
     uint32_t client = 0;
@@ -235,20 +208,6 @@ void AddManagement(Router &router, const std::string &model, const std::string &
 }
 
 } // namespace
-
-Parameters ParseForm(std::string_view text)
-{
-    Parameters parameters;
-    while (!text.empty() && parameters.size() < kMostParameters) {
-        const std::string_view pair = text.substr(0, text.find('&'));
-        text.remove_prefix(std::min(text.size(), pair.size() + 1));
-        const std::string_view name = pair.substr(0, pair.find('='));
-        if (!name.empty())
-            parameters.emplace_back(Decoded(name),
-                                    Decoded(pair.substr(std::min(pair.size(), name.size() + 1))));
-    }
-    return parameters;
-}
 
 void AddAlpacaApi(Router &router, AlpacaDevice &device, JobQueue &jobs, const std::string &uniqueId)
 {

@@ -12,7 +12,4 @@ namespace vsctool::serve {
 void AddAlpacaApi(Router &router, AlpacaDevice &device, JobQueue &jobs,
                   const std::string &uniqueId);
 
-/// The pairs of a form's body. What is no form makes pairs of whatever it is.
-Parameters ParseForm(std::string_view text);
-
 } // namespace vsctool::serve

@@ -43,7 +43,7 @@ int OpenIpv4(const std::string &address, uint16_t port)
     if (inet_pton(AF_INET, address.c_str(), &name.sin_addr) != 1)
         return -1;
     // Broadcasts come to sockets of all addresses only.
-    if (name.sin_addr.s_addr != htonl(INADDR_LOOPBACK))
+    if (ntohl(name.sin_addr.s_addr) >> IN_CLASSA_NSHIFT != IN_LOOPBACKNET)
         name.sin_addr.s_addr = htonl(INADDR_ANY);
     return Open(AF_INET, reinterpret_cast<const sockaddr *>(&name), sizeof name);
 }

@@ -1,79 +1,17 @@
 #include "serve/alpaca/members.h"
 
-#include "serve/http/message.h"
-
 #include <fmt/format.h>
-#include <strings.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <iterator>
 
 namespace vsctool::serve {
 
-std::optional<std::string> AlpacaParameters::Find(const char *name) const
-{
-    for (const auto &[given, value] : m_parameters)
-        if (strcasecmp(given.c_str(), name) == 0)
-            return value;
-    return std::nullopt;
-}
-
-std::string AlpacaParameters::Text(const char *name) const
-{
-    const auto text = Find(name);
-    if (!text)
-        throw Refusal(400, fmt::format("the parameter {} is missing", name));
-    return *text;
-}
-
 namespace {
 
 using nlohmann::ordered_json;
 using Call = AlpacaCall;
-
-template <class Number> Number ParseNumber(const char *name, const std::string &text)
-{
-    Number number{};
-    const char *const end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, number);
-    if (error != std::errc() || stop != end || text.empty())
-        throw Refusal(400, fmt::format("{}={} is no number", name, text));
-    return number;
-}
-
-} // namespace
-
-int AlpacaParameters::Whole(const char *name) const
-{
-    return ParseNumber<int>(name, Text(name));
-}
-
-double AlpacaParameters::Number(const char *name) const
-{
-    const double number = ParseNumber<double>(name, Text(name));
-    if (!std::isfinite(number))
-        throw Refusal(400, fmt::format("{} is no number", name));
-    return number;
-}
-
-bool AlpacaParameters::Flag(const char *name) const
-{
-    const std::string text = Text(name);
-    for (const auto &[word, value] : {std::pair{"true", true}, {"false", false}})
-        if (strcasecmp(text.c_str(), word) == 0)
-            return value;
-    throw Refusal(400, fmt::format("{}={} is neither True nor False", name, text));
-}
-
-uint32_t AlpacaParameters::Id(const char *name) const
-{
-    const auto text = Find(name);
-    return text ? ParseNumber<uint32_t>(name, *text) : 0;
-}
-
-namespace {
 
 [[noreturn]] void NotImplemented(const char *what)
 {

@@ -1,33 +1,13 @@
 #pragma once
 
 #include "serve/alpaca/device.h"
+#include "serve/alpaca/form.h"
 
 #include <nlohmann/json.hpp>
 
-#include <optional>
 #include <span>
-#include <string>
 
 namespace vsctool::serve {
-
-/// The parameters of a request, whose names may be written in any case. What is missing, or no
-/// number, makes the request a bad one: Refusal with status 400.
-class AlpacaParameters {
-  public:
-    explicit AlpacaParameters(const Parameters &parameters) : m_parameters(parameters) {}
-
-    std::string Text(const char *name) const;
-    int Whole(const char *name) const;
-    double Number(const char *name) const;
-    bool Flag(const char *name) const;
-    /// 0 when it is not there.
-    uint32_t Id(const char *name) const;
-
-  private:
-    std::optional<std::string> Find(const char *name) const;
-
-    const Parameters &m_parameters;
-};
 
 /// A call of a client.
 struct AlpacaCall {
