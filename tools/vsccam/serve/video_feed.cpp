@@ -19,6 +19,7 @@ void VideoFeed::Start()
 {
     m_lastCame = Clock::now();
     m_first.reset();
+    m_spare.reset(); // frames may have another size by now
     m_running = true;
     startCapture();
 }
