@@ -11,9 +11,9 @@ namespace vsctool::serve {
 /// What the cooler is to do.
 struct CoolingWish {
     bool on = true;
-    int targetC = 0;                   // while it is on
+    int targetC = 0;                     // while it is on
     std::optional<double> rampCPerMin{}; // nothing: at once; switched off, by the usual ramp
-    bool atOnce = false;               // switched off without warming
+    bool atOnce = false;                 // switched off without warming
 };
 
 struct CoolingReading {
