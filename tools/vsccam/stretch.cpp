@@ -8,8 +8,8 @@ namespace {
 
 constexpr double kShadowsBelowSky = 2.8; // in units of the noise
 constexpr double kSkyBrightness = 0.25;
-constexpr double kSteps = 4096;    // a sky quieter than one step of the converter shows no noise
-constexpr double kSteepest = 1e-4; // midtone beyond which a curve would be a jump
+constexpr double kSteps = 4096; // a sky quieter than one step of the converter shows no noise
+constexpr double kFlattest = 1 - 1e-4; // midtone beyond which a curve would be a jump
 
 } // namespace
 
@@ -25,12 +25,14 @@ double MidtonesTransfer(double midtone, double value)
 Stretch AutoStretch(const Background &sky, double fullScale, double step)
 {
     const double noise = std::max({sky.noise, fullScale / kSteps, step});
-    const double black = std::max(0.0, sky.level - kShadowsBelowSky * noise) / fullScale;
-    const double skyAboveBlack = (sky.level / fullScale - black) / (1 - black);
+    const double skyAboveBlack = kShadowsBelowSky * noise;
+    const double black = std::max(0.0, sky.level - skyAboveBlack) / fullScale;
     // The function is its own inverse in this sense: the midtone that brings a level to a wanted
-    // brightness is the level transferred with that brightness as midtone.
-    const double midtone = MidtonesTransfer(kSkyBrightness, skyAboveBlack);
-    return {black, std::clamp(midtone, kSteepest, 1 - kSteepest), 1};
+    // brightness is the level transferred with that brightness as midtone. A sky too dark to lie
+    // that far above black stays darker.
+    const double midtone =
+        MidtonesTransfer(kSkyBrightness, skyAboveBlack / fullScale / (1 - black));
+    return {black, std::min(midtone, kFlattest), 1};
 }
 
 Curve CurveOf(const Stretch &stretch, size_t fullScale)
