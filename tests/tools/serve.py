@@ -159,6 +159,7 @@ API = [
     ("PUT", "/api/format", "", {"region": {"width": 99999, "height": 2}}, 400),
     ("GET", "/api/statistics", "", None, 200),
     ("GET", "/api/picture.fits", "", None, 404),
+    ("GET", "/api/frame", "", None, 200),
     ("PUT", "/api/record", "", {"file": "moon.ser", "frames": 5}, 200),
     ("PUT", "/api/record", "", {"file": "moon.fit"}, 400),
     ("PUT", "/api/record", "", {"file": "../moon.ser"}, 400),
@@ -198,8 +199,45 @@ def test_every_path_of_the_api_answers_as_described():
                     conforms(json.loads(data), content["schema"], description, path)
         described = {(method, path) for path, item in description["paths"].items()
                      for method in item if method in ("get", "put")}
-        # PAGE-PATHS
+        walked |= {("get", "/live.mjpg")}  # which has no end; see below
         check(walked == described, walked ^ described)
+
+
+def test_pictures_for_the_eye_come_as_they_are_wished():
+    with Server() as server:
+        description = server.get("/api/openapi.json")
+        for query in ("size=x", "stretch=1,2", "stretch=0.5,0.5,0.4", "stretch=0,1,1", "loupe=1",
+                      "loupe=-1,1", "after=x"):
+            check(server.ask("GET", "/api/frame?" + query)[0] == 400, query)
+        last = 0
+        for query, size in (("size=full", 1936), ("stretch=linear", 968), ("size=quarter", 484),
+                            ("stretch=0,0.1,1&loupe=1935,3", 256)):
+            status, headers, data = server.ask("GET", f"/api/frame?after={last}&{query}")
+            check(status == 200 and data.startswith(b"\xff\xd8"), query, status)
+            facts = json.loads(headers["Vsccam-Frame"])
+            conforms(facts, {"$ref": "#/components/schemas/Frame"}, description, query)
+            check(facts["sequence"] > last, "not newer", facts)
+            last = facts["sequence"]
+            check(facts["window"][2] // facts["reduction"] == size, query, facts)
+        server.put("/api/video", on=False)
+        check(server.ask("GET", f"/api/frame?after={last + 1000}")[0] == 204, "there is none")
+
+
+def test_four_players_get_one_picture_after_the_other():
+    with Server() as server:
+        players = []
+        for _ in range(4):
+            players.append(http.client.HTTPConnection("127.0.0.1", server.port, timeout=30))
+            players[-1].request("GET", "/live.mjpg")
+            answer = players[-1].getresponse()
+            parts = [answer.readline() for _ in range(3)]
+            check(parts[1] == b"Content-Type: image/jpeg\r\n", parts)
+            answer.read(int(parts[2].split(b":")[1]) + 4)
+            check(answer.readline() == parts[0], "another boundary follows a picture")
+        check(server.ask("GET", "/live.mjpg")[0] == 503, "a fifth player")
+        players[0].close()
+        until(lambda: server.raw(b"GET /live.mjpg HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n").endswith(
+            "200 OK"), "room for another one")
 
 
 def test_pictures_and_recordings_are_files_that_others_read():

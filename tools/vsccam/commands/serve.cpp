@@ -10,6 +10,7 @@
 #include "serve/http/server.h"
 #include "serve/json_api.h"
 #include "serve/page_files.h"
+#include "serve/picture_routes.h"
 #include "stop_signals.h"
 
 #include <nlohmann/json.hpp>
@@ -83,6 +84,7 @@ class Service {
         serve::Router router;
         AddPage(router);
         AddJsonApi(router, m_works, jobs);
+        AddPictureRoutes(router, m_works.Frames());
         serve::AlpacaDevice alpaca(m_works, jobs);
         if (m_options.alpaca)
             AddAlpacaApi(router, alpaca, jobs, UniqueId());

@@ -17,6 +17,7 @@ using Json = nlohmann::ordered_json;
 constexpr int kLoupeSide = 256;
 constexpr int kStarSide = 64; // of what is measured of a star: it has room, and some sky
 constexpr size_t kBins = 128;
+constexpr size_t kMostKept = 16; // pictures of a frame; who moves a slider wishes another each time
 
 struct Star {
     double hfdPx = 0;
@@ -183,6 +184,8 @@ std::shared_ptr<const LivePicture> LivePictures::Of(const FramePtr &frame, const
     std::packaged_task<std::shared_ptr<const LivePicture>()> make(
         [&] { return std::make_shared<const LivePicture>(MakePicture(*frame, wish)); });
     const Made made = make.get_future().share();
+    if (m_made.size() >= kMostKept)
+        m_made.clear();
     if (isNewest)
         m_made.emplace(wish, made);
     lock.unlock();
