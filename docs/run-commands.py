@@ -30,6 +30,7 @@ PROGRAMS = ("c", "cmake", "cpp", "python")
 
 SYSTEM = "changes the system"
 SUITE = "builds or tests the project, which is what runs this"
+SERVER = "ends when it is stopped; tests/tools/serve.py runs it"
 KERNEL = "needs the kernel's USB stack; tests/kernel runs it"
 
 # What is shown and not run: the beginning of the command, and why. Each entry must be of use.
@@ -53,6 +54,14 @@ NOT_RUN = {
         ("them while", "the same"),
     ],
     "live.md": [("vsccam serve", "ends when it is stopped; tests/tools/page.py works it")],
+    "serve.md": [
+        ("vsccam serve", SERVER),
+        ("vsccam --sim VSC470MC serve", SERVER),
+        ("head -c", "makes a secret"),
+        ("curl ", "asks the server, which tests/tools/serve.py does"),
+        ("echo ", SYSTEM),
+        ("sudo ", SYSTEM),
+    ],
     "tutorial.md": [("./dev ", SUITE)],
     "troubleshooting.md": [("sudo ", SYSTEM), ("echo 256 | sudo ", SYSTEM)],
     "adding-a-model.md": [
