@@ -115,6 +115,7 @@ def picture(page):
     page['grey'].send_keys(Keys.HOME)
     page.until('a slider of the stretch brightens it', lambda: page.brightness() > dark + 30)
     page['linear'].click()
+    page.until('linear, it is dark again', lambda: page.brightness() < dark + 1)
     gain = page.browser.find_element(By.CSS_SELECTOR, '[data-control="gain"] [type="range"]')
     gain.send_keys(Keys.END)
     page.until('so does gain', lambda: page.brightness() > dark + 5)
