@@ -63,6 +63,7 @@ NOT_RUN = {
         ("sudo ", SYSTEM),
     ],
     "tutorial.md": [("./dev ", SUITE)],
+    "indi.md": [("sudo ", SYSTEM)],
     "troubleshooting.md": [("sudo ", SYSTEM), ("echo 256 | sudo ", SYSTEM)],
     "adding-a-model.md": [
         ("cmake --preset", SUITE),

@@ -33,6 +33,28 @@ small first-light first-light.png -resize 760x
 taken VSC470MM moon -e 2ms --format raw8 -o moon.tif --no-png
 small moon moon.tif -gravity center -crop 1024x1024+0+0 -auto-level -gamma 1.6 -resize 480x
 
+# What a client of the driver for INDI sees, and the frame that it got.
+# shellcheck disable=SC2016 # of the inner shell
+vscsim run --camera VSC470MC-Cool --scene sky --seed 1 -- bash -c '
+    indiserver -p 7700 indi_vsccam_ccd 2>server.log &
+    device="VSC CCD VSC470MC-Cool"
+    until indi_setprop -p 7700 "$device.CONNECTION.CONNECT=On" 2>/dev/null; do sleep 0.2; done
+    indi_getprop -p 7700 -t 60 "$device.CCD1.CCD1" & frame=$!
+    indi_setprop -p 7700 -t 60 "$device.CCD_GAIN.GAIN=200"
+    indi_setprop -p 7700 -t 60 "$device.CCD_TEMPERATURE.CCD_TEMPERATURE_VALUE=10"
+    indi_setprop -p 7700 -t 60 "$device.CCD_EXPOSURE.CCD_EXPOSURE_VALUE=2"
+    wait $frame
+    sleep 2 # the account is told once a second
+    indi_getprop -p 7700 -t 3 "$device.*.*" >all
+    kill %1' || true
+grep -E 'CCD_(CAMERA_INFO|EXPOSURE|GAIN|OFFSET|FRAME|BINNING|TEMPERATURE|SET_POINT|COOLER_POWER|STATISTICS|STATUS|TIMING.*|CFA)\.' all |
+    sed 's/^[^.]*\.//; s/\(\.[0-9]\{4\}\)[0-9]*$/\1/' | sort >shown
+vsccam-fits-preview() { /usr/bin/convert "$1" -flip -contrast-stretch 0.5%x0.2% -resize 480x "$2"; }
+vsccam-fits-preview "VSC CCD VSC470MC-Cool.CCD1.CCD1.fits" frame.png
+/usr/bin/convert -background '#f4f4f4' -fill '#202020' -font DejaVu-Sans-Mono -pointsize 11 \
+    label:@shown listing.png
+small indi listing.png '(' frame.png -gravity north ')' -background '#f4f4f4' +append
+
 # The same picture as the file has it and as the preview shows it.
 taken VSC470MM sky -e 10s -o linear.tif --png
 beside stretch linear.tif linear.png -depth 8

@@ -88,9 +88,9 @@ Files >"$work/before"
 dpkg-query -W >"$work/packages-before"
 
 Install libvsccam1:amd64 libvsccam-dev:amd64 python3-vsccam:amd64 vsccam:amd64 vscsim:amd64 \
-    vsccam-common:amd64 libvsccam1:armhf libvsccam-dev:armhf
+    vsccam-common:amd64 indi-vsccam:amd64 indi-bin:amd64 libvsccam1:armhf libvsccam-dev:armhf
 Say "installed, the library for both architectures"
-for file in man/man1/{vsccam,vscservice,vscsim}.1.gz bash-completion/completions/vsccam \
+for file in man/man1/{vsccam,vscservice,vscsim,indi_vsccam_ccd}.1.gz bash-completion/completions/vsccam \
     zsh/vendor-completions/_vsccam fish/vendor_completions.d/vsccam.fish; do
     zgrep -q vsccam "/usr/share/$file" || Fail "nothing in $file"
 done
@@ -110,6 +110,23 @@ with vsccam.Camera() as camera:
 [[ $(python3 -c 'import importlib.metadata as m; print(m.version("vsccam"))') == 1.* ]] ||
     Fail "Python does not know the package's version"
 Say "Python: an exposure"
+
+# Observe: an exposure by the driver for INDI, as a client of its server gets it.
+Observe() {
+    # shellcheck disable=SC2016 # of the inner shell
+    "${vscsim[@]}" run --camera VSC470MM -- sh -c '
+        device="VSC CCD VSC470MM"
+        '"${run[*]}"' indiserver /usr/bin/indi_vsccam_ccd 2>indiserver.log &
+        until indi_setprop "$device.CONNECTION.CONNECT=On" 2>/dev/null; do sleep 0.2; done
+        indi_getprop -t 60 "$device.CCD1.CCD1" & image=$!
+        indi_setprop -t 60 "$device.CCD_EXPOSURE.CCD_EXPOSURE_VALUE=0.1"
+        wait "$image"
+        kill %1'
+    [[ -s "VSC CCD VSC470MM.CCD1.CCD1.fits" ]] || Fail "no picture by INDI"
+    grep -q indi_vsccam_ccd /usr/share/indi/indi_vsccam.xml || Fail "clients do not find the driver"
+    Say "INDI: an exposure"
+}
+Observe
 
 Install vsccam:armhf vscsim:armhf # in place of the others
 run=(qemu-arm-static)

@@ -36,6 +36,7 @@ struct Board {
     Eeprom eeprom;
     Climate climate;
     GuidePort guide;
+    std::optional<Pulse> guided = {}; // has ended since it was last looked at
     LinkSpeed link;
     uint8_t firmwareVersion;
 

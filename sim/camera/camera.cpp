@@ -136,6 +136,9 @@ ControlReply Camera::Control(const ControlRequest &request, Time now)
     m_state->stream.Advance(now);
     ControlReply reply = m_state->controller->Answer(request, now);
     m_state->stream.FollowBoard(now);
+    if (const auto pulse = std::exchange(m_state->board.guided, std::nullopt);
+        pulse && m_state->requestFile.is_open())
+        m_state->requestFile << LineOf(*pulse) << std::endl;
     for (const FaultRule &hit : hits) {
         if (hit.amount >= reply.data.size())
             continue;

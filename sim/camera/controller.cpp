@@ -91,7 +91,7 @@ ControlReply Controller::SwitchGuide(const ControlRequest &request, bool on, Tim
 {
     if (request.value >= GuidePort::kLines)
         return Stalled();
-    m_board.guide.Switch(request.value, on, now);
+    m_board.guided = m_board.guide.Switch(request.value, on, now);
     return Done();
 }
 

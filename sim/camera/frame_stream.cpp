@@ -256,6 +256,7 @@ void FrameStream::Prepare(Sending &sending, Time now)
     FrameMarks marks{.style = frame.settings.marks, .counter = counter};
     sending.prepared = true;
     m_account = frame.exposure;
+    m_account->since = frame.begins + m_frozenTime - frame.exposure.duration;
     sending.length = frame.settings.Bytes();
     for (const FaultRule &fault : m_faults.ForFrame())
         Apply(fault, sending, marks);

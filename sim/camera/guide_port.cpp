@@ -18,10 +18,17 @@ GuidePort::Shift GuidePort::ShiftAt(Time now)
     return m_shift;
 }
 
-void GuidePort::Switch(int line, bool on, Time now)
+std::optional<Pulse> GuidePort::Switch(int line, bool on, Time now)
 {
     (void)ShiftAt(now); // what was before ends here
-    m_on.at(static_cast<size_t>(line)) = on;
+    const auto i = static_cast<size_t>(line);
+    const bool ends = m_on.at(i) && !on;
+    if (on && !m_on.at(i))
+        m_since.at(i) = now;
+    m_on.at(i) = on;
+    if (!ends)
+        return std::nullopt;
+    return Pulse{.line = line, .length = now - m_since.at(i)};
 }
 
 } // namespace vscsim

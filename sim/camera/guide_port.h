@@ -3,8 +3,15 @@
 #include "camera/camera.h"
 
 #include <array>
+#include <optional>
 
 namespace vscsim {
+
+/// A line of the guide port that was on.
+struct Pulse {
+    int line = 0;
+    Time length{};
+};
 
 /// The four lines of the guide port and the mount behind them. Lines 0 and 1 move the picture left
 /// and right, 2 and 3 up and down; which is which on a real mount is a matter of its cable.
@@ -12,7 +19,8 @@ class GuidePort {
   public:
     static constexpr int kLines = 4;
 
-    void Switch(int line, bool on, Time now);
+    /// @return the pulse that ends
+    std::optional<Pulse> Switch(int line, bool on, Time now);
 
     struct Shift {
         double x = 0; // pixels
@@ -23,6 +31,7 @@ class GuidePort {
 
   private:
     std::array<bool, kLines> m_on{};
+    std::array<Time, kLines> m_since{}; // of those that are
     Shift m_shift;
     Time m_at{};
 };

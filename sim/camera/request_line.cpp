@@ -22,6 +22,11 @@ using Request = const ControlRequest &;
 constexpr uint8_t kOut = 0x40; // vendor request to the device
 constexpr uint8_t kIn = 0xC0;
 
+long long Microseconds(Time time)
+{
+    return std::chrono::duration_cast<std::chrono::microseconds>(time).count();
+}
+
 struct Verb {
     uint8_t requestType;
     uint8_t request;
@@ -91,9 +96,13 @@ std::string LineOf(const ControlRequest &request)
 
 std::string LineOf(const Exposure &exposure)
 {
-    using std::chrono::microseconds;
-    const auto time = std::chrono::duration_cast<microseconds>(exposure.duration);
-    return Format("frame %u exposed %lld us", exposure.frame, static_cast<long long>(time.count()));
+    return Format("frame %u exposed %lld us since %lld us", exposure.frame,
+                  Microseconds(exposure.duration), Microseconds(exposure.since));
+}
+
+std::string LineOf(const Pulse &pulse)
+{
+    return Format("line %d was on for %lld us", pulse.line, Microseconds(pulse.length));
 }
 
 } // namespace vscsim

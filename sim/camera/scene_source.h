@@ -14,6 +14,7 @@ struct Exposure {
     uint32_t frame = 0; // since the stream was started
     Time begins{};      // after all exposures before it, one behind the other
     Time duration{};
+    Time since{}; // by the clock of the simulator
     double celsius = 20;
     GuidePort::Shift shift = {};
 };

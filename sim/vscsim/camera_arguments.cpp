@@ -165,7 +165,8 @@ A camera is a model, followed by what is particular about it:
   VSC470MM:ambient=5    the air around it has 5 degrees Celsius (20)
   VSC470MC:flash=FILE   its flash memory lies in a file and outlasts the run
   VSC470MC:requests=FILE  a file gets a line for each request that reaches the camera, and for
-                        each frame, with how long it was exposed
+                        each frame and guide pulse, with how long it was exposed or on, and since
+                        when, by the monotonic clock
   VSC470MC:glow=4000    the sky is so much brighter than at night; 4000 is dusk
   VSC470MC:seeing=3     the air is so much less steady than on average; 0 is steady
   VSC470MC:drift=0.5    the mount lets the picture drift by so many pixels a second (0.05)

@@ -86,7 +86,7 @@ while read -r model asked planned; do
     expect 0 "$vsccam" --json --sim "$model:requests=requests" capture -e "$asked" \
         --roi 640x480+0+0 --no-png -o 'timed_{seq}.fit'
     contains output "\"exposure_s\":$planned,"
-    taken=$(sed -n 's/^frame .* exposed \([0-9]*\) us$/\1/p' requests | tail -n 1)
+    taken=$(sed -n 's/^frame .* exposed \([0-9]*\) us .*/\1/p' requests | tail -n 1)
     measured=$(sed -n 's/.*"measured_s":\([0-9.]*\).*/\1/p' output)
     echo "$model, $asked: $taken us taken, '$measured' s measured"
     awk -v planned="$planned" -v us="$taken" -v measured="${measured:-$planned}" \

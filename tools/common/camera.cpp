@@ -1,5 +1,6 @@
 #include "camera.h"
 
+#include "exposure_times.h"
 #include "failure.h"
 #include "identity.h"
 #include "stop_signals.h"
@@ -10,7 +11,6 @@
 #include <strings.h>
 
 #include <algorithm>
-#include <charconv>
 #include <string_view>
 
 namespace vsctool {
@@ -21,10 +21,8 @@ using SteadyClock = std::chrono::steady_clock;
 
 constexpr auto kPollInterval = 10ms;
 
-// Beginnings of the library's messages.
+// Beginning of a message of the library.
 constexpr std::string_view kNotVerified = "not verified on hardware: ";
-constexpr std::string_view kOpensGate = "Begin long exp ";
-constexpr std::string_view kExposed = "exposed:";
 
 Failure WhyNotOpened(const CameraEntry &camera)
 {
@@ -72,13 +70,6 @@ std::string InSeconds(Microseconds time)
 {
     const std::string digits = fmt::format("{}", Seconds(time));
     return digits + (digits.find('.') == std::string::npos ? ".0 s" : " s");
-}
-
-/// By the clock of now: one that is set right meanwhile does not tear exposures apart.
-UtcTime UtcOf(SteadyClock::time_point time)
-{
-    const auto ago = SteadyClock::now() - time;
-    return std::chrono::floor<Microseconds>(std::chrono::system_clock::now() - ago);
 }
 
 /// Of a region that fits and a camera that is there.
@@ -252,10 +243,15 @@ Exposure Camera::Take(Microseconds patience, ProgressBar &bar)
     picture.bytes.resize(picture.Pixels() * static_cast<size_t>(BytesPerPixel(picture.format)));
 
     (void)Listen();
-    const auto begin = SteadyClock::now();
+    ExposureTimes times;
     startExposure();
     AwaitFrame(exposure, patience, bar);
-    TellTimes(exposure, begin);
+    times.Hear(Listen());
+    const auto account =
+        times.Tell(Entry().model, Microseconds(getValue(CONTROL_EXPOSURE, nullptr)));
+    exposure.start = account.start;
+    exposure.planned = account.planned;
+    exposure.measured = account.measured;
     if (!getImageAfterExp(picture.bytes.data(), static_cast<int>(picture.bytes.size())))
         ThrowNoFrame("the exposure ended without a frame");
     return exposure;
@@ -273,24 +269,6 @@ void Camera::AwaitFrame(Exposure &exposure, Microseconds patience, ProgressBar &
         exposure.droppedFrames = std::max(exposure.droppedFrames, getDroppedFrames());
         StopSignals::SleepFor(kPollInterval);
     }
-}
-
-/// Where the library opens the exposure, it says so, and how long it had it open. When a sensor
-/// that times itself begins, nobody is told.
-void Camera::TellTimes(Exposure &exposure, SteadyClock::time_point begin)
-{
-    std::optional<SteadyClock::time_point> opened;
-    for (const LibraryLine &line : Listen()) {
-        if (line.text.starts_with(kOpensGate))
-            opened = line.at;
-        const std::string_view ms = After(kExposed, line.text);
-        int measuredMs = 0;
-        if (std::from_chars(ms.data(), ms.data() + ms.size(), measuredMs).ec == std::errc())
-            exposure.measured = std::chrono::milliseconds(measuredMs);
-    }
-    const Microseconds set(getValue(CONTROL_EXPOSURE, nullptr));
-    exposure.planned = PlannedExposure(Entry().model, set, opened.has_value());
-    exposure.start = UtcOf(opened.value_or(begin));
 }
 
 bool Camera::IsPresent() const

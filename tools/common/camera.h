@@ -104,7 +104,6 @@ class Camera {
     void OpenAnew(const std::string &selector);
     void OpenFound();
     void AwaitFrame(Exposure &exposure, Microseconds patience, ProgressBar &bar);
-    void TellTimes(Exposure &exposure, std::chrono::steady_clock::time_point begin);
 
     std::shared_ptr<Open> m_open;
     Microseconds m_asked{};

@@ -21,6 +21,14 @@ constexpr std::string_view kWhole = "snap: EXP_SUCCESS";
 
 constexpr Microseconds kHearing = 1ms; // between a message and the time that it gets here
 
+std::optional<int> NumberAfter(std::string_view beginning, std::string_view line)
+{
+    const std::string_view text = After(beginning, line);
+    int number = 0;
+    const auto end = std::from_chars(text.data(), text.data() + text.size(), number);
+    return end.ec == std::errc() ? std::optional(number) : std::nullopt;
+}
+
 template <class Duration> Microseconds ToMicroseconds(Duration time)
 {
     return std::chrono::duration_cast<Microseconds>(time);
@@ -46,10 +54,10 @@ void ExposureTimes::Hear(const std::vector<LibraryLine> &lines)
             m_opened = line.at;
         else if (begins(kWhole))
             m_whole = line.at;
-        const std::string_view ms = After(kExposed, line.text);
-        int measuredMs = 0;
-        if (std::from_chars(ms.data(), ms.data() + ms.size(), measuredMs).ec == std::errc())
-            m_measured = std::chrono::milliseconds(measuredMs);
+        if (const auto ms = NumberAfter(kExposed, line.text))
+            m_measured = std::chrono::milliseconds(*ms);
+        if (const auto dropped = NumberAfter(kDropped, line.text))
+            m_dropped = *dropped;
     }
 }
 

@@ -29,6 +29,9 @@ class ExposureTimes {
 
     void Hear(const std::vector<LibraryLine> &lines);
 
+    /// Frames that could not be used, and were taken anew.
+    int DroppedFrames() const { return m_dropped; }
+
     /// @param set  exposure of the open camera
     Account Tell(const std::string &model, Microseconds set) const;
 
@@ -39,6 +42,7 @@ class ExposureTimes {
     std::optional<Clock::time_point> m_opened;  // that, and answered before this
     std::optional<Clock::time_point> m_whole;   // the frame was there
     std::optional<Microseconds> m_measured;
+    int m_dropped = 0;
 };
 
 /// By the clock of now: one that is set right meanwhile does not tear exposures apart.

@@ -152,7 +152,7 @@ std::vector<UsbDevice> FindUsbDevices()
         device.hasNode = device.permitted || errno != ENOENT;
         const std::string driver = LinkTarget(folder + port + ":1.0/driver");
         device.driver = driver.substr(driver.rfind('/') + 1);
-        device.openHere = HasOpen("self", device.node);
+        device.openHere = HasOpen("thread-self", device.node); // a thread may have its own files
         devices.push_back(device);
     }
     return devices;

@@ -1,20 +1,13 @@
 #pragma once
 
+#include "fits_key.h"
 #include "picture.h"
 
 #include <filesystem>
 #include <string>
-#include <variant>
 #include <vector>
 
 namespace vsctool {
-
-/// One line of a FITS header. A key that appears twice keeps the later value.
-struct FitsKey {
-    std::string name;
-    std::variant<bool, int, double, std::string> value;
-    std::string comment;
-};
 
 /// Key of the user, "NAME=VALUE": the type follows from the value. Throws Failure for names and
 /// values that a header cannot hold, and for keys that describe the file itself.

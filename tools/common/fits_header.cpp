@@ -12,12 +12,6 @@
 namespace vsctool {
 namespace {
 
-std::string Identity()
-{
-    const auto id = IdOfCamera();
-    return id ? fmt::format("{:02X}", fmt::join(id->id, "")) : "";
-}
-
 std::string HeaderType(const std::string &type)
 {
     const auto *known = std::find_if(std::begin(kPictureTypes), std::end(kPictureTypes),
@@ -27,12 +21,17 @@ std::string HeaderType(const std::string &type)
 
 } // namespace
 
+std::string IdentityForHeader()
+{
+    const auto id = IdOfCamera();
+    return id ? fmt::format("{:02X}", fmt::join(id->id, "")) : "";
+}
+
 PictureFacts FactsOf(const Camera &camera, const Exposure &exposure)
 {
     PictureFacts facts;
     facts.model = camera.Entry().model;
     facts.software = fmt::format("vsccam {}", VSCCAM_VERSION);
-    facts.identity = Identity();
     facts.start = exposure.start;
     facts.asked = exposure.asked;
     facts.planned = exposure.planned;

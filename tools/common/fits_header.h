@@ -1,7 +1,7 @@
 #pragma once
 
 #include "camera.h"
-#include "fits_writer.h"
+#include "fits_key.h"
 
 #include <optional>
 #include <string>
@@ -38,7 +38,11 @@ struct PictureFacts {
     bool simulated = false;
 };
 
-/// Asks the open camera; what the host decides (type, object, simulated) is left open.
+/// Identity of the open camera, in hex; empty when it holds none. It is read from its flash.
+std::string IdentityForHeader();
+
+/// Asks the open camera; its identity, and what the host decides (type, object, simulated), are
+/// left open.
 PictureFacts FactsOf(const Camera &camera, const Exposure &exposure);
 
 std::vector<FitsKey> HeaderOf(const PictureFacts &facts);
