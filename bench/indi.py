@@ -17,7 +17,7 @@ def simulator(folder):
     """INDI's own, with a sensor of the same size."""
     port = free_port()
     log = open(folder / "simulator.log", "w")
-    server = subprocess.Popen(["indiserver", "-p", str(port), "indi_simulator_ccd"], cwd=folder,
+    server = subprocess.Popen(["indiserver", "-p", str(port), "-u", f"{folder}/other", "indi_simulator_ccd"], cwd=folder,
                               stdout=log, stderr=log)
     while True:
         try:

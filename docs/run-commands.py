@@ -26,7 +26,7 @@ CAMERA = "vscsim run --camera VSC470MC-Cool:flash=flash.bin -- "
 LONGEST = 180  # seconds that a command may take
 MARK = "-- end of the command:"
 
-PROGRAMS = ("c", "cmake", "cpp", "python")
+PROGRAMS = ("c", "cmake", "cpp", "python", "sh")
 
 SYSTEM = "changes the system"
 SUITE = "builds or tests the project, which is what runs this"

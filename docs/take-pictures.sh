@@ -36,7 +36,7 @@ small moon moon.tif -gravity center -crop 1024x1024+0+0 -auto-level -gamma 1.6 -
 # What a client of the driver for INDI sees, and the frame that it got.
 # shellcheck disable=SC2016 # of the inner shell
 vscsim run --camera VSC470MC-Cool --scene sky --seed 1 -- bash -c '
-    indiserver -p 7700 indi_vsccam_ccd 2>server.log &
+    indiserver -p 7700 -u "$PWD/local" indi_vsccam_ccd 2>server.log &
     device="VSC CCD VSC470MC-Cool"
     until indi_setprop -p 7700 "$device.CONNECTION.CONNECT=On" 2>/dev/null; do sleep 0.2; done
     indi_getprop -p 7700 -t 60 "$device.CCD1.CCD1" & frame=$!
