@@ -532,8 +532,7 @@ FrameFacts CameraSession::FactsOfFrame() const
     exposure.planned = times.planned;
     exposure.measured = times.measured;
     exposure.droppedFrames = m_exposing.dropped;
-    facts.header = vsctool::FactsOf(*m_camera, exposure);
-    facts.header.identity = m_identity;
+    facts.header = vsctool::FactsOf(*m_camera, exposure, m_identity);
     facts.header.software = fmt::format("indi_vsccam_ccd {}", VSCCAM_VERSION);
     facts.header.simulated = vsctool::IsSimulated();
     facts.uncertainty = times.uncertainty;

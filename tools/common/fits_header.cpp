@@ -29,7 +29,13 @@ std::string IdentityForHeader()
 
 PictureFacts FactsOf(const Camera &camera, const Exposure &exposure)
 {
+    return FactsOf(camera, exposure, IdentityForHeader());
+}
+
+PictureFacts FactsOf(const Camera &camera, const Exposure &exposure, const std::string &identity)
+{
     PictureFacts facts;
+    facts.identity = identity;
     facts.model = camera.Entry().model;
     facts.software = fmt::format("vsccam {}", VSCCAM_VERSION);
     facts.start = exposure.start;

@@ -41,9 +41,10 @@ struct PictureFacts {
 /// Identity of the open camera, in hex; empty when it holds none. It is read from its flash.
 std::string IdentityForHeader();
 
-/// Asks the open camera; its identity, and what the host decides (type, object, simulated), are
-/// left open.
+/// Asks the open camera; what the host decides (type, object, simulated) is left open.
 PictureFacts FactsOf(const Camera &camera, const Exposure &exposure);
+/// The same where the identity is known.
+PictureFacts FactsOf(const Camera &camera, const Exposure &exposure, const std::string &identity);
 
 std::vector<FitsKey> HeaderOf(const PictureFacts &facts);
 

@@ -191,7 +191,6 @@ SavedPicture Series::Save(const std::filesystem::path &file, const Exposure &exp
     SavedPicture saved;
     saved.fits = file;
     saved.facts = FactsOf(m_camera, exposure);
-    saved.facts.identity = IdentityForHeader();
     saved.facts.type = m_options.type;
     saved.facts.object = m_options.object;
     saved.facts.simulated = m_context.simulated;
