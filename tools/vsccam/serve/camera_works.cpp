@@ -62,6 +62,12 @@ bool Interrupts(const NamedControl &control)
     return control.exported == CONTROL_HARDWARE_BIN || control.exported == CONTROL_HIGH_SPEED;
 }
 
+/// Whether the camera is there, and does not do what it is told.
+bool IsMute(const Failure &failure)
+{
+    return failure.Code() == static_cast<int>(Exit::kFailure);
+}
+
 bool IsOfCooler(const NamedControl &control)
 {
     return control.exported == CONTROL_TARGET_TEMP || control.exported == CONTROL_COOLER_ON;
@@ -181,15 +187,27 @@ void CameraWorks::StartSeries(const SeriesPlan &plan)
     m_feed.Stop();
     m_formIsSet = false;
     m_seriesFailure.clear();
+    try {
+        BeginSeries(plan);
+    } catch (const Failure &failure) {
+        if (!IsMute(failure))
+            throw;
+        OpenAnew();
+        BeginSeries(plan);
+    }
+    m_log.Add(plan.count == 1
+                  ? fmt::format("exposing {}", FormatTime(plan.exposure))
+                  : fmt::format("exposing {} times {}", plan.count, FormatTime(plan.exposure)));
+}
+
+void CameraWorks::BeginSeries(const SeriesPlan &plan)
+{
     m_series.emplace(plan, Series::Host{.camera = m_camera,
                                         .feed = m_feed,
                                         .folder = m_folder,
                                         .console = m_context.console,
                                         .patience = m_context.timeout,
                                         .simulated = m_facts.simulated});
-    m_log.Add(plan.count == 1
-                  ? fmt::format("exposing {}", FormatTime(plan.exposure))
-                  : fmt::format("exposing {} times {}", plan.count, FormatTime(plan.exposure)));
 }
 
 void CameraWorks::AbortSeries()
@@ -294,6 +312,7 @@ void CameraWorks::TurnSeries()
         auto taken = m_series->Turn();
         if (!taken)
             return;
+        m_openedAnew = false;
         KeepPicture(std::make_shared<TakenPicture>(std::move(*taken)));
         if (m_series->IsDone())
             EndSeries("");
@@ -301,6 +320,8 @@ void CameraWorks::TurnSeries()
     } catch (const Failure &failure) {
         if (failure.Code() == static_cast<int>(Exit::kCameraLost))
             return TellLost(); // the series waits for it
+        if (IsMute(failure) && !std::exchange(m_openedAnew, true))
+            return OpenAnew(); // which begins the exposure again
         EndSeries(failure.what());
         throw;
     }
@@ -392,6 +413,17 @@ void CameraWorks::TellLost()
     m_handleIsStale = !m_feed.IsRunning(); // then the library does not look for it
     m_log.Add(fmt::format("{} is gone; check plug and power", m_facts.model));
     Publish();
+}
+
+/// A camera that was away for a moment, which nobody has seen, does not answer any more.
+void CameraWorks::OpenAnew()
+{
+    m_log.Add(fmt::format("{} does not answer, and is opened anew", m_facts.model));
+    m_present = false;
+    m_handleIsStale = true;
+    m_nextLook = Clock::now();
+    LookForCamera();
+    RequirePresence();
 }
 
 void CameraWorks::Recover()

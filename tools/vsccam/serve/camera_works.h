@@ -93,6 +93,7 @@ class CameraWorks {
     std::chrono::milliseconds Work();
     void StartVideo();
     void ReadVideo();
+    void BeginSeries(const SeriesPlan &plan);
     void TurnSeries();
     void KeepPicture(std::shared_ptr<const TakenPicture> taken);
     void EndSeries(const std::string &failure);
@@ -100,6 +101,7 @@ class CameraWorks {
     void Telemetry();
     void LookForCamera();
     void TellLost();
+    void OpenAnew();
     void Recover();
     void Replay();
     Mode PresentMode() const;
@@ -130,6 +132,7 @@ class CameraWorks {
     std::optional<RecordingNews> m_lastRecording;
 
     bool m_present = true;
+    bool m_openedAnew = false;    // since the last picture of the series
     bool m_handleIsStale = false; // lost while nobody in the library looked for it
     bool m_formIsSet = false;     // of the video
     int m_reconnects = 0;
