@@ -138,7 +138,7 @@ bool CcdDriver::Connecting(const ISState *states, char *names[], int count)
             setConnected(wanted, wanted ? IPS_OK : IPS_IDLE);
         } else if (wanted) {
             setConnected(false, IPS_BUSY);
-            m_session.Open(m_choice[0].getText());
+            m_session.Open(m_choice[0U].getText());
         } else {
             if (Streamer->isBusy())
                 Streamer->setStream(false);
@@ -285,7 +285,7 @@ bool CcdDriver::TakeTarget(double celsius)
 /// Degrees a minute; 0: at once.
 double CcdDriver::Ramp()
 {
-    return TemperatureRampNP[RAMP_SLOPE].getValue();
+    return TemperatureRampNP[size_t{RAMP_SLOPE}].getValue();
 }
 
 std::optional<vsctool::Mosaic> CcdDriver::MosaicOfFrames() const
@@ -349,10 +349,10 @@ void CcdDriver::Take(const Opened &event)
     const size_t pixels =
         static_cast<size_t>(m_facts.maxWidth) * static_cast<size_t>(m_facts.maxHeight);
     m_buffer.Allocate(pixels * 3); // RGB24, the largest
-    m_camera[0].setText(m_facts.model);
-    m_camera[1].setText(m_facts.port);
-    m_camera[2].setText(m_facts.identity);
-    m_camera[3].setText(m_facts.notVerified);
+    m_camera[0U].setText(m_facts.model);
+    m_camera[1U].setText(m_facts.port);
+    m_camera[2U].setText(m_facts.identity);
+    m_camera[3U].setText(m_facts.notVerified);
     m_open = true;
     setConnected(true, IPS_OK);
     updateProperties();
@@ -475,7 +475,7 @@ void CcdDriver::Take(const Report &event)
 {
     if (!m_open)
         return;
-    m_status[0].setText(NameOf(event.state));
+    m_status[0U].setText(NameOf(event.state));
     m_status.setState(event.state == State::Recovering ? IPS_BUSY : IPS_OK);
     m_status.apply();
     ShowControls(event.controls);
@@ -565,13 +565,13 @@ void CcdDriver::ShowMosaic()
 
 void CcdDriver::ShowTiming(const FrameFacts &facts)
 {
-    m_timing[0].setValue(vsctool::Seconds(facts.header.asked));
-    m_timing[1].setValue(vsctool::Seconds(facts.header.planned));
-    m_timing[2].setValue(vsctool::Seconds(facts.header.measured.value_or(Microseconds(0))));
-    m_timing[3].setValue(vsctool::Seconds(facts.uncertainty));
+    m_timing[0U].setValue(vsctool::Seconds(facts.header.asked));
+    m_timing[1U].setValue(vsctool::Seconds(facts.header.planned));
+    m_timing[2U].setValue(vsctool::Seconds(facts.header.measured.value_or(Microseconds(0))));
+    m_timing[3U].setValue(vsctool::Seconds(facts.uncertainty));
     m_timing.setState(IPS_OK);
     m_timing.apply();
-    m_timingUtc[0].setText(vsctool::FormatUtc(facts.header.start));
+    m_timingUtc[0U].setText(vsctool::FormatUtc(facts.header.start));
     m_timingUtc.setState(IPS_OK);
     m_timingUtc.apply();
 }
@@ -593,7 +593,7 @@ void CcdDriver::ShowStatistics(const Statistics &statistics)
 
 void CcdDriver::ShowTemperature(const Report &report)
 {
-    const auto threshold = TemperatureRampNP[RAMP_THRESHOLD].getValue();
+    const auto threshold = TemperatureRampNP[size_t{RAMP_THRESHOLD}].getValue();
     if (report.temperatureC) {
         IPState state = IPS_OK;
         if (m_target && std::abs(*report.temperatureC - *m_target) > threshold)
@@ -602,15 +602,15 @@ void CcdDriver::ShowTemperature(const Report &report)
     }
     if (!m_facts.cooled)
         return;
-    m_coolerPower[0].setValue(report.coolerPerCent);
+    m_coolerPower[0U].setValue(report.coolerPerCent);
     m_coolerPower.setState(report.setPointC ? IPS_BUSY : IPS_IDLE);
     m_coolerPower.apply();
-    m_setPoint[0].setValue(report.setPointC.value_or(0));
+    m_setPoint[0U].setValue(report.setPointC.value_or(0));
     m_setPoint.setState(report.setPointC ? IPS_OK : IPS_IDLE);
     m_setPoint.apply();
     const bool on = report.setPointC && !report.warming;
-    m_cooler[0].setState(on ? ISS_ON : ISS_OFF);
-    m_cooler[1].setState(on ? ISS_OFF : ISS_ON);
+    m_cooler[0U].setState(on ? ISS_ON : ISS_OFF);
+    m_cooler[1U].setState(on ? ISS_OFF : ISS_ON);
     m_cooler.setState(report.warming ? IPS_BUSY : IPS_OK);
     m_cooler.apply();
 }
@@ -618,7 +618,7 @@ void CcdDriver::ShowTemperature(const Report &report)
 void CcdDriver::TellTrouble(const std::string &what)
 {
     LOGF_ERROR("%s", what.c_str());
-    m_status[1].setText(what);
+    m_status[1U].setText(what);
     if (m_open)
         m_status.apply();
 }

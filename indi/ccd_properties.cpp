@@ -41,7 +41,7 @@ bool CcdDriver::initProperties()
     INDI::CCD::initProperties();
     SetCCDCapability(CCD_CAN_ABORT | CCD_CAN_BIN | CCD_CAN_SUBFRAME | CCD_HAS_ST4_PORT |
                      CCD_HAS_STREAMING);
-    TemperatureRampNP[RAMP_SLOPE].setValue(vsctool::kUsualWarmingCPerMin);
+    TemperatureRampNP[size_t{RAMP_SLOPE}].setValue(vsctool::kUsualWarmingCPerMin);
     addAuxControls();
     FillProperties();
     return true;
@@ -62,45 +62,45 @@ void CcdDriver::FillProperties()
     const char *const device = getDeviceName();
     char selector[MAXINDIDEVICE] = "";
     IUGetConfigText(device, "CCD_CAMERA", "SELECTOR", selector, MAXINDIDEVICE);
-    m_choice[0].fill("SELECTOR", "MODEL, usb:1-2.3 or id:HEX", selector);
+    m_choice[0U].fill("SELECTOR", "MODEL, usb:1-2.3 or id:HEX", selector);
     m_choice.fill(device, "CCD_CAMERA", "Camera", CONNECTION_TAB, IP_RW, 0, IPS_IDLE);
     Keep(m_choice, [this] { saveConfig(true, "CCD_CAMERA"); });
-    m_camera[0].fill("MODEL", "Model", "");
-    m_camera[1].fill("PORT", "Port", "");
-    m_camera[2].fill("IDENTITY", "Identity", "");
-    m_camera[3].fill("NOT_VERIFIED", "Not verified", "");
+    m_camera[0U].fill("MODEL", "Model", "");
+    m_camera[1U].fill("PORT", "Port", "");
+    m_camera[2U].fill("IDENTITY", "Identity", "");
+    m_camera[3U].fill("NOT_VERIFIED", "Not verified", "");
     m_camera.fill(device, "CCD_CAMERA_INFO", "Open camera", INFO_TAB, IP_RO, 0, IPS_OK);
 
-    m_flip[0].fill("FLIP_X", "Left to right", ISS_OFF);
-    m_flip[1].fill("FLIP_Y", "Top to bottom", ISS_OFF);
+    m_flip[0U].fill("FLIP_X", "Left to right", ISS_OFF);
+    m_flip[1U].fill("FLIP_Y", "Top to bottom", ISS_OFF);
     m_flip.fill(device, "CCD_FLIP", "Mirror", kControlsTab, IP_RW, ISR_NOFMANY, 0, IPS_IDLE);
     Keep(m_flip, [this] {
-        m_flipX = m_flip[0].getState() == ISS_ON;
-        m_flipY = m_flip[1].getState() == ISS_ON;
+        m_flipX = m_flip[0U].getState() == ISS_ON;
+        m_flipY = m_flip[1U].getState() == ISS_ON;
         m_session.SetFlips(m_flipX, m_flipY);
         ShowMosaic();
     });
 
-    m_cooler[0].fill("COOLER_ON", "On", ISS_OFF);
-    m_cooler[1].fill("COOLER_OFF", "Off", ISS_ON);
+    m_cooler[0U].fill("COOLER_ON", "On", ISS_OFF);
+    m_cooler[1U].fill("COOLER_OFF", "Off", ISS_ON);
     m_cooler.fill(device, "CCD_COOLER", "Cooler", kCoolingTab, IP_RW, ISR_1OFMANY, 0, IPS_IDLE);
     Keep(m_cooler, [this] {
-        if (m_cooler[0].getState() == ISS_ON)
+        if (m_cooler[0U].getState() == ISS_ON)
             return (void)TakeTarget(m_target.value_or(ValueOf(TemperatureNP)));
         m_target.reset();
         m_cooler.setState(IPS_BUSY); // until it is off
         Show(TemperatureNP, IPS_IDLE);
         m_session.Warm(Ramp());
     });
-    m_coolerPower[0].fill("CCD_COOLER_VALUE", "Power (%)", "%.f", 0, 100, 0, 0);
+    m_coolerPower[0U].fill("CCD_COOLER_VALUE", "Power (%)", "%.f", 0, 100, 0, 0);
     m_coolerPower.fill(device, "CCD_COOLER_POWER", "Cooler", kCoolingTab, IP_RO, 0, IPS_IDLE);
-    m_setPoint[0].fill("SET_POINT", "Now (C)", "%.f", -50, 50, 0, 0);
+    m_setPoint[0U].fill("SET_POINT", "Now (C)", "%.f", -50, 50, 0, 0);
     m_setPoint.fill(device, "CCD_SET_POINT", "Set point", kCoolingTab, IP_RO, 0, IPS_IDLE);
-    m_fan[0].fill("FAN_ON", "On", ISS_OFF);
-    m_fan[1].fill("FAN_OFF", "Off", ISS_ON);
+    m_fan[0U].fill("FAN_ON", "On", ISS_OFF);
+    m_fan[1U].fill("FAN_OFF", "Off", ISS_ON);
     m_fan.fill(device, "CCD_FAN", "Fan", kCoolingTab, IP_RW, ISR_1OFMANY, 0, IPS_IDLE);
     Keep(m_fan,
-         [this] { m_session.Set(CONTROL_FAN_ON, {.value = m_fan[0].getState() == ISS_ON}); });
+         [this] { m_session.Set(CONTROL_FAN_ON, {.value = m_fan[0U].getState() == ISS_ON}); });
 
     const char *const names[][2] = {{"FRAMES", "Frames"},
                                     {"DROPPED", "Dropped by the library"},
@@ -111,15 +111,15 @@ void CcdDriver::FillProperties()
     for (size_t i = 0; i < std::size(names); ++i)
         m_counts[i].fill(names[i][0], names[i][1], "%.f", 0, 1e12, 0, 0);
     m_counts.fill(device, "CCD_STATISTICS", "Statistics", kAccountTab, IP_RO, 0, IPS_IDLE);
-    m_status[0].fill("STATE", "State", NameOf(State::Closed));
-    m_status[1].fill("LAST_ERROR", "Last error", "");
+    m_status[0U].fill("STATE", "State", NameOf(State::Closed));
+    m_status[1U].fill("LAST_ERROR", "Last error", "");
     m_status.fill(device, "CCD_STATUS", "Status", kAccountTab, IP_RO, 0, IPS_IDLE);
-    m_timing[0].fill("ASKED", "Asked for (s)", "%.6f", 0, 1e5, 0, 0);
-    m_timing[1].fill("PLANNED", "Planned (s)", "%.6f", 0, 1e5, 0, 0);
-    m_timing[2].fill("MEASURED", "Measured (s), 0: not", "%.6f", 0, 1e5, 0, 0);
-    m_timing[3].fill("UNCERTAINTY", "Start, +- (s)", "%.6f", 0, 1e5, 0, 0);
+    m_timing[0U].fill("ASKED", "Asked for (s)", "%.6f", 0, 1e5, 0, 0);
+    m_timing[1U].fill("PLANNED", "Planned (s)", "%.6f", 0, 1e5, 0, 0);
+    m_timing[2U].fill("MEASURED", "Measured (s), 0: not", "%.6f", 0, 1e5, 0, 0);
+    m_timing[3U].fill("UNCERTAINTY", "Start, +- (s)", "%.6f", 0, 1e5, 0, 0);
     m_timing.fill(device, "CCD_TIMING", "Last exposure", kAccountTab, IP_RO, 0, IPS_IDLE);
-    m_timingUtc[0].fill("START", "Start", "");
+    m_timingUtc[0U].fill("START", "Start", "");
     m_timingUtc.fill(device, "CCD_TIMING_UTC", "Start (UTC)", kAccountTab, IP_RO, 0, IPS_IDLE);
 }
 
@@ -136,12 +136,12 @@ void CcdDriver::FillControls()
     fill(m_gain, 0, CONTROL_GAIN, "GAIN", "Gain");
     m_gain.fill(device, "CCD_GAIN", "Gain", kControlsTab, IP_RW, 0, IPS_IDLE);
     Keep(m_gain, [this] {
-        m_session.Set(CONTROL_GAIN, {.value = static_cast<int>(m_gain[0].getValue())});
+        m_session.Set(CONTROL_GAIN, {.value = static_cast<int>(m_gain[0U].getValue())});
     });
     fill(m_offset, 0, CONTROL_BRIGHTNESS, "OFFSET", "Offset");
     m_offset.fill(device, "CCD_OFFSET", "Offset", kControlsTab, IP_RW, 0, IPS_IDLE);
     Keep(m_offset, [this] {
-        m_session.Set(CONTROL_BRIGHTNESS, {.value = static_cast<int>(m_offset[0].getValue())});
+        m_session.Set(CONTROL_BRIGHTNESS, {.value = static_cast<int>(m_offset[0U].getValue())});
     });
 
     m_shownControls.clear();
@@ -278,9 +278,9 @@ void CcdDriver::ShowControls(const Controls &controls)
     if (changed)
         m_automatic.apply();
     const bool fan = value(CONTROL_FAN_ON) != 0;
-    if (m_facts.cooled && fan != (m_fan[0].getState() == ISS_ON)) {
-        m_fan[0].setState(fan ? ISS_ON : ISS_OFF);
-        m_fan[1].setState(fan ? ISS_OFF : ISS_ON);
+    if (m_facts.cooled && fan != (m_fan[0U].getState() == ISS_ON)) {
+        m_fan[0U].setState(fan ? ISS_ON : ISS_OFF);
+        m_fan[1U].setState(fan ? ISS_OFF : ISS_ON);
         m_fan.apply();
     }
 }
