@@ -26,6 +26,7 @@ constexpr FormatWords kFormats[] = {{PixelFormat::kRaw16, "RAW16", "Raw 16 bit",
                                     {PixelFormat::kY8, "Y8", "Luminance 8 bit", 8}};
 
 constexpr double kMicro = 1e6;
+constexpr std::chrono::seconds kLongestToClose{15}; // a camera that was just being opened
 
 INDI_PIXEL_FORMAT StreamFormat(PixelFormat format, const std::optional<vsctool::Mosaic> &mosaic)
 {
@@ -101,10 +102,10 @@ void CcdDriver::Run()
 
 void CcdDriver::EndAtOnce()
 {
-    using namespace std::chrono_literals;
     m_session.End(0);
-    for (int i = 0; i < 100 && !m_session.HasEnded(); ++i)
-        std::this_thread::sleep_for(50ms);
+    const auto end = std::chrono::steady_clock::now() + kLongestToClose;
+    while (!m_session.HasEnded() && std::chrono::steady_clock::now() < end)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
 }
 
 void CcdDriver::End(bool atOnce)

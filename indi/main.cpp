@@ -8,6 +8,7 @@
 #include <sys/eventfd.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
+#include <vsccam.h>
 
 #include <array>
 #include <condition_variable>
@@ -92,6 +93,17 @@ void TakeSignal(int descriptor, void *)
         g_driver->End(++g_signals > 1); // the second one does not wait for a warm sensor
 }
 
+/// The base class ends the process from the thread of the protocol, when it writes and the server
+/// is gone. What the library cleans up at the end of a process needs the descriptors of the main
+/// thread, so that the camera is closed there, and nothing else is cleaned up.
+void EndFromProtocol()
+{
+    if (gettid() == getpid())
+        return;
+    g_driver->EndAtOnce();
+    _exit(EXIT_FAILURE);
+}
+
 } // namespace
 
 /// The base class sends a frame when the server has passed on the one before, and waits for that
@@ -143,7 +155,8 @@ int main(int argc, char **argv)
         g_driver->Run();
     });
     const bool apart = made.get_future().get();
-    (void)std::atexit([] { g_driver->EndAtOnce(); });
+    closeCamera(); // the library registers its clean-up here, so that it runs after the next one
+    (void)std::atexit(EndFromProtocol);
     if (apart)
         vscindi::LeaveProtocol();
     g_driver->Session().Run(apart);
