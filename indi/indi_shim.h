@@ -6,7 +6,7 @@
 #include <vector>
 
 /// What differs between the releases of INDI's base classes. This driver is tried with 1.9.9; the
-/// branch for 2.x follows its published interface and was not tried.
+/// branch for 2.x was never compiled, and what makes a record of a FITS key there is still missing.
 namespace vscindi {
 
 #define VSCINDI_NEW_PROPERTIES (INDI_VERSION_MAJOR >= 2)

@@ -2,6 +2,7 @@
 
 #include "failure.h"
 #include "plane.h"
+#include "put_fits_key.h"
 #include "temporary_file.h"
 
 #include <fitsio.h>
@@ -22,7 +23,6 @@ namespace {
 
 constexpr size_t kLongestName = 8;
 constexpr size_t kLongestText = 68;
-constexpr int kDigits = 12; // of a floating-point value
 constexpr std::array<std::string_view, 15> kOwnKeys = {
     "SIMPLE", "BITPIX", "EXTEND",   "BZERO",   "BSCALE",   "BLANK",   "END",     "COMMENT",
     "",       "DATE",   "CHECKSUM", "DATASUM", "CONTINUE", "HISTORY", "XTENSION"};
@@ -70,22 +70,7 @@ class FitsFile {
         Check(status);
     }
 
-    void Put(const FitsKey &key)
-    {
-        int status = Begin();
-        const char *name = key.name.c_str();
-        const char *comment = key.comment.c_str();
-        if (const auto *flag = std::get_if<bool>(&key.value))
-            fits_update_key_log(m_file, name, *flag, comment, &status);
-        else if (const auto *number = std::get_if<int>(&key.value))
-            fits_update_key_lng(m_file, name, *number, comment, &status);
-        else if (const auto *real = std::get_if<double>(&key.value))
-            fits_update_key_dbl(m_file, name, *real, -kDigits, comment, &status);
-        else
-            fits_update_key_str(m_file, name, std::get<std::string>(key.value).c_str(), comment,
-                                &status);
-        Check(status);
-    }
+    void Put(const FitsKey &key) { Check(PutFitsKey(m_file, key, Begin())); }
 
     /// Bytes up to the end of the picture, which is the end of the file.
     size_t Size()
